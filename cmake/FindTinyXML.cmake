@@ -1,0 +1,30 @@
+# Finds TinyXML 2.6 and defines the target TinyXML::TinyXML: through pkg-config where that knows
+# the library, else by looking for the header and the library file.
+
+find_package(PkgConfig QUIET)
+if(PkgConfig_FOUND)
+  pkg_check_modules(PC_TINYXML QUIET tinyxml)
+endif()
+
+find_path(TinyXML_INCLUDE_DIR tinyxml.h HINTS ${PC_TINYXML_INCLUDE_DIRS})
+find_library(TinyXML_LIBRARY tinyxml HINTS ${PC_TINYXML_LIBRARY_DIRS})
+
+if(TinyXML_INCLUDE_DIR)
+  file(STRINGS ${TinyXML_INCLUDE_DIR}/tinyxml.h version_lines
+       REGEX "TIXML_(MAJOR|MINOR|PATCH)_VERSION = [0-9]+")
+  string(REGEX REPLACE "[^0-9;]" "" TinyXML_VERSION "${version_lines}")
+  string(REPLACE ";" "." TinyXML_VERSION "${TinyXML_VERSION}")
+endif()
+
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(TinyXML
+  REQUIRED_VARS TinyXML_LIBRARY TinyXML_INCLUDE_DIR VERSION_VAR TinyXML_VERSION)
+
+if(TinyXML_FOUND AND NOT TARGET TinyXML::TinyXML)
+  add_library(TinyXML::TinyXML UNKNOWN IMPORTED)
+  set_target_properties(TinyXML::TinyXML PROPERTIES
+    IMPORTED_LOCATION "${TinyXML_LIBRARY}"
+    INTERFACE_INCLUDE_DIRECTORIES "${TinyXML_INCLUDE_DIR}"
+    INTERFACE_COMPILE_OPTIONS "${PC_TINYXML_CFLAGS_OTHER}")
+endif()
+mark_as_advanced(TinyXML_INCLUDE_DIR TinyXML_LIBRARY)

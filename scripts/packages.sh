@@ -1,0 +1,27 @@
+# For the other scripts, to be sourced: makes sure that Debian packages are installed.
+
+# requirePackages PACKAGE...
+# Installs what is missing where this user may (as root, or with sudo that asks for no password);
+# otherwise ends the script with status 1 and says what to install.
+requirePackages() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f '${Status}\n' "$package" 2>/dev/null | grep -q ' installed$' ||
+      missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return
+
+  local asRoot=()
+  if [ "$(id -u)" -ne 0 ]; then
+    asRoot=(sudo -n)
+    if ! sudo -n true 2>/dev/null; then
+      printf 'These packages are missing; install them as root and start again:\n' >&2
+      printf '  apt-get install %s\n' "${missing[*]}" >&2
+      exit 1
+    fi
+  fi
+  printf 'Installing %s\n' "${missing[*]}"
+  "${asRoot[@]}" apt-get update -qq
+  "${asRoot[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}

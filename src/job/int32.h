@@ -1,0 +1,22 @@
+// 32-bit numbers as the farm server counts them.
+#pragma once
+
+#include <cstdint>
+
+namespace runlet {
+
+// The number that `text` begins with, in base 10, as strtol reads it (white space and a sign in
+// front are fine, what follows the digits is ignored, no digits give 0; beyond 64 bits it
+// saturates), cut to its low 32 bits.
+std::int32_t decimalInt32(const char* text);
+
+// Two's complement arithmetic that wraps around.
+constexpr std::int32_t wrappingAdd(std::int32_t a, std::int32_t b) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
+}
+
+constexpr std::int32_t wrappingMultiply(std::int32_t a, std::int32_t b) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) * static_cast<std::uint32_t>(b));
+}
+
+}  // namespace runlet
