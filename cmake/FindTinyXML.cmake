@@ -11,9 +11,9 @@ find_library(TinyXML_LIBRARY tinyxml HINTS ${PC_TINYXML_LIBRARY_DIRS})
 
 if(TinyXML_INCLUDE_DIR)
   file(STRINGS ${TinyXML_INCLUDE_DIR}/tinyxml.h version_lines
-       REGEX "TIXML_(MAJOR|MINOR|PATCH)_VERSION = [0-9]+")
-  string(REGEX REPLACE "[^0-9;]" "" TinyXML_VERSION "${version_lines}")
-  string(REPLACE ";" "." TinyXML_VERSION "${TinyXML_VERSION}")
+       REGEX "const int TIXML_(MAJOR|MINOR|PATCH)_VERSION")
+  string(REGEX MATCHALL "[0-9]+" version_numbers "${version_lines}")
+  string(REPLACE ";" "." TinyXML_VERSION "${version_numbers}")
 endif()
 
 include(FindPackageHandleStandardArgs)

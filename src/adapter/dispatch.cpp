@@ -1,0 +1,73 @@
+#include "adapter/dispatch.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "adapter/identity.h"
+#include "exec/launch.h"
+#include "job/int32.h"
+#include "job/parameter_file.h"
+
+namespace runlet {
+namespace {
+
+constexpr int adapterVersion = 400;
+constexpr std::int32_t millisecondsPerMinute = 60000;
+
+// The name and description are not escaped: the server takes them as they stand.
+std::int32_t getInfo(AdapterContext* /*context*/) {
+  std::printf(
+      "<AdapterInfo>\n\t<Name>%s</Name>\n\t<Version>%d</Version>\n"
+      "\t<Description>%s</Description>\n</AdapterInfo>\n",
+      adapterName.c_str(), adapterVersion, adapterDescription.c_str());
+  return 0;
+}
+
+// The requests that a command-line job has nothing to do for.
+std::int32_t succeed(AdapterContext* /*context*/) {
+  return 0;
+}
+
+std::int32_t newTask(AdapterContext* context) {
+  if (!loadParameterFile(context)) return -1;
+  const auto taskListLength = static_cast<std::int32_t>(context->taskList.size());
+  // The server counts tasks from 1. `-s 0`, also the default, therefore begins one in front of
+  // the first task and uses up one of the count: the server relies on a request without a range
+  // to run nothing. A range at the edge of the 32 bits wraps around.
+  const std::int32_t first = wrappingAdd(context->firstTask, -1);
+  const std::int32_t end = wrappingAdd(first, context->taskCount);
+  for (std::int32_t index = std::max(first, 0); index < std::min(end, taskListLength); ++index) {
+    if (!launchTask(context, index)) return -1;
+  }
+  return 0;
+}
+
+std::int32_t pingTask(AdapterContext* context) {
+  if (!loadParameterFile(context)) return -1;
+  // Above 35791 minutes the product wraps around; the server compares with the wrapped value.
+  const std::int32_t limitMs = wrappingMultiply(context->taskTimeout, millisecondsPerMinute);
+  if (context->elapsedMs <= limitMs) return 0;
+  std::fprintf(stderr, "Runlet adapter: Ping task time out.\n");
+  return -1;
+}
+
+struct Request {
+  const char* opcode;
+  std::int32_t (*carryOut)(AdapterContext* context);
+};
+
+constexpr Request requests[] = {
+    {"GetInfo", getInfo}, {"EvaluateJob", succeed}, {"LaunchApp", succeed}, {"PingLaunch", succeed},
+    {"NewTask", newTask}, {"PingTask", pingTask},   {"ShutDown", succeed},
+};
+
+}  // namespace
+
+std::int32_t dispatchOpcode(AdapterContext* context) {
+  for (const Request& request : requests) {
+    if (context->opcode == request.opcode) return request.carryOut(context);
+  }
+  return -1;
+}
+
+}  // namespace runlet

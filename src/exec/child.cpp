@@ -1,0 +1,43 @@
+#include "exec/child.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "exec/words.h"
+
+namespace runlet {
+namespace {
+
+// The parent sees 129, and reports -127.
+constexpr int cannotExecuteStatus = -127;
+
+// Yields only when the program could not be started: the error number of that.
+int execute(const std::string& commandLine) {
+  std::string line = commandLine;  // stays whole for the message
+  const std::vector<char*> words = splitWords(line.data());
+  // execvp does not take a missing name; to the author of the job it is a missing file.
+  if (words.front() == nullptr) return ENOENT;
+  execvp(words.front(), words.data());
+  return errno;
+}
+
+}  // namespace
+
+void runProgram(const std::string& commandLine, bool redirectStderr) {
+  // The duplicate stays open in the program: it is the way back when there is no program.
+  const int oldStderr = redirectStderr ? dup(STDERR_FILENO) : -1;
+  if (redirectStderr) dup2(STDOUT_FILENO, STDERR_FILENO);
+  const int error = execute(commandLine);
+  if (redirectStderr) dup2(oldStderr, STDERR_FILENO);
+  std::fprintf(stderr, "Runlet adapter: Cannot execute command:'%s':%s\n", commandLine.c_str(),
+               std::strerror(error));
+  // Not _exit: the "Calling" line that this process inherited in its output buffer is written a
+  // second time, and the server takes that for the sign that the task never became the program.
+  std::exit(cannotExecuteStatus);
+}
+
+}  // namespace runlet

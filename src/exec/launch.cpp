@@ -1,0 +1,135 @@
+#include "exec/launch.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "adapter/messages.h"
+#include "exec/child.h"
+#include "exec/user_rights.h"
+#include "job/fill_in.h"
+
+namespace runlet {
+namespace {
+
+// What a task is started with.
+struct Command {
+  std::string line;     // the whole command line
+  std::string program;  // path to make executable; empty when the job has no application path
+};
+
+// The job's folder. A job file named without a folder yields its own name, which cannot be
+// entered: the server names job files by their full path.
+std::string runFolder(const AdapterContext& context) {
+  if (!context.workingFolder.empty()) return context.workingFolder;
+  return context.jobFile.substr(0, context.jobFile.rfind('/'));
+}
+
+// The folder stays the current one for the tasks that follow, so a relative run folder is
+// entered for the first task only and then looked for inside itself.
+bool enterFolder(const std::string& folder) {
+  if (chdir(folder.c_str()) == 0) return true;
+  // No line end: the server joins this with what follows.
+  std::fprintf(stderr, "Runlet adapter: %s'%s': %s", getMessage(workingFolderMessage),
+               folder.c_str(), std::strerror(errno));
+  return false;
+}
+
+// Puts the folder of the application in front of the job's own command; the application's file
+// name is not used. `line` is the expanded argument template.
+void addApplicationFolder(const std::string& appPath, const std::string& line, Command* command) {
+  const std::string folder = appPath.substr(0, appPath.rfind('/') + 1);
+  const std::size_t space = line.find(' ');
+  const std::string firstWord = line.substr(0, space);
+  // Out of range without a space, and nothing catches it: with an application path the server
+  // sends a program and its arguments, and a lone word is a job it must not take for started.
+  const std::string rest = line.substr(space);
+  command->program = folder + firstWord;
+  command->line = folder + firstWord + rest;
+}
+
+bool composeCommand(const AdapterContext& context, std::int32_t taskIndex, Command* command) {
+  std::string line;
+  if (!fillInArguments(&context, &line, context.arguments.c_str(), taskIndex)) {
+    std::fprintf(stderr, "Runlet adapter: Process fill-in for arguments failed.\n");
+    return false;
+  }
+  if (context.appPath.empty()) {
+    command->line = line;
+  } else {
+    addApplicationFolder(context.appPath, line, command);
+  }
+  return true;
+}
+
+// Through a shell and unquoted, since jobs name several programs at once this way. The outcome
+// does not matter: a program that still cannot be executed is reported when it is started.
+void makeExecutable(const std::string& program) {
+  if (program.empty()) return;
+  [[maybe_unused]] const int ignored = std::system(("/bin/chmod 755 " + program).c_str());
+}
+
+// Creates the child, which becomes the program, and tells the server about it. Yields the child's
+// process id, or -1 when there is none.
+pid_t startChild(const Command& command, bool redirectStderr) {
+  const pid_t child = fork();
+  if (child == 0) runProgram(command.line, redirectStderr);
+  if (child == -1) {
+    std::fprintf(stderr, "Runlet adapter: Cannot start a new child process\n");
+  } else {
+    std::printf("[ServerMessage]ProcessStarted processId=%i\n", child);
+  }
+  std::fflush(stdout);  // the server wants to know the child while it runs
+  return child;
+}
+
+// The wait status of `child`, or 0 when the wait fails. An interrupted wait is not taken up
+// again: whoever interrupts the adapter wants it to go on. With -1 this waits for any child, of
+// which there is none, and so reports a failed wait as well.
+int waitForChild(pid_t child) {
+  int status = 0;
+  do {
+    if (waitpid(child, &status, 0) == -1) {
+      std::fprintf(stderr, "Wait Error:%s\n", std::strerror(errno));
+      return 0;
+    }
+  } while (!WIFEXITED(status) && !WIFSIGNALED(status));
+  return status;
+}
+
+// The server reads the code as a signed byte. Death by a signal leaves these bits 0 and is not
+// reported: it ends tasks that way itself.
+void reportExitCode(int status) {
+  const auto code = static_cast<std::int8_t>((status >> 8) & 0xff);
+  if (code == 0) return;
+  std::fprintf(stderr, "Runlet adapter: Process exit abnormally,Exit code is %d\n", code);
+}
+
+}  // namespace
+
+bool launchTask(AdapterContext* context, std::int32_t taskIndex) {
+  const std::string folder = runFolder(*context);
+  if (!enterFolder(folder)) return false;
+  Command command;
+  if (!composeCommand(*context, taskIndex, &command)) return false;
+  // Not flushed here: it goes out with the line about the started process.
+  std::printf("Calling '%s' from '%s'\n", command.line.c_str(), folder.c_str());
+  // Before the change of user, so that the adapter's own rights make the program executable.
+  makeExecutable(command.program);
+  // In the adapter, not in the child: the group, user and mask hold for all tasks that follow.
+  if (!applyUserRights(context)) return false;
+
+  const pid_t child = startChild(command, context->redirectStderr);
+  reportExitCode(waitForChild(child));
+  if (child != -1) return true;
+  std::fprintf(stderr, "%s %s\n", getMessage(cannotStartMessage), command.line.c_str());
+  std::fprintf(stderr, "%s\n", getMessage(checkExecutableMessage));
+  return false;
+}
+
+}  // namespace runlet

@@ -1,0 +1,69 @@
+#include "exec/user_rights.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace runlet {
+namespace {
+
+constexpr std::int32_t notGiven = -1;
+
+// The reason of the last system call, or `otherwise` when it set no error number.
+const char* reasonOr(const char* otherwise) {
+  return errno != 0 ? std::strerror(errno) : otherwise;
+}
+
+// None of the messages here ends its line, unlike the adapter's others: the server joins them
+// with what follows.
+
+// The group has no default and is never looked up, unlike the user: whose files a task may touch
+// is for the job to say, so a job without a group does not run.
+bool switchGroup(std::int32_t gid) {
+  errno = 0;
+  if (gid != notGiven && setgid(static_cast<gid_t>(gid)) == 0) return true;
+  std::fprintf(stderr, "Cannot set gid %d: %s", gid, reasonOr("No such group"));
+  return false;
+}
+
+// Stores the id of the user in `context`, so that later tasks don't look it up again.
+bool lookUpUser(AdapterContext* context) {
+  if (context->userName.empty()) {
+    std::fprintf(stderr, "Missing user name");
+    return false;
+  }
+  errno = 0;
+  const passwd* entry = getpwnam(context->userName.c_str());
+  if (entry == nullptr) {
+    std::fprintf(stderr, "Cannot obtain info for user %s:%s", context->userName.c_str(),
+                 reasonOr("No such user"));
+    return false;
+  }
+  context->uid = static_cast<std::int32_t>(entry->pw_uid);
+  return true;
+}
+
+bool switchUser(std::int32_t uid) {
+  errno = 0;
+  // A looked-up id may be -1 as well, and setuid would refuse it with another reason.
+  if (uid != notGiven && setuid(static_cast<uid_t>(uid)) == 0) return true;
+  std::fprintf(stderr, "Cannot set uid %d: %s", uid, reasonOr("No such user"));
+  return false;
+}
+
+}  // namespace
+
+bool applyUserRights(AdapterContext* context) {
+  // The group first: without the old user's rights it could no longer be changed.
+  if (!switchGroup(context->gid)) return false;
+  if (context->uid == notGiven && !lookUpUser(context)) return false;
+  if (!switchUser(context->uid)) return false;
+  umask(static_cast<mode_t>(context->umask));
+  return true;
+}
+
+}  // namespace runlet

@@ -1,0 +1,201 @@
+#include "job/fill_in.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "job/int32.h"
+
+namespace runlet {
+namespace {
+
+// Shared by both lookups; one byte more than counts, so that it always ends in a NUL.
+char lookupScratch[maxLookupLength + 1];
+
+void copyToLookupScratch(const std::string& text) {
+  std::strncpy(lookupScratch, text.c_str(), maxLookupLength);  // fills the rest with NUL
+}
+
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+// One expansion at work: what it reads, and the areas it builds the result in.
+struct Expansion {
+  const AdapterContext* context;
+  std::int32_t taskIndex;
+  const char* next;    // the rest of the template
+  std::size_t length;  // bytes of `area` in use
+  char area[maxExpansionLength + 1];
+  // Receives every number of the expansion in turn and is never cleared in between: see
+  // readWidth. Its last byte is never written to but with NUL.
+  char number[maxNumberLength + 1];
+};
+
+// Room for `count` more bytes at the end of the expansion; null when there is not so much left.
+char* extend(Expansion* expansion, std::size_t count) {
+  if (count > maxExpansionLength - expansion->length) return nullptr;
+  char* room = expansion->area + expansion->length;
+  expansion->length += count;
+  return room;
+}
+
+bool append(Expansion* expansion, const char* text, std::size_t length) {
+  char* room = extend(expansion, length);
+  if (room == nullptr) return false;
+  std::memcpy(room, text, length);
+  return true;
+}
+
+// Copies the run of digits that the template goes on with to the start of the number scratch, as
+// far as it has room, and moves past the whole run. Yields the number of digits copied.
+std::size_t takeDigits(Expansion* expansion) {
+  std::size_t count = 0;
+  for (; isDigit(*expansion->next); ++expansion->next) {
+    if (count < maxNumberLength) expansion->number[count++] = *expansion->next;
+  }
+  return count;
+}
+
+// The width behind a "%"; 0 when there is none.
+//
+// The digits are not terminated, so those that an earlier number of this expansion left right
+// behind them count as well: after "%tp12" a "%3tn" is 32 wide. Job files in use are written
+// around the widths that come of this; cutting the width off where its own digits end would
+// change their file names.
+std::int32_t readWidth(Expansion* expansion) {
+  if (takeDigits(expansion) == 0) return 0;
+  return decimalInt32(expansion->number);
+}
+
+// The field or parameter number behind "tp" or "jp"; 0 when there is none.
+std::int32_t readNumber(Expansion* expansion) {
+  expansion->number[takeDigits(expansion)] = '\0';
+  return decimalInt32(expansion->number);
+}
+
+// A value is taken as it is: a placeholder in it is not expanded.
+bool appendValue(Expansion* expansion, std::int32_t width, const std::string& value) {
+  const auto padding = static_cast<std::int64_t>(width) - static_cast<std::int64_t>(value.size());
+  if (padding > 0) {
+    char* room = extend(expansion, static_cast<std::size_t>(padding));
+    if (room == nullptr) return false;
+    std::memset(room, '0', static_cast<std::size_t>(padding));
+  }
+  return append(expansion, value.data(), value.size());
+}
+
+// "%tn". The printed number is cut to the scratch, so a large width leaves zeros alone and not a
+// digit of the number itself.
+bool appendTaskNumber(Expansion* expansion, std::int32_t width) {
+  // Any width beyond the scratch and the longest number prints the same first bytes; bounding it
+  // keeps the C library's own limit on a width out of it. A negative width, from digits beyond
+  // 32 bits, aligns to the left.
+  constexpr std::int32_t widest = 64;
+  std::snprintf(expansion->number, sizeof expansion->number, "%0*d",
+                std::clamp(width, -widest, widest), wrappingAdd(expansion->taskIndex, 1));
+  return append(expansion, expansion->number, std::strlen(expansion->number));
+}
+
+bool appendTaskField(Expansion* expansion, std::int32_t width) {
+  std::string value;
+  getTaskField(expansion->context, &value, expansion->taskIndex, readNumber(expansion));
+  return appendValue(expansion, width, value);
+}
+
+bool appendJobParam(Expansion* expansion, std::int32_t width) {
+  std::string value;
+  getJobParam(expansion->context, &value, readNumber(expansion));
+  return appendValue(expansion, width, value);
+}
+
+struct Placeholder {
+  char name[3];
+  bool (*append)(Expansion* expansion, std::int32_t width);
+};
+
+constexpr Placeholder placeholders[] = {
+    {"tn", appendTaskNumber},
+    {"tp", appendTaskField},
+    {"jp", appendJobParam},
+};
+
+// Expands what follows a "%". False for a malformed placeholder or an expansion grown too long.
+bool expandPlaceholder(Expansion* expansion) {
+  const std::int32_t width = readWidth(expansion);
+  const char first = *expansion->next;
+  if (first == '%') {
+    ++expansion->next;
+    return append(expansion, "%", 1);
+  }
+  // Anything that cannot begin a placeholder loses its "%" and width and is ordinary text.
+  if (first != 't' && first != 'j') return true;
+  for (const Placeholder& placeholder : placeholders) {
+    if (std::strncmp(expansion->next, placeholder.name, 2) != 0) continue;
+    expansion->next += 2;
+    return placeholder.append(expansion, width);
+  }
+  return false;
+}
+
+// The start of field `fieldNumber` of the entry in the lookup scratch; null when it has fewer.
+const char* findField(std::int32_t fieldNumber) {
+  if (fieldNumber < 1) return nullptr;
+  const char* field = lookupScratch;
+  for (std::int32_t number = 1; number < fieldNumber; ++number) {
+    field = std::strchr(field, '\t');
+    if (field == nullptr) return nullptr;
+    ++field;
+  }
+  return field;
+}
+
+}  // namespace
+
+bool fillInArguments(const AdapterContext* context, std::string* out, const char* argumentTemplate,
+                     std::int32_t taskIndex) {
+  Expansion expansion;
+  expansion.context = context;
+  expansion.taskIndex = taskIndex;
+  expansion.next = argumentTemplate;
+  expansion.length = 0;
+  std::memset(expansion.number, 0, sizeof expansion.number);
+
+  while (*expansion.next != '\0') {
+    const char* text = expansion.next;
+    expansion.next += std::strcspn(text, "%");
+    if (!append(&expansion, text, static_cast<std::size_t>(expansion.next - text))) return false;
+    if (*expansion.next == '\0') break;
+    ++expansion.next;
+    if (!expandPlaceholder(&expansion)) return false;
+  }
+  out->assign(expansion.area, expansion.length);
+  return true;
+}
+
+void getTaskField(const AdapterContext* context, std::string* out, std::int32_t taskIndex,
+                  std::int32_t fieldNumber) {
+  copyToLookupScratch(context->taskList.at(static_cast<std::size_t>(taskIndex)));
+  const char* field = findField(fieldNumber);
+  // A field that the entry's end leaves empty does not exist, one that a TAB ends does: an entry
+  // that ends in a TAB has one field less than one would count.
+  if (field == nullptr || *field == '\0') {
+    *out = undefinedText;
+  } else {
+    out->assign(field, std::strcspn(field, "\t"));
+  }
+}
+
+void getJobParam(const AdapterContext* context, std::string* out, std::int32_t paramNumber) {
+  // The names only bound the number. A job whose values are fewer than its names runs into the
+  // checked access below, and the uncaught error ends the process: no task of such a job may run
+  // with a value that was meant for another parameter.
+  if (paramNumber > static_cast<std::int32_t>(context->paramNames.size()) || paramNumber <= 0) {
+    *out = undefinedText;
+    return;
+  }
+  copyToLookupScratch(context->paramValues.at(static_cast<std::size_t>(paramNumber) - 1));
+  *out = lookupScratch;
+}
+
+}  // namespace runlet

@@ -1,0 +1,109 @@
+#include "job/job_text.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+namespace runlet {
+namespace {
+
+// What the XML library says of a file that it cannot open; the server knows this text.
+constexpr char cannotOpen[] = "Failed to open file";
+
+// The XML library moves by the length that the first byte of a UTF-8 character announces, at most
+// 4. Where the file ends in the middle of such a character, that leads up to 3 bytes past the end
+// of the text; these NULs are there for it to arrive on.
+constexpr std::size_t paddingLength = 3;
+
+// A directory would have the library ask for a buffer of all memory, and it would wait for ever
+// for the writer of a named pipe.
+bool isRegular(int descriptor, std::size_t* size, std::string* reason) {
+  struct stat status {};
+  if (fstat(descriptor, &status) != 0) {
+    *reason = std::strerror(errno);
+    return false;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    *reason = S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "Not a regular file";
+    return false;
+  }
+  *size = static_cast<std::size_t>(status.st_size);
+  return true;
+}
+
+// Reads up to `size` bytes and adds the padding; a file that has become shorter yields what is
+// left of it.
+bool readUpTo(int descriptor, std::size_t size, std::string* text, std::string* reason) {
+  text->resize(size);
+  std::size_t length = 0;
+  while (length < size) {
+    const ssize_t count = read(descriptor, text->data() + length, size - length);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) {
+      *reason = std::strerror(errno);
+      return false;
+    }
+    if (count == 0) break;
+    length += static_cast<std::size_t>(count);
+  }
+  text->resize(length);
+  text->append(paddingLength, '\0');
+  return true;
+}
+
+// A text as a stream reads it.
+struct TextSource {
+  const std::string* text;
+  std::size_t position;
+};
+
+ssize_t readSource(void* cookie, char* buffer, std::size_t size) {
+  auto* source = static_cast<TextSource*>(cookie);
+  const std::size_t count = source->text->copy(buffer, size, source->position);
+  source->position += count;
+  return static_cast<ssize_t>(count);
+}
+
+int seekSource(void* cookie, off64_t* offset, int whence) {
+  auto* source = static_cast<TextSource*>(cookie);
+  const std::size_t length = source->text->size();
+  const std::size_t bases[] = {0, source->position, length};
+  const off64_t target = static_cast<off64_t>(bases[whence]) + *offset;
+  if (target < 0 || target > static_cast<off64_t>(length)) return -1;
+  source->position = static_cast<std::size_t>(target);
+  *offset = target;
+  return 0;
+}
+
+int closeSource(void* cookie) {
+  delete static_cast<TextSource*>(cookie);
+  return 0;
+}
+
+}  // namespace
+
+bool readJobText(const char* path, std::string* text, std::string* reason) {
+  const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (descriptor == -1) {
+    *reason = cannotOpen;
+    return false;
+  }
+  std::size_t size = 0;
+  const bool ok = isRegular(descriptor, &size, reason) && readUpTo(descriptor, size, text, reason);
+  close(descriptor);
+  return ok;
+}
+
+std::FILE* openText(const std::string& text) {
+  auto* source = new TextSource{&text, 0};
+  std::FILE* stream = fopencookie(source, "r", {readSource, nullptr, seekSource, closeSource});
+  if (stream == nullptr) delete source;
+  return stream;
+}
+
+}  // namespace runlet

@@ -1,0 +1,197 @@
+#include "job/parameter_file.h"
+
+#include <tinyxml.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "job/int32.h"
+#include "job/job_text.h"
+#include "job/nesting.h"
+#include "job/strip_brace.h"
+
+namespace runlet {
+namespace {
+
+// What reading a piece of the document came to.
+enum class Reading { ok, invalidSyntax, stripBraceFailed };
+
+struct TextElement {
+  const char* name;
+  std::string AdapterContext::*field;
+};
+
+constexpr TextElement textElements[] = {
+    {"WorkingFolder", &AdapterContext::workingFolder},
+    {"LogFolder", &AdapterContext::logFolder},
+    {"Outputs", &AdapterContext::outputs},
+};
+
+struct NumberElement {
+  const char* name;
+  std::int32_t AdapterContext::*field;
+};
+
+// All of them decimal, the umask too: job files write the mask 022 as 18, and "022" is 22.
+constexpr NumberElement numberElements[] = {
+    {"TaskNameIdx", &AdapterContext::taskNameIdx},
+    {"TaskTimeout", &AdapterContext::taskTimeout},
+    {"uid", &AdapterContext::uid},
+    {"gid", &AdapterContext::gid},
+    {"umask", &AdapterContext::umask},
+};
+
+// Null when there is no element or it does not begin with text.
+const char* textOf(const TiXmlElement* element) {
+  return element == nullptr ? nullptr : element->GetText();
+}
+
+// The text of the file goes through our hands first, so that what the library cannot take never
+// reaches it.
+bool loadDocument(TiXmlDocument* document, std::string* reason) {
+  std::string text;
+  if (!readJobText(document->Value(), &text, reason)) return false;
+  if (deepestNesting(text.c_str(), maxNesting) > maxNesting) {
+    *reason = "Elements nested too deep.";
+    return false;
+  }
+  std::FILE* stream = openText(text);
+  const bool loaded = document->LoadFile(stream, TIXML_ENCODING_UTF8);
+  if (stream != nullptr) std::fclose(stream);
+  if (!loaded) *reason = document->ErrorDesc();
+  return loaded;
+}
+
+Reading readArguments(const TiXmlNode& cmdData, AdapterContext* context) {
+  const char* text = textOf(cmdData.FirstChildElement("Arguments"));
+  if (text != nullptr && !stripBrace(text, &context->arguments)) return Reading::stripBraceFailed;
+  return Reading::ok;
+}
+
+void readTexts(const TiXmlNode& cmdData, AdapterContext* context) {
+  for (const TextElement& row : textElements) {
+    const char* text = textOf(cmdData.FirstChildElement(row.name));
+    if (text != nullptr) context->*row.field = text;
+  }
+}
+
+Reading readNumbers(const TiXmlNode& cmdData, AdapterContext* context) {
+  for (const NumberElement& row : numberElements) {
+    const TiXmlElement* element = cmdData.FirstChildElement(row.name);
+    if (element == nullptr) continue;
+    const char* text = textOf(element);
+    if (text == nullptr) return Reading::invalidSyntax;
+    context->*row.field = decimalInt32(text);
+  }
+  return Reading::ok;
+}
+
+Reading readRedirectStderr(const TiXmlNode& cmdData, AdapterContext* context) {
+  const TiXmlElement* element = cmdData.FirstChildElement("redirectStderr");
+  if (element == nullptr) return Reading::ok;
+  const char* text = textOf(element);
+  if (text == nullptr) return Reading::invalidSyntax;
+  context->redirectStderr = *text != '\0' && std::strchr("YyTt1", *text) != nullptr;
+  return Reading::ok;
+}
+
+Reading readTasks(const TiXmlElement& taskList, AdapterContext* context) {
+  for (const TiXmlNode* task = taskList.FirstChild("Task"); task != nullptr;
+       task = task->NextSibling("Task")) {
+    const char* text = textOf(task->FirstChildElement("Params"));
+    if (text == nullptr) continue;
+    std::string entry;
+    if (!stripBrace(text, &entry)) return Reading::stripBraceFailed;
+    context->taskList.push_back(entry);
+  }
+  return Reading::ok;
+}
+
+// Without braces the entry is empty, but it counts: parameters are known by their number.
+void appendStripped(const char* text, StringList* list) {
+  if (text == nullptr) return;
+  std::string entry;
+  stripBrace(text, &entry);
+  list->push_back(entry);
+}
+
+// A value is looked for behind its name only.
+Reading readParameter(const TiXmlNode& parameter, AdapterContext* context) {
+  const TiXmlElement* name = parameter.FirstChildElement("Name");
+  if (name == nullptr) return Reading::invalidSyntax;
+  appendStripped(textOf(name), &context->paramNames);
+  appendStripped(textOf(name->NextSiblingElement("Value")), &context->paramValues);
+  return Reading::ok;
+}
+
+// The first two parameters are found by their name; from there on every node is the next
+// parameter, whatever it is called. Job files in use have parameters under names of their own
+// there, and their numbers would change if such nodes were passed over.
+Reading readParameters(const TiXmlNode& jobParams, AdapterContext* context) {
+  const TiXmlNode* parameter = jobParams.FirstChild("Param");
+  for (bool first = true; parameter != nullptr; first = false) {
+    if (readParameter(*parameter, context) != Reading::ok) return Reading::invalidSyntax;
+    parameter = first ? parameter->NextSibling("Param") : parameter->NextSibling();
+  }
+  return Reading::ok;
+}
+
+Reading readLists(const TiXmlNode& cmdData, AdapterContext* context) {
+  const TiXmlElement* taskList = cmdData.FirstChildElement("TaskList");
+  if (taskList == nullptr) return Reading::invalidSyntax;
+  if (const Reading tasks = readTasks(*taskList, context); tasks != Reading::ok) return tasks;
+  // The format has the parameters behind the tasks; in front of them they do not count.
+  const TiXmlNode* jobParams = taskList->NextSibling("JobParams");
+  if (jobParams == nullptr) return Reading::invalidSyntax;
+  return readParameters(*jobParams, context);
+}
+
+// Fields are filled as they are read, and stay so when a later piece fails: the request ends
+// then, and nothing looks at them.
+Reading readJob(const TiXmlDocument& document, AdapterContext* context) {
+  // The first node has to be the root, even if it is not an element: with a declaration or a
+  // comment in front of the root the file is not a job file.
+  const TiXmlNode* root = document.FirstChild();
+  const TiXmlNode* cmdData = root == nullptr ? nullptr : root->FirstChild("cmdData");
+  if (cmdData == nullptr) return Reading::invalidSyntax;
+
+  Reading reading = readArguments(*cmdData, context);
+  if (reading != Reading::ok) return reading;
+  readTexts(*cmdData, context);
+  reading = readNumbers(*cmdData, context);
+  if (reading != Reading::ok) return reading;
+  reading = readRedirectStderr(*cmdData, context);
+  if (reading != Reading::ok) return reading;
+  return readLists(*cmdData, context);
+}
+
+bool report(Reading reading) {
+  switch (reading) {
+    case Reading::ok:
+      return true;
+    case Reading::invalidSyntax:
+      std::fprintf(stderr, "Runlet adapter: Invalid XML job syntax.\n");
+      return false;
+    case Reading::stripBraceFailed:
+      std::fprintf(stderr, "Runlet adapter: Strip brace failed.\n");
+      return false;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool loadParameterFile(AdapterContext* context) {
+  if (context->jobFile.empty()) return false;
+  TiXmlDocument document(context->jobFile.c_str());
+  std::string reason;
+  if (!loadDocument(&document, &reason)) {
+    std::fprintf(stderr, "Runlet adapter: Could not load parameter file %s. Error='%s'.Exiting.\n",
+                 context->jobFile.c_str(), reason.c_str());
+    return false;
+  }
+  return report(readJob(document, context));
+}
+
+}  // namespace runlet
