@@ -20,20 +20,10 @@ constexpr char cannotOpen[] = "Failed to open file";
 // of the text; these NULs are there for it to arrive on.
 constexpr std::size_t paddingLength = 3;
 
-// A directory would have the library ask for a buffer of all memory, and it would wait for ever
-// for the writer of a named pipe.
-bool isRegular(int descriptor, std::size_t* size, std::string* reason) {
-  struct stat status {};
-  if (fstat(descriptor, &status) != 0) {
-    *reason = std::strerror(errno);
-    return false;
-  }
-  if (!S_ISREG(status.st_mode)) {
-    *reason = S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "Not a regular file";
-    return false;
-  }
-  *size = static_cast<std::size_t>(status.st_size);
-  return true;
+// The number of bytes to read. What is no regular file has none, and so is an empty document to
+// the library, which looks for the length by moving to the end.
+std::size_t sizeOf(const struct stat& status) {
+  return S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
 // Reads up to `size` bytes and adds the padding; a file that has become shorter yields what is
@@ -54,6 +44,16 @@ bool readUpTo(int descriptor, std::size_t size, std::string* text, std::string* 
   text->resize(length);
   text->append(paddingLength, '\0');
   return true;
+}
+
+bool readOpenFile(int descriptor, std::string* text, std::string* reason) {
+  struct stat status {};
+  int error = fstat(descriptor, &status) == 0 ? 0 : errno;
+  // A directory has a length that means nothing, and the library would ask memory for it.
+  if (error == 0 && S_ISDIR(status.st_mode)) error = EISDIR;
+  if (error == 0) return readUpTo(descriptor, sizeOf(status), text, reason);
+  *reason = std::strerror(error);
+  return false;
 }
 
 // A text as a stream reads it.
@@ -88,13 +88,13 @@ int closeSource(void* cookie) {
 }  // namespace
 
 bool readJobText(const char* path, std::string* text, std::string* reason) {
+  // The library itself would wait here for the writer of a named pipe.
   const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor == -1) {
     *reason = cannotOpen;
     return false;
   }
-  std::size_t size = 0;
-  const bool ok = isRegular(descriptor, &size, reason) && readUpTo(descriptor, size, text, reason);
+  const bool ok = readOpenFile(descriptor, text, reason);
   close(descriptor);
   return ok;
 }
