@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 
@@ -153,9 +154,9 @@ std::size_t deepestNesting(const char* text, std::size_t enough) {
       text = behind(std::strchr(text, '>'), 1);
       --depth;
     } else if (isNameStart(text[1])) {
+      // A level as well if the element ends at once, or the library gives up in its tag.
+      deepest = std::max(deepest, depth + 1);
       text = skipStartTag(text, &open);
-      // An element that ends at once is a level as well.
-      if (text != nullptr && depth + 1 > deepest) deepest = depth + 1;
       if (open) ++depth;
     } else {
       text = skipOtherMarkup(text);
