@@ -35,8 +35,8 @@ void runProgram(const std::string& commandLine, bool redirectStderr) {
   if (redirectStderr) dup2(oldStderr, STDERR_FILENO);
   std::fprintf(stderr, "Runlet adapter: Cannot execute command:'%s':%s\n", commandLine.c_str(),
                std::strerror(error));
-  // Not _exit: the "Calling" line that this process inherited in its output buffer is written a
-  // second time, and the server takes that for the sign that the task never became the program.
+  // Not _exit: what this process inherited unwritten in its output buffer, the "Calling" line, is
+  // meant to go out once more. In the server's log a task without a program is called twice.
   std::exit(cannotExecuteStatus);
 }
 

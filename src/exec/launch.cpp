@@ -46,8 +46,8 @@ void addApplicationFolder(const std::string& appPath, const std::string& line, C
   const std::string folder = appPath.substr(0, appPath.rfind('/') + 1);
   const std::size_t space = line.find(' ');
   const std::string firstWord = line.substr(0, space);
-  // Out of range without a space, and nothing catches it: with an application path the server
-  // sends a program and its arguments, and a lone word is a job it must not take for started.
+  // Out of range without a space, and nothing catches it: with an application path a job has to
+  // give its program at least one argument, and a lone word must not be started.
   const std::string rest = line.substr(space);
   command->program = folder + firstWord;
   command->line = folder + firstWord + rest;
@@ -67,8 +67,9 @@ bool composeCommand(const AdapterContext& context, std::int32_t taskIndex, Comma
   return true;
 }
 
-// Through a shell and unquoted, since jobs name several programs at once this way. The outcome
-// does not matter: a program that still cannot be executed is reported when it is started.
+// The path goes to the shell as it stands, since application paths in use may count on what the
+// shell makes of them. The outcome does not matter: a program that still cannot be executed is
+// reported when it is started.
 void makeExecutable(const std::string& program) {
   if (program.empty()) return;
   [[maybe_unused]] const int ignored = std::system(("/bin/chmod 755 " + program).c_str());
@@ -89,8 +90,8 @@ pid_t startChild(const Command& command, bool redirectStderr) {
 }
 
 // The wait status of `child`, or 0 when the wait fails. An interrupted wait is not taken up
-// again: whoever interrupts the adapter wants it to go on. With -1 this waits for any child, of
-// which there is none, and so reports a failed wait as well.
+// again: the line about it tells the server that how the task ends is not known. With -1 this
+// waits for any child, of which there is none, and so reports a failed wait as well.
 int waitForChild(pid_t child) {
   int status = 0;
   do {
@@ -103,7 +104,7 @@ int waitForChild(pid_t child) {
 }
 
 // The server reads the code as a signed byte. Death by a signal leaves these bits 0 and is not
-// reported: it ends tasks that way itself.
+// reported: to the server a task that was killed did not exit abnormally.
 void reportExitCode(int status) {
   const auto code = static_cast<std::int8_t>((status >> 8) & 0xff);
   if (code == 0) return;
