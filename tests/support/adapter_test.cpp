@@ -1,0 +1,112 @@
+#include "adapter_test.h"
+
+#include <grp.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+
+namespace runlet_test {
+
+const std::string adapterPath = RUNLET_ADAPTER;
+const std::string probePath = RUNLET_PROBE;
+const std::string faultsPath = RUNLET_FAULTS;
+
+std::vector<std::string> AdapterTest::newTask(int first, int count) const {
+  return {
+      "-o", "NewTask", "-j", jobFile_, "-s", std::to_string(first), "-n", std::to_string(count)};
+}
+
+void AdapterTest::write(const Job& job) {
+  folder_.write("job.xml", job.text());
+}
+
+ProcessOptions AdapterTest::adapter(const std::vector<std::string>& arguments) const {
+  ProcessOptions options;
+  options.arguments = arguments;
+  options.arguments.insert(options.arguments.begin(), adapterPath);
+  // Libraries that stand in for parts of the system come in front of a sanitizer's.
+  options.environment.emplace_back("ASAN_OPTIONS", "verify_asan_link_order=0");
+  return options;
+}
+
+ProcessResult AdapterTest::run(const std::vector<std::string>& arguments) const {
+  return runProcess(adapter(arguments));
+}
+
+ProcessResult AdapterTest::runCommand(const std::string& arguments) {
+  Job job;
+  job.arguments = arguments;
+  write(job);
+  return run(newTask());
+}
+
+std::string AdapterTest::probe() const {
+  return '"' + probePath + "\" " + folder_.file("report");
+}
+
+Report AdapterTest::report() const {
+  Report lines;
+  std::istringstream text(readFile(folder_.file("report")));
+  for (std::string line; std::getline(text, line);) {
+    const std::size_t end = line.find_first_of(" \t");
+    lines[line.substr(0, end)].push_back(end == std::string::npos ? "" : line.substr(end + 1));
+  }
+  return lines;
+}
+
+ProcessOptions AdapterTest::unprivileged(const std::vector<std::string>& arguments) const {
+  ProcessOptions options = adapter(arguments);
+  if (geteuid() != 0) return options;
+  options.program = folder_.file("adapter");
+  std::filesystem::copy_file(adapterPath, options.program,
+                             std::filesystem::copy_options::overwrite_existing);
+  options.prepare = [] {
+    if (setgroups(0, nullptr) != 0 || setgid(otherId) != 0 || setuid(otherId) != 0) _exit(97);
+  };
+  return options;
+}
+
+std::string calling(const std::string& commandLine, const std::string& folder) {
+  std::string line = "Calling '";
+  return line.append(commandLine).append("' from '").append(folder).append("'\n");
+}
+
+std::string withoutPids(const std::string& output) {
+  static const std::regex id("(\\[ServerMessage\\]ProcessStarted processId=)[0-9]+\n");
+  return std::regex_replace(output, id, "$1PID\n");
+}
+
+namespace {
+
+// The adapter's lines in front of all others; the order among each kind is kept.
+std::string adapterLinesFirst(const std::string& output) {
+  std::string ofAdapter;
+  std::string ofTasks;
+  for (std::size_t at = 0; at < output.size();) {
+    const std::size_t end = std::min(output.find('\n', at), output.size() - 1) + 1;
+    const std::string line = output.substr(at, end - at);
+    const bool isAdapters = line.rfind("Calling '", 0) == 0 || line == processStarted;
+    (isAdapters ? ofAdapter : ofTasks) += line;
+    at = end;
+  }
+  return ofAdapter + ofTasks;
+}
+
+}  // namespace
+
+void expectResult(const ProcessResult& result, const std::string& output, const std::string& error,
+                  const std::string& status) {
+  EXPECT_EQ(adapterLinesFirst(withoutPids(result.output)), adapterLinesFirst(output));
+  EXPECT_EQ(result.error, error);
+  EXPECT_EQ(describeStatus(result.waitStatus), status);
+}
+
+std::string terminateText(const std::string& type, const std::string& what) {
+  std::string text = "terminate called after throwing an instance of '";
+  return text.append(type).append("'\n  what():  ").append(what).append("\n");
+}
+
+}  // namespace runlet_test

@@ -1,0 +1,87 @@
+// The built adapter under test.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "job.h"
+#include "process.h"
+#include "temp_folder.h"
+
+namespace runlet_test {
+
+extern const std::string adapterPath;
+extern const std::string probePath;
+extern const std::string faultsPath;
+
+// Id of the user and group that stand for "another user" where the tests run as root.
+inline constexpr unsigned otherId = 65534;
+
+// Ends the test as skipped if it does not run as root; where RUNLET_FORBID_SKIPS is set, as failed.
+#define REQUIRE_ROOT()                                                      \
+  if (geteuid() != 0) {                                                     \
+    if (std::getenv("RUNLET_FORBID_SKIPS") != nullptr) FAIL() << "no root"; \
+    GTEST_SKIP() << "needs root";                                           \
+  }                                                                         \
+  static_cast<void>(0)
+
+// What the probe found out about itself: for every kind of line the lines of that kind.
+using Report = std::map<std::string, std::vector<std::string>>;
+
+// A job file in a folder of its own, and the adapter run on it.
+class AdapterTest : public testing::Test {
+ protected:
+  // The adapter's arguments for the tasks `first` .. `first + count - 1` of the job.
+  std::vector<std::string> newTask(int first = 1, int count = 1) const;
+
+  // Writes the job file.
+  void write(const Job& job);
+
+  // Options that start the adapter with `arguments` behind its own name.
+  ProcessOptions adapter(const std::vector<std::string>& arguments) const;
+
+  ProcessResult run(const std::vector<std::string>& arguments) const;
+
+  // Writes the job whose command is `arguments` and runs its first task.
+  ProcessResult runCommand(const std::string& arguments);
+
+  // Where the probe is to write its report. As a command: probe() + " more arguments".
+  std::string probe() const;
+  Report report() const;
+
+  // Options as `adapter` gives them, for a process without privilege, whoever runs the tests: as
+  // root the adapter is copied to where another user may execute it, and started as that user.
+  ProcessOptions unprivileged(const std::vector<std::string>& arguments) const;
+
+  const std::string& folder() const {
+    return folder_.path();
+  }
+
+  TempFolder folder_;
+  std::string jobFile_ = folder_.file("job.xml");
+};
+
+// The line that announces a command, and the one that announces its process with "PID" in place
+// of the id.
+std::string calling(const std::string& commandLine, const std::string& folder);
+inline constexpr char processStarted[] = "[ServerMessage]ProcessStarted processId=PID\n";
+
+// `output` with every announced process id replaced by "PID".
+std::string withoutPids(const std::string& output);
+
+// Asserts all that came out of a process, the ids of its children aside. `status` as
+// describeStatus has it.
+//
+// The adapter writes its lines about a task after it has created the child, so that a quick task
+// may write first. Therefore its lines and the tasks' own are compared apart from each other;
+// where the order matters, a test has to compare `result.output` itself.
+void expectResult(const ProcessResult& result, const std::string& output, const std::string& error,
+                  const std::string& status);
+
+// What the C++ library writes for an exception that nothing catches.
+std::string terminateText(const std::string& type, const std::string& what);
+
+}  // namespace runlet_test

@@ -1,0 +1,44 @@
+// Faults that the real system does not produce on demand, loaded in front of the C library. The
+// environment variable RUNLET_FAULT says which.
+
+#include <dlfcn.h>
+#include <pwd.h>
+#include <sys/types.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+bool faultIs(const char* name) {
+  const char* fault = std::getenv("RUNLET_FAULT");
+  return fault != nullptr && std::strcmp(fault, name) == 0;
+}
+
+}  // namespace
+
+extern "C" passwd* getpwnam(const char* name) {
+  static passwd entry{};
+  if (faultIs("user-id-minus-one")) {
+    entry.pw_uid = static_cast<uid_t>(-1);
+    errno = ENOENT;  // left over from within a lookup that succeeded
+    return &entry;
+  }
+  errno = faultIs("user-database") ? EIO : 0;
+  if (errno != 0 || faultIs("no-such-user")) return nullptr;
+  using Function = passwd* (*)(const char*);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getpwnam"))(name);
+}
+
+extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
+  using Function = pid_t (*)(pid_t, int*, int);
+  const pid_t result =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);
+  if (!faultIs("interrupted-wait")) return result;
+  // As if a signal had come while the child ran; a second wait would succeed.
+  unsetenv("RUNLET_FAULT");
+  if (status != nullptr) *status = 3 << 8;
+  errno = EINTR;
+  return -1;
+}

@@ -1,0 +1,70 @@
+// A task that tells what it is: it writes a line for each thing to the file named by its first
+// argument.
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Every byte that is not printable, and the backslash, as \xNN.
+std::string visible(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    if (c >= ' ' && c <= '~' && c != '\\') {
+      out += c;
+    } else {
+      char code[8];
+      std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(c) & 0xffU);
+      out += code;
+    }
+  }
+  return out;
+}
+
+std::string targetOf(const std::string& link) {
+  char target[4096];
+  const ssize_t length = readlink(link.c_str(), target, sizeof target);
+  return length < 0 ? "?" : std::string(target, static_cast<std::size_t>(length));
+}
+
+std::vector<int> openDescriptors() {
+  std::vector<int> descriptors;
+  DIR* folder = opendir("/proc/self/fd");
+  for (const dirent* entry = readdir(folder); entry != nullptr; entry = readdir(folder)) {
+    if (entry->d_name[0] == '.') continue;
+    const int descriptor = std::stoi(entry->d_name);
+    if (descriptor != dirfd(folder)) descriptors.push_back(descriptor);
+  }
+  closedir(folder);
+  std::sort(descriptors.begin(), descriptors.end());
+  return descriptors;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  if (argc < 2) return 2;
+  // What is open has to be seen before the report is.
+  const std::vector<int> descriptors = openDescriptors();
+  std::ofstream report(argv[1]);
+  for (int i = 0; i < argc; ++i) report << "argument " << visible(argv[i]) << "\n";
+  report << "pid " << getpid() << "\nparent " << getppid() << "\n";
+  report << "folder " << targetOf("/proc/self/cwd") << "\n";
+  for (const int descriptor : descriptors) {
+    const std::string number = std::to_string(descriptor);
+    report << "descriptor " << number << " " << targetOf("/proc/self/fd/" + number) << "\n";
+  }
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    for (const char* name : {"Uid:", "Gid:", "Groups:", "Umask:"}) {
+      if (line.rfind(name, 0) == 0) report << line << "\n";
+    }
+  }
+  return report.flush() ? 0 : 1;
+}

@@ -1,0 +1,119 @@
+#include "process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace runlet_test {
+namespace {
+
+constexpr int patienceMs = 30000;
+
+struct Pipe {
+  int readEnd;
+  int writeEnd;
+};
+
+Pipe makePipe() {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
+  return {ends[0], ends[1]};
+}
+
+[[noreturn]] void become(const ProcessOptions& options, int output, int error) {
+  const int input = open("/dev/null", O_RDONLY);
+  dup2(input, STDIN_FILENO);
+  dup2(output, STDOUT_FILENO);
+  dup2(error, STDERR_FILENO);
+  close_range(STDERR_FILENO + 1, ~0U, 0);
+  for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
+  if (!options.folder.empty() && chdir(options.folder.c_str()) != 0) _exit(99);
+  if (options.prepare) options.prepare();
+  std::vector<char*> argv;
+  for (const std::string& argument : options.arguments) {
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  }
+  argv.push_back(nullptr);
+  execv(options.program.empty() ? argv[0] : options.program.c_str(), argv.data());
+  _exit(98);
+}
+
+// Appends what there is to `*text`; at the end closes the pipe and sets it to -1.
+void drain(int* pipe, std::string* text) {
+  std::array<char, 65536> buffer;
+  const ssize_t count = read(*pipe, buffer.data(), buffer.size());
+  if (count > 0) {
+    text->append(buffer.data(), static_cast<std::size_t>(count));
+  } else {
+    close(*pipe);
+    *pipe = -1;
+  }
+}
+
+}  // namespace
+
+Process::Process(const ProcessOptions& options) {
+  const Pipe output = makePipe();
+  const Pipe error = makePipe();
+  result_.pid = fork();
+  if (result_.pid == 0) become(options, output.writeEnd, error.writeEnd);
+  close(output.writeEnd);
+  close(error.writeEnd);
+  outputPipe_ = output.readEnd;
+  errorPipe_ = error.readEnd;
+  if (result_.pid == -1) throw std::runtime_error("cannot fork");
+}
+
+Process::~Process() {
+  if (outputPipe_ != -1) close(outputPipe_);
+  if (errorPipe_ != -1) close(errorPipe_);
+  if (result_.pid == -1) return;
+  kill(result_.pid, SIGKILL);
+  waitpid(result_.pid, nullptr, 0);
+}
+
+bool Process::readSome() {
+  std::array<pollfd, 2> pipes{{{outputPipe_, POLLIN, 0}, {errorPipe_, POLLIN, 0}}};
+  if (poll(pipes.data(), pipes.size(), patienceMs) <= 0) return false;
+  if (pipes[0].revents != 0) drain(&outputPipe_, &result_.output);
+  if (pipes[1].revents != 0) drain(&errorPipe_, &result_.error);
+  return true;
+}
+
+bool Process::readUntil(const std::string& text) {
+  while (result_.output.find(text) == std::string::npos) {
+    if (outputPipe_ == -1 || !readSome()) return false;
+  }
+  return true;
+}
+
+ProcessResult Process::finish() {
+  while (outputPipe_ != -1 || errorPipe_ != -1) {
+    if (!readSome()) {
+      kill(result_.pid, SIGKILL);
+      break;
+    }
+  }
+  waitpid(result_.pid, &result_.waitStatus, 0);
+  const ProcessResult result = result_;
+  result_.pid = -1;
+  return result;
+}
+
+ProcessResult runProcess(const ProcessOptions& options) {
+  return Process(options).finish();
+}
+
+std::string describeStatus(int waitStatus) {
+  if (WIFEXITED(waitStatus)) return "exit " + std::to_string(WEXITSTATUS(waitStatus));
+  if (WIFSIGNALED(waitStatus)) return "signal " + std::to_string(WTERMSIG(waitStatus));
+  return "status " + std::to_string(waitStatus);
+}
+
+}  // namespace runlet_test

@@ -1,0 +1,59 @@
+// Running a program and seeing all that comes out of it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace runlet_test {
+
+struct ProcessOptions {
+  std::vector<std::string> arguments;  // the argument vector, the program's own name first
+  std::string program;                 // path of the program; empty = the first argument
+  std::string folder;                  // current folder to start in; empty = the caller's
+  std::vector<std::pair<std::string, std::string>> environment;  // added to the caller's
+  // Called in the new process right before it becomes the program: for limits, users, signals
+  // and descriptors. Descriptors 0, 1 and 2 are open then, all others closed.
+  std::function<void()> prepare;
+};
+
+struct ProcessResult {
+  pid_t pid = -1;
+  std::string output;  // all of standard output
+  std::string error;   // all of standard error
+  int waitStatus = -1;
+};
+
+// A process that runs, with an empty standard input and both outputs read through pipes.
+class Process {
+ public:
+  explicit Process(const ProcessOptions& options);
+  // Kills the process if it has not been waited for.
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  // Reads until standard output holds `text`. False if it ends, or half a minute passes, first.
+  bool readUntil(const std::string& text);
+
+  // Reads both outputs to their end and waits for the process. A process that takes longer than
+  // half a minute is killed.
+  ProcessResult finish();
+
+ private:
+  bool readSome();
+
+  ProcessResult result_;
+  int outputPipe_ = -1;
+  int errorPipe_ = -1;
+};
+
+ProcessResult runProcess(const ProcessOptions& options);
+
+// A wait status in words: "exit 0", "signal 6".
+std::string describeStatus(int waitStatus);
+
+}  // namespace runlet_test

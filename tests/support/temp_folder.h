@@ -1,0 +1,41 @@
+// A folder for the files of one test.
+#pragma once
+
+#include <string>
+
+namespace runlet_test {
+
+// A new folder that every user may enter, removed with all that is in it when the object goes.
+class TempFolder {
+ public:
+  TempFolder();
+  ~TempFolder();
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+
+  const std::string& path() const {
+    return path_;
+  }
+
+  // The path of `name` in the folder.
+  std::string file(const std::string& name) const {
+    return path_ + "/" + name;
+  }
+
+  // Writes `text` to the file `name`, which gets exactly `mode`, and yields its path.
+  std::string write(const std::string& name, const std::string& text, unsigned mode = 0644) const;
+
+  // Makes the folder `name` with exactly `mode`, and yields its path.
+  std::string makeFolder(const std::string& name, unsigned mode = 0755) const;
+
+ private:
+  std::string path_;
+};
+
+// The whole file at `path`; the empty text if there is none.
+std::string readFile(const std::string& path);
+
+// The permission bits of the file at `path`, as in 0755; -1 if there is none.
+int modeOf(const std::string& path);
+
+}  // namespace runlet_test
