@@ -13,7 +13,7 @@
 namespace runlet_test {
 namespace {
 
-constexpr int patienceMs = 30000;
+constexpr std::chrono::seconds patience(30);
 
 struct Pipe {
   int readEnd;
@@ -61,6 +61,7 @@ void drain(int* pipe, std::string* text) {
 Process::Process(const ProcessOptions& options) {
   const Pipe output = makePipe();
   const Pipe error = makePipe();
+  deadline_ = std::chrono::steady_clock::now() + patience;
   result_.pid = fork();
   if (result_.pid == 0) become(options, output.writeEnd, error.writeEnd);
   close(output.writeEnd);
@@ -80,7 +81,10 @@ Process::~Process() {
 
 bool Process::readSome() {
   std::array<pollfd, 2> pipes{{{outputPipe_, POLLIN, 0}, {errorPipe_, POLLIN, 0}}};
-  if (poll(pipes.data(), pipes.size(), patienceMs) <= 0) return false;
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+      deadline_ - std::chrono::steady_clock::now());
+  if (left.count() <= 0) return false;
+  if (poll(pipes.data(), pipes.size(), static_cast<int>(left.count())) <= 0) return false;
   if (pipes[0].revents != 0) drain(&outputPipe_, &result_.output);
   if (pipes[1].revents != 0) drain(&errorPipe_, &result_.error);
   return true;

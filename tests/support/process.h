@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <utility>
@@ -36,17 +37,19 @@ class Process {
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
-  // Reads until standard output holds `text`. False if it ends, or half a minute passes, first.
+  // Reads until standard output holds `text`. False if it ends, or the time is up, first.
   bool readUntil(const std::string& text);
 
-  // Reads both outputs to their end and waits for the process. A process that takes longer than
-  // half a minute is killed.
+  // Reads both outputs to their end and waits for the process. A process that is not done
+  // half a minute after its start is killed.
   ProcessResult finish();
 
  private:
+  // False when the time is up.
   bool readSome();
 
   ProcessResult result_;
+  std::chrono::steady_clock::time_point deadline_;
   int outputPipe_ = -1;
   int errorPipe_ = -1;
 };
