@@ -129,12 +129,14 @@ TEST_F(Launch, GivesTheChildItsWords) {
 }
 
 TEST_F(Launch, FindsTheProgramAlongThePath) {
-  const std::string script = folder_.write("my-program", "#!/bin/sh\necho found $1\n", 0755);
-  ProcessOptions options = adapter(newTask());
-  options.environment.emplace_back("PATH", "/nowhere:" + folder());
+  const std::string bin = folder_.makeFolder("bin");
+  folder_.write("bin/my-program", "#!/bin/sh\necho found $1\n", 0755);
+  folder_.write("my-program", "#!/bin/sh\necho in the run folder\n", 0755);
   Job job;
   job.arguments = "my-program here";
   write(job);
+  ProcessOptions options = adapter(newTask());
+  options.environment.emplace_back("PATH", "/nowhere:" + bin);
   expectResult(runProcess(options),
                calling("my-program here", folder()) + processStarted + "found here\n", "",
                "exit 0");

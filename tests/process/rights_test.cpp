@@ -34,9 +34,9 @@ class Rights : public AdapterTest {
                  "exit 0");
   }
 
-  // The first task, with the adapter's faults library and `-u user`.
-  ProcessResult runWithFault(const std::string& fault) const {
-    Strings arguments = newTask();
+  // The first tasks of the job for a user that the faulty system is asked for.
+  ProcessResult runWithFault(const std::string& fault, int count = 1) const {
+    Strings arguments = newTask(1, count);
     arguments.insert(arguments.end(), {"-u", "somebody"});
     ProcessOptions options = adapter(arguments);
     options.environment.emplace_back("LD_PRELOAD", faultsPath);
@@ -80,6 +80,14 @@ TEST_F(Rights, LookTheUserUpByName) {
   job_.remove("uid");
   write(job_);
   expectRan(runAs(self->pw_name));
+}
+
+TEST_F(Rights, LookTheUserUpOnceInARequest) {
+  job_.remove("uid");
+  job_.tasks.assign(2, "t");
+  write(job_);
+  const std::string lines = calling("/bin/echo ran", folder()) + processStarted + "ran\n";
+  expectResult(runWithFault("one-lookup", 2), lines + lines, "", "exit 0");
 }
 
 TEST_F(Rights, IgnoreTheUserNameWhereThereIsAnId) {
