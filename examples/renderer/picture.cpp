@@ -6,8 +6,7 @@
 namespace renderer {
 namespace {
 
-constexpr int mirrorDepth = 4;  // how often a ray is thrown back at most
-constexpr double farAway = 1e9;
+constexpr int mirrorDepth = 4;       // how often a ray is thrown back at most
 constexpr double offSurface = 1e-4;  // so that a ray does not meet what it starts from
 constexpr double lightRadius = 0.7;
 constexpr int samplesPerSide = 2;
