@@ -15,8 +15,8 @@ TEST(Messages, EveryNumberHasItsText) {
       "Job exit successful",
       "Job exit failed",
       "Cannot start",
-      "Make sure the batch file or executable name has its full name and path (or configure "
-      "server accordingly)",
+      ("Make sure the batch file or executable name has its full name and path (or configure "
+       "server accordingly)"),
       "Failed to create job object",
       "Process cannot be added to job group",
       "Process exited with error code (%d) on '%s'",
