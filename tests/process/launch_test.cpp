@@ -348,7 +348,7 @@ class ApplicationPath : public AdapterTest {
  protected:
   // The job's command under the application path `appPath`, started in the job's folder.
   ProcessResult runWith(const std::string& appPath, const std::string& command,
-                        const std::string& searchPath = "/usr/bin:/bin") {
+                        const std::string& searchPath = "/bin") {
     Job job;
     job.arguments = command;
     write(job);

@@ -27,6 +27,8 @@ ProcessOptions AdapterTest::adapter(const std::vector<std::string>& arguments) c
   ProcessOptions options;
   options.arguments = arguments;
   options.arguments.insert(options.arguments.begin(), adapterPath);
+  // The caller's own may have folders that another user cannot look into.
+  options.environment.emplace_back("PATH", "/usr/bin:/bin");
   // Libraries that stand in for parts of the system come in front of a sanitizer's.
   options.environment.emplace_back("ASAN_OPTIONS", "verify_asan_link_order=0");
   return options;

@@ -40,7 +40,8 @@ class AdapterTest : public testing::Test {
   // Writes the job file.
   void write(const Job& job);
 
-  // Options that start the adapter with `arguments` behind its own name.
+  // Options that start the adapter with `arguments` behind its own name, and with a PATH that
+  // does not depend on who runs the tests.
   ProcessOptions adapter(const std::vector<std::string>& arguments) const;
 
   ProcessResult run(const std::vector<std::string>& arguments) const;
