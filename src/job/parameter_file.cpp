@@ -69,11 +69,12 @@ Reading readArguments(const TiXmlNode& cmdData, AdapterContext* context) {
   return Reading::ok;
 }
 
-void readTexts(const TiXmlNode& cmdData, AdapterContext* context) {
+Reading readTexts(const TiXmlNode& cmdData, AdapterContext* context) {
   for (const TextElement& row : textElements) {
     const char* text = textOf(cmdData.FirstChildElement(row.name));
     if (text != nullptr) context->*row.field = text;
   }
+  return Reading::ok;
 }
 
 Reading readNumbers(const TiXmlNode& cmdData, AdapterContext* context) {
@@ -147,23 +148,23 @@ Reading readLists(const TiXmlNode& cmdData, AdapterContext* context) {
   return readParameters(*jobParams, context);
 }
 
-// Fields are filled as they are read, and stay so when a later piece fails: the request ends
-// then, and nothing looks at them.
+// In the order of the steps, which shows in what is filled when one of them fails, and in the
+// message of a file with several faults.
+constexpr Reading (*steps[])(const TiXmlNode& cmdData, AdapterContext* context) = {
+    readArguments, readTexts, readNumbers, readRedirectStderr, readLists,
+};
+
+// Nothing is rolled back after a failure: the request ends then, and nothing looks at the fields.
 Reading readJob(const TiXmlDocument& document, AdapterContext* context) {
   // The first node has to be the root, even if it is not an element: with a declaration or a
   // comment in front of the root the file is not a job file.
   const TiXmlNode* root = document.FirstChild();
   const TiXmlNode* cmdData = root == nullptr ? nullptr : root->FirstChild("cmdData");
   if (cmdData == nullptr) return Reading::invalidSyntax;
-
-  Reading reading = readArguments(*cmdData, context);
-  if (reading != Reading::ok) return reading;
-  readTexts(*cmdData, context);
-  reading = readNumbers(*cmdData, context);
-  if (reading != Reading::ok) return reading;
-  reading = readRedirectStderr(*cmdData, context);
-  if (reading != Reading::ok) return reading;
-  return readLists(*cmdData, context);
+  for (const auto step : steps) {
+    if (const Reading reading = step(*cmdData, context); reading != Reading::ok) return reading;
+  }
+  return Reading::ok;
 }
 
 bool report(Reading reading) {

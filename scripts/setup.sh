@@ -1,4 +1,4 @@
-# For the other scripts, to be sourced: makes sure that Debian packages are installed.
+# For the other scripts, to be sourced: what has to be there before anything can be built.
 
 # requirePackages PACKAGE...
 # Installs what is missing where this user may (as root, or with sudo that asks for no password);
@@ -24,4 +24,21 @@ requirePackages() {
   "${asRoot[@]}" apt-get update -qq
   "${asRoot[@]}" env DEBIAN_FRONTEND=noninteractive \
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# configureRelease OPTION...
+# Configures build/ anew or again, with more options for cmake; fails where it cannot. A folder that was configured for
+# another place or with another generator is of no use, and is made anew.
+configureRelease() {
+  local cache=build/CMakeCache.txt
+  if [ -e build ] && [ ! -w build ]; then
+    printf '%s/build belongs to somebody else: remove it, or work in a copy of your own.\n' \
+      "$PWD" >&2
+    return 1
+  fi
+  if [ -e "$cache" ] && ! { grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$PWD" "$cache" &&
+    grep -qxF 'CMAKE_GENERATOR:INTERNAL=Ninja' "$cache"; }; then
+    rm -rf build
+  fi
+  cmake --preset release "$@"
 }
