@@ -116,6 +116,64 @@ TEST_F(JobFile, WithReversedBracesEndsTheProcess) {
   }
 }
 
+// What the tasks and parameters of a file come to, seen in the commands of all its tasks.
+TEST_F(JobFile, GivesTasksAndParametersByTheirPlace) {
+  const std::string a = "<Param><Name>{a}</Name><Value>{1}</Value></Param>";
+  const std::string b = "<Param><Name>{b}</Name><Value>{2}</Value></Param>";
+  const struct {
+    std::string tasks;
+    std::string params;
+    std::vector<std::string> outputs;  // number, fields 1 and 2, parameters 1 to 3
+  } rows[] = {
+      {"", "", {}},
+      {"<Task><Params>{x&#9;y}</Params></Task>", "", {"1|x|y|Undefined|Undefined|Undefined"}},
+      {"<Task><Params><![CDATA[{x\ty}]]></Params></Task>", a, {"1|x|y|1|Undefined|Undefined"}},
+      // typed as such, a TAB becomes a space
+      {"<Task><Params>{x\ty}</Params></Task>", a, {"1|x y|Undefined|1|Undefined|Undefined"}},
+      {"<Task><Params>{x&#9;}</Params></Task>", a, {"1|x|Undefined|1|Undefined|Undefined"}},
+      {"<Task><Params>{x&#9;&#9;z}</Params></Task>", a, {"1|x||1|Undefined|Undefined"}},
+      // a task without a text is none
+      {"<Task><Params>{x}</Params></Task><Task/><Task><Params>{z}</Params></Task>",
+       a,
+       {"1|x|Undefined|1|Undefined|Undefined", "2|z|Undefined|1|Undefined|Undefined"}},
+      {"<Task><Params>{x}</Params></Task>", a + b, {"1|x|Undefined|1|2|Undefined"}},
+      {"<Task><Params>{x}</Params></Task>", a + a, {"1|x|Undefined|1|1|Undefined"}},
+      // a name without braces counts
+      {"<Task><Params>{x}</Params></Task>",
+       "<Param><Name>a</Name><Value>{1}</Value></Param>" + b,
+       {"1|x|Undefined|1|2|Undefined"}},
+      // from the third on, any element is a parameter
+      {"<Task><Params>{x}</Params></Task>",
+       a + b + "<Extra><Name>{c}</Name><Value>{3}</Value></Extra>",
+       {"1|x|Undefined|1|2|3"}},
+  };
+  for (const auto& row : rows) {
+    const std::string text =
+        job("<Arguments>say {/bin/echo %tn|%tp1|%tp2|%jp1|%jp2|%jp3} so</Arguments><uid>" +
+                std::to_string(getuid()) + "</uid><gid>" + std::to_string(getgid()) + "</gid>",
+            row.tasks, row.params);
+    SCOPED_TRACE(text);
+    folder_.write("job.xml", text);
+    std::string output;
+    for (const std::string& line : row.outputs) {
+      output += calling("/bin/echo " + line, folder()) + processStarted + line + "\n";
+    }
+    expectResult(run(newTask(1, 9)), output, "", "exit 0");
+  }
+}
+
+// A value in front of its name is none, and so the next one moves up to the first number.
+TEST_F(JobFile, MovesValuesUpWhereOneIsMissing) {
+  folder_.write("job.xml",
+                job("<Arguments>{/bin/echo %jp1}</Arguments><uid>" + std::to_string(getuid()) +
+                        "</uid><gid>" + std::to_string(getgid()) + "</gid>",
+                    "<Task><Params>{x}</Params></Task>",
+                    "<Param><Value>{1}</Value><Name>{a}</Name></Param>"
+                    "<Param><Name>{b}</Name><Value>{2}</Value></Param>"));
+  expectResult(run(newTask()), calling("/bin/echo 2", folder()) + processStarted + "2\n", "",
+               "exit 0");
+}
+
 TEST_F(JobFile, IsReadFromTheFolderTheAdapterWasStartedIn) {
   write(Job());
   ProcessOptions options = adapter({"-o", "PingTask", "-j", "job.xml"});
@@ -156,6 +214,10 @@ TEST_F(TaskCommand, IsExpandedForTheTask) {
       {"%jp4 %jp0", "Undefined Undefined"},
       {"100%% done", "100% done"},
       {"50%x 50%5x", "50x 50x"},
+      {"%2tp2 %0tn", "101 3"},
+      {"%jp", "Undefined"},
+      {"%tp12%3tn", "Undefined" + zeros31},
+      {"plain", "plain"},
       {"end%", "end"},
       {"end%12", "end"},
       {"%4tn_%2tn", "0003_" + zeros31},

@@ -18,8 +18,8 @@ TEST_F(Start, AnswersUnderTheNameItWasStartedBy) {
     const char* name;
   } rows[] = {
       {"UserRunletAdapter", "Command Line Tool"},
-      {"/opt/farm/bin/UserRunletAdapter", "Command Line Tool"},
-      {"/opt/farm/bin/MyAdapter", "MyAdapter"},
+      {"/opt/adapters/UserRunletAdapter", "Command Line Tool"},
+      {"/opt/adapters/MyAdapter", "MyAdapter"},
       {"./bin/adapter2", "adapter2"},
       {"dir/", "dir"},
       {"userRunletAdapter", "userRunletAdapter"},
@@ -111,6 +111,8 @@ TEST_F(Requests, NewTaskRunsTheRangeClippedToTheJob) {
       {10, {"-s", "1"}, {1}},
       {10, {"-s", "10"}, {10}},
       {10, {"-s", "11"}, {}},
+      {10, {"-s", " 7x"}, {7}},
+      {10, {"-s", "abc", "-n", "2"}, {1}},
       {10, {"-n", "2"}, {1}},
       {10, {"-s", "3", "-n", "0"}, {}},
       {10, {"-s", "3", "-n", "-1"}, {}},

@@ -11,6 +11,7 @@
 namespace runlet_test {
 
 TempFolder::TempFolder() {
+  // mkdtemp puts a name of its own in place of the last letters
   char name[] = "/tmp/runlet-test-XXXXXX";
   if (mkdtemp(name) == nullptr || chmod(name, 0755) != 0) {
     throw std::runtime_error("cannot make a folder in /tmp");

@@ -27,9 +27,9 @@ TEST_F(Identity, ComesFromTheBaseNameOfTheProgram) {
     const char* name;
   } rows[] = {
       {"UserRunletAdapter", "Command Line Tool"},
-      {"/opt/farm/bin/UserRunletAdapter", "Command Line Tool"},
+      {"/opt/adapters/UserRunletAdapter", "Command Line Tool"},
       {"./UserRunletAdapter", "Command Line Tool"},
-      {"/opt/farm/bin/MyAdapter", "MyAdapter"},
+      {"/opt/adapters/MyAdapter", "MyAdapter"},
       {"./bin/adapter2", "adapter2"},
       {"adapter2", "adapter2"},
       {"userrunletadapter", "userrunletadapter"},

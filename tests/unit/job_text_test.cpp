@@ -1,25 +1,24 @@
 #include "job/job_text.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
+
+#include "temp_folder.h"
 
 namespace runlet {
 namespace {
 
 // The library may move up to 3 bytes past the last byte of the file.
 TEST(JobText, EndsInNulsForTheLibrary) {
-  const std::string path = testing::TempDir() + "runlet-job-text-" + std::to_string(getpid());
+  const runlet_test::TempFolder folder;
   std::string reason;
   for (const std::string bytes : {"", "<a/>", "\xf0"}) {
-    std::ofstream(path, std::ios::binary) << bytes;
+    const std::string path = folder.write("job.xml", bytes);
     std::string text = "as it was";
     EXPECT_TRUE(readJobText(path.c_str(), &text, &reason));
     EXPECT_EQ(text, bytes + std::string(3, '\0'));
   }
-  std::remove(path.c_str());
 }
 
 TEST(JobText, IsReadFromTheStreamAsItStands) {

@@ -4,11 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 
 #include "job/nesting.h"
+#include "temp_folder.h"
 
 namespace runlet {
 namespace {
@@ -17,23 +16,11 @@ constexpr char invalidSyntax[] = "Runlet adapter: Invalid XML job syntax.\n";
 constexpr char stripBraceFailed[] = "Runlet adapter: Strip brace failed.\n";
 constexpr char noParams[] = "<JobParams/>";
 
-// A folder with a job file in it, both gone at the end of the test.
+// A job file in a folder of its own.
 class ParameterFile : public testing::Test {
  protected:
-  void SetUp() override {
-    char name[] = "/tmp/runlet-XXXXXX";
-    ASSERT_NE(mkdtemp(name), nullptr);
-    folder_ = name;
-    path_ = folder_ + "/job.xml";
-  }
-
-  void TearDown() override {
-    unlink(path_.c_str());
-    rmdir(folder_.c_str());
-  }
-
   void write(const std::string& text) {
-    std::ofstream(path_, std::ios::binary) << text;
+    folder_.write("job.xml", text);
   }
 
   // Loads the file at `path`; yields the result, and keeps standard error and the context.
@@ -67,8 +54,8 @@ class ParameterFile : public testing::Test {
     return context_;
   }
 
-  std::string folder_;
-  std::string path_;
+  runlet_test::TempFolder folder_;
+  std::string path_ = folder_.file("job.xml");
   AdapterContext context_;
   std::string standardError_;
 };
@@ -93,42 +80,44 @@ Strings plain(const StringList& list) {
 }
 
 TEST_F(ParameterFile, FillsEveryField) {
-  expectLoads(R"(<Job>
+  expectLoads(R"(<night-job>
   <cmdData>
-    <Arguments>{render -frames %tp2 -scene %jp1 -tag task%tn}</Arguments>
-    <WorkingFolder>/farm/jobs/shot010</WorkingFolder>
-    <LogFolder>/farm/logs/shot010</LogFolder>
-    <Outputs>/farm/out/shot010</Outputs>
-    <TaskNameIdx>1</TaskNameIdx>
-    <TaskTimeout>30</TaskTimeout>
-    <uid>1001</uid>
-    <gid>100</gid>
-    <umask>18</umask>
-    <redirectStderr>Yes</redirectStderr>
+    <Outputs>/srv/out/night</Outputs>
+    <Arguments>{bake --map %tp1 --layers %tp3 --seed %jp2 --to map%tn.exr}</Arguments>
+    <TaskTimeout>45</TaskTimeout>
+    <WorkingFolder>/srv/show/night</WorkingFolder>
+    <gid>50</gid>
+    <uid>2003</uid>
+    <LogFolder>/srv/log/night</LogFolder>
+    <redirectStderr>never</redirectStderr>
+    <TaskNameIdx>2</TaskNameIdx>
     <TaskList>
-      <Task><Params>{Frames 1-10&#9;1-10}</Params></Task>
-      <Task><Params>{Frames 11-20&#9;11-20}</Params></Task>
+      <Task><Params>{hills&#9;the far hills&#9;4}</Params></Task>
+      <Task><Params>{sea&#9;the sea&#9;2}</Params></Task>
+      <Task><Params>{sky&#9;the sky&#9;1}</Params></Task>
     </TaskList>
+    <umask>7</umask>
     <JobParams>
-      <Param><Name>{scene}</Name><Value>{/farm/scenes/shot010.scn}</Value></Param>
-      <Param><Name>{quality}</Name><Value>{high}</Value></Param>
+      <Param><Name>{palette}</Name><Value>{dusk, warm}</Value></Param>
+      <Param><Name>{seed}</Name><Value>{77}</Value></Param>
     </JobParams>
   </cmdData>
-</Job>
+</night-job>
 )");
-  EXPECT_EQ(context().arguments, "render -frames %tp2 -scene %jp1 -tag task%tn");
-  EXPECT_EQ(context().workingFolder, "/farm/jobs/shot010");
-  EXPECT_EQ(context().logFolder, "/farm/logs/shot010");
-  EXPECT_EQ(context().outputs, "/farm/out/shot010");
-  EXPECT_EQ(context().taskNameIdx, 1);
-  EXPECT_EQ(context().taskTimeout, 30);
-  EXPECT_EQ(context().uid, 1001);
-  EXPECT_EQ(context().gid, 100);
-  EXPECT_EQ(context().umask, 18);
-  EXPECT_TRUE(context().redirectStderr);
-  EXPECT_EQ(plain(context().taskList), (Strings{"Frames 1-10\t1-10", "Frames 11-20\t11-20"}));
-  EXPECT_EQ(plain(context().paramNames), (Strings{"scene", "quality"}));
-  EXPECT_EQ(plain(context().paramValues), (Strings{"/farm/scenes/shot010.scn", "high"}));
+  EXPECT_EQ(context().arguments, "bake --map %tp1 --layers %tp3 --seed %jp2 --to map%tn.exr");
+  EXPECT_EQ(context().workingFolder, "/srv/show/night");
+  EXPECT_EQ(context().logFolder, "/srv/log/night");
+  EXPECT_EQ(context().outputs, "/srv/out/night");
+  EXPECT_EQ(context().taskNameIdx, 2);
+  EXPECT_EQ(context().taskTimeout, 45);
+  EXPECT_EQ(context().uid, 2003);
+  EXPECT_EQ(context().gid, 50);
+  EXPECT_EQ(context().umask, 7);
+  EXPECT_FALSE(context().redirectStderr);
+  EXPECT_EQ(plain(context().taskList),
+            (Strings{"hills\tthe far hills\t4", "sea\tthe sea\t2", "sky\tthe sky\t1"}));
+  EXPECT_EQ(plain(context().paramNames), (Strings{"palette", "seed"}));
+  EXPECT_EQ(plain(context().paramValues), (Strings{"dusk, warm", "77"}));
 }
 
 TEST_F(ParameterFile, LeavesDefaultsWhereElementsAreAbsent) {
@@ -528,7 +517,7 @@ TEST_F(ParameterFile, RefusesWhatIsNoRegularFile) {
   path_ = "/dev/zero";
   EXPECT_FALSE(load(path_));
   EXPECT_EQ(standardError_, couldNotLoad("Error document empty."));
-  path_ = folder_ + "/job.xml";
+  path_ = folder_.file("job.xml");
 }
 
 std::string repeat(const std::string& text, std::size_t count) {
