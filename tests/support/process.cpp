@@ -8,7 +8,10 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
+#include <thread>
 
 namespace runlet_test {
 namespace {
@@ -56,7 +59,18 @@ void drain(int* pipe, std::string* text) {
   }
 }
 
+std::string statusOf(pid_t pid) {
+  std::ifstream stream("/proc/" + std::to_string(pid) + "/status");
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
 }  // namespace
+
+void openAs(int descriptor, const std::string& path, int flags) {
+  const int opened = open(path.c_str(), flags, 0644);
+  if (opened == -1 || dup2(opened, descriptor) == -1) _exit(96);
+  if (opened != descriptor) close(opened);
+}
 
 Process::Process(const ProcessOptions& options) {
   const Pipe output = makePipe();
@@ -97,6 +111,16 @@ bool Process::readUntil(const std::string& text) {
   return true;
 }
 
+void Process::awaitEnd() const {
+  // A process may close its outputs and live on, so that their end alone says nothing.
+  siginfo_t info{};
+  while (waitid(P_PID, static_cast<id_t>(result_.pid), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
+         info.si_pid == 0) {
+    if (std::chrono::steady_clock::now() >= deadline_) kill(result_.pid, SIGKILL);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 ProcessResult Process::finish() {
   while (outputPipe_ != -1 || errorPipe_ != -1) {
     if (!readSome()) {
@@ -104,6 +128,8 @@ ProcessResult Process::finish() {
       break;
     }
   }
+  awaitEnd();
+  result_.ending = statusOf(result_.pid);
   waitpid(result_.pid, &result_.waitStatus, 0);
   const ProcessResult result = result_;
   result_.pid = -1;
