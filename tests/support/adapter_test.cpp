@@ -81,9 +81,6 @@ std::string withoutPids(const std::string& output) {
   return std::regex_replace(output, id, "$1PID\n");
 }
 
-namespace {
-
-// The adapter's lines in front of all others; the order among each kind is kept.
 std::string adapterLinesFirst(const std::string& output) {
   std::string ofAdapter;
   std::string ofTasks;
@@ -96,8 +93,6 @@ std::string adapterLinesFirst(const std::string& output) {
   }
   return ofAdapter + ofTasks;
 }
-
-}  // namespace
 
 void expectResult(const ProcessResult& result, const std::string& output, const std::string& error,
                   const std::string& status) {

@@ -73,12 +73,14 @@ inline constexpr char processStarted[] = "[ServerMessage]ProcessStarted processI
 // `output` with every announced process id replaced by "PID".
 std::string withoutPids(const std::string& output);
 
-// Asserts all that came out of a process, the ids of its children aside. `status` as
-// describeStatus has it.
+// `output` with the adapter's lines in front of all others; the order among each kind is kept.
 //
 // The adapter writes its lines about a task after it has created the child, so that a quick task
-// may write first. Therefore its lines and the tasks' own are compared apart from each other;
-// where the order matters, a test has to compare `result.output` itself.
+// may write first: the order between the two is not fixed.
+std::string adapterLinesFirst(const std::string& output);
+
+// Asserts all that came out of a process, the ids of its children and the order between the
+// adapter's lines and the tasks' own aside. `status` as describeStatus has it.
 void expectResult(const ProcessResult& result, const std::string& output, const std::string& error,
                   const std::string& status);
 
