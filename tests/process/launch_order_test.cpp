@@ -182,12 +182,6 @@ class LaunchOrderOfRoot : public LaunchOrder {
     job_.arguments = "/bin/true x";
   }
 
-  static mode_t starterMask() {
-    const mode_t mask = umask(0);
-    umask(mask);
-    return mask;
-  }
-
   static void dropFromTheProgramToBe(int capability) {
     if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) _exit(95);
   }
@@ -255,7 +249,7 @@ TEST_F(LaunchOrderOfRoot, GivesTheChmodWhatTheTaskBeforeLeft) {
   ASSERT_EQ(stat((work_ + "/2").c_str(), &second), 0);
   EXPECT_EQ(first.st_uid, 0U);
   EXPECT_EQ(first.st_gid, 0U);
-  EXPECT_EQ(first.st_mode & 07777U, 0666U & ~starterMask());
+  EXPECT_EQ(first.st_mode & 07777U, 0644U);
   EXPECT_EQ(second.st_uid, otherId);
   EXPECT_EQ(second.st_gid, 100U);
   EXPECT_EQ(second.st_mode & 07777U, 0600U);

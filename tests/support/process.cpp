@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,12 +30,25 @@ Pipe makePipe() {
   return {ends[0], ends[1]};
 }
 
+// What a process inherits but a test must not depend on: whether it was started in the background,
+// under which mask, and how tools in the tests are to speak.
+void forgetTheStarter() {
+  for (int signal = 1; signal < NSIG; ++signal) std::signal(signal, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  umask(022);
+  setenv("LC_ALL", "C", 1);
+  unsetenv("POSIXLY_CORRECT");
+}
+
 [[noreturn]] void become(const ProcessOptions& options, int output, int error) {
   const int input = open("/dev/null", O_RDONLY);
   dup2(input, STDIN_FILENO);
   dup2(output, STDOUT_FILENO);
   dup2(error, STDERR_FILENO);
   close_range(STDERR_FILENO + 1, ~0U, 0);
+  forgetTheStarter();
   for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
   if (!options.folder.empty() && chdir(options.folder.c_str()) != 0) _exit(99);
   if (options.prepare) options.prepare();

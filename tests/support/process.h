@@ -17,7 +17,8 @@ struct ProcessOptions {
   std::string folder;                  // current folder to start in; empty = the caller's
   std::vector<std::pair<std::string, std::string>> environment;  // added to the caller's
   // Called in the new process right before it becomes the program: for limits, users, signals
-  // and descriptors. Descriptors 0, 1 and 2 are open then, all others closed.
+  // and descriptors. Descriptors 0, 1 and 2 are open then, all others closed; signals have their
+  // default dispositions, and the mask for new files is 022.
   std::function<void()> prepare;
 };
 
