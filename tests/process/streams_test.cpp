@@ -52,9 +52,10 @@ std::set<std::string> outputsOfMissingPrograms(const Strings& callings) {
   return outputs;
 }
 
-std::string cannotExecute(const std::string& command) {
+std::string cannotExecute(const std::string& command,
+                          const std::string& reason = "No such file or directory") {
   std::string line = "Runlet adapter: Cannot execute command:'";
-  line.append(command).append("':No such file or directory\n");
+  line.append(command).append("':").append(reason).append("\n");
   return line.append("Runlet adapter: Process exit abnormally,Exit code is -127\n");
 }
 
@@ -83,6 +84,23 @@ TEST_F(Streams, HoldTheCallingLineTwiceForALineWithoutAWord) {
   EXPECT_EQ(possible.count(withoutPids(result.output)), 1U) << result.output;
   EXPECT_EQ(result.error, cannotExecute(""));
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+}
+
+// Under an application path, where the line begins with a space, the folder itself is the program.
+TEST_F(Streams, HoldTheCallingLineTwiceForAFolderAsTheProgram) {
+  const std::string bin = folder_.makeFolder("bin", 0700) + "/";
+  Job job;
+  job.arguments = " render -x";
+  write(job);
+  Strings arguments = newTask();
+  arguments.insert(arguments.end(), {"-a", bin + "tool"});
+  const ProcessResult result = run(arguments);
+  const std::string command = bin + " render -x";
+  const auto possible = outputsOfMissingPrograms({calling(command, folder())});
+  EXPECT_EQ(possible.count(withoutPids(result.output)), 1U) << result.output;
+  EXPECT_EQ(result.error, cannotExecute(command, "Permission denied"));
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+  EXPECT_EQ(modeOf(bin), 0755);
 }
 
 // A later task that does run finds nothing left of the ones before.
