@@ -100,6 +100,18 @@ TEST_F(Child, IsNotTakenForAnother) {
                exitCodeLine(7), "exit 0");
 }
 
+// A wait may also tell of a child that has only stopped.
+TEST_F(Child, IsWaitedForUntilItHasEnded) {
+  Job job;
+  job.arguments = "/bin/sh -c \"exit 6\"";
+  write(job);
+  ProcessOptions options = adapter(newTask());
+  options.environment.emplace_back("LD_PRELOAD", faultsPath);
+  options.environment.emplace_back("RUNLET_FAULT", "stopped-first");
+  expectResult(runProcess(options), calling(job.arguments, folder()) + processStarted,
+               exitCodeLine(6), "exit 0");
+}
+
 TEST_F(Child, StaysInTheProcessGroupAndSession) {
   Job job;
   job.arguments = probe();

@@ -4,9 +4,11 @@
 #include <dlfcn.h>
 #include <pwd.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -41,6 +43,12 @@ extern "C" passwd* getpwnam(const char* name) {
 }
 
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
+  if (faultIs("stopped-first")) {
+    // As for a child that stopped under a debugger and then went on.
+    unsetenv("RUNLET_FAULT");
+    if (status != nullptr) *status = W_STOPCODE(SIGSTOP);
+    return pid;
+  }
   using Function = pid_t (*)(pid_t, int*, int);
   const pid_t result =
       reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);
