@@ -155,6 +155,8 @@ TEST_F(Child, GetsItsWordsFromTheWholeLine) {
       {"\"" + program + "\" " + report_ + " -a=\"b c\"", {program, report_, "-a=\"b", "c\""}},
       {"\"" + program + "\" " + report_ + " \"a\tb\" \\\"c",
        {program, report_, R"(a\x09b)", R"(\x5c"c)"}},
+      {"\"" + program + "\" " + report_ + " \ta\t b\t\t \t",
+       {program, report_, R"(\x09a\x09)", R"(b\x09\x09)", R"(\x09)"}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.line);

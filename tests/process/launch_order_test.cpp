@@ -1,6 +1,7 @@
 // The order of the steps of a launch, seen where two of them would fail or where the effect of one
 // shows in another; and what a launch leaves to the next.
 
+#include <grp.h>
 #include <linux/capability.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -27,7 +28,8 @@ std::string cannotEnter(const std::string& path) {
   return line.append(path).append("': No such file or directory");
 }
 
-// The real, effective, saved and file system id of a process that ended, from the line `name`.
+// The ids of a process that ended, from the line `name`: real, effective, saved and that for files,
+// or all of "Groups".
 std::string idsAtTheEnd(const ProcessResult& result, const std::string& name) {
   std::istringstream lines(result.ending);
   for (std::string line; std::getline(lines, line);) {
@@ -117,6 +119,15 @@ TEST_F(LaunchOrder, LooksAtTheGroupBeforeTheUser) {
                "exit 255");
   arguments.insert(arguments.end(), {"-u", "no such user at all"});
   expectResult(runProcess(unprivileged(arguments)), calling("/bin/true", folder()), refused,
+               "exit 255");
+}
+
+// A number beyond 64 bits leaves an error number behind, long before the group is looked at.
+TEST_F(LaunchOrder, TakesNoOlderErrorForTheReason) {
+  job_.set("TaskTimeout", "99999999999999999999").remove("gid");
+  job_.arguments = "/bin/true";
+  write(job_);
+  expectResult(run(newTask()), calling("/bin/true", folder()), "Cannot set gid -1: No such group",
                "exit 255");
 }
 
@@ -298,7 +309,8 @@ class UserDatabase : public LaunchOrderOfRoot {
     return waitpid(pid, &status, 0) == pid && status == 0;
   }
 
-  // The first task for the user `name`, where the system's users are those of `users`.
+  // The first task for the user `name`, where the system's users are those of `users`. The starter
+  // is in three groups besides its own.
   ProcessResult runAs(const std::string& name, const std::string& users) {
     const std::string file = folder_.write("passwd", users);
     job_.remove("uid").set("gid", "100");
@@ -307,7 +319,8 @@ class UserDatabase : public LaunchOrderOfRoot {
     arguments.insert(arguments.end(), {"-u", name});
     ProcessOptions options = adapter(arguments);
     options.prepare = [file] {
-      if (unshare(CLONE_NEWNS) != 0 ||
+      const gid_t groups[] = {4, 24, 12345};
+      if (setgroups(3, groups) != 0 || unshare(CLONE_NEWNS) != 0 ||
           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
           mount(file.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) != 0) {
         _exit(95);
@@ -323,6 +336,7 @@ TEST_F(UserDatabase, GivesTheUserIdAndNothingElse) {
   expectResult(result, calling("/bin/true x", work_) + processStarted, "", "exit 0");
   EXPECT_EQ(idsAtTheEnd(result, "Uid"), fourTimes(12345));
   EXPECT_EQ(idsAtTheEnd(result, "Gid"), fourTimes(100));
+  EXPECT_EQ(idsAtTheEnd(result, "Groups"), "4 24 12345 ");
 }
 
 TEST_F(UserDatabase, MayGiveRootItself) {

@@ -42,6 +42,14 @@ extern "C" passwd* getpwnam(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getpwnam"))(name);
 }
 
+// A call that succeeds may leave any error number behind, which then is no reason for anything.
+extern "C" int setgid(gid_t gid) {
+  using Function = int (*)(gid_t);
+  const int result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setgid"))(gid);
+  if (result == 0 && faultIs("no-such-user")) errno = EBUSY;
+  return result;
+}
+
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
   if (faultIs("stopped-first")) {
     // As for a child that stopped under a debugger and then went on.
