@@ -302,9 +302,15 @@ class UserDatabase : public LaunchOrderOfRoot {
     GTEST_SKIP() << "needs the right to mount";
   }
 
+  // A name space for mounts of its own, in which nothing reaches the system's.
+  static bool enterOwnMounts() {
+    return unshare(CLONE_NEWNS) == 0 &&
+           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  }
+
   static bool mayMount() {
     const pid_t pid = fork();
-    if (pid == 0) _exit(unshare(CLONE_NEWNS) == 0 ? 0 : 1);
+    if (pid == 0) _exit(enterOwnMounts() ? 0 : 1);
     int status = -1;
     return waitpid(pid, &status, 0) == pid && status == 0;
   }
@@ -320,8 +326,7 @@ class UserDatabase : public LaunchOrderOfRoot {
     ProcessOptions options = adapter(arguments);
     options.prepare = [file] {
       const gid_t groups[] = {4, 24, 12345};
-      if (setgroups(3, groups) != 0 || unshare(CLONE_NEWNS) != 0 ||
-          mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      if (setgroups(3, groups) != 0 || !enterOwnMounts() ||
           mount(file.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) != 0) {
         _exit(95);
       }
