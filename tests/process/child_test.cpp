@@ -77,7 +77,8 @@ TEST_F(Child, EndsByEverySignalWithoutAWord) {
 TEST_F(Child, IsNotWaitedForBeyondItsOwnProcess) {
   folder_.write("script",
                 "#!/bin/sh\n"
-                "(until [ -e go ]; do sleep 0.01; done; : >done) >/dev/null 2>&1 3>&1 &\n"
+                "(i=0; until [ -e go ] || [ $((i+=1)) -gt 3000 ]; do sleep 0.01; done; : >done) "
+                ">/dev/null 2>&1 3>&1 &\n"
                 "exit 9\n",
                 0755);
   expectResult(runCommand("./script x"), calling("./script x", folder()) + processStarted,
@@ -113,12 +114,7 @@ TEST_F(Child, IsWaitedForUntilItHasEnded) {
 }
 
 TEST_F(Child, StaysInTheProcessGroupAndSession) {
-  Job job;
-  job.arguments = probe();
-  write(job);
-  ProcessOptions options = adapter(newTask());
-  options.prepare = [] { setsid(); };
-  const ProcessResult result = runProcess(options);
+  const ProcessResult result = runCommand(probe());
   expectResult(result, calling(probe(), folder()) + processStarted, "", "exit 0");
   Report lines = report();
   EXPECT_EQ(lines["group"], Strings{std::to_string(result.pid)});
