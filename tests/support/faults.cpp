@@ -4,9 +4,11 @@
 #include <dlfcn.h>
 #include <pwd.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -40,7 +42,21 @@ extern "C" passwd* getpwnam(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getpwnam"))(name);
 }
 
+// A call that succeeds may leave any error number behind, which then is no reason for anything.
+extern "C" int setgid(gid_t gid) {
+  using Function = int (*)(gid_t);
+  const int result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setgid"))(gid);
+  if (result == 0 && faultIs("no-such-user")) errno = EBUSY;
+  return result;
+}
+
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
+  if (faultIs("stopped-first")) {
+    // As for a child that stopped under a debugger and then went on.
+    unsetenv("RUNLET_FAULT");
+    if (status != nullptr) *status = W_STOPCODE(SIGSTOP);
+    return pid;
+  }
   using Function = pid_t (*)(pid_t, int*, int);
   const pid_t result =
       reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);

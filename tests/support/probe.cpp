@@ -55,6 +55,7 @@ int main(int argc, char* argv[]) {
   std::ofstream report(argv[1]);
   for (int i = 0; i < argc; ++i) report << "argument " << visible(argv[i]) << "\n";
   report << "pid " << getpid() << "\nparent " << getppid() << "\n";
+  report << "group " << getpgrp() << "\nsession " << getsid(0) << "\n";
   report << "folder " << targetOf("/proc/self/cwd") << "\n";
   for (const int descriptor : descriptors) {
     const std::string number = std::to_string(descriptor);

@@ -2,13 +2,17 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
+#include <thread>
 
 namespace runlet_test {
 namespace {
@@ -26,12 +30,25 @@ Pipe makePipe() {
   return {ends[0], ends[1]};
 }
 
+// What a process inherits but a test must not depend on: whether it was started in the background,
+// under which mask, and how tools in the tests are to speak.
+void forgetTheStarter() {
+  for (int signal = 1; signal < NSIG; ++signal) std::signal(signal, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  umask(022);
+  setenv("LC_ALL", "C", 1);
+  unsetenv("POSIXLY_CORRECT");
+}
+
 [[noreturn]] void become(const ProcessOptions& options, int output, int error) {
   const int input = open("/dev/null", O_RDONLY);
   dup2(input, STDIN_FILENO);
   dup2(output, STDOUT_FILENO);
   dup2(error, STDERR_FILENO);
   close_range(STDERR_FILENO + 1, ~0U, 0);
+  forgetTheStarter();
   for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
   if (!options.folder.empty() && chdir(options.folder.c_str()) != 0) _exit(99);
   if (options.prepare) options.prepare();
@@ -56,7 +73,18 @@ void drain(int* pipe, std::string* text) {
   }
 }
 
+std::string statusOf(pid_t pid) {
+  std::ifstream stream("/proc/" + std::to_string(pid) + "/status");
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
 }  // namespace
+
+void openAs(int descriptor, const std::string& path, int flags) {
+  const int opened = open(path.c_str(), flags, 0644);
+  if (opened == -1 || dup2(opened, descriptor) == -1) _exit(96);
+  if (opened != descriptor) close(opened);
+}
 
 Process::Process(const ProcessOptions& options) {
   const Pipe output = makePipe();
@@ -97,6 +125,16 @@ bool Process::readUntil(const std::string& text) {
   return true;
 }
 
+void Process::awaitEnd() const {
+  // A process may close its outputs and live on, so that their end alone says nothing.
+  siginfo_t info{};
+  while (waitid(P_PID, static_cast<id_t>(result_.pid), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
+         info.si_pid == 0) {
+    if (std::chrono::steady_clock::now() >= deadline_) kill(result_.pid, SIGKILL);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 ProcessResult Process::finish() {
   while (outputPipe_ != -1 || errorPipe_ != -1) {
     if (!readSome()) {
@@ -104,6 +142,8 @@ ProcessResult Process::finish() {
       break;
     }
   }
+  awaitEnd();
+  result_.ending = statusOf(result_.pid);
   waitpid(result_.pid, &result_.waitStatus, 0);
   const ProcessResult result = result_;
   result_.pid = -1;

@@ -17,7 +17,8 @@ struct ProcessOptions {
   std::string folder;                  // current folder to start in; empty = the caller's
   std::vector<std::pair<std::string, std::string>> environment;  // added to the caller's
   // Called in the new process right before it becomes the program: for limits, users, signals
-  // and descriptors. Descriptors 0, 1 and 2 are open then, all others closed.
+  // and descriptors. Descriptors 0, 1 and 2 are open then, all others closed; signals have their
+  // default dispositions, and the mask for new files is 022.
   std::function<void()> prepare;
 };
 
@@ -26,6 +27,9 @@ struct ProcessResult {
   std::string output;  // all of standard output
   std::string error;   // all of standard error
   int waitStatus = -1;
+  // What the system knew of the process at its very end, as in /proc/PID/status: with which user
+  // and group it ended.
+  std::string ending;
 };
 
 // A process that runs, with an empty standard input and both outputs read through pipes.
@@ -47,6 +51,8 @@ class Process {
  private:
   // False when the time is up.
   bool readSome();
+  // Waits until the process has ended, without taking its status; at the time limit kills it.
+  void awaitEnd() const;
 
   ProcessResult result_;
   std::chrono::steady_clock::time_point deadline_;
@@ -58,5 +64,8 @@ ProcessResult runProcess(const ProcessOptions& options);
 
 // A wait status in words: "exit 0", "signal 6".
 std::string describeStatus(int waitStatus);
+
+// Opens `path` and makes it `descriptor`; for `prepare`. A file is made anew.
+void openAs(int descriptor, const std::string& path, int flags);
 
 }  // namespace runlet_test

@@ -1,0 +1,140 @@
+// The command line and the reply, where the outside sees more than the parser's fields.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "adapter_test.h"
+
+namespace runlet_test {
+namespace {
+
+using Options = AdapterTest;
+
+std::string infoReply(const std::string& name) {
+  std::string reply = "<AdapterInfo>\n\t<Name>";
+  reply.append(name).append("</Name>\n\t<Version>400</Version>\n\t<Description>").append(name);
+  return reply.append(" v2023 with user rights</Description>\n</AdapterInfo>\n");
+}
+
+TEST_F(Options, TakeTheirValueFromTheSameWordOrTheNext) {
+  expectResult(run({"-oGetInfo"}), infoReply("Command Line Tool"), "", "exit 0");
+  expectResult(run({"-o", "-o"}), "", "", "exit 255");
+  expectResult(run({"-oShutDown", "-j-o", "-l"}), "",
+               adapterPath + ": option requires an argument -- 'l'\n", "exit 0");
+}
+
+TEST_F(Options, EndAtTwoHyphens) {
+  expectResult(run({"-o", "ShutDown", "--", "-o", "GetInfo", "-x"}), "", "", "exit 0");
+}
+
+TEST_F(Options, ForTheLogAndTheDataAreAcceptedAndNotUsed) {
+  const std::string log = folder_.file("log");
+  const std::string data = folder_.file("data");
+  expectResult(run({"-o", "GetInfo", "-l", log, "-d", data}), infoReply("Command Line Tool"), "",
+               "exit 0");
+  Job job;
+  job.arguments = "/bin/true";
+  write(job);
+  std::vector<std::string> arguments = newTask();
+  arguments.insert(arguments.end(), {"-l", log, "-d", data});
+  expectResult(run(arguments), calling("/bin/true", folder()) + processStarted, "", "exit 0");
+  EXPECT_EQ(access(log.c_str(), F_OK), -1);
+  EXPECT_EQ(access(data.c_str(), F_OK), -1);
+}
+
+// getopt names the program as it was started, whatever the adapter's own name is.
+TEST_F(Options, ThatAreWrongAreReportedUnderTheNameOfTheStart) {
+  const std::string program = "tools/render-adapter";
+  const struct {
+    std::vector<std::string> arguments;
+    std::string error;
+  } rows[] = {
+      {{"-x"}, program + ": invalid option -- 'x'\n"},
+      {{"-xyoGetInfo"},
+       program + ": invalid option -- 'x'\n" + program + ": invalid option -- 'y'\n"},
+      // getopt knows no long options, and takes the letters one by one
+      {{"--help"}, program + ": invalid option -- '-'\n" + program + ": invalid option -- 'h'\n"},
+      {{"-O", "x"}, program + ": invalid option -- 'O'\n"},
+      {{"-:"}, program + ": invalid option -- ':'\n"},
+      {{"-n"}, program + ": option requires an argument -- 'n'\n"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.arguments));
+    ProcessOptions options = adapter({"-o", "GetInfo"});
+    options.program = adapterPath;
+    options.arguments[0] = program;
+    options.arguments.insert(options.arguments.end(), row.arguments.begin(), row.arguments.end());
+    expectResult(runProcess(options), infoReply("render-adapter"), row.error, "exit 0");
+  }
+}
+
+// With a count of 3, from the first number on, which may lie in front of the first task.
+TEST_F(Options, ForNumbersTakeTheDigitsInFrontAndTheLow32Bits) {
+  const struct {
+    const char* first;
+    std::vector<int> tasks;
+  } rows[] = {
+      {"2", {2, 3, 4}},
+      {" \t\n7x", {7, 8, 9}},
+      {"+2", {2, 3, 4}},
+      {"08", {8, 9}},
+      {"0x2", {1, 2}},
+      {"2 5", {2, 3, 4}},
+      {"", {1, 2}},
+      {"- 1", {1, 2}},
+      {"4294967298", {2, 3, 4}},
+      {"-4294967294", {2, 3, 4}},
+      {"4294967295", {1}},
+      // saturates at the largest number of 64 bits, of which the low 32 bits are -1
+      {"99999999999999999999", {1}},
+      {"-99999999999999999999", {1, 2}},
+  };
+  Job job;
+  job.arguments = "/bin/true %tn";
+  job.tasks.assign(9, "t");
+  write(job);
+  for (const auto& row : rows) {
+    std::string output;
+    for (const int number : row.tasks) {
+      output += calling("/bin/true " + std::to_string(number), folder()) + processStarted;
+    }
+    SCOPED_TRACE(row.first);
+    expectResult(run({"-o", "NewTask", "-j", jobFile_, "-n", "3", "-s", row.first}), output, "",
+                 "exit 0");
+  }
+}
+
+TEST_F(Options, GiveTheReplyTheBaseNameByteForByte) {
+  const struct {
+    const char* startedBy;
+    const char* name;
+  } rows[] = {
+      {"/", "/"},
+      {"dir//", "dir"},
+      {"a/b//", "b"},
+      {"bin/UserRunletAdapter/", "Command Line Tool"},
+      {"UserRunletAdapter2", "UserRunletAdapter2"},
+      {"UserRunletAdapter ", "UserRunletAdapter "},
+      {"%s%d%n", "%s%d%n"},
+      {"caf\xc3\xa9\xff", "caf\xc3\xa9\xff"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.startedBy);
+    ProcessOptions options = adapter({"-o", "GetInfo"});
+    options.program = adapterPath;
+    options.arguments[0] = row.startedBy;
+    expectResult(runProcess(options), infoReply(row.name), "", "exit 0");
+  }
+}
+
+// The status tells of the request, not of the reply.
+TEST_F(Options, SucceedWhereTheReplyCannotBeWritten) {
+  ProcessOptions options = adapter({"-o", "GetInfo"});
+  options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
+  expectResult(runProcess(options), "", "", "exit 0");
+  options.prepare = [] { close(STDOUT_FILENO); };
+  expectResult(runProcess(options), "", "", "exit 0");
+}
+
+}  // namespace
+}  // namespace runlet_test
