@@ -26,16 +26,30 @@ requirePackages() {
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
+# requireOwn FOLDER...
+# Ends the script with status 1 where a folder that it makes could not be made or made anew: a run
+# as root leaves files that a user cannot replace.
+requireOwn() {
+  local made foreign
+  for made in "$@"; do
+    if [ ! -e "$made" ] && [ ! -w . ]; then
+      printf '%s is not writable: work in a copy of your own.\n' "$PWD" >&2
+      exit 1
+    fi
+    [ -e "$made" ] || continue
+    foreign=$(find "$made" ! -writable ! -type l -print -quit 2>&1)
+    [ -z "$foreign" ] && continue
+    printf '%s was left by somebody else (%s is not writable): have it removed.\n' \
+      "$PWD/$made" "$foreign" >&2
+    exit 1
+  done
+}
+
 # configureRelease OPTION...
-# Configures build/ anew or again, with more options for cmake; fails where it cannot. A folder that was configured for
+# Configures build/ anew or again, with more options for cmake. A folder that was configured for
 # another place or with another generator is of no use, and is made anew.
 configureRelease() {
   local cache=build/CMakeCache.txt
-  if [ -e build ] && [ ! -w build ]; then
-    printf '%s/build belongs to somebody else: remove it, or work in a copy of your own.\n' \
-      "$PWD" >&2
-    return 1
-  fi
   if [ -e "$cache" ] && ! { grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$PWD" "$cache" &&
     grep -qxF 'CMAKE_GENERATOR:INTERNAL=Ninja' "$cache"; }; then
     rm -rf build

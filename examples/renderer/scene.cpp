@@ -27,7 +27,8 @@ Scene orbit(double phase) {
   scene.spheres.push_back({{0, 1.1, 0}, 1.1, {0.9, 0.9, 0.92}, 0.85});
   for (std::size_t i = 0; i < palette.size(); ++i) {
     const double place = static_cast<double>(i) / static_cast<double>(palette.size());
-    const double height = 0.55 + 0.25 * std::sin((place * 3 + phase * 2) * fullTurn);
+    // never so low that a sphere sinks into the floor
+    const double height = 0.75 + 0.25 * std::sin((place * 3 + phase * 2) * fullTurn);
     scene.spheres.push_back({onCircle(place + phase, 2.3, height), 0.45, palette[i], 0.15});
   }
   scene.light = {4, 7, -3};

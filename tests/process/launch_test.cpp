@@ -163,7 +163,8 @@ TEST_F(Launch, TellsTheServerTheChildsId) {
 
 TEST_F(Launch, TellsTheServerWhileTheChildRuns) {
   Job job;
-  job.arguments = "/bin/sh -c \"while [ ! -e go ]; do sleep 0.02; done; echo gone\"";
+  // Ends with the test in any case: the job file is gone then.
+  job.arguments = "/bin/sh -c \"while [ -e job.xml -a ! -e go ]; do sleep 0.02; done; echo gone\"";
   write(job);
   Process process(adapter(newTask()));
   EXPECT_TRUE(process.readUntil("processId="));

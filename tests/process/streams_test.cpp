@@ -141,7 +141,8 @@ TEST_F(Streams, KeepTheCallingLineBackUntilTheProcessIsStarted) {
 TEST_F(Streams, HoldBothLinesInFrontOfWhatAPatientTaskWrites) {
   Job job;
   job.arguments =
-      "/bin/sh -c \"until grep -q '^.ServerMessage' output; do sleep 0.01; done; echo task\"";
+      "/bin/sh -c \"while [ -e job.xml ] && ! grep -q '^.ServerMessage' output; do sleep 0.01; "
+      "done; echo task\"";
   const ProcessResult result = runToFiles(job);
   EXPECT_EQ(withoutPids(result.output),
             calling(job.arguments, folder()) + processStarted + "task\n");
