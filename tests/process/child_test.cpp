@@ -114,12 +114,7 @@ TEST_F(Child, IsWaitedForUntilItHasEnded) {
 }
 
 TEST_F(Child, StaysInTheProcessGroupAndSession) {
-  Job job;
-  job.arguments = probe();
-  write(job);
-  ProcessOptions options = adapter(newTask());
-  options.prepare = [] { setsid(); };
-  const ProcessResult result = runProcess(options);
+  const ProcessResult result = runCommand(probe());
   expectResult(result, calling(probe(), folder()) + processStarted, "", "exit 0");
   Report lines = report();
   EXPECT_EQ(lines["group"], Strings{std::to_string(result.pid)});

@@ -48,6 +48,7 @@ void forgetTheStarter() {
   dup2(output, STDOUT_FILENO);
   dup2(error, STDERR_FILENO);
   close_range(STDERR_FILENO + 1, ~0U, 0);
+  setsid();  // so that it can be killed together with its children
   forgetTheStarter();
   for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
   if (!options.folder.empty() && chdir(options.folder.c_str()) != 0) _exit(99);
@@ -71,6 +72,12 @@ void drain(int* pipe, std::string* text) {
     close(*pipe);
     *pipe = -1;
   }
+}
+
+// The process leads a session once it runs; right behind the fork there are no children yet.
+void killWithChildren(pid_t pid) {
+  killpg(pid, SIGKILL);
+  kill(pid, SIGKILL);
 }
 
 std::string statusOf(pid_t pid) {
@@ -103,7 +110,7 @@ Process::~Process() {
   if (outputPipe_ != -1) close(outputPipe_);
   if (errorPipe_ != -1) close(errorPipe_);
   if (result_.pid == -1) return;
-  kill(result_.pid, SIGKILL);
+  killWithChildren(result_.pid);
   waitpid(result_.pid, nullptr, 0);
 }
 
@@ -130,7 +137,7 @@ void Process::awaitEnd() const {
   siginfo_t info{};
   while (waitid(P_PID, static_cast<id_t>(result_.pid), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
          info.si_pid == 0) {
-    if (std::chrono::steady_clock::now() >= deadline_) kill(result_.pid, SIGKILL);
+    if (std::chrono::steady_clock::now() >= deadline_) killWithChildren(result_.pid);
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }
@@ -138,7 +145,7 @@ void Process::awaitEnd() const {
 ProcessResult Process::finish() {
   while (outputPipe_ != -1 || errorPipe_ != -1) {
     if (!readSome()) {
-      kill(result_.pid, SIGKILL);
+      killWithChildren(result_.pid);
       break;
     }
   }

@@ -18,7 +18,8 @@ struct ProcessOptions {
   std::vector<std::pair<std::string, std::string>> environment;  // added to the caller's
   // Called in the new process right before it becomes the program: for limits, users, signals
   // and descriptors. Descriptors 0, 1 and 2 are open then, all others closed; signals have their
-  // default dispositions, and the mask for new files is 022.
+  // default dispositions, the mask for new files is 022, and the process leads a session of its
+  // own.
   std::function<void()> prepare;
 };
 
@@ -36,7 +37,7 @@ struct ProcessResult {
 class Process {
  public:
   explicit Process(const ProcessOptions& options);
-  // Kills the process if it has not been waited for.
+  // Kills the process, and its children with it, if it has not been waited for.
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
