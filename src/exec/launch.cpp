@@ -90,8 +90,9 @@ pid_t startChild(const Command& command, bool redirectStderr) {
 }
 
 // The wait status of `child`, or 0 when the wait fails. An interrupted wait is not taken up
-// again: the line about it tells the server that how the task ends is not known. With -1 this
-// waits for any child, of which there is none, and so reports a failed wait as well.
+// again: the line about it tells the server that how the task ends is not known. With -1, after a
+// failed fork, this waits for any child; the adapter has none of its own then, and the server
+// gets the line about the wait as well.
 int waitForChild(pid_t child) {
   int status = 0;
   do {
