@@ -16,8 +16,8 @@ namespace {
 constexpr char cannotOpen[] = "Failed to open file";
 
 // The XML library moves by the length that the first byte of a UTF-8 character announces, at most
-// 4. Where the file ends in the middle of such a character, that leads up to 3 bytes past the end
-// of the text; these NULs are there for it to arrive on.
+// 4. Where the text ends in the middle of such a character, that leads up to 3 bytes past the NUL
+// behind it.
 constexpr std::size_t paddingLength = 3;
 
 // The number of bytes to read. What is no regular file has none, and so is an empty document to
@@ -26,8 +26,7 @@ std::size_t sizeOf(const struct stat& status) {
   return S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
-// Reads up to `size` bytes and adds the padding; a file that has become shorter yields what is
-// left of it.
+// Reads up to `size` bytes; a file that has become shorter yields what is left of it.
 bool readUpTo(int descriptor, std::size_t size, std::string* text, std::string* reason) {
   text->resize(size);
   std::size_t length = 0;
@@ -42,7 +41,6 @@ bool readUpTo(int descriptor, std::size_t size, std::string* text, std::string* 
     length += static_cast<std::size_t>(count);
   }
   text->resize(length);
-  text->append(paddingLength, '\0');
   return true;
 }
 
@@ -54,6 +52,19 @@ bool readOpenFile(int descriptor, std::string* text, std::string* reason) {
   if (error == 0) return readUpTo(descriptor, sizeOf(status), text, reason);
   *reason = std::strerror(error);
   return false;
+}
+
+// A CR, with the LF that may follow it, becomes one LF.
+void normalizeLineEnds(std::string* text) {
+  std::size_t from = text->find('\r');
+  if (from == std::string::npos) return;
+  std::size_t to = from;
+  while (from < text->size()) {
+    const char c = (*text)[from++];
+    (*text)[to++] = c == '\r' ? '\n' : c;
+    if (c == '\r' && from < text->size() && (*text)[from] == '\n') ++from;
+  }
+  text->resize(to);
 }
 
 // A text as a stream reads it.
@@ -96,7 +107,14 @@ bool readJobText(const char* path, std::string* text, std::string* reason) {
   }
   const bool ok = readOpenFile(descriptor, text, reason);
   close(descriptor);
+  if (ok) prepareText(text);
   return ok;
+}
+
+void prepareText(std::string* text) {
+  text->resize(std::strlen(text->c_str()));
+  normalizeLineEnds(text);
+  text->append(paddingLength, '\0');
 }
 
 std::FILE* openText(const std::string& text) {

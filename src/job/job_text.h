@@ -6,11 +6,18 @@
 
 namespace runlet {
 
-// Reads the whole file at `path` into `*text`, followed by a few NULs that let the XML library
-// run over the end unharmed. Returns false, with the reason in `*reason`, when that is a
-// directory or cannot be read; what `*text` holds then does not matter. A device or a pipe
-// is empty. Never waits, whatever `path` names.
+// Reads the file at `path` into `*text`, prepared as below. Returns false, with the reason in
+// `*reason`, when that is a directory or cannot be read; what `*text` holds then does not matter.
+// A device or a pipe is empty. Never waits, whatever `path` names.
 bool readJobText(const char* path, std::string* text, std::string* reason);
+
+// Turns the bytes of a file into what the XML library makes of them before it parses: the text
+// ends at the first NUL, and every line end is one LF. A few NULs follow.
+//
+// The library does the same, but leaves the rest of the bytes behind the end of the text. A byte
+// there that begins a longer UTF-8 character takes it over that end, and it would parse on in
+// bytes that nobody has looked at. Of a prepared text there are none.
+void prepareText(std::string* text);
 
 // A stream that reads `text`, which must outlive it. The caller closes it. Yields null when
 // memory is short.

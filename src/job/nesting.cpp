@@ -68,16 +68,13 @@ int utf8Length(char lead) {
   return 1;
 }
 
-// One character of text or of a quoted value. The library turns a CR and LF into one byte before
-// it reads, so here they count as one as well.
+// One character of text or of a quoted value.
 const char* skipCharacter(const char* text) {
   if (text[0] == '&' && text[1] == '#' && text[2] != '\0') {
     return behind(std::strchr(text + 2, ';'), 1);
   }
-  for (int left = utf8Length(*text); left > 0 && *text != '\0'; --left) {
-    text += beginsWith(text, "\r\n") ? 2 : 1;
-  }
-  return text;
+  const auto length = static_cast<std::size_t>(utf8Length(*text));
+  return text + strnlen(text, length);
 }
 
 const char* skipCharactersUpTo(const char* text, char end) {

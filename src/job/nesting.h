@@ -10,9 +10,10 @@ namespace runlet {
 // megabyte and no job file can overflow the stack of a process that runs as root.
 inline constexpr std::size_t maxNesting = 4000;
 
-// The greatest number of elements that the XML library would have open at once in `text`, or any
-// number above `enough` as soon as that is certain. In text with an error the library stops
-// there; then the yield may be larger than what it would reach, but never smaller.
+// The greatest number of elements that the XML library would have open at once in `text`, which
+// is prepared for it (see prepareText), or any number above `enough` as soon as that is certain.
+// In text with an error the library stops there; then the yield may be larger than what it would
+// reach, but never smaller.
 //
 // Follows the library (reading UTF-8) also where that is generous: a byte that begins a longer
 // UTF-8 character hides the bytes after it, whatever they are, and "&#" hides all up to the next

@@ -65,6 +65,23 @@ TEST_F(JobFile, ThatIsNestedTooDeepIsRefused) {
   expectRefused(text, couldNotLoad("Elements nested too deep."));
 }
 
+// A byte that announces a longer character takes the library over the NUL that ends the text, and
+// into what would still be there of a longer one.
+TEST_F(JobFile, ThatHidesItsDepthBehindItsEndIsRefused) {
+  std::string lineEnds;
+  std::string elements;
+  for (int i = 0; i < 300000; ++i) {
+    lineEnds += "\r\n\r\n\r\n";
+    elements += "<b>";
+  }
+  const std::string noValue = couldNotLoad("Error reading Element value.");
+  expectRefused("<a>\xf0" + std::string("\0xx", 3) + elements, noValue);
+  expectRefused("<a>\xc3" + std::string("\0", 1) + elements, noValue);
+  expectRefused("<a x=\"\xf0" + std::string("\0xx\">", 5) + elements,
+                couldNotLoad("Error parsing Element."));
+  expectRefused("<a><!--" + lineEnds + elements + "-->x\xf0", noValue);
+}
+
 TEST_F(JobFile, WithoutItsRequiredElementsIsRefused) {
   const std::string good = job("", "", "");
   for (const std::string& text : {

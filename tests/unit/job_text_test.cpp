@@ -3,22 +3,42 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <string>
 
 #include "temp_folder.h"
 
 namespace runlet {
 namespace {
 
-// The library may move up to 3 bytes past the last byte of the file.
-TEST(JobText, EndsInNulsForTheLibrary) {
-  const runlet_test::TempFolder folder;
-  std::string reason;
-  for (const std::string bytes : {"", "<a/>", "\xf0"}) {
-    const std::string path = folder.write("job.xml", bytes);
-    std::string text = "as it was";
-    EXPECT_TRUE(readJobText(path.c_str(), &text, &reason));
-    EXPECT_EQ(text, bytes + std::string(3, '\0'));
+using namespace std::string_literals;
+
+const std::string padding(3, '\0');
+
+TEST(JobText, IsPreparedForTheLibrary) {
+  const struct {
+    std::string bytes;
+    std::string text;
+  } rows[] = {
+      {"", ""},         {"<a/>", "<a/>"},   {"\xf0", "\xf0"},     {"a\nb", "a\nb"},
+      {"a\rb", "a\nb"}, {"a\r\nb", "a\nb"}, {"a\n\rb", "a\n\nb"}, {"\r\r\n\r", "\n\n\n"},
+      {"a\0b"s, "a"},   {"\0<a/>"s, ""},    {"a\r\0\nb"s, "a\n"}, {"\xf0\0<a>"s, "\xf0"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.bytes));
+    std::string text = row.bytes;
+    prepareText(&text);
+    EXPECT_EQ(text, row.text + padding);
   }
+}
+
+TEST(JobText, IsReadFromTheFile) {
+  const runlet_test::TempFolder folder;
+  const std::string path = folder.write("job.xml", "<a>\r\n</a>\0<b/>"s);
+  std::string text = "as it was";
+  std::string reason;
+  EXPECT_TRUE(readJobText(path.c_str(), &text, &reason));
+  EXPECT_EQ(text, "<a>\n</a>" + padding);
+  EXPECT_EQ(reason, "");
 }
 
 TEST(JobText, IsReadFromTheStreamAsItStands) {
