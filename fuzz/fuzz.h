@@ -1,0 +1,26 @@
+// What the fuzz targets share.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+// One input, whatever its bytes. Each target defines it.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace runlet_fuzz {
+
+// Ends the process, with `what` on standard error, if `held` is false.
+void require(bool held, const char* what);
+
+// What `action` writes to the stream `stderr`. What it raises passes through.
+std::string standardErrorOf(const std::function<void()>& action);
+
+// The texts that the NULs of the input separate: always `count` of them, empty where the input has
+// fewer, the last one without what is left over.
+std::vector<std::string> texts(const std::uint8_t* data, std::size_t size, std::size_t count);
+
+}  // namespace runlet_fuzz

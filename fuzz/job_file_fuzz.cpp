@@ -1,0 +1,61 @@
+// The loader of the job file: the input is the file.
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+#include "fuzz.h"
+#include "job/parameter_file.h"
+
+namespace {
+
+using runlet_fuzz::require;
+
+// A file that is in memory alone.
+class MemoryFile {
+ public:
+  MemoryFile() : descriptor_(memfd_create("job.xml", MFD_CLOEXEC)) {
+    require(descriptor_ != -1, "a file in memory");
+  }
+
+  void write(const std::uint8_t* data, std::size_t size) const {
+    require(ftruncate(descriptor_, 0) == 0, "an empty file");
+    require(pwrite(descriptor_, data, size, 0) == static_cast<ssize_t>(size), "a whole file");
+  }
+
+  std::string path() const {
+    return "/proc/self/fd/" + std::to_string(descriptor_);
+  }
+
+ private:
+  int descriptor_;
+};
+
+bool isReport(const std::string& text, const std::string& path) {
+  const std::string notLoaded =
+      "Runlet adapter: Could not load parameter file " + path + ". Error='";
+  return text == "Runlet adapter: Invalid XML job syntax.\n" ||
+         text == "Runlet adapter: Strip brace failed.\n" ||
+         (text.starts_with(notLoaded) && text.ends_with("'.Exiting.\n") &&
+          text.find('\n') == text.size() - 1);
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const MemoryFile file;
+  file.write(data, size);
+  runlet::AdapterContext context;
+  context.jobFile = file.path();
+  bool loaded = false;
+  std::string report;
+  try {
+    report = runlet_fuzz::standardErrorOf([&] { loaded = loadParameterFile(&context); });
+  } catch (const std::length_error&) {
+    return 0;  // reversed braces
+  }
+  require(loaded ? report.empty() : isReport(report, context.jobFile), "one line for a failure");
+  for (const std::string& entry : context.taskList) require(!entry.empty(), "no empty entry");
+  return 0;
+}
