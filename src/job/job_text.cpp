@@ -49,6 +49,7 @@ bool readOpenFile(int descriptor, std::string* text, std::string* reason) {
   int error = fstat(descriptor, &status) == 0 ? 0 : errno;
   // A directory has a length that means nothing, and the library would ask memory for it.
   if (error == 0 && S_ISDIR(status.st_mode)) error = EISDIR;
+  if (error == 0 && sizeOf(status) > maxJobFileSize) error = EFBIG;
   if (error == 0) return readUpTo(descriptor, sizeOf(status), text, reason);
   *reason = std::strerror(error);
   return false;

@@ -1,14 +1,20 @@
 // The bytes of a job file.
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
 namespace runlet {
 
+// Longest file that is read, in bytes. The XML library takes up to 75 bytes of memory for a byte of
+// the file (about 15 for a usual job file), and the adapter starts as root, where no limit of the
+// file's author holds.
+inline constexpr std::size_t maxJobFileSize = std::size_t{256} << 20;
+
 // Reads the file at `path` into `*text`, prepared as below. Returns false, with the reason in
-// `*reason`, when that is a directory or cannot be read; what `*text` holds then does not matter.
-// A device or a pipe is empty. Never waits, whatever `path` names.
+// `*reason`, when that is a directory, too large or cannot be read; what `*text` holds then does
+// not matter. A device or a pipe is empty. Never waits, whatever `path` names.
 bool readJobText(const char* path, std::string* text, std::string* reason);
 
 // Turns the bytes of a file into what the XML library makes of them before it parses: the text

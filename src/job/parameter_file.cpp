@@ -8,8 +8,8 @@
 
 #include "job/int32.h"
 #include "job/job_text.h"
-#include "job/nesting.h"
 #include "job/strip_brace.h"
+#include "job/xml_extent.h"
 
 namespace runlet {
 namespace {
@@ -47,13 +47,21 @@ const char* textOf(const TiXmlElement* element) {
   return element == nullptr ? nullptr : element->GetText();
 }
 
+// Why the library must not be given the text; null when it may.
+const char* refusalOf(const std::string& text) {
+  const XmlExtent extent = measureXml(text.c_str(), xmlLimits);
+  if (extent.depth > xmlLimits.depth) return "Elements nested too deep.";
+  if (extent.attributes > xmlLimits.attributes) return "Too many attributes.";
+  return nullptr;
+}
+
 // The text of the file goes through our hands first, so that what the library cannot take never
 // reaches it.
 bool loadDocument(TiXmlDocument* document, std::string* reason) {
   std::string text;
   if (!readJobText(document->Value(), &text, reason)) return false;
-  if (deepestNesting(text.c_str(), maxNesting) > maxNesting) {
-    *reason = "Elements nested too deep.";
+  if (const char* refusal = refusalOf(text); refusal != nullptr) {
+    *reason = refusal;
     return false;
   }
   std::FILE* stream = openText(text);

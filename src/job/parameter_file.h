@@ -12,7 +12,8 @@ namespace runlet {
 // On failure it returns false, and what was read up to there stays in `context`: nothing is
 // rolled back. One line on standard error tells why, except for an empty `jobFile`:
 //   "Runlet adapter: Could not load parameter file %s. Error='%s'.Exiting.\n"
-//       not a readable regular file, not well-formed XML, or nested too deep for the XML library
+//       not a readable regular file, too large, not well-formed XML, or beyond what the XML
+//       library is given (see xmlLimits)
 //   "Runlet adapter: Invalid XML job syntax.\n"
 //       an element that is required is missing, out of order or without its text
 //   "Runlet adapter: Strip brace failed.\n"

@@ -6,7 +6,7 @@
 
 #include <stdexcept>
 
-#include "job/nesting.h"
+#include "job/xml_extent.h"
 #include "temp_folder.h"
 
 namespace runlet {
@@ -530,14 +530,25 @@ TEST_F(ParameterFile, RefusesElementsNestedTooDeep) {
   const std::string tooDeep = couldNotLoad("Elements nested too deep.");
   expectLoads(job(repeat("<x>", 1000) + repeat("</x>", 1000)));
   // the root and cmdData are levels as well
-  expectLoads(job(repeat("<x>", maxNesting - 2) + repeat("</x>", maxNesting - 2)));
-  expectFails(job(repeat("<x>", maxNesting - 1) + repeat("</x>", maxNesting - 1)), tooDeep);
+  expectLoads(job(repeat("<x>", xmlLimits.depth - 2) + repeat("</x>", xmlLimits.depth - 2)));
+  expectFails(job(repeat("<x>", xmlLimits.depth - 1) + repeat("</x>", xmlLimits.depth - 1)),
+              tooDeep);
   expectFails(repeat("<x>", 1000000) + repeat("</x>", 1000000), tooDeep);
   expectFails(repeat("<x>", 1000000), tooDeep);
   // many elements and much markup that is no element are not deep
   expectLoads(job(repeat("<x></x>", 100000)));
   expectLoads(job("<!--" + repeat("<x>", 100000) + "--><![CDATA[" + repeat("<x>", 100000) + "]]>" +
                   "<y a='" + repeat("<x>", 100000) + "'/>"));
+}
+
+TEST_F(ParameterFile, RefusesElementsWithTooManyAttributes) {
+  const auto element = [](std::size_t count) {
+    std::string text = "<x";
+    for (std::size_t i = 0; i < count; ++i) text += " a" + std::to_string(i) + "='1'";
+    return text + "/>";
+  };
+  expectLoads(job(element(xmlLimits.attributes) + element(xmlLimits.attributes)));
+  expectFails(job(element(xmlLimits.attributes + 1)), couldNotLoad("Too many attributes."));
 }
 
 // A byte that announces a longer character, with the file ending behind it, must not lead the

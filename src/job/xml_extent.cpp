@@ -1,4 +1,4 @@
-#include "job/nesting.h"
+#include "job/xml_extent.h"
 
 #include <strings.h>
 
@@ -115,18 +115,24 @@ const char* skipDeclaration(const char* text) {
   return text == nullptr || *text == '\0' ? nullptr : text + 1;
 }
 
-// `text` stands at the "<" of a start tag. `*open` tells whether the element has content, that
-// is, whether it does not end at once by "/>".
-const char* skipStartTag(const char* text, bool* open) {
+struct StartTag {
+  const char* end;
+  bool open;  // the element has content, that is, it does not end at once by "/>"
+  std::size_t attributes;
+};
+
+// `text` stands at the "<".
+StartTag readStartTag(const char* text) {
+  std::size_t attributes = 0;
   text = skipName(skipSpace(text + 1));
   while (text != nullptr && *text != '\0') {
     text = skipSpace(text);
-    *open = *text == '>';
-    if (*open) return text + 1;
-    if (*text == '/') return text[1] == '>' ? text + 2 : nullptr;
+    if (*text == '>') return {text + 1, true, attributes};
+    if (*text == '/') return {text[1] == '>' ? text + 2 : nullptr, false, attributes};
     text = skipAttribute(text);
+    ++attributes;
   }
-  return nullptr;
+  return {nullptr, false, attributes};
 }
 
 // Markup that is no element, `text` standing at its "<".
@@ -139,27 +145,29 @@ const char* skipOtherMarkup(const char* text) {
 
 }  // namespace
 
-std::size_t deepestNesting(const char* text, std::size_t enough) {
+XmlExtent measureXml(const char* text, const XmlExtent& enough) {
+  XmlExtent extent = {0, 0};
   std::size_t depth = 0;
-  std::size_t deepest = 0;
-  while (text != nullptr && deepest <= enough) {
+  while (text != nullptr && extent.depth <= enough.depth &&
+         extent.attributes <= enough.attributes) {
     // Outside the root only markup is read: the library stops at anything else.
     text = depth == 0 ? skipSpace(text) : skipCharactersUpTo(text, '<');
     if (text == nullptr || *text != '<') break;
-    bool open = false;
     if (depth > 0 && text[1] == '/') {
       text = behind(std::strchr(text, '>'), 1);
       --depth;
     } else if (isNameStart(text[1])) {
+      const StartTag tag = readStartTag(text);
       // A level as well if the element ends at once, or the library gives up in its tag.
-      deepest = std::max(deepest, depth + 1);
-      text = skipStartTag(text, &open);
-      if (open) ++depth;
+      extent.depth = std::max(extent.depth, depth + 1);
+      extent.attributes = std::max(extent.attributes, tag.attributes);
+      text = tag.end;
+      if (tag.open) ++depth;
     } else {
       text = skipOtherMarkup(text);
     }
   }
-  return deepest;
+  return extent;
 }
 
 }  // namespace runlet
