@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -151,7 +152,9 @@ ProcessResult Process::finish() {
   }
   awaitEnd();
   result_.ending = statusOf(result_.pid);
-  waitpid(result_.pid, &result_.waitStatus, 0);
+  rusage usage{};
+  wait4(result_.pid, &result_.waitStatus, 0, &usage);
+  result_.peakMemory = static_cast<std::size_t>(usage.ru_maxrss) * 1024;
   const ProcessResult result = result_;
   result_.pid = -1;
   return result;

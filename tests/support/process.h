@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <utility>
@@ -28,6 +29,7 @@ struct ProcessResult {
   std::string output;  // all of standard output
   std::string error;   // all of standard error
   int waitStatus = -1;
+  std::size_t peakMemory = 0;  // most memory that it, or the caller at the fork, ever held; bytes
   // What the system knew of the process at its very end, as in /proc/PID/status: with which user
   // and group it ended.
   std::string ending;

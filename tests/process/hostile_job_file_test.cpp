@@ -1,0 +1,205 @@
+// Job files that are made to harm the adapter, which reads them as root.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <regex>
+#include <thread>
+
+#include "adapter_test.h"
+
+namespace runlet_test {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr std::size_t mebibyte = std::size_t{1} << 20;
+constexpr std::size_t million = 1000000;
+
+std::string repeat(const std::string& text, std::size_t count) {
+  std::string repeated;
+  repeated.reserve(text.size() * count);
+  for (std::size_t i = 0; i < count; ++i) repeated += text;
+  return repeated;
+}
+
+class HostileJobFile : public AdapterTest {
+ protected:
+  std::string couldNotLoad(const std::string& path, const std::string& reason) const {
+    return "Runlet adapter: Could not load parameter file " + path + ". Error='" + reason +
+           "'.Exiting.\n";
+  }
+
+  // Nothing is started, one line says why, and the memory taken stays within `bytesPerByte` for a
+  // byte of the file.
+  void expectRefused(const std::string& path, const std::string& reason,
+                     std::size_t bytesPerByte = 4) const {
+    SCOPED_TRACE(path);
+    const ProcessResult result = run({"-o", "NewTask", "-j", path, "-s", "1", "-n", "1"});
+    expectResult(result, "", couldNotLoad(path, reason), "exit 255");
+    expectMemory(result, path, bytesPerByte);
+  }
+
+  void expectTextRefused(const std::string& text, const std::string& reason,
+                         std::size_t bytesPerByte = 4) const {
+    SCOPED_TRACE(text.substr(0, 100));
+    expectRefused(folder_.write("job.xml", text), reason, bytesPerByte);
+  }
+
+  void expectMemory(const ProcessResult& result, const std::string& path,
+                    std::size_t bytesPerByte) const {
+#ifndef __SANITIZE_ADDRESS__
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    const std::size_t size = S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
+    EXPECT_LE(result.peakMemory, 64 * mebibyte + bytesPerByte * size);
+#endif
+  }
+
+  // The job is taken, and its task sees `argument`.
+  void expectRuns(const std::string& text, const std::string& argument) {
+    folder_.write("job.xml", text);
+    const ProcessResult result = run(newTask());
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+    EXPECT_EQ(report()["argument"].back(), argument);
+  }
+
+  std::string command(const std::string& argument) const {
+    return probe() + " " + argument;
+  }
+};
+
+// The job of `expectRuns`, and what else it is to have.
+std::string jobText(const std::string& command, const std::string& front,
+                    const std::string& elements) {
+  Job job;
+  job.arguments = command;
+  std::string text = job.text();
+  const std::string opening = "<cmdData>";
+  text.insert(text.find(opening) + opening.size(), elements);
+  return front + text;
+}
+
+TEST_F(HostileJobFile, ThatIsADeviceIsRefused) {
+  expectRefused("/dev/null", "Error document empty.");
+  expectRefused("/dev/zero", "Error document empty.");
+  expectRefused("/dev/tty", "Failed to open file");
+  expectRefused("/proc/self/mem", "Error document empty.");
+  expectRefused("/dev", "Is a directory");
+}
+
+TEST_F(HostileJobFile, ThatIsEmptyOrNoTextIsRefused) {
+  expectTextRefused("", "Error document empty.");
+  expectTextRefused(std::string(1000, '\0'), "Error document empty.");
+  expectTextRefused("\xff\xfe<\0J\0>\0"s, "Error document empty.");
+  expectTextRefused(
+      "\x7f"
+      "ELF\2\1\1\0"s,
+      "Error document empty.");
+}
+
+TEST_F(HostileJobFile, ThatHasANulInTheMiddleIsRefused) {
+  expectTextRefused("\0<Job/>"s, "Error document empty.");
+  expectTextRefused("<Job><cmdData>\0</cmdData></Job>"s, "Error reading Element value.");
+  expectTextRefused("<Job><cmdData>text\0</cmdData></Job>"s, "Error reading Element value.");
+  expectTextRefused("<Job><cmdData></cmdData\0></Job>"s, "Error reading end tag.");
+  expectTextRefused("<Job><cmdData a='\0'></cmdData></Job>"s, "Error parsing Element.");
+  expectTextRefused("<Job><!--\0--></Job>"s, "Error reading Element value.");
+}
+
+TEST_F(HostileJobFile, ThatIsOnlyUnusualIsTaken) {
+  expectRuns(jobText(command("mark"), "\xef\xbb\xbf", ""), "mark");
+  expectRuns(jobText(command("a\xff\x80z"), "", ""), "a\\xff\\x80z");
+  expectRuns(jobText(command("nested"), "", repeat("<x>", 1000) + repeat("</x>", 1000)), "nested");
+  expectRuns(
+      jobText(command("markup"), "",
+              "<!--" + repeat("<x a='", million) + "--><![CDATA[" + repeat("<x ", million) + "]]>"),
+      "markup");
+}
+
+TEST_F(HostileJobFile, ThatIsNestedAMillionLevelsDeepIsRefused) {
+  expectTextRefused(repeat("<a>", million), "Elements nested too deep.");
+  expectTextRefused(jobText("true", "", repeat("<a>", million) + repeat("</a>", million)),
+                    "Elements nested too deep.");
+}
+
+TEST_F(HostileJobFile, WithAMillionAttributesIsRefused) {
+  std::string attributes;
+  for (std::size_t i = 0; i < million; ++i) attributes += " a" + std::to_string(i) + "=''";
+  expectTextRefused(jobText("true", "", "<x" + attributes + "/>"), "Too many attributes.");
+}
+
+// What the library makes of it takes the most memory of all.
+TEST_F(HostileJobFile, OfTinyElementsTakesBoundedMemory) {
+  const std::string path = folder_.write("job.xml", jobText("true", "", repeat("x<a/>", million)));
+  const ProcessResult result = run({"-o", "PingTask", "-j", path});
+  expectResult(result, "", "", "exit 0");
+  expectMemory(result, path, 75);
+}
+
+TEST_F(HostileJobFile, WithAHundredMegabytesOfTextIsTakenAsItIs) {
+  // Too long to be a command line, and too long for nothing else.
+  const std::string path =
+      folder_.write("job.xml", jobText(std::string(100 * million, 'x'), "", ""));
+  const ProcessResult newTask = run({"-o", "NewTask", "-j", path, "-s", "1"});
+  expectResult(newTask, "", "Runlet adapter: Process fill-in for arguments failed.\n", "exit 255");
+  expectMemory(newTask, path, 8);
+  expectResult(run({"-o", "PingTask", "-j", path}), "", "", "exit 0");
+}
+
+TEST_F(HostileJobFile, ThatIsHugeIsRefused) {
+  const std::string path = folder_.write("job.xml", "<Job>");
+  std::filesystem::resize_file(path, 256 * mebibyte);
+  expectRefused(path, "Error reading Element value.");
+  for (const std::size_t size : {256 * mebibyte + 1, std::size_t{1} << 40}) {
+    std::filesystem::resize_file(path, size);
+    expectRefused(path, "File too large", 0);
+  }
+}
+
+// Its length is no longer true when it is read: files in which the system tells about itself are
+// like that at any time.
+TEST_F(HostileJobFile, ThatHasBecomeShorterIsReadAsItIs) {
+  const std::string path = "/sys/devices/system/cpu/online";
+  if (access(path.c_str(), R_OK) != 0) GTEST_SKIP() << "no " << path;
+  expectRefused(path, "Error document empty.");
+}
+
+// A line of a job file that could not be loaded, with nothing for the reason.
+std::string withoutReason(const std::string& line) {
+  return std::regex_replace(line, std::regex("Error='[A-Za-z ]+[.]'"), "Error=''");
+}
+
+TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsTakenOrRefused) {
+  const std::string text = jobText("true", "", "<x>" + repeat("y", mebibyte) + "</x>");
+  const std::string path = folder_.write("job.xml", text);
+  std::atomic<bool> done = false;
+  std::thread changes([&] {
+    for (off_t size = 0; !done; size = (size + 100003) % static_cast<off_t>(text.size())) {
+      if (truncate(path.c_str(), size) != 0) abort();
+      const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+      if (pwrite(file, text.data(), text.size(), 0) < 0) abort();
+      close(file);
+    }
+  });
+  const std::string refusal = couldNotLoad(path, "");
+  for (int i = 0; i < 100; ++i) {
+    const ProcessResult result = run({"-o", "PingTask", "-j", path});
+    EXPECT_EQ(result.output, "");
+    if (result.error.empty()) {
+      EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+    } else {
+      EXPECT_EQ(withoutReason(result.error), refusal);
+      EXPECT_EQ(describeStatus(result.waitStatus), "exit 255");
+    }
+  }
+  done = true;
+  changes.join();
+}
+
+}  // namespace
+}  // namespace runlet_test
