@@ -2,6 +2,7 @@
 
 #include <tinyxml.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -175,17 +176,17 @@ Reading readJob(const TiXmlDocument& document, AdapterContext* context) {
   return Reading::ok;
 }
 
+// In the order of Reading; null where there is nothing to say.
+constexpr const char* messages[] = {
+    nullptr,
+    "Runlet adapter: Invalid XML job syntax.\n",
+    "Runlet adapter: Strip brace failed.\n",
+};
+
 bool report(Reading reading) {
-  switch (reading) {
-    case Reading::ok:
-      return true;
-    case Reading::invalidSyntax:
-      std::fprintf(stderr, "Runlet adapter: Invalid XML job syntax.\n");
-      return false;
-    case Reading::stripBraceFailed:
-      std::fprintf(stderr, "Runlet adapter: Strip brace failed.\n");
-      return false;
-  }
+  const char* message = messages[static_cast<std::size_t>(reading)];
+  if (message == nullptr) return true;
+  std::fputs(message, stderr);
   return false;
 }
 

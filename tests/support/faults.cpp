@@ -42,6 +42,21 @@ extern "C" passwd* getpwnam(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getpwnam"))(name);
 }
 
+// A disk that fails, and a signal at a file server that takes its time.
+extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
+  if (faultIs("read-error")) {
+    errno = EIO;
+    return -1;
+  }
+  if (faultIs("interrupted-read")) {
+    unsetenv("RUNLET_FAULT");
+    errno = EINTR;
+    return -1;
+  }
+  using Function = ssize_t (*)(int, void*, std::size_t);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "read"))(descriptor, buffer, size);
+}
+
 // A call that succeeds may leave any error number behind, which then is no reason for anything.
 extern "C" int setgid(gid_t gid) {
   using Function = int (*)(gid_t);
