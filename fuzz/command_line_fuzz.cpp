@@ -31,6 +31,7 @@ std::vector<std::string> sorted(std::vector<std::string> texts) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::vector<std::string> arguments = argumentsOf(data, size);
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
 

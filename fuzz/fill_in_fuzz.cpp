@@ -1,5 +1,6 @@
-// The expansion of a template. The input is the task's index and the number of parameter names, a
-// byte each, then the template, the task's entry and the parameter values, separated by NULs.
+// The expansion of a template. The input is the task's index (a signed byte) and the number of
+// parameter names (a byte), then the template, the task's entry and the parameter values, separated
+// by NULs.
 
 #include <algorithm>
 #include <stdexcept>
@@ -34,7 +35,7 @@ Result expand(const runlet::AdapterContext& context, const std::string& pattern,
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 2) return 0;
-  const auto taskIndex = static_cast<std::int32_t>(static_cast<std::int8_t>(data[0]));
+  const std::int32_t taskIndex = data[0] < 128 ? data[0] : data[0] - 256;
   const std::vector<std::string> texts = runlet_fuzz::texts(data + 2, size - 2, 2 + valueCount);
   runlet_model::Lists lists;
   lists.taskList.assign(taskCount, texts[1]);

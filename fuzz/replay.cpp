@@ -23,10 +23,12 @@ bool replay(const std::filesystem::path& path) {
   return true;
 }
 
-int replayAll(const std::filesystem::path& path) {
-  if (!std::filesystem::is_directory(path)) return replay(path) ? 1 : 0;
+// Yields the number of files.
+int replayAll(const std::filesystem::path& folder) {
   int count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(path)) count += replayAll(entry);
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (replay(entry.path())) ++count;
+  }
   return count;
 }
 
@@ -34,7 +36,10 @@ int replayAll(const std::filesystem::path& path) {
 
 int main(int argc, char* argv[]) {
   int count = 0;
-  for (int i = 1; i < argc; ++i) count += replayAll(argv[i]);
+  for (int i = 1; i < argc; ++i) {
+    const std::filesystem::path path = argv[i];
+    count += std::filesystem::is_directory(path) ? replayAll(path) : static_cast<int>(replay(path));
+  }
   std::printf("%d inputs\n", count);
   return count > 0 ? 0 : 1;
 }

@@ -1,6 +1,9 @@
 #include "picture.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
 #include <optional>
 
 namespace renderer {
@@ -78,7 +81,8 @@ Vector sky(Vector direction) {
   return Vector{0.86, 0.90, 0.95} * (1 - height) + Vector{0.28, 0.48, 0.80} * height;
 }
 
-Vector colourOf(const Scene& scene, const Ray& ray, int depth) {
+// `depth` is how many mirrors are left to look into.
+Vector colourOf(const Scene& scene, const Ray& ray, int depth) {  // NOLINT(misc-no-recursion)
   const std::optional<Hit> hit = nearestHit(scene, ray);
   if (!hit) return sky(ray.direction);
   const Vector point = hit->point + hit->normal * offSurface;
@@ -120,8 +124,9 @@ std::uint8_t toByte(double value) {
 Vector pixel(const Scene& scene, const View& view, const Picture& picture, int x, int y) {
   Vector sum;
   for (int sample = 0; sample < samplesPerSide * samplesPerSide; ++sample) {
-    const double column = x + (sample % samplesPerSide + 0.5) / samplesPerSide;
-    const double row = y + (sample / samplesPerSide + 0.5) / samplesPerSide;
+    const std::div_t place = std::div(sample, samplesPerSide);
+    const double column = x + (place.rem + 0.5) / samplesPerSide;
+    const double row = y + (place.quot + 0.5) / samplesPerSide;
     const double across = (2 * column - picture.width) / picture.width;
     const double upwards = (picture.height - 2 * row) / picture.width;
     const Vector colour = colourOf(scene, view.through(across, upwards), mirrorDepth);

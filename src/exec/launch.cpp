@@ -72,7 +72,8 @@ bool composeCommand(const AdapterContext& context, std::int32_t taskIndex, Comma
 // reported when it is started.
 void makeExecutable(const std::string& program) {
   if (program.empty()) return;
-  [[maybe_unused]] const int ignored = std::system(("/bin/chmod 755 " + program).c_str());
+  const std::string command = "/bin/chmod 755 " + program;
+  [[maybe_unused]] const int ignored = std::system(command.c_str());  // NOLINT(cert-env33-c)
 }
 
 // Creates the child, which becomes the program, and tells the server about it. Yields the child's
