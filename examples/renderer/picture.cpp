@@ -60,7 +60,7 @@ std::optional<Hit> nearestHit(const Scene& scene, const Ray& ray) {
 
 // How much of the light a point sees, 0 to 1: the light is a ball, and a sphere in front of it
 // hides the more of it the closer it comes to the line between the two.
-double lightSeen(const Scene& scene, Vector point) {
+double lightSeen(const Scene& scene, const Vector& point) {
   const Vector toLight = scene.light - point;
   const double distance = std::sqrt(dot(toLight, toLight));
   const Vector direction = toLight * (1 / distance);

@@ -34,7 +34,7 @@ inline Vector cross(Vector a, Vector b) {
   return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
 
-inline Vector normalized(Vector a) {
+inline Vector normalized(const Vector& a) {
   return a * (1 / std::sqrt(dot(a, a)));
 }
 
