@@ -168,7 +168,8 @@ TEST_F(BrokenStreams, AreWhatTheTaskGets) {
     Strings redirected;
     Strings apart;
   } rows[] = {
-      {{}, {"0 /dev/null", "1 " + output, "2 " + output, "3 " + error},
+      {{},
+       {"0 /dev/null", "1 " + output, "2 " + output, "3 " + error},
        {"0 /dev/null", "1 " + output, "2 " + error}},
       {{0}, {"0 " + error, "1 " + output, "2 " + output}, {"1 " + output, "2 " + error}},
       {{1}, {"0 /dev/null", "1 " + error, "2 " + error}, {"0 /dev/null", "2 " + error}},
@@ -276,6 +277,64 @@ class FewDescriptors : public FaultTest {
     return options;
   }
 };
+
+TEST_F(FewDescriptors, AreEnoughFromTheFourthOn) {
+  Job job;
+  job.arguments = "/bin/echo ran %tn";
+  job.tasks.assign(2, "t");
+  job.set("redirectStderr", "no");
+  write(job);
+  const std::string ran = calling("/bin/echo ran 1", folder()) + processStarted + "ran 1\n" +
+                          calling("/bin/echo ran 2", folder()) + processStarted + "ran 2\n";
+  for (int limit = 4; limit <= 9; ++limit) {
+    SCOPED_TRACE(limit);
+    expectResult(runProcess(limited(newTask(1, 2), limit)), ran, "", "exit 0");
+  }
+  // The duplicate of a redirected standard error is one more for the task.
+  job.set("redirectStderr", "yes");
+  write(job);
+  for (int limit = 5; limit <= 9; ++limit) {
+    SCOPED_TRACE(limit);
+    expectResult(runProcess(limited(newTask(1, 2), limit)), ran, "", "exit 0");
+  }
+}
+
+// With three there is none for a job file.
+TEST_F(FewDescriptors, WithoutOneToSpareLoadNoJob) {
+  write(Job());
+  const std::string error = "Runlet adapter: Could not load parameter file " + jobFile_ +
+                            ". Error='Failed to open file'.Exiting.\n";
+  expectResult(runProcess(limited(newTask(), 3)), "", error, "exit 255");
+  expectResult(runProcess(limited({"-o", "PingTask", "-j", jobFile_}, 3)), "", error, "exit 255");
+  expectResult(runProcess(limited({"-o", "ShutDown"}, 3)), "", "", "exit 0");
+  EXPECT_EQ(files(), Strings{"job.xml"});
+}
+
+// The table becomes full while the first task runs. For the second one standard error can be
+// joined to standard output, but not kept, so that the report goes where both are.
+TEST_F(FewDescriptors, WithoutOneForTheOldStandardErrorLeaveItBehind) {
+  Job job;
+  job.arguments = "./%tn";
+  job.tasks.assign(2, "t");
+  write(job);
+  script("1", until("go"));
+  Process process(adapter(newTask(1, 2)));
+  ASSERT_NE(announcedChild(&process), -1);
+  const rlimit none{3, 3};
+  ASSERT_EQ(prlimit(process.pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+  folder_.write("go", "");
+  const ProcessResult result = process.finish();
+  const std::string first = calling("./1", folder()) + processStarted;
+  const std::string second = calling("./2", folder());
+  const std::string report = cannotExecute("./2", "No such file or directory");
+  const std::string output = withoutPids(result.output);
+  EXPECT_TRUE(output == first + report + second + second + processStarted ||
+              output == first + report + second + processStarted + second ||
+              output == first + second + processStarted + report + second)
+      << output;
+  EXPECT_EQ(result.error, exitCodeLine(-127));
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+}
 
 }  // namespace
 }  // namespace runlet_test

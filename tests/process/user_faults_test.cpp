@@ -135,8 +135,7 @@ TEST_F(RefusedIds, AreToldWithTheSystemsReason) {
   job.tasks.assign(2, "t");
   for (const auto& row : rows) {
     write(job.set("uid", row.uid).set("gid", row.gid));
-    expectResult(runProcess(options), calling("/bin/mkdir made1", folder()), row.error,
-                 "exit 255");
+    expectResult(runProcess(options), calling("/bin/mkdir made1", folder()), row.error, "exit 255");
     EXPECT_EQ(files(), Strings{"job.xml"});
   }
   write(job.set("uid", "0"));

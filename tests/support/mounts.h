@@ -16,11 +16,11 @@ bool enterOwnMounts();
 bool mayMount();
 
 // Ends the test as skipped if it may not mount; where RUNLET_FORBID_SKIPS is set, as failed.
-#define REQUIRE_MOUNTS()                                                             \
-  if (!runlet_test::mayMount()) {                                                    \
-    if (std::getenv("RUNLET_FORBID_SKIPS") != nullptr) FAIL() << "may not mount";    \
-    GTEST_SKIP() << "needs the right to mount";                                      \
-  }                                                                                  \
+#define REQUIRE_MOUNTS()                                                          \
+  if (!runlet_test::mayMount()) {                                                 \
+    if (std::getenv("RUNLET_FORBID_SKIPS") != nullptr) FAIL() << "may not mount"; \
+    GTEST_SKIP() << "needs the right to mount";                                   \
+  }                                                                               \
   static_cast<void>(0)
 
 }  // namespace runlet_test
