@@ -65,6 +65,19 @@ class ProcessLimit : public FaultTest {
     return options;
   }
 
+  // Sets the limit of a process that runs. Only a process of the same user may, whoever root is.
+  bool setLimit(pid_t pid, rlim_t limit) const {
+    const pid_t setter = fork();
+    if (setter == 0) {
+      const rlimit processes{limit, limit};
+      const bool done = setgid(otherId) == 0 && setuid(user_) == 0 &&
+                        prlimit(pid, RLIMIT_NPROC, &processes, nullptr) == 0;
+      _exit(done ? 0 : 1);
+    }
+    int status = -1;
+    return waitpid(setter, &status, 0) == setter && status == 0;
+  }
+
   const uid_t user_ = unusedUser();
 };
 
@@ -95,8 +108,7 @@ TEST_F(ProcessLimit, ReachedDuringARangeEndsTheRequest) {
   script("script", until("go") + "; mkdir made$1; exit 3");
   Process process(limited("./script %tn", 3, 10));
   ASSERT_NE(announcedChild(&process), -1);
-  const rlimit adapterAlone{1, 1};
-  ASSERT_EQ(prlimit(process.pid(), RLIMIT_NPROC, &adapterAlone, nullptr), 0);
+  ASSERT_TRUE(setLimit(process.pid(), 1));
   folder_.write("go", "");
   expectResult(process.finish(),
                calling("./script 1", folder()) + processStarted + calling("./script 2", folder()),
@@ -193,6 +205,7 @@ TEST_F(EndOfTheChild, WithACoreIsNotReported) {
   job.set("WorkingFolder", work);
   write(job);
   ProcessOptions options = adapter(newTask());
+  options.environment.emplace_back("ASAN_OPTIONS", "disable_coredump=0");
   options.prepare = [core] {
     const rlimit limit{core ? RLIM_INFINITY : 0, RLIM_INFINITY};
     setrlimit(RLIMIT_CORE, &limit);
@@ -213,7 +226,7 @@ TEST_F(EndOfTheChild, IsWaitedForAcrossAStop) {
   for (int i = 0; i < 3; ++i) {
     kill(child, SIGSTOP);
     EXPECT_TRUE(eventually([&] { return stateOf(child) == 'T'; }));
-    EXPECT_EQ(stateOf(process.pid()), 'S');
+    EXPECT_TRUE(eventually([&] { return stateOf(process.pid()) == 'S'; }));
     kill(child, SIGCONT);
     EXPECT_TRUE(eventually([&] { return stateOf(child) == 'S'; }));
   }
@@ -432,11 +445,10 @@ TEST_F(SignalState, WithSigchldBlockedIsNoMatterForTheWait) {
 
 class ShortOfMemory : public FaultTest {
  protected:
-  // The adapter with an address space of 48 MiB. What a sanitizer needs is far more, so that this
-  // adapter is always one without.
+  // The adapter with an address space of 48 MiB. A sanitizer needs far more.
   ProcessResult runShort(const Strings& arguments) const {
     ProcessOptions options = adapter(arguments);
-    options.program = RUNLET_PLAIN_ADAPTER;
+    options.program = plainAdapterPath;
     options.prepare = [] {
       const rlimit space{48U << 20U, 48U << 20U};
       setrlimit(RLIMIT_AS, &space);

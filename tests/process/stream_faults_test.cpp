@@ -266,14 +266,14 @@ TEST_F(BrokenStreams, CarryTheReportOfAMissingProgramAsFarAsTheyCan) {
 class FewDescriptors : public FaultTest {
  protected:
   // The adapter with a table for `limit` descriptors, 0 to 2 open. A program that needs libraries
-  // could not be loaded under the lowest limit, so that it holds from right before `main`.
+  // could not be loaded under the lowest limit, so that it holds from right before `main`. A
+  // sanitizer would need some descriptors of its own.
   ProcessOptions limited(const Strings& arguments, int limit) const {
     ProcessOptions options = adapter(arguments);
     options.environment.emplace_back("LD_PRELOAD", faultsPath);
     options.environment.emplace_back("RUNLET_FAULT", "few-descriptors");
     options.environment.emplace_back("RUNLET_DESCRIPTORS", std::to_string(limit));
-    // A leak check at the end would need some as well.
-    options.environment.emplace_back("ASAN_OPTIONS", "detect_leaks=0:verify_asan_link_order=0");
+    options.program = plainAdapterPath;
     return options;
   }
 };
@@ -318,7 +318,9 @@ TEST_F(FewDescriptors, WithoutOneForTheOldStandardErrorLeaveItBehind) {
   job.tasks.assign(2, "t");
   write(job);
   script("1", until("go"));
-  Process process(adapter(newTask(1, 2)));
+  ProcessOptions options = adapter(newTask(1, 2));
+  options.program = plainAdapterPath;
+  Process process(options);
   ASSERT_NE(announcedChild(&process), -1);
   const rlimit none{3, 3};
   ASSERT_EQ(prlimit(process.pid(), RLIMIT_NOFILE, &none, nullptr), 0);
