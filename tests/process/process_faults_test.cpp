@@ -207,7 +207,8 @@ TEST_F(EndOfTheChild, WithACoreIsNotReported) {
   ProcessOptions options = adapter(newTask());
   options.environment.emplace_back("ASAN_OPTIONS", "disable_coredump=0");
   options.prepare = [core] {
-    const rlimit limit{core ? RLIM_INFINITY : 0, RLIM_INFINITY};
+    const rlim_t size = core ? RLIM_INFINITY : 0;
+    const rlimit limit{size, size};
     setrlimit(RLIMIT_CORE, &limit);
   };
   expectResult(runProcess(options), calling(job.arguments, work) + processStarted, "", "exit 0");
