@@ -320,7 +320,9 @@ TEST_F(SignalDuringTheWait, ToTheGroupEndsTheTaskToo) {
     killpg(process.pid(), signal);
     expectResult(process.finish(), calling("/bin/sleep 30", folder()) + processStarted, "",
                  "signal " + std::to_string(signal));
-    EXPECT_EQ(endOfOrphan(child), "signal " + std::to_string(signal));
+    // Where the task is the first to die, the adapter's wait may still get to see it.
+    const std::string end = endOfOrphan(child);
+    EXPECT_TRUE(end == "signal " + std::to_string(signal) || end == "no such process") << end;
   }
 }
 
