@@ -67,12 +67,6 @@ TEST_F(Child, EndsInEveryExitCode) {
   expectResult(runScript("exit $1", 256), linesOfTasks("./script ", 256), error, "exit 0");
 }
 
-// Signals that end a process do so here, with a core or without, and the others do nothing.
-TEST_F(Child, EndsByEverySignalWithoutAWord) {
-  expectResult(runScript("case $1 in 19|20|21|22) ;; *) kill -$1 $$;; esac", 31),
-               linesOfTasks("./script ", 31), "", "exit 0");
-}
-
 // The task is over when its own process is, whatever that leaves behind.
 TEST_F(Child, IsNotWaitedForBeyondItsOwnProcess) {
   folder_.write(

@@ -3,18 +3,17 @@
 
 #include <grp.h>
 #include <linux/capability.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <sstream>
 
 #include "adapter_test.h"
+#include "mounts.h"
 
 namespace runlet_test {
 namespace {
@@ -297,22 +296,7 @@ class UserDatabase : public LaunchOrderOfRoot {
   void SetUp() override {
     LaunchOrderOfRoot::SetUp();
     if (IsSkipped() || HasFatalFailure()) return;
-    if (mayMount()) return;
-    if (std::getenv("RUNLET_FORBID_SKIPS") != nullptr) FAIL() << "may not mount";
-    GTEST_SKIP() << "needs the right to mount";
-  }
-
-  // A name space for mounts of its own, in which nothing reaches the system's.
-  static bool enterOwnMounts() {
-    return unshare(CLONE_NEWNS) == 0 &&
-           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-  }
-
-  static bool mayMount() {
-    const pid_t pid = fork();
-    if (pid == 0) _exit(enterOwnMounts() ? 0 : 1);
-    int status = -1;
-    return waitpid(pid, &status, 0) == pid && status == 0;
+    REQUIRE_MOUNTS();
   }
 
   // The first task for the user `name`, where the system's users are those of `users`. The starter

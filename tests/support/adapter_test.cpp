@@ -11,6 +11,7 @@
 namespace runlet_test {
 
 const std::string adapterPath = RUNLET_ADAPTER;
+const std::string plainAdapterPath = RUNLET_PLAIN_ADAPTER;
 const std::string probePath = RUNLET_PROBE;
 const std::string faultsPath = RUNLET_FAULTS;
 

@@ -14,6 +14,7 @@
 namespace runlet_test {
 
 extern const std::string adapterPath;
+extern const std::string plainAdapterPath;  // one without sanitizers, for tight limits
 extern const std::string probePath;
 extern const std::string faultsPath;
 

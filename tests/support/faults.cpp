@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 #include <pwd.h>
+#include <sys/resource.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,6 +18,16 @@ namespace {
 bool faultIs(const char* name) {
   const char* fault = std::getenv("RUNLET_FAULT");
   return fault != nullptr && std::strcmp(fault, name) == 0;
+}
+
+// A descriptor limit that is in force when `main` begins, but not yet while the system loads the
+// libraries of the program. What the program starts has the limit, and not this library.
+[[gnu::constructor]] void limitDescriptors() {
+  if (!faultIs("few-descriptors")) return;
+  const auto count = static_cast<rlim_t>(std::atoi(std::getenv("RUNLET_DESCRIPTORS")));
+  const rlimit limit{count, count};
+  setrlimit(RLIMIT_NOFILE, &limit);
+  unsetenv("LD_PRELOAD");
 }
 
 }  // namespace

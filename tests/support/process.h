@@ -47,6 +47,19 @@ class Process {
   // Reads until standard output holds `text`. False if it ends, or the time is up, first.
   bool readUntil(const std::string& text);
 
+  pid_t pid() const {
+    return result_.pid;
+  }
+
+  // What has been read of standard output so far.
+  const std::string& output() const {
+    return result_.output;
+  }
+
+  // Waits until the process has ended, whoever else still holds its outputs, without taking its
+  // status; at the time limit kills it.
+  void awaitEnd() const;
+
   // Reads both outputs to their end and waits for the process. A process that is not done
   // half a minute after its start is killed.
   ProcessResult finish();
@@ -54,8 +67,6 @@ class Process {
  private:
   // False when the time is up.
   bool readSome();
-  // Waits until the process has ended, without taking its status; at the time limit kills it.
-  void awaitEnd() const;
 
   ProcessResult result_;
   std::chrono::steady_clock::time_point deadline_;
