@@ -31,7 +31,7 @@ Result resultOf(Operation operation) {
   std::string out = before;
   try {
     if (operation(&out)) return {Outcome::done, out};
-    return {Outcome::failed, out == before ? "" : out};
+    return {Outcome::failed, out == before ? "" : "changed to " + PrintToString(out)};
   } catch (const std::out_of_range&) {
     return {Outcome::outOfRange, ""};
   } catch (const std::length_error&) {

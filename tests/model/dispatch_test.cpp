@@ -17,6 +17,9 @@ constexpr std::int32_t none = -1;
 std::vector<std::int32_t> launched;
 std::int32_t failing = none;  // index of the task that cannot be started
 
+// More launches than any request of these tests selects: a range gone wrong is to end soon.
+constexpr std::size_t tooMany = 100;
+
 }  // namespace
 
 namespace runlet {
@@ -27,7 +30,7 @@ bool loadParameterFile(AdapterContext*) {
 
 bool launchTask(AdapterContext*, std::int32_t taskIndex) {
   launched.push_back(taskIndex);
-  return taskIndex != failing;
+  return taskIndex != failing && launched.size() < tooMany;
 }
 
 }  // namespace runlet
