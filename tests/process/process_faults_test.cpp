@@ -266,6 +266,16 @@ class SignalDuringTheWait : public FaultTest {
     options_ = adapter(newTask(1, 2));
   }
 
+  // Reads up to the announcement of the first child, and yields the child's id once it runs and
+  // the adapter waits for it; -1 if it comes to neither.
+  static pid_t childWaitedFor(Process* process) {
+    const pid_t child = announcedChild(process);
+    if (child == -1) return -1;
+    const bool both =
+        eventually([&] { return stateOf(process->pid()) == 'S' && stateOf(child) == 'S'; });
+    return both ? child : -1;
+  }
+
   std::string line(const char* number) const {
     return calling(std::string("./script ") + number, folder()) + processStarted;
   }
@@ -291,7 +301,7 @@ TEST_F(SignalDuringTheWait, EndsTheAdapterAndLeavesTheTaskToItself) {
   for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGKILL, SIGUSR1, SIGALRM, SIGTERM}) {
     SCOPED_TRACE(signal);
     Process process(options_);
-    const pid_t child = announcedChild(&process);
+    const pid_t child = childWaitedFor(&process);
     ASSERT_NE(child, -1);
     kill(process.pid(), signal);
     process.awaitEnd();
@@ -315,7 +325,7 @@ TEST_F(SignalDuringTheWait, ToTheGroupEndsTheTaskToo) {
   for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
     SCOPED_TRACE(signal);
     Process process(options_);
-    const pid_t child = announcedChild(&process);
+    const pid_t child = childWaitedFor(&process);
     ASSERT_NE(child, -1);
     killpg(process.pid(), signal);
     expectResult(process.finish(), calling("/bin/sleep 30", folder()) + processStarted, "",
@@ -329,7 +339,7 @@ TEST_F(SignalDuringTheWait, ToTheGroupEndsTheTaskToo) {
 // A wait that was stopped goes on; the child that ended meanwhile is not lost.
 TEST_F(SignalDuringTheWait, ThatStopsTheAdapterOnlyDelaysIt) {
   Process process(options_);
-  const pid_t child = announcedChild(&process);
+  const pid_t child = childWaitedFor(&process);
   ASSERT_NE(child, -1);
   for (const int signal : {SIGSTOP, SIGTSTP, SIGTTIN}) {
     kill(process.pid(), signal);
@@ -365,7 +375,7 @@ TEST_F(SignalDuringTheWait, ThatTheStarterIgnoresOrBlocksDoesNothing) {
   for (const auto& prepare : prepares) {
     options_.prepare = prepare;
     Process process(options_);
-    ASSERT_NE(announcedChild(&process), -1);
+    ASSERT_NE(childWaitedFor(&process), -1);
     for (const int signal : signals) kill(process.pid(), signal);
     expectUndisturbed(&process);
     for (const char* name : {"go", "made1", "made2"}) std::filesystem::remove(folder_.file(name));
@@ -375,7 +385,7 @@ TEST_F(SignalDuringTheWait, ThatTheStarterIgnoresOrBlocksDoesNothing) {
 // Signals that by default do nothing do not interrupt the wait either.
 TEST_F(SignalDuringTheWait, WithoutAnEffectIsNone) {
   Process process(options_);
-  ASSERT_NE(announcedChild(&process), -1);
+  ASSERT_NE(childWaitedFor(&process), -1);
   for (const int signal : {SIGCHLD, SIGCONT, SIGURG, SIGWINCH}) kill(process.pid(), signal);
   expectUndisturbed(&process);
 }

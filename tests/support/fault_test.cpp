@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 namespace runlet_test {
@@ -16,7 +17,9 @@ namespace {
 
 // The fields of /proc/PID/stat from the third on; the second, the name, may hold anything.
 std::string statOf(pid_t pid) {
-  const std::string line = readFile("/proc/" + std::to_string(pid) + "/stat");
+  std::ifstream stream("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  std::getline(stream, line, '\0');  // nothing where the process goes away meanwhile
   const std::size_t name = line.rfind(") ");
   return name == std::string::npos ? "" : line.substr(name + 2);
 }
