@@ -16,6 +16,7 @@ constexpr std::int32_t none = -1;
 // What the launcher of this program has been told and does.
 std::vector<std::int32_t> launched;
 std::int32_t failing = none;  // index of the task that cannot be started
+bool growing = false;         // each task adds one to the list
 
 // More launches than any request of these tests selects: a range gone wrong is to end soon.
 constexpr std::size_t tooMany = 100;
@@ -28,8 +29,9 @@ bool loadParameterFile(AdapterContext*) {
   return true;
 }
 
-bool launchTask(AdapterContext*, std::int32_t taskIndex) {
+bool launchTask(AdapterContext* context, std::int32_t taskIndex) {
   launched.push_back(taskIndex);
+  if (growing) context->taskList.push_back("one more");
   return taskIndex != failing && launched.size() < tooMany;
 }
 
@@ -111,6 +113,7 @@ class Range : public testing::Test {
  protected:
   ~Range() override {
     failing = none;
+    growing = false;
   }
 };
 
@@ -120,6 +123,18 @@ TEST_F(Range, SelectsTheSameTasksAtEveryBorder) {
 
 TEST_F(Range, EndsAlikeAtATaskThatFails) {
   for (failing = 0; failing < 4; ++failing) checkEveryRange();
+}
+
+TEST_F(Range, IsClippedToTheListAsItIsAfterEachTask) {
+  runlet::AdapterContext context;
+  context.opcode = "NewTask";
+  context.firstTask = 1;
+  context.taskCount = 5;
+  context.taskList.push_back("task");
+  launched.clear();
+  growing = true;
+  EXPECT_EQ(runlet::dispatchOpcode(&context), 0);
+  EXPECT_EQ(launched, (std::vector<std::int32_t>{0, 1, 2, 3, 4}));
 }
 
 // Any number, or one near a border.
