@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -43,6 +44,24 @@ void forgetTheStarter() {
   unsetenv("POSIXLY_CORRECT");
 }
 
+// What is executed: the program, or where RUNLET_TEST_WRAPPER says so ("valgrind --quiet"), a tool
+// that runs the program in its hands. The program then has its path for a name.
+struct Execution {
+  std::string program;
+  std::vector<std::string> arguments;
+};
+
+Execution executionOf(const ProcessOptions& options) {
+  const std::string& program = options.program.empty() ? options.arguments[0] : options.program;
+  const char* wrapper = std::getenv("RUNLET_TEST_WRAPPER");
+  if (wrapper == nullptr) return {program, options.arguments};
+  std::istringstream text(wrapper);
+  std::vector<std::string> arguments(std::istream_iterator<std::string>(text), {});
+  arguments.push_back(program);
+  arguments.insert(arguments.end(), options.arguments.begin() + 1, options.arguments.end());
+  return {arguments[0], arguments};
+}
+
 [[noreturn]] void become(const ProcessOptions& options, int output, int error) {
   const int input = open("/dev/null", O_RDONLY);
   dup2(input, STDIN_FILENO);
@@ -54,12 +73,13 @@ void forgetTheStarter() {
   for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
   if (!options.folder.empty() && chdir(options.folder.c_str()) != 0) _exit(99);
   if (options.prepare) options.prepare();
+  const Execution execution = executionOf(options);
   std::vector<char*> argv;
-  for (const std::string& argument : options.arguments) {
+  for (const std::string& argument : execution.arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));
   }
   argv.push_back(nullptr);
-  execv(options.program.empty() ? argv[0] : options.program.c_str(), argv.data());
+  execv(execution.program.c_str(), argv.data());
   _exit(98);
 }
 
