@@ -33,11 +33,15 @@ std::string describeChildren() {
   return text;
 }
 
+// The children of each come to this process when it ends.
 void endChildren() {
-  for (const pid_t child : childrenOf(getpid())) {
+  const std::vector<pid_t> children = childrenOf(getpid());
+  if (children.empty()) return;
+  for (const pid_t child : children) {
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
   }
+  endChildren();
 }
 
 }  // namespace
