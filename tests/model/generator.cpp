@@ -8,8 +8,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-constexpr std::uint32_t otherId = 65534;
-
 std::string escaped(const std::string& text) {
   std::string out;
   for (const char c : text) {
@@ -43,11 +41,12 @@ Generator::Generator(Random* random, const Oddness& odd, std::string folder, Ide
 
 Case Generator::make() {
   case_.jobPath = in(random_.pick<std::string>({"job.xml", "job.xml", "jobs/job.xml"}));
-  case_.recorderMode = random_.pick<unsigned>({0755, 0755, 0755, 0700, 0600});
   if (random_.chance(odd_.jobPaths)) case_.jobMode = random_.pick<unsigned>({0600, 0000, 0755});
   case_.arguments = {random_.pick<std::string>(
       {in("UserRunletAdapter"), "UserRunletAdapter", "bin/render", "tools//", "/", "", "%s"})};
   appPath_ = random_.chance(odd_.appPaths) ? appPath() : "";
+  const bool isOpen = appPath_.empty() && !random_.chance(odd_.programs / 2);
+  case_.recorderMode = isOpen ? 0755 : random_.pick<unsigned>({0755, 0700, 0600});
   case_.jobText = jobText();
   for (const std::string& word : optionWords()) case_.arguments.push_back(word);
   return case_;
@@ -106,7 +105,8 @@ std::string Generator::firstTask() {
 std::string Generator::taskCount() {
   if (random_.chance(odd_.numbers)) return oddNumber();
   static const Strings any = {"0", "-1", "2", "3", "4", "5", "100", "2147483647", "-2147483648"};
-  return random_.chance(odd_.ranges) ? random_.pick(any) : random_.pick<std::string>({"1", "2"});
+  return random_.chance(odd_.ranges) ? random_.pick(any)
+                                     : random_.pick<std::string>({"1", "1", "2", "3"});
 }
 
 std::string Generator::elapsed() {
@@ -118,9 +118,11 @@ std::string Generator::elapsed() {
 }
 
 std::string Generator::appPath() {
-  return random_.pick<std::string>({in("bin/tool"), in("bin/"), in("bin/tool"), "bin/tool", "tool",
-                                    "../bin/x", in("missing/tool"), in("work/tool"), in("script/x"),
-                                    in("closed/x"), ""});
+  const Strings usual = {in("bin/tool"), in("bin/"), in("bin/x"), "tool"};
+  const Strings odd = {
+      "bin/tool",     "../bin/x", in("missing/tool"), in("work/tool"), in("script/x"),
+      in("closed/x"), ""};
+  return random_.pick(random_.chance(30) ? odd : usual);
 }
 
 std::string Generator::jobFileName() {
@@ -143,6 +145,7 @@ void Generator::addOption(char letter, const std::string& value) {
 }
 
 void Generator::disturbOptions() {
+  if (options_.empty()) return;
   const std::size_t at = random_.below(options_.size() + 1);
   const auto place = options_.begin() + static_cast<std::ptrdiff_t>(at);
   static const Strings words = {"-x",  "-",  "--", "word", "-xy",    "-o",        "-n", "-:",
@@ -301,10 +304,14 @@ void Generator::disturbStructure(std::vector<std::string>* parts) {
 void Generator::disturbBytes(std::string* text) {
   if (!random_.chance(odd_.bytes)) return;
   static const std::string structural = "<>/&;{}\"'![]-?= \t\n\r#x%\xc3\xe2\xf0\x80";
-  for (std::size_t left = 1 + random_.below(2); left > 0; --left) {
+  for (std::size_t left = 1 + random_.below(2); left > 0 && !text->empty(); --left) {
     const std::size_t at = random_.below(text->size());
-    const std::size_t kind = random_.below(8);
-    if (kind < 2) {
+    const std::size_t kind = random_.below(12);
+    if (kind > 7) {
+      // Not what the file's structure hangs on, so that more of the damaged files can be read.
+      const char c = (*text)[at];
+      if ((c >= '0' && c <= '9') || c == ' ') (*text)[at] = "0 9-x"[random_.below(5)];
+    } else if (kind < 2) {
       text->erase(at, 1);
     } else if (kind < 4) {
       text->insert(at, 1, (*text)[at]);
@@ -331,24 +338,23 @@ std::string Generator::numberSetting(const std::string& name, const Strings& usu
   return setting(name, odd, usual, odd_.numbers, 30);
 }
 
-std::string Generator::idSetting(const std::string& name, std::uint32_t own) {
+std::string Generator::idSetting(const std::string& name, std::uint32_t own,
+                                 unsigned absentPercent) {
   const std::string ownText = std::to_string(own);
-  static const Strings odd = {"-1",         "0",   "65534", "1",         "100",
-                              "4294967295", "abc", "-2",    "4294967296"};
-  const Strings all = {odd_.numbers > 20 ? oddNumber() : random_.pick(odd)};
-  const Strings usual = {
-      ownText, ownText, ownText, ownText, " " + ownText + "x", std::to_string(otherId)};
+  const Strings odd = {"-1", "0", "65534", "1", "100", "abc", "4294967295", "-2", oddNumber()};
+  const Strings others = {ownText, " " + ownText + "x", "65534", "65534", "65533"};
   const Strings safe = {ownText};
-  return setting(name, all, random_.chance(odd_.rights) ? usual : safe, odd_.rights,
-                 odd_.rights / 3);
+  return setting(name, odd, random_.chance(odd_.rights) ? others : safe, odd_.rights / 4,
+                 absentPercent);
 }
 
 std::string Generator::workingFolder() {
   const Strings odd = {
-      in("closed"), in("missing"),  in("script"),          "missing", in("w %s"),
-      "",           in("script/x"), std::string(300, 'x'), "/tmp",    in("closed/..")};
-  const Strings usual = {in("work"),      folder_,   "work", ".", "..", " " + in("work") + " ",
-                         "work/../work/", in("w %s")};
+      in("closed"), in("closed"),   in("closed"), in("missing"),  in("script"),
+      "missing",    in("w %s"),     "",           in("script/x"), std::string(300, 'x'),
+      "/tmp",       in("closed/..")};
+  const Strings usual = {in("work"), in("closed"),           folder_,         "work",    ".",
+                         "..",       " " + in("work") + " ", "work/../work/", in("w %s")};
   return setting("WorkingFolder", odd, usual, odd_.folders, 100 - odd_.folders);
 }
 
@@ -363,8 +369,8 @@ std::vector<std::string> Generator::elements() {
   all.push_back(numberSetting("TaskNameIdx", {"1"}));
   all.push_back(numberSetting("TaskTimeout",
                               {"0", "1", "2", "30", "-1", "35791", "35792", "-35791", "71582788"}));
-  all.push_back(idSetting("uid", caller_.uid));
-  all.push_back(idSetting("gid", caller_.gid));
+  all.push_back(idSetting("uid", caller_.uid, odd_.rights / 2));
+  all.push_back(idSetting("gid", caller_.gid, odd_.rights / 8));
   all.push_back(numberSetting("umask", {"18", "022", "0", "63", "511", "512", "-1", "77"}));
   all.push_back(setting("redirectStderr", {"", "\xc3\xbf", "&", "[", "\"Y\"", "-1"},
                         {"Y", "yes", "t", "True", "1", "10", "N", "no", "false", "0", "2", " Yes"},
@@ -434,15 +440,17 @@ std::string Generator::jobParams() {
 }
 
 std::string Generator::program() {
-  static const Strings odd = {
-      "missing", "./missing", "",           "\"\"",          "script",         "../bin/recorder",
-      "%tp1",    "%jp1",      "plain",      "\"rec order\"", "./bin/recorder", "bin/recorder",
-      "bin",     "recorder/", "\"recorder", "recorder\"",    "\"recorder\"x"};
+  static const Strings odd = {"script",       "plain",        "closed/secret",   "secret",
+                              "%jp2",         "missing",      "./missing",       "",
+                              "\"\"",         "script",       "../bin/recorder", "%tp1",
+                              "%jp1",         "plain",        "\"rec order\"",   "./bin/recorder",
+                              "bin/recorder", "bin",          "recorder/",       "\"recorder",
+                              "recorder\"",   "\"recorder\"x"};
   if (!appPath_.empty()) {
     return random_.chance(odd_.programs) ? random_.pick(odd) : std::string("recorder");
   }
   if (random_.chance(odd_.programs)) {
-    const std::string picked = random_.pick(odd);
+    const std::string picked = random_.chance(10) ? "bin/script" : random_.pick(odd);
     return random_.chance(30) ? in("bin/") + picked : picked;
   }
   return random_.pick<std::string>(
@@ -452,11 +460,29 @@ std::string Generator::program() {
 std::string Generator::placeholder() {
   static const Strings wrong = {"%ta", "%t", "%jx", "%5j", "%12t%", "%j%jp1", "%tN", "%T%tq"};
   if (random_.chance(odd_.wrongPlaceholders)) return random_.pick(wrong);
-  static const Strings forms = {
-      "tn",   "tn",  "tp1", "tp2", "tp3",  "tp",           "tp0",
-      "tp12", "jp1", "jp2", "jp3", "jp",   "jp5",          "jp6",
-      "%",    "x",   "",    "P1",  "tp01", "jp4294967297", "tp00000000000000000000000000000002",
-      "jp02x"};
+  static const Strings forms = {"tn",
+                                "tn",
+                                "tp1",
+                                "tp2",
+                                "tp3",
+                                "tp",
+                                "tp0",
+                                "tp12",
+                                "jp1",
+                                "jp2",
+                                "jp3",
+                                "jp4",
+                                "jp",
+                                "jp5",
+                                "jp6",
+                                "%",
+                                "x",
+                                "",
+                                "P1",
+                                "tp01",
+                                "jp4294967297",
+                                "tp00000000000000000000000000000002",
+                                "jp02x"};
   static const Strings widths = {"",
                                  "",
                                  "",
@@ -494,7 +520,7 @@ std::string Generator::argument() {
 std::string Generator::argumentTemplate() {
   std::string line = random_.chance(odd_.programs / 4) ? " " : "";
   line += program();
-  const bool isBare = random_.chance(5);
+  const bool isBare = random_.chance(appPath_.empty() ? 4 : 12);
   for (std::size_t left = isBare ? 0 : 1 + random_.below(5); left > 0; --left) {
     line += random_.chance(5) ? "  " : " ";
     line += argument();

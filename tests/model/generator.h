@@ -23,7 +23,7 @@ struct Oddness {
   unsigned placeholders = 40;
   unsigned wrongPlaceholders = 1;
   unsigned programs = 8;
-  unsigned appPaths = 15;
+  unsigned appPaths = 20;
   unsigned folders = 20;
   unsigned jobPaths = 8;
   unsigned rights = 5;
@@ -74,7 +74,7 @@ class Generator {
                       const std::vector<std::string>& usual, unsigned oddPercent,
                       unsigned absentPercent);
   std::string numberSetting(const std::string& name, const std::vector<std::string>& usual);
-  std::string idSetting(const std::string& name, std::uint32_t own);
+  std::string idSetting(const std::string& name, std::uint32_t own, unsigned absentPercent);
   std::string workingFolder();
   std::string taskList();
   std::string taskEntry();

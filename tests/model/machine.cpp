@@ -32,8 +32,6 @@ std::vector<std::string> components(const std::string& path) {
   for (std::string part; std::getline(stream, part, '/');) {
     if (!part.empty()) parts.push_back(part);
   }
-  // A slash at the end wants a folder, as a "." behind it would.
-  if (!path.empty() && path.back() == '/') parts.emplace_back(".");
   return parts;
 }
 
@@ -94,8 +92,9 @@ Place Machine::find(const Identity& who, const std::string& current,
   Place place{0, path[0] == '/' ? "/" : current};
   for (const std::string& component : components(path)) {
     place.error = step(who, component, &place.path);
-    if (place.error != 0) break;
+    if (place.error != 0) return place;
   }
+  if (path.back() == '/' && at(place.path).kind != EntryKind::folder) place.error = ENOTDIR;
   return place;
 }
 

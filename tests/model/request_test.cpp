@@ -31,7 +31,7 @@ using runlet_test::ProcessResult;
 using runlet_test::TempFolder;
 using Strings = std::vector<std::string>;
 
-constexpr std::uint64_t usualCount = 340;
+constexpr std::uint64_t usualCount = 500;
 constexpr std::uint64_t usualSeed = 1;
 constexpr std::uint32_t otherId = 65534;
 constexpr int attempts = 50;
@@ -319,7 +319,8 @@ TEST_F(RequestModel, HoldsForCommandLines) {
   odd.opcode = 40;
   odd.options = 30;
   odd.numbers = 10;
-  tryRequests(odd, {});
+  tryRequests(odd, {"no opcode", "unknown opcode", "nothing to do", "information", "wrong option",
+                    "no job file name", "timed out", "no task to run", "one task"});
 }
 
 TEST_F(RequestModel, HoldsForRangesAndTimeLimits) {
@@ -327,7 +328,8 @@ TEST_F(RequestModel, HoldsForRangesAndTimeLimits) {
   odd.ranges = 80;
   odd.numbers = 15;
   odd.pings = 50;
-  tryRequests(odd, {});
+  tryRequests(odd, {"no task to run", "one task", "several tasks", "timed out", "within the limit",
+                    "a later task not started"});
 }
 
 TEST_F(RequestModel, HoldsForTheStructureOfJobFiles) {
@@ -336,7 +338,8 @@ TEST_F(RequestModel, HoldsForTheStructureOfJobFiles) {
   odd.parameters = 25;
   odd.numbers = 6;
   odd.pings = 20;
-  tryRequests(odd, {});
+  tryRequests(odd, {"invalid syntax", "could not load", "strip brace failed", "fewer values",
+                    "no task to run", "one task", "several tasks"});
 }
 
 TEST_F(RequestModel, HoldsForTheTextsOfJobFiles) {
@@ -345,22 +348,25 @@ TEST_F(RequestModel, HoldsForTheTextsOfJobFiles) {
   odd.braces = 6;
   odd.numbers = 10;
   odd.parameters = 15;
-  tryRequests(odd, {});
+  tryRequests(odd, {"length error", "strip brace failed", "invalid syntax", "could not load",
+                    "ran, errors joined", "ran, errors apart"});
 }
 
 TEST_F(RequestModel, HoldsForDamagedJobFiles) {
   Oddness odd;
   odd.bytes = 90;
-  tryRequests(odd, {});
+  tryRequests(odd, {"could not load", "invalid syntax", "strip brace failed", "one task",
+                    "ran, errors joined"});
 }
 
 TEST_F(RequestModel, HoldsForTemplates) {
   Oddness odd;
   odd.placeholders = 80;
   odd.wrongPlaceholders = 4;
-  odd.parameters = 20;
-  odd.ranges = 60;
-  tryRequests(odd, {});
+  odd.parameters = 30;
+  odd.pings = 2;
+  tryRequests(odd, {"fill-in failed", "no value for a parameter", "fewer values", "child wrote",
+                    "exit code", "ran, errors joined", "several tasks"});
 }
 
 TEST_F(RequestModel, HoldsForProgramsAndFolders) {
@@ -368,18 +374,26 @@ TEST_F(RequestModel, HoldsForProgramsAndFolders) {
   odd.programs = 40;
   odd.appPaths = 45;
   odd.folders = 50;
-  odd.jobPaths = 20;
-  odd.ranges = 50;
-  tryRequests(odd, {});
+  odd.jobPaths = 12;
+  odd.pings = 2;
+  tryRequests(odd, {"no space in the line", "no such program", "program not executable",
+                    "made executable", "chmod failed", "no such folder", "script ran", "exit code",
+                    "killed", "child wrote", "child wrote an error", "a later task not started"});
 }
 
 TEST_F(RequestModel, HoldsForRights) {
   Oddness odd;
   odd.rights = 50;
   odd.appPaths = 30;
-  odd.folders = 40;
-  odd.ranges = 50;
-  tryRequests(odd, {});
+  odd.folders = 70;
+  odd.pings = 2;
+  Strings outcomes = {"no group", "group refused", "no user name", "unknown user", "user refused"};
+  if (geteuid() == 0) {
+    // Only root can become another.
+    outcomes.insert(outcomes.end(),
+                    {"user looked up", "another group", "another user", "folder is closed"});
+  }
+  tryRequests(odd, outcomes);
 }
 
 }  // namespace
