@@ -389,7 +389,10 @@ std::string Generator::value() {
 
 std::string Generator::taskEntry() {
   std::string entry = value();
-  while (random_.chance(60)) entry += "\t" + (random_.chance(20) ? "" : value());
+  while (random_.chance(60)) {
+    entry += '\t';
+    if (!random_.chance(20)) entry += value();
+  }
   return entry;
 }
 

@@ -170,7 +170,7 @@ LoadedJob loadJob(const std::string& text, const std::string& name,
   takeSettings(data, &job);
   const std::size_t tasks = findElement(data, "TaskList");
   takeTasks(required(data, tasks), &job.lists);
-  takeParameters(required(data, findElement(data, "JobParams", tasks + 1)), &job.lists);
+  takeParameters(required(data, findNode(data, "JobParams", tasks + 1)), &job.lists);
   return job;
 }
 

@@ -57,6 +57,11 @@ std::string visible(const std::string& text) {
   return out.str();
 }
 
+// The same, but with its line ends.
+std::string visibleLines(const std::string& text) {
+  return std::regex_replace(visible(text), std::regex("\\\\x0a"), "\n");
+}
+
 std::string threeTimes(std::uint32_t id) {
   const std::string text = std::to_string(id);
   return text + " " + text + " " + text;
@@ -295,7 +300,7 @@ class RequestModel : public testing::Test {
   static std::string describe(const Case& request) {
     std::ostringstream out;
     out << "--- " << request.jobPath << " (" << std::oct << request.jobMode << "):\n"
-        << request.jobText << "\n--- the same: " << visible(request.jobText) << "\n";
+        << visibleLines(request.jobText) << "\n";
     out << "--- recorder: " << request.recorderMode
         << (request.isUnprivileged ? ", started as another user" : "") << "\n--- command line:\n";
     for (const std::string& word : request.arguments) out << "'" << visible(word) << "' ";
