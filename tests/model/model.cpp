@@ -194,7 +194,7 @@ Piece takePlaceholder(std::string& rest) {
   Piece piece;
   piece.widthDigits = takeDigits(rest);
   if (takeIf(rest, "%")) {
-    piece.text = "%";
+    piece.text.push_back('%');
   } else if (takeIf(rest, "tn")) {
     piece.kind = Kind::taskNumber;
   } else if (takeIf(rest, "tp")) {

@@ -31,6 +31,12 @@ std::string asReference(char c, bool inHex) {
   return std::string("&#x") + digits[byte >> 4U] + digits[byte & 15U] + ";";
 }
 
+// A comment that has the name of the element for its text.
+std::string namesake(const std::string& element) {
+  const std::size_t start = std::min(element.find('<'), element.size() - 1) + 1;
+  return "<!--" + element.substr(start, element.find_first_of(" />", start) - start) + "-->";
+}
+
 }  // namespace
 
 Generator::Generator(Random* random, const Oddness& odd, std::string folder, Identity caller,
@@ -296,7 +302,8 @@ void Generator::disturbStructure(std::vector<std::string>* parts) {
     } else if (kind == 2) {
       std::swap(*place, (*parts)[random_.below(parts->size())]);
     } else {
-      parts->insert(place + (random_.chance(50) ? 1 : 0), noise());
+      const std::string other = random_.chance(50) ? noise() : namesake(*place);
+      parts->insert(place + (random_.chance(50) ? 1 : 0), other);
     }
   }
 }
