@@ -1,0 +1,105 @@
+// A task that adds what it is to the end of the file that RUNLET_RECORD names, so that one file
+// tells of all tasks of a request, in their order. Arguments like "out:text", "err:text",
+// "exit:3" and "kill:9" then say what it does.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace {
+
+// In one call, so that the text arrives whole.
+void put(int descriptor, const std::string& text) {
+  if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) _exit(98);
+}
+
+// Every byte that is not printable, and the backslash, as \xNN.
+std::string visible(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    char code[8];
+    const bool plain = c >= ' ' && c <= '~' && c != '\\';
+    std::snprintf(code, sizeof code, plain ? "%c" : "\\x%02x", static_cast<unsigned>(c) & 0xffU);
+    out += code;
+  }
+  return out;
+}
+
+std::string ids(uid_t real, uid_t effective, uid_t saved) {
+  return std::to_string(real) + " " + std::to_string(effective) + " " + std::to_string(saved);
+}
+
+std::string identity() {
+  uid_t real = 0;
+  uid_t effective = 0;
+  uid_t saved = 0;
+  getresuid(&real, &effective, &saved);
+  const std::string user = "user " + ids(real, effective, saved) + "\n";
+  getresgid(&real, &effective, &saved);
+  return user + "group " + ids(real, effective, saved) + "\n";
+}
+
+// Whether standard error goes where standard output goes, and the old one is kept at hand.
+std::string descriptors() {
+  struct stat output {};
+  struct stat error {};
+  struct stat kept {};
+  fstat(STDOUT_FILENO, &output);
+  fstat(STDERR_FILENO, &error);
+  const bool joined = output.st_ino == error.st_ino && output.st_dev == error.st_dev;
+  std::string line = joined ? "error joined" : "error apart";
+  if (fstat(STDERR_FILENO + 1, &kept) == 0) line += " and kept";
+  return line + "\n";
+}
+
+std::string folder() {
+  char path[4096];
+  return getcwd(path, sizeof path) == nullptr ? "?" : path;
+}
+
+std::string description(int count, char** arguments) {
+  std::string text;
+  for (int i = 0; i < count; ++i) text += "argument " + visible(arguments[i]) + "\n";
+  const mode_t mask = umask(0);
+  umask(mask);
+  text += "folder " + visible(folder()) + "\numask " + std::to_string(mask) + "\n";
+  return text + identity() + descriptors() + "pid " + std::to_string(getpid()) + "\n";
+}
+
+void record(const std::string& text) {
+  const char* path = std::getenv("RUNLET_RECORD");
+  const int file = path == nullptr ? -1 : open(path, O_WRONLY | O_APPEND);
+  if (file == -1) _exit(97);
+  put(file, text);
+  close(file);
+}
+
+// What stands behind `verb`, if `order` begins with it; else null.
+const char* behind(const char* verb, const char* order) {
+  const std::size_t length = std::strlen(verb);
+  return std::strncmp(order, verb, length) == 0 ? order + length : nullptr;
+}
+
+void obey(const char* order) {
+  if (const char* text = behind("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
+  if (const char* text = behind("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
+  if (const char* code = behind("exit:", order)) {
+    _exit(static_cast<int>(std::strtol(code, nullptr, 10) & 0xff));
+  }
+  if (std::strcmp(order, "kill:9") == 0) std::raise(SIGKILL);
+  if (std::strcmp(order, "kill:15") == 0) std::raise(SIGTERM);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  record(description(argc, argv));
+  for (int i = 1; i < argc; ++i) obey(argv[i]);
+  return 0;
+}
