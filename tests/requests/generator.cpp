@@ -302,8 +302,8 @@ void Generator::disturbStructure(std::vector<std::string>* parts) {
     } else if (kind == 2) {
       std::swap(*place, (*parts)[random_.below(parts->size())]);
     } else {
-      const std::string other = random_.chance(50) ? noise() : namesake(*place);
-      parts->insert(place + (random_.chance(50) ? 1 : 0), other);
+      const std::string other = random_.chance(30) ? noise() : namesake(*place);
+      parts->insert(place + (random_.chance(25) ? 1 : 0), other);
     }
   }
 }
@@ -349,7 +349,7 @@ std::string Generator::idSetting(const std::string& name, std::uint32_t own,
                                  unsigned absentPercent) {
   const std::string ownText = std::to_string(own);
   const Strings odd = {"-1", "0", "65534", "1", "100", "abc", "4294967295", "-2", oddNumber()};
-  const Strings others = {ownText, " " + ownText + "x", "65534", "65534", "65533"};
+  const Strings others = {" " + ownText + "x", "65534", "65534", "65533", "1"};
   const Strings safe = {ownText};
   return setting(name, odd, random_.chance(odd_.rights) ? others : safe, odd_.rights / 4,
                  absentPercent);
@@ -376,7 +376,7 @@ std::vector<std::string> Generator::elements() {
   all.push_back(numberSetting("TaskNameIdx", {"1"}));
   all.push_back(numberSetting("TaskTimeout",
                               {"0", "1", "2", "30", "-1", "35791", "35792", "-35791", "71582788"}));
-  all.push_back(idSetting("uid", caller_.uid, odd_.rights / 2));
+  all.push_back(idSetting("uid", caller_.uid, odd_.rights * 3 / 5));
   all.push_back(idSetting("gid", caller_.gid, odd_.rights / 8));
   all.push_back(numberSetting("umask", {"18", "022", "0", "63", "511", "512", "-1", "77"}));
   all.push_back(setting("redirectStderr", {"", "\xc3\xbf", "&", "[", "\"Y\"", "-1"},
@@ -516,12 +516,12 @@ std::string Generator::placeholder() {
 }
 
 std::string Generator::argument() {
-  static const Strings plain = {"a",           "-x",       "\"a b\"",  "\"a b\"c",    "a\"b c\"",
-                                "\"\"",        "a\tb",     "\tlead",   "\t",          "exit:3",
-                                "err:oops",    "out:well", "kill:9",   "exit:255",    "exit:128",
-                                "\"err:a b\"", "\\\"",     "'a b'",    "caf\xc3\xa9", "$HOME",
-                                "`x`",         "*",        "exit:256", "kill:15",     "exit:127",
-                                "\"out: b \"", "100%%",    "\"open",   "&",           "<"};
+  static const Strings plain = {
+      "a",       "-x",       "\"a b\"",     "\"a b\"c", "a\"b c\"", "\"\"",     "a\tb",
+      "\tlead",  "kill:9",   "kill:9",      "err:oops", "err:oops", "err:no",   "\t",
+      "exit:3",  "err:oops", "out:well",    "kill:9",   "exit:255", "exit:128", "\"err:a b\"",
+      "\\\"",    "'a b'",    "caf\xc3\xa9", "$HOME",    "`x`",      "*",        "exit:256",
+      "kill:15", "exit:127", "\"out: b \"", "100%%",    "\"open",   "&",        "<"};
   if (random_.chance(odd_.placeholders)) {
     const std::string before = random_.pick<std::string>({"", "[", "exit:", "err:", "\"out:"});
     const std::string after = before == "\"out:" ? "\"" : before == "[" ? "]" : "";
