@@ -100,11 +100,8 @@ TEST_F(Child, IsWaitedForUntilItHasEnded) {
   Job job;
   job.arguments = "/bin/sh -c \"exit 6\"";
   write(job);
-  ProcessOptions options = adapter(newTask());
-  options.environment.emplace_back("LD_PRELOAD", faultsPath);
-  options.environment.emplace_back("RUNLET_FAULT", "stopped-first");
-  expectResult(runProcess(options), calling(job.arguments, folder()) + processStarted,
-               exitCodeLine(6), "exit 0");
+  expectResult(runProcess(withFault("stopped-first", newTask())),
+               calling(job.arguments, folder()) + processStarted, exitCodeLine(6), "exit 0");
 }
 
 TEST_F(Child, StaysInTheProcessGroupAndSession) {

@@ -163,12 +163,10 @@ TEST_F(HostileJobFile, ThatIsHugeIsRefused) {
 
 TEST_F(HostileJobFile, ThatCannotBeReadToItsEndIsRefused) {
   const std::string path = folder_.write("job.xml", jobText("true", "", ""));
-  ProcessOptions options = adapter({"-o", "PingTask", "-j", path});
-  options.environment.emplace_back("LD_PRELOAD", faultsPath);
-  options.environment.emplace_back("RUNLET_FAULT", "read-error");
-  expectResult(runProcess(options), "", couldNotLoad(path, "Input/output error"), "exit 255");
-  options.environment.back().second = "interrupted-read";
-  expectResult(runProcess(options), "", "", "exit 0");
+  const std::vector<std::string> ping = {"-o", "PingTask", "-j", path};
+  expectResult(runProcess(withFault("read-error", ping)), "",
+               couldNotLoad(path, "Input/output error"), "exit 255");
+  expectResult(runProcess(withFault("interrupted-read", ping)), "", "", "exit 0");
 }
 
 // Its length is no longer true when it is read: files in which the system tells about itself are

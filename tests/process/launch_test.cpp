@@ -483,10 +483,8 @@ TEST_F(Faults, InterruptedWaitIsNotTakenUpAgain) {
   Job job;
   job.arguments = "/bin/sh -c \"exit 3\"";
   write(job);
-  ProcessOptions options = adapter(newTask());
-  options.environment.emplace_back("LD_PRELOAD", faultsPath);
-  options.environment.emplace_back("RUNLET_FAULT", "interrupted-wait");
-  expectResult(runProcess(options), calling(job.arguments, folder()) + processStarted,
+  expectResult(runProcess(withFault("interrupted-wait", newTask())),
+               calling(job.arguments, folder()) + processStarted,
                "Wait Error:Interrupted system call\n", "exit 0");
 }
 

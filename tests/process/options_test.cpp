@@ -10,12 +10,6 @@ namespace {
 
 using Options = AdapterTest;
 
-std::string infoReply(const std::string& name) {
-  std::string reply = "<AdapterInfo>\n\t<Name>";
-  reply.append(name).append("</Name>\n\t<Version>400</Version>\n\t<Description>").append(name);
-  return reply.append(" v2023 with user rights</Description>\n</AdapterInfo>\n");
-}
-
 TEST_F(Options, TakeTheirValueFromTheSameWordOrTheNext) {
   expectResult(run({"-oGetInfo"}), infoReply("Command Line Tool"), "", "exit 0");
   expectResult(run({"-o", "-o"}), "", "", "exit 255");
@@ -101,29 +95,6 @@ TEST_F(Options, ForNumbersTakeTheDigitsInFrontAndTheLow32Bits) {
     SCOPED_TRACE(row.first);
     expectResult(run({"-o", "NewTask", "-j", jobFile_, "-n", "3", "-s", row.first}), output, "",
                  "exit 0");
-  }
-}
-
-TEST_F(Options, GiveTheReplyTheBaseNameByteForByte) {
-  const struct {
-    const char* startedBy;
-    const char* name;
-  } rows[] = {
-      {"/", "/"},
-      {"dir//", "dir"},
-      {"a/b//", "b"},
-      {"bin/UserRunletAdapter/", "Command Line Tool"},
-      {"UserRunletAdapter2", "UserRunletAdapter2"},
-      {"UserRunletAdapter ", "UserRunletAdapter "},
-      {"%s%d%n", "%s%d%n"},
-      {"caf\xc3\xa9\xff", "caf\xc3\xa9\xff"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.startedBy);
-    ProcessOptions options = adapter({"-o", "GetInfo"});
-    options.program = adapterPath;
-    options.arguments[0] = row.startedBy;
-    expectResult(runProcess(options), infoReply(row.name), "", "exit 0");
   }
 }
 

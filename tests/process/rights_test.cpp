@@ -38,10 +38,7 @@ class Rights : public AdapterTest {
   ProcessResult runWithFault(const std::string& fault, int count = 1) const {
     Strings arguments = newTask(1, count);
     arguments.insert(arguments.end(), {"-u", "somebody"});
-    ProcessOptions options = adapter(arguments);
-    options.environment.emplace_back("LD_PRELOAD", faultsPath);
-    options.environment.emplace_back("RUNLET_FAULT", fault);
-    return runProcess(options);
+    return runProcess(withFault(fault, arguments));
   }
 
   ProcessResult runAs(const std::string& user) const {

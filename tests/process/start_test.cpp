@@ -7,11 +7,6 @@ namespace {
 
 using Start = AdapterTest;
 
-std::string infoReply(const std::string& name) {
-  return "<AdapterInfo>\n\t<Name>" + name + "</Name>\n\t<Version>400</Version>\n\t<Description>" +
-         name + " v2023 with user rights</Description>\n</AdapterInfo>\n";
-}
-
 TEST_F(Start, AnswersUnderTheNameItWasStartedBy) {
   const struct {
     const char* startedBy;
@@ -22,7 +17,15 @@ TEST_F(Start, AnswersUnderTheNameItWasStartedBy) {
       {"/opt/adapters/MyAdapter", "MyAdapter"},
       {"./bin/adapter2", "adapter2"},
       {"dir/", "dir"},
+      {"/", "/"},
+      {"dir//", "dir"},
+      {"a/b//", "b"},
+      {"bin/UserRunletAdapter/", "Command Line Tool"},
       {"userRunletAdapter", "userRunletAdapter"},
+      {"UserRunletAdapter2", "UserRunletAdapter2"},
+      {"UserRunletAdapter ", "UserRunletAdapter "},
+      {"%s%d%n", "%s%d%n"},
+      {"caf\xc3\xa9\xff", "caf\xc3\xa9\xff"},
       {"a<b>&\"c", "a<b>&\"c"},
       {"", "."},
   };

@@ -269,9 +269,7 @@ class FewDescriptors : public FaultTest {
   // could not be loaded under the lowest limit, so that it holds from right before `main`. A
   // sanitizer would need some descriptors of its own.
   ProcessOptions limited(const Strings& arguments, int limit) const {
-    ProcessOptions options = adapter(arguments);
-    options.environment.emplace_back("LD_PRELOAD", faultsPath);
-    options.environment.emplace_back("RUNLET_FAULT", "few-descriptors");
+    ProcessOptions options = withFault("few-descriptors", arguments);
     options.environment.emplace_back("RUNLET_DESCRIPTORS", std::to_string(limit));
     options.program = plainAdapterPath;
     return options;

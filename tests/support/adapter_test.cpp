@@ -35,6 +35,14 @@ ProcessOptions AdapterTest::adapter(const std::vector<std::string>& arguments) c
   return options;
 }
 
+ProcessOptions AdapterTest::withFault(const std::string& fault,
+                                      const std::vector<std::string>& arguments) const {
+  ProcessOptions options = adapter(arguments);
+  options.environment.emplace_back("LD_PRELOAD", faultsPath);
+  options.environment.emplace_back("RUNLET_FAULT", fault);
+  return options;
+}
+
 ProcessResult AdapterTest::run(const std::vector<std::string>& arguments) const {
   return runProcess(adapter(arguments));
 }
@@ -100,6 +108,11 @@ void expectResult(const ProcessResult& result, const std::string& output, const 
   EXPECT_EQ(adapterLinesFirst(withoutPids(result.output)), adapterLinesFirst(output));
   EXPECT_EQ(result.error, error);
   EXPECT_EQ(describeStatus(result.waitStatus), status);
+}
+
+std::string infoReply(const std::string& name) {
+  return "<AdapterInfo>\n\t<Name>" + name + "</Name>\n\t<Version>400</Version>\n\t<Description>" +
+         name + " v2023 with user rights</Description>\n</AdapterInfo>\n";
 }
 
 std::string terminateText(const std::string& type, const std::string& what) {

@@ -45,6 +45,10 @@ class AdapterTest : public testing::Test {
   // does not depend on who runs the tests.
   ProcessOptions adapter(const std::vector<std::string>& arguments) const;
 
+  // The same, with a fault of tests/support/faults.cpp.
+  ProcessOptions withFault(const std::string& fault,
+                           const std::vector<std::string>& arguments) const;
+
   ProcessResult run(const std::vector<std::string>& arguments) const;
 
   // Writes the job whose command is `arguments` and runs its first task.
@@ -84,6 +88,9 @@ std::string adapterLinesFirst(const std::string& output);
 // adapter's lines and the tasks' own aside. `status` as describeStatus has it.
 void expectResult(const ProcessResult& result, const std::string& output, const std::string& error,
                   const std::string& status);
+
+// The reply to GetInfo of an adapter of that name.
+std::string infoReply(const std::string& name);
 
 // What the C++ library writes for an exception that nothing catches.
 std::string terminateText(const std::string& type, const std::string& what);
