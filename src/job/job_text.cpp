@@ -97,10 +97,21 @@ int closeSource(void* cookie) {
   return 0;
 }
 
+// Whether neither a file nor a folder stands there.
+bool isSpecial(const char* path) {
+  struct stat status {};
+  return stat(path, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
 }  // namespace
 
 bool readJobText(const char* path, std::string* text, std::string* reason) {
-  // The library itself would wait here for the writer of a named pipe.
+  if (isSpecial(path)) {
+    text->clear();
+    prepareText(text);
+    return true;
+  }
+  // Something else may stand there by now, which must not be waited for either.
   const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor == -1) {
     *reason = cannotOpen;

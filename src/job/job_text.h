@@ -7,14 +7,15 @@
 
 namespace runlet {
 
-// Longest file that is read, in bytes. The XML library takes up to 75 bytes of memory for a byte of
+// Longest file that is read, in bytes. The XML library takes up to 85 bytes of memory for a byte of
 // the file (about 15 for a usual job file), and the adapter starts as root, where no limit of the
 // file's author holds.
-inline constexpr std::size_t maxJobFileSize = std::size_t{256} << 20;
+inline constexpr std::size_t maxJobFileSize = std::size_t{128} << 20;
 
 // Reads the file at `path` into `*text`, prepared as below. Returns false, with the reason in
 // `*reason`, when that is a directory, too large or cannot be read; what `*text` holds then does
-// not matter. A device or a pipe is empty. Never waits, whatever `path` names.
+// not matter. A device or a pipe counts as empty and is not opened: some do things as soon as they
+// are, and a pipe would have to be waited for.
 bool readJobText(const char* path, std::string* text, std::string* reason);
 
 // Turns the bytes of a file into what the XML library makes of them before it parses: the text

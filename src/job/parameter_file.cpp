@@ -48,11 +48,23 @@ const char* textOf(const TiXmlElement* element) {
   return element == nullptr ? nullptr : element->GetText();
 }
 
+struct Limit {
+  std::size_t XmlExtent::*figure;
+  const char* refusal;
+};
+
+constexpr Limit limits[] = {
+    {&XmlExtent::depth, "Elements nested too deep."},
+    {&XmlExtent::attributes, "Too many attributes."},
+    {&XmlExtent::steps, "Too many nested elements."},
+};
+
 // Why the library must not be given the text; null when it may.
 const char* refusalOf(const std::string& text) {
   const XmlExtent extent = measureXml(text.c_str(), xmlLimits);
-  if (extent.depth > xmlLimits.depth) return "Elements nested too deep.";
-  if (extent.attributes > xmlLimits.attributes) return "Too many attributes.";
+  for (const Limit& limit : limits) {
+    if (extent.*limit.figure > xmlLimits.*limit.figure) return limit.refusal;
+  }
   return nullptr;
 }
 

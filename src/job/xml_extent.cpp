@@ -143,16 +143,21 @@ const char* skipOtherMarkup(const char* text) {
   return behind(std::strchr(text, '>'), 1);
 }
 
+bool isWithin(const XmlExtent& extent, const XmlExtent& limits) {
+  return extent.depth <= limits.depth && extent.attributes <= limits.attributes &&
+         extent.steps <= limits.steps;
+}
+
 }  // namespace
 
 XmlExtent measureXml(const char* text, const XmlExtent& enough) {
-  XmlExtent extent = {0, 0};
+  XmlExtent extent = {0, 0, 0};
   std::size_t depth = 0;
-  while (text != nullptr && extent.depth <= enough.depth &&
-         extent.attributes <= enough.attributes) {
+  while (text != nullptr && isWithin(extent, enough)) {
     // Outside the root only markup is read: the library stops at anything else.
     text = depth == 0 ? skipSpace(text) : skipCharactersUpTo(text, '<');
     if (text == nullptr || *text != '<') break;
+    extent.steps += depth;
     if (depth > 0 && text[1] == '/') {
       text = behind(std::strchr(text, '>'), 1);
       --depth;

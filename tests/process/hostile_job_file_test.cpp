@@ -1,6 +1,7 @@
 // Job files that are made to harm the adapter, which reads them as root.
 
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -93,7 +94,7 @@ std::string jobText(const std::string& command, const std::string& front,
 TEST_F(HostileJobFile, ThatIsADeviceIsRefused) {
   expectRefused("/dev/null", "Error document empty.");
   expectRefused("/dev/zero", "Error document empty.");
-  expectRefused("/dev/tty", "Failed to open file");
+  expectRefused("/dev/tty", "Error document empty.");
   expectRefused("/proc/self/mem", "Error document empty.");
   expectRefused("/dev", "Is a directory");
 }
@@ -133,6 +134,24 @@ TEST_F(HostileJobFile, ThatIsNestedAMillionLevelsDeepIsRefused) {
                     "Elements nested too deep.");
 }
 
+// The library goes up through all levels for each node.
+TEST_F(HostileJobFile, WithAMillionNodesDeepInsideIsRefused) {
+  expectTextRefused(
+      jobText("true", "", repeat("<a>", 1900) + repeat("<>", million) + repeat("</a>", 1900)),
+      "Too many nested elements.");
+}
+
+// Opening can do something: take a terminal, rewind a tape, arm a watchdog.
+TEST_F(HostileJobFile, ThatIsNoFileIsNotEvenOpened) {
+  ASSERT_EQ(mkfifo(jobFile_.c_str(), 0600), 0);
+  const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+  ASSERT_NE(inotify_add_watch(watch, jobFile_.c_str(), IN_OPEN), -1);
+  expectRefused(jobFile_, "Error document empty.");
+  char event[sizeof(inotify_event)];
+  EXPECT_EQ(read(watch, event, sizeof event), -1);
+  close(watch);
+}
+
 TEST_F(HostileJobFile, WithAMillionAttributesIsRefused) {
   std::string attributes;
   for (std::size_t i = 0; i < million; ++i) attributes += " a" + std::to_string(i) + "=''";
@@ -140,11 +159,11 @@ TEST_F(HostileJobFile, WithAMillionAttributesIsRefused) {
 }
 
 // What the library makes of it takes the most memory of all.
-TEST_F(HostileJobFile, OfTinyElementsTakesBoundedMemory) {
-  const std::string path = folder_.write("job.xml", jobText("true", "", repeat("x<a/>", million)));
+TEST_F(HostileJobFile, OfTheSmallestNodesTakesBoundedMemory) {
+  const std::string path = folder_.write("job.xml", jobText("true", "", repeat("x<>", million)));
   const ProcessResult result = run({"-o", "PingTask", "-j", path});
   expectResult(result, "", "", "exit 0");
-  expectMemory(result, path, 75);
+  expectMemory(result, path, 85);
 }
 
 TEST_F(HostileJobFile, WithAHundredMegabytesOfTextIsTakenAsItIs) {
@@ -159,9 +178,9 @@ TEST_F(HostileJobFile, WithAHundredMegabytesOfTextIsTakenAsItIs) {
 
 TEST_F(HostileJobFile, ThatIsHugeIsRefused) {
   const std::string path = folder_.write("job.xml", "<Job>");
-  std::filesystem::resize_file(path, 256 * mebibyte);
+  std::filesystem::resize_file(path, 128 * mebibyte);
   expectRefused(path, "Error reading Element value.");
-  for (const std::size_t size : {256 * mebibyte + 1, std::size_t{1} << 40}) {
+  for (const std::size_t size : {128 * mebibyte + 1, std::size_t{1} << 40}) {
     std::filesystem::resize_file(path, size);
     expectRefused(path, "File too large", 0);
   }

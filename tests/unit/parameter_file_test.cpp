@@ -541,6 +541,17 @@ TEST_F(ParameterFile, RefusesElementsNestedTooDeep) {
                   "<y a='" + repeat("<x>", 100000) + "'/>"));
 }
 
+TEST_F(ParameterFile, RefusesTooManyNestedElements) {
+  const std::size_t depth = 1000;
+  const auto nested = [&](std::size_t count) {
+    return repeat("<x>", depth) + repeat("<y/>", count) + repeat("</x>", depth);
+  };
+  // what is neither the root, nor cmdData, nor in the thousand levels adds little
+  const std::size_t most = xmlLimits.steps / (depth + 2);
+  expectLoads(job(nested(most - 2000)));
+  expectFails(job(nested(most + 1)), couldNotLoad("Too many nested elements."));
+}
+
 TEST_F(ParameterFile, RefusesElementsWithTooManyAttributes) {
   const auto element = [](std::size_t count) {
     std::string text = "<x";

@@ -14,7 +14,7 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr XmlExtent noLimit = {1000000, 1000000};
+constexpr XmlExtent noLimit = {1000000, 1000000, 1000000};
 
 std::size_t attributesOf(const TiXmlElement* element) {
   std::size_t count = 0;
@@ -28,7 +28,7 @@ std::size_t attributesOf(const TiXmlElement* element) {
 
 // How far the library itself gets, whether or not it finds an error in the end.
 XmlExtent extentOf(const TiXmlNode& node) {
-  XmlExtent extent = {0, attributesOf(node.ToElement())};
+  XmlExtent extent = {0, attributesOf(node.ToElement()), 0};
   for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
     const XmlExtent inner = extentOf(*child);
     extent.depth = std::max(extent.depth, inner.depth);
@@ -135,24 +135,42 @@ TEST(XmlExtent, HasTheAttributesOfTheElementWithTheMost) {
   }
 }
 
+TEST(XmlExtent, AddsUpTheLevelsOfAllMarkup) {
+  const struct {
+    const char* text;
+    std::size_t steps;
+  } rows[] = {
+      {"", 0},
+      {"<a/>", 0},
+      {"<a></a>", 1},
+      {"<a>t<b/>t</a>", 1 + 1},
+      {"<a><b></b></a>", 1 + 2 + 1},
+      {"<a><b><!-- c --><?d?><![CDATA[e]]></b></a>", 1 + 2 + 2 + 2 + 2 + 1},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(measureXml(prepared(row.text).c_str(), noLimit).steps, row.steps) << row.text;
+  }
+}
+
 TEST(XmlExtent, IsNotLookedForBeyondEnough) {
   std::string text;
   for (int i = 0; i < 100; ++i) text += "<a>";
   text += "<b c='' d='' e=''/><f g='' h='' i='' j=''/>";
   const auto depth = [&](std::size_t enough) {
-    return measureXml(text.c_str(), {enough, 100}).depth;
+    return measureXml(text.c_str(), {enough, 100, 1000000}).depth;
   };
   EXPECT_EQ(depth(101), 101U);
   EXPECT_EQ(depth(99), 100U);
   EXPECT_EQ(depth(10), 11U);
   EXPECT_EQ(depth(0), 1U);
   const auto attributes = [&](std::size_t enough) {
-    return measureXml(text.c_str(), {200, enough}).attributes;
+    return measureXml(text.c_str(), {200, enough, 1000000}).attributes;
   };
   EXPECT_EQ(attributes(4), 4U);
   EXPECT_EQ(attributes(3), 4U);
   EXPECT_EQ(attributes(2), 3U);
   EXPECT_EQ(attributes(0), 3U);
+  EXPECT_EQ(measureXml(text.c_str(), {200, 100, 20}).steps, 21U);
 }
 
 // Text made of pieces that mean something to the parser, so that many of them are well-formed.
