@@ -26,10 +26,6 @@ std::string cannotStart(const std::string& command) {
       "server accordingly)\n");
 }
 
-std::string exitCodeLine(int code) {
-  return "Runlet adapter: Process exit abnormally,Exit code is " + std::to_string(code) + "\n";
-}
-
 class Child : public AdapterTest {
  protected:
   // The lines of the tasks 1 to `count` of a job whose command ends in the task's number.
@@ -188,9 +184,7 @@ TEST_F(NoFork, NamesTheWholeCommandLine) {
   arguments.insert(arguments.end(), {"-a", "/nowhere/tool"});
   expectResult(runProcess(limited(arguments, [] {})),
                calling("/nowhere/render -x \"a b\"", folder()),
-               noFork + std::string("Wait Error:No child processes\n") +
-                   cannotStart("/nowhere/render -x \"a b\""),
-               "exit 255");
+               cannotFork("/nowhere/render -x \"a b\""), "exit 255");
 }
 
 // Without a process of its own the adapter waits for any child, and judges how that one ended.

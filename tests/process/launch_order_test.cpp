@@ -22,11 +22,6 @@ using Strings = std::vector<std::string>;
 
 constexpr char fillInFailed[] = "Runlet adapter: Process fill-in for arguments failed.\n";
 
-std::string cannotEnter(const std::string& path) {
-  std::string line = "Runlet adapter: Could not set working folder : '";
-  return line.append(path).append("': No such file or directory");
-}
-
 // The ids of a process that ended, from the line `name`: real, effective, saved and that for files,
 // or all of "Groups".
 std::string idsAtTheEnd(const ProcessResult& result, const std::string& name) {
@@ -60,7 +55,8 @@ class LaunchOrder : public AdapterTest {
 
 TEST_F(LaunchOrder, EntersTheFolderBeforeItFillsIn) {
   job_.set("WorkingFolder", "/nowhere/at/all");
-  expectResult(runUnder(bin_, "render %t"), "", cannotEnter("/nowhere/at/all"), "exit 255");
+  expectResult(runUnder(bin_, "render %t"), "",
+               cannotEnter("/nowhere/at/all", "No such file or directory"), "exit 255");
 }
 
 TEST_F(LaunchOrder, FillsInBeforeItLooksForTheFirstWord) {
@@ -169,7 +165,7 @@ TEST_F(LaunchOrder, LooksForTheFolderOfARelativeJobFileAgain) {
   options.folder = folder();
   expectResult(runProcess(options),
                calling("/bin/pwd", "jobs") + processStarted + folder_.file("jobs") + "\n",
-               cannotEnter("jobs"), "exit 255");
+               cannotEnter("jobs", "No such file or directory"), "exit 255");
 }
 
 TEST_F(LaunchOrder, ReadsTheJobFileOnce) {

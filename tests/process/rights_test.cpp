@@ -295,8 +295,7 @@ TEST_F(RightsOfRoot, KeepLaterTasksOutOfFoldersOfTheStarter) {
   job_.tasks.assign(2, "t");
   write(job_);
   expectResult(run(newTask(1, 2)), calling("/bin/echo ran", closed) + processStarted + "ran\n",
-               "Runlet adapter: Could not set working folder : '" + closed + "': Permission denied",
-               "exit 255");
+               cannotEnter(closed, "Permission denied"), "exit 255");
 }
 
 TEST_F(RightsOfRoot, RunAJobOfRootAsRoot) {

@@ -171,10 +171,8 @@ TEST_F(Requests, NewTaskStopsAtTheFirstTaskThatCannotBeStarted) {
   job.arguments = "/bin/rmdir " + work;
   job.tasks.assign(3, "t");
   write(job);
-  expectResult(
-      run(newTask(1, 3)), calling("/bin/rmdir " + work, work) + processStarted,
-      "Runlet adapter: Could not set working folder : '" + work + "': No such file or directory",
-      "exit 255");
+  expectResult(run(newTask(1, 3)), calling("/bin/rmdir " + work, work) + processStarted,
+               cannotEnter(work, "No such file or directory"), "exit 255");
 }
 
 TEST_F(Requests, PingTaskComparesTheTimeWithTheLimit) {

@@ -52,11 +52,9 @@ std::set<std::string> outputsOfMissingPrograms(const Strings& callings) {
   return outputs;
 }
 
-std::string cannotExecute(const std::string& command,
-                          const std::string& reason = "No such file or directory") {
-  std::string line = "Runlet adapter: Cannot execute command:'";
-  line.append(command).append("':").append(reason).append("\n");
-  return line.append("Runlet adapter: Process exit abnormally,Exit code is -127\n");
+std::string reportOf(const std::string& command,
+                     const std::string& reason = "No such file or directory") {
+  return cannotExecute(command, reason) + exitCodeLine(-127);
 }
 
 TEST_F(Streams, HoldTheCallingLineOfAFailingChildTwiceForEachTask) {
@@ -72,7 +70,7 @@ TEST_F(Streams, HoldTheCallingLineOfAFailingChildTwiceForEachTask) {
       const auto possible = outputsOfMissingPrograms(
           {calling("./missing 1", folder()), calling("./missing 2", folder())});
       EXPECT_EQ(possible.count(withoutPids(result.output)), 1U) << result.output;
-      EXPECT_EQ(result.error, cannotExecute("./missing 1") + cannotExecute("./missing 2"));
+      EXPECT_EQ(result.error, reportOf("./missing 1") + reportOf("./missing 2"));
       EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
     }
   }
@@ -82,7 +80,7 @@ TEST_F(Streams, HoldTheCallingLineTwiceForALineWithoutAWord) {
   const ProcessResult result = runCommand("");
   const auto possible = outputsOfMissingPrograms({calling("", folder())});
   EXPECT_EQ(possible.count(withoutPids(result.output)), 1U) << result.output;
-  EXPECT_EQ(result.error, cannotExecute(""));
+  EXPECT_EQ(result.error, reportOf(""));
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
@@ -98,7 +96,7 @@ TEST_F(Streams, HoldTheCallingLineTwiceForAFolderAsTheProgram) {
   const std::string command = bin + " render -x";
   const auto possible = outputsOfMissingPrograms({calling(command, folder())});
   EXPECT_EQ(possible.count(withoutPids(result.output)), 1U) << result.output;
-  EXPECT_EQ(result.error, cannotExecute(command, "Permission denied"));
+  EXPECT_EQ(result.error, reportOf(command, "Permission denied"));
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
   EXPECT_EQ(modeOf(bin), 0755);
 }
@@ -116,7 +114,7 @@ TEST_F(Streams, HoldNothingTwiceBehindAFailedTask) {
     possible.insert(output + calling("./2", folder()) + processStarted);
   }
   EXPECT_EQ(possible.count(withoutPids(result.output)), 1U) << result.output;
-  EXPECT_EQ(result.error, cannotExecute("./1"));
+  EXPECT_EQ(result.error, reportOf("./1"));
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
@@ -221,10 +219,8 @@ TEST_F(Streams, ShowNamesWithPercentSignsAsTheyStand) {
 
   job.set("WorkingFolder", odd + "/%s");
   write(job);
-  expectResult(
-      run(newTask()), "",
-      "Runlet adapter: Could not set working folder : '" + odd + "/%s': No such file or directory",
-      "exit 255");
+  expectResult(run(newTask()), "", cannotEnter(odd + "/%s", "No such file or directory"),
+               "exit 255");
 
   const std::string missing = odd + "/%s%n.xml";
   expectResult(run({"-o", "NewTask", "-s", "1", "-j", missing}), "",
@@ -233,7 +229,7 @@ TEST_F(Streams, ShowNamesWithPercentSignsAsTheyStand) {
                "exit 255");
 
   const ProcessResult result = runCommand("%%s%%n");
-  EXPECT_EQ(result.error, cannotExecute("%s%n"));
+  EXPECT_EQ(result.error, reportOf("%s%n"));
 }
 
 }  // namespace

@@ -80,6 +80,17 @@ ProcessOptions AdapterTest::unprivileged(const std::vector<std::string>& argumen
   return options;
 }
 
+void AdapterTest::expectNotExecuted(const ProcessResult& result, const std::string& command,
+                                    const std::string& reason) const {
+  SCOPED_TRACE(command);
+  const std::string line = calling(command, folder());
+  const std::string output = withoutPids(result.output);
+  EXPECT_TRUE(output == line + line + processStarted || output == line + processStarted + line)
+      << output;
+  EXPECT_EQ(result.error, cannotExecute(command, reason) + exitCodeLine(-127));
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+}
+
 std::string calling(const std::string& commandLine, const std::string& folder) {
   std::string line = "Calling '";
   return line.append(commandLine).append("' from '").append(folder).append("'\n");
@@ -113,6 +124,30 @@ void expectResult(const ProcessResult& result, const std::string& output, const 
 std::string infoReply(const std::string& name) {
   return "<AdapterInfo>\n\t<Name>" + name + "</Name>\n\t<Version>400</Version>\n\t<Description>" +
          name + " v2023 with user rights</Description>\n</AdapterInfo>\n";
+}
+
+std::string exitCodeLine(int code) {
+  return "Runlet adapter: Process exit abnormally,Exit code is " + std::to_string(code) + "\n";
+}
+
+std::string cannotExecute(const std::string& command, const std::string& reason) {
+  std::string line = "Runlet adapter: Cannot execute command:'";
+  return line.append(command).append("':").append(reason).append("\n");
+}
+
+std::string cannotEnter(const std::string& folder, const std::string& reason) {
+  std::string line = "Runlet adapter: Could not set working folder : '";
+  return line.append(folder).append("': ").append(reason);
+}
+
+std::string cannotFork(const std::string& command) {
+  std::string text =
+      "Runlet adapter: Cannot start a new child process\n"
+      "Wait Error:No child processes\n"
+      "Cannot start ";
+  return text.append(command).append(
+      "\nMake sure the batch file or executable name has its full name and path (or configure "
+      "server accordingly)\n");
 }
 
 std::string terminateText(const std::string& type, const std::string& what) {

@@ -62,6 +62,12 @@ class AdapterTest : public testing::Test {
   // root the adapter is copied to where another user may execute it, and started as that user.
   ProcessOptions unprivileged(const std::vector<std::string>& arguments) const;
 
+  // Asserts the end of a request whose only task could not be executed: the child reports it, on
+  // `error`, and writes the "Calling" line that it has inherited once more, in front of the
+  // parent's second line or behind it.
+  void expectNotExecuted(const ProcessResult& result, const std::string& command,
+                         const std::string& reason) const;
+
   const std::string& folder() const {
     return folder_.path();
   }
@@ -91,6 +97,15 @@ void expectResult(const ProcessResult& result, const std::string& output, const 
 
 // The reply to GetInfo of an adapter of that name.
 std::string infoReply(const std::string& name);
+
+// What it writes about a task that ended with a code, a program that cannot be started, and a run
+// folder that cannot be entered.
+std::string exitCodeLine(int code);
+std::string cannotExecute(const std::string& command, const std::string& reason);
+std::string cannotEnter(const std::string& folder, const std::string& reason);
+
+// What a failed fork writes. Behind it the adapter has no child to wait for.
+std::string cannotFork(const std::string& command);
 
 // What the C++ library writes for an exception that nothing catches.
 std::string terminateText(const std::string& type, const std::string& what);

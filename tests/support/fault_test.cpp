@@ -74,17 +74,6 @@ std::string FaultTest::until(const std::string& name) {
   return "while [ -e job.xml -a ! -e " + name + " ]; do sleep 0.01; done";
 }
 
-void FaultTest::expectNotExecuted(const ProcessResult& result, const std::string& command,
-                                  const std::string& reason) const {
-  SCOPED_TRACE(command);
-  const std::string line = calling(command, folder());
-  const std::string output = withoutPids(result.output);
-  EXPECT_TRUE(output == line + line + processStarted || output == line + processStarted + line)
-      << output;
-  EXPECT_EQ(result.error, cannotExecute(command, reason) + exitCodeLine(-127));
-  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
-}
-
 pid_t announcedChild(Process* adapter) {
   const std::string announcement = "[ServerMessage]ProcessStarted processId=";
   if (!adapter->readUntil(announcement)) return -1;
@@ -127,30 +116,6 @@ std::string endOfOrphan(pid_t pid) {
   eventually([&] { return (ended = waitpid(pid, &status, WNOHANG)) != 0; });
   if (ended == 0) return "still running";
   return ended > 0 ? describeStatus(status) : "no such process";
-}
-
-std::string exitCodeLine(int code) {
-  return "Runlet adapter: Process exit abnormally,Exit code is " + std::to_string(code) + "\n";
-}
-
-std::string cannotExecute(const std::string& command, const std::string& reason) {
-  std::string line = "Runlet adapter: Cannot execute command:'";
-  return line.append(command).append("':").append(reason).append("\n");
-}
-
-std::string cannotEnter(const std::string& folder, const std::string& reason) {
-  std::string line = "Runlet adapter: Could not set working folder : '";
-  return line.append(folder).append("': ").append(reason);
-}
-
-std::string cannotFork(const std::string& command) {
-  std::string text =
-      "Runlet adapter: Cannot start a new child process\n"
-      "Wait Error:No child processes\n"
-      "Cannot start ";
-  return text.append(command).append(
-      "\nMake sure the batch file or executable name has its full name and path (or configure "
-      "server accordingly)\n");
 }
 
 }  // namespace runlet_test

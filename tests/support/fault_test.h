@@ -25,12 +25,6 @@ class FaultTest : public AdapterTest {
   // The shell's words for "until the test makes the file `name`", which end with the test in any
   // case. The folder of the test must be the current one.
   static std::string until(const std::string& name);
-
-  // Asserts the end of a request whose only task could not be executed: the child reports it, on
-  // `error`, and writes the "Calling" line that it has inherited once more, in front of the
-  // parent's second line or behind it.
-  void expectNotExecuted(const ProcessResult& result, const std::string& command,
-                         const std::string& reason) const;
 };
 
 // Reads what an adapter writes up to the announcement of a child, and yields the child's id; -1 if
@@ -48,12 +42,5 @@ std::vector<pid_t> childrenOf(pid_t pid);
 
 // The end, as describeStatus has it, of a process that outlived the adapter; -1 = of any one.
 std::string endOfOrphan(pid_t pid);
-
-std::string exitCodeLine(int code);
-std::string cannotExecute(const std::string& command, const std::string& reason);
-std::string cannotEnter(const std::string& folder, const std::string& reason);
-
-// What a failed fork writes. Behind it the adapter has no child to wait for.
-std::string cannotFork(const std::string& command);
 
 }  // namespace runlet_test
