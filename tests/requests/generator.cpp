@@ -126,7 +126,7 @@ std::string Generator::elapsed() {
 std::string Generator::appPath() {
   const Strings usual = {in("bin/tool"), in("bin/"), in("bin/x"), "tool"};
   const Strings odd = {
-      "bin/tool",     "../bin/x", in("missing/tool"), in("work/tool"), in("script/x"),
+      "bin/tool",     "../bin/x", in("missing/tool"), in("shot/tool"), in("script/x"),
       in("closed/x"), ""};
   return random_.pick(random_.chance(30) ? odd : usual);
 }
@@ -360,8 +360,8 @@ std::string Generator::workingFolder() {
       in("closed"), in("closed"),   in("closed"), in("missing"),  in("script"),
       "missing",    in("w %s"),     "",           in("script/x"), std::string(300, 'x'),
       "/tmp",       in("closed/..")};
-  const Strings usual = {in("work"), in("closed"),           folder_,         "work",    ".",
-                         "..",       " " + in("work") + " ", "work/../work/", in("w %s")};
+  const Strings usual = {in("shot"), in("closed"),           folder_,         "shot",    ".",
+                         "..",       " " + in("shot") + " ", "shot/../shot/", in("w %s")};
   return setting("WorkingFolder", odd, usual, odd_.folders, 100 - odd_.folders);
 }
 

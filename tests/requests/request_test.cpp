@@ -131,8 +131,8 @@ class World {
     machine_.searchPath = {folder_.file("bin"), folder_.file("closed")};
     addFolder("bin", 0755);
     addFolder("jobs", 0755);
-    addFolder("work", 0777);
-    addFolder("work/work", 0755);
+    addFolder("shot", 0777);
+    addFolder("shot/shot", 0755);
     addFolder("w %s", 0755);
     addFolder("closed", 0700);
     addText("script", "exit 5\n", 0644);
