@@ -15,17 +15,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-constexpr char noFork[] = "Runlet adapter: Cannot start a new child process\n";
-
-// The end of what a failed fork writes.
-std::string cannotStart(const std::string& command) {
-  std::string text = "Cannot start ";
-  text.append(command).append("\n");
-  return text.append(
-      "Make sure the batch file or executable name has its full name and path (or configure "
-      "server accordingly)\n");
-}
-
 class Child : public AdapterTest {
  protected:
   // The lines of the tasks 1 to `count` of a job whose command ends in the task's number.
@@ -191,8 +180,8 @@ TEST_F(NoFork, NamesTheWholeCommandLine) {
 TEST_F(NoFork, WaitsForAnyChild) {
   write(job("/bin/true x"));
   expectResult(runProcess(limited(newTask(), [] { leaveAChildBehind(5); })),
-               calling("/bin/true x", folder()),
-               noFork + exitCodeLine(5) + cannotStart("/bin/true x"), "exit 255");
+               calling("/bin/true x", folder()), cannotFork("/bin/true x", exitCodeLine(5)),
+               "exit 255");
 }
 
 }  // namespace

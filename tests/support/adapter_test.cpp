@@ -140,12 +140,10 @@ std::string cannotEnter(const std::string& folder, const std::string& reason) {
   return line.append(folder).append("': ").append(reason);
 }
 
-std::string cannotFork(const std::string& command) {
-  std::string text =
-      "Runlet adapter: Cannot start a new child process\n"
-      "Wait Error:No child processes\n"
-      "Cannot start ";
-  return text.append(command).append(
+std::string cannotFork(const std::string& command, const std::string& wait) {
+  std::string text = "Runlet adapter: Cannot start a new child process\n";
+  text.append(wait).append("Cannot start ").append(command);
+  return text.append(
       "\nMake sure the batch file or executable name has its full name and path (or configure "
       "server accordingly)\n");
 }

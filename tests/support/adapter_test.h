@@ -104,8 +104,9 @@ std::string exitCodeLine(int code);
 std::string cannotExecute(const std::string& command, const std::string& reason);
 std::string cannotEnter(const std::string& folder, const std::string& reason);
 
-// What a failed fork writes. Behind it the adapter has no child to wait for.
-std::string cannotFork(const std::string& command);
+// What a failed fork writes, with what the wait behind it says: as a rule that there is no child.
+std::string cannotFork(const std::string& command,
+                       const std::string& wait = "Wait Error:No child processes\n");
 
 // What the C++ library writes for an exception that nothing catches.
 std::string terminateText(const std::string& type, const std::string& what);
