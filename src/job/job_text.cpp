@@ -6,8 +6,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
+#include <memory>
+#include <new>
 
 namespace runlet {
 namespace {
@@ -15,86 +16,81 @@ namespace {
 // What the XML library says of a file that it cannot open; the server knows this text.
 constexpr char cannotOpen[] = "Failed to open file";
 
-// The XML library moves by the length that the first byte of a UTF-8 character announces, at most
-// 4. Where the text ends in the middle of such a character, that leads up to 3 bytes past the NUL
-// behind it.
-constexpr std::size_t paddingLength = 3;
+// Large files are read in pieces of this many bytes: few calls, and they are still in the
+// processor's cache when they are copied to where the library wants them.
+constexpr std::size_t pieceLength = std::size_t{16} << 10;
+
+// A job file as its stream reads it.
+struct Source {
+  int descriptor;  // -1 for what counts as empty
+  off64_t size;    // of the file
+  off64_t position = 0;
+  std::string* reason;
+  std::unique_ptr<char[]> buffer;  // of the stream; null for the one that it has anyway
+};
 
 // The number of bytes to read. What is no regular file has none, and so is an empty document to
 // the library, which looks for the length by moving to the end.
-std::size_t sizeOf(const struct stat& status) {
-  return S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
+off64_t sizeOf(const struct stat& status) {
+  return S_ISREG(status.st_mode) ? status.st_size : 0;
 }
 
-// Reads up to `size` bytes; a file that has become shorter yields what is left of it.
-bool readUpTo(int descriptor, std::size_t size, std::string* text, std::string* reason) {
-  text->resize(size);
-  std::size_t length = 0;
-  while (length < size) {
-    const ssize_t count = read(descriptor, text->data() + length, size - length);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) {
-      *reason = std::strerror(errno);
-      return false;
-    }
-    if (count == 0) break;
-    length += static_cast<std::size_t>(count);
-  }
-  text->resize(length);
-  return true;
+off64_t lengthOf(const Source& source) {
+  return source.size + static_cast<off64_t>(paddingLength);
 }
 
-bool readOpenFile(int descriptor, std::string* text, std::string* reason) {
-  struct stat status {};
-  int error = fstat(descriptor, &status) == 0 ? 0 : errno;
-  // A directory has a length that means nothing, and the library would ask memory for it.
-  if (error == 0 && S_ISDIR(status.st_mode)) error = EISDIR;
-  if (error == 0 && sizeOf(status) > maxJobFileSize) error = EFBIG;
-  if (error == 0) return readUpTo(descriptor, sizeOf(status), text, reason);
-  *reason = std::strerror(error);
-  return false;
+// Reads up to `size` bytes of the file. Where it has none, they are NUL.
+ssize_t readFile(const Source& source, char* bytes, std::size_t size) {
+  ssize_t count = 0;
+  do {
+    count = pread(source.descriptor, bytes, size, source.position);
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) *source.reason = std::strerror(errno);
+  if (count != 0) return count;
+  std::fill_n(bytes, size, '\0');
+  return static_cast<ssize_t>(size);
 }
-
-// A CR, with the LF that may follow it, becomes one LF.
-void normalizeLineEnds(std::string* text) {
-  std::size_t from = text->find('\r');
-  if (from == std::string::npos) return;
-  std::size_t to = from;
-  while (from < text->size()) {
-    const char c = (*text)[from++];
-    (*text)[to++] = c == '\r' ? '\n' : c;
-    if (c == '\r' && from < text->size() && (*text)[from] == '\n') ++from;
-  }
-  text->resize(to);
-}
-
-// A text as a stream reads it.
-struct TextSource {
-  const std::string* text;
-  std::size_t position;
-};
 
 ssize_t readSource(void* cookie, char* buffer, std::size_t size) {
-  auto* source = static_cast<TextSource*>(cookie);
-  const std::size_t count = source->text->copy(buffer, size, source->position);
-  source->position += count;
-  return static_cast<ssize_t>(count);
+  auto* source = static_cast<Source*>(cookie);
+  const bool isInFile = source->position < source->size;
+  const off64_t left = (isInFile ? source->size : lengthOf(*source)) - source->position;
+  auto count = static_cast<ssize_t>(std::min(size, static_cast<std::size_t>(left)));
+  if (isInFile) {
+    count = readFile(*source, buffer, static_cast<std::size_t>(count));
+  } else {
+    std::fill_n(buffer, count, '\0');
+  }
+  if (count > 0) source->position += count;
+  return count;
 }
 
 int seekSource(void* cookie, off64_t* offset, int whence) {
-  auto* source = static_cast<TextSource*>(cookie);
-  const std::size_t length = source->text->size();
-  const std::size_t bases[] = {0, source->position, length};
-  const off64_t target = static_cast<off64_t>(bases[whence]) + *offset;
-  if (target < 0 || target > static_cast<off64_t>(length)) return -1;
-  source->position = static_cast<std::size_t>(target);
+  auto* source = static_cast<Source*>(cookie);
+  const off64_t bases[] = {0, source->position, lengthOf(*source)};
+  const off64_t target = bases[whence] + *offset;
+  if (target < 0 || target > lengthOf(*source)) return -1;
+  source->position = target;
   *offset = target;
   return 0;
 }
 
 int closeSource(void* cookie) {
-  delete static_cast<TextSource*>(cookie);
+  const std::unique_ptr<Source> source(static_cast<Source*>(cookie));
+  if (source->descriptor != -1) close(source->descriptor);
   return 0;
+}
+
+// Takes `descriptor` over.
+std::FILE* openSource(int descriptor, off64_t size, std::string* reason) {
+  auto* source = new Source{.descriptor = descriptor, .size = size, .reason = reason, .buffer = {}};
+  std::FILE* stream = fopencookie(source, "r", {readSource, nullptr, seekSource, closeSource});
+  if (stream == nullptr) throw std::bad_alloc();  // nothing else can keep it from being opened
+  if (size > BUFSIZ) {
+    source->buffer = std::make_unique_for_overwrite<char[]>(pieceLength);
+    std::setvbuf(stream, source->buffer.get(), _IOFBF, pieceLength);
+  }
+  return stream;
 }
 
 // Whether neither a file nor a folder stands there.
@@ -103,37 +99,37 @@ bool isSpecial(const char* path) {
   return stat(path, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
 
+// Why the open file is not read, as an error number; else 0.
+int errorOf(int descriptor, struct stat* status) {
+  if (fstat(descriptor, status) != 0) return errno;
+  // A directory has a length that means nothing, and the library would ask memory for it.
+  if (S_ISDIR(status->st_mode)) return EISDIR;
+  return sizeOf(*status) > static_cast<off64_t>(maxJobFileSize) ? EFBIG : 0;
+}
+
 }  // namespace
 
-bool readJobText(const char* path, std::string* text, std::string* reason) {
-  if (isSpecial(path)) {
-    text->clear();
-    prepareText(text);
-    return true;
-  }
+std::FILE* openJobText(const char* path, std::size_t* length, std::string* reason) {
+  *length = paddingLength;
+  if (isSpecial(path)) return openSource(-1, 0, reason);
   // Something else may stand there by now, which must not be waited for either.
   const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor == -1) {
     *reason = cannotOpen;
-    return false;
+    return nullptr;
   }
-  const bool ok = readOpenFile(descriptor, text, reason);
-  close(descriptor);
-  if (ok) prepareText(text);
-  return ok;
+  struct stat status {};
+  if (const int error = errorOf(descriptor, &status); error != 0) {
+    *reason = std::strerror(error);
+    close(descriptor);
+    return nullptr;
+  }
+  *length += static_cast<std::size_t>(sizeOf(status));
+  return openSource(descriptor, sizeOf(status), reason);
 }
 
-void prepareText(std::string* text) {
-  text->resize(std::strlen(text->c_str()));
-  normalizeLineEnds(text);
-  text->append(paddingLength, '\0');
-}
-
-std::FILE* openText(const std::string& text) {
-  auto* source = new TextSource{&text, 0};
-  std::FILE* stream = fopencookie(source, "r", {readSource, nullptr, seekSource, closeSource});
-  if (stream == nullptr) delete source;
-  return stream;
+void padText(char* text) {
+  std::fill_n(text + std::strlen(text) + 1, paddingLength, '\0');
 }
 
 }  // namespace runlet

@@ -8,26 +8,32 @@
 namespace runlet {
 
 // Longest file that is read, in bytes. The XML library takes up to 85 bytes of memory for a byte of
-// the file (about 15 for a usual job file), and the adapter starts as root, where no limit of the
+// the file (about 9 for a usual job file), and the adapter starts as root, where no limit of the
 // file's author holds.
 inline constexpr std::size_t maxJobFileSize = std::size_t{128} << 20;
 
-// Reads the file at `path` into `*text`, prepared as below. Returns false, with the reason in
-// `*reason`, when that is a directory, too large or cannot be read; what `*text` holds then does
-// not matter. A device or a pipe counts as empty and is not opened: some do things as soon as they
-// are, and a pipe would have to be waited for.
-bool readJobText(const char* path, std::string* text, std::string* reason);
-
-// Turns the bytes of a file into what the XML library makes of them before it parses: the text
-// ends at the first NUL, and every line end is one LF. A few NULs follow.
+// Opens the job file at `path` as a stream that has its bytes and then `paddingLength` times NUL;
+// `*length` is how many that is together. The caller closes the stream. Yields null, with the
+// reason in `*reason`, when that is a directory, too large or cannot be opened.
 //
-// The library does the same, but leaves the rest of the bytes behind the end of the text. A byte
-// there that begins a longer UTF-8 character takes it over that end, and it would parse on in
-// bytes that nobody has looked at. Of a prepared text there are none.
-void prepareText(std::string* text);
+// A read that fails leaves the reason in `*reason`, which has to live as long as the stream. A file
+// that becomes shorter in the meantime ends in more NULs.
+//
+// A device or a pipe counts as empty and is not opened: some do things as soon as they are, and a
+// pipe would have to be waited for.
+std::FILE* openJobText(const char* path, std::size_t* length, std::string* reason);
 
-// A stream that reads `text`, which must outlive it. The caller closes it. Yields null when
-// memory is short.
-std::FILE* openText(const std::string& text);
+// The XML library moves by the length that the first byte of a UTF-8 character announces, at most
+// 4 bytes. Where the text ends in the middle of such a character, that leads up to 3 bytes past the
+// NUL behind it.
+inline constexpr std::size_t paddingLength = 3;
+
+// Makes the `paddingLength` bytes behind the NUL that ends `text` NUL as well. They must be part of
+// what was read from such a stream.
+//
+// The library leaves them as they are when it has taken out the CRs, or ends the text at a NUL in
+// the middle of the file. From a byte there that begins a longer character it would parse on in
+// bytes that nobody has looked at.
+void padText(char* text);
 
 }  // namespace runlet

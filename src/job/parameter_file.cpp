@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "job/arena.h"
 #include "job/int32.h"
 #include "job/job_text.h"
 #include "job/strip_brace.h"
@@ -48,40 +49,46 @@ const char* textOf(const TiXmlElement* element) {
   return element == nullptr ? nullptr : element->GetText();
 }
 
-struct Limit {
-  std::size_t XmlExtent::*figure;
-  const char* refusal;
+// How many bytes of memory a byte of the file may come to as a document and as lists, found out on
+// job files of all kinds. What goes beyond that is in the heap.
+constexpr std::size_t documentFactor = 16;
+constexpr std::size_t listFactor = 8;
+
+// A document that looks at a text before it parses it, so that what the library cannot take never
+// reaches it. It is looked at where it is parsed: no byte can change in between, and a large file
+// is in memory once.
+class JobDocument : public TiXmlDocument {
+ public:
+  using TiXmlDocument::TiXmlDocument;
+
+  const char* Parse(const char* text, TiXmlParsingData* data, TiXmlEncoding encoding) override {
+    padText(const_cast<char*>(text));  // NOLINT(*-const-cast): the buffer that LoadFile has read to
+    refusal_ = refusalOf(text);
+    return refusal_ == nullptr ? TiXmlDocument::Parse(text, data, encoding) : nullptr;
+  }
+
+  // Why it did not parse the text; null when it did.
+  const char* refusal() const {
+    return refusal_;
+  }
+
+ private:
+  const char* refusal_ = nullptr;
 };
 
-constexpr Limit limits[] = {
-    {&XmlExtent::depth, "Elements nested too deep."},
-    {&XmlExtent::attributes, "Too many attributes."},
-    {&XmlExtent::steps, "Too many nested elements."},
-};
-
-// Why the library must not be given the text; null when it may.
-const char* refusalOf(const std::string& text) {
-  const XmlExtent extent = measureXml(text.c_str(), xmlLimits);
-  for (const Limit& limit : limits) {
-    if (extent.*limit.figure > xmlLimits.*limit.figure) return limit.refusal;
+// Reads the file that `document` is named after. `*length` is how many bytes of text that was.
+bool loadDocument(JobDocument* document, std::size_t* length, std::string* reason) {
+  std::FILE* stream = openJobText(document->Value(), length, reason);
+  if (stream == nullptr) return false;
+  bool loaded = false;
+  {
+    const ArenaScope scope(&documentArena, *length * documentFactor);
+    loaded = document->LoadFile(stream, TIXML_ENCODING_UTF8);
   }
-  return nullptr;
-}
-
-// The text of the file goes through our hands first, so that what the library cannot take never
-// reaches it.
-bool loadDocument(TiXmlDocument* document, std::string* reason) {
-  std::string text;
-  if (!readJobText(document->Value(), &text, reason)) return false;
-  if (const char* refusal = refusalOf(text); refusal != nullptr) {
-    *reason = refusal;
-    return false;
-  }
-  std::FILE* stream = openText(text);
-  const bool loaded = document->LoadFile(stream, TIXML_ENCODING_UTF8);
-  if (stream != nullptr) std::fclose(stream);
-  if (!loaded) *reason = document->ErrorDesc();
-  return loaded;
+  std::fclose(stream);
+  if (document->refusal() != nullptr) *reason = document->refusal();
+  if (!loaded && reason->empty()) *reason = document->ErrorDesc();
+  return reason->empty();
 }
 
 Reading readArguments(const TiXmlNode& cmdData, AdapterContext* context) {
@@ -125,7 +132,7 @@ Reading readTasks(const TiXmlElement& taskList, AdapterContext* context) {
     if (text == nullptr) continue;
     std::string entry;
     if (!stripBrace(text, &entry)) return Reading::stripBraceFailed;
-    context->taskList.push_back(entry);
+    context->taskList.push_back(std::move(entry));
   }
   return Reading::ok;
 }
@@ -135,7 +142,7 @@ void appendStripped(const char* text, StringList* list) {
   if (text == nullptr) return;
   std::string entry;
   stripBrace(text, &entry);
-  list->push_back(entry);
+  list->push_back(std::move(entry));
 }
 
 // A value is looked for behind its name only.
@@ -172,11 +179,14 @@ Reading readLists(const TiXmlNode& cmdData, AdapterContext* context) {
 // In the order of the steps, which shows in what is filled when one of them fails, and in the
 // message of a file with several faults.
 constexpr Reading (*steps[])(const TiXmlNode& cmdData, AdapterContext* context) = {
-    readArguments, readTexts, readNumbers, readRedirectStderr, readLists,
+    readArguments,
+    readTexts,
+    readNumbers,
+    readRedirectStderr,
 };
 
 // Nothing is rolled back after a failure: the request ends then, and nothing looks at the fields.
-Reading readJob(const TiXmlDocument& document, AdapterContext* context) {
+Reading readJob(const TiXmlDocument& document, std::size_t length, AdapterContext* context) {
   // The first node has to be the root, even if it is not an element: with a declaration or a
   // comment in front of the root the file is not a job file.
   const TiXmlNode* root = document.FirstChild();
@@ -185,7 +195,8 @@ Reading readJob(const TiXmlDocument& document, AdapterContext* context) {
   for (const auto step : steps) {
     if (const Reading reading = step(*cmdData, context); reading != Reading::ok) return reading;
   }
-  return Reading::ok;
+  const ArenaScope scope(&listArena, length * listFactor);
+  return readLists(*cmdData, context);
 }
 
 // In the order of Reading; null where there is nothing to say.
@@ -206,14 +217,16 @@ bool report(Reading reading) {
 
 bool loadParameterFile(AdapterContext* context) {
   if (context->jobFile.empty()) return false;
-  TiXmlDocument document(context->jobFile.c_str());
+  JobDocument document(context->jobFile.c_str());
+  document.SetTabSize(0);  // or every byte would be looked at for the line and column it is in
   std::string reason;
-  if (!loadDocument(&document, &reason)) {
+  std::size_t length = 0;
+  if (!loadDocument(&document, &length, &reason)) {
     std::fprintf(stderr, "Runlet adapter: Could not load parameter file %s. Error='%s'.Exiting.\n",
                  context->jobFile.c_str(), reason.c_str());
     return false;
   }
-  return report(readJob(document, context));
+  return report(readJob(document, length, context));
 }
 
 }  // namespace runlet

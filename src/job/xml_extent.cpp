@@ -3,7 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cctype>
+#include <array>
 #include <cstring>
 
 namespace runlet {
@@ -16,6 +16,12 @@ const char* behind(const char* found, std::size_t length) {
   return found == nullptr ? nullptr : found + length;
 }
 
+// Right behind the next `c`. Tags end too soon for a library call to pay.
+const char* behindNext(const char* text, char c) {
+  while (*text != '\0' && *text != c) ++text;
+  return *text == '\0' ? nullptr : text + 1;
+}
+
 bool beginsWith(const char* text, const char* prefix) {
   return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
 }
@@ -24,26 +30,43 @@ bool beginsWithAnyCase(const char* text, const char* prefix) {
   return strncasecmp(text, prefix, std::strlen(prefix)) == 0;
 }
 
-bool isSpace(char c) {
-  return std::isspace(static_cast<unsigned char>(c)) != 0;
-}
+// What a byte may be, for the loops that look at every byte of a job file.
+enum ByteKind : unsigned char {
+  space = 1,
+  nameStart = 2,
+  namePart = 4,
+  longCharacter = 8,  // begins a character of several bytes
+};
 
 // To the library every byte from 127 on is a letter.
-bool isNameStart(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte >= 127 || std::isalpha(byte) != 0 || c == '_';
+constexpr unsigned char kindOf(unsigned byte) {
+  const bool isLetter = (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
+  const bool startsName = isLetter || byte == '_' || byte >= 127;
+  const bool isInName =
+      startsName || (byte >= '0' && byte <= '9') || byte == '-' || byte == '.' || byte == ':';
+  const bool isSpace = byte == ' ' || (byte >= '\t' && byte <= '\r');
+  return static_cast<unsigned char>((isSpace ? space : 0) | (startsName ? nameStart : 0) |
+                                    (isInName ? namePart : 0) |
+                                    (byte >= 0xc2 && byte <= 0xf4 ? longCharacter : 0));
 }
 
-bool isNamePart(char c) {
-  return isNameStart(c) || std::isdigit(static_cast<unsigned char>(c)) != 0 || c == '-' ||
-         c == '.' || c == ':';
+constexpr auto kinds = [] {
+  std::array<unsigned char, 256> table{};
+  for (unsigned byte = 0; byte < table.size(); ++byte) table[byte] = kindOf(byte);
+  return table;
+}();
+
+bool is(char c, ByteKind kind) {
+  return (kinds[static_cast<unsigned char>(c)] & kind) != 0;
 }
 
 // White space, and the three characters that the library takes for byte order marks anywhere.
 const char* skipSpace(const char* text) {
   for (;;) {
-    if (isSpace(*text)) {
+    if (is(*text, space)) {
       ++text;
+    } else if (*text != '\xef') {
+      return text;
     } else if (beginsWith(text, "\xef\xbb\xbf") || beginsWith(text, "\xef\xbf\xbe") ||
                beginsWith(text, "\xef\xbf\xbf")) {
       text += 3;
@@ -54,8 +77,8 @@ const char* skipSpace(const char* text) {
 }
 
 const char* skipName(const char* text) {
-  if (!isNameStart(*text)) return nullptr;
-  while (isNamePart(*text)) ++text;
+  if (!is(*text, nameStart)) return nullptr;
+  while (is(*text, namePart)) ++text;
   return text;
 }
 
@@ -71,19 +94,21 @@ int utf8Length(char lead) {
 // One character of text or of a quoted value.
 const char* skipCharacter(const char* text) {
   if (text[0] == '&' && text[1] == '#' && text[2] != '\0') {
-    return behind(std::strchr(text + 2, ';'), 1);
+    return behindNext(text + 2, ';');
   }
   const auto length = static_cast<std::size_t>(utf8Length(*text));
   return text + strnlen(text, length);
 }
 
 const char* skipCharactersUpTo(const char* text, char end) {
-  while (text != nullptr && *text != '\0' && *text != end) text = skipCharacter(text);
+  while (text != nullptr && *text != '\0' && *text != end) {
+    text = *text == '&' || is(*text, longCharacter) ? skipCharacter(text) : text + 1;
+  }
   return text == nullptr || *text == '\0' ? nullptr : text;
 }
 
 const char* skipUnquotedValue(const char* text) {
-  while (*text != '\0' && !isSpace(*text) && *text != '/' && *text != '>') {
+  while (*text != '\0' && !is(*text, space) && *text != '/' && *text != '>') {
     if (*text == '\'' || *text == '"') return nullptr;
     ++text;
   }
@@ -109,7 +134,7 @@ const char* skipDeclaration(const char* text) {
         beginsWithAnyCase(text, "standalone")) {
       text = skipAttribute(text);
     } else {
-      while (*text != '\0' && *text != '>' && !isSpace(*text)) ++text;
+      while (*text != '\0' && *text != '>' && !is(*text, space)) ++text;
     }
   }
   return text == nullptr || *text == '\0' ? nullptr : text + 1;
@@ -140,12 +165,23 @@ const char* skipOtherMarkup(const char* text) {
   if (beginsWithAnyCase(text, "<?xml")) return skipDeclaration(text);
   if (beginsWith(text, "<!--")) return behind(std::strstr(text + 4, "-->"), 3);
   if (beginsWith(text, "<![CDATA[")) return behind(std::strstr(text + 9, "]]>"), 3);
-  return behind(std::strchr(text, '>'), 1);
+  return behindNext(text, '>');
 }
 
-bool isWithin(const XmlExtent& extent, const XmlExtent& limits) {
-  return extent.depth <= limits.depth && extent.attributes <= limits.attributes &&
-         extent.steps <= limits.steps;
+struct Limit {
+  std::size_t XmlExtent::*figure;
+  const char* refusal;
+};
+
+constexpr Limit limits[] = {
+    {&XmlExtent::depth, "Elements nested too deep."},
+    {&XmlExtent::attributes, "Too many attributes."},
+    {&XmlExtent::steps, "Too many nested elements."},
+};
+
+bool isWithin(const XmlExtent& extent, const XmlExtent& enough) {
+  return extent.depth <= enough.depth && extent.attributes <= enough.attributes &&
+         extent.steps <= enough.steps;
 }
 
 }  // namespace
@@ -159,9 +195,9 @@ XmlExtent measureXml(const char* text, const XmlExtent& enough) {
     if (text == nullptr || *text != '<') break;
     extent.steps += depth;
     if (depth > 0 && text[1] == '/') {
-      text = behind(std::strchr(text, '>'), 1);
+      text = behindNext(text, '>');
       --depth;
-    } else if (isNameStart(text[1])) {
+    } else if (is(text[1], nameStart)) {
       const StartTag tag = readStartTag(text);
       // A level as well if the element ends at once, or the library gives up in its tag.
       extent.depth = std::max(extent.depth, depth + 1);
@@ -173,6 +209,14 @@ XmlExtent measureXml(const char* text, const XmlExtent& enough) {
     }
   }
   return extent;
+}
+
+const char* refusalOf(const char* text) {
+  const XmlExtent extent = measureXml(text, xmlLimits);
+  for (const Limit& limit : limits) {
+    if (extent.*limit.figure > xmlLimits.*limit.figure) return limit.refusal;
+  }
+  return nullptr;
 }
 
 }  // namespace runlet

@@ -33,4 +33,8 @@ inline constexpr XmlExtent xmlLimits = {2000, 100, 200000000};
 // ";". A job file could otherwise show fewer levels here than it has there.
 XmlExtent measureXml(const char* text, const XmlExtent& enough);
 
+// Why `text`, prepared as above, must not be given to the library: it goes beyond xmlLimits. Null
+// when it may be given.
+const char* refusalOf(const char* text);
+
 }  // namespace runlet

@@ -54,7 +54,7 @@ extern "C" passwd* getpwnam(const char* name) {
 }
 
 // A disk that fails, and a signal at a file server that takes its time.
-extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
+extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t offset) {
   if (faultIs("read-error")) {
     errno = EIO;
     return -1;
@@ -64,8 +64,8 @@ extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
     errno = EINTR;
     return -1;
   }
-  using Function = ssize_t (*)(int, void*, std::size_t);
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "read"))(descriptor, buffer, size);
+  using Function = ssize_t (*)(int, void*, std::size_t, off_t);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pread"))(descriptor, buffer, size, offset);
 }
 
 // A call that succeeds may leave any error number behind, which then is no reason for anything.

@@ -38,22 +38,32 @@ XmlExtent extentOf(const TiXmlNode& node) {
   return extent;
 }
 
+// A document that measures what it is about to parse, as the loader does.
+class MeasuredDocument : public TiXmlDocument {
+ public:
+  const char* Parse(const char* text, TiXmlParsingData* data, TiXmlEncoding encoding) override {
+    padText(const_cast<char*>(text));
+    measured = measureXml(text, noLimit);
+    return TiXmlDocument::Parse(text, data, encoding);
+  }
+
+  XmlExtent measured = {};
+};
+
 struct Parsed {
+  XmlExtent measured;
   XmlExtent extent;
   bool loaded;
 };
 
-std::string prepared(std::string bytes) {
-  prepareText(&bytes);
-  return bytes;
-}
-
-Parsed parse(const std::string& text) {
-  std::FILE* stream = openText(text);
-  TiXmlDocument document;
+// What is found in the bytes of a file, and what the library makes of them.
+Parsed parse(std::string bytes) {
+  bytes.append(paddingLength, '\0');
+  std::FILE* stream = fmemopen(bytes.data(), bytes.size(), "r");
+  MeasuredDocument document;
   const bool loaded = document.LoadFile(stream, TIXML_ENCODING_UTF8);
   std::fclose(stream);
-  return {extentOf(document), loaded};
+  return {document.measured, extentOf(document), loaded};
 }
 
 TEST(XmlExtent, HasTheDepthThatTheLibraryGetsTo) {
@@ -108,9 +118,9 @@ TEST(XmlExtent, HasTheDepthThatTheLibraryGetsTo) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.bytes));
-    const std::string text = prepared(row.bytes);
-    EXPECT_EQ(measureXml(text.c_str(), noLimit).depth, row.depth);
-    EXPECT_EQ(parse(text).extent.depth, row.depth);
+    const Parsed parsed = parse(row.bytes);
+    EXPECT_EQ(parsed.measured.depth, row.depth);
+    EXPECT_EQ(parsed.extent.depth, row.depth);
   }
 }
 
@@ -129,9 +139,9 @@ TEST(XmlExtent, HasTheAttributesOfTheElementWithTheMost) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
-    const std::string text = prepared(row.text);
-    EXPECT_EQ(measureXml(text.c_str(), noLimit).attributes, row.attributes);
-    EXPECT_EQ(parse(text).extent.attributes, row.attributes);
+    const Parsed parsed = parse(row.text);
+    EXPECT_EQ(parsed.measured.attributes, row.attributes);
+    EXPECT_EQ(parsed.extent.attributes, row.attributes);
   }
 }
 
@@ -148,7 +158,7 @@ TEST(XmlExtent, AddsUpTheLevelsOfAllMarkup) {
       {"<a><b><!-- c --><?d?><![CDATA[e]]></b></a>", 1 + 2 + 2 + 2 + 2 + 1},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(measureXml(prepared(row.text).c_str(), noLimit).steps, row.steps) << row.text;
+    EXPECT_EQ(measureXml(row.text, noLimit).steps, row.steps) << row.text;
   }
 }
 
@@ -171,6 +181,26 @@ TEST(XmlExtent, IsNotLookedForBeyondEnough) {
   EXPECT_EQ(attributes(2), 3U);
   EXPECT_EQ(attributes(0), 3U);
   EXPECT_EQ(measureXml(text.c_str(), {200, 100, 20}).steps, 21U);
+}
+
+TEST(XmlExtent, IsRefusedBeyondTheLimits) {
+  const auto repeated = [](const char* piece, std::size_t count) {
+    std::string text;
+    for (; count > 0; --count) text += piece;
+    return text;
+  };
+  const std::string deep = repeated("<a>", xmlLimits.depth);
+  EXPECT_EQ(refusalOf(deep.c_str()), nullptr);
+  EXPECT_STREQ(refusalOf((deep + "<a>").c_str()), "Elements nested too deep.");
+
+  const std::string attributes = "<a" + repeated(" b=c", xmlLimits.attributes);
+  EXPECT_EQ(refusalOf(attributes.c_str()), nullptr);
+  EXPECT_STREQ(refusalOf((attributes + " b=c").c_str()), "Too many attributes.");
+
+  // 1 + 2 + ... + 999 steps to get there, and then 1000 each
+  const std::string nested = repeated("<a>", 1000) + repeated("<b/>", xmlLimits.steps / 1000 - 500);
+  EXPECT_EQ(refusalOf(nested.c_str()), nullptr);
+  EXPECT_STREQ(refusalOf((nested + "<b/>").c_str()), "Too many nested elements.");
 }
 
 // Text made of pieces that mean something to the parser, so that many of them are well-formed.
@@ -248,9 +278,9 @@ TEST(XmlExtent, IsNeverLessThanTheLibrarysOnRandomText) {
   std::mt19937 random(seed);
   int accepted = 0;
   for (int i = 0; i < 200000; ++i) {
-    const std::string text = prepared(randomText(&random));
-    const XmlExtent measured = measureXml(text.c_str(), noLimit);
+    const std::string text = randomText(&random);
     const Parsed parsed = parse(text);
+    const XmlExtent& measured = parsed.measured;
     if (parsed.loaded) ++accepted;
     const bool ok = isAtLeast(measured, parsed.extent) &&
                     (!parsed.loaded || isAtLeast(parsed.extent, measured));
