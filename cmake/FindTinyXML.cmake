@@ -1,5 +1,6 @@
 # Finds TinyXML 2.6 and defines the target TinyXML::TinyXML: through pkg-config where that knows
-# the library, else by looking for the header and the library file.
+# the library, else by looking for the header and the library file. A static library goes before a
+# shared one: loading another one would be a good part of what a start of the adapter costs.
 
 find_package(PkgConfig QUIET)
 if(PkgConfig_FOUND)
@@ -7,7 +8,13 @@ if(PkgConfig_FOUND)
 endif()
 
 find_path(TinyXML_INCLUDE_DIR tinyxml.h HINTS ${PC_TINYXML_INCLUDE_DIRS})
-find_library(TinyXML_LIBRARY tinyxml HINTS ${PC_TINYXML_LIBRARY_DIRS})
+find_library(TinyXML_STATIC_LIBRARY libtinyxml.a HINTS ${PC_TINYXML_LIBRARY_DIRS})
+find_library(TinyXML_SHARED_LIBRARY tinyxml HINTS ${PC_TINYXML_LIBRARY_DIRS})
+if(TinyXML_STATIC_LIBRARY)
+  set(TinyXML_LIBRARY ${TinyXML_STATIC_LIBRARY})
+else()
+  set(TinyXML_LIBRARY ${TinyXML_SHARED_LIBRARY})
+endif()
 
 if(TinyXML_INCLUDE_DIR)
   file(STRINGS ${TinyXML_INCLUDE_DIR}/tinyxml.h version_lines
@@ -27,4 +34,4 @@ if(TinyXML_FOUND AND NOT TARGET TinyXML::TinyXML)
     INTERFACE_INCLUDE_DIRECTORIES "${TinyXML_INCLUDE_DIR}"
     INTERFACE_COMPILE_OPTIONS "${PC_TINYXML_CFLAGS_OTHER}")
 endif()
-mark_as_advanced(TinyXML_INCLUDE_DIR TinyXML_LIBRARY)
+mark_as_advanced(TinyXML_INCLUDE_DIR TinyXML_STATIC_LIBRARY TinyXML_SHARED_LIBRARY)
