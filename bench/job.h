@@ -1,0 +1,15 @@
+// The jobs that are measured.
+#pragma once
+
+#include <string>
+
+namespace runlet_bench {
+
+// Writes a job file of `tasks` tasks to `path`: each has a range of frames for a name and as a
+// field, and runs /bin/true in /tmp as the user and group of this process.
+void writeJob(const std::string& path, long tasks);
+
+// The path of such a file, which is there until the process ends. The same for the same number.
+std::string jobOf(long tasks);
+
+}  // namespace runlet_bench

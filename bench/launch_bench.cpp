@@ -1,0 +1,33 @@
+// Time to launch a task of jobs of growing size, to its end. What the launches print goes to
+// standard output, between the benchmark's own lines: have it write its figures to a file.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+
+#include "exec/launch.h"
+#include "job.h"
+#include "job/parameter_file.h"
+
+namespace {
+
+void launch(benchmark::State& state) {
+  runlet::AdapterContext context;
+  context.jobFile = runlet_bench::jobOf(state.range(0));
+  if (!runlet::loadParameterFile(&context)) std::exit(1);
+  std::int32_t task = 0;
+  for ([[maybe_unused]] auto _ : state) {
+    if (!runlet::launchTask(&context, task)) std::exit(1);
+    task = (task + 1) % static_cast<std::int32_t>(context.taskList.size());
+  }
+}
+
+BENCHMARK(launch)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime()
+    ->RangeMultiplier(10)
+    ->Range(10, 1000000);
+
+}  // namespace
+
+BENCHMARK_MAIN();

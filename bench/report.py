@@ -1,0 +1,241 @@
+#!/usr/bin/env python3
+"""Makes ratios of the figures that scripts/bench has collected, and holds them against their limits.
+
+    report.py [--short] RESULTS
+
+Without --short, docs/performance.md and its plot are written as well. Ends with 1 when a limit is
+exceeded.
+"""
+
+import argparse
+import json
+import pathlib
+import platform
+import statistics
+import subprocess
+import sys
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+TOOLS = ["setpriv", "gosu", "s6-setuidgid", "runuser", "sudo"]
+
+
+class Figures:
+    """Medians by name, in the units that they were measured in."""
+
+    def __init__(self, results):
+        self.functions = benchmarks(results / "functions.json")
+        self.allocations = benchmarks(results / "functions.json", "allocations")
+        self.load = benchmarks(results / "load.json")
+        self.launch = benchmarks(results / "launch.json")
+        self.memory = memory(results / "memory.tsv")
+        self.processes = processes(results)
+        self.sizes = sorted(int(name.split("/")[1]) for name in self.launch)
+
+
+def benchmarks(path, figure="real_time"):
+    runs = json.loads(path.read_text())["benchmarks"]
+    return {
+        run["run_name"].removesuffix("/real_time"): run[figure]
+        for run in runs
+        if run.get("aggregate_name") == "median"
+    }
+
+
+def memory(path):
+    peaks = {}
+    for line in path.read_text().splitlines():
+        tasks, loader, kilobytes = line.split("\t")
+        peaks.setdefault(f"{loader}/{tasks}", []).append(int(kilobytes))
+    return {name: statistics.median(values) for name, values in peaks.items()}
+
+
+def processes(results):
+    times = {}
+    for path in results.glob("processes-*.json"):
+        for run in json.loads(path.read_text())["results"]:
+            times.setdefault(run["command"], []).extend(run["times"])
+    return {name: statistics.median(values) * 1000 for name, values in times.items()}
+
+
+def checks(figures):
+    """Rows of: what, its value, the limit, and the limit that only a gross regression exceeds."""
+    functions, launch, processes = figures.functions, figures.launch, figures.processes
+    rows = []
+    for tasks in (1000, 100000, 1000000):
+        if tasks not in figures.sizes:
+            continue
+        load = figures.load[f"load/adapter/{tasks}"] / figures.load[f"load/library/{tasks}"]
+        peak = figures.memory[f"adapter/{tasks}"] / figures.memory[f"library/{tasks}"]
+        rows.append((f"load of {tasks:,} tasks / library alone", load, 0.90, 1.15))
+        rows.append((f"peak memory for {tasks:,} tasks / library alone", peak, 1.03, 1.15))
+    most = figures.sizes[-1]
+    growth = figures.load[f"load/adapter/{most}"] / most / (figures.load["load/adapter/1000"] / 1000)
+    rows.append((f"load for each of {most:,} tasks / of 1,000", growth, 1.30, 1.60))
+    for tasks, limit in ((100000, 1.3), (1000000, 3.0)):
+        if tasks in figures.sizes:
+            ratio = launch[f"launch/{tasks}"] / launch["launch/10"]
+            rows.append((f"launch in a job of {tasks:,} tasks / of 10", ratio, limit, limit * 1.5))
+    for what, gross in (("GetInfo", 1.35), ("task", 1.30)):
+        ratio = processes[f"{what}, adapter"] / processes[f"{what}, bare"]
+        rows.append((f"process of a {what} / bare C program", ratio, 1.10, gross))
+    for tool in TOOLS:
+        if f"task, {tool}" in processes:
+            ratio = processes["task, adapter"] / processes[f"task, {tool}"]
+            rows.append((f"process of a task / {tool}", ratio, 1.0, 1.3))
+    fill_in = functions["fillIn"] / functions["fillInByPrintf"]
+    split = functions["split"] / functions["splitByStrtok"]
+    rows.append(("fill-in of ten placeholders / printf", fill_in, 4.0, 6.0))
+    rows.append(("splitting 2,000 bytes / strtok", split, 0.8, 2.0))
+    rows.append(("fill-in of ten placeholders, µs", functions["fillIn"] / 1000, 1.0, None))
+    rows.append(("splitting 2,000 bytes, µs", functions["split"] / 1000, 2.0, None))
+    return rows
+
+
+def judge(rows, short):
+    """Prints the rows; yields whether all are within their limits."""
+    good = True
+    for what, value, limit, gross in rows:
+        bound = gross if short else limit
+        if bound is None:
+            continue
+        within = value <= bound
+        good = good and within
+        print(f"{'ok  ' if within else 'OVER'} {what:52} {value:6.3f}  limit {bound:.2f}")
+    return good
+
+
+def table(header, rows):
+    lines = ["| " + " | ".join(header) + " |", "|---" * len(header) + "|"]
+    lines += ["| " + " | ".join(row) + " |" for row in rows]
+    return "\n".join(lines)
+
+
+def limits_table(rows):
+    return table(
+        ["", "measured", "at most"],
+        [[what, f"{value:.2f}", f"{limit:.2f}"] for what, value, limit, _ in rows],
+    )
+
+
+def sizes_table(figures):
+    rows = []
+    for tasks in figures.sizes:
+        library = figures.load[f"load/library/{tasks}"]
+        rows.append([f"{tasks:,}"])
+        rows[-1] += [f"{figures.load[f'load/{by}/{tasks}']:.4g}"
+                     for by in ("library", "libraryWithoutColumns", "adapter")]
+        rows[-1] += [f"{figures.load[f'load/adapter/{tasks}'] / library:.2f}"]
+        rows[-1] += [f"{figures.memory[f'{by}/{tasks}'] / 1024:.1f}" for by in ("library", "adapter")]
+        rows[-1] += [f"{figures.launch[f'launch/{tasks}']:.0f}"]
+    return table(
+        ["tasks", "library, ms", "the same without columns", "adapter, ms", "adapter / library",
+         "library, MiB", "adapter, MiB", "one launch, µs"],
+        rows,
+    )
+
+
+def processes_table(figures, what, names):
+    bare = figures.processes[f"{what}, bare"]
+    rows = []
+    for name, text in names:
+        milliseconds = figures.processes.get(f"{what}, {name}")
+        if milliseconds is not None:
+            rows.append([text, f"{milliseconds:.3f}", f"{milliseconds / bare:.2f}"])
+    return table(["", "ms", "/ bare"], rows)
+
+
+VARIANTS = [
+    ("bare", "bare C program"),
+    ("adapter", "**the adapter as released**"),
+    ("shared", "libstdc++ and TinyXML not linked in"),
+    ("iostreams", "linked in, with the iostream objects"),
+    ("lazy", "released, but relocated lazily"),
+    ("writable_relocations", "the same, and relocations left writable"),
+    ("fixed_addresses", "released, but at fixed addresses"),
+    ("one_segment", "released, but code and constants in one segment"),
+    ("packed_relocations", "released, but with packed relocations"),
+    ("unprotected", "without any hardening"),
+]
+
+PROGRAMS = [("bare", "bare C program"), ("adapter", "**the adapter as released**")] + [
+    (tool, f"`{tool}`") for tool in TOOLS + ["chpst"]] + [("sh", "`sh -c`")]
+
+
+def functions_table(figures):
+    rows = [
+        ("fillIn", "fill-in, ten placeholders"),
+        ("fillInByPrintf", "the same line by `snprintf`"),
+        ("split", "splitting 2,000 bytes"),
+        ("splitByStrtok", "at spaces alone, by `strtok_r`"),
+    ]
+    return table(
+        ["", "ns", "allocations"],
+        [[text, f"{figures.functions[name]:.0f}", f"{figures.allocations[name]:.0f}"]
+         for name, text in rows],
+    )
+
+
+def instructions_table(path):
+    rows = [line.split("\t") for line in path.read_text().splitlines()]
+    return table(["", "instructions"], [[what, f"{int(count):,}"] for what, count in rows])
+
+
+def machine():
+    lines = pathlib.Path("/proc/cpuinfo").read_text().splitlines()
+    models = [line.split(":")[1].strip() for line in lines if line.startswith("model name")]
+    kernel = ".".join(platform.release().split("-")[0].split(".")[:2])
+    system = platform.freedesktop_os_release()["PRETTY_NAME"]
+    virtual = "virtual, " if any("hypervisor" in line for line in lines) else ""
+    return f"{models[0]}, {virtual}{len(models)} processors, Linux {kernel}, {system}"
+
+
+def write_page(figures, rows, results):
+    template = (ROOT / "bench" / "performance.md.in").read_text()
+    parts = {
+        "DATE": time.strftime("%Y-%m-%d"),
+        "MACHINE": machine(),
+        "LIMITS": limits_table(rows),
+        "SIZES": sizes_table(figures),
+        "INFO": processes_table(figures, "GetInfo", VARIANTS),
+        "TASK": processes_table(figures, "task", VARIANTS),
+        "PROGRAMS": processes_table(figures, "task", PROGRAMS),
+        "FUNCTIONS": functions_table(figures),
+        "INSTRUCTIONS": instructions_table(results / "instructions.tsv"),
+    }
+    for name, text in parts.items():
+        template = template.replace(f"@{name}@", text)
+    (ROOT / "docs" / "performance.md").write_text(template)
+
+
+def write_plot(figures, results):
+    with open(results / "sizes.tsv", "w") as file:
+        for tasks in figures.sizes:
+            values = [figures.load[f"load/{by}/{tasks}"] for by in ("library", "adapter")]
+            values += [figures.memory[f"{by}/{tasks}"] / 1024 for by in ("library", "adapter")]
+            values += [figures.launch[f"launch/{tasks}"]]
+            file.write("\t".join(str(value) for value in [tasks, *values]) + "\n")
+    plot = ROOT / "docs" / "performance.svg"
+    subprocess.run(
+        ["gnuplot", "-e", f"figures='{results / 'sizes.tsv'}'; plot='{plot}'",
+         ROOT / "bench" / "performance.gp"],
+        check=True,
+    )
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--short", action="store_true")
+    parser.add_argument("results", type=pathlib.Path)
+    options = parser.parse_args()
+    figures = Figures(options.results)
+    rows = checks(figures)
+    good = judge(rows, options.short)
+    if not options.short:
+        write_plot(figures, options.results)
+        write_page(figures, rows, options.results)
+    return 0 if good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
