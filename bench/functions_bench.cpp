@@ -32,8 +32,8 @@ class AllocationCount {
  public:
   explicit AllocationCount(benchmark::State* state) : state_(state) {}
   ~AllocationCount() {
-    state_->counters["allocations"] = benchmark::Counter(
-        static_cast<double>(allocations - before_), benchmark::Counter::kAvgIterations);
+    state_->counters["allocations"] = benchmark::Counter(static_cast<double>(allocations - before_),
+                                                         benchmark::Counter::kAvgIterations);
   }
   AllocationCount(const AllocationCount&) = delete;
   AllocationCount& operator=(const AllocationCount&) = delete;

@@ -28,11 +28,12 @@ void writeJob(const std::string& path, long tasks) {
     std::fprintf(file, "      <Task><Params>{Frames %ld-%ld&#9;%ld-%ld}</Params></Task>\n", first,
                  last, first, last);
   }
-  std::fprintf(file,
-               "    </TaskList>\n    <JobParams>\n"
-               "      <Param><Name>{scene}</Name><Value>{/farm/scenes/shot010.scn}</Value></Param>\n"
-               "      <Param><Name>{quality}</Name><Value>{high}</Value></Param>\n"
-               "    </JobParams>\n  </cmdData>\n</Job>\n");
+  std::fprintf(
+      file,
+      "    </TaskList>\n    <JobParams>\n"
+      "      <Param><Name>{scene}</Name><Value>{/farm/scenes/shot010.scn}</Value></Param>\n"
+      "      <Param><Name>{quality}</Name><Value>{high}</Value></Param>\n"
+      "    </JobParams>\n  </cmdData>\n</Job>\n");
   if (std::fclose(file) != 0) std::exit(1);
 }
 

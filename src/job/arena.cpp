@@ -30,8 +30,8 @@ struct FreePiece {
   FreePiece* next;
 };
 
-constexpr std::size_t roundUp(std::size_t size, std::size_t multipleOf) {
-  return (size + multipleOf - 1) / multipleOf * multipleOf;
+constexpr std::size_t roundUp(std::size_t bytes, std::size_t multipleOf) {
+  return (bytes + multipleOf - 1) / multipleOf * multipleOf;
 }
 
 }  // namespace

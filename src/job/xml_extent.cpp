@@ -50,25 +50,30 @@ constexpr unsigned char kindOf(unsigned byte) {
                                     (byte >= 0xc2 && byte <= 0xf4 ? longCharacter : 0));
 }
 
-constexpr auto kinds = [] {
+constexpr std::array<unsigned char, 256> kindsOfBytes() {
   std::array<unsigned char, 256> table{};
   for (unsigned byte = 0; byte < table.size(); ++byte) table[byte] = kindOf(byte);
   return table;
-}();
+}
+
+constexpr std::array<unsigned char, 256> kinds = kindsOfBytes();
 
 bool is(char c, ByteKind kind) {
   return (kinds[static_cast<unsigned char>(c)] & kind) != 0;
 }
 
-// White space, and the three characters that the library takes for byte order marks anywhere.
+// One of the three characters that the library takes for byte order marks anywhere.
+bool isMark(const char* text) {
+  return *text == '\xef' && (beginsWith(text, "\xef\xbb\xbf") || beginsWith(text, "\xef\xbf\xbe") ||
+                             beginsWith(text, "\xef\xbf\xbf"));
+}
+
+// White space and byte order marks.
 const char* skipSpace(const char* text) {
   for (;;) {
     if (is(*text, space)) {
       ++text;
-    } else if (*text != '\xef') {
-      return text;
-    } else if (beginsWith(text, "\xef\xbb\xbf") || beginsWith(text, "\xef\xbf\xbe") ||
-               beginsWith(text, "\xef\xbf\xbf")) {
+    } else if (isMark(text)) {
       text += 3;
     } else {
       return text;
