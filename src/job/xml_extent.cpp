@@ -39,7 +39,7 @@ enum ByteKind : unsigned char {
 };
 
 // To the library every byte from 127 on is a letter.
-constexpr unsigned char kindOf(unsigned byte) {
+consteval unsigned char kindOf(unsigned byte) {
   const bool isLetter = (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
   const bool startsName = isLetter || byte == '_' || byte >= 127;
   const bool isInName =
@@ -50,7 +50,7 @@ constexpr unsigned char kindOf(unsigned byte) {
                                     (byte >= 0xc2 && byte <= 0xf4 ? longCharacter : 0));
 }
 
-constexpr std::array<unsigned char, 256> kindsOfBytes() {
+consteval std::array<unsigned char, 256> kindsOfBytes() {
   std::array<unsigned char, 256> table{};
   for (unsigned byte = 0; byte < table.size(); ++byte) table[byte] = kindOf(byte);
   return table;
