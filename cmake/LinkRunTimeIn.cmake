@@ -21,7 +21,8 @@ function(link_run_time_in target)
   target_sources(${target} PRIVATE
     $<${hardened}:${PROJECT_SOURCE_DIR}/src/adapter/no_iostreams.cpp>)
   target_link_options(${target} PRIVATE
-    $<${hardened}:-static-libstdc++;-static-libgcc;LINKER:--gc-sections>
+    # clang++ asks for the mathematical library as well, which nothing needs
+    $<${hardened}:-static-libstdc++;-static-libgcc;LINKER:--gc-sections;LINKER:--as-needed>
     # see no_iostreams.cpp
     $<${hardened}:LINKER:--wrap=_ZNSt8ios_base4InitC1Ev,--wrap=_ZNSt8ios_base4InitD1Ev>)
 endfunction()
