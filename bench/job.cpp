@@ -4,9 +4,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <map>
-
-#include "temp_folder.h"
 
 namespace runlet_bench {
 
@@ -35,17 +32,6 @@ void writeJob(const std::string& path, long tasks) {
       "      <Param><Name>{quality}</Name><Value>{high}</Value></Param>\n"
       "    </JobParams>\n  </cmdData>\n</Job>\n");
   if (std::fclose(file) != 0) std::exit(1);
-}
-
-std::string jobOf(long tasks) {
-  static const runlet_test::TempFolder folder;
-  static std::map<long, std::string> paths;
-  std::string& path = paths[tasks];
-  if (path.empty()) {
-    path = folder.file(std::to_string(tasks) + ".xml");
-    writeJob(path, tasks);
-  }
-  return path;
 }
 
 }  // namespace runlet_bench

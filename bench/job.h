@@ -9,7 +9,4 @@ namespace runlet_bench {
 // field, and runs /bin/true in /tmp as the user and group of this process.
 void writeJob(const std::string& path, long tasks);
 
-// The path of such a file, which is there until the process ends. The same for the same number.
-std::string jobOf(long tasks);
-
 }  // namespace runlet_bench

@@ -6,8 +6,8 @@
 #include <cstdlib>
 
 #include "exec/launch.h"
-#include "job.h"
 #include "job/parameter_file.h"
+#include "job_files.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
-#include "job.h"
+#include "job_files.h"
 #include "load.h"
 
 namespace {

@@ -125,14 +125,23 @@ Reading readRedirectStderr(const TiXmlNode& cmdData, AdapterContext* context) {
   return Reading::ok;
 }
 
-Reading readTasks(const TiXmlElement& taskList, AdapterContext* context) {
-  for (const TiXmlNode* task = taskList.FirstChild("Task"); task != nullptr;
-       task = task->NextSibling("Task")) {
+// False, with the list as it was, without a usable pair of braces.
+bool appendTask(const char* text, StringList* list) {
+  std::string entry;
+  if (!stripBrace(text, &entry)) return false;
+  list->push_back(std::move(entry));
+  return true;
+}
+
+// Each task of the document is destroyed once it has been read, while it is still in the
+// processor's cache.
+Reading readTasks(TiXmlElement* taskList, AdapterContext* context) {
+  for (TiXmlNode* task = taskList->FirstChild("Task"); task != nullptr;) {
     const char* text = textOf(task->FirstChildElement("Params"));
-    if (text == nullptr) continue;
-    std::string entry;
-    if (!stripBrace(text, &entry)) return Reading::stripBraceFailed;
-    context->taskList.push_back(std::move(entry));
+    if (text != nullptr && !appendTask(text, &context->taskList)) return Reading::stripBraceFailed;
+    TiXmlNode* next = task->NextSibling("Task");
+    taskList->RemoveChild(task);
+    task = next;
   }
   return Reading::ok;
 }
@@ -166,10 +175,10 @@ Reading readParameters(const TiXmlNode& jobParams, AdapterContext* context) {
   return Reading::ok;
 }
 
-Reading readLists(const TiXmlNode& cmdData, AdapterContext* context) {
-  const TiXmlElement* taskList = cmdData.FirstChildElement("TaskList");
+Reading readLists(TiXmlNode* cmdData, AdapterContext* context) {
+  TiXmlElement* taskList = cmdData->FirstChildElement("TaskList");
   if (taskList == nullptr) return Reading::invalidSyntax;
-  if (const Reading tasks = readTasks(*taskList, context); tasks != Reading::ok) return tasks;
+  if (const Reading tasks = readTasks(taskList, context); tasks != Reading::ok) return tasks;
   // The format has the parameters behind the tasks; in front of them they do not count.
   const TiXmlNode* jobParams = taskList->NextSibling("JobParams");
   if (jobParams == nullptr) return Reading::invalidSyntax;
@@ -186,17 +195,17 @@ constexpr Reading (*steps[])(const TiXmlNode& cmdData, AdapterContext* context) 
 };
 
 // Nothing is rolled back after a failure: the request ends then, and nothing looks at the fields.
-Reading readJob(const TiXmlDocument& document, std::size_t length, AdapterContext* context) {
+Reading readJob(TiXmlDocument* document, std::size_t length, AdapterContext* context) {
   // The first node has to be the root, even if it is not an element: with a declaration or a
   // comment in front of the root the file is not a job file.
-  const TiXmlNode* root = document.FirstChild();
-  const TiXmlNode* cmdData = root == nullptr ? nullptr : root->FirstChild("cmdData");
+  TiXmlNode* root = document->FirstChild();
+  TiXmlNode* cmdData = root == nullptr ? nullptr : root->FirstChild("cmdData");
   if (cmdData == nullptr) return Reading::invalidSyntax;
   for (const auto step : steps) {
     if (const Reading reading = step(*cmdData, context); reading != Reading::ok) return reading;
   }
   const ArenaScope scope(&listArena, length * listFactor);
-  return readLists(*cmdData, context);
+  return readLists(cmdData, context);
 }
 
 // In the order of Reading; null where there is nothing to say.
@@ -226,7 +235,7 @@ bool loadParameterFile(AdapterContext* context) {
                  context->jobFile.c_str(), reason.c_str());
     return false;
   }
-  return report(readJob(document, length, context));
+  return report(readJob(&document, length, context));
 }
 
 }  // namespace runlet
