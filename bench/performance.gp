@@ -1,10 +1,10 @@
 # What a job of growing size costs: time and memory of its load, and one launch.
 #
 #   gnuplot -e "figures='sizes.tsv'; plot='performance.svg'" performance.gp
-set terminal svg size 960,340 font "sans-serif,12" background rgb "white"
+set terminal svg size 800,600 font "sans-serif,12" background rgb "white"
 set output plot
 set datafile separator "\t"
-set multiplot layout 1,3
+set multiplot layout 2,2
 set logscale x
 set format x "10^{%T}"
 set xlabel "tasks"
@@ -25,7 +25,12 @@ set format y "%g"
 plot figures using 1:4 title "library alone" lc rgb library pt 7 ps 0.5, \
      figures using 1:5 title "adapter" lc rgb adapter pt 7 ps 0.5
 
-set title "one launch, µs"
+set title "load, µs a task"
+set key bottom left
 unset logscale y
 set yrange [0:*]
+plot figures using 1:($2 * 1000 / $1) title "library alone" lc rgb library pt 7 ps 0.5, \
+     figures using 1:($3 * 1000 / $1) title "adapter" lc rgb adapter pt 7 ps 0.5
+
+set title "one launch, µs"
 plot figures using 1:6 title "adapter" lc rgb adapter pt 7 ps 0.5

@@ -92,7 +92,7 @@ void shrink(Arena* arena) {
 // it can't do even this, pages get their memory as they are touched.
 void populate(Arena* arena, const char* place) {
   if (place <= arena->ready) return;
-  const std::size_t more = std::max(between(arena->begin, place) / 128, 4 * pageSize);
+  const std::size_t more = std::max(between(arena->begin, place) / 128, 8 * pageSize);
   const std::size_t size = std::min(roundUp(between(arena->ready, place) + more, pageSize),
                                     between(arena->ready, arena->end));
   madvise(arena->ready, size, MADV_POPULATE_WRITE);

@@ -35,7 +35,7 @@ enum ByteKind : unsigned char {
   space = 1,
   nameStart = 2,
   namePart = 4,
-  longCharacter = 8,  // begins a character of several bytes
+  special = 8,  // in text and in quoted values: may end them, or is more than one byte
 };
 
 // To the library every byte from 127 on is a letter.
@@ -45,9 +45,10 @@ consteval unsigned char kindOf(unsigned byte) {
   const bool isInName =
       startsName || (byte >= '0' && byte <= '9') || byte == '-' || byte == '.' || byte == ':';
   const bool isSpace = byte == ' ' || (byte >= '\t' && byte <= '\r');
+  const bool isSpecial = byte == '\0' || byte == '<' || byte == '\'' || byte == '"' ||
+                         byte == '&' || (byte >= 0xc2 && byte <= 0xf4);
   return static_cast<unsigned char>((isSpace ? space : 0) | (startsName ? nameStart : 0) |
-                                    (isInName ? namePart : 0) |
-                                    (byte >= 0xc2 && byte <= 0xf4 ? longCharacter : 0));
+                                    (isInName ? namePart : 0) | (isSpecial ? special : 0));
 }
 
 consteval std::array<unsigned char, 256> kindsOfBytes() {
@@ -105,11 +106,14 @@ const char* skipCharacter(const char* text) {
   return text + strnlen(text, length);
 }
 
+// `end` is one of the bytes that are special.
 const char* skipCharactersUpTo(const char* text, char end) {
-  while (text != nullptr && *text != '\0' && *text != end) {
-    text = *text == '&' || is(*text, longCharacter) ? skipCharacter(text) : text + 1;
+  while (text != nullptr) {
+    while (!is(*text, special)) ++text;
+    if (*text == end) return text;
+    text = *text == '\0' ? nullptr : skipCharacter(text);
   }
-  return text == nullptr || *text == '\0' ? nullptr : text;
+  return nullptr;
 }
 
 const char* skipUnquotedValue(const char* text) {
