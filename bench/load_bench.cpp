@@ -19,15 +19,25 @@ void load(benchmark::State& state, void (*by)(const std::string& path)) {
   }
 }
 
-void sizes(benchmark::internal::Benchmark* benchmark) {
-  benchmark->Unit(benchmark::kMillisecond);
-  for (long tasks = 10; tasks <= 1000000; tasks *= 10) benchmark->Arg(tasks);
-}
-
-BENCHMARK_CAPTURE(load, library, runlet_bench::loadByLibrary)->Apply(sizes);
-BENCHMARK_CAPTURE(load, libraryWithoutColumns, runlet_bench::loadByLibraryWithoutColumns)
-    ->Apply(sizes);
-BENCHMARK_CAPTURE(load, adapter, runlet_bench::loadByAdapter)->Apply(sizes);
+// Those of one size one after the other, so that they see the machine in the same mood.
+[[maybe_unused]] const bool registered = [] {
+  const struct {
+    const char* name;
+    void (*by)(const std::string& path);
+  } loaders[] = {
+      {"load/library", runlet_bench::loadByLibrary},
+      {"load/libraryWithoutColumns", runlet_bench::loadByLibraryWithoutColumns},
+      {"load/adapter", runlet_bench::loadByAdapter},
+  };
+  for (long tasks = 10; tasks <= 1000000; tasks *= 10) {
+    for (const auto& loader : loaders) {
+      benchmark::RegisterBenchmark(loader.name, load, loader.by)
+          ->Unit(benchmark::kMillisecond)
+          ->Arg(tasks);
+    }
+  }
+  return true;
+}();
 
 }  // namespace
 

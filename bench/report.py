@@ -23,26 +23,46 @@ MEMORY_STEP = 128  # kilobytes
 TOOLS = ["setpriv", "gosu", "s6-setuidgid", "runuser", "sudo"]
 
 
-class Figures:
-    """Medians by name, in the units that they were measured in."""
+class Rounds:
+    """Figures by name, one for each round. The speed of a machine changes, so what was measured in
+    the same round is compared, and the median of that counts."""
 
+    def __init__(self):
+        self.values = {}
+
+    def add(self, name, value):
+        self.values.setdefault(name, []).append(value)
+
+    def __contains__(self, name):
+        return name in self.values
+
+    def median(self, name):
+        return statistics.median(self.values[name])
+
+    def ratio(self, name, base):
+        pairs = zip(self.values[name], self.values[base], strict=True)
+        return statistics.median(value / other for value, other in pairs)
+
+
+class Figures:
     def __init__(self, results):
-        self.functions = benchmarks(results / "functions.json")
-        self.allocations = benchmarks(results / "functions.json", "allocations")
-        self.load = benchmarks(results / "load.json")
-        self.launch = benchmarks(results / "launch.json")
+        self.functions = benchmarks(results, "functions")
+        self.allocations = benchmarks(results, "functions", "allocations")
+        self.load = benchmarks(results, "load")
+        self.launch = benchmarks(results, "launch")
         self.memory = memory(results / "memory.tsv")
         self.processes = processes(results)
-        self.sizes = sorted(int(name.split("/")[1]) for name in self.launch)
+        self.sizes = sorted(int(name.split("/")[1]) for name in self.launch.values)
 
 
-def benchmarks(path, figure="real_time"):
-    runs = json.loads(path.read_text())["benchmarks"]
-    return {
-        run["run_name"].removesuffix("/real_time"): run[figure]
-        for run in runs
-        if run.get("aggregate_name") == "median"
-    }
+def benchmarks(results, program, figure="real_time"):
+    """A run with repetitions is one round, of their medians."""
+    rounds = Rounds()
+    for path in results.glob(f"{program}-*.json"):
+        for run in json.loads(path.read_text())["benchmarks"]:
+            if run.get("aggregate_name") == "median" or run["repetitions"] == 1:
+                rounds.add(run["run_name"].removesuffix("/real_time"), run[figure])
+    return rounds
 
 
 def memory(path):
@@ -54,45 +74,46 @@ def memory(path):
 
 
 def processes(results):
-    times = {}
+    rounds = Rounds()
     for path in results.glob("processes-*.json"):
         for run in json.loads(path.read_text())["results"]:
-            times.setdefault(run["command"], []).extend(run["times"])
-    return {name: statistics.median(values) * 1000 for name, values in times.items()}
+            rounds.add(run["command"], run["median"] * 1000)
+    return rounds
 
 
 def checks(figures):
     """Rows of: what, its value, the limit, and the limit that only a gross regression exceeds."""
-    functions, launch, processes = figures.functions, figures.launch, figures.processes
+    functions, load, launch, processes = (
+        figures.functions, figures.load, figures.launch, figures.processes)
     rows = []
     for tasks in (1000, 100000, 1000000):
         if tasks not in figures.sizes:
             continue
-        load = figures.load[f"load/adapter/{tasks}"] / figures.load[f"load/library/{tasks}"]
+        time_ratio = load.ratio(f"load/adapter/{tasks}", f"load/library/{tasks}")
         peak = figures.memory[f"adapter/{tasks}"] / figures.memory[f"library/{tasks}"]
-        unknown = MEMORY_STEP / figures.memory[f"library/{tasks}"]
-        rows.append((f"load of {tasks:,} tasks / library alone", load, 0.90, 1.15))
-        rows.append((f"peak memory for {tasks:,} tasks / library alone", peak, 1.03 + unknown, 1.15 + unknown))
+        step = MEMORY_STEP / figures.memory[f"library/{tasks}"]
+        rows.append((f"load of {tasks:,} tasks / library alone", time_ratio, 0.90, 1.15))
+        rows.append((f"peak memory for {tasks:,} tasks / library alone", peak, 1.03 + step, 1.15 + step))
     most = figures.sizes[-1]
-    growth = figures.load[f"load/adapter/{most}"] / most / (figures.load["load/adapter/1000"] / 1000)
+    growth = load.ratio(f"load/adapter/{most}", "load/adapter/1000") / (most / 1000)
     rows.append((f"load for each of {most:,} tasks / of 1,000", growth, 1.30, 1.60))
     for tasks, limit in ((100000, 1.3), (1000000, 3.0)):
         if tasks in figures.sizes:
-            ratio = launch[f"launch/{tasks}"] / launch["launch/10"]
+            ratio = launch.ratio(f"launch/{tasks}", "launch/10")
             rows.append((f"launch in a job of {tasks:,} tasks / of 10", ratio, limit, limit * 1.5))
     for what, gross in (("GetInfo", 1.35), ("task", 1.30)):
-        ratio = processes[f"{what}, adapter"] / processes[f"{what}, bare"]
+        ratio = processes.ratio(f"{what}, adapter", f"{what}, bare")
         rows.append((f"process of a {what} / bare C program", ratio, 1.10, gross))
     for tool in TOOLS:
         if f"task, {tool}" in processes:
-            ratio = processes["task, adapter"] / processes[f"task, {tool}"]
+            ratio = processes.ratio("task, adapter", f"task, {tool}")
             rows.append((f"process of a task / {tool}", ratio, 1.0, 1.3))
-    fill_in = functions["fillIn"] / functions["fillInByPrintf"]
-    split = functions["split"] / functions["splitByStrtok"]
+    fill_in = functions.ratio("fillIn", "fillInByPrintf")
+    split = functions.ratio("split", "splitByStrtok")
     rows.append(("fill-in of ten placeholders / printf", fill_in, 4.0, 6.0))
     rows.append(("splitting 2,000 bytes / strtok", split, 0.8, 2.0))
-    rows.append(("fill-in of ten placeholders, µs", functions["fillIn"] / 1000, 1.0, None))
-    rows.append(("splitting 2,000 bytes, µs", functions["split"] / 1000, 2.0, None))
+    rows.append(("fill-in of ten placeholders, µs", functions.median("fillIn") / 1000, 1.0, None))
+    rows.append(("splitting 2,000 bytes, µs", functions.median("split") / 1000, 2.0, None))
     return rows
 
 
@@ -125,13 +146,13 @@ def limits_table(rows):
 def sizes_table(figures):
     rows = []
     for tasks in figures.sizes:
-        library = figures.load[f"load/library/{tasks}"]
-        rows.append([f"{tasks:,}"])
-        rows[-1] += [f"{figures.load[f'load/{by}/{tasks}']:.4g}"
-                     for by in ("library", "libraryWithoutColumns", "adapter")]
-        rows[-1] += [f"{figures.load[f'load/adapter/{tasks}'] / library:.2f}"]
-        rows[-1] += [f"{figures.memory[f'{by}/{tasks}'] / 1024:.1f}" for by in ("library", "adapter")]
-        rows[-1] += [f"{figures.launch[f'launch/{tasks}']:.0f}"]
+        row = [f"{tasks:,}"]
+        row += [f"{figures.load.median(f'load/{by}/{tasks}'):.4g}"
+                for by in ("library", "libraryWithoutColumns", "adapter")]
+        row += [f"{figures.load.ratio(f'load/adapter/{tasks}', f'load/library/{tasks}'):.2f}"]
+        row += [f"{figures.memory[f'{by}/{tasks}'] / 1024:.1f}" for by in ("library", "adapter")]
+        row += [f"{figures.launch.median(f'launch/{tasks}'):.0f}"]
+        rows.append(row)
     return table(
         ["tasks", "library, ms", "the same without columns", "adapter, ms", "adapter / library",
          "library, MiB", "adapter, MiB", "one launch, µs"],
@@ -140,12 +161,12 @@ def sizes_table(figures):
 
 
 def processes_table(figures, what, names):
-    bare = figures.processes[f"{what}, bare"]
     rows = []
     for name, text in names:
-        milliseconds = figures.processes.get(f"{what}, {name}")
-        if milliseconds is not None:
-            rows.append([text, f"{milliseconds:.3f}", f"{milliseconds / bare:.2f}"])
+        name = f"{what}, {name}"
+        if name in figures.processes:
+            ratio = figures.processes.ratio(name, f"{what}, bare")
+            rows.append([text, f"{figures.processes.median(name):.3f}", f"{ratio:.2f}"])
     return ["", "ms", "/ bare"], rows
 
 
@@ -204,7 +225,7 @@ def functions_table(figures):
     ]
     return table(
         ["", "ns", "allocations"],
-        [[text, f"{figures.functions[name]:.0f}", f"{figures.allocations[name]:.0f}"]
+        [[text, f"{figures.functions.median(name):.0f}", f"{figures.allocations.median(name):.0f}"]
          for name, text in rows],
     )
 
@@ -244,9 +265,9 @@ def write_page(figures, rows, results):
 def write_plot(figures, results):
     with open(results / "sizes.tsv", "w") as file:
         for tasks in figures.sizes:
-            values = [figures.load[f"load/{by}/{tasks}"] for by in ("library", "adapter")]
+            values = [figures.load.median(f"load/{by}/{tasks}") for by in ("library", "adapter")]
             values += [figures.memory[f"{by}/{tasks}"] / 1024 for by in ("library", "adapter")]
-            values += [figures.launch[f"launch/{tasks}"]]
+            values += [figures.launch.median(f"launch/{tasks}")]
             file.write("\t".join(str(value) for value in [tasks, *values]) + "\n")
     plot = ROOT / "docs" / "performance.svg"
     subprocess.run(
