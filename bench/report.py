@@ -114,6 +114,7 @@ def checks(figures):
     rows.append(("splitting 2,000 bytes / strtok", split, 0.8, 2.0))
     rows.append(("fill-in of ten placeholders, µs", functions.median("fillIn") / 1000, 1.0, None))
     rows.append(("splitting 2,000 bytes, µs", functions.median("split") / 1000, 2.0, None))
+    rows.append(("allocations of a fill-in", figures.allocations.median("fillIn"), 1.0, 1.0))
     return rows
 
 

@@ -1,6 +1,7 @@
 #include "job/arena.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -12,8 +13,6 @@ namespace {
 
 // Below this the heap serves better, which has some memory from the start.
 constexpr std::size_t minCapacity = std::size_t{256} << 10;
-
-constexpr std::size_t pageSize = 4096;
 
 // In front of every piece: how many bytes it takes up, with this header.
 using Header = std::size_t;
@@ -54,17 +53,21 @@ namespace {
 
 constinit Arena* current = nullptr;
 
+std::size_t pageSize() {
+  return static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
 std::size_t between(const char* from, const char* to) {
   return static_cast<std::size_t>(to - from);
 }
 
 // The first page of the arena that does not begin in front of `place`.
 char* pageAt(const Arena& arena, const char* place) {
-  return arena.begin + roundUp(between(arena.begin, place), pageSize);
+  return arena.begin + roundUp(between(arena.begin, place), pageSize());
 }
 
 void findAddresses(Arena* arena, std::size_t capacity) {
-  const std::size_t size = roundUp(capacity, pageSize);
+  const std::size_t size = roundUp(capacity, pageSize());
   void* found = mmap(nullptr, size, PROT_READ | PROT_WRITE,
                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (found == MAP_FAILED) return;
@@ -92,8 +95,8 @@ void shrink(Arena* arena) {
 // it can't do even this, pages get their memory as they are touched.
 void populate(Arena* arena, const char* place) {
   if (place <= arena->ready) return;
-  const std::size_t more = std::max(between(arena->begin, place) / 128, 8 * pageSize);
-  const std::size_t size = std::min(roundUp(between(arena->ready, place) + more, pageSize),
+  const std::size_t more = std::max(between(arena->begin, place) / 128, 8 * pageSize());
+  const std::size_t size = std::min(roundUp(between(arena->ready, place) + more, pageSize()),
                                     between(arena->ready, arena->end));
   madvise(arena->ready, size, MADV_POPULATE_WRITE);
   arena->ready += size;
@@ -138,8 +141,8 @@ void put(Arena* arena, char* piece) {
     first = new (piece) FreePiece{first};
   } else {
     char* from = pageAt(*arena, piece);
-    const std::size_t pages = between(from, std::max(from, piece + length - unit)) / pageSize;
-    madvise(from, pages * pageSize, MADV_DONTNEED);
+    const std::size_t pages = between(from, std::max(from, piece + length - unit)) / pageSize();
+    madvise(from, pages * pageSize(), MADV_DONTNEED);
   }
   if (--arena->pieces == 0 && arena != current) giveBack(arena);
 }

@@ -8,7 +8,7 @@
 namespace runlet {
 
 // Longest file that is read, in bytes. The XML library takes up to 85 bytes of memory for a byte of
-// the file (about 9 for a usual job file), and the adapter starts as root, where no limit of the
+// the file (about 10 for a usual job file), and the adapter starts as root, where no limit of the
 // file's author holds.
 inline constexpr std::size_t maxJobFileSize = std::size_t{128} << 20;
 

@@ -15,7 +15,7 @@
 namespace runlet {
 namespace {
 
-constexpr std::size_t pageSize = 4096;
+const auto pageSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 constexpr std::size_t kilobyte = 1024;
 constexpr std::size_t enough = 4096 * kilobyte;
 
