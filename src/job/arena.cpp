@@ -152,7 +152,7 @@ void put(Arena* arena, char* piece) {
 ArenaScope::ArenaScope(Arena* arena, std::size_t capacity) {
   if (capacity < minCapacity) return;
   if (arena->begin == nullptr) findAddresses(arena, capacity);
-  if (arena->begin != nullptr) current = arena;
+  current = arena;  // without addresses nothing fits
 }
 
 ArenaScope::~ArenaScope() {

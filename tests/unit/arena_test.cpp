@@ -186,6 +186,22 @@ TEST(Arena, LeavesToTheHeapWhatDoesNotFit) {
   }
 }
 
+TEST(Arena, EndsBehindItsLastPiece) {
+  constexpr std::size_t capacity = 256 * kilobyte;
+  int inside = 0;
+  for (std::size_t size = capacity - 100; size <= capacity; ++size) {
+    const ArenaScope scope(&listArena, capacity);
+    char* piece = filled(size);
+    if (pageInChild(piece) == Page::missing) {
+      ++inside;
+      const auto at = reinterpret_cast<std::uintptr_t>(piece);
+      EXPECT_LE(at % pageSize + size, capacity);
+    }
+    deallocate(piece);
+  }
+  EXPECT_GT(inside, 50);
+}
+
 // Too small a scope, and more addresses than there are.
 TEST(Arena, LeavesToTheHeapWhatTheHeapDoesBetterOrAlone) {
   for (const std::size_t capacity : {std::size_t{0}, 255 * kilobyte, SIZE_MAX / 4}) {
