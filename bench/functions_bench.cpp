@@ -45,14 +45,14 @@ class AllocationCount {
 
 // Ten placeholders of all kinds.
 constexpr char argumentTemplate[] =
-    "render -scene %jp1 -quality %jp2 -frame %4tn -name %tp1 -from %tp2 -to %tp3 "
+    "render -palette %jp1 -grain %jp2 -frame %4tn -name %tp1 -from %tp2 -to %tp3 "
     "-tile %tp4 -out %jp3 -pad %6tp2 -last %tn";
 
 AdapterContext job() {
   AdapterContext context;
-  context.taskList.push_back("shot_A\t101\t150\t7");
-  for (const char* name : {"scene", "quality", "out"}) context.paramNames.push_back(name);
-  for (const char* value : {"/jobs/a.scn", "high", "/out/a"}) context.paramValues.push_back(value);
+  context.taskList.push_back("meadow\t101\t150\t7");
+  for (const char* name : {"palette", "grain", "out"}) context.paramNames.push_back(name);
+  for (const char* value : {"/show/b.dat", "fine", "/out/a"}) context.paramValues.push_back(value);
   return context;
 }
 
@@ -73,9 +73,9 @@ void fillInByPrintf(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) {
     char line[4000];
     std::snprintf(line, sizeof line,
-                  "render -scene %s -quality %s -frame %04d -name %s -from %s -to %s "
+                  "render -palette %s -grain %s -frame %04d -name %s -from %s -to %s "
                   "-tile %s -out %s -pad %06d -last %d",
-                  "/jobs/a.scn", "high", 1, "shot_A", "101", "150", "7", "/out/a", 101, 1);
+                  "/show/b.dat", "fine", 1, "meadow", "101", "150", "7", "/out/a", 101, 1);
     std::string result = line;
     benchmark::DoNotOptimize(result);
   }

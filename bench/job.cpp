@@ -28,8 +28,8 @@ void writeJob(const std::string& path, long tasks) {
   std::fprintf(
       file,
       "    </TaskList>\n    <JobParams>\n"
-      "      <Param><Name>{scene}</Name><Value>{/farm/scenes/shot010.scn}</Value></Param>\n"
-      "      <Param><Name>{quality}</Name><Value>{high}</Value></Param>\n"
+      "      <Param><Name>{palette}</Name><Value>{/show/palettes/evening.txt}</Value></Param>\n"
+      "      <Param><Name>{samples}</Name><Value>{64}</Value></Param>\n"
       "    </JobParams>\n  </cmdData>\n</Job>\n");
   if (std::fclose(file) != 0) std::exit(1);
 }
