@@ -1,9 +1,9 @@
 #include "adapter/dispatch.h"
 
-#include <algorithm>
 #include <cstdio>
 
 #include "adapter/identity.h"
+#include "adapter/task_range.h"
 #include "exec/launch.h"
 #include "job/int32.h"
 #include "job/parameter_file.h"
@@ -28,19 +28,11 @@ std::int32_t succeed(AdapterContext* /*context*/) {
   return 0;
 }
 
-bool isTask(const AdapterContext& context, std::int32_t index) {
-  return index < static_cast<std::int32_t>(context.taskList.size());
-}
-
 std::int32_t newTask(AdapterContext* context) {
   if (!loadParameterFile(context)) return -1;
-  // The server counts tasks from 1. `-s 0`, also the default, therefore begins one in front of
-  // the first task and uses up one of the count: the server relies on a request without a range
-  // to run nothing. A range at the edge of the 32 bits wraps around.
-  const std::int32_t first = wrappingAdd(context->firstTask, -1);
-  const std::int32_t end = wrappingAdd(first, context->taskCount);
+  const TaskRange range = requestedTasks(*context);
   // The list is looked at anew for every task: a launch has the record in its hands.
-  for (std::int32_t index = std::max(first, 0); index < end && isTask(*context, index); ++index) {
+  for (std::int32_t index = range.first; index < range.end && isTask(*context, index); ++index) {
     if (!launchTask(context, index)) return -1;
   }
   return 0;

@@ -33,8 +33,7 @@ void runProgram(const std::string& commandLine, bool redirectStderr) {
   if (redirectStderr) dup2(STDOUT_FILENO, STDERR_FILENO);
   const int error = execute(commandLine);
   if (redirectStderr) dup2(oldStderr, STDERR_FILENO);
-  std::fprintf(stderr, "Runlet adapter: Cannot execute command:'%s':%s\n", commandLine.c_str(),
-               std::strerror(error));
+  std::fprintf(stderr, cannotExecuteFormat, commandLine.c_str(), std::strerror(error));
   // Not _exit: what this process inherited unwritten in its output buffer, the "Calling" line, is
   // meant to go out once more. In the server's log a task without a program is called twice.
   std::exit(cannotExecuteStatus);

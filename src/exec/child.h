@@ -5,6 +5,9 @@
 
 namespace runlet {
 
+// With the command line and the reason.
+inline constexpr char cannotExecuteFormat[] = "Runlet adapter: Cannot execute command:'%s':%s\n";
+
 // Becomes the program that `commandLine` names, found along PATH, with the words of the line as
 // its argument vector. With `redirectStderr` the program's standard error goes where standard
 // output goes, and a duplicate of the old standard error stays open in it.

@@ -11,60 +11,19 @@
 
 #include "adapter/messages.h"
 #include "exec/child.h"
+#include "exec/command.h"
 #include "exec/user_rights.h"
-#include "job/fill_in.h"
 
 namespace runlet {
 namespace {
-
-// What a task is started with.
-struct Command {
-  std::string line;     // the whole command line
-  std::string program;  // path to make executable; empty when the job has no application path
-};
-
-// The job's folder. A job file named without a folder yields its own name, which cannot be
-// entered: the server names job files by their full path.
-std::string runFolder(const AdapterContext& context) {
-  if (!context.workingFolder.empty()) return context.workingFolder;
-  return context.jobFile.substr(0, context.jobFile.rfind('/'));
-}
 
 // The folder stays the current one for the tasks that follow, so a relative run folder is
 // entered for the first task only and then looked for inside itself.
 bool enterFolder(const std::string& folder) {
   if (chdir(folder.c_str()) == 0) return true;
-  // No line end: the server joins this with what follows.
-  std::fprintf(stderr, "Runlet adapter: %s'%s': %s", getMessage(workingFolderMessage),
-               folder.c_str(), std::strerror(errno));
+  std::fprintf(stderr, folderRefusedFormat, getMessage(workingFolderMessage), folder.c_str(),
+               std::strerror(errno));
   return false;
-}
-
-// Puts the folder of the application in front of the job's own command; the application's file
-// name is not used. `line` is the expanded argument template.
-void addApplicationFolder(const std::string& appPath, const std::string& line, Command* command) {
-  const std::string folder = appPath.substr(0, appPath.rfind('/') + 1);
-  const std::size_t space = line.find(' ');
-  const std::string firstWord = line.substr(0, space);
-  // Out of range without a space, and nothing catches it: with an application path a job has to
-  // give its program at least one argument, and a lone word must not be started.
-  const std::string rest = line.substr(space);
-  command->program = folder + firstWord;
-  command->line = folder + firstWord + rest;
-}
-
-bool composeCommand(const AdapterContext& context, std::int32_t taskIndex, Command* command) {
-  std::string line;
-  if (!fillInArguments(&context, &line, context.arguments.c_str(), taskIndex)) {
-    std::fprintf(stderr, "Runlet adapter: Process fill-in for arguments failed.\n");
-    return false;
-  }
-  if (context.appPath.empty()) {
-    command->line = line;
-  } else {
-    addApplicationFolder(context.appPath, line, command);
-  }
-  return true;
 }
 
 // The path goes to the shell as it stands, since application paths in use may count on what the
@@ -119,9 +78,12 @@ bool launchTask(AdapterContext* context, std::int32_t taskIndex) {
   const std::string folder = runFolder(*context);
   if (!enterFolder(folder)) return false;
   Command command;
-  if (!composeCommand(*context, taskIndex, &command)) return false;
+  if (!composeCommand(*context, taskIndex, &command)) {
+    std::fputs(fillInFailedText, stderr);
+    return false;
+  }
   // Not flushed here: it goes out with the line about the started process.
-  std::printf("Calling '%s' from '%s'\n", command.line.c_str(), folder.c_str());
+  std::printf(callingFormat, command.line.c_str(), folder.c_str());
   // Before the change of user, so that the adapter's own rights make the program executable.
   makeExecutable(command.program);
   // In the adapter, not in the child: the group, user and mask hold for all tasks that follow.

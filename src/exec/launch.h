@@ -7,6 +7,16 @@
 
 namespace runlet {
 
+// With the command line and the run folder.
+inline constexpr char callingFormat[] = "Calling '%s' from '%s'\n";
+
+// With a message, the run folder and the reason. No line end: the server joins this with what
+// follows.
+inline constexpr char folderRefusedFormat[] = "Runlet adapter: %s'%s': %s";
+
+inline constexpr char fillInFailedText[] =
+    "Runlet adapter: Process fill-in for arguments failed.\n";
+
 // Runs the task at `taskIndex` (0-based position in `taskList`) and waits for its end. Returns
 // true when the task was started, whatever became of it; false when it could not be set up or
 // started, after a message on standard error.

@@ -18,29 +18,25 @@ const char* reasonOr(const char* otherwise) {
   return errno != 0 ? std::strerror(errno) : otherwise;
 }
 
-// None of the messages here ends its line, unlike the adapter's others: the server joins them
-// with what follows.
-
 // The group has no default and is never looked up, unlike the user: whose files a task may touch
 // is for the job to say, so a job without a group does not run.
 bool switchGroup(std::int32_t gid) {
   errno = 0;
   if (gid != notGiven && setgid(static_cast<gid_t>(gid)) == 0) return true;
-  std::fprintf(stderr, "Cannot set gid %d: %s", gid, reasonOr("No such group"));
+  std::fprintf(stderr, groupRefusedFormat, gid, reasonOr(noGroupReason));
   return false;
 }
 
 // Stores the id of the user in `context`, so that later tasks don't look it up again.
 bool lookUpUser(AdapterContext* context) {
   if (context->userName.empty()) {
-    std::fprintf(stderr, "Missing user name");
+    std::fprintf(stderr, missingUserText);
     return false;
   }
   errno = 0;
   const passwd* entry = getpwnam(context->userName.c_str());
   if (entry == nullptr) {
-    std::fprintf(stderr, "Cannot obtain info for user %s:%s", context->userName.c_str(),
-                 reasonOr("No such user"));
+    std::fprintf(stderr, unknownUserFormat, context->userName.c_str(), reasonOr(noUserReason));
     return false;
   }
   context->uid = static_cast<std::int32_t>(entry->pw_uid);
@@ -51,7 +47,7 @@ bool switchUser(std::int32_t uid) {
   errno = 0;
   // A looked-up id may be -1 as well, and setuid would refuse it with another reason.
   if (uid != notGiven && setuid(static_cast<uid_t>(uid)) == 0) return true;
-  std::fprintf(stderr, "Cannot set uid %d: %s", uid, reasonOr("No such user"));
+  std::fprintf(stderr, userRefusedFormat, uid, reasonOr(noUserReason));
   return false;
 }
 

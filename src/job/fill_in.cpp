@@ -30,6 +30,7 @@ struct Expansion {
   // Receives every number of the expansion in turn and is never cleared in between: see
   // readWidth. Its last byte is never written to but with NUL.
   char number[maxNumberLength + 1];
+  PlaceholderUse use;  // the "%" at hand
 };
 
 // Room for `count` more bytes at the end of the expansion; null when there is not so much left.
@@ -64,14 +65,14 @@ std::size_t takeDigits(Expansion* expansion) {
 // around the widths that come of this; cutting the width off where its own digits end would
 // change their file names.
 std::int32_t readWidth(Expansion* expansion) {
-  if (takeDigits(expansion) == 0) return 0;
-  return decimalInt32(expansion->number);
+  const bool given = takeDigits(expansion) != 0;
+  return expansion->use.width = given ? decimalInt32(expansion->number) : 0;
 }
 
 // The field or parameter number behind "tp" or "jp"; 0 when there is none.
 std::int32_t readNumber(Expansion* expansion) {
   expansion->number[takeDigits(expansion)] = '\0';
-  return decimalInt32(expansion->number);
+  return expansion->use.number = decimalInt32(expansion->number);
 }
 
 // A value is taken as it is: a placeholder in it is not expanded.
@@ -111,31 +112,51 @@ bool appendJobParam(Expansion* expansion, std::int32_t width) {
 
 struct Placeholder {
   char name[3];
+  PlaceholderForm form;
   bool (*append)(Expansion* expansion, std::int32_t width);
 };
 
 constexpr Placeholder placeholders[] = {
-    {"tn", appendTaskNumber},
-    {"tp", appendTaskField},
-    {"jp", appendJobParam},
+    {"tn", PlaceholderForm::taskNumber, appendTaskNumber},
+    {"tp", PlaceholderForm::taskField, appendTaskField},
+    {"jp", PlaceholderForm::jobParam, appendJobParam},
 };
 
 // Expands what follows a "%". False for a malformed placeholder or an expansion grown too long.
 bool expandPlaceholder(Expansion* expansion) {
+  PlaceholderUse& use = expansion->use;
   const std::int32_t width = readWidth(expansion);
   const char first = *expansion->next;
   if (first == '%') {
+    use.form = PlaceholderForm::percent;
     ++expansion->next;
     return append(expansion, "%", 1);
   }
   // Anything that cannot begin a placeholder loses its "%" and width and is ordinary text.
+  use.form = PlaceholderForm::dropped;
   if (first != 't' && first != 'j') return true;
   for (const Placeholder& placeholder : placeholders) {
     if (std::strncmp(expansion->next, placeholder.name, 2) != 0) continue;
+    use.form = placeholder.form;
     expansion->next += 2;
     return placeholder.append(expansion, width);
   }
+  use.form = PlaceholderForm::malformed;
   return false;
+}
+
+// The same, with a record of it in `uses`, if that is not null. `begin` is the start of the
+// template.
+bool expandAndRecord(Expansion* expansion, const char* begin, std::vector<PlaceholderUse>* uses) {
+  expansion->use.begin = static_cast<std::size_t>(expansion->next - begin);
+  expansion->use.valueBegin = expansion->length;
+  expansion->use.number = 0;
+  ++expansion->next;
+  const bool expanded = expandPlaceholder(expansion);
+  expansion->use.end = static_cast<std::size_t>(expansion->next - begin);
+  expansion->use.valueEnd = expansion->length;
+  if (uses != nullptr) uses->push_back(expansion->use);
+  return expanded;
 }
 
 // The start of field `fieldNumber` of the entry in the lookup scratch; null when it has fewer.
@@ -153,7 +174,7 @@ const char* findField(std::int32_t fieldNumber) {
 }  // namespace
 
 bool fillInArguments(const AdapterContext* context, std::string* out, const char* argumentTemplate,
-                     std::int32_t taskIndex) {
+                     std::int32_t taskIndex, std::vector<PlaceholderUse>* uses) {
   Expansion expansion;
   expansion.context = context;
   expansion.taskIndex = taskIndex;
@@ -166,8 +187,7 @@ bool fillInArguments(const AdapterContext* context, std::string* out, const char
     expansion.next += std::strcspn(text, "%");
     if (!append(&expansion, text, static_cast<std::size_t>(expansion.next - text))) return false;
     if (*expansion.next == '\0') break;
-    ++expansion.next;
-    if (!expandPlaceholder(&expansion)) return false;
+    if (!expandAndRecord(&expansion, argumentTemplate, uses)) return false;
   }
   out->assign(expansion.area, expansion.length);
   return true;

@@ -1,7 +1,5 @@
 #include "job/parameter_file.h"
 
-#include <tinyxml.h>
-
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -10,9 +8,8 @@
 
 #include "job/arena.h"
 #include "job/int32.h"
-#include "job/job_text.h"
+#include "job/job_document.h"
 #include "job/strip_brace.h"
-#include "job/xml_extent.h"
 
 namespace runlet {
 namespace {
@@ -45,51 +42,13 @@ constexpr NumberElement numberElements[] = {
     {"umask", &AdapterContext::umask},
 };
 
+// How many bytes of memory a byte of the file may come to in the lists, before the heap has to help
+// out. In a usual job it is about 1.
+constexpr std::size_t listFactor = 8;
+
 // Null when there is no element or it does not begin with text.
 const char* textOf(const TiXmlElement* element) {
   return element == nullptr ? nullptr : element->GetText();
-}
-
-// How many bytes of memory a byte of the file may come to in the document and in the lists, before
-// the heap has to help out. In a usual job it is about 9 and 1.
-constexpr std::size_t documentFactor = 16;
-constexpr std::size_t listFactor = 8;
-
-// A document that looks at a text before it parses it, so that what the library cannot take never
-// reaches it. It is looked at where it is parsed: no byte can change in between, and a large file
-// is in memory once.
-class JobDocument : public TiXmlDocument {
- public:
-  using TiXmlDocument::TiXmlDocument;
-
-  const char* Parse(const char* text, TiXmlParsingData* data, TiXmlEncoding encoding) override {
-    padText(const_cast<char*>(text));  // NOLINT(*-const-cast): the buffer that LoadFile has read to
-    refusal_ = refusalOf(text);
-    return refusal_ == nullptr ? TiXmlDocument::Parse(text, data, encoding) : nullptr;
-  }
-
-  // Why it did not parse the text; null when it did.
-  const char* refusal() const {
-    return refusal_;
-  }
-
- private:
-  const char* refusal_ = nullptr;
-};
-
-// Reads the file that `document` is named after. `*length` is how many bytes of text that was.
-bool loadDocument(JobDocument* document, std::size_t* length, std::string* reason) {
-  std::FILE* stream = openJobText(document->Value(), length, reason);
-  if (stream == nullptr) return false;
-  bool loaded = false;
-  {
-    const ArenaScope scope(&documentArena, *length * documentFactor);
-    loaded = document->LoadFile(stream, TIXML_ENCODING_UTF8);
-  }
-  std::fclose(stream);
-  if (document->refusal() != nullptr) *reason = document->refusal();
-  if (!loaded && reason->empty()) *reason = document->ErrorDesc();
-  return reason->empty();
 }
 
 Reading readArguments(const TiXmlNode& cmdData, AdapterContext* context) {
@@ -195,8 +154,7 @@ constexpr Reading (*steps[])(const TiXmlNode& cmdData, AdapterContext* context) 
     readRedirectStderr,
 };
 
-// Nothing is rolled back after a failure: the request ends then, and nothing looks at the fields.
-Reading readJob(TiXmlDocument* document, std::size_t length, AdapterContext* context) {
+Reading readJob(JobDocument* document, AdapterContext* context) {
   // The first node has to be the root, even if it is not an element: with a declaration or a
   // comment in front of the root the file is not a job file.
   TiXmlNode* root = document->FirstChild();
@@ -205,7 +163,7 @@ Reading readJob(TiXmlDocument* document, std::size_t length, AdapterContext* con
   for (const auto step : steps) {
     if (const Reading reading = step(*cmdData, context); reading != Reading::ok) return reading;
   }
-  const ArenaScope scope(&listArena, length * listFactor);
+  const ArenaScope scope(&listArena, document->textLength() * listFactor);
   return readLists(cmdData, context);
 }
 
@@ -216,27 +174,25 @@ constexpr const char* messages[] = {
     "Runlet adapter: Strip brace failed.\n",
 };
 
-bool report(Reading reading) {
-  const char* message = messages[static_cast<std::size_t>(reading)];
-  if (message == nullptr) return true;
-  std::fputs(message, stderr);
-  return false;
-}
-
 }  // namespace
+
+const char* readJobDocument(JobDocument* document, AdapterContext* context) {
+  return messages[static_cast<std::size_t>(readJob(document, context))];
+}
 
 bool loadParameterFile(AdapterContext* context) {
   if (context->jobFile.empty()) return false;
   JobDocument document(context->jobFile.c_str());
   document.SetTabSize(0);  // or every byte would be looked at for the line and column it is in
   std::string reason;
-  std::size_t length = 0;
-  if (!loadDocument(&document, &length, &reason)) {
-    std::fprintf(stderr, "Runlet adapter: Could not load parameter file %s. Error='%s'.Exiting.\n",
-                 context->jobFile.c_str(), reason.c_str());
+  if (!document.load(&reason)) {
+    std::fprintf(stderr, notLoadedFormat, context->jobFile.c_str(), reason.c_str());
     return false;
   }
-  return report(readJob(&document, length, context));
+  const char* message = readJobDocument(&document, context);
+  if (message == nullptr) return true;
+  std::fputs(message, stderr);
+  return false;
 }
 
 }  // namespace runlet

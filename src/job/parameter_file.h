@@ -5,6 +5,12 @@
 
 namespace runlet {
 
+class JobDocument;
+
+// With the job file and the reason.
+inline constexpr char notLoadedFormat[] =
+    "Runlet adapter: Could not load parameter file %s. Error='%s'.Exiting.\n";
+
 // Reads the job parameter file `context->jobFile` into the job fields and lists of `context`.
 // Returns true when the whole file was taken over. Call it once per context: it appends to the
 // lists.
@@ -21,5 +27,10 @@ namespace runlet {
 //
 // Reversed braces in any braced text raise std::length_error, uncaught: see stripBrace.
 bool loadParameterFile(AdapterContext* context);
+
+// The part of it behind the reading of the XML. Yields null when the whole document was taken over,
+// else the line that tells why not. Nothing is rolled back then: the request ends, and nothing
+// looks at the fields. Takes the tasks out of the document as it reads them.
+const char* readJobDocument(JobDocument* document, AdapterContext* context);
 
 }  // namespace runlet
