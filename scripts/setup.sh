@@ -1,5 +1,8 @@
 # For the other scripts, to be sourced: what has to be there before anything can be built.
 
+buildPackages=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev nlohmann-json3-dev)
+testPackages=(libgtest-dev libxml2-utils)
+
 # requirePackages PACKAGE...
 # Installs what is missing where this user may (as root, or with sudo that asks for no password);
 # otherwise ends the script with status 1 and says what to install.

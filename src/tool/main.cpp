@@ -1,0 +1,5 @@
+#include "tool/command_line.h"
+
+int main(int argc, char* argv[]) {
+  return runlet_tool::runCommandLine(argc, argv);
+}
