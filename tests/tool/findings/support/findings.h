@@ -5,6 +5,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -40,7 +41,7 @@ class Findings : public AdapterTest {
   void expectFound(const std::vector<Found>& findings);
   void expectCheck(const std::string& sample, const std::vector<Found>& findings);
 
-  // All that comes out of the adapter for all tasks of the job, as expectResult has it.
+  // What the adapter writes for all tasks of the job, as expectResult has it.
   void expectBad(const std::string& output, const std::string& error = "",
                  const std::string& status = "exit 0");
   void expectMended(const std::string& output, const std::string& error = "");
@@ -64,6 +65,9 @@ class Findings : public AdapterTest {
   // Writes the file `name`, which everybody may execute.
   void writeScript(const std::string& name, const std::string& text) const;
 
+  // All that comes out of the adapter for all tasks of the job.
+  ProcessResult runTasks(const std::string& sample) const;
+
   Strings options_;                     // for both programs: -a, -u
   bool host_ = false;                   // with --host
   bool bareName_ = false;               // the job file is given without its folder
@@ -71,6 +75,8 @@ class Findings : public AdapterTest {
   std::string startFolder_ = folder();  // of both programs
   int badTasks_ = -1;                   // tasks of the bad job file; -1 = one for each Params
   std::string runFolder_ = folder();    // in what the adapter writes
+  // In place of the samples, where there is a text of that name.
+  std::map<std::string, std::string> given_;
 
  private:
   std::string jobName(const std::string& sample) const;
@@ -80,7 +86,6 @@ class Findings : public AdapterTest {
   int tasksOf(const std::string& sample) const;
   ProcessResult check(const std::string& sample, const Strings& more) const;
   ProcessResult runRequest(const std::string& sample, const Strings& request) const;
-  ProcessResult runTasks(const std::string& sample) const;
   void expectPing(const std::string& sample, int elapsed, const std::string& error,
                   const std::string& status) const;
 };
