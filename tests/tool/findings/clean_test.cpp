@@ -104,6 +104,7 @@ TEST_F(CleanJobs, MayBeForAnApplication) {
   writeScript("tools/render", "#!/bin/sh\necho \"$@\"\n");
   options_ = {"-a", folder_.file("tools/app")};
   expectClean({{"/bin/echo", "render"}});
+  expectClean({{"/bin/echo %tn", "render&#32;"}});
 }
 
 TEST_F(CleanJobs, MayTakeTheirUserFromItsName) {

@@ -183,6 +183,18 @@ void Findings::expectCheck(const std::string& sample, const std::vector<Found>& 
   expectResult(check(sample, {"--strict"}), inWords(job), "", statusFor(findings, true));
 }
 
+std::string Findings::codesIn(const std::string& sample) const {
+  writeSample(sample, sampleId, sampleId);
+  const Json json = Json::parse(check(sample, {"--json"}).output, nullptr, false);
+  if (!json.is_object()) return "no JSON";
+  std::string codes;
+  for (const Json& finding : json.at("jobs").at(0).at("findings")) {
+    if (!codes.empty()) codes += ' ';
+    codes += finding.at("code").get<std::string>();
+  }
+  return codes;
+}
+
 void Findings::expectFound(const std::vector<Found>& findings) {
   expectCheck(bad, findings);
   expectCheck(mended, {});

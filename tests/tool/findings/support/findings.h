@@ -41,6 +41,9 @@ class Findings : public AdapterTest {
   void expectFound(const std::vector<Found>& findings);
   void expectCheck(const std::string& sample, const std::vector<Found>& findings);
 
+  // The codes of what is found, with spaces between them.
+  std::string codesIn(const std::string& sample) const;
+
   // What the adapter writes for all tasks of the job, as expectResult has it.
   void expectBad(const std::string& output, const std::string& error = "",
                  const std::string& status = "exit 0");
