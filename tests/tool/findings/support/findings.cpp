@@ -183,16 +183,18 @@ void Findings::expectCheck(const std::string& sample, const std::vector<Found>& 
   expectResult(check(sample, {"--strict"}), inWords(job), "", statusFor(findings, true));
 }
 
-std::string Findings::codesIn(const std::string& sample) const {
+Summary Findings::summaryOf(const std::string& sample) const {
   writeSample(sample, sampleId, sampleId);
-  const Json json = Json::parse(check(sample, {"--json"}).output, nullptr, false);
-  if (!json.is_object()) return "no JSON";
-  std::string codes;
-  for (const Json& finding : json.at("jobs").at(0).at("findings")) {
-    if (!codes.empty()) codes += ' ';
-    codes += finding.at("code").get<std::string>();
+  const ProcessResult result = check(sample, {"--json"});
+  const Json json = Json::parse(result.output, nullptr, false);
+  if (!json.is_object()) return {result.error, 0, 0};
+  const Json& job = json.at("jobs").at(0);
+  Summary summary{"", job.at("errors"), job.at("tasks")};
+  for (const Json& finding : job.at("findings")) {
+    if (!summary.codes.empty()) summary.codes += ' ';
+    summary.codes += finding.at("code").get<std::string>();
   }
-  return codes;
+  return summary;
 }
 
 void Findings::expectFound(const std::vector<Found>& findings) {

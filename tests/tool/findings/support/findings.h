@@ -26,6 +26,13 @@ struct Found {
   bool operator==(const Found&) const = default;
 };
 
+// What is found in a job file, in short.
+struct Summary {
+  std::string codes;  // with spaces between them
+  int errors = 0;
+  int tasks = 0;
+};
+
 std::ostream& operator<<(std::ostream& out, const Found& found);
 
 inline constexpr char samplesFolder[] = RUNLET_SOURCES "/tests/tool/samples";
@@ -41,8 +48,7 @@ class Findings : public AdapterTest {
   void expectFound(const std::vector<Found>& findings);
   void expectCheck(const std::string& sample, const std::vector<Found>& findings);
 
-  // The codes of what is found, with spaces between them.
-  std::string codesIn(const std::string& sample) const;
+  Summary summaryOf(const std::string& sample) const;
 
   // What the adapter writes for all tasks of the job, as expectResult has it.
   void expectBad(const std::string& output, const std::string& error = "",
