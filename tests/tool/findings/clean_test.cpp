@@ -42,6 +42,7 @@ TEST_F(CleanJobs, MayHaveCommentsBetweenElements) {
   expectClean({{"<cmdData>", "<!-- of a test --><cmdData><!-- what to run -->"}});
   expectClean({{"<Task>", "<!-- the first --><Task><!-- its fields -->"}});
   expectClean({{"</Task>", "</Task><!-- no more tasks -->"}});
+  expectClean({{"<TaskList>", "<!--JobParams--><TaskList>"}});
   expectClean({{"<JobParams/>", "<JobParams><!-- none --></JobParams>"}});
   expectClean({{"</Job>", "</Job><!-- the end -->"}});
 }

@@ -43,23 +43,24 @@ TEST_F(CommandLineFindings, RJ070QuoteNotClosed) {
 }
 
 TEST_F(CommandLineFindings, RJ071QuoteInsideAWord) {
-  expectFound({{"RJ071", "warning", 3, 44, "\"", "all"}});
+  expectFound({{"RJ071", "warning", 3, 44, "-s=\"dawn", "all"},
+               {"RJ071", "warning", 3, 55, "light\"", "all"}});
   expectWords({"-s=\"dawn light\"", "-s=\"dawn", "light\""},
               {"\"-s=dawn light\"", "-s=dawn light"});
 }
 
 TEST_F(CommandLineFindings, RJ072TextBehindAClosingQuote) {
-  expectFound({{"RJ072", "warning", 3, 53, "/%tn", "all"}});
+  expectFound({{"RJ072", "warning", 3, 53, "\"dawn light\"/1", "all"}});
   expectWords({"\"dawn light\"/1", "dawn light", "/1"}, {"\"dawn light/1\"", "dawn light/1"});
 }
 
 TEST_F(CommandLineFindings, RJ073TabIsAnOrdinaryCharacter) {
-  expectFound({{"RJ073", "warning", 3, 45, "\t", "all"}});
+  expectFound({{"RJ073", "warning", 3, 45, "dawn\tlight", "all"}});
   expectWords({"dawn\tlight", "dawn\tlight"}, {"dawn light", "dawn", "light"});
 }
 
 TEST_F(CommandLineFindings, RJ074EmptyCommand) {
-  expectFound({{"RJ074", "error", 3, 5, "Arguments", "all"}});
+  expectFound({{"RJ074", "error", 2, 3, "", "all"}});
   expectBadNotExecuted("");
   expectMended(called("/bin/echo 1") + "1\n");
 }
@@ -83,7 +84,7 @@ TEST_F(CommandLineFindings, RJ076ShellCharactersInThePathOfTheApplication) {
   folder_.makeFolder("tools", 0700);
   folder_.makeFolder("log");
   const std::string program = folder_.file("tools;echo>log/render");
-  expectCheck(bad, {{"RJ076", "error", 0, 0, program, "all"}});
+  expectCheck(bad, {{"RJ076", "error", 3, 17, program, "all"}});
   expectBad(rendered(program));
   EXPECT_EQ(modeOf(folder_.file("tools")), 0755);
   EXPECT_EQ(readFile(folder_.file("log/render")), "\n");
@@ -97,13 +98,13 @@ TEST_F(CommandLineFindings, RJ077FolderInFrontOfAFullPath) {
   useApplication("tools", 0644);
   folder_.makeFolder("tools/bin");
   folder_.write("tools/bin/render", script, 0644);
-  expectFound({{"RJ077", "warning", 3, 17, "/bin/render", "all"}});
+  expectFound({{"RJ077", "warning", 3, 17, folder_.file("tools//bin/render"), "all"}});
   expectBad(rendered(folder_.file("tools//bin/render")));
   expectMended(rendered(folder_.file("tools/render")));
 }
 
 TEST_F(CommandLineFindings, RJ078RelativeFolderOfSeveralTasks) {
-  expectFound({{"RJ078", "error", 4, 20, "shots", "2"}});
+  expectFound({{"RJ078", "error", 4, 20, "shots", ""}});
   const std::string shots = folder_.makeFolder("shots");
   runFolder_ = "shots";
   expectBad(called("/bin/echo 1") + "1\n", cannotEnter("shots", "No such file or directory"),
@@ -114,13 +115,13 @@ TEST_F(CommandLineFindings, RJ078RelativeFolderOfSeveralTasks) {
 
 TEST_F(CommandLineFindings, RJ079BareJobFileName) {
   bareName_ = true;
-  expectFound({{"RJ079", "error", 0, 0, "bad.xml", "all"}});
+  expectFound({{"RJ079", "error", 0, 0, "bad.xml", ""}});
   expectBadRefused(cannotEnter("bad.xml", "Not a directory"));
   expectMended(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(CommandLineFindings, RJ080RelativeFolder) {
-  expectFound({{"RJ080", "warning", 4, 20, "shots", "all"}});
+  expectFound({{"RJ080", "warning", 4, 20, "shots", ""}});
   const std::string shots = folder_.makeFolder("shots");
   runFolder_ = "shots";
   expectBad(called("/bin/echo 1") + "1\n");

@@ -35,14 +35,14 @@ class HostFindings : public Findings {
 
 TEST_F(HostFindings, RJ090NoRunFolder) {
   const std::string shots = folder_.file("shots");
-  expectFound({{"RJ090", "error", 4, 20, shots, "all"}});
+  expectFound({{"RJ090", "error", 4, 20, shots, ""}});
   expectBadRefused(cannotEnter(shots, "No such file or directory"));
   expectMendedRan();
 }
 
 TEST_F(HostFindings, RJ091RunFolderClosedToTheUserOfSeveralTasks) {
   useClosedFolder();
-  expectFound({{"RJ091", "error", 4, 20, folder_.file("closed"), "2"}});
+  expectFound({{"RJ091", "error", 4, 20, folder_.file("closed"), ""}});
   REQUIRE_ROOT();
   runFolder_ = folder_.file("closed");
   expectBad(called("/bin/echo 1") + "1\n", cannotEnter(runFolder_, "Permission denied"),
@@ -53,11 +53,17 @@ TEST_F(HostFindings, RJ091RunFolderClosedToTheUserOfSeveralTasks) {
 
 TEST_F(HostFindings, RJ092RunFolderClosedToTheUserOfOneTask) {
   useClosedFolder();
-  expectFound({{"RJ092", "warning", 4, 20, folder_.file("closed"), "all"}});
+  expectFound({{"RJ092", "warning", 4, 20, folder_.file("closed"), ""}});
   REQUIRE_ROOT();
   runFolder_ = folder_.file("closed");
   expectBad(called("/bin/echo 1") + "1\n");
   expectMendedRan();
+}
+
+TEST_F(HostFindings, NameEveryTaskOfAProgramThatIsNotThere) {
+  given_[bad] = readFile(std::string(samplesFolder) + "/RJ091/mended.xml");
+  given_[bad].replace(given_[bad].find("/bin/echo"), 9, "/bin/no-such-echo");
+  expectCheck(bad, {{"RJ093", "error", 3, 17, "/bin/no-such-echo", "all"}});
 }
 
 TEST_F(HostFindings, RJ093ProgramNotFound) {
@@ -95,7 +101,7 @@ TEST_F(ScriptFindings, RJ095ScriptWithoutAnInterpreterLine) {
 
 TEST_F(HostFindings, RJ096UnknownUserName) {
   options_ = {"-u", "no-such-artist"};
-  expectFound({{"RJ096", "error", 0, 0, "no-such-artist", "all"}});
+  expectFound({{"RJ096", "error", 0, 0, "no-such-artist", ""}});
   errno = 0;
   ASSERT_EQ(getpwnam("no-such-artist"), nullptr);
   const std::string reason = errno != 0 ? std::strerror(errno) : "No such user";
@@ -112,9 +118,15 @@ TEST_F(HostFindings, RJ097UserIdWithoutAnAccount) {
   expectMended(called("/usr/bin/id -u") + std::to_string(otherId) + "\n");
 }
 
+// The task then lacks the group of its user as well.
 TEST_F(HostFindings, RJ098GroupIdWithoutAGroup) {
   ASSERT_EQ(getgrgid(unknownId), nullptr);
-  expectFound({{"RJ098", "warning", 6, 10, "3999999", ""}});
+  const passwd* other = getpwuid(otherId);
+  ASSERT_NE(other, nullptr);
+  const group* primary = getgrgid(other->pw_gid);
+  ASSERT_NE(primary, nullptr);
+  expectFound(
+      {{"RJ099", "note", 5, 10, primary->gr_name, ""}, {"RJ098", "warning", 6, 10, "3999999", ""}});
   REQUIRE_ROOT();
   expectBad(called("/usr/bin/id -g") + "3999999\n");
   expectMended(called("/usr/bin/id -g") + std::to_string(otherId) + "\n");

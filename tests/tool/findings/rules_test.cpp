@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "findings.h"
+#include "tool_run.h"
 
 namespace runlet_test {
 namespace {
@@ -21,10 +22,8 @@ Strings sorted(Strings codes) {
 
 // What every line of the list begins with.
 Strings explained() {
-  ProcessOptions options;
-  options.arguments = {RUNLET_JOB, "explain"};
   Strings codes;
-  std::istringstream lines(runProcess(options).output);
+  std::istringstream lines(runTool({"explain"}).output);
   for (std::string line; std::getline(lines, line);) codes.push_back(line.substr(0, 5));
   return codes;
 }

@@ -31,7 +31,8 @@ TEST_F(TemplateFindings, RJ061PlaceholderGivesUndefined) {
 }
 
 TEST_F(TemplateFindings, RJ062ParameterNumberBeyondTheValues) {
-  expectFound({{"RJ062", "error", 3, 27, "%jp1", "all"}, {"RJ052", "warning", 12, 7, "scene", ""}});
+  expectFound(
+      {{"RJ062", "error", 3, 27, "%jp1", "all"}, {"RJ052", "warning", 12, 7, "<Param>", ""}});
   expectBad("",
             terminateText("std::out_of_range",
                           "vector::_M_range_check: __n (which is 0) >= this->size() (which is 0)"),
@@ -51,12 +52,12 @@ TEST_F(TemplateFindings, RJ064TaskNumberTooWide) {
 }
 
 TEST_F(TemplateFindings, RJ065PercentSignDropped) {
-  expectFound({{"RJ065", "warning", 3, 29, "%", "all"}});
+  expectFound({{"RJ065", "warning", 3, 29, "% ", "all"}});
   expectEchoed("50 of dawn", "50% of dawn");
 }
 
 TEST_F(TemplateFindings, RJ066ExpansionTooLong) {
-  expectFound({{"RJ066", "error", 3, 27, "%4000tp1", "all"}});
+  expectFound({{"RJ066", "error", 3, 17, "", "all"}});
   expectBadRefused(fillInFailed);
   expectMendedEchoed("0007");
 }

@@ -57,23 +57,23 @@ TEST_F(ValueFindings, RJ023ValueWithoutBracesIsEmpty) {
 }
 
 TEST_F(ValueFindings, RJ024TabArrivesAsASpace) {
-  expectFound({{"RJ024", "warning", 9, 26, "\t", ""}});
+  expectFound({{"RJ024", "warning", 9, 26, "<TAB>", "all"}});
   expectEchoed("[dawn 12]", "[dawn]");
 }
 
 TEST_F(ValueFindings, RJ025WhiteSpaceCondensed) {
-  expectFound({{"RJ025", "warning", 9, 26, "  ", ""}});
+  expectFound({{"RJ025", "warning", 9, 26, "<space><space>", "all"}});
   expectQuoted("dawn light", "dawn  light");
 }
 
 TEST_F(ValueFindings, RJ026WhiteSpaceCondensedInArguments) {
-  expectFound({{"RJ026", "note", 3, 32, "  ", ""}});
+  expectFound({{"RJ026", "note", 3, 32, "<space><space>", ""}});
   expectQuoted("dawn 1", "dawn  1");
 }
 
 TEST_F(ValueFindings, RJ027EmptyNumber) {
   badTasks_ = 0;
-  expectFound({{"RJ027", "error", 7, 5, "umask", ""}});
+  expectFound({{"RJ027", "error", 7, 5, "<umask>", ""}});
   expectBadRefused(invalidSyntax);
   expectMended(called("/bin/echo 1") + "1\n");
 }
@@ -131,19 +131,19 @@ TEST_F(ValueFindings, RJ035TasksRunAsRoot) {
 }
 
 TEST_F(ValueFindings, RJ036NoGroup) {
-  expectFound({{"RJ036", "error", 2, 3, "cmdData", "all"}});
+  expectFound({{"RJ036", "error", 2, 3, "", ""}});
   expectBad(calling("/bin/echo 1", folder()), "Cannot set gid -1: No such group", "exit 255");
   expectMended(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(ValueFindings, RJ037NoUser) {
-  expectFound({{"RJ037", "error", 2, 3, "cmdData", "all"}});
+  expectFound({{"RJ037", "error", 2, 3, "", ""}});
   expectBad(calling("/bin/echo 1", folder()), "Missing user name", "exit 255");
   expectMended(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(ValueFindings, RJ038NoTimeLimit) {
-  expectFound({{"RJ038", "warning", 2, 3, "cmdData", ""}});
+  expectFound({{"RJ038", "warning", 2, 3, "", ""}});
   expectInTime(bad, 0);
   expectTimeOut(bad, 1);
   expectInTime(mended, 1800000);

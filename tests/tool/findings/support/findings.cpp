@@ -3,9 +3,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <regex>
+
+#include "tool_run.h"
 
 namespace runlet_test {
 
@@ -80,14 +83,26 @@ std::string placeOf(const Json& job, const Found& found) {
   return file + ":" + std::to_string(found.line) + ":" + std::to_string(found.column);
 }
 
+// Every control character as \xNN.
+std::string visible(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    char code[8];
+    std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(c));
+    out += c >= '\0' && c < ' ' ? std::string(code) : std::string(1, c);
+  }
+  return out;
+}
+
 // The text form of what `job` is the JSON of.
 std::string inWords(const Json& job) {
   std::string text;
   std::string summary = job.at("job").get<std::string>() + ": " + counted(job.at("tasks"), "task");
   for (const Json& finding : job.at("findings")) {
     const Found found = foundOf(finding);
-    text += placeOf(job, found) + ": " + found.severity + " " + found.code + ": " + found.text +
-            ": " + finding.at("why").get<std::string>() + "\n    " +
+    text += placeOf(job, found) + ": " + found.severity + " " + found.code + ": " +
+            (found.text.empty() ? "" : visible(found.text) + ": ") +
+            finding.at("why").get<std::string>() + "\n    " +
             finding.at("instead").get<std::string>() + tasksInWords(found.tasks) + "\n";
   }
   for (const std::string severity : {"error", "warning", "note"}) {
@@ -149,13 +164,11 @@ int Findings::tasksOf(const std::string& sample) const {
 }
 
 ProcessResult Findings::check(const std::string& sample, const Strings& more) const {
-  ProcessOptions options;
-  options.arguments = {RUNLET_JOB, "check", jobName(sample)};
+  ProcessOptions options = tool({"check", jobName(sample)});
   options.arguments.insert(options.arguments.end(), options_.begin(), options_.end());
   options.arguments.insert(options.arguments.end(), more.begin(), more.end());
   if (host_) options.arguments.emplace_back("--host");
   options.folder = startFolder_;
-  options.environment.emplace_back("PATH", "/usr/bin:/bin");
   prepare(&options);
   return runProcess(options);
 }
