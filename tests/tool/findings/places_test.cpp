@@ -13,7 +13,7 @@ constexpr char job[] =
     "</cmdData></Job>\n";
 
 struct Row {
-  const char* arguments;
+  std::string arguments;
   int column;
   int line = 2;
 };
