@@ -6,11 +6,13 @@
 namespace runlet_test {
 namespace {
 
-// A good job but for the text in the place of "@".
-constexpr char job[] =
-    "<Job><cmdData>\n@<TaskTimeout>30</TaskTimeout><uid>1000</uid><gid>1000</gid>"
-    "<umask>18</umask><TaskList><Task><Params>{dawn}</Params></Task></TaskList><JobParams/>"
-    "</cmdData></Job>\n";
+// A good job with these elements in its second line.
+std::string jobWith(const std::string& elements) {
+  std::string text = "<Job><cmdData>\n";
+  text.append(elements).append("<TaskTimeout>30</TaskTimeout><uid>1000</uid><gid>1000</gid>");
+  text.append("<umask>18</umask><TaskList><Task><Params>{dawn}</Params></Task></TaskList>");
+  return text.append("<JobParams/></cmdData></Job>\n");
+}
 
 struct Row {
   std::string arguments;
@@ -28,8 +30,7 @@ class Places : public Findings {
 
   void expectPlaces(const std::vector<Row>& rows) {
     for (const Row& row : rows) {
-      std::string text = job;
-      expectPlace(text.replace(text.find('@'), 1, row.arguments), row.line, row.column);
+      expectPlace(jobWith(row.arguments), row.line, row.column);
     }
   }
 };
@@ -83,17 +84,15 @@ TEST_F(Places, AreBehindEveryKindOfLineEnd) {
 }
 
 TEST_F(Places, AreBehindAByteOrderMark) {
-  std::string text = job;
-  text.replace(text.find('@'), 1, "");
-  text.replace(text.find("<cmdData>\n"), 10, "<cmdData><Arguments>{echo %tx}</Arguments>");
-  expectPlace(text.insert(0, "\xef\xbb\xbf"), 1, 32);
+  std::string text = "\xef\xbb\xbf";
+  text += jobWith("<Arguments>{echo %tx}</Arguments>");
+  text.erase(text.find('\n'), 1);
+  expectPlace(text, 1, 32);
 }
 
 // White space that is condensed in front of it is found as well.
 TEST_F(Places, AreBehindCondensedSpace) {
-  std::string text = job;
-  given_[bad] =
-      text.replace(text.find('@'), 1, "<Arguments>{echo  \xc3\xa4\n   &amp; %tx}</Arguments>");
+  given_[bad] = jobWith("<Arguments>{echo  \xc3\xa4\n   &amp; %tx}</Arguments>");
   expectCheck(bad, {{"RJ026", "note", 2, 17, "<space><space>", ""},
                     {"RJ060", "error", 3, 10, "%tx", "all"}});
 }
