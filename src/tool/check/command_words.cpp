@@ -68,13 +68,21 @@ bool isWhiteSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-void inspectQuotes(const Line& line, const Word& word) {
+// A quote that an earlier word has left open, as in -x="a b", is closed without a finding of its
+// own: `*isOpen` tells from one word to the next.
+void inspectInnerQuotes(const Line& line, const Word& word, bool* isOpen) {
+  const auto count = std::count(word.text.begin(), word.text.end(), '"');
+  if (word.isQuoted || count == 0) return;
+  const bool wasOpen = *isOpen;
+  *isOpen = wasOpen != (count % 2 == 1);
+  if (wasOpen) return;
+  findIn(line, RuleId::quoteInWord, word.begin + word.text.find('"'), word.text,
+         "A double quote inside a word is an ordinary character, and reaches the program.",
+         "Put the quotes around the whole word.");
+}
+
+void inspectClosingQuote(const Line& line, const Word& word) {
   const std::string& text = line.text();
-  if (!word.isQuoted && word.text.find('"') != std::string_view::npos) {
-    findIn(line, RuleId::quoteInWord, word.begin + word.text.find('"'), word.text,
-           "A double quote inside a word is an ordinary character, and reaches the program.",
-           "Put the quotes around the whole word.");
-  }
   const std::size_t behind = word.end + 1;
   if (word.isQuoted && behind < text.size() && text[behind] != ' ') {
     const std::size_t end = std::min(text.find(' ', behind), text.size());
@@ -101,10 +109,17 @@ bool isShell(std::string_view program) {
   return std::find(std::begin(shells), std::end(shells), name) != std::end(shells);
 }
 
+// Pipes and lists, redirections such as 2>/dev/null and &>log, and the end of a command.
 bool isOperator(std::string_view word) {
-  constexpr std::string_view operators[] = {"|", "||", "&", "&&", ";", "2>&1", "2>"};
-  return word.starts_with('>') || word.starts_with('<') ||
+  constexpr std::string_view operators[] = {"|", "||", "&", "&&"};
+  if (word.empty()) return false;
+  const std::size_t sign = std::min(word.find_first_not_of("&0123456789"), word.size() - 1);
+  return word[sign] == '>' || word[sign] == '<' || word.ends_with(';') ||
          std::find(std::begin(operators), std::end(operators), word) != std::end(operators);
+}
+
+bool hasSingleQuotes(std::string_view word) {
+  return word.starts_with('\'') || word.find("='") != std::string_view::npos;
 }
 
 bool beginsName(char c) {
@@ -120,12 +135,12 @@ bool hasVariable(std::string_view word) {
 
 bool isShellSyntax(const Word& word) {
   if (hasVariable(word.text) || word.text.find('`') != std::string_view::npos) return true;
-  return !word.isQuoted && (isOperator(word.text) || word.text.starts_with('\'') ||
+  return !word.isQuoted && (isOperator(word.text) || hasSingleQuotes(word.text) ||
                             word.text == "~" || word.text.starts_with("~/"));
 }
 
 void inspectSyntax(const Line& line, const Word& word) {
-  if (isShell(line.preview.words.front()) || !isShellSyntax(word)) return;
+  if (!isShellSyntax(word) || isShell(line.preview.words.front())) return;
   findIn(line, RuleId::shellSyntax, word.begin, word.text,
          "No shell is involved, and the program gets this as it stands.",
          "Let a shell run it, as /bin/sh -c \"...\", or write a script.");
@@ -186,9 +201,11 @@ void inspectWords(const Preview& preview, std::int32_t number, Inspection* inspe
   inspectProgram(line);
   if (!inspection->context.appPath.empty()) inspectChmod(line);
   std::size_t behindLast = 0;
+  bool isOpen = false;
   for (std::size_t i = 0; i < preview.words.size(); ++i) {
     const Word word = wordAt(line, i, behindLast);
-    inspectQuotes(line, word);
+    inspectInnerQuotes(line, word, &isOpen);
+    inspectClosingQuote(line, word);
     inspectWhiteSpace(line, word);
     inspectSyntax(line, word);
     behindLast = std::min(word.end + 1, line.text().size());

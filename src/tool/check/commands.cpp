@@ -40,9 +40,16 @@ Digits digitsAt(const std::string& text, std::size_t begin) {
   return {end - begin, runlet::decimalInt32(digits.c_str()), isBeyond};
 }
 
+// What the digits of a placeholder say, which is the same for all tasks.
+struct OwnDigits {
+  Digits width;
+  Digits number;
+};
+
 // One placeholder of one task.
 struct Use {
   const PlaceholderUse& placeholder;
+  const OwnDigits& own;
   const Preview& preview;
   std::int32_t number;  // of the task
   Inspection* inspection;
@@ -78,11 +85,9 @@ void inspectLongDigits(const Use& use, const Digits& digits) {
 }
 
 void inspectWidth(const Use& use) {
-  const std::string& argumentTemplate = use.inspection->context.arguments;
   const PlaceholderUse& placeholder = use.placeholder;
-  if (!hasValue(placeholder)) return;
-  const Digits own = digitsAt(argumentTemplate, placeholder.begin + 1);
-  if (own.count == 0) return;
+  const Digits& own = use.own.width;
+  if (own.count == 0 || !hasValue(placeholder)) return;
   inspectLongDigits(use, own);
   const std::int32_t width = placeholder.width;
   if (width != own.value && own.count <= runlet::maxNumberLength &&
@@ -102,11 +107,6 @@ void inspectWidth(const Use& use) {
   }
 }
 
-// Where the digits of the number of a field or parameter begin.
-std::size_t numberBegin(const PlaceholderUse& use, const std::string& argumentTemplate) {
-  return argumentTemplate.find('p', use.begin) + 1;
-}
-
 std::string quantity(std::size_t count, const char* what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
@@ -121,6 +121,14 @@ bool mayBeUndefined(const Use& use) {
   return line.substr(0, prefix + use.placeholder.valueEnd).ends_with(text);
 }
 
+// Whether the task has the text itself for that field.
+bool hasThatText(std::string_view entry, std::int32_t number) {
+  for (; number > 1 && !entry.empty(); --number) {
+    entry.remove_prefix(std::min(entry.find('\t'), entry.size() - 1) + 1);
+  }
+  return number == 1 && entry.substr(0, entry.find('\t')) == runlet::undefinedText;
+}
+
 // Whether there is no such value.
 bool isUndefined(const Use& use) {
   const PlaceholderUse& placeholder = use.placeholder;
@@ -133,8 +141,7 @@ bool isUndefined(const Use& use) {
   std::string value;
   getTaskField(&context, &value, use.number - 1, placeholder.number);
   const std::string& entry = context.taskList[static_cast<std::size_t>(use.number) - 1];
-  // A field may have this text by itself.
-  return value == runlet::undefinedText && entry.find(runlet::undefinedText) == std::string::npos;
+  return value == runlet::undefinedText && !hasThatText(entry, placeholder.number);
 }
 
 void findUndefined(const Use& use) {
@@ -160,8 +167,7 @@ void inspectNumber(const Use& use) {
       placeholder.form != PlaceholderForm::jobParam) {
     return;
   }
-  const std::string& argumentTemplate = use.inspection->context.arguments;
-  inspectLongDigits(use, digitsAt(argumentTemplate, numberBegin(placeholder, argumentTemplate)));
+  inspectLongDigits(use, use.own.number);
   if (isUndefined(use) && isNew(use, RuleId::undefinedValue)) findUndefined(use);
 }
 
@@ -181,9 +187,21 @@ void inspectForm(const Use& use) {
   }
 }
 
-void inspectUses(const Preview& preview, std::int32_t number, Inspection* inspection) {
-  for (const PlaceholderUse& placeholder : preview.uses) {
-    const Use use = {placeholder, preview, number, inspection};
+OwnDigits ownDigits(const PlaceholderUse& use, const std::string& argumentTemplate) {
+  const std::size_t number = argumentTemplate.find('p', use.begin);
+  return {digitsAt(argumentTemplate, use.begin + 1),
+          digitsAt(argumentTemplate, std::min(number, argumentTemplate.size() - 1) + 1)};
+}
+
+// The template's placeholders are the same for all tasks, as far as the fill-in comes.
+void inspectUses(const Preview& preview, std::int32_t number, std::vector<OwnDigits>* digits,
+                 Inspection* inspection) {
+  for (std::size_t i = 0; i < preview.uses.size(); ++i) {
+    const PlaceholderUse& placeholder = preview.uses[i];
+    if (i == digits->size()) {
+      digits->push_back(ownDigits(placeholder, inspection->context.arguments));
+    }
+    const Use use = {placeholder, (*digits)[i], preview, number, inspection};
     inspectForm(use);
     inspectWidth(use);
     inspectNumber(use);
@@ -339,11 +357,12 @@ void inspectTasks(Inspection* inspection) {
   Progress progress("checking", count);
   UsedParameters used(context.paramNames.size());
   Preview preview;
+  std::vector<OwnDigits> digits;
   bool allComposed = true;
   for (std::size_t i = 0; i < count; ++i) {
     const auto number = static_cast<std::int32_t>(i) + 1;
     previewCommand(context, number - 1, &preview);
-    inspectUses(preview, number, inspection);
+    inspectUses(preview, number, &digits, inspection);
     used.add(preview.uses);
     allComposed = allComposed && preview.isComposed;
     if (preview.isComposed) {

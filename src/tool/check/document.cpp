@@ -73,16 +73,21 @@ void findRepeated(const TiXmlNode& node, Inspection* inspection) {
 
 void findStray(const TiXmlNode& node, const std::string& parent, Inspection* inspection) {
   const Source& source = *inspection->source;
-  find(inspection, RuleId::strayText, placeOf(node), excerpt(source, source.offsetOf(node)),
+  find(inspection, RuleId::strayText, placeOf(node), source.excerpt(node),
        "No text is read here in " + parent + ", and it is passed over.",
        "Put it into the element that it belongs to, or take it out.");
 }
 
 void findTaken(const TiXmlNode& node, Inspection* inspection) {
   const Source& source = *inspection->source;
-  find(inspection, RuleId::takenForElement, placeOf(node), excerpt(source, source.offsetOf(node)),
+  find(inspection, RuleId::takenForElement, placeOf(node), source.excerpt(node),
        "This is nothing but the name " + node.ValueStr() + ", and is taken for the element.",
        "Write something more into it, or take it out.");
+}
+
+// Looked up by their name whatever kind of node they are, so that a text may be taken for one.
+bool isTakenForElement(const std::string& text) {
+  return text == "Task" || text == "JobParams";
 }
 
 // What stands in an element that holds other elements: everything whose name is not among `names`
@@ -91,7 +96,8 @@ void inspectChildren(const TiXmlNode& parent, const Names& names, Inspection* in
   const std::string& name = parent.ValueStr();
   for (const TiXmlNode* node = parent.FirstChild(); node != nullptr; node = node->NextSibling()) {
     const bool isKnown = std::find(names.begin(), names.end(), node->ValueStr()) != names.end();
-    if (node->ToText() != nullptr && !isKnown) findStray(*node, name, inspection);
+    const bool isTaken = isKnown && isTakenForElement(node->ValueStr());
+    if (node->ToText() != nullptr && !isTaken) findStray(*node, name, inspection);
     if (node->ToElement() != nullptr && !isKnown) findUnknown(*node, name, names, inspection);
   }
 }
@@ -104,8 +110,7 @@ const TiXmlElement* inspectRoot(const TiXmlDocument& document, Inspection* inspe
   if (first->ToElement() == nullptr) {
     const Source& source = *inspection->source;
     find(
-        inspection, RuleId::inFrontOfRoot, placeOf(*first),
-        excerpt(source, source.offsetOf(*first)),
+        inspection, RuleId::inFrontOfRoot, placeOf(*first), source.excerpt(*first),
         "The first thing in the file has to be the root element; the adapter refuses the file with "
         "\"Invalid XML job syntax\".",
         "Take this out, or move it into the root element.");
@@ -185,7 +190,9 @@ void findNoJobParams(const TiXmlNode& cmdData, Inspection* inspection) {
 }
 
 void inspectArguments(const TiXmlNode& cmdData, Inspection* inspection) {
-  const TiXmlText* node = textNodeOf(cmdData.FirstChildElement("Arguments"), inspection);
+  const TiXmlElement* element = cmdData.FirstChildElement("Arguments");
+  inspection->templateElement = element == nullptr ? inspection->cmdData : placeOf(*element);
+  const TiXmlText* node = textNodeOf(element, inspection);
   if (node == nullptr) return;
   inspectBraces(*node, TextKind::arguments, 0, inspection);
   const std::size_t brace = node->ValueStr().find('{');
@@ -267,8 +274,7 @@ void inspectTaskList(const TiXmlElement& taskList, Inspection* inspection) {
 // Parameters
 
 std::string nodeText(const TiXmlNode& node, const Source& source) {
-  return node.ToElement() != nullptr ? tag(node.ValueStr())
-                                     : excerpt(source, source.offsetOf(node));
+  return node.ToElement() != nullptr ? tag(node.ValueStr()) : source.excerpt(node);
 }
 
 void findNoName(const TiXmlNode& parameter, Inspection* inspection) {
@@ -290,10 +296,12 @@ void inspectName(const TiXmlElement& name, Inspection* inspection) {
     return;
   }
   const std::string text = inspectBraces(*node, TextKind::parameter, 0, inspection);
-  inspection->names.push_back(placeOf(*node));
+  const std::size_t begin = text.empty() ? 0 : node->ValueStr().find('{') + 1;
+  const Place place = inspection->source->placeOf(inspection->source->offsetIn(*node, begin));
+  inspection->names.push_back(place);
   std::set<std::string>& seen = inspection->seenNames;
   if (text.empty() || seen.insert(text).second) return;
-  find(inspection, RuleId::duplicateParameter, placeOf(*node), text,
+  find(inspection, RuleId::duplicateParameter, place, text,
        "A parameter of this name stands here already; both are kept, under their numbers.",
        "Give each its own name, or take one out and correct the numbers behind it.");
 }
@@ -378,8 +386,11 @@ void inspectLists(const TiXmlNode& cmdData, Inspection* inspection) {
     findNoJobParams(cmdData, inspection);
     return;
   }
-  if (jobParams->ToElement() == nullptr) findTaken(*jobParams, inspection);
-  inspectOtherJobParams(cmdData, *jobParams, inspection);
+  if (jobParams->ToElement() == nullptr) {
+    findTaken(*jobParams, inspection);
+  } else {
+    inspectOtherJobParams(cmdData, *jobParams, inspection);
+  }
   inspectJobParams(*jobParams, inspection);
 }
 

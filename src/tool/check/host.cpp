@@ -9,7 +9,8 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <set>
+#include <map>
+#include <optional>
 #include <string>
 
 #include "tool/check/access.h"
@@ -23,12 +24,19 @@ using runlet::AdapterContext;
 
 constexpr std::int32_t notGiven = -1;
 
+// What has been found of a program; the finding is known by its number, which is that of the
+// program.
+struct Verdict {
+  std::optional<RuleId> rule;
+  std::size_t program;
+};
+
 // A job on this machine.
 struct Host {
   Inspection* inspection;
   Identity who;
-  std::string folder;          // full path of the run folder
-  std::set<std::string> seen;  // programs looked at
+  std::string folder;                   // full path of the run folder
+  std::map<std::string, Verdict> seen;  // programs looked at
 };
 
 std::vector<gid_t> ownGroups() {
@@ -155,26 +163,43 @@ bool isElf(const std::string& program) {
   return !file || std::memcmp(start, "\177ELF", sizeof start) == 0;
 }
 
-void inspectScript(const Host& host, const std::string& program, std::int32_t number) {
-  const Interpreter interpreter = interpreterOf(program);
-  const Place place = placeInTemplate(*host.inspection, 0);
+// A program of a task.
+struct Program {
+  const Host& host;
+  std::string path;  // as the system would execute it; empty where there is none
+  std::size_t number;
+  std::int32_t task;
+};
+
+std::optional<RuleId> findOf(const Program& program, RuleId rule, std::string_view text,
+                             std::string why, std::string instead) {
+  findForTask(program.host.inspection, rule, program.number, program.task,
+              placeInTemplate(*program.host.inspection, 0), text, std::move(why),
+              std::move(instead));
+  return rule;
+}
+
+std::optional<RuleId> inspectScript(const Program& program) {
+  const Interpreter interpreter = interpreterOf(program.path);
   if (!interpreter.isScript || interpreter.path.empty()) {
-    if (isElf(program)) return;
-    findForTask(host.inspection, RuleId::noInterpreterLine, noOffset, number, place, program,
-                "The system cannot execute this file by itself, and it is handed to /bin/sh.",
-                "Write an interpreter line, such as #!/bin/bash, first.");
-    return;
+    if (isElf(program.path)) return std::nullopt;
+    return findOf(program, RuleId::noInterpreterLine, program.path,
+                  "The system cannot execute this file by itself, and it is handed to /bin/sh.",
+                  "Write an interpreter line, such as #!/bin/bash, first.");
   }
-  if (executeFile(host.who, host.folder, interpreter.path) == Access::granted) return;
-  const bool hasReturn = interpreter.path.ends_with('\r');
-  findForTask(host.inspection, RuleId::noInterpreter, noOffset, number, place, program,
-              hasReturn
-                  ? "The first line of this script ends in a carriage return, which counts as "
-                    "part of the interpreter's name; the script cannot be executed."
-                  : "The interpreter " + interpreter.path +
-                        " of this script is not there, and the script cannot be executed.",
-              hasReturn ? "Take the carriage returns out of the script."
-                        : "Correct the first line of the script.");
+  const Host& host = program.host;
+  if (executeFile(host.who, host.folder, interpreter.path) == Access::granted) return std::nullopt;
+  if (interpreter.path.ends_with('\r')) {
+    return findOf(
+        program, RuleId::noInterpreter, program.path,
+        "The first line of this script ends in a carriage return, which counts as part of "
+        "the interpreter's name; the script cannot be executed.",
+        "Take the carriage returns out of the script.");
+  }
+  return findOf(program, RuleId::noInterpreter, program.path,
+                "The interpreter " + interpreter.path +
+                    " of this script is not there, and the script cannot be executed.",
+                "Correct the first line of the script.");
 }
 
 // With an application path the program is made executable first.
@@ -187,31 +212,41 @@ bool isMadeExecutable(const Host& host, const Preview& preview) {
          executeFile(host.who, host.folder, program) != Access::missing;
 }
 
-void findNoProgram(const Host& host, const Preview& preview, Access access, std::int32_t number) {
-  const std::string word = preview.words.front();
+std::optional<RuleId> findNoProgram(const Program& program, const std::string& word,
+                                    Access access) {
   const bool hasFolder = word.find('/') != std::string::npos;
-  findForTask(host.inspection, RuleId::noProgram, noOffset, number,
-              placeInTemplate(*host.inspection, 0), word,
-              access == Access::denied ? "The job's user may not execute this program."
-              : hasFolder              ? "This machine has no such program."
-                                       : "There is no such program along PATH.",
-              "Write the full path of the program, and make it executable.");
+  return findOf(program, RuleId::noProgram, word,
+                access == Access::denied ? "The job's user may not execute this program."
+                : hasFolder              ? "This machine has no such program."
+                                         : "There is no such program along PATH.",
+                "Write the full path of the program, and make it executable.");
 }
 
-void inspectProgram(Host* host, const Preview& preview, std::int32_t number) {
+// Yields what was found of it.
+std::optional<RuleId> inspectNewProgram(const Host& host, const Preview& preview,
+                                        std::int32_t task) {
+  const std::string word = preview.words.front();
+  Access access = Access::missing;
+  Program program = {host, findProgram(host.who, host.folder, word, &access), host.seen.size(),
+                     task};
+  if (access == Access::denied && isMadeExecutable(host, preview)) {
+    program.path = preview.command.program;
+  } else if (access != Access::granted) {
+    return findNoProgram(program, word, access);
+  }
+  return inspectScript(program);
+}
+
+void inspectProgram(Host* host, const Preview& preview, std::int32_t task) {
   if (preview.outcome != Outcome::starts) return;
   const std::string word = preview.words.front();
-  if (!host->seen.insert(word).second) return;
-  Access access = Access::missing;
-  std::string program = findProgram(host->who, host->folder, word, &access);
-  if (access == Access::denied && isMadeExecutable(*host, preview)) {
-    access = Access::granted;
-    program = preview.command.program;
-  }
-  if (access != Access::granted) {
-    findNoProgram(*host, preview, access, number);
-  } else {
-    inspectScript(*host, program, number);
+  const auto row = host->seen.find(word);
+  if (row == host->seen.end()) {
+    const std::size_t number = host->seen.size();
+    const std::optional<RuleId> rule = inspectNewProgram(*host, preview, task);
+    host->seen[word] = {rule, number};
+  } else if (row->second.rule.has_value()) {
+    isFoundForTask(host->inspection, *row->second.rule, row->second.program, task);
   }
 }
 

@@ -4,12 +4,9 @@
 #include <tuple>
 
 #include "tool/expand/loading.h"
-#include "tool/text/utf8.h"
 
 namespace runlet_tool {
 namespace {
-
-constexpr std::size_t excerptLength = 60;  // characters
 
 // The library's own complaints have a place; what keeps the file from being read at all has none.
 void findLoadError(const TiXmlDocument& document, const std::string& message, Report* report) {
@@ -63,19 +60,9 @@ Finding& findForTask(Inspection* inspection, RuleId rule, std::size_t offset, st
 }
 
 Place placeInTemplate(const Inspection& inspection, std::size_t offset) {
-  if (!inspection.arguments.has_value()) return inspection.cmdData;
+  if (!inspection.arguments.has_value()) return inspection.templateElement;
   const BracedText& text = *inspection.arguments;
   return inspection.source->placeOf(inspection.source->offsetIn(*text.node, text.begin + offset));
-}
-
-std::string excerpt(const Source& source, std::size_t begin) {
-  const std::string_view text = source.text();
-  std::size_t end = begin;
-  for (std::size_t count = 0; end < text.size() && text[end] != '\n'; ++count) {
-    if (count == excerptLength) return std::string(text.substr(begin, end - begin)) + "...";
-    end += std::max<std::size_t>(utf8Length(text.substr(end)), 1);
-  }
-  return std::string(text.substr(begin, end - begin));
 }
 
 std::string inQuotes(std::string_view text) {

@@ -29,7 +29,8 @@ struct Inspection {
   runlet::AdapterContext context;  // filled once the document has been read
   Report report;
 
-  Place cmdData;  // where what is missing would belong
+  Place cmdData;          // where what is missing would belong
+  Place templateElement;  // the element Arguments, or where it would belong
   std::optional<BracedText> arguments;
   std::vector<Place> values;  // of the parameters' values, in the order of paramValues
   std::vector<Place> names;   // likewise
@@ -55,9 +56,6 @@ Finding& findForTask(Inspection* inspection, RuleId rule, std::size_t offset, st
 
 // The place of byte `offset` of the template; that of cmdData where there is no template.
 Place placeInTemplate(const Inspection& inspection, std::size_t offset);
-
-// What stands in the file from `begin` on, up to the end of the line and not too much of it.
-std::string excerpt(const Source& source, std::size_t begin);
 
 std::string inQuotes(std::string_view text);
 

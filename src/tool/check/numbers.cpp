@@ -143,6 +143,7 @@ void inspectGroup(const Number& number, Inspection* inspection) {
 }
 
 void inspectTimeLimit(const Number& number, Inspection* inspection) {
+  if (!hasDigits(number)) return;
   if (number.value >= -longestMinutes && number.value <= 0) {
     findNumber(number, RuleId::noTimeLimit,
                "With this limit every task that has run for a millisecond is over it.",

@@ -11,6 +11,10 @@ namespace {
 
 constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view cdataStart = "<![CDATA[";
+constexpr char whiteSpace[] = " \t\n\v\f\r";
+
+constexpr std::size_t excerptLength = 60;  // characters
+constexpr std::size_t marked = 1024;       // bytes of a line from one mark to the next
 
 // As the XML library has it.
 bool isWhiteSpace(char c) {
@@ -58,19 +62,38 @@ Step stepAt(std::string_view rest) {
 }  // namespace
 
 Source::Source(std::string text) : text_(std::move(text)) {
-  findLines();
+  markLines();
   findCondensed();
 }
 
-void Source::findLines() {
-  lines_.push_back(0);
+void Source::markLines() {
+  const std::size_t start = text_.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;
+  marks_.push_back({start, {1, 1}});
   for (std::size_t end = text_.find('\n'); end != std::string::npos;
        end = text_.find('\n', end + 1)) {
-    lines_.push_back(end + 1);
+    markWithin(end);
+    marks_.push_back({end + 1, {marks_.back().place.line + 1, 1}});
+  }
+  markWithin(text_.size());
+}
+
+// The line that the last mark begins.
+void Source::markWithin(std::size_t end) {
+  const std::string_view all = text_;
+  Mark mark = marks_.back();
+  for (std::size_t next = mark.offset + marked; mark.offset < end;) {
+    if (end - mark.offset < marked && next > end) return;
+    if (mark.offset >= next) {
+      marks_.push_back(mark);
+      next = mark.offset + marked;
+    }
+    mark.offset += characterLength(all.substr(mark.offset));
+    ++mark.place.column;
   }
 }
 
-// Behind a tag and in front of one, white space is dropped, not condensed.
+// Behind a tag and in front of one, white space is dropped, not condensed; what is behind a tag is
+// in no text.
 void Source::findCondensed() {
   const char* const begin = text_.data();
   const char* const end = begin + text_.size();
@@ -80,31 +103,34 @@ void Source::findCondensed() {
     while (c != end && isWhiteSpace(*c)) ++c;
     if (c == end) break;
     const bool isSingle = c - run == 1 && *run == ' ';
-    if (isSingle || *c == '<' || run == begin || run[-1] == '>') continue;
+    if (isSingle || *c == '<') continue;
     condensed_.push_back(static_cast<std::size_t>(run - begin));
   }
 }
 
 Place Source::placeOf(std::size_t offset) const {
-  const auto next = std::upper_bound(lines_.begin(), lines_.end(), offset);
-  const auto line = next - lines_.begin();
-  std::size_t at = *(next - 1);
-  if (at == 0 && text_.starts_with(byteOrderMark)) at = byteOrderMark.size();
-  int column = 1;
+  const auto isBehind = [](std::size_t wanted, const Mark& mark) { return wanted < mark.offset; };
+  const auto next = std::upper_bound(marks_.begin() + 1, marks_.end(), offset, isBehind);
+  Mark mark = *(next - 1);
   const std::string_view all = text_;
-  for (; at < offset; at += characterLength(all.substr(at))) ++column;
-  return {static_cast<int>(line), column};
+  for (; mark.offset < offset; mark.offset += characterLength(all.substr(mark.offset))) {
+    ++mark.place.column;
+  }
+  return mark.place;
 }
 
 std::size_t Source::offsetOf(const TiXmlBase& node) const {
-  const auto line = static_cast<std::size_t>(std::max(node.Row(), 1)) - 1;
+  const Place wanted = runlet_tool::placeOf(node);
+  const auto isBehind = [](const Place& place, const Mark& mark) {
+    return std::pair(place.line, place.column) < std::pair(mark.place.line, mark.place.column);
+  };
+  const auto next = std::upper_bound(marks_.begin() + 1, marks_.end(), wanted, isBehind);
+  Mark mark = *(next - 1);
   const std::string_view all = text_;
-  std::size_t at = line < lines_.size() ? lines_[line] : all.size();
-  if (at == 0 && text_.starts_with(byteOrderMark)) at = byteOrderMark.size();
-  for (int column = 1; column < node.Column() && at < all.size(); ++column) {
-    at += characterLength(all.substr(at));
+  for (; mark.place.column < wanted.column && mark.offset < all.size(); ++mark.place.column) {
+    mark.offset += characterLength(all.substr(mark.offset));
   }
-  return std::min(at, all.size());
+  return std::min(mark.offset, all.size());
 }
 
 std::size_t Source::offsetIn(const TiXmlText& text, std::size_t index) const {
@@ -131,6 +157,30 @@ std::vector<std::string_view> Source::condensedWithin(std::size_t begin, std::si
 
 std::size_t Source::endOfText(std::size_t offset) const {
   return std::min(text_.find('<', offset), text_.size());
+}
+
+std::size_t Source::endOf(const TiXmlNode& node) const {
+  const std::size_t begin = offsetOf(node);
+  if (node.ToText() != nullptr && !node.ToText()->CDATA()) return endOfText(begin);
+  const std::string_view end = node.ToText() != nullptr      ? "]]>"
+                               : node.ToComment() != nullptr ? "-->"
+                                                             : ">";
+  const std::size_t found = text_.find(end, begin);
+  return found == std::string::npos ? text_.size() : found + end.size();
+}
+
+std::string Source::excerpt(const TiXmlNode& node) const {
+  const std::size_t begin = offsetOf(node);
+  std::string_view text = text_;
+  text = text.substr(begin, endOf(node) - begin);
+  text = text.substr(0, text.find('\n'));
+  text = text.substr(0, text.find_last_not_of(whiteSpace) + 1);
+  std::size_t end = 0;
+  for (std::size_t count = 0; end < text.size(); ++count) {
+    if (count == excerptLength) return std::string(text.substr(0, end)) + "...";
+    end += characterLength(text.substr(end));
+  }
+  return std::string(text);
 }
 
 }  // namespace runlet_tool

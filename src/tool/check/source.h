@@ -62,12 +62,25 @@ class Source {
   // Where the text at `offset` ends: at the next markup, or the end of the file.
   std::size_t endOfText(std::size_t offset) const;
 
+  // The node as it stands in the file, up to the end of its line and not too much of it; of an
+  // element its tag.
+  std::string excerpt(const TiXmlNode& node) const;
+
  private:
-  void findLines();
+  struct Mark {
+    std::size_t offset;
+    Place place;
+  };
+
+  void markLines();
+  void markWithin(std::size_t end);
   void findCondensed();
+  std::size_t endOf(const TiXmlNode& node) const;
 
   std::string text_;
-  std::vector<std::size_t> lines_;      // where each begins
+  // The beginning of every line, and points inside of long ones, which are not to be counted
+  // through from their beginning every time.
+  std::vector<Mark> marks_;
   std::vector<std::size_t> condensed_;  // where each run of white space inside a text begins
 };
 

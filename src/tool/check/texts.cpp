@@ -10,24 +10,23 @@ namespace {
 
 constexpr char whiteSpace[] = " \t\n\v\f\r";
 
-bool hasText(const TiXmlElement& element) {
-  for (const TiXmlNode* node = element.FirstChild(); node != nullptr; node = node->NextSibling()) {
-    if (node->ToText() != nullptr) return true;
+// Whether there is, from `node` on, something that its author may miss.
+bool hasContent(const TiXmlNode* node) {
+  for (; node != nullptr; node = node->NextSibling()) {
+    if (node->ToText() != nullptr || node->ToElement() != nullptr) return true;
   }
   return false;
 }
 
 void findCutOff(const TiXmlNode& node, const std::string& name, Inspection* inspection) {
-  find(inspection, RuleId::cutOffText, placeOf(node),
-       excerpt(*inspection->source, inspection->source->offsetOf(node)),
+  find(inspection, RuleId::cutOffText, placeOf(node), inspection->source->excerpt(node),
        "The text of " + name + " ends in front of this, and the rest is dropped.",
        "Write the text in one piece, and comments outside of " + name + ".");
 }
 
 void findHidden(const TiXmlElement& element, Inspection* inspection) {
   const TiXmlNode& first = *element.FirstChild();
-  find(inspection, RuleId::cutOffText, placeOf(first),
-       excerpt(*inspection->source, inspection->source->offsetOf(first)),
+  find(inspection, RuleId::cutOffText, placeOf(first), inspection->source->excerpt(first),
        "An element that does not begin with its text has none, so " + element.ValueStr() +
            " counts as empty.",
        "Begin " + element.ValueStr() + " with its text.");
@@ -144,11 +143,11 @@ const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection)
   if (element == nullptr || element->FirstChild() == nullptr) return nullptr;
   const TiXmlNode* first = element->FirstChild();
   if (first->ToText() == nullptr) {
-    if (hasText(*element)) findHidden(*element, inspection);
+    if (hasContent(first)) findHidden(*element, inspection);
     return nullptr;
   }
   const TiXmlNode* second = first->NextSibling();
-  if (second != nullptr) findCutOff(*second, element->ValueStr(), inspection);
+  if (hasContent(second)) findCutOff(*second, element->ValueStr(), inspection);
   return first->ToText();
 }
 

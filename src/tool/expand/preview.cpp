@@ -182,9 +182,10 @@ void previewCommand(const AdapterContext& context, std::int32_t index, Preview* 
 std::string_view textOf(const PlaceholderUse& use, std::string_view argumentTemplate) {
   std::size_t end = use.end;
   if (use.form == PlaceholderForm::malformed) ++end;  // the t or j
-  if (use.form == PlaceholderForm::malformed || use.form == PlaceholderForm::dropped) {
-    end += utf8Length(argumentTemplate.substr(end));
-  }
+  const std::string_view rest = argumentTemplate.substr(end);
+  const bool isOpen =
+      use.form == PlaceholderForm::malformed || use.form == PlaceholderForm::dropped;
+  if (isOpen && !rest.starts_with(' ')) end += utf8Length(rest);
   return argumentTemplate.substr(use.begin, end - use.begin);
 }
 

@@ -59,7 +59,8 @@ enum class FolderKind {
 };
 FolderKind kindOfFolder(const runlet::AdapterContext& context);
 
-// The placeholder as it is written, with the character that makes a malformed one malformed.
+// The placeholder as it is written, with the character that keeps a malformed or dropped one from
+// being one, unless that is a space.
 std::string_view textOf(const runlet::PlaceholderUse& use, std::string_view argumentTemplate);
 
 // The placeholder behind the last of `uses`: where the fill-in has raised an error.
