@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tool/schema/schema_verb.h"
 #include "tool/verb.h"
 
 namespace runlet_tool {
@@ -11,6 +12,7 @@ int runCommandLine(int argc, const char* const* argv) {
   app.set_version_flag("--version", "runlet-job " RUNLET_VERSION);
   app.require_subcommand(1);
   Action action;
+  addSchema(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
