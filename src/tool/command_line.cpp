@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tool/expand/expand_verb.h"
 #include "tool/schema/schema_verb.h"
 #include "tool/verb.h"
 
@@ -12,6 +13,7 @@ int runCommandLine(int argc, const char* const* argv) {
   app.set_version_flag("--version", "runlet-job " RUNLET_VERSION);
   app.require_subcommand(1);
   Action action;
+  addExpand(&app, &action);
   addSchema(&app, &action);
   try {
     app.parse(argc, argv);

@@ -1,6 +1,5 @@
 #include "tool/schema/schema_verb.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 
 #include "tool/schema/schema_text.h"
@@ -18,7 +17,7 @@ int printSchema() {
 }  // namespace
 
 void addSchema(CLI::App* app, Action* action) {
-  CLI::App* verb = app->add_subcommand("schema", "Print the schema of job files, in RELAX NG.");
+  CLI::App* verb = app->add_subcommand("schema", "Print the schema of job files, in RELAX NG");
   verb->callback([action] { *action = printSchema; });
 }
 

@@ -1,15 +1,14 @@
-// The verb "schema" of runlet-job.
+// runlet-job schema: the schema of job files.
 #pragma once
+
+#include <CLI/CLI.hpp>
 
 #include "tool/verb.h"
 
-namespace CLI {
-class App;
-}
-
 namespace runlet_tool {
 
-// Adds the verb, which prints the schema of job files as it is installed, byte for byte.
+// Adds the verb to `app`; where the command line asks for it, `*action` prints the schema as it is
+// installed, byte for byte.
 void addSchema(CLI::App* app, Action* action);
 
 }  // namespace runlet_tool

@@ -1,0 +1,111 @@
+#include "tool/expand/expand_verb.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "adapter/context.h"
+#include "adapter/task_range.h"
+#include "tool/expand/loading.h"
+#include "tool/expand/preview.h"
+#include "tool/expand/report.h"
+#include "tool/text/terminal.h"
+
+namespace runlet_tool {
+namespace {
+
+struct ExpandOptions {
+  std::string job;
+  std::optional<std::int32_t> first;
+  std::optional<std::int32_t> count;
+  std::string appPath;
+  std::string userName;
+  bool inJson = false;
+};
+
+// Without a range, all tasks; -s alone is one task, as in a request; -n alone counts from the
+// first.
+runlet::AdapterContext requestOf(const ExpandOptions& options) {
+  runlet::AdapterContext context;
+  context.jobFile = options.job;
+  context.appPath = options.appPath;
+  context.userName = options.userName;
+  context.firstTask = options.first.value_or(1);
+  const std::int32_t all = std::numeric_limits<std::int32_t>::max();
+  context.taskCount = options.count.value_or(options.first.has_value() ? 1 : all);
+  return context;
+}
+
+std::unique_ptr<ExpandReport> makeReport(bool inJson) {
+  if (inJson) return std::make_unique<JsonExpandReport>();
+  return std::make_unique<TextExpandReport>(wantsColour(stdout));
+}
+
+// What is told of the tasks behind the one that ended the request.
+void setNotReached(std::int32_t endingNumber, Preview* preview) {
+  *preview = {};
+  preview->outcome = Outcome::notReached;
+  preview->reason = "task " + std::to_string(endingNumber) + " ended the request";
+}
+
+// Whether all tasks of the request are started.
+bool reportTasks(const runlet::AdapterContext& context, ExpandReport* report) {
+  const runlet::TaskRange range = requestedTasks(context);
+  const auto size = static_cast<std::int32_t>(context.taskList.size());
+  const std::int32_t end = std::min(range.end, size);
+  // What goes to a terminal shows by itself how far it is.
+  const bool needsBar = isatty(STDOUT_FILENO) != 1;
+  Progress progress("expanding", needsBar ? static_cast<std::size_t>(std::max(end, 0)) : 0);
+  Preview preview;
+  bool allStart = true;
+  bool isOver = false;
+  for (std::int32_t index = range.first; index < end; ++index) {
+    if (!isOver) previewTask(context, index, index == range.first, &preview);
+    report->task(index + 1, preview);
+    allStart = allStart && preview.outcome == Outcome::starts;
+    if (!isOver && endsRequest(preview.outcome)) {
+      isOver = true;
+      setNotReached(index + 1, &preview);
+    }
+    progress.show(static_cast<std::size_t>(index));
+  }
+  return allStart;
+}
+
+int expand(const ExpandOptions& options) {
+  runlet::AdapterContext context = requestOf(options);
+  const LoadResult result = loadJob(&context);
+  const std::unique_ptr<ExpandReport> report = makeReport(options.inJson);
+  report->begin(options.job, result);
+  const bool isLoaded = result.loading == Loading::loaded;
+  const bool allStart = isLoaded && reportTasks(context, report.get());
+  report->end();
+  if (result.loading == Loading::unreadable) return exitUnreadable;
+  return allStart ? exitFine : exitFailing;
+}
+
+}  // namespace
+
+void addExpand(CLI::App* app, Action* action) {
+  CLI::App* verb = app->add_subcommand("expand", "Show the final command of every task");
+  const auto options = std::make_shared<ExpandOptions>();
+  verb->add_option("job", options->job, "The job file, as the adapter gets it with -j")
+      ->required()
+      ->type_name("JOB");
+  verb->add_option("-s", options->first, "Number of the first task; 1 unless given")
+      ->type_name("N");
+  verb->add_option("-n", options->count, "Number of tasks; 1 if -s is given, else all")
+      ->type_name("N");
+  verb->add_option("-a", options->appPath, "The request's path of an application")
+      ->type_name("APP");
+  verb->add_option("-u", options->userName, "The request's user name")->type_name("USER");
+  verb->add_flag("--json", options->inJson, "Write JSON, as runlet-job(1) describes it");
+  verb->callback([=] { *action = [=] { return expand(*options); }; });
+}
+
+}  // namespace runlet_tool

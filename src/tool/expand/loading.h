@@ -1,0 +1,36 @@
+// Loading a job as the adapter does, and telling what the adapter would say.
+#pragma once
+
+#include <string>
+
+#include "adapter/context.h"
+#include "job/job_document.h"
+
+namespace runlet_tool {
+
+enum class Loading {
+  loaded,
+  refused,     // read, but the adapter does not take it
+  ends,        // the adapter ends abnormally
+  unreadable,  // not to be read, or not XML
+};
+
+struct LoadResult {
+  Loading loading = Loading::loaded;
+  std::string message;  // the adapter's own text, without its line end; empty when loaded
+};
+
+// The two halves of a load: the file to its document, and the document to the job fields and lists
+// of `context`, whose `jobFile` the document is named after. The second takes the tasks out of the
+// document.
+LoadResult loadDocument(runlet::JobDocument* document);
+LoadResult readDocument(runlet::JobDocument* document, runlet::AdapterContext* context);
+
+// What the C++ library writes for an exception of that type that nothing catches, without its
+// line end.
+std::string terminateText(const char* type, const char* what);
+
+// Both, for `context->jobFile`.
+LoadResult loadJob(runlet::AdapterContext* context);
+
+}  // namespace runlet_tool

@@ -1,0 +1,167 @@
+#include "tool/expand/report.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "exec/launch.h"
+#include "tool/text/format.h"
+#include "tool/text/shell_quote.h"
+#include "tool/text/terminal.h"
+#include "tool/text/utf8.h"
+
+namespace runlet_tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+void put(const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+// The "Calling" line without its line end.
+std::string callingText(const Preview& preview) {
+  return withoutLineEnd(runlet::callingFormat, preview.command.line.c_str(),
+                        preview.folder.c_str());
+}
+
+struct OutcomeName {
+  const char* inText;  // null: nothing is said
+  const char* inJson;
+};
+
+// In the order of Outcome.
+constexpr OutcomeName outcomeNames[] = {
+    {nullptr, "starts"},
+    {"refused", "refused"},
+    {"ends", "ends"},
+    {"not executed", "cannotExecute"},
+    {"not reached", "notReached"},
+};
+
+const OutcomeName& nameOf(Outcome outcome) {
+  return outcomeNames[static_cast<std::size_t>(outcome)];
+}
+
+// In the order of Loading.
+constexpr const char* loadingNames[] = {"loaded", "refused", "ends", "refused"};
+
+void appendRow(const char* label, const std::string& value, std::string* text) {
+  text->append("  ").append(label);
+  text->append(std::max<std::size_t>(8 - std::string_view(label).size(), 1), ' ');
+  text->append(value).append("\n");
+}
+
+std::string shellCommand(const Preview& preview) {
+  std::string line;
+  for (const char* word : preview.words) appendShellWord(word, &line);
+  return line;
+}
+
+// A text of several lines, its later ones indented.
+std::string indented(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    out += c;
+    if (c == '\n') out += "    ";
+  }
+  return out;
+}
+
+// Strings of a task as JSON has them: as they are, or with a character for every byte.
+class JsonStrings {
+ public:
+  explicit JsonStrings(bool inBytes) : inBytes_(inBytes) {}
+
+  std::string operator()(std::string_view text) const {
+    return inBytes_ ? bytesAsCharacters(text) : std::string(text);
+  }
+
+  Json orNull(bool isThere, std::string_view text) const {
+    return isThere ? Json((*this)(text)) : Json();
+  }
+
+ private:
+  bool inBytes_;
+};
+
+// The words, the folder and the program's path are all parts of these.
+bool isUtf8Throughout(const Preview& preview) {
+  return isUtf8(preview.command.line) && isUtf8(preview.folder) && isUtf8(preview.message) &&
+         isUtf8(preview.reason);
+}
+
+Json argumentVector(const Preview& preview, const JsonStrings& string) {
+  if (!preview.isComposed) return {};
+  Json words = Json::array();
+  for (const char* word : preview.words) words.push_back(string(word));
+  return words;
+}
+
+}  // namespace
+
+void TextExpandReport::begin(const std::string& /*job*/, const LoadResult& result) {
+  if (result.loading != Loading::loaded) std::fprintf(stderr, "%s\n", result.message.c_str());
+}
+
+void TextExpandReport::task(std::int32_t number, const Preview& preview) {
+  text_ = isFirst_ ? "" : "\n";
+  isFirst_ = false;
+  text_ += coloured("task " + std::to_string(number), Colour::cyan, hasColour_) + "\n";
+  const bool isReached = preview.outcome != Outcome::notReached;
+  if (isReached) appendRow("folder", preview.folder, &text_);
+  if (preview.isComposed && !preview.command.program.empty()) {
+    appendRow("chmod", preview.command.program, &text_);
+  }
+  if (preview.isComposed) text_ += "  " + callingText(preview) + "\n";
+  if (preview.outcome == Outcome::starts) {
+    appendRow("run", shellCommand(preview), &text_);
+  } else {
+    const std::string name = coloured(nameOf(preview.outcome).inText, Colour::red, hasColour_);
+    text_ += "  " + name + ": " + indented(isReached ? preview.message : preview.reason) + "\n";
+    if (isReached) text_ += "  reason: " + preview.reason + "\n";
+  }
+  put(text_);
+}
+
+void JsonExpandReport::begin(const std::string& job, const LoadResult& result) {
+  const bool inBytes = !isUtf8(job) || !isUtf8(result.message);
+  const JsonStrings string(inBytes);
+  const bool isLoaded = result.loading == Loading::loaded;
+  Json head;
+  head["format"] = "runlet-job expand";
+  head["version"] = 1;
+  head["job"] = string(job);
+  head["outcome"] = loadingNames[static_cast<std::size_t>(result.loading)];
+  head["message"] = string.orNull(!isLoaded, result.message);
+  head["bytes"] = inBytes;
+  std::string text = head.dump();
+  text.pop_back();  // the closing brace: the tasks follow
+  put(text + ", \"tasks\": [");
+}
+
+void JsonExpandReport::task(std::int32_t number, const Preview& preview) {
+  const bool isReached = preview.outcome != Outcome::notReached;
+  const bool inBytes = !isUtf8Throughout(preview);
+  const JsonStrings string(inBytes);
+  const std::string& program = preview.command.program;
+  Json row;
+  row["task"] = number;
+  row["outcome"] = nameOf(preview.outcome).inJson;
+  row["folder"] = string.orNull(isReached, preview.folder);
+  row["chmod"] = string.orNull(preview.isComposed && !program.empty(), program);
+  row["calling"] = string.orNull(preview.isComposed, callingText(preview));
+  row["commandLine"] = string.orNull(preview.isComposed, preview.command.line);
+  row["argv"] = argumentVector(preview, string);
+  row["message"] = string.orNull(!preview.message.empty(), preview.message);
+  row["reason"] = string.orNull(!preview.reason.empty(), preview.reason);
+  row["bytes"] = inBytes;
+  put((isFirst_ ? "\n " : ",\n ") + row.dump());
+  isFirst_ = false;
+}
+
+void JsonExpandReport::end() {
+  put("\n]}\n");
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,87 @@
+#include "tool/text/shell_quote.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+
+#include "tool/text/utf8.h"
+
+namespace runlet_tool {
+namespace {
+
+// Safe in every place of a command; no "=", which in the first word would be an assignment, and no
+// "~".
+constexpr std::string_view safeCharacters =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+:,./-";
+
+// Of such characters alone, and yet no program's name where a command begins.
+constexpr std::string_view reservedWords[] = {
+    "case",     "coproc", "do", "done",   "elif", "else", "esac",  "fi",   "for",
+    "function", "if",     "in", "select", "then", "time", "until", "while"};
+
+bool isReserved(std::string_view word) {
+  const auto end = std::end(reservedWords);
+  return std::find(std::begin(reservedWords), end, word) != end;
+}
+
+bool isSafe(std::string_view word) {
+  return !word.empty() && word.find_first_not_of(safeCharacters) == std::string_view::npos;
+}
+
+bool isControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+bool needsCodes(std::string_view word) {
+  return std::any_of(word.begin(), word.end(), isControl) || !isUtf8(word);
+}
+
+void appendSingleQuoted(std::string_view word, std::string* line) {
+  *line += '\'';
+  for (const char c : word) {
+    if (c == '\'') {
+      *line += "'\\''";
+    } else {
+      *line += c;
+    }
+  }
+  *line += '\'';
+}
+
+// In three octal digits, so that no digit behind it can become part of the code.
+void appendCode(char c, std::string* line) {
+  char code[5];
+  std::snprintf(code, sizeof code, "\\%03o", static_cast<unsigned>(static_cast<unsigned char>(c)));
+  *line += code;
+}
+
+void appendWithCodes(std::string_view word, std::string* line) {
+  *line += "$'";
+  while (!word.empty()) {
+    const std::size_t length = std::max<std::size_t>(utf8Length(word), 1);
+    const char c = word.front();
+    if (length > 1 || (c >= ' ' && c <= '~' && c != '\'' && c != '\\')) {
+      *line += word.substr(0, length);
+    } else {
+      appendCode(c, line);
+    }
+    word.remove_prefix(length);
+  }
+  *line += '\'';
+}
+
+}  // namespace
+
+void appendShellWord(std::string_view word, std::string* line) {
+  const bool isFirst = line->empty();
+  if (!isFirst) *line += ' ';
+  if (isSafe(word) && !(isFirst && isReserved(word))) {
+    *line += word;
+  } else if (needsCodes(word)) {
+    appendWithCodes(word, line);
+  } else {
+    appendSingleQuoted(word, line);
+  }
+}
+
+}  // namespace runlet_tool

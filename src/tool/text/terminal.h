@@ -1,0 +1,48 @@
+// What is different on a terminal.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+namespace runlet_tool {
+
+// Whether what goes to `stream` may have colours: it is a terminal, and NO_COLOR is not set.
+bool wantsColour(std::FILE* stream);
+
+enum class Colour { none, red, yellow, cyan, green };
+
+// `text` in that colour, if `wanted`.
+std::string coloured(const std::string& text, Colour colour, bool wanted);
+
+// A bar on standard error, if that is a terminal, once the work has gone on for over a second.
+// Wiped away at the end. Nothing may be written to the terminal in the meantime.
+class Progress {
+ public:
+  // `what` stands in front of the bar; `total` is how many steps there are; with 0
+  // there is no bar.
+  Progress(std::string what, std::size_t total);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // To be called for every step, with how many are done.
+  void show(std::size_t done) {
+    if (isTerminal_ && done % stepsPerLook == 0) look(done);
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  static constexpr std::size_t stepsPerLook = 256;
+
+  void look(std::size_t done);
+
+  std::string what_;
+  std::size_t total_;
+  bool isTerminal_;
+  bool isShown_ = false;
+  Clock::time_point next_;  // when it is to be drawn
+};
+
+}  // namespace runlet_tool
