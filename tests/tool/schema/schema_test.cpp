@@ -2,14 +2,15 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <array>
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "process.h"
 #include "temp_folder.h"
+#include "tool_run.h"
 
 namespace runlet_test {
 namespace {
@@ -39,19 +40,14 @@ std::string complaintOfText(const std::string& text) {
 }
 
 TEST(Schema, IsPrintedAsItIsInstalled) {
-  const ProcessResult result = run({RUNLET_JOB, "schema"});
-  EXPECT_EQ(result.output, readFile(schemaPath));
-  EXPECT_EQ(result.error, "");
-  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+  expectTool(runTool({"schema"}), readFile(schemaPath), "", "exit 0");
 }
 
 TEST(Schema, ThatCannotBePrintedIsToldOf) {
-  ProcessOptions options;
-  options.arguments = {RUNLET_JOB, "schema"};
-  options.prepare = [] { openAs(1, "/dev/full", O_WRONLY); };
-  const ProcessResult result = runProcess(options);
-  EXPECT_EQ(result.error, "runlet-job: schema: No space left on device\n");
-  EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+  ProcessOptions options = tool({"schema"});
+  options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
+  expectTool(runProcess(options), "", "runlet-job: cannot write: No space left on device\n",
+             "exit 2");
 }
 
 constexpr char arguments[] = "<Arguments>{/bin/echo %tn}</Arguments>";
