@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "tool/expand/expand_verb.h"
+#include "tool/make/make_verb.h"
 #include "tool/verb.h"
 
 namespace runlet_tool {
@@ -13,6 +14,7 @@ int runCommandLine(int argc, const char* const* argv) {
   app.require_subcommand(1);
   Action action;
   addExpand(&app, &action);
+  addMake(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
