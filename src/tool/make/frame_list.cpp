@@ -6,6 +6,8 @@
 #include <system_error>
 #include <vector>
 
+#include "tool/make/complaint.h"
+
 namespace runlet_tool {
 namespace {
 
@@ -56,7 +58,7 @@ bool readRange(std::string_view text, FrameRange* range, std::string* reason) {
   constexpr char noRange[] = "that is no frame, FIRST-LAST or FIRST-LASTxSTEP";
   const char* fault = parseRange(text, range) ? faultOf(*range) : noRange;
   if (fault != nullptr) {
-    reason->assign("'").append(text).append("': ").append(fault);
+    *reason = shown(std::string(text)) + ": " + fault;
     return false;
   }
   range->last = range->first + (range->count() - 1) * range->step;

@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -70,8 +72,12 @@ CLI::Option* addCommand(CLI::App* verb) {
 // All words of the command. What is left over begins with the "--", or it is not the command's.
 std::vector<std::string> commandOf(const CLI::App& verb, const CLI::Option& first) {
   std::vector<std::string> words = verb.remaining();
-  if (!words.empty() && words.front() != "--") throw CLI::ExtrasError(verb.get_name(), words);
-  if (!words.empty()) words.erase(words.begin());
+  const auto mark = std::find(words.begin(), words.end(), "--");
+  if (mark != words.begin()) {
+    // the library tells them from the last to the first
+    throw CLI::ExtrasError(verb.get_name(), {std::make_reverse_iterator(mark), words.rend()});
+  }
+  if (!words.empty()) words.erase(mark);
   words.insert(words.begin(), first.results().front());
   return words;
 }
@@ -104,7 +110,8 @@ void addMake(CLI::App* app, Action* action) {
   const CLI::Option* command = addCommand(verb);
   verb->get_option("--chunk")->needs("--frames");
   verb->get_option("--tasks")->excludes("--frames");
-  verb->callback([=] {
+  // Right behind the verb's own part of the line: what is wrong there is to be told first.
+  verb->parse_complete_callback([=] {
     MakeOptions options;
     for (std::size_t i = 0; i < rows.size(); ++i) {
       if (*rows[i]) options.*optionRows[i].value = rows[i]->results().front();

@@ -38,9 +38,12 @@ bool taskArrives(const runlet::AdapterContext& job, const CommandWords* words,
   if (!composeCommand(job, taskIndex, &command)) {
     return give("the placeholders of " + task + " cannot be filled in", complaint);
   }
-  if (words == nullptr) return true;
+  const std::vector<std::string> arguments = argumentsOf(command.line);
+  if (arguments.empty() || arguments.front().empty()) {
+    return give(task + " would have no program to execute", complaint);
+  }
   std::vector<std::string> meant;
-  if (words->expand(taskIndex, &meant) && argumentsOf(command.line) == meant) return true;
+  if (words == nullptr || (words->expand(taskIndex, &meant) && arguments == meant)) return true;
   return give(task + " would not get the words of the command", complaint);
 }
 
