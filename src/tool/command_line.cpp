@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tool/check/check_verb.h"
 #include "tool/expand/expand_verb.h"
 #include "tool/make/make_verb.h"
 #include "tool/verb.h"
@@ -14,6 +15,8 @@ int runCommandLine(int argc, const char* const* argv) {
   app.require_subcommand(1);
   Action action;
   addExpand(&app, &action);
+  addCheck(&app, &action);
+  addExplain(&app, &action);
   addMake(&app, &action);
   try {
     app.parse(argc, argv);

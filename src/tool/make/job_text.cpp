@@ -27,7 +27,6 @@ void appendLine(std::string_view name, std::string_view text, std::string* out) 
 }
 
 void appendTexts(const runlet::AdapterContext& job, std::string* out) {
-  appendLine("Arguments", inBraces(job.arguments), out);
   if (!job.workingFolder.empty()) appendLine("WorkingFolder", escapeAlone(job.workingFolder), out);
   if (!job.logFolder.empty()) appendLine("LogFolder", escapeAlone(job.logFolder), out);
   if (!job.outputs.empty()) appendLine("Outputs", escapeAlone(job.outputs), out);
@@ -70,8 +69,9 @@ void appendParams(const runlet::AdapterContext& job, std::string* out) {
 
 }  // namespace
 
-std::string jobText(const runlet::AdapterContext& job) {
+std::string jobText(const runlet::AdapterContext& job, const std::string& argumentTemplate) {
   std::string out = "<Job>\n  <cmdData>\n";
+  appendLine("Arguments", inBraces(argumentTemplate), &out);
   appendTexts(job, &out);
   appendNumbers(job, &out);
   appendTasks(job, &out);

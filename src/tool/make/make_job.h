@@ -3,13 +3,20 @@
 
 #include <string>
 
+#include "tool/check/finding.h"
 #include "tool/make/complaint.h"
 #include "tool/make/job_options.h"
 
 namespace runlet_tool {
 
-// Puts the text of the job file that the options ask for into `*text`. False where there is none,
-// or where its tasks would not all be started as asked.
-bool makeJob(const MakeOptions& options, std::string* text, Complaint* complaint);
+struct MadeJob {
+  std::string text;
+  Report report;  // what check finds in it
+};
+
+// Puts the job file that the options ask for into `*made`. False where there is none, and, with the
+// findings, where check finds an error in it. The findings are about a file called `name`.
+bool makeJob(const MakeOptions& options, const std::string& name, MadeJob* made,
+             Complaint* complaint);
 
 }  // namespace runlet_tool

@@ -10,10 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "tool/check/findings_text.h"
 #include "tool/make/complaint.h"
 #include "tool/make/job_options.h"
 #include "tool/make/make_job.h"
 #include "tool/make/output_file.h"
+#include "tool/text/terminal.h"
 
 namespace runlet_tool {
 namespace {
@@ -87,18 +89,20 @@ int fail(const Complaint& complaint) {
   return complaint.status;
 }
 
-int writeJob(const std::optional<std::string>& path, const std::string& text) {
+int writeJob(const std::optional<std::string>& path, const std::string& name,
+             const std::string& text) {
   const int error = path ? writeFile(*path, text) : writeAll(STDOUT_FILENO, text);
-  if (error == 0) return exitFine;
-  const std::string where = path ? "-o " + shown(*path) : "standard output";
-  return fail({exitUnreadable, where + ": " + std::strerror(error)});
+  return error == 0 ? exitFine : fail({exitUnreadable, name + ": " + std::strerror(error)});
 }
 
 int make(const MakeOptions& options) {
-  std::string text;
+  const std::string name = options.output ? shown(*options.output) : "standard output";
+  MadeJob made;
   Complaint complaint;
-  if (!makeJob(options, &text, &complaint)) return fail(complaint);
-  return writeJob(options.output, text);
+  if (!makeJob(options, name, &made, &complaint)) return fail(complaint);
+  const std::string findings = findingsText(name, made.report, wantsColour(stderr));
+  std::fputs(findings.c_str(), stderr);
+  return writeJob(options.output, name, made.text);
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include "exec/command.h"
 #include "exec/words.h"
 #include "tool/expand/loading.h"
-#include "tool/make/command_words.h"
+#include "tool/make/word_quoting.h"
 
 namespace runlet_tool {
 namespace {
@@ -31,20 +31,12 @@ std::vector<std::string> argumentsOf(std::string line) {
   return arguments;
 }
 
-bool taskArrives(const runlet::AdapterContext& job, const CommandWords* words,
-                 std::int32_t taskIndex, Complaint* complaint) {
-  const std::string task = "task " + std::to_string(taskIndex + 1);
+bool taskArrives(const runlet::AdapterContext& job, const CommandWords& words,
+                 std::int32_t taskIndex) {
   runlet::Command command;
-  if (!composeCommand(job, taskIndex, &command)) {
-    return give("the placeholders of " + task + " cannot be filled in", complaint);
-  }
-  const std::vector<std::string> arguments = argumentsOf(command.line);
-  if (arguments.empty() || arguments.front().empty()) {
-    return give(task + " would have no program to execute", complaint);
-  }
   std::vector<std::string> meant;
-  if (words == nullptr || (words->expand(taskIndex, &meant) && arguments == meant)) return true;
-  return give(task + " would not get the words of the command", complaint);
+  return composeCommand(job, taskIndex, &command) && words.expand(taskIndex, &meant) &&
+         argumentsOf(command.line) == meant;
 }
 
 }  // namespace
@@ -57,10 +49,11 @@ bool arrivesAsMeant(const std::string& path, const runlet::AdapterContext& meant
   if (result.loading != Loading::loaded) return give(result.message, complaint);
   if (!sameJob(loaded, meant)) return give("the job would not arrive as it is meant", complaint);
   const CommandWords commandWords(words, meant);
-  const CommandWords* expected = words.size() > 1 ? &commandWords : nullptr;
-  const auto taskCount = static_cast<std::int32_t>(loaded.taskList.size());
+  const auto taskCount = static_cast<std::int32_t>(words.size() > 1 ? loaded.taskList.size() : 0);
   for (std::int32_t task = 0; task < taskCount; ++task) {
-    if (!taskArrives(loaded, expected, task, complaint)) return false;
+    if (taskArrives(loaded, commandWords, task)) continue;
+    return give("task " + std::to_string(task + 1) + " would not get the words of the command",
+                complaint);
   }
   return true;
 }

@@ -10,8 +10,8 @@
 namespace runlet_tool {
 
 // Whether the job file at `path` is loaded as `meant`, except for the template, and each of its
-// tasks then has a program to execute, and exactly the `words` of the command, expanded, for an
-// argument vector. A single word is a template by itself, which may come to any number of words.
+// tasks then has exactly the `words` of the command, expanded, for an argument vector. A single
+// word is a template by itself, which may come to any number of words.
 //
 // `meant` has the words for its `arguments`, with a space in between.
 bool arrivesAsMeant(const std::string& path, const runlet::AdapterContext& meant,

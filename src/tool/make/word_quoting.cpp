@@ -1,4 +1,4 @@
-#include "tool/make/command_words.h"
+#include "tool/make/word_quoting.h"
 
 #include "job/fill_in.h"
 
