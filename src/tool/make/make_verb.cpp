@@ -89,10 +89,11 @@ int fail(const Complaint& complaint) {
   return complaint.status;
 }
 
-int writeJob(const std::optional<std::string>& path, const std::string& name,
-             const std::string& text) {
+int writeJob(const std::optional<std::string>& path, const std::string& text) {
   const int error = path ? writeFile(*path, text) : writeAll(STDOUT_FILENO, text);
-  return error == 0 ? exitFine : fail({exitUnreadable, name + ": " + std::strerror(error)});
+  if (error == 0) return exitFine;
+  const std::string where = path ? "-o " + shown(*path) : "standard output";
+  return fail({exitUnreadable, where + ": " + std::strerror(error)});
 }
 
 int make(const MakeOptions& options) {
@@ -102,7 +103,7 @@ int make(const MakeOptions& options) {
   if (!makeJob(options, name, &made, &complaint)) return fail(complaint);
   const std::string findings = findingsText(name, made.report, wantsColour(stderr));
   std::fputs(findings.c_str(), stderr);
-  return writeJob(options.output, name, made.text);
+  return writeJob(options.output, made.text);
 }
 
 }  // namespace
