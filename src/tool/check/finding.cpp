@@ -19,7 +19,7 @@ std::string TaskNumbers::text(const char* separator) const {
   for (const Range& range : ranges_) {
     if (!text.empty()) text += separator;
     text += std::to_string(range.first);
-    if (range.last != range.first) text += "-" + std::to_string(range.last);
+    if (range.last != range.first) text.append("-").append(std::to_string(range.last));
   }
   return text;
 }

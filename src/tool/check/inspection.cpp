@@ -11,24 +11,19 @@ namespace {
 
 constexpr std::size_t excerptLength = 60;  // characters
 
-struct Limit {
-  RuleId rule;
-  Place place;
-};
-
 // The library's own complaints have a place; what keeps the file from being read at all has none.
 void findLoadError(const TiXmlDocument& document, const std::string& message, Report* report) {
-  const bool isXml = document.ErrorRow() > 0;
-  const Rule& rule = ruleOf(isXml ? RuleId::notXml : RuleId::unreadable);
-  const Place place = isXml ? Place{document.ErrorRow(), document.ErrorCol()} : Place{};
+  const bool isOfLibrary = document.Error();
+  const Rule& rule = ruleOf(isOfLibrary ? RuleId::notXml : RuleId::unreadable);
+  const Place place = isOfLibrary ? Place{document.ErrorRow(), document.ErrorCol()} : Place{};
   report->isReadable = false;
   report->findings.push_back(
       {&rule,
        place,
        "",
        "The adapter refuses the request with: " + message,
-       isXml ? "Correct the XML; the mistake may be some way in front of this place."
-             : "Give the path of a job file that the adapter can read.",
+       isOfLibrary ? "Correct the XML; the mistake may be some way in front of this place."
+                   : "Give the path of a job file that the adapter can read.",
        {}});
 }
 

@@ -10,16 +10,11 @@ namespace {
 
 constexpr char whiteSpace[] = " \t\n\v\f\r";
 
-// Whether a node holds text that somebody may miss.
-bool holdsText(const TiXmlNode& node) {
-  return node.ToText() != nullptr;
-}
-
-const TiXmlText* hiddenText(const TiXmlElement& element) {
+bool hasText(const TiXmlElement& element) {
   for (const TiXmlNode* node = element.FirstChild(); node != nullptr; node = node->NextSibling()) {
-    if (holdsText(*node)) return node->ToText();
+    if (node->ToText() != nullptr) return true;
   }
-  return nullptr;
+  return false;
 }
 
 void findCutOff(const TiXmlNode& node, const std::string& name, Inspection* inspection) {
@@ -149,7 +144,7 @@ const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection)
   if (element == nullptr || element->FirstChild() == nullptr) return nullptr;
   const TiXmlNode* first = element->FirstChild();
   if (first->ToText() == nullptr) {
-    if (hiddenText(*element) != nullptr) findHidden(*element, inspection);
+    if (hasText(*element)) findHidden(*element, inspection);
     return nullptr;
   }
   const TiXmlNode* second = first->NextSibling();

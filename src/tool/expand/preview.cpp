@@ -108,7 +108,7 @@ bool compose(const AdapterContext& context, std::int32_t index, Preview* preview
     return false;
   }
   if (!preview->isComposed) {
-    decide(preview, Outcome::refused, withoutLineEnd(runlet::fillInFailedText),
+    decide(preview, Outcome::refused, withoutLineEnd("%s", runlet::fillInFailedText),
            fillInReason(*preview, context));
     return false;
   }
