@@ -7,6 +7,7 @@
 
 #include "tool/check/check_verb.h"
 #include "tool/expand/expand_verb.h"
+#include "tool/make/make_verb.h"
 #include "tool/schema/schema_verb.h"
 #include "tool/verb.h"
 
@@ -51,6 +52,7 @@ int runCommandLine(int argc, const char* const* argv) {
   addCheck(&app, &action);
   addExplain(&app, &action);
   addSchema(&app, &action);
+  addMake(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
