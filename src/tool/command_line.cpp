@@ -51,8 +51,8 @@ int runCommandLine(int argc, const char* const* argv) {
   addExpand(&app, &action);
   addCheck(&app, &action);
   addExplain(&app, &action);
-  addSchema(&app, &action);
   addMake(&app, &action);
+  addSchema(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
