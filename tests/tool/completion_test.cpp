@@ -41,8 +41,12 @@ class Completion : public testing::Test {
 
   // What is proposed for the last of `words`, which stand behind the program.
   std::string proposalsFor(const std::vector<std::string>& words) const {
+    return proposalsOf(program_, words);
+  }
+
+  std::string proposalsOf(const std::string& program, const std::vector<std::string>& words) const {
     ProcessOptions options;
-    options.arguments = {"/bin/bash", "--norc", "-c", script, "test", file(), program_};
+    options.arguments = {"/bin/bash", "--norc", "-c", script, "test", file(), program};
     options.arguments.insert(options.arguments.end(), words.begin(), words.end());
     options.folder = folder_.path();
     const ProcessResult result = runProcess(options);
@@ -112,6 +116,11 @@ TEST_F(Completion, ProposesWhatMayStandThere) {
   for (const Row& row : rows) {
     EXPECT_EQ(proposalsFor(row.words), row.proposals) << joined(row.words);
   }
+}
+
+TEST_F(Completion, ProposesTheCodesOfTheProgramItself) {
+  EXPECT_EQ(proposalsOf(RUNLET_JOB, {"explain", "RJ06"}),
+            "RJ060\nRJ061\nRJ062\nRJ063\nRJ064\nRJ065\nRJ066\nRJ067\nRJ068\n");
 }
 
 }  // namespace
