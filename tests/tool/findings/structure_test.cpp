@@ -70,6 +70,7 @@ TEST_F(StructureFindings, RJ009RepeatedElement) {
 
 TEST_F(StructureFindings, RJ010UnknownElement) {
   expectFound({{"RJ010", "warning", 4, 5, "<workingFolder>", ""}});
+  expectTold("<WorkingFolder>");
   expectBad(called("/bin/pwd") + folder() + "\n");
   runFolder_ = "/tmp";
   expectMended(called("/bin/pwd") + "/tmp\n");

@@ -43,11 +43,13 @@ TEST_F(TemplateFindings, RJ062ParameterNumberBeyondTheValues) {
 // The 4 takes in the 1 of 01, and the field is filled up to 41 characters.
 TEST_F(TemplateFindings, RJ063WidthTakesInEarlierDigits) {
   expectFound({{"RJ063", "warning", 3, 32, "%4tp1", "all"}});
+  expectTold("it is 41 ");
   expectEchoed("01 " + std::string(40, '0') + "7", "01 7");
 }
 
 TEST_F(TemplateFindings, RJ064TaskNumberTooWide) {
   expectFound({{"RJ064", "warning", 3, 27, "%32tn", "all"}});
+  expectTold("width of 32");
   expectEchoed(std::string(31, '0'), "0001");
 }
 
@@ -70,6 +72,7 @@ TEST_F(TemplateFindings, RJ067TooManyDigits) {
 
 TEST_F(TemplateFindings, RJ068NumberBeyond32Bits) {
   expectFound({{"RJ068", "warning", 3, 27, "%tp4294967297", "all"}});
+  expectTold("which is 1.");
   expectEchoed("dawn", "dawn");
 }
 

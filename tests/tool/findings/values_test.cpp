@@ -80,6 +80,7 @@ TEST_F(ValueFindings, RJ027EmptyNumber) {
 
 TEST_F(ValueFindings, RJ028RubbishBehindANumber) {
   expectFound({{"RJ028", "warning", 4, 19, ".5", ""}});
+  expectTold("value is 1.");
   expectInTime(bad, 60000);
   expectTimeOut(bad, 60001);
   expectInTime(mended, 90000);
@@ -92,6 +93,7 @@ TEST_F(ValueFindings, RJ029NumberWithoutDigitsIsZero) {
 
 TEST_F(ValueFindings, RJ030NumberBeyond32Bits) {
   expectFound({{"RJ030", "warning", 4, 18, "4294967297", ""}});
+  expectTold("value is 1.");
   expectInTime(bad, 60000);
   expectTimeOut(bad, 60001);
   expectInTime(mended, 60001);
@@ -99,11 +101,14 @@ TEST_F(ValueFindings, RJ030NumberBeyond32Bits) {
 
 TEST_F(ValueFindings, RJ031UmaskLooksOctal) {
   expectFound({{"RJ031", "warning", 7, 12, "022", ""}});
+  expectTold("octal 026");
+  expectTold("Write 18 ");
   expectMasks("0026", "0022");
 }
 
 TEST_F(ValueFindings, RJ032UmaskOutOfRange) {
   expectFound({{"RJ032", "warning", 7, 12, "530", ""}});
+  expectTold("octal 022");
   expectMasks("0022", "0022");
 }
 
@@ -152,6 +157,7 @@ TEST_F(ValueFindings, RJ038NoTimeLimit) {
 // 71583 minutes are 12704 milliseconds more than 2^32.
 TEST_F(ValueFindings, RJ039TimeLimitWraps) {
   expectFound({{"RJ039", "warning", 4, 18, "71583", ""}});
+  expectTold("12704 milliseconds");
   expectInTime(bad, 12704);
   expectTimeOut(bad, 12705);
   expectInTime(mended, 12705);

@@ -196,6 +196,12 @@ void Findings::expectCheck(const std::string& sample, const std::vector<Found>& 
   expectResult(check(sample, {"--strict"}), inWords(job), "", statusFor(findings, true));
 }
 
+void Findings::expectTold(const std::string& text) {
+  writeSample(bad, sampleId, sampleId);
+  const std::string output = check(bad, {}).output;
+  EXPECT_NE(output.find(text), std::string::npos) << text << "\n" << output;
+}
+
 Summary Findings::summaryOf(const std::string& sample) const {
   writeSample(sample, sampleId, sampleId);
   const ProcessResult result = check(sample, {"--json"});

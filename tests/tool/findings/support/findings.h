@@ -48,6 +48,10 @@ class Findings : public AdapterTest {
   void expectFound(const std::vector<Found>& findings);
   void expectCheck(const std::string& sample, const std::vector<Found>& findings);
 
+  // What is said of the bad job file holds this text: the value that is really taken, or what to
+  // write.
+  void expectTold(const std::string& text);
+
   Summary summaryOf(const std::string& sample) const;
 
   // What the adapter writes for all tasks of the job, as expectResult has it.
