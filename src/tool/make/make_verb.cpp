@@ -1,7 +1,5 @@
 #include "tool/make/make_verb.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -89,11 +87,12 @@ int fail(const Complaint& complaint) {
   return complaint.status;
 }
 
+// Whether standard output took it all is looked at when the program ends.
 int writeJob(const std::optional<std::string>& path, const std::string& text) {
-  const int error = path ? writeFile(*path, text) : writeAll(STDOUT_FILENO, text);
+  if (!path) std::fwrite(text.data(), 1, text.size(), stdout);
+  const int error = path ? writeFile(*path, text) : 0;
   if (error == 0) return exitFine;
-  const std::string where = path ? "-o " + shown(*path) : "standard output";
-  return fail({exitUnreadable, where + ": " + std::strerror(error)});
+  return fail({exitUnreadable, "-o " + shown(*path) + ": " + std::strerror(error)});
 }
 
 int make(const MakeOptions& options) {

@@ -229,17 +229,18 @@ TEST_F(Make, RefusesWhatCheckFindsAnErrorIn) {
 }
 
 TEST_F(Make, NeedsACommandLineThatIsRight) {
-  const std::string help = "\nRun with --help for more information.\n";
-  expectRefused({}, "COMMAND is required" + help, 2);
-  expectRefused({"--"}, "COMMAND is required" + help, 2);
-  expectRefused({"run", "now"}, "The following argument was not expected: now" + help, 2);
-  expectRefused({"--frame", "1", "--", "run"},
-                "The following argument was not expected: --frame" + help, 2);
-  expectRefused({"--chunk", "2", "--", "run"}, "--chunk requires --frames" + help, 2);
-  expectRefused({"--frames", "1", "--tasks", "x", "--", "run"}, "--frames excludes --tasks" + help,
+  const std::string help = "\nSee: runlet-job --help\n";
+  expectRefused({}, "runlet-job: COMMAND is required" + help, 2);
+  expectRefused({"--"}, "runlet-job: COMMAND is required" + help, 2);
+  expectRefused({"run", "now"}, "runlet-job: The following argument was not expected: now" + help,
                 2);
+  expectRefused({"--frame", "1", "--", "run"},
+                "runlet-job: The following argument was not expected: --frame" + help, 2);
+  expectRefused({"--chunk", "2", "--", "run"}, "runlet-job: --chunk requires --frames" + help, 2);
+  expectRefused({"--frames", "1", "--tasks", "x", "--", "run"},
+                "runlet-job: --frames excludes --tasks" + help, 2);
   expectRefused({"--umask", "0", "--umask", "0", "--", "run"},
-                "--umask: At Most 1 required but received 2" + help, 2);
+                "runlet-job: --umask: At Most 1 required but received 2" + help, 2);
 }
 
 TEST_F(Make, TellsAFileThatCannotBeRead) {
@@ -269,7 +270,7 @@ TEST_F(Make, LeavesTheFileAsItWasWhenAWriteFails) {
 TEST_F(Make, TellsThatTheOutputIsFull) {
   const ProcessResult result =
       make({"--", "run"}, [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); });
-  EXPECT_EQ(result.error, "runlet-job: make: standard output: No space left on device\n");
+  EXPECT_EQ(result.error, "runlet-job: cannot write: No space left on device\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
