@@ -7,6 +7,8 @@
 
 #include "tool/check/check_verb.h"
 #include "tool/expand/expand_verb.h"
+#include "tool/make/make_verb.h"
+#include "tool/schema/schema_verb.h"
 #include "tool/verb.h"
 
 namespace runlet_tool {
@@ -49,6 +51,8 @@ int runCommandLine(int argc, const char* const* argv) {
   addExpand(&app, &action);
   addCheck(&app, &action);
   addExplain(&app, &action);
+  addMake(&app, &action);
+  addSchema(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

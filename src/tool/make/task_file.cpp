@@ -1,0 +1,77 @@
+#include "tool/make/task_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "job/fill_in.h"
+#include "tool/text/xml_text.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+
+// Yields 0, or the error number.
+int readWhole(const std::string& path, std::string* text) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"),
+                                                             std::fclose);
+  if (file == nullptr) return errno;
+  char piece[65536];
+  for (std::size_t count = 1; count != 0;) {
+    count = std::fread(piece, 1, sizeof piece, file.get());
+    text->append(piece, count);
+  }
+  return std::ferror(file.get()) == 0 ? 0 : errno;
+}
+
+// Takes the first line off `*text`, without its line end.
+std::string takeLine(std::string_view* text) {
+  const std::size_t end = text->find('\n');
+  std::string_view line = text->substr(0, end);
+  text->remove_prefix(end == std::string_view::npos ? text->size() : end + 1);
+  if (end != std::string_view::npos && line.ends_with('\r')) line.remove_suffix(1);
+  return std::string(line);
+}
+
+bool appendLine(const std::string& place, const std::string& line, runlet::StringList* tasks,
+                Complaint* complaint) {
+  const std::string obstacle = taskObstacle(line);
+  if (!obstacle.empty()) return complain(place, line, obstacle, complaint);
+  tasks->push_back(line);
+  return true;
+}
+
+bool appendLines(const std::string& path, std::string_view text, runlet::StringList* tasks,
+                 Complaint* complaint) {
+  if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+  if (text.empty()) return complain("--tasks", path, "no line, so no task", complaint);
+  for (std::size_t number = 1; !text.empty(); ++number) {
+    const std::string place = path + ":" + std::to_string(number) + ":";
+    if (!appendLine(place, takeLine(&text), tasks, complaint)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::string taskObstacle(std::string_view entry) {
+  if (entry.empty()) return "an empty line is no task";
+  if (entry.ends_with('\t')) return "the last field is empty and would read as \"Undefined\"";
+  if (entry.size() >= runlet::maxLookupLength) {
+    return std::to_string(entry.size()) + " bytes are too long, 1999 is the most";
+  }
+  if (entry.find('\r') != std::string_view::npos) return "CR in the middle of a line";
+  return xmlObstacle(entry);
+}
+
+bool readTaskFile(const std::string& path, runlet::StringList* tasks, Complaint* complaint) {
+  std::string text;
+  const int error = readWhole(path, &text);
+  if (error == 0) return appendLines(path, text, tasks, complaint);
+  complaint->status = exitUnreadable;
+  return complain("--tasks", path, std::strerror(error), complaint);
+}
+
+}  // namespace runlet_tool

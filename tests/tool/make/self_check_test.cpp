@@ -1,0 +1,84 @@
+// What make would find in a job file that is not what it meant.
+
+#include "tool/make/self_check.h"
+
+#include <gtest/gtest.h>
+
+#include "temp_folder.h"
+#include "tool/make/job_text.h"
+
+namespace runlet_tool {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+runlet::AdapterContext meantJob() {
+  runlet::AdapterContext job;
+  job.arguments = "run a b %tp1";
+  job.workingFolder = "/srv";
+  job.logFolder = "/log";
+  job.outputs = "/out";
+  job.taskNameIdx = 1;
+  job.taskTimeout = 2;
+  job.uid = 3;
+  job.gid = 4;
+  job.umask = 5;
+  job.taskList.assign({"x", "y"});
+  job.paramNames.assign({"n"});
+  job.paramValues.assign({"v"});
+  return job;
+}
+
+// What is found where `written` was meant to be meantJob() with those words.
+std::string foundIn(const runlet::AdapterContext& written, const std::string& argumentTemplate,
+                    const Strings& words) {
+  const runlet_test::TempFolder folder;
+  const std::string path = folder.write("job.xml", jobText(written, argumentTemplate));
+  Complaint complaint;
+  const bool arrives = arrivesAsMeant(path, meantJob(), words, &complaint);
+  EXPECT_EQ(arrives, complaint.text.empty());
+  return complaint.text;
+}
+
+TEST(SelfCheck, ComparesTheWords) {
+  const runlet::AdapterContext job = meantJob();
+  const std::string first = "task 1 would not get the words of the command";
+  EXPECT_EQ(foundIn(job, "run a b %tp1", {"run", "a", "b", "%tp1"}), "");
+  EXPECT_EQ(foundIn(job, "run \"a b\" %tp1", {"run", "a b", "%tp1"}), "");
+  EXPECT_EQ(foundIn(job, "run a b %tp1", {"run", "a b", "%tp1"}), first);
+  EXPECT_EQ(foundIn(job, "run a b", {"run", "a", "b", "%tp1"}), first);
+  EXPECT_EQ(foundIn(job, "run a b %tx", {"run", "a", "b", "%tp1"}), first);
+  EXPECT_EQ(foundIn(job, "run a b x", {"run", "a", "b", "%tp1"}),
+            "task 2 would not get the words of the command");
+  EXPECT_EQ(foundIn(job, "anything", {"run a b %tp1"}), "");
+}
+
+TEST(SelfCheck, ComparesTheFields) {
+  using Change = void (*)(runlet::AdapterContext * job);
+  constexpr Change changes[] = {
+      [](runlet::AdapterContext* job) { job->workingFolder = "/srv2"; },
+      [](runlet::AdapterContext* job) { job->logFolder = ""; },
+      [](runlet::AdapterContext* job) { job->outputs = "/else"; },
+      [](runlet::AdapterContext* job) { job->taskNameIdx = 0; },
+      [](runlet::AdapterContext* job) { job->taskTimeout = 0; },
+      [](runlet::AdapterContext* job) { job->uid = 0; },
+      [](runlet::AdapterContext* job) { job->gid = 0; },
+      [](runlet::AdapterContext* job) { job->umask = 0; },
+      [](runlet::AdapterContext* job) { job->redirectStderr = false; },
+      [](runlet::AdapterContext* job) { job->taskList.pop_back(); },
+      [](runlet::AdapterContext* job) { job->paramNames.front() = "other"; },
+      [](runlet::AdapterContext* job) { job->paramValues.front() = "other"; },
+  };
+  for (const Change change : changes) {
+    runlet::AdapterContext job = meantJob();
+    change(&job);
+    EXPECT_EQ(foundIn(job, "x", {"x"}), "the job would not arrive as it is meant");
+  }
+}
+
+TEST(SelfCheck, TellsWhatTheAdapterWouldSay) {
+  EXPECT_EQ(foundIn(meantJob(), "", {"x"}), "Runlet adapter: Strip brace failed.");
+}
+
+}  // namespace
+}  // namespace runlet_tool
