@@ -218,27 +218,35 @@ void findTooLong(std::int32_t number, Inspection* inspection) {
               "read.");
 }
 
+void findMissingValue(std::string_view placeholder, std::int32_t number, Inspection* inspection) {
+  const AdapterContext& context = inspection->context;
+  const auto offset = static_cast<std::size_t>(placeholder.data() - context.arguments.data());
+  if (isFoundForTask(inspection, RuleId::missingValue, offset, number)) return;
+  findForTask(inspection, RuleId::missingValue, offset, number,
+              placeInTemplate(*inspection, offset), placeholder,
+              "There are " + quantity(context.paramNames.size(), "parameter name") + " but " +
+                  quantity(context.paramValues.size(), "value") + "; the adapter ends abnormally.",
+              "Give every Param a Value behind its Name; an empty one is written {}.");
+}
+
+void findNoSpace(std::int32_t number, Inspection* inspection) {
+  if (isFoundForTask(inspection, RuleId::noSpace, noOffset, number)) return;
+  findForTask(
+      inspection, RuleId::noSpace, noOffset, number, placeInTemplate(*inspection, 0),
+      inspection->context.arguments,
+      "With an application path (-a) the expanded line has to hold a space; without one the "
+      "adapter ends abnormally.",
+      "Give the program an argument.");
+}
+
 void findRaised(const Preview& preview, std::int32_t number, Inspection* inspection) {
   const std::string& argumentTemplate = inspection->context.arguments;
   const std::string_view placeholder = raisingPlaceholder(preview.uses, argumentTemplate);
-  const std::size_t offset =
-      placeholder.empty() ? noOffset
-                          : static_cast<std::size_t>(placeholder.data() - argumentTemplate.data());
-  const RuleId rule = placeholder.empty() ? RuleId::noSpace : RuleId::missingValue;
-  if (isFoundForTask(inspection, rule, offset, number)) return;
-  const bool isMissing = !placeholder.empty();
-  findForTask(
-      inspection, rule, offset, number, placeInTemplate(*inspection, isMissing ? offset : 0),
-      isMissing ? placeholder : std::string_view(argumentTemplate),
-      isMissing
-          ? "There are " + std::to_string(inspection->context.paramNames.size()) +
-                " names of parameters but " +
-                std::to_string(inspection->context.paramValues.size()) +
-                " values; the adapter ends abnormally."
-          : "With an application path (-a) the expanded line has to hold a space; without one "
-            "the adapter ends abnormally.",
-      isMissing ? "Give every Param a Value behind its Name; an empty one is written {}."
-                : "Give the program an argument.");
+  if (placeholder.empty()) {
+    findNoSpace(number, inspection);
+  } else {
+    findMissingValue(placeholder, number, inspection);
+  }
 }
 
 void inspectFailure(const Preview& preview, std::int32_t number, Inspection* inspection) {

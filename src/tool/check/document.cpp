@@ -203,7 +203,7 @@ void inspectFolders(const TiXmlNode& cmdData, Inspection* inspection) {
   for (const char* name : {"WorkingFolder", "LogFolder", "Outputs"}) {
     const TiXmlText* node = textNodeOf(cmdData.FirstChildElement(name), inspection);
     if (node == nullptr) continue;
-    inspectWhiteSpace(*node, TextKind::plain, 0, inspection);
+    inspectWriting(*node, TextKind::plain, 0, inspection);
     if (!inspection->workingFolder.has_value() && std::string_view(name) == "WorkingFolder") {
       inspection->workingFolder = placeOf(*node);
     }

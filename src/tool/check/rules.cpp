@@ -77,6 +77,11 @@ const std::vector<Rule>& allRules() {
        "for "
        "the element; it has no content.\n"
        "Write something more into the comment, as <!-- the JobParams -->."},
+      {RuleId::droppedAmpersand, warning, "an & is dropped",
+       "An & begins a reference, such as &amp; or &#9;. One that does not is dropped without a "
+       "word, and "
+       "what follows it stays: a && b arrives as a  b, and &foo; as foo;.\n"
+       "Write &amp; for an &."},
       {RuleId::noBraces, error, "a text has no usable braces",
        "The texts of Arguments and Params stand in braces: what counts is between the first { and "
        "the last }. When one of them is missing or nothing stands between them, the adapter "

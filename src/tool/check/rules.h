@@ -26,6 +26,7 @@ enum class RuleId {
   strayText = 11,
   cutOffText = 12,
   takenForElement = 13,
+  droppedAmpersand = 14,
   noBraces = 20,
   reversedBraces = 21,
   outsideBraces = 22,

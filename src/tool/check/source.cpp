@@ -13,8 +13,9 @@ constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view cdataStart = "<![CDATA[";
 constexpr char whiteSpace[] = " \t\n\v\f\r";
 
-constexpr std::size_t excerptLength = 60;  // characters
-constexpr std::size_t marked = 1024;       // bytes of a line from one mark to the next
+constexpr std::size_t excerptLength = 60;     // characters
+constexpr std::size_t longestReference = 64;  // bytes, beyond which none is looked for
+constexpr std::size_t marked = 1024;          // bytes of a line from one mark to the next
 
 // As the XML library has it.
 bool isWhiteSpace(char c) {
@@ -37,16 +38,25 @@ struct Step {
   std::size_t inText;  // bytes of what becomes of them
 };
 
-Step referenceStep(std::string_view rest) {
-  const std::size_t end = rest.find(';');
-  if (end == std::string_view::npos) return {1, 1};
-  if (rest.size() < 3 || rest[1] != '#') {
-    const bool isNamed = rest.substr(1, end - 1).find_first_of("& <\n") == std::string_view::npos;
-    return {isNamed && end < 6 ? end + 1 : 1, 1};
+// How long the reference at the start of `rest` is; 0 when the & is not one.
+std::size_t referenceLength(std::string_view rest) {
+  constexpr std::string_view names[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"};
+  for (const std::string_view name : names) {
+    if (rest.starts_with(name)) return name.size();
   }
-  const bool isHex = rest[2] == 'x';
-  const std::string digits(rest.substr(isHex ? 3 : 2, end - (isHex ? 3 : 2)));
-  return {end + 1, lengthInUtf8(std::strtoul(digits.c_str(), nullptr, isHex ? 16 : 10))};
+  const std::size_t end = rest.find(';');
+  const bool isNumber = rest.starts_with("&#") && end != std::string_view::npos;
+  return isNumber ? end + 1 : 0;
+}
+
+Step referenceStep(std::string_view rest) {
+  const std::size_t length = referenceLength(rest);
+  if (length == 0) return {1, 0};
+  if (rest[1] != '#') return {length, 1};
+  const std::size_t digits = rest[2] == 'x' ? 3 : 2;
+  const std::string number(rest.substr(digits, length - 1 - digits));
+  const unsigned long code = std::strtoul(number.c_str(), nullptr, digits == 3 ? 16 : 10);
+  return {length, lengthInUtf8(code)};
 }
 
 Step stepAt(std::string_view rest) {
@@ -64,6 +74,7 @@ Step stepAt(std::string_view rest) {
 Source::Source(std::string text) : text_(std::move(text)) {
   markLines();
   findCondensed();
+  findBareAmpersands();
 }
 
 void Source::markLines() {
@@ -153,6 +164,18 @@ std::vector<std::string_view> Source::condensedWithin(std::size_t begin, std::si
     runs.emplace_back(first, std::find_if_not(first, text_.end(), isWhiteSpace));
   }
   return runs;
+}
+
+void Source::findBareAmpersands() {
+  const std::string_view all = text_;
+  for (std::size_t at = all.find('&'); at != std::string_view::npos; at = all.find('&', at + 1)) {
+    if (referenceLength(all.substr(at, longestReference)) == 0) bareAmpersands_.push_back(at);
+  }
+}
+
+std::size_t Source::bareAmpersandWithin(std::size_t begin, std::size_t end) const {
+  const auto found = std::lower_bound(bareAmpersands_.begin(), bareAmpersands_.end(), begin);
+  return found != bareAmpersands_.end() && *found < end ? *found : std::string::npos;
 }
 
 std::size_t Source::endOfText(std::size_t offset) const {

@@ -55,8 +55,12 @@ class Source {
   // one.
   std::vector<std::string_view> condensedWithin(std::size_t begin, std::size_t end) const;
 
-  bool hasCondensed() const {
-    return !condensed_.empty();
+  // Where in [begin, end) the first & stands that begins no reference; npos when there is none.
+  std::size_t bareAmpersandWithin(std::size_t begin, std::size_t end) const;
+
+  // Whether there is anything that the two above may find.
+  bool hasOddWriting() const {
+    return !condensed_.empty() || !bareAmpersands_.empty();
   }
 
   // Where the text at `offset` ends: at the next markup, or the end of the file.
@@ -75,12 +79,14 @@ class Source {
   void markLines();
   void markWithin(std::size_t end);
   void findCondensed();
+  void findBareAmpersands();
   std::size_t endOf(const TiXmlNode& node) const;
 
   std::string text_;
   // The beginning of every line, and points inside of long ones, which are not to be counted
   // through from their beginning every time.
   std::vector<Mark> marks_;
+  std::vector<std::size_t> bareAmpersands_;
   std::vector<std::size_t> condensed_;  // where each run of white space inside a text begins
 };
 

@@ -51,18 +51,22 @@ Region regionOf(const Source& source, const TiXmlText& text, TextKind kind) {
   return {begin + first, begin + last};
 }
 
-struct WhiteSpaceRow {
+struct WritingRow {
   RuleId rule;
   const char* why;
   const char* instead;
 };
 
-constexpr WhiteSpaceRow typedTab = {
+constexpr WritingRow typedTab = {
     RuleId::typedTab, "A TAB that is typed arrives as a space, so it does not separate fields.",
     "Write &#9; for the TAB between two fields."};
 
+constexpr WritingRow bareAmpersand = {
+    RuleId::droppedAmpersand, "An & that begins no reference is dropped; what follows it stays.",
+    "Write &amp; for an &."};
+
 // In the order of TextKind.
-constexpr WhiteSpaceRow condensedRows[] = {
+constexpr WritingRow condensedRows[] = {
     {RuleId::condensedSpace, "This white space arrives as a single space.",
      "Write a single space, or &#32; for every one that is to be kept."},
     {RuleId::condensedTemplate, "This white space arrives as a single space.",
@@ -82,15 +86,40 @@ std::string named(std::string_view run) {
   return text;
 }
 
-void findWhiteSpace(const WhiteSpaceRow& row, std::string_view run, std::int32_t number,
-                    Inspection* inspection) {
-  const auto offset = static_cast<std::size_t>(run.data() - inspection->source->text().data());
+std::size_t offsetOf(std::string_view part, const Source& source) {
+  return static_cast<std::size_t>(part.data() - source.text().data());
+}
+
+void findWriting(const WritingRow& row, const std::string& text, std::size_t offset,
+                 std::int32_t number, Inspection* inspection) {
+  if (number != 0 && isFoundForTask(inspection, row.rule, noOffset, number)) return;
   const Place place = inspection->source->placeOf(offset);
   if (number == 0) {
-    find(inspection, row.rule, place, named(run), row.why, row.instead);
-  } else if (!isFoundForTask(inspection, row.rule, noOffset, number)) {
-    findForTask(inspection, row.rule, noOffset, number, place, named(run), row.why, row.instead);
+    find(inspection, row.rule, place, text, row.why, row.instead);
+  } else {
+    findForTask(inspection, row.rule, noOffset, number, place, text, row.why, row.instead);
   }
+}
+
+// The first TAB and the first other run of each kind.
+void inspectWhiteSpace(const Region& region, TextKind kind, std::int32_t number,
+                       Inspection* inspection) {
+  bool isTabFound = false;
+  bool isOtherFound = false;
+  for (const std::string_view run : inspection->source->condensedWithin(region.begin, region.end)) {
+    const bool isTab = kind == TextKind::fields && run.find('\t') != std::string_view::npos;
+    bool& isFound = isTab ? isTabFound : isOtherFound;
+    if (isFound) continue;
+    isFound = true;
+    const WritingRow& row = isTab ? typedTab : condensedRows[static_cast<std::size_t>(kind)];
+    findWriting(row, named(run), offsetOf(run, *inspection->source), number, inspection);
+  }
+}
+
+void inspectAmpersand(const Region& region, std::int32_t number, Inspection* inspection) {
+  const std::size_t at = inspection->source->bareAmpersandWithin(region.begin, region.end);
+  if (at == std::string::npos) return;
+  findWriting(bareAmpersand, "&", at, number, inspection);
 }
 
 struct Dropped {
@@ -151,26 +180,17 @@ const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection)
   return first->ToText();
 }
 
-void inspectWhiteSpace(const TiXmlText& text, TextKind kind, std::int32_t number,
-                       Inspection* inspection) {
-  const Source& source = *inspection->source;
-  if (text.CDATA() || !source.hasCondensed()) return;
-  const Region region = regionOf(source, text, kind);
-  bool isTabFound = false;
-  bool isOtherFound = false;
-  for (const std::string_view run : source.condensedWithin(region.begin, region.end)) {
-    const bool isTab = kind == TextKind::fields && run.find('\t') != std::string_view::npos;
-    bool& isFound = isTab ? isTabFound : isOtherFound;
-    if (isFound) continue;
-    isFound = true;
-    const WhiteSpaceRow& row = isTab ? typedTab : condensedRows[static_cast<std::size_t>(kind)];
-    findWhiteSpace(row, run, number, inspection);
-  }
+void inspectWriting(const TiXmlText& text, TextKind kind, std::int32_t number,
+                    Inspection* inspection) {
+  if (text.CDATA() || !inspection->source->hasOddWriting()) return;
+  const Region region = regionOf(*inspection->source, text, kind);
+  inspectWhiteSpace(region, kind, number, inspection);
+  inspectAmpersand(region, number, inspection);
 }
 
 std::string inspectBraces(const TiXmlText& text, TextKind kind, std::int32_t number,
                           Inspection* inspection) {
-  inspectWhiteSpace(text, kind, number, inspection);
+  inspectWriting(text, kind, number, inspection);
   std::string stripped;
   try {
     if (!runlet::stripBrace(text.Value(), &stripped)) {

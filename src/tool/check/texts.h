@@ -17,10 +17,10 @@ enum class TextKind { plain, arguments, fields, parameter };
 // Finds what is cut off behind it, or hidden in front of it.
 const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection);
 
-// Finds white space of the text that does not arrive as it is written. `number` is that of the
-// task that it belongs to; 0 for none.
-void inspectWhiteSpace(const TiXmlText& text, TextKind kind, std::int32_t number,
-                       Inspection* inspection);
+// Finds what of the text does not arrive as it is written: white space, and an & that begins no
+// reference. `number` is that of the task that it belongs to; 0 for none.
+void inspectWriting(const TiXmlText& text, TextKind kind, std::int32_t number,
+                    Inspection* inspection);
 
 // The same, and what is wrong with its braces. Yields what counts of it, as the loader has it;
 // empty when there is nothing.

@@ -93,7 +93,7 @@ TEST_F(Check, TellsOfEveryFile) {
   expectTool(
       runTool({"check", first, missing, second}),
       first +
-          ":3:19: warning RJ065: % : This % begins no placeholder and is dropped, with the digits "
+          ":3:19: warning RJ065: %: This % begins no placeholder and is dropped, with the digits "
           "behind it.\n    Write %% for a percent sign. [every task]\n" +
           first + ": 3 tasks, 1 warning\n" + missing +
           ": error RJ001: The adapter refuses the request with: Runlet adapter: Could not load "

@@ -79,6 +79,9 @@ TEST_F(Forms, OfTheStructure) {
       {"RJ012", "18", "1<b>8</b>"},
       {"RJ012", "{harbour}", "{har}<![CDATA[bour}]]>"},
       {"RJ013", "<TaskList>", "<TaskList><!--Task-->"},
+      {"RJ014", "%tp1", "%tp1 & x"},
+      {"RJ014", "{dawn", "{&foo;dawn"},
+      {"RJ014", "{harbour}", "{&#65;&apos;&amp;& harbour}"},
   });
 }
 

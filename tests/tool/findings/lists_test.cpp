@@ -50,12 +50,12 @@ TEST_F(ListFindings, RJ054ParameterWithoutAName) {
 
 // They are told apart by their numbers alone.
 TEST_F(ListFindings, RJ055TwoParametersOfOneName) {
-  expectFound({{"RJ055", "warning", 13, 20, "scene", ""}});
+  expectFound({{"RJ055", "warning", 13, 21, "scene", ""}});
   expectEchoed("harbour misty", "harbour misty");
 }
 
 TEST_F(ListFindings, RJ056ParameterNeverUsed) {
-  expectFound({{"RJ056", "note", 12, 20, "scene", ""}});
+  expectFound({{"RJ056", "note", 12, 21, "scene", ""}});
   expectEchoed("1", "1 harbour");
 }
 

@@ -77,13 +77,13 @@ TEST_F(StructureFindings, RJ010UnknownElement) {
 }
 
 TEST_F(StructureFindings, RJ011TextWhereNoneIsRead) {
-  expectFound({{"RJ011", "warning", 9, 36, "{dusk}</Task>", ""}});
+  expectFound({{"RJ011", "warning", 9, 36, "{dusk}", ""}});
   expectBad(called("/bin/echo dawn") + "dawn\n");
   expectMended(called("/bin/echo dawn") + called("/bin/echo dusk") + "dawn\ndusk\n");
 }
 
 TEST_F(StructureFindings, RJ012TextCutOffAtAComment) {
-  expectFound({{"RJ012", "warning", 4, 21, "<!-- scratch -->tmp</WorkingFolder>", ""}});
+  expectFound({{"RJ012", "warning", 4, 21, "<!-- scratch -->", ""}});
   runFolder_ = "/";
   expectBad(called("/bin/pwd") + "/\n");
   runFolder_ = "/tmp";
@@ -93,10 +93,15 @@ TEST_F(StructureFindings, RJ012TextCutOffAtAComment) {
 // It hides the element that comes behind it.
 TEST_F(StructureFindings, RJ013CommentTakenForAnElement) {
   expectFound({{"RJ061", "warning", 3, 27, "%jp1", "all"},
-               {"RJ013", "warning", 11, 5, "<!--JobParams-->", ""},
-               {"RJ009", "warning", 12, 5, "<JobParams>", ""}});
+               {"RJ013", "warning", 11, 5, "<!--JobParams-->", ""}});
   expectBad(called("/bin/echo Undefined") + "Undefined\n");
   expectMended(called("/bin/echo harbour") + "harbour\n");
+}
+
+TEST_F(StructureFindings, RJ014AmpersandIsDropped) {
+  expectFound({{"RJ014", "warning", 3, 31, "&", ""}});
+  expectBad(called("/bin/echo dawndusk dawn") + "dawndusk dawn\n");
+  expectMended(called("/bin/echo dawn&dusk dawn") + "dawn&dusk dawn\n");
 }
 
 }  // namespace

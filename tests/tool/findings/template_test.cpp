@@ -54,7 +54,7 @@ TEST_F(TemplateFindings, RJ064TaskNumberTooWide) {
 }
 
 TEST_F(TemplateFindings, RJ065PercentSignDropped) {
-  expectFound({{"RJ065", "warning", 3, 29, "% ", "all"}});
+  expectFound({{"RJ065", "warning", 3, 29, "%", "all"}});
   expectEchoed("50 of dawn", "50% of dawn");
 }
 
