@@ -1,5 +1,7 @@
 #include "tool/make/make_job.h"
 
+#include <cstring>
+
 #include "adapter/context.h"
 #include "tool/check/findings_text.h"
 #include "tool/check/inspect.h"
@@ -20,6 +22,12 @@ bool findTemplate(const MakeOptions& options, const runlet::AdapterContext& job,
   return CommandWords(options.command, job).quote(argumentTemplate, complaint);
 }
 
+bool cannotLook(int error, Complaint* complaint) {
+  complaint->status = exitUnreadable;
+  complaint->text = std::string("the job cannot be looked at: ") + std::strerror(error);
+  return false;
+}
+
 bool hasNoError(const std::string& name, const Report& report, Complaint* complaint) {
   if (report.count(Severity::error) == 0) return true;
   std::string findings = findingsText(name, report, wantsColour(stderr));
@@ -38,6 +46,7 @@ bool makeJob(const MakeOptions& options, const std::string& name, MadeJob* made,
   if (!findTemplate(options, job, &argumentTemplate, complaint)) return false;
   made->text = jobText(job, argumentTemplate);
   const MemoryFile file(made->text);
+  if (file.error() != 0) return cannotLook(file.error(), complaint);
   made->report = inspect({.jobFile = file.path(), .appPath = {}, .userName = {}});
   return hasNoError(name, made->report, complaint) &&
          arrivesAsMeant(file.path(), job, options.command, complaint);

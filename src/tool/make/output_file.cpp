@@ -52,6 +52,14 @@ int writeInto(const std::string& path, std::string_view text) {
   return error == 0 ? closeError : error;
 }
 
+// Where there is nothing to write to, for the reason of that error number.
+int writeNew(const std::string& path, std::string_view text, int error) {
+  struct stat link {};
+  // A link that leads nowhere is not for us to replace.
+  if (error != ENOENT || lstat(path.c_str(), &link) == 0) return error;
+  return replace(path, text, newFileMode());
+}
+
 }  // namespace
 
 int writeAll(int descriptor, std::string_view text) {
@@ -65,12 +73,13 @@ int writeAll(int descriptor, std::string_view text) {
 }
 
 int writeFile(const std::string& path, std::string_view text) {
-  char target[PATH_MAX];
   struct stat status {};
-  if (realpath(path.c_str(), target) == nullptr || stat(target, &status) != 0) {
-    return replace(path, text, newFileMode());
-  }
+  if (stat(path.c_str(), &status) != 0) return writeNew(path, text, errno);
+  // Renamed over a device, as root, the new file would take its place for everyone. Nor has what is
+  // named by a descriptor, as /dev/stdout, a path of its own.
   if (!S_ISREG(status.st_mode)) return writeInto(path, text);
+  char target[PATH_MAX];
+  if (realpath(path.c_str(), target) == nullptr) return errno;
   return replace(target, text, status.st_mode & 07777U);
 }
 

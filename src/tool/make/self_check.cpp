@@ -23,7 +23,8 @@ bool sameJob(const runlet::AdapterContext& a, const runlet::AdapterContext& b) {
          a.paramNames == b.paramNames && a.paramValues == b.paramValues;
 }
 
-std::vector<std::string> argumentsOf(std::string line) {
+std::vector<std::string> argumentsOf(const std::string& commandLine) {
+  std::string line = commandLine;  // which is cut up
   std::vector<std::string> arguments;
   for (const char* word : runlet::splitWords(line.data())) {
     if (word != nullptr) arguments.emplace_back(word);

@@ -44,9 +44,9 @@ constexpr Escape escapes[] = {
 };
 
 void appendEscaped(char c, std::string* out) {
-  for (const Escape& escape : escapes) {
-    if (escape.c != c) continue;
-    *out += escape.text;
+  for (const Escape& row : escapes) {
+    if (row.c != c) continue;
+    *out += row.text;
     return;
   }
   *out += c;

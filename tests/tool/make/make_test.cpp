@@ -2,11 +2,15 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 
 #include "adapter_test.h"
+#include "mounts.h"
 
 namespace runlet_test {
 namespace {
@@ -262,15 +266,47 @@ TEST_F(Make, LeavesTheFileAsItWasWhenItRefuses) {
 TEST_F(Make, LeavesTheFileAsItWasWhenAWriteFails) {
   expectRefused({"-o", "none/job.xml", "--", "run"},
                 "runlet-job: make: -o none/job.xml: No such file or directory\n", 2);
-  expectRefused({"-o", "/dev/full", "--", "run"},
-                "runlet-job: make: -o /dev/full: No space left on device\n", 2);
   EXPECT_EQ(filesInFolder(), Strings{});
+}
+
+TEST_F(Make, LeavesTheFileAsItWasOnAFullDisk) {
+  REQUIRE_MOUNTS();
+  const std::string disk = folder_.makeFolder("disk");
+  ProcessOptions options;
+  options.arguments = {
+      "/bin/sh", "-c",
+      "printf old > job.xml; \"$0\" make --user 1234 -o job.xml --param \"a=$1\" -- run %jp1; "
+      "echo $?; ls -A; cat job.xml",
+      RUNLET_JOB, std::string(1999, 'a')};
+  for (const char* name : {"b", "c", "d", "e"}) {
+    options.arguments[2].insert(options.arguments[2].find(" -- "),
+                                std::string(" --param \"") + name + "=$1\"");
+  }
+  options.prepare = [&] {
+    if (!enterOwnMounts() || mount("none", disk.c_str(), "tmpfs", 0, "size=8k") != 0) _exit(95);
+    if (chdir(disk.c_str()) != 0) _exit(94);
+  };
+  const ProcessResult result = runProcess(options);
+  EXPECT_EQ(result.output, "2\njob.xml\nold");
+  EXPECT_TRUE(result.error.ends_with("\nrunlet-job: make: -o job.xml: No space left on device\n"))
+      << result.error;
 }
 
 TEST_F(Make, TellsThatTheOutputIsFull) {
   const ProcessResult result =
       make({"--", "run"}, [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); });
   EXPECT_EQ(result.error, "runlet-job: cannot write: No space left on device\n");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+}
+
+TEST_F(Make, TellsThatItHasNoRoomToLook) {
+  const ProcessResult result = make({"--", "run"}, [] {
+    const rlimit tight{.rlim_cur = 100, .rlim_max = 100};
+    std::signal(SIGXFSZ, SIG_IGN);
+    if (setrlimit(RLIMIT_FSIZE, &tight) != 0) _exit(95);
+  });
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.error, "runlet-job: make: the job cannot be looked at: File too large\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
