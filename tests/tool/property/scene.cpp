@@ -68,7 +68,7 @@ std::vector<Kind> faultyKinds() {
   texts.odd.braces = 6;
   texts.odd.numbers = 10;
   texts.odd.parameters = 15;
-  texts.rough = 60;
+  texts.rough = 80;
   Kind damaged = usual();
   damaged.odd.bytes = 90;
   damaged.rough = 30;
@@ -76,7 +76,7 @@ std::vector<Kind> faultyKinds() {
   templates.odd.placeholders = 80;
   templates.odd.wrongPlaceholders = 4;
   templates.odd.parameters = 30;
-  templates.rough = 30;
+  templates.rough = 60;
   return {structure, texts, damaged, templates};
 }
 
@@ -87,6 +87,7 @@ std::vector<Kind> machineKinds() {
   programs.odd.folders = 50;
   programs.odd.jobPaths = 12;
   programs.shellPath = 15;
+  programs.scripts = 50;
   Kind rights = usual();
   rights.odd.rights = 50;
   rights.odd.appPaths = 30;
@@ -238,10 +239,11 @@ Range anyRange(Random* random) {
   constexpr std::int32_t smallest = std::numeric_limits<std::int32_t>::min();
   constexpr std::int32_t greatest = std::numeric_limits<std::int32_t>::max();
   Range range;
-  if (random->chance(50)) return range;
-  const auto first = random->pick<std::int32_t>({1, 1, 2, 2, 3, 4, 0, -1, -3, 100, smallest});
-  const auto count =
-      random->pick<std::int32_t>({1, 2, 2, 3, 4, 5, 0, -1, 100, greatest, smallest});
+  if (random->chance(60)) return range;
+  const auto first =
+      random->pick<std::int32_t>({1, 1, 1, 1, 2, 2, 2, 3, 4, 0, 0, -1, -3, 100, smallest});
+  const auto count = random->pick<std::int32_t>(
+      {1, 2, 2, 2, 3, 3, 4, 5, 5, 100, greatest, greatest, 0, -1, smallest});
   const bool hasFirst = random->chance(75);
   if (hasFirst) range.first = first;
   if (!hasFirst || random->chance(75)) range.count = count;
@@ -284,6 +286,10 @@ Scene::Scene(Random* random, const Kind& kind, bool mayLackRights) {
   if (random->chance(kind.shellPath)) {
     appPath_ = random->pick<std::string>({folder_ + "/a b/tool", folder_ + "/a;b/tool",
                                           folder_ + "/$x/tool", "a b/tool", folder_ + "/(a)/tool"});
+  }
+  if (random->chance(kind.scripts)) {
+    const auto script = random->pick<std::string>({"script", "script", "plain", "secret"});
+    replaceOne(random, "recorder", script, &case_.jobText);
   }
   if (random->chance(kind.rough)) roughen(random, &case_.jobText);
   makeFolders();

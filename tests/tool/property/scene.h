@@ -19,7 +19,8 @@ using Strings = std::vector<std::string>;
 // What kind of jobs are drawn.
 struct Kind {
   runlet_model::Oddness odd;
-  unsigned rough = 0;      // how often, in percent, texts have white space and bytes of all sorts
+  unsigned rough = 0;  // how often, in percent, texts have white space and bytes of all sorts
+  unsigned scripts = 0;    // how often the program is a script
   unsigned shellPath = 0;  // how often the application's path means something to a shell
 };
 

@@ -1,11 +1,12 @@
-// Loaded in front of the C library: adds what the adapter hands to the shell to the file that
-// RUNLET_SHELL_RECORD names, each command with a NUL behind it. What the adapter starts does not
-// have this library.
+// Loaded into the adapter in front of the C library: adds what the adapter hands to the shell to the
+// file that RUNLET_SHELL_RECORD names, each command with a NUL behind it. What the adapter starts
+// does not have this library.
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -13,6 +14,13 @@ namespace {
 
 [[gnu::constructor]] void staysInThisProcess() {
   unsetenv("LD_PRELOAD");
+}
+
+// Of a line that is longer than the usual buffer, a part goes out before there is a child, and the
+// rest may come behind what the child writes.
+[[gnu::constructor]] void givesLinesRoom() {
+  static char buffer[1 << 16];
+  std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
 }
 
 void record(const char* command) {
