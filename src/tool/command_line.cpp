@@ -1,24 +1,60 @@
 #include "tool/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
+#include "tool/check/check_verb.h"
 #include "tool/expand/expand_verb.h"
 #include "tool/verb.h"
 
 namespace runlet_tool {
+namespace {
+
+// `status`, unless some of the output was lost.
+int finish(int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  std::fprintf(stderr, "runlet-job: cannot write: %s\n", std::strerror(errno));
+  return exitUnreadable;
+}
+
+// What is wrong with the command line, in one line, and where to read on.
+std::string complaint(const CLI::App* app, const CLI::Error& error) {
+  std::string text = "runlet-job: ";
+  return text.append(error.what()) + "\nSee: " + app->get_name() + " --help\n";
+}
+
+// Whether the first word is meant to be a verb and is none.
+bool isUnknownVerb(const CLI::App& app, int argc, const char* const* argv) {
+  return app.get_subcommands().empty() && argc > 1 && argv[1][0] != '-';
+}
+
+int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, const char* const* argv) {
+  if (isUnknownVerb(app, argc, argv)) {
+    std::fprintf(stderr, "runlet-job: There is no verb %s\nSee: runlet-job --help\n", argv[1]);
+    return exitUnreadable;
+  }
+  return app.exit(error) == 0 ? finish(exitFine) : exitUnreadable;
+}
+
+}  // namespace
 
 int runCommandLine(int argc, const char* const* argv) {
   CLI::App app("Shows and checks what a job will do before it runs.", "runlet-job");
   app.set_version_flag("--version", "runlet-job " RUNLET_VERSION);
   app.require_subcommand(1);
+  app.failure_message(complaint);
   Action action;
   addExpand(&app, &action);
+  addCheck(&app, &action);
+  addExplain(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? exitFine : exitUnreadable;
+    return refuse(app, error, argc, argv);
   }
-  return action();
+  return finish(action());
 }
 
 }  // namespace runlet_tool

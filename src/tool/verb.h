@@ -11,6 +11,6 @@ using Action = std::function<int()>;
 
 inline constexpr int exitFine = 0;
 inline constexpr int exitFailing = 1;     // the job would fail, or cannot be made as asked
-inline constexpr int exitUnreadable = 2;  // a file cannot be read, or the command line is wrong
+inline constexpr int exitUnreadable = 2;  // a file cannot be read or written, or the command line is wrong
 
 }  // namespace runlet_tool

@@ -1,24 +1,52 @@
 // The command line of runlet-job as a whole.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include "process.h"
+#include "tool_run.h"
 
 namespace runlet_test {
 namespace {
 
-ProcessResult runTool(std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), RUNLET_JOB);
-  ProcessOptions options;
-  options.arguments = std::move(arguments);
-  return runProcess(options);
+TEST(ToolCommandLine, TellsItsVersion) {
+  expectTool(runTool({"--version"}), "runlet-job 1.1.0\n", "", "exit 0");
 }
 
-TEST(ToolCommandLine, TellsItsVersion) {
-  const ProcessResult result = runTool({"--version"});
-  EXPECT_EQ(result.output, "runlet-job 1.1.0\n");
-  EXPECT_EQ(result.error, "");
+TEST(ToolCommandLine, TellsItsVerbs) {
+  const ProcessResult result = runTool({"--help"});
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+  for (const char* verb : {"expand", "check", "explain", "make", "schema"}) {
+    EXPECT_NE(result.output.find("\n  " + std::string(verb) + " "), std::string::npos) << verb;
+  }
+}
+
+TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
+  struct Row {
+    std::vector<std::string> arguments;
+    std::string error;
+  };
+  const Row rows[] = {
+      {{}, "runlet-job: A subcommand is required\nSee: runlet-job --help\n"},
+      {{"chek", "job.xml"}, "runlet-job: There is no verb chek\nSee: runlet-job --help\n"},
+      {{"check"}, "runlet-job: job is required\nSee: runlet-job --help\n"},
+      {{"expand", "job.xml", "-s", "x"},
+       "runlet-job: Could not convert: -s = x\nSee: runlet-job --help\n"},
+      {{"expand", "job.xml", "-n", "99999999999"},
+       "runlet-job: Could not convert: -n = 99999999999\nSee: runlet-job --help\n"},
+      {{"check", "--jsn", "job.xml"},
+       "runlet-job: The following argument was not expected: --jsn\nSee: runlet-job --help\n"},
+  };
+  for (const Row& row : rows) expectTool(runTool(row.arguments), "", row.error, "exit 2");
+}
+
+TEST(ToolCommandLine, SaysWhereItsOutputIsLost) {
+  for (const char* verb : {"--version", "explain"}) {
+    ProcessOptions options = tool({verb});
+    options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
+    expectTool(runProcess(options), "", "runlet-job: cannot write: No space left on device\n",
+               "exit 2");
+  }
 }
 
 }  // namespace

@@ -99,7 +99,7 @@ std::string raisedReason(const Preview& preview, const AdapterContext& context) 
   return "with an application path (-a) the expanded line must hold at least one space";
 }
 
-bool previewCommand(const AdapterContext& context, std::int32_t index, Preview* preview) {
+bool compose(const AdapterContext& context, std::int32_t index, Preview* preview) {
   try {
     preview->isComposed = composeCommand(context, index, &preview->command, &preview->uses);
   } catch (const std::out_of_range& error) {
@@ -169,9 +169,14 @@ void previewTask(const AdapterContext& context, std::int32_t index, bool isFirst
                  Preview* preview) {
   clear(preview);
   if (!previewFolder(context, isFirst, preview)) return;
-  if (!previewCommand(context, index, preview)) return;
+  if (!compose(context, index, preview)) return;
   if (!previewRights(context, preview)) return;
   previewExecution(preview);
+}
+
+void previewCommand(const AdapterContext& context, std::int32_t index, Preview* preview) {
+  clear(preview);
+  if (compose(context, index, preview)) previewExecution(preview);
 }
 
 std::string_view textOf(const PlaceholderUse& use, std::string_view argumentTemplate) {

@@ -46,6 +46,9 @@ struct Preview {
 void previewTask(const runlet::AdapterContext& context, std::int32_t index, bool isFirst,
                  Preview* preview);
 
+// The part of it that is about the command, whatever the run folder and the rights are.
+void previewCommand(const runlet::AdapterContext& context, std::int32_t index, Preview* preview);
+
 // How a run folder is found, as far as its name tells.
 enum class FolderKind {
   full,      // begins with "/"

@@ -1,0 +1,198 @@
+#include "tool/check/command_words.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+
+namespace runlet_tool {
+namespace {
+
+using runlet::PlaceholderUse;
+
+// A composed line at hand.
+struct Line {
+  const Preview& preview;
+  std::int32_t number;  // of the task
+  Inspection* inspection;
+
+  const std::string& text() const {
+    return preview.command.line;
+  }
+};
+
+// A word, and where it stands in the line.
+struct Word {
+  std::string_view text;
+  std::size_t begin;  // without the opening quote
+  std::size_t end;    // of the space or quote that closes it, or of the line
+  bool isQuoted;
+};
+
+// What -a has put in front of the expansion.
+std::size_t prefixLength(const Line& line) {
+  return line.inspection->context.appPath.rfind('/') + 1;
+}
+
+// The place in the template that byte `at` of the line comes from: for what a placeholder has
+// brought in, that placeholder.
+std::size_t templateOffset(const Line& line, std::size_t at) {
+  const std::size_t prefix = prefixLength(line);
+  if (at < prefix) return 0;
+  const std::size_t offset = at - prefix;
+  const PlaceholderUse* last = nullptr;
+  for (const PlaceholderUse& use : line.preview.uses) {
+    if (use.valueBegin <= offset) last = &use;
+  }
+  if (last == nullptr) return offset;
+  return offset < last->valueEnd ? last->begin : last->end + (offset - last->valueEnd);
+}
+
+void findIn(const Line& line, RuleId rule, std::size_t at, std::string_view text, std::string why,
+            std::string instead) {
+  const std::size_t offset = templateOffset(line, at);
+  if (isFoundForTask(line.inspection, rule, offset, line.number)) return;
+  findForTask(line.inspection, rule, offset, line.number, placeInTemplate(*line.inspection, offset),
+              text, std::move(why), std::move(instead));
+}
+
+// One word of the vector after the other, with what the vector does not tell.
+Word wordAt(const Line& line, std::size_t index, std::size_t behindLast) {
+  const char* start = line.preview.words[index];
+  const auto begin = static_cast<std::size_t>(start - line.preview.cut.data());
+  const std::string_view text = start;
+  return {text, begin, begin + text.size(), begin > behindLast && line.text()[begin - 1] == '"'};
+}
+
+bool isWhiteSpace(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+void inspectQuotes(const Line& line, const Word& word) {
+  const std::string& text = line.text();
+  if (!word.isQuoted && word.text.find('"') != std::string_view::npos) {
+    findIn(line, RuleId::quoteInWord, word.begin + word.text.find('"'), word.text,
+           "A double quote inside a word is an ordinary character, and reaches the program.",
+           "Put the quotes around the whole word.");
+  }
+  const std::size_t behind = word.end + 1;
+  if (word.isQuoted && behind < text.size() && text[behind] != ' ') {
+    const std::size_t end = std::min(text.find(' ', behind), text.size());
+    findIn(line, RuleId::behindQuote, behind, text.substr(word.begin - 1, end - word.begin + 1),
+           "What follows a closing quote without a space is the next word.",
+           "Put the quotes around the whole word.");
+  }
+}
+
+void inspectWhiteSpace(const Line& line, const Word& word) {
+  if (word.isQuoted) return;
+  const auto found = std::find_if(word.text.begin(), word.text.end(), isWhiteSpace);
+  if (found == word.text.end()) return;
+  findIn(line, RuleId::whiteSpaceInWord,
+         word.begin + static_cast<std::size_t>(found - word.text.begin()), word.text,
+         "Only a space separates words: this white space reaches the program as part of the word.",
+         "Write a space, or put the word into double quotes if it is meant.");
+}
+
+constexpr std::string_view shells[] = {"sh", "bash", "dash", "ksh", "zsh", "csh", "tcsh", "fish"};
+
+bool isShell(std::string_view program) {
+  const std::string_view name = program.substr(program.rfind('/') + 1);
+  return std::find(std::begin(shells), std::end(shells), name) != std::end(shells);
+}
+
+bool isOperator(std::string_view word) {
+  constexpr std::string_view operators[] = {"|", "||", "&", "&&", ";", "2>&1", "2>"};
+  return word.starts_with('>') || word.starts_with('<') ||
+         std::find(std::begin(operators), std::end(operators), word) != std::end(operators);
+}
+
+bool beginsName(char c) {
+  return c == '{' || c == '(' || c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool hasVariable(std::string_view word) {
+  for (std::size_t i = word.find('$'); i != std::string_view::npos; i = word.find('$', i + 1)) {
+    if (i + 1 < word.size() && beginsName(word[i + 1])) return true;
+  }
+  return false;
+}
+
+bool isShellSyntax(const Word& word) {
+  if (hasVariable(word.text) || word.text.find('`') != std::string_view::npos) return true;
+  return !word.isQuoted && (isOperator(word.text) || word.text.starts_with('\'') ||
+                            word.text == "~" || word.text.starts_with("~/"));
+}
+
+void inspectSyntax(const Line& line, const Word& word) {
+  if (isShell(line.preview.words.front()) || !isShellSyntax(word)) return;
+  findIn(line, RuleId::shellSyntax, word.begin, word.text,
+         "No shell is involved, and the program gets this as it stands.",
+         "Let a shell run it, as /bin/sh -c \"...\", or write a script.");
+}
+
+// What stands behind the last word can only be a quoted one that is not closed.
+void inspectRest(const Line& line, std::size_t behindLast) {
+  const std::string& text = line.text();
+  const std::size_t begin = text.find_first_not_of(' ', behindLast);
+  if (begin == std::string::npos) return;
+  findIn(line, RuleId::openQuote, begin, text.substr(begin),
+         "This quote is not closed, and the word is dropped with all that follows.",
+         "Close the quote.");
+}
+
+void inspectProgram(const Line& line) {
+  const Preview& preview = line.preview;
+  if (preview.outcome == Outcome::cannotExecute) {
+    findIn(line, RuleId::emptyCommand, prefixLength(line), line.text(),
+           "There is no program to start, which is reported as \"No such file or directory\".",
+           "Write the program and its arguments into Arguments.");
+  }
+}
+
+constexpr char safeInShell[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
+
+// Bytes beyond ASCII are letters to a shell.
+bool isSafeInShell(std::string_view path) {
+  const auto isSafe = [](char c) {
+    return static_cast<unsigned char>(c) >= 0x80 || (c != '\0' && std::strchr(safeInShell, c));
+  };
+  return !path.starts_with('-') && std::all_of(path.begin(), path.end(), isSafe);
+}
+
+void inspectChmod(const Line& line) {
+  const std::string& path = line.preview.command.program;
+  const std::size_t prefix = prefixLength(line);
+  if (!isSafeInShell(path)) {
+    findIn(
+        line, RuleId::shellInChmod, prefix, path,
+        "With an application path (-a) a shell runs /bin/chmod 755 on this path as it stands, with "
+        "the adapter's starting rights, as a rule root's.",
+        "Use a path of letters, digits and _ @ % + = : , . / - only.");
+  }
+  if (prefix > 0 && line.text().size() > prefix && line.text()[prefix] == '/') {
+    findIn(line, RuleId::folderInFrontOfPath, prefix, path,
+           "The folder of the application path (-a) is put in front, also of a full path.",
+           "Write the program's name without its folder.");
+  }
+}
+
+}  // namespace
+
+void inspectWords(const Preview& preview, std::int32_t number, Inspection* inspection) {
+  const Line line = {preview, number, inspection};
+  inspectProgram(line);
+  if (!inspection->context.appPath.empty()) inspectChmod(line);
+  std::size_t behindLast = 0;
+  for (std::size_t i = 0; i < preview.words.size(); ++i) {
+    const Word word = wordAt(line, i, behindLast);
+    inspectQuotes(line, word);
+    inspectWhiteSpace(line, word);
+    inspectSyntax(line, word);
+    behindLast = std::min(word.end + 1, line.text().size());
+  }
+  inspectRest(line, behindLast);
+}
+
+}  // namespace runlet_tool

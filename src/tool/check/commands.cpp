@@ -1,0 +1,352 @@
+// The commands of the tasks, as the adapter's own code composes them: what the template's
+// placeholders come to, and what becomes of the line.
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <string>
+
+#include "job/int32.h"
+#include "tool/check/command_words.h"
+#include "tool/check/inspection.h"
+#include "tool/expand/preview.h"
+#include "tool/text/terminal.h"
+#include "tool/text/utf8.h"
+
+namespace runlet_tool {
+namespace {
+
+using runlet::AdapterContext;
+using runlet::PlaceholderForm;
+using runlet::PlaceholderUse;
+
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+// What the placeholder's own digits say.
+struct Digits {
+  std::size_t count;
+  std::int32_t value;  // as a number of 32 bits
+  bool isBeyond32Bits;
+};
+
+Digits digitsAt(const std::string& text, std::size_t begin) {
+  std::size_t end = begin;
+  while (end < text.size() && isDigit(text[end])) ++end;
+  const std::size_t first = std::min(text.find_first_not_of('0', begin), end);
+  const std::string digits = text.substr(first, end - first);
+  const bool isBeyond = digits.size() > 10 || (digits.size() == 10 && digits > "2147483647");
+  return {end - begin, runlet::decimalInt32(digits.c_str()), isBeyond};
+}
+
+// One placeholder of one task.
+struct Use {
+  const PlaceholderUse& placeholder;
+  const Preview& preview;
+  std::int32_t number;  // of the task
+  Inspection* inspection;
+};
+
+bool isNew(const Use& use, RuleId rule) {
+  return !isFoundForTask(use.inspection, rule, use.placeholder.begin, use.number);
+}
+
+void findUse(const Use& use, RuleId rule, std::string why, std::string instead) {
+  const std::string& argumentTemplate = use.inspection->context.arguments;
+  findForTask(use.inspection, rule, use.placeholder.begin, use.number,
+              placeInTemplate(*use.inspection, use.placeholder.begin),
+              textOf(use.placeholder, argumentTemplate), std::move(why), std::move(instead));
+}
+
+bool hasValue(const PlaceholderUse& use) {
+  return use.form == PlaceholderForm::taskNumber || use.form == PlaceholderForm::taskField ||
+         use.form == PlaceholderForm::jobParam;
+}
+
+void inspectLongDigits(const Use& use, const Digits& digits) {
+  if (digits.count > runlet::maxNumberLength && isNew(use, RuleId::longDigits)) {
+    findUse(use, RuleId::longDigits, "Of the digits the first 31 count.",
+            "Write the number without so many digits.");
+  } else if (digits.isBeyond32Bits && digits.count <= runlet::maxNumberLength &&
+             isNew(use, RuleId::placeholderBeyond32Bits)) {
+    findUse(
+        use, RuleId::placeholderBeyond32Bits,
+        "Only the low 32 bits of a number are kept, which is " + std::to_string(digits.value) + ".",
+        "Write the number that is meant.");
+  }
+}
+
+void inspectWidth(const Use& use) {
+  const std::string& argumentTemplate = use.inspection->context.arguments;
+  const PlaceholderUse& placeholder = use.placeholder;
+  if (!hasValue(placeholder)) return;
+  const Digits own = digitsAt(argumentTemplate, placeholder.begin + 1);
+  if (own.count == 0) return;
+  inspectLongDigits(use, own);
+  const std::int32_t width = placeholder.width;
+  if (width != own.value && own.count <= runlet::maxNumberLength &&
+      isNew(use, RuleId::carriedWidth)) {
+    findUse(use, RuleId::carriedWidth,
+            "The width takes in digits that an earlier number has left: it is " +
+                std::to_string(width) + " in task " + std::to_string(use.number) + ".",
+            "Give only the first number of the command line a width.");
+  }
+  const bool isCut = placeholder.form == PlaceholderForm::taskNumber &&
+                     width > static_cast<std::int32_t>(runlet::maxNumberLength);
+  if (isCut && isNew(use, RuleId::cutTaskNumber)) {
+    findUse(use, RuleId::cutTaskNumber,
+            "With a width of " + std::to_string(width) +
+                " the number is cut to its first 31 characters, and digits of it are lost.",
+            "Write a width of at most 31.");
+  }
+}
+
+// Where the digits of the number of a field or parameter begin.
+std::size_t numberBegin(const PlaceholderUse& use, const std::string& argumentTemplate) {
+  return argumentTemplate.find('p', use.begin) + 1;
+}
+
+std::string quantity(std::size_t count, const char* what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+// Whether the text that the placeholder gave says that there is no such value.
+bool isUndefined(const Use& use) {
+  const PlaceholderUse& placeholder = use.placeholder;
+  const AdapterContext& context = use.inspection->context;
+  if (placeholder.form == PlaceholderForm::jobParam) {
+    return placeholder.number <= 0 ||
+           placeholder.number > static_cast<std::int32_t>(context.paramNames.size());
+  }
+  if (placeholder.form != PlaceholderForm::taskField) return false;
+  std::string value;
+  getTaskField(&context, &value, use.number - 1, placeholder.number);
+  const std::string& entry = context.taskList[static_cast<std::size_t>(use.number) - 1];
+  // A field may have this text by itself.
+  return value == runlet::undefinedText && entry.find(runlet::undefinedText) == std::string::npos;
+}
+
+void findUndefined(const Use& use) {
+  const AdapterContext& context = use.inspection->context;
+  if (use.placeholder.form == PlaceholderForm::jobParam) {
+    findUse(use, RuleId::undefinedValue,
+            "The job has " + quantity(context.paramNames.size(), "parameter") +
+                ", and the program gets the text Undefined.",
+            "Write %jp with a number from 1 to the number of parameters.");
+    return;
+  }
+  findUse(
+      use, RuleId::undefinedValue,
+      "Task " + std::to_string(use.number) +
+          " has no such field (an empty last one does not count), and the program gets the text "
+          "Undefined.",
+      "Write %tp with the number of a field from 1 on, or give the task the field.");
+}
+
+void inspectNumber(const Use& use) {
+  const PlaceholderUse& placeholder = use.placeholder;
+  if (placeholder.form != PlaceholderForm::taskField &&
+      placeholder.form != PlaceholderForm::jobParam) {
+    return;
+  }
+  const std::string& argumentTemplate = use.inspection->context.arguments;
+  inspectLongDigits(use, digitsAt(argumentTemplate, numberBegin(placeholder, argumentTemplate)));
+  if (isUndefined(use) && isNew(use, RuleId::undefinedValue)) findUndefined(use);
+}
+
+void inspectForm(const Use& use) {
+  if (use.placeholder.form == PlaceholderForm::dropped && isNew(use, RuleId::droppedPercent)) {
+    findUse(use, RuleId::droppedPercent,
+            "This % begins no placeholder and is dropped, with the digits behind it.",
+            "Write %% for a percent sign.");
+  }
+  if (use.placeholder.form == PlaceholderForm::malformed &&
+      isNew(use, RuleId::malformedPlaceholder)) {
+    findUse(
+        use, RuleId::malformedPlaceholder,
+        "A %t has to be followed by n or p and a %j by p; here the expansion fails, and no task "
+        "is started.",
+        "Write %tn, %tp or %jp with a number, or %% for a percent sign.");
+  }
+}
+
+void inspectUses(const Preview& preview, std::int32_t number, Inspection* inspection) {
+  for (const PlaceholderUse& placeholder : preview.uses) {
+    const Use use = {placeholder, preview, number, inspection};
+    inspectForm(use);
+    inspectWidth(use);
+    inspectNumber(use);
+  }
+}
+
+// What keeps the task from being composed, apart from a malformed placeholder.
+
+void findTooLong(std::int32_t number, Inspection* inspection) {
+  if (isFoundForTask(inspection, RuleId::longExpansion, noOffset, number)) return;
+  findForTask(inspection, RuleId::longExpansion, noOffset, number, placeInTemplate(*inspection, 0),
+              "", "The expansion is longer than 3999 bytes and fails, and the task is not started.",
+              "Shorten the template or its values, for example by giving the program a file to "
+              "read.");
+}
+
+void findRaised(const Preview& preview, std::int32_t number, Inspection* inspection) {
+  const std::string& argumentTemplate = inspection->context.arguments;
+  const std::string_view placeholder = raisingPlaceholder(preview.uses, argumentTemplate);
+  const std::size_t offset =
+      placeholder.empty() ? noOffset
+                          : static_cast<std::size_t>(placeholder.data() - argumentTemplate.data());
+  const RuleId rule = placeholder.empty() ? RuleId::noSpace : RuleId::missingValue;
+  if (isFoundForTask(inspection, rule, offset, number)) return;
+  const bool isMissing = !placeholder.empty();
+  findForTask(
+      inspection, rule, offset, number, placeInTemplate(*inspection, isMissing ? offset : 0),
+      isMissing ? placeholder : std::string_view(argumentTemplate),
+      isMissing
+          ? "There are " + std::to_string(inspection->context.paramNames.size()) +
+                " names of parameters but " +
+                std::to_string(inspection->context.paramValues.size()) +
+                " values; the adapter ends abnormally."
+          : "With an application path (-a) the expanded line has to hold a space; without one "
+            "the adapter ends abnormally.",
+      isMissing ? "Give every Param a Value behind its Name; an empty one is written {}."
+                : "Give the program an argument.");
+}
+
+void inspectFailure(const Preview& preview, std::int32_t number, Inspection* inspection) {
+  if (preview.outcome == Outcome::ends) {
+    findRaised(preview, number, inspection);
+  } else if (preview.uses.empty() || preview.uses.back().form != PlaceholderForm::malformed) {
+    findTooLong(number, inspection);
+  }
+}
+
+// The job as a whole, once its tasks are known.
+
+void inspectRights(Inspection* inspection) {
+  constexpr std::int32_t notGiven = -1;
+  const AdapterContext& context = inspection->context;
+  if (context.gid == notGiven) {
+    find(inspection, RuleId::noGroup, inspection->gid.value_or(inspection->cmdData),
+         inspection->gid.has_value() ? "-1" : "",
+         "The job names no group, and the adapter refuses every task with \"Cannot set gid -1: No "
+         "such group\".",
+         "Write <gid> with the number of a group.");
+  }
+  if (context.uid == notGiven && context.userName.empty()) {
+    find(inspection, RuleId::noUser, inspection->uid.value_or(inspection->cmdData),
+         inspection->uid.has_value() ? "-1" : "",
+         "The job has no uid and the request no user name (-u), and the adapter refuses every task "
+         "with \"Missing user name\".",
+         "Write <uid> with the number of a user, or check with -u USER if the server gives it.");
+  }
+}
+
+struct FolderRow {
+  FolderKind kind;
+  bool ofSeveralTasks;
+  RuleId rule;
+  const char* why;
+};
+
+constexpr FolderRow folderRows[] = {
+    {FolderKind::jobFile, false, RuleId::bareJobFile,
+     "The job file is named without a folder and the job has no WorkingFolder, so the job file "
+     "itself is taken for the run folder, and every task is refused."},
+    {FolderKind::root, false, RuleId::bareJobFile,
+     "The job file is in the root folder and the job has no WorkingFolder, so the name of the run "
+     "folder is empty, and every task is refused."},
+    {FolderKind::relative, true, RuleId::relativeFolder,
+     "A relative run folder is entered for the first task and then looked for inside itself: the "
+     "second task is refused."},
+    {FolderKind::relative, false, RuleId::startDependentFolder,
+     "The run folder is relative, and is looked for where the adapter is started."},
+    {FolderKind::dots, false, RuleId::startDependentFolder,
+     "The run folder is relative, and is looked for where the adapter is started."},
+};
+
+void inspectFolder(Inspection* inspection) {
+  const AdapterContext& context = inspection->context;
+  const FolderKind kind = kindOfFolder(context);
+  for (const FolderRow& row : folderRows) {
+    if (row.kind != kind || (row.ofSeveralTasks && context.taskList.size() < 2)) continue;
+    find(inspection, row.rule, inspection->workingFolder.value_or(Place{}),
+         inspection->workingFolder.has_value() ? context.workingFolder : context.jobFile, row.why,
+         inspection->workingFolder.has_value()
+             ? "Write the full path of the folder."
+             : "Give the job file by its full path, as the server does, or write WorkingFolder.");
+    return;
+  }
+}
+
+// The parameters that some task uses, by their number.
+class UsedParameters {
+ public:
+  explicit UsedParameters(std::size_t count) : isUsed_(count) {}
+
+  void add(const std::vector<PlaceholderUse>& uses) {
+    for (const PlaceholderUse& use : uses) {
+      if (use.form != PlaceholderForm::jobParam || use.number < 1) continue;
+      const auto index = static_cast<std::size_t>(use.number) - 1;
+      if (index < isUsed_.size()) isUsed_[index] = true;
+    }
+  }
+
+  bool has(std::size_t index) const {
+    return isUsed_[index];
+  }
+
+ private:
+  std::vector<bool> isUsed_;
+};
+
+void inspectUsedValues(const UsedParameters& used, Inspection* inspection) {
+  const runlet::StringList& values = inspection->context.paramValues;
+  for (std::size_t i = 0; i < std::min(values.size(), inspection->context.paramNames.size()); ++i) {
+    if (!used.has(i) || values[i].size() < runlet::maxLookupLength) continue;
+    find(inspection, RuleId::longEntry, inspection->values[i],
+         std::to_string(values[i].size()) + " bytes",
+         "Of a parameter's value the first 2000 bytes count.", "Keep it below 2000 bytes.");
+  }
+}
+
+void inspectUnused(const UsedParameters& used, Inspection* inspection) {
+  const runlet::StringList& names = inspection->context.paramNames;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (used.has(i)) continue;
+    find(inspection, RuleId::unusedParameter, inspection->names[i], names[i],
+         "No task asks for parameter " + std::to_string(i + 1) + ".",
+         "Nothing has to be done, unless the template was meant to use %jp" +
+             std::to_string(i + 1) + ".");
+  }
+}
+
+}  // namespace
+
+void inspectTasks(Inspection* inspection) {
+  const AdapterContext& context = inspection->context;
+  const std::size_t count = context.taskList.size();
+  Progress progress("checking", count);
+  UsedParameters used(context.paramNames.size());
+  Preview preview;
+  bool allComposed = true;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto number = static_cast<std::int32_t>(i) + 1;
+    previewCommand(context, number - 1, &preview);
+    inspectUses(preview, number, inspection);
+    used.add(preview.uses);
+    allComposed = allComposed && preview.isComposed;
+    if (preview.isComposed) {
+      inspectWords(preview, number, inspection);
+    } else {
+      inspectFailure(preview, number, inspection);
+    }
+    progress.show(i);
+  }
+  inspectUsedValues(used, inspection);
+  if (allComposed && count > 0) inspectUnused(used, inspection);
+  inspectRights(inspection);
+  inspectFolder(inspection);
+}
+
+}  // namespace runlet_tool

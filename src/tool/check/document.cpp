@@ -1,0 +1,406 @@
+// The elements of the job file: what is missing, in the wrong place or passed over.
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <set>
+#include <string>
+
+#include "job/fill_in.h"
+#include "tool/check/inspection.h"
+#include "tool/check/texts.h"
+
+namespace runlet_tool {
+namespace {
+
+using Names = std::vector<std::string_view>;
+
+const Names cmdDataNames = {"Arguments",   "WorkingFolder",  "LogFolder", "Outputs",
+                            "TaskNameIdx", "TaskTimeout",    "uid",       "gid",
+                            "umask",       "redirectStderr", "TaskList",  "JobParams"};
+
+// How many characters have to be changed, added or taken out to make one word of the other; upper
+// and lower case are the same.
+std::size_t distance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    std::size_t diagonal = row[0]++;
+    for (std::size_t j = 0; j < b.size(); ++j) {
+      const bool same = std::tolower(static_cast<unsigned char>(a[i])) ==
+                        std::tolower(static_cast<unsigned char>(b[j]));
+      const std::size_t best = std::min({row[j] + 1, row[j + 1] + 1, diagonal + (same ? 0 : 1)});
+      diagonal = row[j + 1];
+      row[j + 1] = best;
+    }
+  }
+  return row[b.size()];
+}
+
+// Names longer than this are like none.
+constexpr std::size_t longestName = 40;
+
+// The name that is most like `name`; empty when none is like it.
+std::string_view nearest(std::string_view name, const Names& names) {
+  if (name.size() > longestName) return {};
+  const auto closer = [=](std::string_view a, std::string_view b) {
+    return distance(name, a) < distance(name, b);
+  };
+  const std::string_view found = *std::min_element(names.begin(), names.end(), closer);
+  return distance(name, found) <= (found.size() + 1) / 2 ? found : std::string_view();
+}
+
+std::string tag(std::string_view name) {
+  std::string text = "<";
+  return text.append(name).append(">");
+}
+
+void findUnknown(const TiXmlNode& node, const std::string& parent, const Names& names,
+                 Inspection* inspection) {
+  const std::string_view like = nearest(node.ValueStr(), names);
+  const std::string instead = like.empty()
+                                  ? "Take it out, or move it to where it belongs."
+                                  : "Write " + tag(like) + " if that is meant, or take it out.";
+  find(inspection, RuleId::unknownElement, placeOf(node), tag(node.ValueStr()),
+       parent + " has no element of this name, and it is passed over.", instead);
+}
+
+void findRepeated(const TiXmlNode& node, Inspection* inspection) {
+  find(inspection, RuleId::repeatedElement, placeOf(node), tag(node.ValueStr()),
+       "This element stands here already, and this one is passed over.", "Keep one of them.");
+}
+
+void findStray(const TiXmlNode& node, const std::string& parent, Inspection* inspection) {
+  const Source& source = *inspection->source;
+  find(inspection, RuleId::strayText, placeOf(node), excerpt(source, source.offsetOf(node)),
+       "No text is read here in " + parent + ", and it is passed over.",
+       "Put it into the element that it belongs to, or take it out.");
+}
+
+void findTaken(const TiXmlNode& node, Inspection* inspection) {
+  const Source& source = *inspection->source;
+  find(inspection, RuleId::takenForElement, placeOf(node), excerpt(source, source.offsetOf(node)),
+       "This is nothing but the name " + node.ValueStr() + ", and is taken for the element.",
+       "Write something more into it, or take it out.");
+}
+
+// What stands in an element that holds other elements: everything whose name is not among `names`
+// is passed over.
+void inspectChildren(const TiXmlNode& parent, const Names& names, Inspection* inspection) {
+  const std::string& name = parent.ValueStr();
+  for (const TiXmlNode* node = parent.FirstChild(); node != nullptr; node = node->NextSibling()) {
+    const bool isKnown = std::find(names.begin(), names.end(), node->ValueStr()) != names.end();
+    if (node->ToText() != nullptr && !isKnown) findStray(*node, name, inspection);
+    if (node->ToElement() != nullptr && !isKnown) findUnknown(*node, name, names, inspection);
+  }
+}
+
+// The root, and cmdData in it.
+
+// Null when the file is no job file, which is found.
+const TiXmlElement* inspectRoot(const TiXmlDocument& document, Inspection* inspection) {
+  const TiXmlNode* first = document.FirstChild();
+  if (first->ToElement() == nullptr) {
+    const Source& source = *inspection->source;
+    find(
+        inspection, RuleId::inFrontOfRoot, placeOf(*first),
+        excerpt(source, source.offsetOf(*first)),
+        "The first thing in the file has to be the root element; the adapter refuses the file with "
+        "\"Invalid XML job syntax\".",
+        "Take this out, or move it into the root element.");
+  }
+  return document.FirstChildElement();
+}
+
+void findNoCmdData(const TiXmlElement& root, const TiXmlNode* taken, Inspection* inspection) {
+  const Place place = placeOf(taken == nullptr ? root : *taken);
+  if (taken != nullptr) {
+    find(inspection, RuleId::noCmdData, place, taken->ValueStr(),
+         "This is no element, but is taken for cmdData because it is nothing but that name.",
+         "Write something more into it, or take it out.");
+  } else if (root.ValueStr() == "cmdData") {
+    find(inspection, RuleId::cmdDataIsRoot, place, "<cmdData>",
+         "cmdData stands in the root element, and is not the root itself; the adapter refuses the "
+         "file with \"Invalid XML job syntax\".",
+         "Put one more element around it, such as <Job>.");
+  } else {
+    find(inspection, RuleId::noCmdData, place, tag(root.ValueStr()),
+         "There is no cmdData in the root element, and the adapter refuses the file with \"Invalid "
+         "XML job syntax\".",
+         "Put all elements of the job into one <cmdData>.");
+  }
+}
+
+// Elements of the root other than cmdData are somebody else's, unless they belong into cmdData.
+void inspectRootChildren(const TiXmlElement& root, const TiXmlElement& cmdData,
+                         Inspection* inspection) {
+  for (const TiXmlElement* element = root.FirstChildElement(); element != nullptr;
+       element = element->NextSiblingElement()) {
+    const std::string& name = element->ValueStr();
+    if (name == "cmdData" && element != &cmdData) findRepeated(*element, inspection);
+    if (std::find(cmdDataNames.begin(), cmdDataNames.end(), name) != cmdDataNames.end()) {
+      find(inspection, RuleId::unknownElement, placeOf(*element), tag(name),
+           "This element is read in cmdData only; here it is passed over.",
+           "Move it into <cmdData>.");
+    }
+  }
+}
+
+// cmdData and what stands directly in it.
+
+void inspectRepeated(const TiXmlNode& cmdData, Inspection* inspection) {
+  std::set<std::string> seen;
+  for (const TiXmlElement* element = cmdData.FirstChildElement(); element != nullptr;
+       element = element->NextSiblingElement()) {
+    const std::string& name = element->ValueStr();
+    const bool isKnown =
+        std::find(cmdDataNames.begin(), cmdDataNames.end(), name) != cmdDataNames.end();
+    if (!isKnown || name == "JobParams") continue;  // for which the place matters
+    if (!seen.insert(name).second) findRepeated(*element, inspection);
+  }
+}
+
+// Every JobParams but the one that counts.
+void inspectOtherJobParams(const TiXmlNode& cmdData, const TiXmlNode& jobParams,
+                           Inspection* inspection) {
+  for (const TiXmlElement* element = cmdData.FirstChildElement("JobParams"); element != nullptr;
+       element = element->NextSiblingElement("JobParams")) {
+    if (element != &jobParams) findRepeated(*element, inspection);
+  }
+}
+
+void findNoJobParams(const TiXmlNode& cmdData, Inspection* inspection) {
+  const TiXmlElement* inFront = cmdData.FirstChildElement("JobParams");
+  if (inFront != nullptr && cmdData.FirstChildElement("TaskList") != nullptr) {
+    find(inspection, RuleId::jobParamsInFront, placeOf(*inFront), "<JobParams>",
+         "JobParams is looked for behind TaskList only, and the adapter refuses the file with "
+         "\"Invalid XML job syntax\".",
+         "Move it behind </TaskList>.");
+  } else if (inFront == nullptr) {
+    find(inspection, RuleId::noJobParams, inspection->cmdData, "",
+         "There is no JobParams, and the adapter refuses the file with \"Invalid XML job syntax\".",
+         "Write <JobParams/> behind </TaskList>.");
+  }
+}
+
+void inspectArguments(const TiXmlNode& cmdData, Inspection* inspection) {
+  const TiXmlText* node = textNodeOf(cmdData.FirstChildElement("Arguments"), inspection);
+  if (node == nullptr) return;
+  inspectBraces(*node, TextKind::arguments, 0, inspection);
+  const std::size_t brace = node->ValueStr().find('{');
+  if (brace != std::string::npos) inspection->arguments = BracedText{node, brace + 1};
+}
+
+void inspectFolders(const TiXmlNode& cmdData, Inspection* inspection) {
+  for (const char* name : {"WorkingFolder", "LogFolder", "Outputs"}) {
+    const TiXmlText* node = textNodeOf(cmdData.FirstChildElement(name), inspection);
+    if (node == nullptr) continue;
+    inspectWhiteSpace(*node, TextKind::plain, 0, inspection);
+    if (!inspection->workingFolder.has_value() && std::string_view(name) == "WorkingFolder") {
+      inspection->workingFolder = placeOf(*node);
+    }
+  }
+}
+
+// Tasks
+
+void inspectEntry(const TiXmlText& params, std::int32_t number, Inspection* inspection) {
+  const std::string entry = inspectBraces(params, TextKind::fields, number, inspection);
+  if (entry.size() < runlet::maxLookupLength ||
+      isFoundForTask(inspection, RuleId::longEntry, noOffset, number)) {
+    return;
+  }
+  findForTask(inspection, RuleId::longEntry, noOffset, number, placeOf(params),
+              std::to_string(entry.size()) + " bytes",
+              "Of a task's fields, all together, the first 2000 bytes count.",
+              "Keep them below 2000 bytes.");
+}
+
+void findTaskWithoutText(const TiXmlNode& task, Inspection* inspection) {
+  find(inspection, RuleId::taskWithoutText, placeOf(task), "<Task>",
+       "A Task without text in its Params is no task, and the tasks behind it move up by one.",
+       "Write any text into its Params, or take the Task out.");
+}
+
+// All elements of that name behind `first`.
+void inspectLater(const TiXmlElement* first, Inspection* inspection) {
+  if (first == nullptr) return;
+  const char* name = first->Value();
+  for (const TiXmlElement* next = first->NextSiblingElement(name); next != nullptr;
+       next = next->NextSiblingElement(name)) {
+    findRepeated(*next, inspection);
+  }
+}
+
+// Whether the task is one, and gets a number.
+bool inspectTask(const TiXmlNode& task, std::int32_t number, Inspection* inspection) {
+  static const Names names = {"Params"};
+  const TiXmlElement* params = task.FirstChildElement("Params");
+  const TiXmlText* node = textNodeOf(params, inspection);
+  inspectChildren(task, names, inspection);
+  inspectLater(params, inspection);
+  if (node != nullptr) {
+    inspectEntry(*node, number, inspection);
+  } else if (task.ToElement() != nullptr) {
+    findTaskWithoutText(task, inspection);
+  } else {
+    findTaken(task, inspection);
+  }
+  return node != nullptr;
+}
+
+void inspectTaskList(const TiXmlElement& taskList, Inspection* inspection) {
+  static const Names names = {"Task"};
+  std::int32_t count = 0;
+  for (const TiXmlNode* task = taskList.FirstChild("Task"); task != nullptr;
+       task = task->NextSibling("Task")) {
+    if (inspectTask(*task, count + 1, inspection)) ++count;
+  }
+  inspectChildren(taskList, names, inspection);
+  if (count > 0) return;
+  find(inspection, RuleId::noTasks, placeOf(taskList), "<TaskList>",
+       "The job has no tasks: every request succeeds and runs nothing.",
+       "Write at least one <Task><Params>{...}</Params></Task>.");
+}
+
+// Parameters
+
+std::string nodeText(const TiXmlNode& node, const Source& source) {
+  return node.ToElement() != nullptr ? tag(node.ValueStr())
+                                     : excerpt(source, source.offsetOf(node));
+}
+
+void findNoName(const TiXmlNode& parameter, Inspection* inspection) {
+  find(inspection, RuleId::parameterWithoutName, placeOf(parameter),
+       nodeText(parameter, *inspection->source),
+       "This is read as a parameter and has no Name, and the adapter refuses the file with "
+       "\"Invalid XML job syntax\".",
+       parameter.ValueStr() == "Param" && parameter.ToElement() != nullptr
+           ? "Write <Name>{...}</Name> and behind it <Value>{...}</Value> into it."
+           : "Take it out, or move it in front of the first Param.");
+}
+
+void inspectName(const TiXmlElement& name, Inspection* inspection) {
+  const TiXmlText* node = textNodeOf(&name, inspection);
+  if (node == nullptr) {
+    find(inspection, RuleId::unpairedParameter, placeOf(name), "<Name>",
+         "A parameter with an empty Name adds a value alone, which pairs with another name.",
+         "Write {the name}.");
+    return;
+  }
+  const std::string text = inspectBraces(*node, TextKind::parameter, 0, inspection);
+  inspection->names.push_back(placeOf(*node));
+  std::set<std::string>& seen = inspection->seenNames;
+  if (text.empty() || seen.insert(text).second) return;
+  find(inspection, RuleId::duplicateParameter, placeOf(*node), text,
+       "A parameter of this name stands here already; both are kept, under their numbers.",
+       "Give each its own name, or take one out and correct the numbers behind it.");
+}
+
+void inspectValue(const TiXmlElement& name, Inspection* inspection) {
+  const TiXmlElement* value = name.NextSiblingElement("Value");
+  const TiXmlText* node = textNodeOf(value, inspection);
+  if (node == nullptr) {
+    find(inspection, RuleId::unpairedParameter, placeOf(*name.Parent()),
+         tag(name.Parent()->ValueStr()),
+         "There is no text in a Value behind the Name, and the values behind it move up by one.",
+         "Write <Value>{...}</Value> behind the Name; an empty value is written {}.");
+    return;
+  }
+  inspectBraces(*node, TextKind::parameter, 0, inspection);
+  inspection->values.push_back(placeOf(*node));
+  inspectLater(value, inspection);
+}
+
+// A Value in front of the Name is of no use, but where there is none behind it that is found.
+void inspectValueInFront(const TiXmlElement& name, Inspection* inspection) {
+  const TiXmlElement* first = name.Parent()->FirstChildElement("Value");
+  const TiXmlElement* behind = name.NextSiblingElement("Value");
+  for (const TiXmlElement* value = first; value != nullptr && behind != nullptr && value != behind;
+       value = value->NextSiblingElement("Value")) {
+    findRepeated(*value, inspection);
+  }
+}
+
+void inspectParameter(const TiXmlNode& parameter, Inspection* inspection) {
+  static const Names names = {"Name", "Value"};
+  const TiXmlElement* name = parameter.FirstChildElement("Name");
+  if (name == nullptr) {
+    findNoName(parameter, inspection);
+    return;
+  }
+  if (parameter.ValueStr() != "Param") {
+    find(inspection, RuleId::parameterOfOtherName, placeOf(parameter), tag(parameter.ValueStr()),
+         "Everything behind the second Param is read as a parameter, whatever its name is.",
+         "Call it Param, or take it out.");
+  }
+  inspectName(*name, inspection);
+  inspectValue(*name, inspection);
+  inspectLater(name, inspection);
+  inspectValueInFront(*name, inspection);
+  inspectChildren(parameter, names, inspection);
+}
+
+// What is passed over in front of the second Param.
+void inspectPassedOver(const TiXmlNode* begin, const TiXmlNode* end, Inspection* inspection) {
+  static const Names names = {"Param"};
+  for (const TiXmlNode* node = begin; node != nullptr && node != end; node = node->NextSibling()) {
+    if (node->ToElement() != nullptr) findUnknown(*node, "JobParams", names, inspection);
+    if (node->ToText() != nullptr) findStray(*node, "JobParams", inspection);
+  }
+}
+
+// In the steps of the loader: the first two by name, from there on every node.
+void inspectJobParams(const TiXmlNode& jobParams, Inspection* inspection) {
+  const TiXmlNode* first = jobParams.FirstChild("Param");
+  inspectPassedOver(jobParams.FirstChild(), first, inspection);
+  if (first == nullptr) return;
+  inspectParameter(*first, inspection);
+  const TiXmlNode* parameter = first->NextSibling("Param");
+  inspectPassedOver(first->NextSibling(), parameter, inspection);
+  for (; parameter != nullptr; parameter = parameter->NextSibling()) {
+    inspectParameter(*parameter, inspection);
+  }
+}
+
+void inspectLists(const TiXmlNode& cmdData, Inspection* inspection) {
+  const TiXmlElement* taskList = cmdData.FirstChildElement("TaskList");
+  if (taskList == nullptr) {
+    find(inspection, RuleId::noTaskList, inspection->cmdData, "",
+         "There is no TaskList, and the adapter refuses the file with \"Invalid XML job syntax\".",
+         "Write <TaskList> with the tasks, in front of <JobParams>.");
+  } else {
+    inspectTaskList(*taskList, inspection);
+  }
+  const TiXmlNode* jobParams = taskList == nullptr ? nullptr : taskList->NextSibling("JobParams");
+  if (jobParams == nullptr) {
+    findNoJobParams(cmdData, inspection);
+    return;
+  }
+  if (jobParams->ToElement() == nullptr) findTaken(*jobParams, inspection);
+  inspectOtherJobParams(cmdData, *jobParams, inspection);
+  inspectJobParams(*jobParams, inspection);
+}
+
+}  // namespace
+
+void inspectDocument(const TiXmlDocument& document, Inspection* inspection) {
+  const TiXmlElement* root = inspectRoot(document, inspection);
+  if (root == nullptr) return;
+  const TiXmlNode* node = root->FirstChild("cmdData");
+  if (node == nullptr || node->ToElement() == nullptr) {
+    findNoCmdData(*root, node, inspection);
+    return;
+  }
+  const TiXmlElement& cmdData = *node->ToElement();
+  inspection->cmdData = placeOf(cmdData);
+  inspectRootChildren(*root, cmdData, inspection);
+  inspectChildren(cmdData, cmdDataNames, inspection);
+  inspectRepeated(cmdData, inspection);
+  inspectArguments(cmdData, inspection);
+  inspectFolders(cmdData, inspection);
+  inspectNumbers(cmdData, inspection);
+  inspectLists(cmdData, inspection);
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,57 @@
+// What `check` finds.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tool/check/rules.h"
+
+namespace runlet_tool {
+
+// In the file: line and column from 1, columns in characters. 0 and 0: no place in the file.
+struct Place {
+  int line = 0;
+  int column = 0;
+};
+
+// Tasks by their number, from 1, as ranges. They are added in ascending order.
+class TaskNumbers {
+ public:
+  void add(std::int32_t number);
+
+  std::int32_t count() const {
+    return count_;
+  }
+
+  // As "3-5, 9", or with another separator.
+  std::string text(const char* separator = ", ") const;
+
+ private:
+  struct Range {
+    std::int32_t first;
+    std::int32_t last;
+  };
+  std::vector<Range> ranges_;
+  std::int32_t count_ = 0;
+};
+
+struct Finding {
+  const Rule* rule;
+  Place place;
+  std::string text;     // the offending text; may be empty
+  std::string why;      // one sentence
+  std::string instead;  // one sentence
+  TaskNumbers tasks;    // that it holds for; none when it is not about tasks
+};
+
+struct Report {
+  std::vector<Finding> findings;  // by place; those without a place last
+  std::int32_t taskCount = 0;     // of the job, as far as it was read
+  bool isReadable = true;         // false: the file could not be read, or is not XML
+
+  int count(Severity severity) const;
+};
+
+}  // namespace runlet_tool

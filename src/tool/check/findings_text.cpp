@@ -1,0 +1,104 @@
+#include "tool/check/findings_text.h"
+
+#include "tool/text/terminal.h"
+
+namespace runlet_tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// In the order of Severity.
+constexpr Colour colours[] = {Colour::red, Colour::yellow, Colour::cyan};
+
+std::string quantity(int count, const std::string& what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+std::string placeText(const std::string& jobFile, const Place& place) {
+  if (place.line == 0) return jobFile;
+  return jobFile + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
+}
+
+std::string tasksText(const Finding& finding, std::int32_t taskCount) {
+  const std::int32_t count = finding.tasks.count();
+  if (count == 0) return "";
+  if (count == taskCount) return " [every task]";
+  return (count == 1 ? " [task " : " [tasks ") + finding.tasks.text() + "]";
+}
+
+// A text in one line: control characters become visible.
+std::string inOneLine(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    constexpr char digits[] = "0123456789abcdef";
+    if (byte >= ' ' && byte != 0x7f) {
+      out += c;
+    } else {
+      out.append("\\x").append(1, digits[byte >> 4U]).append(1, digits[byte & 15U]);
+    }
+  }
+  return out;
+}
+
+std::string findingText(const std::string& jobFile, const Finding& finding, std::int32_t taskCount,
+                        bool hasColour) {
+  const Severity severity = finding.rule->severity;
+  const Colour colour = colours[static_cast<std::size_t>(severity)];
+  std::string text = placeText(jobFile, finding.place) + ": ";
+  text += coloured(std::string(nameOf(severity)) + " " + codeOf(*finding.rule), colour, hasColour);
+  text += ": ";
+  if (!finding.text.empty()) text += inOneLine(finding.text) + ": ";
+  text += inOneLine(finding.why) + "\n    " + inOneLine(finding.instead);
+  return text + tasksText(finding, taskCount) + "\n";
+}
+
+Json tasksJson(const Finding& finding, std::int32_t taskCount) {
+  if (finding.tasks.count() == 0) return {};
+  return finding.tasks.count() == taskCount ? "all" : finding.tasks.text(",");
+}
+
+Json findingJson(const Finding& finding, std::int32_t taskCount) {
+  return {{"code", codeOf(*finding.rule)},
+          {"severity", nameOf(finding.rule->severity)},
+          {"line", finding.place.line},
+          {"column", finding.place.column},
+          {"text", finding.text},
+          {"tasks", tasksJson(finding, taskCount)},
+          {"why", finding.why},
+          {"instead", finding.instead}};
+}
+
+}  // namespace
+
+std::string findingsText(const std::string& jobFile, const Report& report, bool hasColour) {
+  std::string text;
+  for (const Finding& finding : report.findings) {
+    text += findingText(jobFile, finding, report.taskCount, hasColour);
+  }
+  return text;
+}
+
+std::string summaryText(const std::string& jobFile, const Report& report) {
+  std::string text = jobFile + ": " + quantity(report.taskCount, "task");
+  for (const Severity severity : {Severity::error, Severity::warning, Severity::note}) {
+    const int count = report.count(severity);
+    if (count > 0) text += ", " + quantity(count, nameOf(severity));
+  }
+  return text + (report.findings.empty() ? ", no findings\n" : "\n");
+}
+
+Json findingsJson(const std::string& jobFile, const Report& report) {
+  Json findings = Json::array();
+  for (const Finding& finding : report.findings) {
+    findings.push_back(findingJson(finding, report.taskCount));
+  }
+  return {{"job", jobFile},
+          {"tasks", report.taskCount},
+          {"errors", report.count(Severity::error)},
+          {"warnings", report.count(Severity::warning)},
+          {"notes", report.count(Severity::note)},
+          {"findings", findings}};
+}
+
+}  // namespace runlet_tool

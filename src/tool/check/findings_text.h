@@ -1,0 +1,20 @@
+// How findings are told.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "tool/check/finding.h"
+
+namespace runlet_tool {
+
+// For people: two lines a finding. `jobFile` stands in front of every place.
+std::string findingsText(const std::string& jobFile, const Report& report, bool hasColour);
+
+// "job.xml: 12 tasks, 1 error, 2 warnings\n"
+std::string summaryText(const std::string& jobFile, const Report& report);
+
+// For programs: the object of one job, as runlet-job(1) describes it.
+nlohmann::ordered_json findingsJson(const std::string& jobFile, const Report& report);
+
+}  // namespace runlet_tool

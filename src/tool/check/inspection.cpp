@@ -1,0 +1,111 @@
+#include "tool/check/inspection.h"
+
+#include <algorithm>
+#include <tuple>
+
+#include "tool/expand/loading.h"
+#include "tool/text/utf8.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr std::size_t excerptLength = 60;  // characters
+
+// The library's own complaints have a place; what keeps the file from being read at all has none.
+void findLoadError(const TiXmlDocument& document, const std::string& message, Report* report) {
+  const bool isOfLibrary = document.Error();
+  const Rule& rule = ruleOf(isOfLibrary ? RuleId::notXml : RuleId::unreadable);
+  const Place place = isOfLibrary ? Place{document.ErrorRow(), document.ErrorCol()} : Place{};
+  report->isReadable = false;
+  report->findings.push_back(
+      {&rule,
+       place,
+       "",
+       "The adapter refuses the request with: " + message,
+       isOfLibrary ? "Correct the XML; the mistake may be some way in front of this place."
+                   : "Give the path of a job file that the adapter can read.",
+       {}});
+}
+
+// By place, those without one last.
+void sort(std::vector<Finding>* findings) {
+  const auto key = [](const Finding& finding) {
+    const bool isPlaceless = finding.place.line == 0;
+    return std::tuple(isPlaceless, finding.place.line, finding.place.column, finding.rule->id);
+  };
+  std::stable_sort(findings->begin(), findings->end(),
+                   [&](const Finding& a, const Finding& b) { return key(a) < key(b); });
+}
+
+}  // namespace
+
+Finding& find(Inspection* inspection, RuleId rule, Place place, std::string_view text,
+              std::string why, std::string instead) {
+  std::vector<Finding>& findings = inspection->report.findings;
+  findings.push_back(
+      {&ruleOf(rule), place, std::string(text), std::move(why), std::move(instead), {}});
+  return findings.back();
+}
+
+bool isFoundForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number) {
+  const auto row = inspection->ofTasks.find({rule, offset});
+  if (row == inspection->ofTasks.end()) return false;
+  inspection->report.findings[row->second].tasks.add(number);
+  return true;
+}
+
+Finding& findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number,
+                     Place place, std::string_view text, std::string why, std::string instead) {
+  inspection->ofTasks[{rule, offset}] = inspection->report.findings.size();
+  Finding& finding = find(inspection, rule, place, text, std::move(why), std::move(instead));
+  finding.tasks.add(number);
+  return finding;
+}
+
+Place placeInTemplate(const Inspection& inspection, std::size_t offset) {
+  if (!inspection.arguments.has_value()) return inspection.cmdData;
+  const BracedText& text = *inspection.arguments;
+  return inspection.source->placeOf(inspection.source->offsetIn(*text.node, text.begin + offset));
+}
+
+std::string excerpt(const Source& source, std::size_t begin) {
+  const std::string_view text = source.text();
+  std::size_t end = begin;
+  for (std::size_t count = 0; end < text.size() && text[end] != '\n'; ++count) {
+    if (count == excerptLength) return std::string(text.substr(begin, end - begin)) + "...";
+    end += std::max<std::size_t>(utf8Length(text.substr(end)), 1);
+  }
+  return std::string(text.substr(begin, end - begin));
+}
+
+std::string inQuotes(std::string_view text) {
+  std::string quoted = "\"";
+  return quoted.append(text).append("\"");
+}
+
+Report inspect(const Question& question) {
+  SourceDocument document(question.jobFile.c_str());
+  document.SetTabSize(1);  // every TAB one column
+  const LoadResult loaded = loadDocument(&document);
+  if (loaded.loading == Loading::unreadable) {
+    Report report;
+    findLoadError(document, loaded.message, &report);
+    return report;
+  }
+  const Source source(document.text());
+  Inspection inspection{};
+  inspection.question = &question;
+  inspection.source = &source;
+  inspection.context.jobFile = question.jobFile;
+  inspection.context.appPath = question.appPath;
+  inspection.context.userName = question.userName;
+  inspectDocument(document, &inspection);
+  const LoadResult read = readDocument(&document, &inspection.context);
+  if (read.loading == Loading::loaded) inspectTasks(&inspection);
+  if (read.loading == Loading::loaded && question.isOfHost) inspectHost(&inspection);
+  inspection.report.taskCount = static_cast<std::int32_t>(inspection.context.taskList.size());
+  sort(&inspection.report.findings);
+  return std::move(inspection.report);
+}
+
+}  // namespace runlet_tool

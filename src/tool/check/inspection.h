@@ -1,0 +1,70 @@
+// An inspection at work: what its parts share. See inspect.h for what it is for.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "adapter/context.h"
+#include "tool/check/finding.h"
+#include "tool/check/inspect.h"
+#include "tool/check/source.h"
+
+namespace runlet_tool {
+
+// A text in braces, of which only what is between them counts.
+struct BracedText {
+  const TiXmlText* node = nullptr;  // gone once the tasks have been read
+  std::size_t begin = 0;            // of what counts, in the text of the node
+};
+
+struct Inspection {
+  const Question* question;
+  const Source* source;
+  runlet::AdapterContext context;  // filled once the document has been read
+  Report report;
+
+  Place cmdData;  // where what is missing would belong
+  std::optional<BracedText> arguments;
+  std::vector<Place> values;  // of the parameters' values, in the order of paramValues
+  std::vector<Place> names;   // likewise
+  std::set<std::string> seenNames;
+  std::optional<Place> uid, gid, workingFolder;
+
+  // What is found for several tasks is one finding: by its rule, and where in the template it is.
+  std::map<std::pair<RuleId, std::size_t>, std::size_t> ofTasks;
+};
+
+// Where a finding of tasks is not about a place in the template.
+inline constexpr std::size_t noOffset = static_cast<std::size_t>(-1);
+
+// Adds a finding.
+Finding& find(Inspection* inspection, RuleId rule, Place place, std::string_view text,
+              std::string why, std::string instead);
+
+// The finding of that rule at that place of the template, for one more task. Null when there was
+// none yet: the caller adds one with `findForTask`.
+bool isFoundForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number);
+Finding& findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number,
+                     Place place, std::string_view text, std::string why, std::string instead);
+
+// The place of byte `offset` of the template; that of cmdData where there is no template.
+Place placeInTemplate(const Inspection& inspection, std::size_t offset);
+
+// What stands in the file from `begin` on, up to the end of the line and not too much of it.
+std::string excerpt(const Source& source, std::size_t begin);
+
+std::string inQuotes(std::string_view text);
+
+// The parts. The first is for the document as it was loaded; the second for the job read from it;
+// the third for the machine.
+void inspectDocument(const TiXmlDocument& document, Inspection* inspection);
+void inspectTasks(Inspection* inspection);
+void inspectHost(Inspection* inspection);
+
+}  // namespace runlet_tool

@@ -1,0 +1,109 @@
+// What `check` looks for.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace runlet_tool {
+
+// error: asked for all tasks, the adapter refuses, ends abnormally or does not start every one.
+// warning: it runs, but likely not what was meant.
+enum class Severity { error, warning, note };
+
+// The number of each is its code, which is stable: RJ001 is 1.
+enum class RuleId {
+  unreadable = 1,
+  notXml = 2,
+  inFrontOfRoot = 3,
+  cmdDataIsRoot = 4,
+  noCmdData = 5,
+  noTaskList = 6,
+  noJobParams = 7,
+  jobParamsInFront = 8,
+  repeatedElement = 9,
+  unknownElement = 10,
+  strayText = 11,
+  cutOffText = 12,
+  takenForElement = 13,
+  noBraces = 20,
+  reversedBraces = 21,
+  outsideBraces = 22,
+  emptyByBraces = 23,
+  typedTab = 24,
+  condensedSpace = 25,
+  condensedTemplate = 26,
+  emptyNumber = 27,
+  rubbishBehindNumber = 28,
+  noDigits = 29,
+  beyond32Bits = 30,
+  octalMask = 31,
+  maskOutOfRange = 32,
+  unclearFlag = 33,
+  idWithoutDigits = 34,
+  rootUser = 35,
+  noGroup = 36,
+  noUser = 37,
+  noTimeLimit = 38,
+  wrappedTimeLimit = 39,
+  taskWithoutText = 50,
+  noTasks = 51,
+  unpairedParameter = 52,
+  parameterOfOtherName = 53,
+  parameterWithoutName = 54,
+  duplicateParameter = 55,
+  unusedParameter = 56,
+  longEntry = 57,
+  malformedPlaceholder = 60,
+  undefinedValue = 61,
+  missingValue = 62,
+  carriedWidth = 63,
+  cutTaskNumber = 64,
+  droppedPercent = 65,
+  longExpansion = 66,
+  longDigits = 67,
+  placeholderBeyond32Bits = 68,
+  openQuote = 70,
+  quoteInWord = 71,
+  behindQuote = 72,
+  whiteSpaceInWord = 73,
+  emptyCommand = 74,
+  noSpace = 75,
+  shellInChmod = 76,
+  folderInFrontOfPath = 77,
+  relativeFolder = 78,
+  bareJobFile = 79,
+  startDependentFolder = 80,
+  shellSyntax = 81,
+  missingFolder = 90,
+  folderClosedToLaterTasks = 91,
+  folderClosedToTask = 92,
+  noProgram = 93,
+  noInterpreter = 94,
+  noInterpreterLine = 95,
+  unknownUser = 96,
+  uidWithoutAccount = 97,
+  gidWithoutGroup = 98,
+  groupsNotKept = 99,
+};
+
+struct Rule {
+  RuleId id;
+  Severity severity;
+  const char* title;        // half a sentence
+  const char* explanation;  // what happens, why, and what to write
+};
+
+// All of them, by their code.
+const std::vector<Rule>& allRules();
+
+const Rule& ruleOf(RuleId id);
+
+// Null when there is none of that code, such as "RJ060".
+const Rule* findRule(std::string_view code);
+
+std::string codeOf(const Rule& rule);
+
+const char* nameOf(Severity severity);
+
+}  // namespace runlet_tool

@@ -1,0 +1,192 @@
+#include "tool/check/texts.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "job/strip_brace.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr char whiteSpace[] = " \t\n\v\f\r";
+
+bool hasText(const TiXmlElement& element) {
+  for (const TiXmlNode* node = element.FirstChild(); node != nullptr; node = node->NextSibling()) {
+    if (node->ToText() != nullptr) return true;
+  }
+  return false;
+}
+
+void findCutOff(const TiXmlNode& node, const std::string& name, Inspection* inspection) {
+  find(inspection, RuleId::cutOffText, placeOf(node),
+       excerpt(*inspection->source, inspection->source->offsetOf(node)),
+       "The text of " + name + " ends in front of this, and the rest is dropped.",
+       "Write the text in one piece, and comments outside of " + name + ".");
+}
+
+void findHidden(const TiXmlElement& element, Inspection* inspection) {
+  const TiXmlNode& first = *element.FirstChild();
+  find(inspection, RuleId::cutOffText, placeOf(first),
+       excerpt(*inspection->source, inspection->source->offsetOf(first)),
+       "An element that does not begin with its text has none, so " + element.ValueStr() +
+           " counts as empty.",
+       "Begin " + element.ValueStr() + " with its text.");
+}
+
+// Where in the file white space of the text counts: all of it, or what is between the braces.
+struct Region {
+  std::size_t begin;
+  std::size_t end;
+};
+
+Region regionOf(const Source& source, const TiXmlText& text, TextKind kind) {
+  const std::size_t begin = source.offsetOf(text);
+  const std::size_t end = source.endOfText(begin);
+  if (kind == TextKind::plain) return {begin, end};
+  const std::string_view all = std::string_view(source.text()).substr(begin, end - begin);
+  const std::size_t first = all.find('{');
+  const std::size_t last = all.rfind('}');
+  if (first == std::string_view::npos || last == std::string_view::npos || last < first) {
+    return {begin, end};  // the braces are written as references
+  }
+  return {begin + first, begin + last};
+}
+
+struct WhiteSpaceRow {
+  RuleId rule;
+  const char* why;
+  const char* instead;
+};
+
+constexpr WhiteSpaceRow typedTab = {
+    RuleId::typedTab, "A TAB that is typed arrives as a space, so it does not separate fields.",
+    "Write &#9; for the TAB between two fields."};
+
+// In the order of TextKind.
+constexpr WhiteSpaceRow condensedRows[] = {
+    {RuleId::condensedSpace, "This white space arrives as a single space.",
+     "Write a single space, or &#32; for every one that is to be kept."},
+    {RuleId::condensedTemplate, "This white space arrives as a single space.",
+     "Nothing has to be done if it separates words; in double quotes write &#32; for every space."},
+    {RuleId::condensedSpace, "This white space arrives as a single space.",
+     "Write a single space, or &#32; for every one that is to be kept."},
+    {RuleId::condensedSpace, "This white space arrives as a single space.",
+     "Write a single space, or &#32; for every one that is to be kept."},
+};
+
+std::string named(std::string_view run) {
+  std::string text;
+  for (const char c : run) {
+    text += c == '\t' ? "<TAB>" : c == '\n' ? "<line end>" : "<space>";
+    if (text.size() > 40) return text + "...";
+  }
+  return text;
+}
+
+void findWhiteSpace(const WhiteSpaceRow& row, std::string_view run, std::int32_t number,
+                    Inspection* inspection) {
+  const auto offset = static_cast<std::size_t>(run.data() - inspection->source->text().data());
+  const Place place = inspection->source->placeOf(offset);
+  if (number == 0) {
+    find(inspection, row.rule, place, named(run), row.why, row.instead);
+  } else if (!isFoundForTask(inspection, row.rule, noOffset, number)) {
+    findForTask(inspection, row.rule, noOffset, number, place, named(run), row.why, row.instead);
+  }
+}
+
+struct Dropped {
+  std::size_t index;  // in the text
+  std::string text;
+};
+
+void findDropped(const TiXmlText& node, const Dropped& dropped, std::int32_t number,
+                 Inspection* inspection) {
+  const std::size_t skipped = dropped.text.find_first_not_of(whiteSpace);
+  if (skipped == std::string::npos) return;
+  const char* why = "Text outside the braces is dropped.";
+  const char* instead = "Put all of the text between the braces.";
+  const Source& source = *inspection->source;
+  const Place place = source.placeOf(source.offsetIn(node, dropped.index + skipped));
+  const std::size_t last = dropped.text.find_last_not_of(whiteSpace);
+  const std::string text = dropped.text.substr(skipped, last - skipped + 1);
+  if (number == 0) {
+    find(inspection, RuleId::outsideBraces, place, text, why, instead);
+  } else if (!isFoundForTask(inspection, RuleId::outsideBraces, noOffset, number)) {
+    findForTask(inspection, RuleId::outsideBraces, noOffset, number, place, text, why, instead);
+  }
+}
+
+void findReversed(const TiXmlText& node, Inspection* inspection) {
+  find(inspection, RuleId::reversedBraces, placeOf(node), node.ValueStr(),
+       "The last } stands in front of the first {, and the adapter ends abnormally while it loads "
+       "the file.",
+       "Write the text between a { and a }.");
+}
+
+// A Name or Value is empty then, any other text is refused. "{}" is how an empty one is written.
+void findNoBraces(const TiXmlText& node, TextKind kind, Inspection* inspection) {
+  if (kind != TextKind::parameter) {
+    find(
+        inspection, RuleId::noBraces, placeOf(node), node.ValueStr(),
+        "There is no text between a { and a }, and the adapter refuses the file with \"Strip brace "
+        "failed\".",
+        "Write {" + node.ValueStr() + "}.");
+  } else if (node.ValueStr() != "{}") {
+    find(inspection, RuleId::emptyByBraces, placeOf(node), node.ValueStr(),
+         "There is no text between a { and a }, and it counts as empty.",
+         "Write the text in braces, or {} if it is to be empty.");
+  }
+}
+
+}  // namespace
+
+const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection) {
+  if (element == nullptr || element->FirstChild() == nullptr) return nullptr;
+  const TiXmlNode* first = element->FirstChild();
+  if (first->ToText() == nullptr) {
+    if (hasText(*element)) findHidden(*element, inspection);
+    return nullptr;
+  }
+  const TiXmlNode* second = first->NextSibling();
+  if (second != nullptr) findCutOff(*second, element->ValueStr(), inspection);
+  return first->ToText();
+}
+
+void inspectWhiteSpace(const TiXmlText& text, TextKind kind, std::int32_t number,
+                       Inspection* inspection) {
+  const Source& source = *inspection->source;
+  if (text.CDATA() || !source.hasCondensed()) return;
+  const Region region = regionOf(source, text, kind);
+  bool isTabFound = false;
+  bool isOtherFound = false;
+  for (const std::string_view run : source.condensedWithin(region.begin, region.end)) {
+    const bool isTab = kind == TextKind::fields && run.find('\t') != std::string_view::npos;
+    bool& isFound = isTab ? isTabFound : isOtherFound;
+    if (isFound) continue;
+    isFound = true;
+    const WhiteSpaceRow& row = isTab ? typedTab : condensedRows[static_cast<std::size_t>(kind)];
+    findWhiteSpace(row, run, number, inspection);
+  }
+}
+
+std::string inspectBraces(const TiXmlText& text, TextKind kind, std::int32_t number,
+                          Inspection* inspection) {
+  inspectWhiteSpace(text, kind, number, inspection);
+  std::string stripped;
+  try {
+    if (!runlet::stripBrace(text.Value(), &stripped)) {
+      findNoBraces(text, kind, inspection);
+      return stripped;
+    }
+  } catch (const std::length_error&) {
+    findReversed(text, inspection);
+    return stripped;
+  }
+  const std::string value = text.Value();
+  findDropped(text, {0, value.substr(0, value.find('{'))}, number, inspection);
+  const std::size_t behind = value.rfind('}') + 1;
+  findDropped(text, {behind, value.substr(behind)}, number, inspection);
+  return stripped;
+}
+
+}  // namespace runlet_tool

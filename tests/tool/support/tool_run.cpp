@@ -1,0 +1,26 @@
+#include "tool_run.h"
+
+#include <gtest/gtest.h>
+
+namespace runlet_test {
+
+ProcessOptions tool(const std::vector<std::string>& arguments) {
+  ProcessOptions options;
+  options.arguments = {RUNLET_JOB};
+  options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
+  options.environment = {{"PATH", "/usr/bin:/bin"}};
+  return options;
+}
+
+ProcessResult runTool(const std::vector<std::string>& arguments) {
+  return runProcess(tool(arguments));
+}
+
+void expectTool(const ProcessResult& result, const std::string& output, const std::string& error,
+                const std::string& status) {
+  EXPECT_EQ(result.output, output);
+  EXPECT_EQ(result.error, error);
+  EXPECT_EQ(describeStatus(result.waitStatus), status);
+}
+
+}  // namespace runlet_test

@@ -1,0 +1,21 @@
+// The built runlet-job under test.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "process.h"
+
+namespace runlet_test {
+
+// Options that start runlet-job with `arguments` behind its own name, and with a PATH that does not
+// depend on who runs the tests.
+ProcessOptions tool(const std::vector<std::string>& arguments);
+
+ProcessResult runTool(const std::vector<std::string>& arguments);
+
+// Asserts all that came out of a process. `status` as describeStatus has it.
+void expectTool(const ProcessResult& result, const std::string& output, const std::string& error,
+                const std::string& status);
+
+}  // namespace runlet_test

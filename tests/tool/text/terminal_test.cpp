@@ -1,0 +1,143 @@
+// What runlet-job does differently on a terminal: the program is run on one.
+
+#include "tool/text/terminal.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+#include "temp_folder.h"
+#include "tool_run.h"
+
+namespace runlet_test {
+namespace {
+
+// A terminal; what is written to it can be read here.
+class Terminal {
+ public:
+  Terminal() : descriptor_(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
+    if (descriptor_ < 0 || grantpt(descriptor_) != 0 || unlockpt(descriptor_) != 0) {
+      throw std::runtime_error("cannot make a terminal");
+    }
+    name_ = ptsname(descriptor_);
+  }
+  ~Terminal() {
+    close(descriptor_);
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  const std::string& name() const {
+    return name_;
+  }
+
+  std::string written() const {
+    std::string text;
+    char buffer[4096];
+    for (ssize_t count = 0; (count = read(descriptor_, buffer, sizeof buffer)) > 0;) {
+      text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return text;
+  }
+
+ private:
+  int descriptor_;
+  std::string name_;
+};
+
+constexpr char job[] =
+    "<J><cmdData><Arguments>{/bin/echo %x}</Arguments><TaskTimeout>1</TaskTimeout><uid>7</uid>"
+    "<gid>7</gid><TaskList><Task><Params>{a}</Params></Task></TaskList><JobParams/></cmdData></J>";
+
+std::string writtenByTool(const std::vector<std::string>& arguments,
+                          const std::vector<std::pair<std::string, std::string>>& environment) {
+  const Terminal terminal;
+  ProcessOptions options = tool(arguments);
+  options.environment.emplace_back("TERM", "xterm");
+  options.environment.insert(options.environment.end(), environment.begin(), environment.end());
+  options.prepare = [&] { openAs(STDOUT_FILENO, terminal.name(), O_WRONLY | O_NOCTTY); };
+  runProcess(options);
+  return terminal.written();
+}
+
+class ToolOnATerminal : public testing::Test {
+ protected:
+  TempFolder folder_;
+  const std::string job_ = folder_.write("job.xml", job);
+};
+
+TEST_F(ToolOnATerminal, HasColours) {
+  EXPECT_NE(writtenByTool({"check", job_}, {}).find("\033[1;33mwarning RJ065\033[0m"),
+            std::string::npos);
+  EXPECT_NE(writtenByTool({"expand", job_}, {}).find("\033[1;36mtask 1\033[0m"), std::string::npos);
+}
+
+TEST_F(ToolOnATerminal, HasNoneWhereTheyAreNotWanted) {
+  const std::vector<std::vector<std::pair<std::string, std::string>>> environments = {
+      {{"NO_COLOR", "1"}}, {{"TERM", "dumb"}}};
+  for (const auto& environment : environments) {
+    const std::string text = writtenByTool({"check", job_}, environment);
+    EXPECT_NE(text.find("warning RJ065"), std::string::npos);
+    EXPECT_EQ(text.find('\033'), std::string::npos);
+  }
+  EXPECT_NE(writtenByTool({"check", job_}, {{"NO_COLOR", ""}}).find('\033'), std::string::npos);
+}
+
+TEST_F(ToolOnATerminal, HasNoColoursElsewhere) {
+  EXPECT_EQ(runTool({"check", job_}).output.find('\033'), std::string::npos);
+}
+
+// Standard error of this process, sent to a terminal for a while.
+class OnTerminal {
+ public:
+  explicit OnTerminal(const Terminal& terminal) : old_(dup(STDERR_FILENO)) {
+    openAs(STDERR_FILENO, terminal.name(), O_WRONLY | O_NOCTTY);
+  }
+  ~OnTerminal() {
+    dup2(old_, STDERR_FILENO);
+    close(old_);
+  }
+  OnTerminal(const OnTerminal&) = delete;
+  OnTerminal& operator=(const OnTerminal&) = delete;
+
+ private:
+  int old_;
+};
+
+// Half of the work in the time that a user waits without being told.
+void workFor(std::chrono::milliseconds time, std::size_t total) {
+  runlet_tool::Progress progress("working", total);
+  progress.show(0);
+  std::this_thread::sleep_for(time);
+  progress.show(512);
+}
+
+TEST(ProgressBar, ShowsWhatTakesOverASecondAndGoesAway) {
+  const Terminal terminal;
+  {
+    const OnTerminal on(terminal);
+    workFor(std::chrono::milliseconds(1050), 1024);
+  }
+  EXPECT_EQ(terminal.written(),
+            "\rworking [" + std::string(20, '#') + std::string(20, ' ') + "] 50%\r\033[K");
+}
+
+TEST(ProgressBar, IsNotThereForLessOrWithoutATerminal) {
+  const Terminal terminal;
+  {
+    const OnTerminal on(terminal);
+    workFor(std::chrono::milliseconds(10), 1024);
+    workFor(std::chrono::milliseconds(1050), 0);
+  }
+  EXPECT_EQ(terminal.written(), "");
+  testing::internal::CaptureStderr();
+  workFor(std::chrono::milliseconds(1050), 1024);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+}  // namespace
+}  // namespace runlet_test
