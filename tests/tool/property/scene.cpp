@@ -20,6 +20,7 @@ using runlet_model::Oddness;
 using runlet_model::Random;
 
 constexpr std::uint32_t otherId = 65534;
+constexpr std::size_t levels = 20;
 
 Kind sound() {
   Kind kind;
@@ -145,7 +146,7 @@ class Programs {
   Programs() {
     copy(RUNLET_PLAIN_ADAPTER, adapter);
     copy(RUNLET_JOB, tool);
-    copy(RUNLET_SHELL_SPY, shellSpy);
+    copy(RUNLET_SPY, spy);
   }
 
  private:
@@ -158,7 +159,7 @@ class Programs {
  public:
   const std::string adapter = folder_.file("adapter");
   const std::string tool = folder_.file("runlet-job");
-  const std::string shellSpy = folder_.file("spy.so");
+  const std::string spy = folder_.file("spy.so");
 };
 
 const Programs& programs() {
@@ -278,7 +279,9 @@ Scene::Scene(Random* random, const Kind& kind, bool mayLackRights) {
   const runlet_model::Identity caller =
       isUnprivileged ? runlet_model::Identity{otherId, otherId}
                      : runlet_model::Identity{geteuid(), getegid()};
-  case_ = runlet_model::Generator(random, kind.odd, folder_, caller, isUnprivileged).make();
+  Oddness odd = kind.odd;
+  odd.foreignFolder = base_.path();
+  case_ = runlet_model::Generator(random, odd, folder_, caller, isUnprivileged).make();
   const runlet_model::OptionValues values = runlet_model::readOptions(case_.arguments);
   jobFile_ = values.jobFile;
   appPath_ = values.appPath;
@@ -294,14 +297,26 @@ Scene::Scene(Random* random, const Kind& kind, bool mayLackRights) {
   if (random->chance(kind.rough)) roughen(random, &case_.jobText);
   makeFolders();
   makePrograms(random, kind.shellPath > 0);
-  std::ignore = base_.write("scene" + case_.jobPath.substr(folder_.size()), case_.jobText,
-                            case_.jobMode);
+  base_.write(case_.jobPath.substr(base_.path().size() + 1), case_.jobText, case_.jobMode);
+}
+
+std::string Scene::makeDeepFolder(const TempFolder& base) {
+  std::string name = "deep";
+  for (std::size_t level = 0; level < levels; ++level) {
+    base.makeFolder(name);
+    name += "/deep";
+  }
+  return base.makeFolder(name);
+}
+
+std::string Scene::inScene(const std::string& name) const {
+  return folder_.substr(base_.path().size() + 1) + "/" + name;
 }
 
 void Scene::makeFolders() const {
-  for (const char* name : {"bin", "jobs", "w %s"}) base_.makeFolder(std::string("scene/") + name);
-  base_.makeFolder("scene/shot", 0777);
-  base_.makeFolder("scene/closed", 0700);
+  for (const char* name : {"bin", "jobs", "w %s"}) base_.makeFolder(inScene(name));
+  base_.makeFolder(inScene("shot"), 0777);
+  base_.makeFolder(inScene("closed"), 0700);
   base_.write("record", "", 0666);
   base_.write("commands", "", 0666);
 }
@@ -316,7 +331,7 @@ void Scene::makePrograms(Random* random, bool withShellPaths) const {
   makeRecorder("bin");
   for (const char* folder : {"a b", "a;b", "$x", "(a)"}) {
     if (!withShellPaths) break;
-    base_.makeFolder(std::string("scene/") + folder);
+    base_.makeFolder(inScene(folder));
     makeRecorder(folder);
   }
   writeScript(random, "script", 0644);
@@ -342,7 +357,7 @@ void Scene::writeScript(Random* random, const std::string& name, unsigned mode) 
                        "#!" + folder_ + "/closed/secret\n",
                        "#!/" + std::string(300, 'x') + "\n",
                        "# no interpreter\nexit 4\n"};
-  base_.write("scene/" + name, random->pick(random->chance(50) ? odd : good), mode);
+  base_.write(inScene(name), random->pick(random->chance(50) ? odd : good), mode);
 }
 
 Strings Scene::options(const Range& range) const {
@@ -361,9 +376,10 @@ ProcessResult Scene::run(const std::string& program, const Strings& words) const
   options.folder = folder_;
   options.environment = {{"PATH", folder_ + "/bin:" + folder_ + "/closed"},
                          {"RUNLET_RECORD", base_.file("record")},
-                         {"RUNLET_SHELL_RECORD", base_.file("commands")}};
+                         {"RUNLET_SHELL_RECORD", base_.file("commands")},
+                         {"RUNLET_GROUNDS", base_.path()}};
   if (program == programs().adapter) {
-    options.environment.emplace_back("LD_PRELOAD", programs().shellSpy);
+    options.environment.emplace_back("LD_PRELOAD", programs().spy);
   }
   const bool isUnprivileged = case_.isUnprivileged;
   options.prepare = [isUnprivileged] {

@@ -90,6 +90,8 @@ class Scene {
   std::string description() const;
 
  private:
+  static std::string makeDeepFolder(const TempFolder& base);
+  std::string inScene(const std::string& name) const;  // seen from `base_`
   void makeFolders() const;
   void makeRecorder(const std::string& folder) const;
   void makePrograms(runlet_model::Random* random, bool withShellPaths) const;
@@ -98,7 +100,9 @@ class Scene {
   ProcessResult run(const std::string& program, const Strings& words) const;
 
   TempFolder base_;
-  const std::string folder_ = base_.makeFolder("scene");  // so that ".." is ours as well
+  // So deep that each task of a request may go to the folder above and still be with us: relative
+  // programs are run there, and changed.
+  const std::string folder_ = makeDeepFolder(base_);
   runlet_model::Case case_;
   std::string jobFile_;
   std::string appPath_;
