@@ -78,6 +78,27 @@ class Texts {
   bool inBytes_;
 };
 
+// What a message that ends a request is about.
+std::string nameOf(const std::string& message) {
+  struct Name {
+    const char* part;
+    const char* name;
+  };
+  constexpr Name names[] = {
+      {"fill-in", "refused: fill-in"},
+      {"Not a directory", "refused: the job file as a folder"},
+      {"No such file or directory", "refused: a relative folder"},
+      {"Cannot set gid -1", "refused: no group"},
+      {"Missing user name", "refused: no user"},
+      {"vector", "ends: no value"},
+      {"basic_string", "ends: no space"},
+  };
+  for (const Name& row : names) {
+    if (message.find(row.part) != std::string::npos) return row.name;
+  }
+  return "ended with " + message;
+}
+
 bool isMadeOfDots(const std::string& folder) {
   for (const std::filesystem::path& part : std::filesystem::path(folder)) {
     if (part != "." && part != ".." && part != "") return false;
@@ -236,7 +257,7 @@ class ExpandComparison {
   void compareEnd(const std::string& outcome, const Texts& texts) {
     isOver_ = true;
     const std::string message = texts.at("message").value_or("no message");
-    mark(outcome + " " + message.substr(0, message.find_first_of("'0123456789:", 17)));
+    mark(nameOf(message));
     const bool isRefused = outcome == "refused";
     expect(isRefused ? adapter_.wasRefused() : adapter_.wasAborted(), outcome);
     expect(adapter_.error.ends_with(message) || adapter_.error.ends_with(message + "\n"),
@@ -253,7 +274,8 @@ class ExpandComparison {
     const std::string before = "Runlet adapter: Could not set working folder : '" + folder + "': ";
     const std::size_t at = adapter_.error.rfind(before);
     if (at != std::string::npos) {
-      return isLookedFor(folder) && adapter_.error.find('\n', at + before.size()) == std::string::npos;
+      return isLookedFor(folder) &&
+             adapter_.error.find('\n', at + before.size()) == std::string::npos;
     }
     const std::string end = adapter_.error.substr(adapter_.error.rfind('\n') + 1);
     const bool isUnknown = end.find("Cannot obtain info for user ") != std::string::npos;
@@ -328,8 +350,8 @@ class ExpandComparison {
   }
 
   void showBoth() {
-    trial_.differences += "--- range: " + (range_.first ? std::to_string(*range_.first) : "") + " " +
-                          (range_.count ? std::to_string(*range_.count) : "") +
+    trial_.differences += "--- range: " + (range_.first ? std::to_string(*range_.first) : "") +
+                          " " + (range_.count ? std::to_string(*range_.count) : "") +
                           "\n--- adapter, " + adapter_.status + ":\n" + visible(adapter_.output) +
                           "\n--- its standard error:\n" + visible(adapter_.error) +
                           "\n--- runlet-job, " + describeStatus(tool_.waitStatus) + ":\n" +
@@ -365,7 +387,27 @@ TEST_F(ExpandProperty, SaysWhatTheAdapterDoes) {
     const ProcessResult tool = scene.runTool({"expand", "--json"}, range);
     return ExpandComparison(scene, range, tool, scene.runAdapter(range)).trial();
   };
-  tryJobs(anyKind, true, tryJob, {});
+  tryJobs(anyKind, true, tryJob,
+          {{"all start", 600},
+           {"starts", 700},
+           {"bytes", 5},
+           {"chmod", 80},
+           {"cannot execute", 3},
+           {"not executed by the machine", 50},
+           {"refused by the machine", 30},
+           {"a script", 2},
+           {"an interpreter", 1},
+           {"not reached", 80},
+           {"no task to run", 80},
+           {"refused by the loader", 150},
+           {"ended by the loader", 8},
+           {"refused: fill-in", 40},
+           {"refused: the job file as a folder", 2},
+           {"refused: a relative folder", 20},
+           {"refused: no group", 2},
+           {"refused: no user", 8},
+           {"ends: no value", 2},
+           {"ends: no space", 5}});
 }
 
 }  // namespace

@@ -121,18 +121,30 @@ void roughen(Random* random, std::string* text) {
     std::string to;
   };
   static const std::vector<Change> changes = {
-      {"&#9;", "\t"},           {"&#9;", "\t"},
-      {" ", "  "},              {" ", "\t"},
-      {" ", "\n"},              {" ", "\xc2\xa0"},
-      {"caf\xc3\xa9", "a\xff"}, {"caf\xc3\xa9", "\xed\xa0\x80"},
-      {"caf\xc3\xa9", "\xa9"},  {"shot_A", "\xf4\x90\x80\x80"},
-      {"shot_A", "\xfe {x"},    {"shot_A", "\xc0\x80"},
-      {"name", "\xff"},         {"told", "\xf8"},
-      {"{", "{\xe2\x82\xac"},   {"}", "\xff}"},
-      {"&#9;", "&#11;"},        {" ", "&#160;"},
-      {"recorder", "rec\xff"},  {"vvv", "v\xc3\xa9"},
-      {"&#9;", "&#1;"},         {"&#9;", "&#10;"},
-      {" ", "&#xD800;"},        {"tn", "tn\xf0\x9f\x8e\xac"},
+      {"&#9;", "\t"},
+      {"&#9;", "\t"},
+      {" ", "  "},
+      {" ", "\t"},
+      {" ", "\n"},
+      {" ", "\xc2\xa0"},
+      {"caf\xc3\xa9", "a\xff"},
+      {"caf\xc3\xa9", "\xed\xa0\x80"},
+      {"caf\xc3\xa9", "\xa9"},
+      {"shot_A", "\xf4\x90\x80\x80"},
+      {"shot_A", "\xfe {x"},
+      {"shot_A", "\xc0\x80"},
+      {"name", "\xff"},
+      {"told", "\xf8"},
+      {"{", "{\xe2\x82\xac"},
+      {"}", "\xff}"},
+      {"&#9;", "&#11;"},
+      {" ", "&#160;"},
+      {"recorder", "rec\xff"},
+      {"vvv", "v\xc3\xa9"},
+      {"&#9;", "&#1;"},
+      {"&#9;", "&#10;"},
+      {" ", "&#xD800;"},
+      {"tn", "tn\xf0\x9f\x8e\xac"},
   };
   for (std::size_t left = 1 + random->below(3); left > 0; --left) {
     const Change& change = random->pick(changes);
@@ -230,7 +242,9 @@ const Kind& anyKind(Random* random) {
 const Kind& kindWithoutTheMachine(Random* random) {
   static const std::vector<Kind> kinds = [] {
     std::vector<Kind> all = faultyKinds();
+    all.push_back(usual());
     std::transform(all.begin(), all.end(), all.begin(), withMachine);
+    all.back().odd.rights = 40;  // ids that are not given
     return all;
   }();
   return pickKind(random, kinds);
@@ -276,9 +290,9 @@ std::size_t countOf(const std::string& part, const std::string& text) {
 Scene::Scene(Random* random, const Kind& kind, bool mayLackRights) {
   // Drawn by everybody, so that the rest does not depend on who runs the tests.
   const bool isUnprivileged = random->chance(mayLackRights ? 25 : 0) && geteuid() == 0;
-  const runlet_model::Identity caller =
-      isUnprivileged ? runlet_model::Identity{otherId, otherId}
-                     : runlet_model::Identity{geteuid(), getegid()};
+  const runlet_model::Identity caller = isUnprivileged
+                                            ? runlet_model::Identity{otherId, otherId}
+                                            : runlet_model::Identity{geteuid(), getegid()};
   Oddness odd = kind.odd;
   odd.foreignFolder = base_.path();
   case_ = runlet_model::Generator(random, odd, folder_, caller, isUnprivileged).make();

@@ -19,7 +19,7 @@ using Strings = std::vector<std::string>;
 // What kind of jobs are drawn.
 struct Kind {
   runlet_model::Oddness odd;
-  unsigned rough = 0;  // how often, in percent, texts have white space and bytes of all sorts
+  unsigned rough = 0;      // how often, in percent, texts have white space and bytes of all sorts
   unsigned scripts = 0;    // how often the program is a script
   unsigned shellPath = 0;  // how often the application's path means something to a shell
 };
@@ -46,8 +46,8 @@ struct RecordedChild {
 struct AdapterRun {
   std::string output;
   std::string error;
-  std::string status;  // "exit 0", "signal 6"
-  Strings announced;   // process ids, in the order of their lines
+  std::string status;                             // "exit 0", "signal 6"
+  Strings announced;                              // process ids, in the order of their lines
   std::map<std::string, RecordedChild> children;  // by process id
   std::optional<Strings> shellCommands;           // where they can be seen
 

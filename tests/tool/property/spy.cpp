@@ -1,6 +1,6 @@
-// Loaded into the adapter in front of the C library: adds what the adapter hands to the shell to the
-// file that RUNLET_SHELL_RECORD names, each command with a NUL behind it. What the adapter starts
-// does not have this library.
+// Loaded into the adapter in front of the C library: adds what the adapter hands to the shell to
+// the file that RUNLET_SHELL_RECORD names, each command with a NUL behind it. What the adapter
+// starts does not have this library.
 //
 // The jobs are random, and the tests may run as root. So what would mean something to the shell
 // does not reach it, and nothing is changed or started outside of the folder that RUNLET_GROUNDS
