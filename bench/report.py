@@ -51,7 +51,8 @@ class Figures:
         self.load = benchmarks(results, "load")
         self.launch = benchmarks(results, "launch")
         self.memory = memory(results / "memory.tsv")
-        self.processes = processes(results)
+        self.processes = processes(results, "processes")
+        self.tool = processes(results, "tool")
         self.sizes = sorted(int(name.split("/")[1]) for name in self.launch.values)
 
 
@@ -73,9 +74,9 @@ def memory(path):
     return {name: statistics.median(values) for name, values in peaks.items()}
 
 
-def processes(results):
+def processes(results, kind):
     rounds = Rounds()
-    for path in results.glob("processes-*.json"):
+    for path in results.glob(f"{kind}-*.json"):
         for run in json.loads(path.read_text())["results"]:
             rounds.add(run["command"], run["median"] * 1000)
     return rounds
@@ -108,6 +109,9 @@ def checks(figures):
         if f"task, {tool}" in processes:
             ratio = processes.ratio("task, adapter", f"task, {tool}")
             rows.append((f"process of a task / {tool}", ratio, 1.0, 1.3))
+    for verb in ("check", "expand"):
+        ratio = figures.tool.ratio(verb, "load")
+        rows.append((f"{verb} of 100,000 tasks / load by the adapter", ratio, 2.0, 2.6))
     fill_in = functions.ratio("fillIn", "fillInByPrintf")
     split = functions.ratio("split", "splitByStrtok")
     rows.append(("fill-in of ten placeholders / printf", fill_in, 4.0, 6.0))
@@ -231,6 +235,16 @@ def functions_table(figures):
     )
 
 
+def tool_table(figures):
+    rows = [("load", "`UserRunletAdapter -o PingTask`"), ("check", "`runlet-job check`"),
+            ("expand", "`runlet-job expand`"), ("json", "`runlet-job expand --json`")]
+    return table(
+        ["", "ms", "/ load"],
+        [[text, f"{figures.tool.median(name):.0f}", f"{figures.tool.ratio(name, 'load'):.2f}"]
+         for name, text in rows],
+    )
+
+
 def instructions_table(path):
     rows = [line.split("\t") for line in path.read_text().splitlines()]
     return table(["", "instructions"], [[what, f"{int(count):,}"] for what, count in rows])
@@ -256,6 +270,7 @@ def write_page(figures, rows, results):
         "TASK": table(*processes_table(figures, "task", VARIANTS)),
         "PROGRAMS": table(*processes_table(figures, "task", PROGRAMS)),
         "FUNCTIONS": functions_table(figures),
+        "TOOL": tool_table(figures),
         "INSTRUCTIONS": instructions_table(results / "instructions.tsv"),
     }
     for name, text in parts.items():

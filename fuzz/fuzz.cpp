@@ -1,5 +1,8 @@
 #include "fuzz.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -57,6 +60,19 @@ std::vector<std::string> texts(const std::uint8_t* data, std::size_t size, std::
     data = stop == end ? end : stop + 1;
   }
   return parts;
+}
+
+MemoryFile::MemoryFile(const char* name) : descriptor_(memfd_create(name, MFD_CLOEXEC)) {
+  require(descriptor_ != -1, "a file in memory");
+}
+
+void MemoryFile::write(const std::uint8_t* data, std::size_t size) const {
+  require(ftruncate(descriptor_, 0) == 0, "an empty file");
+  require(pwrite(descriptor_, data, size, 0) == static_cast<ssize_t>(size), "a whole file");
+}
+
+std::string MemoryFile::path() const {
+  return "/proc/self/fd/" + std::to_string(descriptor_);
 }
 
 }  // namespace runlet_fuzz

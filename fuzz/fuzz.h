@@ -23,4 +23,18 @@ std::string standardErrorOf(const std::function<void()>& action);
 // fewer, the last one without what is left over.
 std::vector<std::string> texts(const std::uint8_t* data, std::size_t size, std::size_t count);
 
+// A file that is in memory alone.
+class MemoryFile {
+ public:
+  explicit MemoryFile(const char* name);
+
+  // Makes `size` bytes at `data` the whole of it.
+  void write(const std::uint8_t* data, std::size_t size) const;
+
+  std::string path() const;
+
+ private:
+  int descriptor_;
+};
+
 }  // namespace runlet_fuzz

@@ -1,8 +1,5 @@
 // The loader of the job file: the input is the file.
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <stdexcept>
 
 #include "fuzz.h"
@@ -11,26 +8,6 @@
 namespace {
 
 using runlet_fuzz::require;
-
-// A file that is in memory alone.
-class MemoryFile {
- public:
-  MemoryFile() : descriptor_(memfd_create("job.xml", MFD_CLOEXEC)) {
-    require(descriptor_ != -1, "a file in memory");
-  }
-
-  void write(const std::uint8_t* data, std::size_t size) const {
-    require(ftruncate(descriptor_, 0) == 0, "an empty file");
-    require(pwrite(descriptor_, data, size, 0) == static_cast<ssize_t>(size), "a whole file");
-  }
-
-  std::string path() const {
-    return "/proc/self/fd/" + std::to_string(descriptor_);
-  }
-
- private:
-  int descriptor_;
-};
 
 bool isReport(const std::string& text, const std::string& path) {
   const std::string notLoaded =
@@ -44,7 +21,7 @@ bool isReport(const std::string& text, const std::string& path) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const MemoryFile file;
+  static const runlet_fuzz::MemoryFile file("job.xml");
   file.write(data, size);
   runlet::AdapterContext context;
   context.jobFile = file.path();

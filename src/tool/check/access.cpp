@@ -85,12 +85,11 @@ std::string findProgram(const Identity& who, const std::string& current, const s
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find(':', begin), path.size());
     // An empty entry is the current folder.
-    const std::string folder = fullPath(current, path.substr(begin, end - begin));
-    const std::string candidate = folder + "/" + word;
+    std::string candidate = fullPath(current, path.substr(begin, end - begin));
+    candidate.append("/").append(word);
     const Access access = executeFile(who, current, candidate);
-    if (access == Access::granted) *found = access;
+    if (access != Access::missing) *found = access;
     if (access == Access::granted) return candidate;
-    if (access == Access::denied) *found = access;
     begin = end + 1;
   }
   return "";

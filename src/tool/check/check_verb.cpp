@@ -1,5 +1,6 @@
 #include "tool/check/check_verb.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>

@@ -1,8 +1,6 @@
 // runlet-job check and explain: what is wrong with a job, and what that means.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include "tool/verb.h"
 
 namespace runlet_tool {

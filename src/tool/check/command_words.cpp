@@ -86,7 +86,7 @@ void inspectQuotes(const Line& line, const Word& word) {
 
 void inspectWhiteSpace(const Line& line, const Word& word) {
   if (word.isQuoted) return;
-  const auto found = std::find_if(word.text.begin(), word.text.end(), isWhiteSpace);
+  const auto* const found = std::find_if(word.text.begin(), word.text.end(), isWhiteSpace);
   if (found == word.text.end()) return;
   findIn(line, RuleId::whiteSpaceInWord,
          word.begin + static_cast<std::size_t>(found - word.text.begin()), word.text,
@@ -156,7 +156,8 @@ constexpr char safeInShell[] =
 // Bytes beyond ASCII are letters to a shell.
 bool isSafeInShell(std::string_view path) {
   const auto isSafe = [](char c) {
-    return static_cast<unsigned char>(c) >= 0x80 || (c != '\0' && std::strchr(safeInShell, c));
+    return static_cast<unsigned char>(c) >= 0x80 ||
+           (c != '\0' && std::strchr(safeInShell, c) != nullptr);
   };
   return !path.starts_with('-') && std::all_of(path.begin(), path.end(), isSafe);
 }

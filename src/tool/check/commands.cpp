@@ -111,7 +111,17 @@ std::string quantity(std::size_t count, const char* what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-// Whether the text that the placeholder gave says that there is no such value.
+// Whether what the placeholder gave ends in the text for what there is not. True also where the
+// task has no command to look at.
+bool mayBeUndefined(const Use& use) {
+  if (!use.preview.isComposed) return true;
+  const std::string_view text = runlet::undefinedText;
+  const std::size_t prefix = use.inspection->context.appPath.rfind('/') + 1;
+  const std::string_view line = use.preview.command.line;
+  return line.substr(0, prefix + use.placeholder.valueEnd).ends_with(text);
+}
+
+// Whether there is no such value.
 bool isUndefined(const Use& use) {
   const PlaceholderUse& placeholder = use.placeholder;
   const AdapterContext& context = use.inspection->context;
@@ -119,7 +129,7 @@ bool isUndefined(const Use& use) {
     return placeholder.number <= 0 ||
            placeholder.number > static_cast<std::int32_t>(context.paramNames.size());
   }
-  if (placeholder.form != PlaceholderForm::taskField) return false;
+  if (placeholder.form != PlaceholderForm::taskField || !mayBeUndefined(use)) return false;
   std::string value;
   getTaskField(&context, &value, use.number - 1, placeholder.number);
   const std::string& entry = context.taskList[static_cast<std::size_t>(use.number) - 1];

@@ -1,5 +1,7 @@
 #include "tool/check/findings_text.h"
 
+#include <nlohmann/json.hpp>
+
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {

@@ -1,7 +1,7 @@
 // How findings are told.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "tool/check/finding.h"

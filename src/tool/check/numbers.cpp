@@ -13,7 +13,6 @@
 namespace runlet_tool {
 namespace {
 
-constexpr std::int32_t notGiven = -1;
 constexpr std::int32_t longestMinutes = 35791;
 constexpr std::int32_t millisecondsPerMinute = 60000;
 constexpr std::int32_t largestMask = 0777;

@@ -48,7 +48,7 @@ Step referenceStep(std::string_view rest) {
 Step stepAt(std::string_view rest) {
   if (rest.front() == '&') return referenceStep(rest);
   if (isWhiteSpace(rest.front())) {
-    const auto end = std::find_if_not(rest.begin(), rest.end(), isWhiteSpace);
+    const auto* const end = std::find_if_not(rest.begin(), rest.end(), isWhiteSpace);
     return {static_cast<std::size_t>(end - rest.begin()), 1};
   }
   const std::size_t length = characterLength(rest);
@@ -91,20 +91,20 @@ Place Source::placeOf(std::size_t offset) const {
   std::size_t at = *(next - 1);
   if (at == 0 && text_.starts_with(byteOrderMark)) at = byteOrderMark.size();
   int column = 1;
-  const std::string_view text = text_;
-  for (; at < offset; at += characterLength(text.substr(at))) ++column;
+  const std::string_view all = text_;
+  for (; at < offset; at += characterLength(all.substr(at))) ++column;
   return {static_cast<int>(line), column};
 }
 
 std::size_t Source::offsetOf(const TiXmlBase& node) const {
   const auto line = static_cast<std::size_t>(std::max(node.Row(), 1)) - 1;
-  const std::string_view text = text_;
-  std::size_t at = line < lines_.size() ? lines_[line] : text.size();
+  const std::string_view all = text_;
+  std::size_t at = line < lines_.size() ? lines_[line] : all.size();
   if (at == 0 && text_.starts_with(byteOrderMark)) at = byteOrderMark.size();
-  for (int column = 1; column < node.Column() && at < text.size(); ++column) {
-    at += characterLength(text.substr(at));
+  for (int column = 1; column < node.Column() && at < all.size(); ++column) {
+    at += characterLength(all.substr(at));
   }
-  return std::min(at, text.size());
+  return std::min(at, all.size());
 }
 
 std::size_t Source::offsetIn(const TiXmlText& text, std::size_t index) const {

@@ -1,8 +1,6 @@
 // runlet-job expand: what each task will be.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include "tool/verb.h"
 
 namespace runlet_tool {

@@ -32,7 +32,7 @@ void decide(Preview* preview, Outcome outcome, std::string message, std::string 
 bool isMadeOfDots(std::string_view path) {
   while (!path.empty()) {
     const std::string_view component = path.substr(0, path.find('/'));
-    if (component != "" && component != "." && component != "..") return false;
+    if (!component.empty() && component != "." && component != "..") return false;
     path.remove_prefix(std::min(component.size() + 1, path.size()));
   }
   return true;
@@ -108,7 +108,7 @@ bool compose(const AdapterContext& context, std::int32_t index, Preview* preview
     return false;
   }
   if (!preview->isComposed) {
-    decide(preview, Outcome::refused, withoutLineEnd(runlet::fillInFailedText),
+    decide(preview, Outcome::refused, withoutLineEnd("%s", runlet::fillInFailedText),
            fillInReason(*preview, context));
     return false;
   }

@@ -20,7 +20,7 @@ constexpr std::string_view reservedWords[] = {
     "function", "if",     "in", "select", "then", "time", "until", "while"};
 
 bool isReserved(std::string_view word) {
-  const auto end = std::end(reservedWords);
+  const auto* const end = std::end(reservedWords);
   return std::find(std::begin(reservedWords), end, word) != end;
 }
 

@@ -7,7 +7,7 @@ namespace {
 // rules out surrogates, longer forms than needed and what is beyond U+10FFFF.
 struct Form {
   unsigned char first, last;  // of the first byte
-  std::size_t length;
+  unsigned char length;
   unsigned char secondFirst, secondLast;
 };
 

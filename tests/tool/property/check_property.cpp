@@ -20,8 +20,8 @@ constexpr char cannotExecute[] = "Runlet adapter: Cannot execute command:'";
 
 class CheckComparison {
  public:
-  CheckComparison(const Scene& scene, ProcessResult tool, AdapterRun adapter, bool withHost)
-      : scene_(scene), tool_(std::move(tool)), adapter_(std::move(adapter)), withHost_(withHost) {}
+  CheckComparison(ProcessResult tool, AdapterRun adapter, bool withHost)
+      : tool_(std::move(tool)), adapter_(std::move(adapter)), withHost_(withHost) {}
 
   Trial trial() {
     try {
@@ -129,7 +129,6 @@ class CheckComparison {
     }
   }
 
-  const Scene& scene_;
   const ProcessResult tool_;
   const AdapterRun adapter_;
   const bool withHost_;
@@ -153,7 +152,7 @@ class CheckProperty : public Property {};
 TEST_F(CheckProperty, FindsAnErrorWhereTheAdapterDoesNotStartEveryTask) {
   const auto tryJob = [](const Scene& scene, runlet_model::Random* /*random*/) {
     ProcessResult tool = scene.runTool({"check", "--json"});
-    return CheckComparison(scene, std::move(tool), scene.runAdapter({}), false).trial();
+    return CheckComparison(std::move(tool), scene.runAdapter({}), false).trial();
   };
   tryJobs(kindWithoutTheMachine, false, tryJob, usualEnds);
 }
@@ -161,7 +160,7 @@ TEST_F(CheckProperty, FindsAnErrorWhereTheAdapterDoesNotStartEveryTask) {
 TEST_F(CheckProperty, FindsAnErrorWhereTheMachineLacksSomething) {
   const auto tryJob = [](const Scene& scene, runlet_model::Random* /*random*/) {
     ProcessResult tool = scene.runTool({"check", "--json", "--host"});
-    return CheckComparison(scene, std::move(tool), scene.runAdapter({}), true).trial();
+    return CheckComparison(std::move(tool), scene.runAdapter({}), true).trial();
   };
   std::vector<Minimum> minima = usualEnds;
   minima.insert(minima.end(), {{"RJ076", 5}, {"RJ090", 20}, {"RJ093", 50}});

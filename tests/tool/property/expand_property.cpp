@@ -99,6 +99,12 @@ std::string nameOf(const std::string& message) {
   return "ended with " + message;
 }
 
+// Whether the program is one of the scene's scripts.
+bool isScript(const Strings& words) {
+  const std::string name = words.empty() ? "" : words[0].substr(words[0].rfind('/') + 1);
+  return name == "script" || name == "plain" || name == "secret";
+}
+
 bool isMadeOfDots(const std::string& folder) {
   for (const std::filesystem::path& part : std::filesystem::path(folder)) {
     if (part != "." && part != ".." && part != "") return false;
@@ -220,9 +226,7 @@ class ExpandComparison {
     mark("starts");
     expect(!texts.at("message"), "message of a task that starts");
     const Strings words = texts.list("argv");
-    const bool isInterpreter = child.arguments.size() > 1 && child.arguments != words &&
-                               child.arguments[0].ends_with("bin/recorder");
-    if (isInterpreter) return compareInterpreter(child, words);
+    if (isScript(words)) return compareInterpreter(child, words);
     expect(child.arguments == words, "argument vector");
     if (child.arguments != words) {
       for (const std::string& word : child.arguments) differ("  of the child: " + visible(word));
@@ -245,8 +249,7 @@ class ExpandComparison {
     const std::size_t at = adapter_.error.find(message, errorAt_);
     if (at == std::string::npos) {
       mark("a script");
-      expect(!texts.list("argv").empty() && !texts.list("argv")[0].ends_with("recorder"),
-             "a recorder without a record");
+      expect(isScript(texts.list("argv")), "a recorder without a record");
       return;
     }
     mark("not executed by the machine");

@@ -88,7 +88,8 @@ std::vector<Kind> machineKinds() {
   programs.odd.folders = 50;
   programs.odd.jobPaths = 12;
   programs.shellPath = 15;
-  programs.scripts = 50;
+  programs.odd.rights = 25;
+  programs.otherPrograms = 50;
   Kind rights = usual();
   rights.odd.rights = 50;
   rights.odd.appPaths = 30;
@@ -304,14 +305,24 @@ Scene::Scene(Random* random, const Kind& kind, bool mayLackRights) {
     appPath_ = random->pick<std::string>({folder_ + "/a b/tool", folder_ + "/a;b/tool",
                                           folder_ + "/$x/tool", "a b/tool", folder_ + "/(a)/tool"});
   }
-  if (random->chance(kind.scripts)) {
-    const auto script = random->pick<std::string>({"script", "script", "plain", "secret"});
-    replaceOne(random, "recorder", script, &case_.jobText);
-  }
+  if (random->chance(kind.otherPrograms)) changeProgram(random);
   if (random->chance(kind.rough)) roughen(random, &case_.jobText);
   makeFolders();
   makePrograms(random, kind.shellPath > 0);
   base_.write(case_.jobPath.substr(base_.path().size() + 1), case_.jobText, case_.jobMode);
+}
+
+// Scripts, one that is out of reach, and another program for each task.
+void Scene::changeProgram(Random* random) {
+  const auto program =
+      random->pick<std::string>({"script", "script", "plain", "secret", "secret", "%tp1"});
+  replaceOne(random, "recorder", program, &case_.jobText);
+  const bool isGiven = !appPath_.empty();
+  if (isGiven && program == "secret") appPath_ = folder_ + "/closed/x";
+  if (program != "%tp1") return;
+  for (const auto& [value, name] : {std::pair("shot_A", "plain"), std::pair("101", "recorder")}) {
+    replaceOne(random, value, name, &case_.jobText);
+  }
 }
 
 std::string Scene::makeDeepFolder(const TempFolder& base) {
@@ -348,6 +359,7 @@ void Scene::makePrograms(Random* random, bool withShellPaths) const {
     base_.makeFolder(inScene(folder));
     makeRecorder(folder);
   }
+  base_.write(inScene("notes"), "exit 0\n");
   writeScript(random, "script", 0644);
   writeScript(random, "bin/script", 0755);
   writeScript(random, "bin/plain", 0644);
@@ -365,7 +377,7 @@ void Scene::writeScript(Random* random, const std::string& name, unsigned mode) 
                        "#!/bin/sh\r\nexit 5\n",
                        "#!sh\nexit 5\n",
                        "#!bin/recorder\n",
-                       "#!" + folder_ + "/script\n",
+                       "#!" + folder_ + "/notes\n",
                        "#!" + folder_ + "/shot\n",
                        "#!" + folder_ + "/bin/script\n",
                        "#!" + folder_ + "/closed/secret\n",

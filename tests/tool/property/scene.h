@@ -19,9 +19,9 @@ using Strings = std::vector<std::string>;
 // What kind of jobs are drawn.
 struct Kind {
   runlet_model::Oddness odd;
-  unsigned rough = 0;      // how often, in percent, texts have white space and bytes of all sorts
-  unsigned scripts = 0;    // how often the program is a script
-  unsigned shellPath = 0;  // how often the application's path means something to a shell
+  unsigned rough = 0;  // how often, in percent, texts have white space and bytes of all sorts
+  unsigned otherPrograms = 0;  // how often the program is another one than the recorder
+  unsigned shellPath = 0;      // how often the application's path means something to a shell
 };
 
 // A third of them without a fault on purpose, the others of all kinds.
@@ -90,6 +90,7 @@ class Scene {
   std::string description() const;
 
  private:
+  void changeProgram(runlet_model::Random* random);
   static std::string makeDeepFolder(const TempFolder& base);
   std::string inScene(const std::string& name) const;  // seen from `base_`
   void makeFolders() const;

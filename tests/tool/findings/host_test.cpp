@@ -1,0 +1,169 @@
+// What is found by looking at the machine.
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "findings.h"
+#include "mounts.h"
+
+namespace runlet_test {
+namespace {
+
+constexpr unsigned unknownId = 3999999;
+
+class HostFindings : public Findings {
+ protected:
+  HostFindings() {
+    host_ = true;
+  }
+
+  // A folder that nobody but root may enter, whoever runs the tests.
+  void useClosedFolder() {
+    folder_.makeFolder("closed", 0600);
+  }
+
+  void expectMendedRan() {
+    runFolder_ = folder();
+    expectMended(called("/bin/echo 1") + "1\n");
+  }
+};
+
+TEST_F(HostFindings, RJ090NoRunFolder) {
+  const std::string shots = folder_.file("shots");
+  expectFound({{"RJ090", "error", 4, 20, shots, ""}});
+  expectBadRefused(cannotEnter(shots, "No such file or directory"));
+  expectMendedRan();
+}
+
+TEST_F(HostFindings, RJ091RunFolderClosedToTheUserOfSeveralTasks) {
+  useClosedFolder();
+  expectFound({{"RJ091", "error", 4, 20, folder_.file("closed"), ""}});
+  REQUIRE_ROOT();
+  runFolder_ = folder_.file("closed");
+  expectBad(called("/bin/echo 1") + "1\n", cannotEnter(runFolder_, "Permission denied"),
+            "exit 255");
+  runFolder_ = folder();
+  expectMended(called("/bin/echo 1") + called("/bin/echo 2") + "1\n2\n");
+}
+
+TEST_F(HostFindings, RJ092RunFolderClosedToTheUserOfOneTask) {
+  useClosedFolder();
+  expectFound({{"RJ092", "warning", 4, 20, folder_.file("closed"), ""}});
+  REQUIRE_ROOT();
+  runFolder_ = folder_.file("closed");
+  expectBad(called("/bin/echo 1") + "1\n");
+  expectMendedRan();
+}
+
+TEST_F(HostFindings, NameEveryTaskOfAProgramThatIsNotThere) {
+  given_[bad] = readFile(std::string(samplesFolder) + "/RJ091/mended.xml");
+  given_[bad].replace(given_[bad].find("/bin/echo"), 9, "/bin/no-such-echo");
+  expectCheck(bad, {{"RJ093", "error", 3, 17, "/bin/no-such-echo", "all"}});
+}
+
+TEST_F(HostFindings, RJ093ProgramNotFound) {
+  expectFound({{"RJ093", "error", 3, 17, "no-such-renderer", "all"}});
+  expectBadNotExecuted("no-such-renderer 1");
+  expectMended(called("echo 1") + "1\n");
+}
+
+class ScriptFindings : public HostFindings {
+ protected:
+  void expectMendedScript() {
+    const std::string line = folder_.file("script") + " 1";
+    expectMended(called(line) + "ran 1\n");
+  }
+
+  void SetUp() override {
+    HostFindings::SetUp();
+    writeScript("script", "#!/bin/sh\necho ran \"$@\"\n");
+  }
+};
+
+TEST_F(ScriptFindings, RJ094InterpreterNotThere) {
+  writeScript("broken", "#!/nowhere/sh\necho ran\n");
+  expectFound({{"RJ094", "error", 3, 17, folder_.file("broken"), "all"}});
+  expectBadNotExecuted(folder_.file("broken") + " 1");
+  expectMendedScript();
+}
+
+TEST_F(ScriptFindings, RJ095ScriptWithoutAnInterpreterLine) {
+  writeScript("bare", "echo ran by `cat /proc/$$/comm`\n");
+  expectFound({{"RJ095", "warning", 3, 17, folder_.file("bare"), "all"}});
+  expectBad(called(folder_.file("bare") + " 1") + "ran by sh\n");
+  expectMendedScript();
+}
+
+TEST_F(HostFindings, RJ096UnknownUserName) {
+  options_ = {"-u", "no-such-artist"};
+  expectFound({{"RJ096", "error", 0, 0, "no-such-artist", ""}});
+  errno = 0;
+  ASSERT_EQ(getpwnam("no-such-artist"), nullptr);
+  const std::string reason = errno != 0 ? std::strerror(errno) : "No such user";
+  expectBad(calling("/bin/echo 1", folder()),
+            "Cannot obtain info for user no-such-artist:" + reason, "exit 255");
+  expectMendedRan();
+}
+
+TEST_F(HostFindings, RJ097UserIdWithoutAnAccount) {
+  ASSERT_EQ(getpwuid(unknownId), nullptr);
+  expectFound({{"RJ097", "warning", 5, 10, "3999999", ""}});
+  REQUIRE_ROOT();
+  expectBad(called("/usr/bin/id -u") + "3999999\n");
+  expectMended(called("/usr/bin/id -u") + std::to_string(otherId) + "\n");
+}
+
+// The task then lacks the group of its user as well.
+TEST_F(HostFindings, RJ098GroupIdWithoutAGroup) {
+  ASSERT_EQ(getgrgid(unknownId), nullptr);
+  const passwd* other = getpwuid(otherId);
+  ASSERT_NE(other, nullptr);
+  const group* primary = getgrgid(other->pw_gid);
+  ASSERT_NE(primary, nullptr);
+  expectFound(
+      {{"RJ099", "note", 5, 10, primary->gr_name, ""}, {"RJ098", "warning", 6, 10, "3999999", ""}});
+  REQUIRE_ROOT();
+  expectBad(called("/usr/bin/id -g") + "3999999\n");
+  expectMended(called("/usr/bin/id -g") + std::to_string(otherId) + "\n");
+}
+
+// A machine of its own users and groups, for both programs.
+class GroupFindings : public HostFindings {
+ protected:
+  void prepare(ProcessOptions* options) const override {
+    const std::string passwd = folder_.file("passwd");
+    const std::string group = folder_.file("group");
+    options->prepare = [passwd, group] {
+      const bool done = enterOwnMounts() &&
+                        mount(passwd.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0 &&
+                        mount(group.c_str(), "/etc/group", nullptr, MS_BIND, nullptr) == 0 &&
+                        setgroups(0, nullptr) == 0;
+      if (!done) _exit(95);
+    };
+  }
+
+  void SetUp() override {
+    HostFindings::SetUp();
+    folder_.write("passwd",
+                  "root:x:0:0::/:/bin/sh\n"
+                  "artist:x:70001:70001::/:/bin/sh\n"
+                  "helper:x:70002:70001::/:/bin/sh\n");
+    folder_.write("group", "root:x:0:\nstudio:x:70001:\nstorage:x:70009:artist\n");
+  }
+};
+
+TEST_F(GroupFindings, RJ099GroupsThatTheTaskWillNotHave) {
+  REQUIRE_ROOT();
+  REQUIRE_MOUNTS();
+  expectFound({{"RJ099", "note", 5, 10, "storage", ""}});
+  expectBad(called("/usr/bin/id -G") + "70001\n");
+  expectMended(called("/usr/bin/id -G") + "70001\n");
+}
+
+}  // namespace
+}  // namespace runlet_test

@@ -1,0 +1,103 @@
+// What is found in the structure of a job file.
+
+#include "findings.h"
+
+namespace runlet_test {
+namespace {
+
+constexpr char invalidSyntax[] = "Runlet adapter: Invalid XML job syntax.\n";
+
+class StructureFindings : public Findings {
+ protected:
+  // The job file is refused with `error`, and none of its tasks is known.
+  void expectRefused(const std::vector<Found>& findings, const std::string& error = invalidSyntax) {
+    badTasks_ = 0;
+    expectRefusedBehindTasks(findings, error);
+  }
+
+  // Its tasks have been read by then.
+  void expectRefusedBehindTasks(const std::vector<Found>& findings,
+                                const std::string& error = invalidSyntax) {
+    expectFound(findings);
+    expectBadRefused(error);
+    expectMended(called("/bin/echo 1") + "1\n");
+  }
+
+  std::string couldNotLoad(const std::string& reason) const {
+    return "Runlet adapter: Could not load parameter file " + folder_.file("bad.xml") +
+           ". Error='" + reason + "'.Exiting.\n";
+  }
+};
+
+// The bad file is none at all.
+TEST_F(StructureFindings, RJ001FileCannotBeRead) {
+  expectRefused({{"RJ001", "error", 0, 0, "", ""}}, couldNotLoad("Failed to open file"));
+}
+
+TEST_F(StructureFindings, RJ002NotWellFormed) {
+  expectRefused({{"RJ002", "error", 7, 14, "", ""}}, couldNotLoad("Error reading end tag."));
+}
+
+TEST_F(StructureFindings, RJ003SomethingInFrontOfTheRoot) {
+  expectRefused({{"RJ003", "error", 1, 1, "<?xml version=\"1.0\"?>", ""}});
+}
+
+TEST_F(StructureFindings, RJ004CmdDataIsTheRoot) {
+  expectRefused({{"RJ004", "error", 1, 1, "<cmdData>", ""}});
+}
+
+TEST_F(StructureFindings, RJ005NoCmdData) {
+  expectRefused({{"RJ005", "error", 1, 1, "<Job>", ""}});
+}
+
+TEST_F(StructureFindings, RJ006NoTaskList) {
+  expectRefused({{"RJ006", "error", 2, 3, "", ""}});
+}
+
+TEST_F(StructureFindings, RJ007NoJobParams) {
+  expectRefusedBehindTasks({{"RJ007", "error", 2, 3, "", ""}});
+}
+
+TEST_F(StructureFindings, RJ008JobParamsInFrontOfTaskList) {
+  expectRefusedBehindTasks({{"RJ008", "error", 8, 5, "<JobParams>", ""}});
+}
+
+TEST_F(StructureFindings, RJ009RepeatedElement) {
+  expectFound({{"RJ009", "warning", 12, 5, "<umask>", ""}});
+  expectBad(called("/bin/sh -c umask") + "0022\n");
+  expectMended(called("/bin/sh -c umask") + "0077\n");
+}
+
+TEST_F(StructureFindings, RJ010UnknownElement) {
+  expectFound({{"RJ010", "warning", 4, 5, "<workingFolder>", ""}});
+  expectTold("<WorkingFolder>");
+  expectBad(called("/bin/pwd") + folder() + "\n");
+  runFolder_ = "/tmp";
+  expectMended(called("/bin/pwd") + "/tmp\n");
+}
+
+TEST_F(StructureFindings, RJ011TextWhereNoneIsRead) {
+  expectFound({{"RJ011", "warning", 9, 36, "{dusk}</Task>", ""}});
+  expectBad(called("/bin/echo dawn") + "dawn\n");
+  expectMended(called("/bin/echo dawn") + called("/bin/echo dusk") + "dawn\ndusk\n");
+}
+
+TEST_F(StructureFindings, RJ012TextCutOffAtAComment) {
+  expectFound({{"RJ012", "warning", 4, 21, "<!-- scratch -->tmp</WorkingFolder>", ""}});
+  runFolder_ = "/";
+  expectBad(called("/bin/pwd") + "/\n");
+  runFolder_ = "/tmp";
+  expectMended(called("/bin/pwd") + "/tmp\n");
+}
+
+// It hides the element that comes behind it.
+TEST_F(StructureFindings, RJ013CommentTakenForAnElement) {
+  expectFound({{"RJ061", "warning", 3, 27, "%jp1", "all"},
+               {"RJ013", "warning", 11, 5, "<!--JobParams-->", ""},
+               {"RJ009", "warning", 12, 5, "<JobParams>", ""}});
+  expectBad(called("/bin/echo Undefined") + "Undefined\n");
+  expectMended(called("/bin/echo harbour") + "harbour\n");
+}
+
+}  // namespace
+}  // namespace runlet_test
