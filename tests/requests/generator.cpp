@@ -357,9 +357,9 @@ std::string Generator::idSetting(const std::string& name, std::uint32_t own,
 
 std::string Generator::workingFolder() {
   const Strings odd = {
-      in("closed"), in("closed"),   in("closed"), in("missing"),  in("script"),
-      "missing",    in("w %s"),     "",           in("script/x"), std::string(300, 'x'),
-      "/tmp",       in("closed/..")};
+      in("closed"),       in("closed"),   in("closed"), in("missing"),  in("script"),
+      "missing",          in("w %s"),     "",           in("script/x"), std::string(300, 'x'),
+      odd_.foreignFolder, in("closed/..")};
   const Strings usual = {in("shot"), in("closed"),           folder_,         "shot",    ".",
                          "..",       " " + in("shot") + " ", "shot/../shot/", in("w %s")};
   return setting("WorkingFolder", odd, usual, odd_.folders, 100 - odd_.folders);

@@ -29,6 +29,7 @@ struct Oddness {
   unsigned rights = 5;
   unsigned ranges = 20;
   unsigned pings = 10;
+  std::string foreignFolder = "/tmp";  // one that is not of the request's making
 };
 
 struct Case {

@@ -1,0 +1,172 @@
+// What runlet-job check finds in random jobs, held against whether the adapter starts their tasks.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "property.h"
+
+namespace runlet_test {
+namespace {
+
+using Json = nlohmann::json;
+
+// The path that chmod is run on means something to the shell. That is an error because it is
+// dangerous; the task may start all the same.
+constexpr char dangerousPath[] = "RJ076";
+
+constexpr char cannotExecute[] = "Runlet adapter: Cannot execute command:'";
+
+class CheckComparison {
+ public:
+  CheckComparison(ProcessResult tool, AdapterRun adapter, bool withHost)
+      : tool_(std::move(tool)), adapter_(std::move(adapter)), withHost_(withHost) {}
+
+  Trial trial() {
+    try {
+      compare(Json::parse(tool_.output));
+    } catch (const std::exception& error) {
+      differ(std::string("the report cannot be read: ") + error.what());
+    }
+    if (!trial_.differences.empty()) showBoth();
+    return trial_;
+  }
+
+ private:
+  void compare(const Json& report) {
+    expect(report.at("format") == "runlet-job check" && report.at("version") == 1, "format");
+    const Json& job = report.at("jobs").at(0);
+    const std::string status = describeStatus(tool_.waitStatus);
+    const bool hasErrors = job.at("errors") > 0;
+    expect(hasErrors ? status == "exit 1" || status == "exit 2" : status == "exit 0",
+           "exit status of runlet-job");
+    bool hasDangerousPath = false;
+    std::size_t errors = 0;
+    for (const Json& finding : job.at("findings")) {
+      const auto code = finding.at("code").get<std::string>();
+      mark(code);
+      hasDangerousPath = hasDangerousPath || code == dangerousPath;
+      if (finding.at("severity") == "error") ++errors;
+      if (finding.at("severity") == "error" && code != dangerousPath) hasReason_ = true;
+    }
+    expect(job.at("errors") == errors, "number of errors");
+    compareWithAdapter(hasErrors, hasDangerousPath);
+  }
+
+  void compareWithAdapter(bool hasErrors, bool hasDangerousPath) {
+    const bool allStart = allTasksStart();
+    mark(end());
+    if (!withHost_ && !allStart && wasTheMachine()) return mark("no machine for it");
+    if (lacksRights()) return mark("no rights for it");
+    if (!hasErrors) {
+      expect(allStart, "no error, but not every task is started");
+      mark("no error");
+    } else if (hasReason_) {
+      expect(!allStart, "errors, but every task is started");
+      mark("errors");
+    } else if (hasDangerousPath) {
+      mark(allStart ? "a dangerous path, but started" : "a dangerous path, and not started");
+    }
+  }
+
+  bool allTasksStart() const {
+    return adapter_.status == "exit 0" && !adapter_.announced.empty() &&
+           countOf(cannotExecute, adapter_.error) == 0;
+  }
+
+  std::string end() const {
+    if (adapter_.wasAborted()) return "the request is ended";
+    if (adapter_.wasRefused()) {
+      const bool isLoad = adapter_.output.empty() && adapter_.error.ends_with("\n") &&
+                          adapter_.error.find("fill-in") == std::string::npos;
+      return isLoad ? "refused by the loader" : "refused for a task";
+    }
+    if (adapter_.announced.empty()) return "no task";
+    return countOf(cannotExecute, adapter_.error) == 0 ? "all start" : "a task is not executed";
+  }
+
+  // Whether it was for want of a folder, a user, a group or a program.
+  bool wasTheMachine() const {
+    const std::string& error = adapter_.error;
+    if (adapter_.status == "exit 0") {
+      return countOf(cannotExecute, error) > countOf("Cannot execute command:'':", error);
+    }
+    const std::string last = error.substr(error.rfind('\n') + 1);
+    for (const char* text :
+         {"Cannot obtain info for user ", "Cannot set gid ", "Cannot set uid "}) {
+      const std::size_t at = last.find(text);
+      if (at != std::string::npos) return last.find(" -1: No such", at) == std::string::npos;
+    }
+    return last.find("Could not set working folder : '/") != std::string::npos;
+  }
+
+  // The check answers for an adapter of root that may become everybody.
+  bool lacksRights() const {
+    const bool isId = adapter_.error.find("Cannot set gid ") != std::string::npos ||
+                      adapter_.error.find("Cannot set uid ") != std::string::npos;
+    return isId && (adapter_.error.ends_with("Operation not permitted") ||
+                    adapter_.error.ends_with("Invalid argument"));
+  }
+
+  void mark(const std::string& name) {
+    trial_.marks.insert(name);
+  }
+  void differ(const std::string& what) {
+    trial_.differences += "not as the adapter does it: " + what + "\n";
+  }
+  void expect(bool holds, const std::string& what) {
+    if (!holds) differ(what);
+  }
+
+  void showBoth() {
+    trial_.differences += "--- adapter, " + adapter_.status + ":\n" + visible(adapter_.output) +
+                          "\n--- its standard error:\n" + visible(adapter_.error) +
+                          "\n--- runlet-job, " + describeStatus(tool_.waitStatus) + ":\n" +
+                          visible(tool_.output) + visible(tool_.error) + "\n";
+    for (const std::string& command : adapter_.shellCommands.value_or(Strings())) {
+      trial_.differences += "--- to the shell: " + visible(command) + "\n";
+    }
+  }
+
+  const ProcessResult tool_;
+  const AdapterRun adapter_;
+  const bool withHost_;
+  bool hasReason_ = false;  // an error that keeps a task from being started
+  Trial trial_;
+};
+
+const std::vector<Minimum> usualEnds = {
+    {"no error", 600},
+    {"errors", 300},
+    {"all start", 600},
+    {"refused by the loader", 120},
+    {"refused for a task", 80},
+    {"the request is ended", 25},
+    {"no task", 10},
+    {"a task is not executed", 30},
+};
+
+class CheckProperty : public Property {};
+
+TEST_F(CheckProperty, FindsAnErrorWhereTheAdapterDoesNotStartEveryTask) {
+  const auto tryJob = [](const Scene& scene, runlet_model::Random* /*random*/) {
+    ProcessResult tool = scene.runTool({"check", "--json"});
+    return CheckComparison(std::move(tool), scene.runAdapter({}), false).trial();
+  };
+  tryJobs(kindWithoutTheMachine, false, tryJob, usualEnds);
+}
+
+TEST_F(CheckProperty, FindsAnErrorWhereTheMachineLacksSomething) {
+  const auto tryJob = [](const Scene& scene, runlet_model::Random* /*random*/) {
+    ProcessResult tool = scene.runTool({"check", "--json", "--host"});
+    return CheckComparison(std::move(tool), scene.runAdapter({}), true).trial();
+  };
+  std::vector<Minimum> minima = usualEnds;
+  minima.insert(minima.end(), {{"RJ076", 5}, {"RJ090", 20}, {"RJ093", 50}});
+  if (geteuid() == 0) minima.insert(minima.end(), {{"RJ091", 1}, {"RJ094", 1}, {"RJ096", 2}});
+  tryJobs(anyKind, false, tryJob, minima);
+}
+
+}  // namespace
+}  // namespace runlet_test

@@ -1,0 +1,48 @@
+// A test that tries many random jobs.
+//
+//   RUNLET_JOBS=n       each test tries n jobs instead of its usual number
+//   RUNLET_JOBS_SEED=n  where the random numbers start, usually 1
+//   RUNLET_JOBS_CASE=n  tries one job alone, as a failure tells it
+//   RUNLET_JOBS_SHOW=1  shows how many jobs came to what
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+
+#include "scene.h"
+
+namespace runlet_test {
+
+// What trying a job came to.
+struct Trial {
+  std::string differences;      // empty: all is as it should be
+  std::set<std::string> marks;  // names of what happened
+};
+
+// How many jobs a mark has to be reached by, when the usual number of jobs is tried.
+struct Minimum {
+  std::string mark;
+  unsigned count;
+};
+
+class Property : public testing::Test {
+ protected:
+  using Draw = std::function<const Kind&(runlet_model::Random* random)>;
+  using Try = std::function<Trial(const Scene& scene, runlet_model::Random* random)>;
+
+  void tryJobs(const Draw& draw, bool mayLackRights, const Try& tryJob,
+               const std::vector<Minimum>& minima);
+
+ private:
+  std::uint64_t startOf(std::uint64_t number) const;
+  void show() const;
+
+  std::map<std::string, unsigned> reached_;
+};
+
+}  // namespace runlet_test

@@ -1,0 +1,461 @@
+#include "scene.h"
+
+#include <grp.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+#include <sstream>
+
+#include "options.h"
+
+namespace runlet_test {
+namespace {
+
+using runlet_model::Oddness;
+using runlet_model::Random;
+
+constexpr std::uint32_t otherId = 65534;
+constexpr std::size_t levels = 20;
+
+Kind sound() {
+  Kind kind;
+  kind.odd = {.opcode = 0,
+              .options = 0,
+              .structure = 0,
+              .markup = 0,
+              .braces = 0,
+              .numbers = 0,
+              .parameters = 0,
+              .placeholders = 30,
+              .wrongPlaceholders = 0,
+              .programs = 0,
+              .appPaths = 12,
+              .folders = 0,
+              .jobPaths = 0,
+              .rights = 0,
+              .pings = 0};
+  return kind;
+}
+
+Kind usual() {
+  Kind kind;
+  kind.odd.opcode = 0;
+  kind.odd.options = 0;
+  kind.odd.pings = 0;
+  return kind;
+}
+
+// The machine has all that it is asked for.
+Kind withMachine(Kind kind) {
+  kind.odd.programs = 0;
+  kind.odd.folders = 0;
+  kind.odd.rights = 0;
+  return kind;
+}
+
+std::vector<Kind> faultyKinds() {
+  Kind structure = usual();
+  structure.odd.structure = 6;
+  structure.odd.placeholders = 80;
+  structure.odd.parameters = 25;
+  structure.odd.numbers = 6;
+  Kind texts = usual();
+  texts.odd.markup = 8;
+  texts.odd.braces = 6;
+  texts.odd.numbers = 10;
+  texts.odd.parameters = 15;
+  texts.rough = 80;
+  Kind damaged = usual();
+  damaged.odd.bytes = 90;
+  damaged.rough = 30;
+  Kind templates = usual();
+  templates.odd.placeholders = 80;
+  templates.odd.wrongPlaceholders = 4;
+  templates.odd.parameters = 30;
+  templates.rough = 60;
+  return {structure, texts, damaged, templates};
+}
+
+std::vector<Kind> machineKinds() {
+  Kind programs = usual();
+  programs.odd.programs = 40;
+  programs.odd.appPaths = 45;
+  programs.odd.folders = 50;
+  programs.odd.jobPaths = 12;
+  programs.shellPath = 15;
+  programs.odd.rights = 25;
+  programs.otherPrograms = 50;
+  Kind rights = usual();
+  rights.odd.rights = 50;
+  rights.odd.appPaths = 30;
+  rights.odd.folders = 70;
+  return {programs, rights};
+}
+
+const Kind& pickKind(Random* random, const std::vector<Kind>& faulty) {
+  static const Kind soundKind = sound();
+  return random->chance(40) ? soundKind : random->pick(faulty);
+}
+
+// Puts `text` in the place of one of the places where `part` stands.
+void replaceOne(Random* random, const std::string& part, const std::string& text,
+                std::string* whole) {
+  const std::size_t count = countOf(part, *whole);
+  if (count == 0) return;
+  std::size_t at = whole->find(part);
+  for (std::size_t left = random->below(count); left > 0; --left) {
+    at = whole->find(part, at + part.size());
+  }
+  whole->replace(at, part.size(), text);
+}
+
+// White space that is typed, condensed or odd, bytes that are not UTF-8, and characters that the
+// limit of a lookup cuts through.
+void roughen(Random* random, std::string* text) {
+  struct Change {
+    std::string from;
+    std::string to;
+  };
+  static const std::vector<Change> changes = {
+      {"&#9;", "\t"},
+      {"&#9;", "\t"},
+      {" ", "  "},
+      {" ", "\t"},
+      {" ", "\n"},
+      {" ", "\xc2\xa0"},
+      {"caf\xc3\xa9", "a\xff"},
+      {"caf\xc3\xa9", "\xed\xa0\x80"},
+      {"caf\xc3\xa9", "\xa9"},
+      {"shot_A", "\xf4\x90\x80\x80"},
+      {"shot_A", "\xfe {x"},
+      {"shot_A", "\xc0\x80"},
+      {"name", "\xff"},
+      {"told", "\xf8"},
+      {"{", "{\xe2\x82\xac"},
+      {"}", "\xff}"},
+      {"&#9;", "&#11;"},
+      {" ", "&#160;"},
+      {"recorder", "rec\xff"},
+      {"vvv", "v\xc3\xa9"},
+      {"&#9;", "&#1;"},
+      {"&#9;", "&#10;"},
+      {" ", "&#xD800;"},
+      {"tn", "tn\xf0\x9f\x8e\xac"},
+  };
+  for (std::size_t left = 1 + random->below(3); left > 0; --left) {
+    const Change& change = random->pick(changes);
+    replaceOne(random, change.from, change.to, text);
+  }
+}
+
+// Copies of the programs where every user may execute them.
+class Programs {
+ public:
+  Programs() {
+    copy(RUNLET_PLAIN_ADAPTER, adapter);
+    copy(RUNLET_JOB, tool);
+    copy(RUNLET_SPY, spy);
+  }
+
+ private:
+  static void copy(const std::string& from, const std::string& to) {
+    std::filesystem::copy_file(from, to);
+    std::filesystem::permissions(to, std::filesystem::perms{0755});
+  }
+  const TempFolder folder_;
+
+ public:
+  const std::string adapter = folder_.file("adapter");
+  const std::string tool = folder_.file("runlet-job");
+  const std::string spy = folder_.file("spy.so");
+};
+
+const Programs& programs() {
+  static const Programs copies;
+  return copies;
+}
+
+std::string fromHex(const std::string& text) {
+  std::string out;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool isCode = text.compare(at, 2, "\\x") == 0;
+    out += isCode ? static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16)) : text[at];
+    if (isCode) at += 3;
+  }
+  return out;
+}
+
+// What stands behind `key` on its line.
+std::optional<std::string> valueOf(const std::string& key, const std::string& line) {
+  if (line.rfind(key, 0) != 0) return std::nullopt;
+  return fromHex(line.substr(key.size()));
+}
+
+std::map<std::string, RecordedChild> childrenIn(const std::string& record) {
+  std::map<std::string, RecordedChild> children;
+  RecordedChild child;
+  std::istringstream lines(record);
+  for (std::string line; std::getline(lines, line);) {
+    if (const auto argument = valueOf("argument ", line)) child.arguments.push_back(*argument);
+    if (const auto folder = valueOf("folder ", line)) child.folder = *folder;
+    const auto pid = valueOf("pid ", line);
+    if (!pid) continue;
+    children[*pid] = child;
+    child = {};
+  }
+  return children;
+}
+
+Strings announcedIn(const std::string& output) {
+  const std::string before = "[ServerMessage]ProcessStarted processId=";
+  Strings pids;
+  for (std::size_t at = output.find(before); at != std::string::npos;
+       at = output.find(before, at + 1)) {
+    const std::size_t start = at + before.size();
+    pids.push_back(output.substr(start, output.find('\n', start) - start));
+  }
+  return pids;
+}
+
+Strings endedByNul(const std::string& text) {
+  Strings parts;
+  std::istringstream stream(text);
+  for (std::string part; std::getline(stream, part, '\0');) parts.push_back(part);
+  return parts;
+}
+
+}  // namespace
+
+const Kind& anyKind(Random* random) {
+  static const std::vector<Kind> kinds = [] {
+    std::vector<Kind> all = faultyKinds();
+    for (const Kind& kind : machineKinds()) all.push_back(kind);
+    return all;
+  }();
+  return pickKind(random, kinds);
+}
+
+const Kind& kindWithoutTheMachine(Random* random) {
+  static const std::vector<Kind> kinds = [] {
+    std::vector<Kind> all = faultyKinds();
+    all.push_back(usual());
+    std::transform(all.begin(), all.end(), all.begin(), withMachine);
+    all.back().odd.rights = 40;  // ids that are not given
+    return all;
+  }();
+  return pickKind(random, kinds);
+}
+
+Range anyRange(Random* random) {
+  constexpr std::int32_t smallest = std::numeric_limits<std::int32_t>::min();
+  constexpr std::int32_t greatest = std::numeric_limits<std::int32_t>::max();
+  Range range;
+  if (random->chance(60)) return range;
+  const auto first =
+      random->pick<std::int32_t>({1, 1, 1, 1, 2, 2, 2, 3, 4, 0, 0, -1, -3, 100, smallest});
+  const auto count = random->pick<std::int32_t>(
+      {1, 2, 2, 2, 3, 3, 4, 5, 5, 100, greatest, greatest, 0, -1, smallest});
+  const bool hasFirst = random->chance(75);
+  if (hasFirst) range.first = first;
+  if (!hasFirst || random->chance(75)) range.count = count;
+  return range;
+}
+
+std::string visible(const std::string& text) {
+  constexpr char digits[] = "0123456789abcdef";
+  std::string out;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '\n' || (c >= ' ' && c <= '~' && c != '\\')) {
+      out += c;
+    } else {
+      out += std::string("\\x") + digits[byte >> 4U] + digits[byte & 15U];
+    }
+  }
+  return out;
+}
+
+std::size_t countOf(const std::string& part, const std::string& text) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+Scene::Scene(Random* random, const Kind& kind, bool mayLackRights) {
+  // Drawn by everybody, so that the rest does not depend on who runs the tests.
+  const bool isUnprivileged = random->chance(mayLackRights ? 25 : 0) && geteuid() == 0;
+  const runlet_model::Identity caller = isUnprivileged
+                                            ? runlet_model::Identity{otherId, otherId}
+                                            : runlet_model::Identity{geteuid(), getegid()};
+  Oddness odd = kind.odd;
+  odd.foreignFolder = base_.path();
+  case_ = runlet_model::Generator(random, odd, folder_, caller, isUnprivileged).make();
+  const runlet_model::OptionValues values = runlet_model::readOptions(case_.arguments);
+  jobFile_ = values.jobFile;
+  appPath_ = values.appPath;
+  userName_ = values.userName;
+  if (random->chance(kind.shellPath)) {
+    appPath_ = random->pick<std::string>({folder_ + "/a b/tool", folder_ + "/a;b/tool",
+                                          folder_ + "/$x/tool", "a b/tool", folder_ + "/(a)/tool"});
+  }
+  if (random->chance(kind.otherPrograms)) changeProgram(random);
+  if (random->chance(kind.rough)) roughen(random, &case_.jobText);
+  makeFolders();
+  makePrograms(random, kind.shellPath > 0);
+  base_.write(case_.jobPath.substr(base_.path().size() + 1), case_.jobText, case_.jobMode);
+}
+
+// Scripts, one that is out of reach, and another program for each task.
+void Scene::changeProgram(Random* random) {
+  const auto program =
+      random->pick<std::string>({"script", "script", "plain", "secret", "secret", "%tp1"});
+  replaceOne(random, "recorder", program, &case_.jobText);
+  const bool isGiven = !appPath_.empty();
+  if (isGiven && program == "secret") appPath_ = folder_ + "/closed/x";
+  if (program != "%tp1") return;
+  for (const auto& [value, name] : {std::pair("shot_A", "plain"), std::pair("101", "recorder")}) {
+    replaceOne(random, value, name, &case_.jobText);
+  }
+}
+
+std::string Scene::makeDeepFolder(const TempFolder& base) {
+  std::string name = "deep";
+  for (std::size_t level = 0; level < levels; ++level) {
+    base.makeFolder(name);
+    name += "/deep";
+  }
+  return base.makeFolder(name);
+}
+
+std::string Scene::inScene(const std::string& name) const {
+  return folder_.substr(base_.path().size() + 1) + "/" + name;
+}
+
+void Scene::makeFolders() const {
+  for (const char* name : {"bin", "jobs", "w %s"}) base_.makeFolder(inScene(name));
+  base_.makeFolder(inScene("shot"), 0777);
+  base_.makeFolder(inScene("closed"), 0700);
+  base_.write("record", "", 0666);
+  base_.write("commands", "", 0666);
+}
+
+void Scene::makeRecorder(const std::string& folder) const {
+  const std::string path = folder_ + "/" + folder + "/recorder";
+  std::filesystem::copy_file(RUNLET_RECORDER, path);
+  chmod(path.c_str(), case_.recorderMode);
+}
+
+void Scene::makePrograms(Random* random, bool withShellPaths) const {
+  makeRecorder("bin");
+  for (const char* folder : {"a b", "a;b", "$x", "(a)"}) {
+    if (!withShellPaths) break;
+    base_.makeFolder(inScene(folder));
+    makeRecorder(folder);
+  }
+  base_.write(inScene("notes"), "exit 0\n");
+  writeScript(random, "script", 0644);
+  writeScript(random, "bin/script", 0755);
+  writeScript(random, "bin/plain", 0644);
+  writeScript(random, "closed/secret", 0755);
+}
+
+void Scene::writeScript(Random* random, const std::string& name, unsigned mode) const {
+  const Strings good = {"exit 6\n", "#!/bin/sh\nexit 5\n", "#! /bin/sh -e\nexit 7\n",
+                        "#!" + folder_ + "/bin/recorder\n"};
+  const Strings odd = {"",
+                       "#!\n",
+                       "#!   \n",
+                       "#!/bin/sh",
+                       "#!/missing/sh\nexit 5\n",
+                       "#!/bin/sh\r\nexit 5\n",
+                       "#!sh\nexit 5\n",
+                       "#!bin/recorder\n",
+                       "#!" + folder_ + "/notes\n",
+                       "#!" + folder_ + "/shot\n",
+                       "#!" + folder_ + "/bin/script\n",
+                       "#!" + folder_ + "/closed/secret\n",
+                       "#!/" + std::string(300, 'x') + "\n",
+                       "# no interpreter\nexit 4\n"};
+  base_.write(inScene(name), random->pick(random->chance(50) ? odd : good), mode);
+}
+
+Strings Scene::options(const Range& range) const {
+  Strings words;
+  if (range.first) words.insert(words.end(), {"-s", std::to_string(*range.first)});
+  if (range.count) words.insert(words.end(), {"-n", std::to_string(*range.count)});
+  if (!appPath_.empty()) words.insert(words.end(), {"-a", appPath_});
+  if (!userName_.empty()) words.insert(words.end(), {"-u", userName_});
+  return words;
+}
+
+ProcessResult Scene::run(const std::string& program, const Strings& words) const {
+  ProcessOptions options;
+  options.arguments = {program};
+  options.arguments.insert(options.arguments.end(), words.begin(), words.end());
+  options.folder = folder_;
+  options.environment = {{"PATH", folder_ + "/bin:" + folder_ + "/closed"},
+                         {"RUNLET_RECORD", base_.file("record")},
+                         {"RUNLET_SHELL_RECORD", base_.file("commands")},
+                         {"RUNLET_GROUNDS", base_.path()}};
+  if (program == programs().adapter) {
+    options.environment.emplace_back("LD_PRELOAD", programs().spy);
+  }
+  const bool isUnprivileged = case_.isUnprivileged;
+  options.prepare = [isUnprivileged] {
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+    if (!isUnprivileged) return;
+    if (setgroups(0, nullptr) != 0 || setgid(otherId) != 0 || setuid(otherId) != 0) _exit(97);
+  };
+  return runProcess(options);
+}
+
+AdapterRun Scene::runAdapter(const Range& range) const {
+  Range whole = range;
+  if (!range.count) whole.count = range.first ? 1 : std::numeric_limits<std::int32_t>::max();
+  if (!range.first) whole.first = 1;
+  Strings words = {"-o", "NewTask", "-j", jobFile_};
+  for (const std::string& word : options(whole)) words.push_back(word);
+  const ProcessResult result = run(programs().adapter, words);
+  AdapterRun request;
+  request.output = result.output;
+  request.error = result.error;
+  request.status = describeStatus(result.waitStatus);
+  request.announced = announcedIn(result.output);
+  request.children = childrenIn(readFile(base_.file("record")));
+  // A tool that has the adapter in its hands is what the library is loaded into.
+  if (std::getenv("RUNLET_TEST_WRAPPER") == nullptr) {
+    request.shellCommands = endedByNul(readFile(base_.file("commands")));
+  }
+  return request;
+}
+
+ProcessResult Scene::runTool(const Strings& words, const Range& range) const {
+  Strings all = words;
+  all.push_back(jobFile_);
+  for (const std::string& word : options(range)) all.push_back(word);
+  return run(programs().tool, all);
+}
+
+std::string Scene::description() const {
+  std::ostringstream out;
+  out << "--- in " << folder_ << (case_.isUnprivileged ? ", as another user" : "") << ": -j '"
+      << visible(jobFile_) << "'";
+  for (const std::string& word : options({})) out << " '" << visible(word) << "'";
+  out << "\n--- modes: job file " << std::oct << case_.jobMode << ", recorder "
+      << case_.recorderMode << "\n";
+  for (const char* name : {"script", "bin/script", "bin/plain", "closed/secret"}) {
+    out << "--- " << name << ": " << visible(readFile(folder_ + "/" + name)) << "\n";
+  }
+  out << "--- " << case_.jobPath << ":\n" << visible(case_.jobText) << "\n";
+  return out.str();
+}
+
+}  // namespace runlet_test
