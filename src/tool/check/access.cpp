@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <memory>
+#include <string_view>
 
 namespace runlet_tool {
 namespace {
@@ -16,9 +16,7 @@ namespace {
 // As the C library has it for a process without one.
 constexpr char usualPath[] = "/bin:/usr/bin";
 
-std::string fullPath(const std::string& current, const std::string& path) {
-  return path.starts_with('/') ? path : current + "/" + path;
-}
+constexpr int mostLinks = 40;  // the system follows so many
 
 bool isCaller(const Identity& who) {
   return who.uid == geteuid() && who.gid == getegid();
@@ -29,8 +27,7 @@ bool isInGroup(const Identity& who, gid_t group) {
          std::find(who.groups.begin(), who.groups.end(), group) != who.groups.end();
 }
 
-// Of a file or folder by its permission bits. Root may search every folder, and execute what
-// anybody may.
+// By the permission bits. Root may search every folder, and execute what anybody may.
 bool mayExecute(const Identity& who, const struct stat& status) {
   if (who.uid == 0) return S_ISDIR(status.st_mode) || (status.st_mode & 0111U) != 0;
   if (who.uid == status.st_uid) return (status.st_mode & S_IXUSR) != 0;
@@ -38,39 +35,87 @@ bool mayExecute(const Identity& who, const struct stat& status) {
   return (status.st_mode & S_IXOTH) != 0;
 }
 
-// Every folder on the way to the real `path`, and that itself.
-bool mayReach(const Identity& who, const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
-  if (real == nullptr) return false;
-  const std::string all = real.get();
-  for (std::size_t slash = 0; slash != std::string::npos; slash = all.find('/', slash + 1)) {
-    struct stat status {};
-    const std::string folder = slash == 0 ? "/" : all.substr(0, slash);
-    if (stat(folder.c_str(), &status) != 0 || !mayExecute(who, status)) return false;
-  }
-  struct stat status {};
-  return stat(all.c_str(), &status) == 0 && mayExecute(who, status);
+std::string linkTarget(const std::string& path) {
+  char target[PATH_MAX];
+  const ssize_t length = readlink(path.c_str(), target, sizeof target);
+  return {target, length < 0 ? 0 : static_cast<std::size_t>(length)};
 }
 
-Access accessOf(const Identity& who, const std::string& path, mode_t kind) {
+// The way to a file or folder, which is gone from one component to the next, as the system does.
+struct Way {
+  std::string at;    // where it has come to
+  std::string rest;  // what is left of the path
+  int links = 0;     // how many were followed
+
+  // Takes the next component off.
+  std::string next() {
+    const std::size_t begin = std::min(rest.find_first_not_of('/'), rest.size());
+    const std::size_t end = std::min(rest.find('/', begin), rest.size());
+    const std::string component = rest.substr(begin, end - begin);
+    rest.erase(0, end);
+    return component;
+  }
+
+  void follow(const std::string& target) {
+    rest = target + rest;
+    if (target.starts_with('/')) at.assign(1, '/');
+    ++links;
+  }
+};
+
+// Whether every folder on the way may be searched; `*status` is then what stands at its end.
+bool mayReach(const Identity& who, Way way, struct stat* status) {
+  if (stat(way.at.c_str(), status) != 0) return false;
+  for (std::string component = way.next(); !component.empty(); component = way.next()) {
+    if (!S_ISDIR(status->st_mode) || !mayExecute(who, *status)) return false;
+    const std::string path = way.at + "/" + component;
+    if (lstat(path.c_str(), status) != 0) return false;
+    if (!S_ISLNK(status->st_mode)) {
+      way.at = path;
+      continue;
+    }
+    if (way.links == mostLinks) return false;
+    way.follow(linkTarget(path));
+    if (stat(way.at.c_str(), status) != 0) return false;
+  }
+  return true;
+}
+
+bool mayExecuteAt(const Identity& who, const std::string& current, const std::string& path,
+                  FileMode mode) {
+  const std::string full = fullPath(current, path);
+  if (isCaller(who) && mode == FileMode::own) {
+    return faccessat(AT_FDCWD, full.c_str(), X_OK, AT_EACCESS) == 0;
+  }
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
+  const bool isFull = path.starts_with('/');
+  if (!mayReach(who, {isFull ? "/" : current, path}, &status)) return false;
+  return mode == FileMode::executable || mayExecute(who, status);
+}
+
+Access accessOf(const Identity& who, const std::string& current, const std::string& path,
+                mode_t kind, FileMode mode) {
+  struct stat status {};
+  if (stat(fullPath(current, path).c_str(), &status) != 0) {
     return errno == EACCES ? Access::denied : Access::missing;
   }
   if ((status.st_mode & S_IFMT) != kind) return Access::missing;
-  const bool may = isCaller(who) ? faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0
-                                 : mayReach(who, path);
-  return may ? Access::granted : Access::denied;
+  return mayExecuteAt(who, current, path, mode) ? Access::granted : Access::denied;
 }
 
 }  // namespace
 
-Access enterFolder(const Identity& who, const std::string& current, const std::string& path) {
-  return accessOf(who, fullPath(current, path), S_IFDIR);
+std::string fullPath(const std::string& current, const std::string& path) {
+  return path.starts_with('/') ? path : current + "/" + path;
 }
 
-Access executeFile(const Identity& who, const std::string& current, const std::string& path) {
-  return accessOf(who, fullPath(current, path), S_IFREG);
+Access enterFolder(const Identity& who, const std::string& current, const std::string& path) {
+  return accessOf(who, current, path, S_IFDIR, FileMode::own);
+}
+
+Access executeFile(const Identity& who, const std::string& current, const std::string& path,
+                   FileMode mode) {
+  return accessOf(who, current, path, S_IFREG, mode);
 }
 
 std::string findProgram(const Identity& who, const std::string& current, const std::string& word,
@@ -85,11 +130,12 @@ std::string findProgram(const Identity& who, const std::string& current, const s
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find(':', begin), path.size());
     // An empty entry is the current folder.
-    std::string candidate = fullPath(current, path.substr(begin, end - begin));
-    candidate.append("/").append(word);
+    std::string candidate = path.substr(begin, end - begin);
+    if (!candidate.empty()) candidate += '/';
+    candidate += word;
     const Access access = executeFile(who, current, candidate);
     if (access != Access::missing) *found = access;
-    if (access == Access::granted) return candidate;
+    if (access == Access::granted) return fullPath(current, candidate);
     begin = end + 1;
   }
   return "";

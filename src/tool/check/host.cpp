@@ -2,11 +2,10 @@
 
 #include <grp.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -118,7 +117,7 @@ bool inspectFolder(const Host& host) {
   Inspection* inspection = host.inspection;
   const std::string folder = runlet::runFolder(inspection->context);
   const Place place = inspection->workingFolder.value_or(Place{});
-  const Access access = enterFolder(host.who, host.folder, "");
+  const Access access = enterFolder(host.who, "/", host.folder);
   if (access == Access::missing) {
     find(inspection, RuleId::missingFolder, place, folder,
          "This machine has no such folder, and the adapter refuses every task.",
@@ -137,30 +136,36 @@ bool inspectFolder(const Host& host) {
   return true;
 }
 
-// What the first line of a script names, up to the first space; empty when it is no script.
-struct Interpreter {
-  bool isScript;
-  std::string path;
+// What the system takes a file that it is to execute for.
+enum class Format { script, program, unknown };
+
+struct FileStart {
+  Format format;
+  std::string interpreter;  // of a script
 };
 
-Interpreter interpreterOf(const std::string& program) {
-  std::ifstream file(program, std::ios::binary);
-  char start[256] = {};
-  file.read(start, sizeof start - 1);
-  const std::string_view text(start, static_cast<std::size_t>(file.gcount()));
-  if (!text.starts_with("#!")) return {false, ""};
-  const std::string_view line = text.substr(2, text.find('\n') - 2);
+constexpr std::size_t startLength = 256;  // bytes of a file that the system looks at
+
+// The interpreter's name, in what follows "#!"; empty where the system finds none, also when it may
+// go on behind what is looked at.
+std::string interpreterIn(std::string_view start) {
+  const bool isWhole = start.size() < startLength - 2 || start.find('\n') != std::string_view::npos;
+  const std::string_view line = start.substr(0, start.find('\n'));
   const std::size_t begin = std::min(line.find_first_not_of(" \t"), line.size());
-  const std::size_t end = line.find_first_of(" \t", begin);
-  return {true, std::string(line.substr(begin, end - begin))};
+  const std::size_t end = line.find_first_of(std::string_view(" \t\0", 3), begin);
+  if (end == std::string_view::npos && !isWhole) return "";
+  return std::string(line.substr(begin, end - begin));
 }
 
-bool isElf(const std::string& program) {
-  std::ifstream file(program, std::ios::binary);
-  char start[4] = {};
-  file.read(start, sizeof start);
-  // What may be executed and not read is no script.
-  return !file || std::memcmp(start, "\177ELF", sizeof start) == 0;
+FileStart startOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return {Format::program, ""};  // what may be executed and not read is no script
+  char bytes[startLength] = {};
+  file.read(bytes, sizeof bytes);
+  const std::string_view start(bytes, static_cast<std::size_t>(file.gcount()));
+  if (start.starts_with("\177ELF")) return {Format::program, ""};
+  std::string interpreter = start.starts_with("#!") ? interpreterIn(start.substr(2)) : "";
+  return {interpreter.empty() ? Format::unknown : Format::script, std::move(interpreter)};
 }
 
 // A program of a task.
@@ -179,37 +184,49 @@ std::optional<RuleId> findOf(const Program& program, RuleId rule, std::string_vi
   return rule;
 }
 
-std::optional<RuleId> inspectScript(const Program& program) {
-  const Interpreter interpreter = interpreterOf(program.path);
-  if (!interpreter.isScript || interpreter.path.empty()) {
-    if (isElf(program.path)) return std::nullopt;
-    return findOf(program, RuleId::noInterpreterLine, program.path,
-                  "The system cannot execute this file by itself, and it is handed to /bin/sh.",
-                  "Write an interpreter line, such as #!/bin/bash, first.");
-  }
-  const Host& host = program.host;
-  if (executeFile(host.who, host.folder, interpreter.path) == Access::granted) return std::nullopt;
-  if (interpreter.path.ends_with('\r')) {
-    return findOf(
-        program, RuleId::noInterpreter, program.path,
-        "The first line of this script ends in a carriage return, which counts as part of "
-        "the interpreter's name; the script cannot be executed.",
-        "Take the carriage returns out of the script.");
-  }
-  return findOf(program, RuleId::noInterpreter, program.path,
-                "The interpreter " + interpreter.path +
-                    " of this script is not there, and the script cannot be executed.",
-                "Correct the first line of the script.");
+std::optional<RuleId> findNoInterpreter(const Program& program, const std::string& interpreter) {
+  const bool hasReturn = interpreter.ends_with('\r');
+  return findOf(
+      program, RuleId::noInterpreter, program.path,
+      hasReturn ? "The first line of this script ends in a carriage return, which counts as part "
+                  "of the interpreter's name; the script cannot be executed."
+                : "The interpreter " + interpreter +
+                      " of this script cannot be executed, and neither can the script.",
+      hasReturn ? "Take the carriage returns out of the script."
+                : "Correct the first line of the script.");
 }
 
-// With an application path the program is made executable first.
-bool isMadeExecutable(const Host& host, const Preview& preview) {
-  const std::string& program = preview.command.program;
-  if (program.empty() || program.find('/') == std::string::npos) return false;
-  Identity root = {0, 0, {}};
-  return enterFolder(root, host.folder, program.substr(0, program.rfind('/') + 1)) !=
-             Access::missing &&
-         executeFile(host.who, host.folder, program) != Access::missing;
+// An interpreter may be a script itself, and so on for a while.
+std::optional<RuleId> inspectScript(const Program& program) {
+  constexpr int mostInterpreters = 5;
+  const Host& host = program.host;
+  FileStart start = startOf(program.path);
+  for (int count = 0; start.format == Format::script; ++count) {
+    const bool isLoop = count == mostInterpreters;
+    if (isLoop || executeFile(host.who, host.folder, start.interpreter) != Access::granted) {
+      return findNoInterpreter(program, start.interpreter);
+    }
+    start = startOf(fullPath(host.folder, start.interpreter));
+  }
+  if (start.format == Format::program) return std::nullopt;
+  return findOf(program, RuleId::noInterpreterLine, program.path,
+                "The system cannot execute this file by itself, and it is handed to /bin/sh.",
+                "Write an interpreter line, such as #!/bin/bash, first.");
+}
+
+bool isOwner(const Identity& who, const std::string& path) {
+  struct stat status {};
+  return who.uid == 0 || (stat(path.c_str(), &status) == 0 && status.st_uid == who.uid);
+}
+
+// With an application path the program is made executable first: for the first task with the
+// adapter's starting rights, which are taken for root's, and then with the user's.
+bool isMadeExecutable(const Program& program, const Preview& preview) {
+  const Host& host = program.host;
+  const std::string& path = preview.command.program;
+  if (path.find('/') == std::string::npos) return false;
+  if (program.task > 1 && !isOwner(host.who, fullPath(host.folder, path))) return false;
+  return executeFile(host.who, host.folder, path, FileMode::executable) == Access::granted;
 }
 
 std::optional<RuleId> findNoProgram(const Program& program, const std::string& word,
@@ -229,8 +246,8 @@ std::optional<RuleId> inspectNewProgram(const Host& host, const Preview& preview
   Access access = Access::missing;
   Program program = {host, findProgram(host.who, host.folder, word, &access), host.seen.size(),
                      task};
-  if (access == Access::denied && isMadeExecutable(host, preview)) {
-    program.path = preview.command.program;
+  if (access == Access::denied && isMadeExecutable(program, preview)) {
+    program.path = fullPath(host.folder, preview.command.program);
   } else if (access != Access::granted) {
     return findNoProgram(program, word, access);
   }
@@ -259,7 +276,7 @@ void inspectHost(Inspection* inspection) {
   const std::string folder = runlet::runFolder(context);
   const std::string start = std::filesystem::current_path().string();
   Host host = {inspection, {uid, static_cast<gid_t>(context.gid), ownGroups()}, folder, {}};
-  if (!folder.starts_with('/')) host.folder = start + "/" + folder;
+  host.folder = fullPath(start, folder);
   inspectAccount(host);
   inspectGroup(host);
   if (!inspectFolder(host)) return;

@@ -18,7 +18,8 @@ void findLoadError(const TiXmlDocument& document, const std::string& message, Re
       {&rule,
        place,
        "",
-       "The adapter refuses the request with: " + message,
+       message.empty() ? "The path is empty, and the adapter refuses the request without a word."
+                       : "The adapter refuses the request with: " + message,
        isOfLibrary ? "Correct the XML; the mistake may be some way in front of this place."
                    : "Give the path of a job file that the adapter can read.",
        {}});

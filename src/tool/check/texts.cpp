@@ -151,6 +151,14 @@ void findReversed(const TiXmlText& node, Inspection* inspection) {
        "Write the text between a { and a }.");
 }
 
+// The text in braces, with those that it has.
+std::string braced(std::string text) {
+  if (text.starts_with('{')) text.erase(0, 1);
+  if (text.ends_with('}')) text.pop_back();
+  std::string whole = "{";
+  return whole.append(text.empty() ? "some text" : text).append("}");
+}
+
 // A Name or Value is empty then, any other text is refused. "{}" is how an empty one is written.
 void findNoBraces(const TiXmlText& node, TextKind kind, Inspection* inspection) {
   if (kind != TextKind::parameter) {
@@ -158,7 +166,7 @@ void findNoBraces(const TiXmlText& node, TextKind kind, Inspection* inspection) 
         inspection, RuleId::noBraces, placeOf(node), node.ValueStr(),
         "There is no text between a { and a }, and the adapter refuses the file with \"Strip brace "
         "failed\".",
-        "Write {" + node.ValueStr() + "}.");
+        "Write " + braced(node.Value()) + ".");
   } else if (node.ValueStr() != "{}") {
     find(inspection, RuleId::emptyByBraces, placeOf(node), node.ValueStr(),
          "There is no text between a { and a }, and it counts as empty.",

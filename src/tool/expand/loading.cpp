@@ -15,6 +15,8 @@ std::string terminateText(const char* type, const char* what) {
 LoadResult loadDocument(runlet::JobDocument* document) {
   std::string reason;
   if (document->load(&reason)) return {};
+  // The adapter says nothing then.
+  if (*document->Value() == '\0') return {Loading::unreadable, ""};
   return {Loading::unreadable,
           withoutLineEnd(runlet::notLoadedFormat, document->Value(), reason.c_str())};
 }

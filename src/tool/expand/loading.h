@@ -17,7 +17,9 @@ enum class Loading {
 
 struct LoadResult {
   Loading loading = Loading::loaded;
-  std::string message;  // the adapter's own text, without its line end; empty when loaded
+  // The adapter's own text, without its line end; empty when loaded, and where it has none: for an
+  // empty path.
+  std::string message;
 };
 
 // The two halves of a load: the file to its document, and the document to the job fields and lists

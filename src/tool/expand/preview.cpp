@@ -29,13 +29,21 @@ void decide(Preview* preview, Outcome outcome, std::string message, std::string 
   preview->reason = std::move(reason);
 }
 
-bool isMadeOfDots(std::string_view path) {
+// Whether a folder of that name is found again from inside itself: it only goes up, or it comes
+// back to where it begins.
+bool isFoundAgain(std::string_view path) {
+  bool onlyUp = true;
+  bool staysInside = true;
+  int depth = 0;
   while (!path.empty()) {
     const std::string_view component = path.substr(0, path.find('/'));
-    if (!component.empty() && component != "." && component != "..") return false;
     path.remove_prefix(std::min(component.size() + 1, path.size()));
+    if (component.empty() || component == ".") continue;
+    depth += component == ".." ? -1 : 1;
+    onlyUp = onlyUp && component == "..";
+    staysInside = staysInside && depth >= 0;
   }
-  return true;
+  return onlyUp || (staysInside && depth == 0);
 }
 
 struct FolderRefusal {
@@ -162,7 +170,7 @@ FolderKind kindOfFolder(const AdapterContext& context) {
   if (context.workingFolder.empty() && context.jobFile.find('/') == std::string::npos) {
     return FolderKind::jobFile;
   }
-  return isMadeOfDots(folder) ? FolderKind::dots : FolderKind::relative;
+  return isFoundAgain(folder) ? FolderKind::dots : FolderKind::relative;
 }
 
 void previewTask(const AdapterContext& context, std::int32_t index, bool isFirst,

@@ -52,7 +52,7 @@ void previewCommand(const runlet::AdapterContext& context, std::int32_t index, P
 // How a run folder is found, as far as its name tells.
 enum class FolderKind {
   full,      // begins with "/"
-  dots,      // made of "." and "..": found in every folder
+  dots,      // made of "." and "..", or back where it begins as "a/..": found for every task
   relative,  // found for the first task only
   jobFile,   // the job file itself: named without a folder, and the job has none
   root,      // empty: the job file is in the root folder, and the job has no folder

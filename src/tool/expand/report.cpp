@@ -19,6 +19,8 @@ void put(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
+constexpr char noJobFileText[] = "runlet-job: The path of the job file is empty.";
+
 // The "Calling" line without its line end.
 std::string callingText(const Preview& preview) {
   return withoutLineEnd(runlet::callingFormat, preview.command.line.c_str(),
@@ -101,7 +103,9 @@ Json argumentVector(const Preview& preview, const JsonStrings& string) {
 }  // namespace
 
 void TextExpandReport::begin(const std::string& /*job*/, const LoadResult& result) {
-  if (result.loading != Loading::loaded) std::fprintf(stderr, "%s\n", result.message.c_str());
+  if (result.loading == Loading::loaded) return;
+  const bool hasText = !result.message.empty();
+  std::fprintf(stderr, "%s\n", hasText ? result.message.c_str() : noJobFileText);
 }
 
 void TextExpandReport::task(std::int32_t number, const Preview& preview) {
@@ -127,13 +131,12 @@ void TextExpandReport::task(std::int32_t number, const Preview& preview) {
 void JsonExpandReport::begin(const std::string& job, const LoadResult& result) {
   const bool inBytes = !isUtf8(job) || !isUtf8(result.message);
   const JsonStrings string(inBytes);
-  const bool isLoaded = result.loading == Loading::loaded;
   Json head;
   head["format"] = "runlet-job expand";
   head["version"] = 1;
   head["job"] = string(job);
   head["outcome"] = loadingNames[static_cast<std::size_t>(result.loading)];
-  head["message"] = string.orNull(!isLoaded, result.message);
+  head["message"] = string.orNull(!result.message.empty(), result.message);
   head["bytes"] = inBytes;
   std::string text = head.dump();
   text.pop_back();  // the closing brace: the tasks follow

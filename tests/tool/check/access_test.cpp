@@ -68,6 +68,27 @@ TEST_F(AccessOfAnother, FollowsLinks) {
   EXPECT_EQ(executeFile(other_, folder_.path(), "link"), Access::denied);
 }
 
+// Not from the path that it comes to in the end.
+TEST_F(AccessOfAnother, GoesOneStepAfterTheOther) {
+  folder_.makeFolder("closed", 0700);
+  folder_.makeFolder("open", 0755);
+  folder_.write("open/program", "", 0755);
+  folder_.write("open/text", "", 0644);
+  ASSERT_EQ(symlink("loop", folder_.file("loop").c_str()), 0);
+  ASSERT_EQ(symlink((folder_.path() + "/open").c_str(), folder_.file("full").c_str()), 0);
+  const std::string closed = folder_.file("closed");
+  EXPECT_EQ(enterFolder(other_, folder_.path(), "closed/.."), Access::denied);
+  EXPECT_EQ(executeFile(other_, closed, "../open/program"), Access::denied);
+  EXPECT_EQ(executeFile(other_, closed, folder_.file("open/program")), Access::granted);
+  EXPECT_EQ(executeFile(other_, folder_.path(), "full/../open/program"), Access::granted);
+  EXPECT_EQ(executeFile(other_, folder_.path(), "loop"), Access::missing);
+  EXPECT_EQ(executeFile(other_, folder_.path(), "open/program/"), Access::missing);
+  EXPECT_EQ(executeFile(other_, folder_.path(), "open/text"), Access::denied);
+  EXPECT_EQ(executeFile(other_, folder_.path(), "open/text", FileMode::executable),
+            Access::granted);
+  EXPECT_EQ(executeFile(other_, closed, "../open/text", FileMode::executable), Access::denied);
+}
+
 TEST_F(AccessOfAnother, OfTheCallerIsForTheSystemToSay) {
   const Identity self = {geteuid(), getegid(), {}};
   folder_.write("program", "", 0711);
@@ -94,7 +115,7 @@ TEST_F(AccessOfAnother, ToAProgramGoesAlongThePath) {
       {"bake", folder_.file("second/bake"), Access::granted},
       {"only", "", Access::denied},
       {"none", "", Access::missing},
-      {"here", folder_.path() + "//here", Access::granted},
+      {"here", folder_.path() + "/here", Access::granted},
       {"second/bake", folder_.file("second/bake"), Access::granted},
       {"/nowhere/bake", "", Access::missing},
       {"first/bake", "", Access::denied},
