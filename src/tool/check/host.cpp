@@ -146,14 +146,17 @@ struct FileStart {
 
 constexpr std::size_t startLength = 256;  // bytes of a file that the system looks at
 
-// The interpreter's name, in what follows "#!"; empty where the system finds none, also when it may
-// go on behind what is looked at.
-std::string interpreterIn(std::string_view start) {
-  const bool isWhole = start.size() < startLength - 2 || start.find('\n') != std::string_view::npos;
-  const std::string_view line = start.substr(0, start.find('\n'));
+// The interpreter's name, in what follows "#!"; none where the system finds none, also when the
+// name may go on behind what is looked at. At the end of the file it may be empty.
+std::optional<std::string> interpreterIn(std::string_view start) {
+  const std::size_t lineEnd = start.find('\n');
+  const bool hasLineEnd = lineEnd != std::string_view::npos;
+  const std::string_view line = start.substr(0, lineEnd);
   const std::size_t begin = std::min(line.find_first_not_of(" \t"), line.size());
   const std::size_t end = line.find_first_of(std::string_view(" \t\0", 3), begin);
-  if (end == std::string_view::npos && !isWhole) return "";
+  const bool isCut = end == std::string_view::npos && start.size() == startLength - 2;
+  if (!hasLineEnd && isCut) return std::nullopt;
+  if (hasLineEnd && begin == line.size()) return std::nullopt;
   return std::string(line.substr(begin, end - begin));
 }
 
@@ -164,8 +167,10 @@ FileStart startOf(const std::string& path) {
   file.read(bytes, sizeof bytes);
   const std::string_view start(bytes, static_cast<std::size_t>(file.gcount()));
   if (start.starts_with("\177ELF")) return {Format::program, ""};
-  std::string interpreter = start.starts_with("#!") ? interpreterIn(start.substr(2)) : "";
-  return {interpreter.empty() ? Format::unknown : Format::script, std::move(interpreter)};
+  if (!start.starts_with("#!")) return {Format::unknown, ""};
+  std::optional<std::string> interpreter = interpreterIn(start.substr(2));
+  if (!interpreter.has_value()) return {Format::unknown, ""};
+  return {Format::script, *std::move(interpreter)};
 }
 
 // A program of a task.

@@ -66,11 +66,6 @@ Place placeInTemplate(const Inspection& inspection, std::size_t offset) {
   return inspection.source->placeOf(inspection.source->offsetIn(*text.node, text.begin + offset));
 }
 
-std::string inQuotes(std::string_view text) {
-  std::string quoted = "\"";
-  return quoted.append(text).append("\"");
-}
-
 Report inspect(const Question& question) {
   SourceDocument document(question.jobFile.c_str());
   document.SetTabSize(1);  // every TAB one column

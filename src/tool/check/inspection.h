@@ -57,8 +57,6 @@ Finding& findForTask(Inspection* inspection, RuleId rule, std::size_t offset, st
 // The place of byte `offset` of the template; that of cmdData where there is no template.
 Place placeInTemplate(const Inspection& inspection, std::size_t offset);
 
-std::string inQuotes(std::string_view text);
-
 // The parts. The first is for the document as it was loaded; the second for the job read from it;
 // the third for the machine.
 void inspectDocument(const TiXmlDocument& document, Inspection* inspection);

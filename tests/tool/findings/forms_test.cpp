@@ -61,9 +61,12 @@ class Forms : public Findings {
 TEST_F(Forms, OfTheStructure) {
   expectCodes({
       {"", "", ""},
+      {"", "<cmdData>", "<note>for the night</note><cmdData>"},
       {"RJ004", "<Job>", ""},
       {"RJ002", "</Job>", ""},
       {"RJ003", "<Job>", "<!-- a job --><Job>"},
+      {"RJ005", "<cmdData>", "<!--cmdData--><cmdData>"},
+      {"RJ005", "<cmdData>", "cmdData<cmdData>"},
       {"RJ003", "<Job>", "<!DOCTYPE Job><Job>"},
       {"RJ009", "<Value>", "<Name>{look}</Name><Value>"},
       {"RJ009", "</Value>", "</Value><Value>{misty}</Value>"},
@@ -73,6 +76,8 @@ TEST_F(Forms, OfTheStructure) {
       {"RJ010", "<uid>", "<UID>1000</UID><uid>"},
       {"RJ010", "</Params>", "</Params><Name>{dusk}</Name>"},
       {"RJ010", "</Task>", "</Task><task/>"},
+      {"RJ010", "<cmdData>", "<umask>18</umask><cmdData>"},
+      {"RJ009", "<Name>", "<Value>{misty}</Value><Name>"},
       {"RJ011", "<uid>", "1000<uid>"},
       {"RJ011", "<Name>", "1<Name>"},
       {"RJ012", "18", "<![CDATA[1]]>8"},

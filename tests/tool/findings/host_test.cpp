@@ -3,6 +3,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,6 +33,14 @@ class HostFindings : public Findings {
     expectMended(called("/bin/echo 1") + "1\n");
   }
 };
+
+// A job without a fault, but for what it runs.
+std::string jobOf(const std::string& command, const Strings& tasks) {
+  std::string text = "<Job><cmdData><Arguments>{" + command + "}</Arguments>" +
+                     "<TaskTimeout>30</TaskTimeout><uid>1000</uid><gid>1000</gid><TaskList>";
+  for (const std::string& task : tasks) text += "<Task><Params>{" + task + "}</Params></Task>";
+  return text + "</TaskList><JobParams/></cmdData></Job>";
+}
 
 TEST_F(HostFindings, RJ090NoRunFolder) {
   const std::string shots = folder_.file("shots");
@@ -90,6 +99,63 @@ TEST_F(ScriptFindings, RJ094InterpreterNotThere) {
   expectFound({{"RJ094", "error", 3, 17, folder_.file("broken"), "all"}});
   expectBadNotExecuted(folder_.file("broken") + " 1");
   expectMendedScript();
+}
+
+// The chain of interpreters is followed as far as the system does it.
+TEST_F(ScriptFindings, AreAboutTheWayTheSystemGoes) {
+  const std::string script = folder_.file("script");
+  writeScript("inner", "#!" + script + "\n");
+  writeScript("loop", "#!" + folder_.file("loop") + "\n");
+  writeScript("text", "echo ran\n");
+  struct Row {
+    std::string text;
+    std::string codes;
+  };
+  const std::string longName(300, 'x');
+  const Row rows[] = {
+      {"#!/bin/sh\necho ran\n", ""},
+      {"#! \t/bin/sh -e\necho ran\n", ""},
+      {"#!" + folder_.file("inner") + "\n", ""},
+      {"#!" + folder_.file("loop") + "\n", "RJ094"},
+      {"#!" + folder_.file("text") + "\n", "RJ095"},
+      {"#!/bin/sh\r\necho ran\n", "RJ094"},
+      {"#!/" + longName + "\n", "RJ095"},
+      {"#!/bin/sh " + longName + "\n", ""},
+      {"#!/" + longName + " -e\n", "RJ095"},
+      {"#!/nowhere", "RJ094"},
+      {"#!\n", "RJ095"},
+      {"#! \n", "RJ095"},
+      {"#!", "RJ094"},
+      {"#! ", "RJ094"},
+      {"#!" + std::string(300, ' ') + "/bin/sh\n", "RJ095"},
+      {std::string("#!/bin/sh\0x\n", 13), ""},
+      {"", "RJ095"},
+      {"x", "RJ095"},
+  };
+  for (const Row& row : rows) {
+    writeScript("bare", row.text);
+    given_[bad] = jobOf(folder_.file("bare") + " %tn", {"a"});
+    EXPECT_EQ(summaryOf(bad).codes, row.codes) << row.text;
+    const bool isExecuted = runTasks(bad).error.find("Cannot execute") == std::string::npos;
+    EXPECT_EQ(isExecuted, row.codes != "RJ094") << row.text;
+  }
+}
+
+// The first task's program is made executable by root, later ones by the user.
+TEST_F(HostFindings, KnowWhoMakesAProgramExecutable) {
+  REQUIRE_ROOT();
+  for (const char* name : {"first", "second"}) {
+    folder_.write(name, "#!/bin/sh\n", 0644);
+  }
+  given_[bad] = jobOf("%tp1 x", {"first", "second"});
+  given_[bad].replace(given_[bad].find("<uid>1000"), 9, "<uid>" + std::to_string(otherId));
+  options_ = {"-a", folder_.file("app")};
+  EXPECT_EQ(summaryOf(bad).codes, "RJ093 RJ099");
+  EXPECT_NE(runTasks(bad).error.find("Cannot execute"), std::string::npos);
+  ASSERT_EQ(chmod(folder_.file("first").c_str(), 0644), 0);
+  ASSERT_EQ(chown(folder_.file("second").c_str(), otherId, otherId), 0);
+  EXPECT_EQ(summaryOf(bad).codes, "RJ099");
+  EXPECT_EQ(runTasks(bad).error.find("Cannot execute"), std::string::npos);
 }
 
 TEST_F(ScriptFindings, RJ095ScriptWithoutAnInterpreterLine) {
