@@ -8,6 +8,8 @@
 
 namespace runlet {
 
+inline constexpr std::int32_t notGiven = -1;  // in `uid` and `gid`
+
 // Everything one request knows: the command-line values first, then what the job file says.
 // `main` creates the one record of the process on its own stack and passes it by pointer; the
 // record is never copied. It owns all its strings and lists.
@@ -31,8 +33,8 @@ struct AdapterContext {
   std::string outputs;           // kept for the job's author, read by nothing
   std::int32_t taskNameIdx = 0;  // kept for the job's author, read by nothing
   std::int32_t taskTimeout = 0;  // time limit of a task, in minutes
-  std::int32_t uid = -1;         // user id to run as; -1 = look `userName` up
-  std::int32_t gid = -1;         // group id to run as; -1 = not given, and then no task can start
+  std::int32_t uid = notGiven;   // user id to run as; -1 = look `userName` up
+  std::int32_t gid = notGiven;   // group id to run as; -1 = not given, and then no task can start
   std::int32_t umask = 0;        // file-creation mask, as a plain number (18 is octal 022)
   bool redirectStderr = true;    // send the task's standard error to its standard output
   StringList taskList;           // one entry per task: its fields, separated by TAB

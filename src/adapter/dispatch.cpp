@@ -4,15 +4,14 @@
 
 #include "adapter/identity.h"
 #include "adapter/task_range.h"
+#include "adapter/time_limit.h"
 #include "exec/launch.h"
-#include "job/int32.h"
 #include "job/parameter_file.h"
 
 namespace runlet {
 namespace {
 
 constexpr int adapterVersion = 400;
-constexpr std::int32_t millisecondsPerMinute = 60000;
 
 // The name and description are not escaped: the server takes them as they stand.
 std::int32_t getInfo(AdapterContext* /*context*/) {
@@ -40,9 +39,7 @@ std::int32_t newTask(AdapterContext* context) {
 
 std::int32_t pingTask(AdapterContext* context) {
   if (!loadParameterFile(context)) return -1;
-  // Above 35791 minutes the product wraps around; the server compares with the wrapped value.
-  const std::int32_t limitMs = wrappingMultiply(context->taskTimeout, millisecondsPerMinute);
-  if (context->elapsedMs <= limitMs) return 0;
+  if (context->elapsedMs <= timeLimit(context->taskTimeout)) return 0;
   std::fprintf(stderr, "Runlet adapter: Ping task time out.\n");
   return -1;
 }

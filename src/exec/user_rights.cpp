@@ -11,8 +11,6 @@
 namespace runlet {
 namespace {
 
-constexpr std::int32_t notGiven = -1;
-
 // The reason of the last system call, or `otherwise` when it set no error number.
 const char* reasonOr(const char* otherwise) {
   return errno != 0 ? std::strerror(errno) : otherwise;

@@ -10,6 +10,7 @@
 
 #include "tool/check/findings_text.h"
 #include "tool/check/inspect.h"
+#include "tool/text/output.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {
@@ -28,13 +29,9 @@ struct CheckOptions {
 
 int statusOf(const Report& report, bool isStrict) {
   if (!report.isReadable) return exitUnreadable;
-  const int failing =
+  const std::size_t failing =
       report.count(Severity::error) + (isStrict ? report.count(Severity::warning) : 0);
   return failing > 0 ? exitFailing : exitFine;
-}
-
-void put(const std::string& text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
 int check(const CheckOptions& options) {

@@ -64,10 +64,6 @@ Word wordAt(const Line& line, std::size_t index, std::size_t behindLast) {
   return {text, begin, begin + text.size(), begin > behindLast && line.text()[begin - 1] == '"'};
 }
 
-bool isWhiteSpace(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 // A quote that an earlier word has left open, as in -x="a b", is closed without a finding of its
 // own: `*isOpen` tells from one word to the next.
 void inspectInnerQuotes(const Line& line, const Word& word, bool* isOpen) {

@@ -10,6 +10,7 @@
 #include "tool/check/command_words.h"
 #include "tool/check/inspection.h"
 #include "tool/expand/preview.h"
+#include "tool/text/format.h"
 #include "tool/text/terminal.h"
 #include "tool/text/utf8.h"
 
@@ -17,6 +18,7 @@ namespace runlet_tool {
 namespace {
 
 using runlet::AdapterContext;
+using runlet::notGiven;
 using runlet::PlaceholderForm;
 using runlet::PlaceholderUse;
 
@@ -105,10 +107,6 @@ void inspectWidth(const Use& use) {
                 " the number is cut to its first 31 characters, and digits of it are lost.",
             "Write a width of at most 31.");
   }
-}
-
-std::string quantity(std::size_t count, const char* what) {
-  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 // Whether what the placeholder gave ends in the text for what there is not. True also where the
@@ -260,7 +258,6 @@ void inspectFailure(const Preview& preview, std::int32_t number, Inspection* ins
 // The job as a whole, once its tasks are known.
 
 void inspectRights(Inspection* inspection) {
-  constexpr std::int32_t notGiven = -1;
   const AdapterContext& context = inspection->context;
   if (context.gid == notGiven) {
     find(inspection, RuleId::noGroup, inspection->gid.value_or(inspection->cmdData),

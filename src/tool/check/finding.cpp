@@ -24,9 +24,9 @@ std::string TaskNumbers::text(const char* separator) const {
   return text;
 }
 
-int Report::count(Severity severity) const {
+std::size_t Report::count(Severity severity) const {
   const auto isOfThat = [=](const Finding& finding) { return finding.rule->severity == severity; };
-  return static_cast<int>(std::count_if(findings.begin(), findings.end(), isOfThat));
+  return static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), isOfThat));
 }
 
 }  // namespace runlet_tool

@@ -51,7 +51,7 @@ struct Report {
   std::int32_t taskCount = 0;     // of the job, as far as it was read
   bool isReadable = true;         // false: the file could not be read, or is not XML
 
-  int count(Severity severity) const;
+  std::size_t count(Severity severity) const;
 };
 
 }  // namespace runlet_tool

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tool/text/format.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {
@@ -11,10 +12,6 @@ using Json = nlohmann::ordered_json;
 
 // In the order of Severity.
 constexpr Colour colours[] = {Colour::red, Colour::yellow, Colour::cyan};
-
-std::string quantity(int count, const std::string& what) {
-  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
 
 std::string placeText(const std::string& jobFile, const Place& place) {
   if (place.line == 0) return jobFile;
@@ -82,9 +79,9 @@ std::string findingsText(const std::string& jobFile, const Report& report, bool 
 }
 
 std::string summaryText(const std::string& jobFile, const Report& report) {
-  std::string text = jobFile + ": " + quantity(report.taskCount, "task");
+  std::string text = jobFile + ": " + quantity(static_cast<std::size_t>(report.taskCount), "task");
   for (const Severity severity : {Severity::error, Severity::warning, Severity::note}) {
-    const int count = report.count(severity);
+    const std::size_t count = report.count(severity);
     if (count > 0) text += ", " + quantity(count, nameOf(severity));
   }
   return text + (report.findings.empty() ? ", no findings\n" : "\n");

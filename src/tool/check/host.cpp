@@ -20,8 +20,7 @@ namespace runlet_tool {
 namespace {
 
 using runlet::AdapterContext;
-
-constexpr std::int32_t notGiven = -1;
+using runlet::notGiven;
 
 // What has been found of a program; the finding is known by its number, which is that of the
 // program.

@@ -7,14 +7,15 @@
 #include <iterator>
 #include <string>
 
+#include "adapter/time_limit.h"
 #include "job/int32.h"
 #include "tool/check/texts.h"
 
 namespace runlet_tool {
 namespace {
 
-constexpr std::int32_t longestMinutes = 35791;
-constexpr std::int32_t millisecondsPerMinute = 60000;
+using runlet::longestTimeout;
+
 constexpr std::int32_t largestMask = 0777;
 
 // A number as it stands in the file.
@@ -42,7 +43,7 @@ bool fits32Bits(const std::string& text) {
 Number numberOf(const TiXmlElement& element, const TiXmlText& node) {
   Number number = {element.Value(), &element, &node, node.Value(), 0, 0, 0, false};
   const std::string& text = number.text;
-  number.digits = std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size());
+  number.digits = std::min(text.find_first_not_of(whiteSpace), text.size());
   const char sign = number.digits < text.size() ? text[number.digits] : '\0';
   if (sign == '-' || sign == '+') ++number.digits;
   number.behind = number.digits;
@@ -81,7 +82,7 @@ void inspectDigits(const Number& number, Inspection* inspection) {
 void inspectRest(const Number& number, Inspection* inspection) {
   if (!hasDigits(number)) return;
   const std::string rest = number.text.substr(number.behind);
-  const std::size_t skipped = rest.find_first_not_of(" \t\n\v\f\r");
+  const std::size_t skipped = rest.find_first_not_of(whiteSpace);
   if (skipped == std::string::npos) return;
   const Source& source = *inspection->source;
   const std::size_t at = source.offsetIn(*number.node, number.behind + skipped);
@@ -144,12 +145,12 @@ void inspectGroup(const Number& number, Inspection* inspection) {
 
 void inspectTimeLimit(const Number& number, Inspection* inspection) {
   if (!hasDigits(number)) return;
-  if (number.value >= -longestMinutes && number.value <= 0) {
+  if (number.value >= -longestTimeout && number.value <= 0) {
     findNumber(number, RuleId::noTimeLimit,
                "With this limit every task that has run for a millisecond is over it.",
                "Write the limit in minutes, from 1 to 35791.", inspection);
-  } else if (number.value < 0 || number.value > longestMinutes) {
-    const std::int32_t limit = runlet::wrappingMultiply(number.value, millisecondsPerMinute);
+  } else if (number.value < 0 || number.value > longestTimeout) {
+    const std::int32_t limit = runlet::timeLimit(number.value);
     findNumber(number, RuleId::wrappedTimeLimit,
                "The limit is counted in milliseconds with 32 bits: it really is " +
                    std::to_string(limit) + " milliseconds.",

@@ -11,16 +11,10 @@ namespace {
 
 constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view cdataStart = "<![CDATA[";
-constexpr char whiteSpace[] = " \t\n\v\f\r";
 
 constexpr std::size_t excerptLength = 60;     // characters
 constexpr std::size_t longestReference = 64;  // bytes, beyond which none is looked for
 constexpr std::size_t marked = 1024;          // bytes of a line from one mark to the next
-
-// As the XML library has it.
-bool isWhiteSpace(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
 
 std::size_t characterLength(std::string_view text) {
   return std::max<std::size_t>(utf8Length(text), 1);

@@ -13,6 +13,13 @@
 
 namespace runlet_tool {
 
+// White space to the XML library, and to strtol.
+inline constexpr char whiteSpace[] = " \t\n\v\f\r";
+
+inline bool isWhiteSpace(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
 // A document that keeps the text it was parsed from, as the library saw it.
 class SourceDocument : public runlet::JobDocument {
  public:

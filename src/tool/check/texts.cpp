@@ -8,8 +8,6 @@
 namespace runlet_tool {
 namespace {
 
-constexpr char whiteSpace[] = " \t\n\v\f\r";
-
 // Whether there is, from `node` on, something that its author may miss.
 bool hasContent(const TiXmlNode* node) {
   for (; node != nullptr; node = node->NextSibling()) {

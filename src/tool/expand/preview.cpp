@@ -18,10 +18,9 @@ namespace runlet_tool {
 namespace {
 
 using runlet::AdapterContext;
+using runlet::notGiven;
 using runlet::PlaceholderForm;
 using runlet::PlaceholderUse;
-
-constexpr std::int32_t notGiven = -1;
 
 void decide(Preview* preview, Outcome outcome, std::string message, std::string reason) {
   preview->outcome = outcome;

@@ -6,6 +6,7 @@
 
 #include "exec/launch.h"
 #include "tool/text/format.h"
+#include "tool/text/output.h"
 #include "tool/text/shell_quote.h"
 #include "tool/text/terminal.h"
 #include "tool/text/utf8.h"
@@ -14,10 +15,6 @@ namespace runlet_tool {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-void put(const std::string& text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
-}
 
 constexpr char noJobFileText[] = "runlet-job: The path of the job file is empty.";
 

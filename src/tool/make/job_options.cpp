@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <system_error>
 
+#include "adapter/time_limit.h"
 #include "job/fill_in.h"
 #include "tool/make/account.h"
 #include "tool/make/frame_list.h"
@@ -15,9 +16,6 @@
 
 namespace runlet_tool {
 namespace {
-
-// The longest time limit: more milliseconds do not fit into 32 bits.
-constexpr std::int32_t maxTimeout = 35791;
 
 constexpr std::int32_t usualUmask = 022;
 
@@ -29,7 +27,8 @@ struct NumberForm {
 };
 
 constexpr NumberForm chunkForm = {10, 1, INT32_MAX, "that is no number of frames from 1 on"};
-constexpr NumberForm timeoutForm = {10, 1, maxTimeout, "that is no number of minutes, 1 to 35791"};
+constexpr NumberForm timeoutForm = {10, 1, runlet::longestTimeout,
+                                    "that is no number of minutes, 1 to 35791"};
 constexpr NumberForm umaskForm = {8, 0, 0777, "that is no octal number, 0 to 777"};
 
 // A number that is not given leaves `*number` as it is.
@@ -133,7 +132,7 @@ bool readAccounts(const MakeOptions& options, runlet::AdapterContext* job, Compl
 
 bool readNumbers(const MakeOptions& options, runlet::AdapterContext* job, Complaint* complaint) {
   job->taskNameIdx = 1;
-  job->taskTimeout = maxTimeout;
+  job->taskTimeout = runlet::longestTimeout;
   job->umask = usualUmask;
   return readNumber("--timeout", options.timeout, timeoutForm, &job->taskTimeout, complaint) &&
          readNumber("--umask", options.umask, umaskForm, &job->umask, complaint);

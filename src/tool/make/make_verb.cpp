@@ -13,6 +13,7 @@
 #include "tool/make/job_options.h"
 #include "tool/make/make_job.h"
 #include "tool/make/output_file.h"
+#include "tool/text/output.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {
@@ -87,9 +88,8 @@ int fail(const Complaint& complaint) {
   return complaint.status;
 }
 
-// Whether standard output took it all is looked at when the program ends.
 int writeJob(const std::optional<std::string>& path, const std::string& text) {
-  if (!path) std::fwrite(text.data(), 1, text.size(), stdout);
+  if (!path) put(text);
   const int error = path ? writeFile(*path, text) : 0;
   if (error == 0) return exitFine;
   return fail({exitUnreadable, "-o " + shown(*path) + ": " + std::strerror(error)});

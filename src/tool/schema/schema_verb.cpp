@@ -1,14 +1,13 @@
 #include "tool/schema/schema_verb.h"
 
-#include <cstdio>
-
 #include "tool/schema/schema_text.h"
+#include "tool/text/output.h"
 
 namespace runlet_tool {
 namespace {
 
 int printSchema() {
-  std::fwrite(schemaText.data(), 1, schemaText.size(), stdout);
+  put(schemaText);
   return exitFine;
 }
 

@@ -1,6 +1,7 @@
 // Texts from the adapter's own formats.
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
@@ -14,6 +15,11 @@ std::string withoutLineEnd(const char* format, Values... values) {
   std::snprintf(text.data(), text.size() + 1, format, values...);
   while (text.ends_with('\n')) text.pop_back();
   return text;
+}
+
+// "1 task", "2 tasks".
+inline std::string quantity(std::size_t count, const std::string& what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 }  // namespace runlet_tool
