@@ -2,9 +2,10 @@
 // placeholders come to, and what becomes of the line.
 
 #include <algorithm>
-#include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <string>
+#include <system_error>
 
 #include "job/int32.h"
 #include "tool/check/command_words.h"
@@ -298,16 +299,23 @@ constexpr FolderRow folderRows[] = {
      "The run folder is relative, and is looked for where the adapter is started."},
 };
 
+std::string folderAdvice(const Inspection& inspection) {
+  if (inspection.workingFolder.has_value()) return "Write the full path of the folder.";
+  if (inspection.context.jobFile.starts_with('/')) return "Write WorkingFolder.";
+  std::error_code gone;  // the current folder; the path is empty then
+  const std::string full = std::filesystem::absolute(inspection.context.jobFile, gone).string();
+  return "Give the job file by its full path, as the server does (" + full +
+         "), or write WorkingFolder.";
+}
+
 void inspectFolder(Inspection* inspection) {
   const AdapterContext& context = inspection->context;
+  const bool hasElement = inspection->workingFolder.has_value();
   const FolderKind kind = kindOfFolder(context);
   for (const FolderRow& row : folderRows) {
     if (row.kind != kind || (row.ofSeveralTasks && context.taskList.size() < 2)) continue;
     find(inspection, row.rule, inspection->workingFolder.value_or(Place{}),
-         inspection->workingFolder.has_value() ? context.workingFolder : context.jobFile, row.why,
-         inspection->workingFolder.has_value()
-             ? "Write the full path of the folder."
-             : "Give the job file by its full path, as the server does, or write WorkingFolder.");
+         hasElement ? context.workingFolder : context.jobFile, row.why, folderAdvice(*inspection));
     return;
   }
 }

@@ -11,6 +11,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "tool/check/access.h"
 #include "tool/check/inspection.h"
@@ -278,9 +279,10 @@ void inspectHost(Inspection* inspection) {
   uid_t uid = 0;
   if (!findUser(inspection, &uid) || context.gid == notGiven) return;
   const std::string folder = runlet::runFolder(context);
-  const std::string start = std::filesystem::current_path().string();
+  std::error_code gone;  // then nothing is found in it
+  const std::string start = std::filesystem::current_path(gone).string();
   Host host = {inspection, {uid, static_cast<gid_t>(context.gid), ownGroups()}, folder, {}};
-  host.folder = fullPath(start, folder);
+  host.folder = fullPath(start.empty() ? "." : start, folder);
   inspectAccount(host);
   inspectGroup(host);
   if (!inspectFolder(host)) return;
