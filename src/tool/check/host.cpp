@@ -128,10 +128,10 @@ bool inspectFolder(const Host& host) {
   const bool hasSeveral = inspection->context.taskList.size() > 1;
   find(inspection, hasSeveral ? RuleId::folderClosedToLaterTasks : RuleId::folderClosedToTask,
        place, folder,
-       hasSeveral
-           ? "The user may not enter this folder, and the second task of a request is entered "
-             "as the user already: it is refused."
-           : "The user may not enter this folder, and the task can open nothing in it.",
+       hasSeveral ? "The user may not enter this folder. Only for the first task of a request it "
+                    "is entered "
+                    "with the adapter's starting rights; the second is refused."
+                  : "The user may not enter this folder, and the task can open nothing in it.",
        "Let the user search the folder and all folders above it.");
   return true;
 }
