@@ -51,7 +51,7 @@ struct Way {
   std::string next() {
     const std::size_t begin = std::min(rest.find_first_not_of('/'), rest.size());
     const std::size_t end = std::min(rest.find('/', begin), rest.size());
-    const std::string component = rest.substr(begin, end - begin);
+    std::string component = rest.substr(begin, end - begin);
     rest.erase(0, end);
     return component;
   }

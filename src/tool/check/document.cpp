@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <iterator>
 #include <numeric>
 #include <set>
@@ -25,10 +26,10 @@ const Names cmdDataNames = {"Arguments",   "WorkingFolder",  "LogFolder", "Outpu
 std::size_t distance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t i = 0; i < a.size(); ++i) {
+  for (const char c : a) {
     std::size_t diagonal = row[0]++;
     for (std::size_t j = 0; j < b.size(); ++j) {
-      const bool same = std::tolower(static_cast<unsigned char>(a[i])) ==
+      const bool same = std::tolower(static_cast<unsigned char>(c)) ==
                         std::tolower(static_cast<unsigned char>(b[j]));
       const std::size_t best = std::min({row[j] + 1, row[j + 1] + 1, diagonal + (same ? 0 : 1)});
       diagonal = row[j + 1];

@@ -1,6 +1,7 @@
 // The elements of cmdData that hold numbers, ids and the flag.
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>

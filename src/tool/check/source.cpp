@@ -188,16 +188,16 @@ std::size_t Source::endOf(const TiXmlNode& node) const {
 
 std::string Source::excerpt(const TiXmlNode& node) const {
   const std::size_t begin = offsetOf(node);
-  std::string_view text = text_;
-  text = text.substr(begin, endOf(node) - begin);
-  text = text.substr(0, text.find('\n'));
-  text = text.substr(0, text.find_last_not_of(whiteSpace) + 1);
+  std::string_view part = text_;
+  part = part.substr(begin, endOf(node) - begin);
+  part = part.substr(0, part.find('\n'));
+  part = part.substr(0, part.find_last_not_of(whiteSpace) + 1);
   std::size_t end = 0;
-  for (std::size_t count = 0; end < text.size(); ++count) {
-    if (count == excerptLength) return std::string(text.substr(0, end)) + "...";
-    end += characterLength(text.substr(end));
+  for (std::size_t count = 0; end < part.size(); ++count) {
+    if (count == excerptLength) return std::string(part.substr(0, end)) + "...";
+    end += characterLength(part.substr(end));
   }
-  return std::string(text);
+  return std::string(part);
 }
 
 }  // namespace runlet_tool
