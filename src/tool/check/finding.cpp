@@ -4,26 +4,6 @@
 
 namespace runlet_tool {
 
-void TaskNumbers::add(std::int32_t number) {
-  if (!ranges_.empty() && ranges_.back().last == number) return;
-  ++count_;
-  if (!ranges_.empty() && ranges_.back().last == number - 1) {
-    ranges_.back().last = number;
-  } else {
-    ranges_.push_back({number, number});
-  }
-}
-
-std::string TaskNumbers::text(const char* separator) const {
-  std::string text;
-  for (const Range& range : ranges_) {
-    if (!text.empty()) text += separator;
-    text += std::to_string(range.first);
-    if (range.last != range.first) text.append("-").append(std::to_string(range.last));
-  }
-  return text;
-}
-
 std::size_t Report::count(Severity severity) const {
   const auto isOfThat = [=](const Finding& finding) { return finding.rule->severity == severity; };
   return static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), isOfThat));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tool/check/rules.h"
+#include "tool/text/task_numbers.h"
 
 namespace runlet_tool {
 
@@ -14,27 +15,6 @@ namespace runlet_tool {
 struct Place {
   int line = 0;
   int column = 0;
-};
-
-// Tasks by their number, from 1, as ranges. They are added in ascending order.
-class TaskNumbers {
- public:
-  void add(std::int32_t number);
-
-  std::int32_t count() const {
-    return count_;
-  }
-
-  // As "3-5, 9", or with another separator.
-  std::string text(const char* separator = ", ") const;
-
- private:
-  struct Range {
-    std::int32_t first;
-    std::int32_t last;
-  };
-  std::vector<Range> ranges_;
-  std::int32_t count_ = 0;
 };
 
 struct Finding {

@@ -29,7 +29,12 @@ class Progress {
 
   // To be called for every step, with how many are done.
   void show(std::size_t done) {
-    if (isTerminal_ && done % stepsPerLook == 0) look(done);
+    if (done % stepsPerLook == 0) showNow(done);
+  }
+
+  // The same for steps that take long, or where nothing but time has gone by.
+  void showNow(std::size_t done) {
+    if (isTerminal_) look(done);
   }
 
  private:

@@ -1,0 +1,26 @@
+// Where the tasks' outputs go.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "tool/batch/job_batch.h"
+
+namespace runlet_tool {
+
+// How many digits the numbers of the job's tasks have in the names of logs.
+int logDigits(const Batch& batch);
+
+// Path of the task's log.
+std::string logPath(const Batch& batch, std::int32_t task);
+
+// Makes the log folder, with the folders in front of it, as the user that the tasks run as, where
+// it is not there yet. False, with a message on standard error, when it cannot be made.
+bool makeLogFolder(const Batch& batch, const char* verb);
+
+// Opens the task's log for writing, empty, as the user that the tasks run as: a log folder may
+// belong to that user, who must not have root write where a link of his leads. -1, with the
+// reason in errno, when it cannot be opened. The descriptor closes on exec.
+int openLog(const Batch& batch, std::int32_t task);
+
+}  // namespace runlet_tool

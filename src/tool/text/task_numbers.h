@@ -1,0 +1,31 @@
+// Sets of task numbers.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace runlet_tool {
+
+// Tasks by their number, as ranges. They are added in ascending order.
+class TaskNumbers {
+ public:
+  void add(std::int32_t number);
+
+  std::int32_t count() const {
+    return count_;
+  }
+
+  // As "3-5, 9", or with another separator.
+  std::string text(const char* separator = ", ") const;
+
+ private:
+  struct Range {
+    std::int32_t first;
+    std::int32_t last;
+  };
+  std::vector<Range> ranges_;
+  std::int32_t count_ = 0;
+};
+
+}  // namespace runlet_tool
