@@ -27,13 +27,18 @@ int execute(const std::string& commandLine) {
 
 }  // namespace
 
-void runProgram(const std::string& commandLine, bool redirectStderr) {
+int becomeProgram(const std::string& commandLine, bool redirectStderr) {
   // The duplicate stays open in the program: it is the way back when there is no program.
   const int oldStderr = redirectStderr ? dup(STDERR_FILENO) : -1;
   if (redirectStderr) dup2(STDOUT_FILENO, STDERR_FILENO);
   const int error = execute(commandLine);
   if (redirectStderr) dup2(oldStderr, STDERR_FILENO);
   std::fprintf(stderr, cannotExecuteFormat, commandLine.c_str(), std::strerror(error));
+  return error;
+}
+
+void runProgram(const std::string& commandLine, bool redirectStderr) {
+  becomeProgram(commandLine, redirectStderr);
   // Not _exit: what this process inherited unwritten in its output buffer, the "Calling" line, is
   // meant to go out once more. In the server's log a task without a program is called twice.
   std::exit(cannotExecuteStatus);

@@ -12,9 +12,13 @@ inline constexpr char cannotExecuteFormat[] = "Runlet adapter: Cannot execute co
 // its argument vector. With `redirectStderr` the program's standard error goes where standard
 // output goes, and a duplicate of the old standard error stays open in it.
 //
-// Does not return. When the program cannot be started, writes
-// "Runlet adapter: Cannot execute command:'%s':%s\n" to the old standard error and exits with
-// -127 (status 129), flushing what standard output still holds.
+// Returns only when the program cannot be started, with the error number of that, after writing
+// "Runlet adapter: Cannot execute command:'%s':%s\n" to the old standard error, which is back in
+// its place then.
+int becomeProgram(const std::string& commandLine, bool redirectStderr);
+
+// The same in a child of the adapter. When the program cannot be started, exits with -127 (status
+// 129), flushing what standard output still holds.
 [[noreturn]] void runProgram(const std::string& commandLine, bool redirectStderr);
 
 }  // namespace runlet

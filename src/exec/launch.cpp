@@ -5,35 +5,17 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "adapter/messages.h"
 #include "exec/child.h"
 #include "exec/command.h"
+#include "exec/set_up.h"
 #include "exec/user_rights.h"
 
 namespace runlet {
 namespace {
-
-// The folder stays the current one for the tasks that follow, so a relative run folder is
-// entered for the first task only and then looked for inside itself.
-bool enterFolder(const std::string& folder) {
-  if (chdir(folder.c_str()) == 0) return true;
-  std::fprintf(stderr, folderRefusedFormat, getMessage(workingFolderMessage), folder.c_str(),
-               std::strerror(errno));
-  return false;
-}
-
-// The path goes to the shell as it stands, since application paths in use may count on what the
-// shell makes of them. The outcome does not matter: a program that still cannot be executed is
-// reported when it is started.
-void makeExecutable(const std::string& program) {
-  if (program.empty()) return;
-  const std::string command = "/bin/chmod 755 " + program;
-  [[maybe_unused]] const int ignored = std::system(command.c_str());  // NOLINT(cert-env33-c)
-}
 
 // Creates the child, which becomes the program, and tells the server about it. Yields the child's
 // process id, or -1 when there is none.

@@ -10,10 +10,6 @@ namespace runlet {
 // With the command line and the run folder.
 inline constexpr char callingFormat[] = "Calling '%s' from '%s'\n";
 
-// With a message, the run folder and the reason. No line end: the server joins this with what
-// follows.
-inline constexpr char folderRefusedFormat[] = "Runlet adapter: %s'%s': %s";
-
 inline constexpr char fillInFailedText[] =
     "Runlet adapter: Process fill-in for arguments failed.\n";
 

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "tool/check/check_verb.h"
+#include "tool/exec/become_task.h"
+#include "tool/exec/exec_verb.h"
 #include "tool/expand/expand_verb.h"
 #include "tool/make/make_verb.h"
 #include "tool/schema/schema_verb.h"
@@ -14,8 +16,15 @@
 namespace runlet_tool {
 namespace {
 
+// Whether the status is one of those that `exec` ends with. Who starts a task tells them from the
+// task's own.
+bool isOfExec(int status) {
+  return status >= exitNoTask;
+}
+
 // `status`, unless some of the output was lost.
 int finish(int status) {
+  if (isOfExec(status)) return status;
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
   std::fprintf(stderr, "runlet-job: cannot write: %s\n", std::strerror(errno));
   return exitUnreadable;
@@ -25,6 +34,11 @@ int finish(int status) {
 std::string complaint(const CLI::App* app, const CLI::Error& error) {
   std::string text = "runlet-job: ";
   return text.append(error.what()) + "\nSee: " + app->get_name() + " --help\n";
+}
+
+// What a wrong command line ends with.
+int refusal(const CLI::App& app) {
+  return app.got_subcommand("exec") ? exitNoTask : exitUnreadable;
 }
 
 // Whether the first word is meant to be a verb and is none.
@@ -37,7 +51,7 @@ int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, const ch
     std::fprintf(stderr, "runlet-job: There is no verb %s\nSee: runlet-job --help\n", argv[1]);
     return exitUnreadable;
   }
-  return app.exit(error) == 0 ? finish(exitFine) : exitUnreadable;
+  return app.exit(error) == 0 ? finish(exitFine) : refusal(app);
 }
 
 }  // namespace
@@ -53,6 +67,7 @@ int runCommandLine(int argc, const char* const* argv) {
   addExplain(&app, &action);
   addMake(&app, &action);
   addSchema(&app, &action);
+  addExec(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -2,11 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "adapter/context.h"
+#include "tool/expand/range_options.h"
 #include "tool/verb.h"
 
 namespace runlet_tool {
@@ -14,32 +14,30 @@ namespace runlet_tool {
 // What the command line says about it.
 struct BatchOptions {
   std::string job;
-  std::optional<std::int32_t> first;
-  std::optional<std::int32_t> count;
+  RangeOptions range;
   std::string appPath;
 };
 
 // Adds JOB, -s, -n and -a to `verb`.
 void addBatchOptions(CLI::App* verb, BatchOptions* options);
 
-// A job that was checked and loaded. `context.jobFile` is a full path, and `context.uid` and
-// `context.gid` are those that the tasks will have.
+// A job that was checked and loaded.
 struct Batch {
+  // `jobFile` is a full path; `uid` and `gid` are those that the tasks will have.
   runlet::AdapterContext context;
   std::vector<std::int32_t> tasks;  // numbers from 1, ascending; at least one
-  std::string name;                 // of the job: part of a file name
+  std::string name;                 // of the job: fit to be part of a file's name
   std::string folder;               // the run folder, as a full path
   std::string logFolder;            // as a full path
 };
 
 // Checks the job as `check` does, loads it and finds out which tasks there are to run. Yields
-// exitFine, or what the program is to end with after it has said on standard error why; then
-// `*batch` is of no use. Says there as well what is worth knowing though it does not stand in the
-// way: warnings of the check, and that the tasks cannot have the job's user or group. `verb` stands
-// in front of that.
+// exitFine, or the status to end with after it has said on standard error why; `*batch` is of no
+// use then. What is worth knowing though it does not stand in the way is said there too: warnings
+// of the check, and that the tasks cannot have the job's user or group. `verb` names the speaker.
 int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch);
 
-// The arguments of the program that runs one task, or several: this program's own path first.
+// The argument vector of the process that becomes a task: this program's own path first.
 std::vector<std::string> execArguments(const Batch& batch, std::int32_t task);
 
 }  // namespace runlet_tool

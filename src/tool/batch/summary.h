@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string_view>
 #include <vector>
 
 #include "tool/batch/job_batch.h"
@@ -9,13 +10,14 @@
 
 namespace runlet_tool {
 
-// Writes to `out` a line for every task of the batch with its command, and one for all of them.
-// `ends[i]` is the end of `batch.tasks[i]`. Yields the exit status: exitFine when all have
-// succeeded, else exitFailing.
+// Writes to `out` a line for every task of the batch with its command, with the path of its log
+// behind it where it has been started and has not succeeded, and a line for all of them. `ends[i]`
+// is the end of `batch.tasks[i]`. Yields the exit status: exitFine when all have succeeded, else
+// exitFailing.
 int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends, std::FILE* out);
 
-// Takes the ends out of a summary that `text` holds somewhere, for the tasks of the batch that it
-// names; the others stay as they are in `*ends`.
-void readSummary(const Batch& batch, const std::string& text, std::vector<TaskEnd>* ends);
+// Takes the ends out of the summary that is somewhere in `text`, for those tasks of the batch that
+// it names; the others stay as they are in `*ends`.
+void readSummary(const Batch& batch, std::string_view text, std::vector<TaskEnd>* ends);
 
 }  // namespace runlet_tool

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "tool/text/paths.h"
+
 namespace runlet_tool {
 namespace {
 
@@ -105,8 +107,11 @@ Access accessOf(const Identity& who, const std::string& current, const std::stri
 
 }  // namespace
 
-std::string fullPath(const std::string& current, const std::string& path) {
-  return path.starts_with('/') ? path : current + "/" + path;
+std::vector<gid_t> ownGroups() {
+  std::vector<gid_t> groups(static_cast<std::size_t>(std::max(getgroups(0, nullptr), 0)));
+  const int count = getgroups(static_cast<int>(groups.size()), groups.data());
+  groups.resize(static_cast<std::size_t>(std::max(count, 0)));
+  return groups;
 }
 
 Access enterFolder(const Identity& who, const std::string& current, const std::string& path) {

@@ -14,6 +14,9 @@ struct Identity {
   std::vector<gid_t> groups;  // supplementary ones
 };
 
+// The supplementary groups of this process.
+std::vector<gid_t> ownGroups();
+
 enum class Access { granted, denied, missing };
 
 // Which permission bits of the file itself count: its own, or those that chmod 755 gives it.
@@ -33,8 +36,5 @@ Access executeFile(const Identity& who, const std::string& current, const std::s
 // when there is none. `*found` is then the best that there is: denied when a file is there.
 std::string findProgram(const Identity& who, const std::string& current, const std::string& word,
                         Access* found);
-
-// `path`, or where it is relative, that in the folder `current`.
-std::string fullPath(const std::string& current, const std::string& path);
 
 }  // namespace runlet_tool

@@ -6,16 +6,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <optional>
 #include <string>
-#include <system_error>
 
 #include "tool/check/access.h"
 #include "tool/check/inspection.h"
 #include "tool/expand/preview.h"
+#include "tool/text/paths.h"
 
 namespace runlet_tool {
 namespace {
@@ -37,13 +36,6 @@ struct Host {
   std::string folder;                   // full path of the run folder
   std::map<std::string, Verdict> seen;  // programs looked at
 };
-
-std::vector<gid_t> ownGroups() {
-  std::vector<gid_t> groups(static_cast<std::size_t>(std::max(getgroups(0, nullptr), 0)));
-  const int count = getgroups(static_cast<int>(groups.size()), groups.data());
-  groups.resize(static_cast<std::size_t>(std::max(count, 0)));
-  return groups;
-}
 
 Place placeOfUser(const Inspection& inspection) {
   return inspection.uid.value_or(Place{});
@@ -279,10 +271,8 @@ void inspectHost(Inspection* inspection) {
   uid_t uid = 0;
   if (!findUser(inspection, &uid) || context.gid == notGiven) return;
   const std::string folder = runlet::runFolder(context);
-  std::error_code gone;  // then nothing is found in it
-  const std::string start = std::filesystem::current_path(gone).string();
   Host host = {inspection, {uid, static_cast<gid_t>(context.gid), ownGroups()}, folder, {}};
-  host.folder = fullPath(start.empty() ? "." : start, folder);
+  host.folder = fullPath(currentFolder(), folder);
   inspectAccount(host);
   inspectGroup(host);
   if (!inspectFolder(host)) return;

@@ -5,15 +5,14 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "adapter/context.h"
 #include "adapter/task_range.h"
 #include "tool/expand/loading.h"
 #include "tool/expand/preview.h"
+#include "tool/expand/range_options.h"
 #include "tool/expand/report.h"
 #include "tool/text/terminal.h"
 
@@ -22,23 +21,18 @@ namespace {
 
 struct ExpandOptions {
   std::string job;
-  std::optional<std::int32_t> first;
-  std::optional<std::int32_t> count;
+  RangeOptions range;
   std::string appPath;
   std::string userName;
   bool inJson = false;
 };
 
-// Without a range, all tasks; -s alone is one task, as in a request; -n alone counts from the
-// first.
 runlet::AdapterContext requestOf(const ExpandOptions& options) {
   runlet::AdapterContext context;
   context.jobFile = options.job;
   context.appPath = options.appPath;
   context.userName = options.userName;
-  context.firstTask = options.first.value_or(1);
-  const std::int32_t all = std::numeric_limits<std::int32_t>::max();
-  context.taskCount = options.count.value_or(options.first.has_value() ? 1 : all);
+  setRange(options.range, &context);
   return context;
 }
 
@@ -98,10 +92,7 @@ void addExpand(CLI::App* app, Action* action) {
   verb->add_option("job", options->job, "The job file, as the adapter gets it with -j")
       ->required()
       ->type_name("JOB");
-  verb->add_option("-s", options->first, "Number of the first task; 1 unless given")
-      ->type_name("N");
-  verb->add_option("-n", options->count, "Number of tasks; 1 if -s is given, else all")
-      ->type_name("N");
+  addRangeOptions(verb, &options->range);
   verb->add_option("-a", options->appPath, "The request's path of an application")
       ->type_name("APP");
   verb->add_option("-u", options->userName, "The request's user name")->type_name("USER");

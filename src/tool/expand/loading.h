@@ -22,6 +22,9 @@ struct LoadResult {
   std::string message;
 };
 
+// What is said in place of a message that the adapter does not have.
+inline constexpr char noJobFileText[] = "runlet-job: The path of the job file is empty.";
+
 // The two halves of a load: the file to its document, and the document to the job fields and lists
 // of `context`, whose `jobFile` the document is named after. The second takes the tasks out of the
 // document.

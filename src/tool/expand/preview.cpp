@@ -8,6 +8,7 @@
 #include "adapter/messages.h"
 #include "exec/child.h"
 #include "exec/launch.h"
+#include "exec/set_up.h"
 #include "exec/user_rights.h"
 #include "exec/words.h"
 #include "tool/expand/loading.h"

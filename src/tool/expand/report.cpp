@@ -16,8 +16,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr char noJobFileText[] = "runlet-job: The path of the job file is empty.";
-
 // The "Calling" line without its line end.
 std::string callingText(const Preview& preview) {
   return withoutLineEnd(runlet::callingFormat, preview.command.line.c_str(),
@@ -49,12 +47,6 @@ void appendRow(const char* label, const std::string& value, std::string* text) {
   text->append("  ").append(label);
   text->append(std::max<std::size_t>(8 - std::string_view(label).size(), 1), ' ');
   text->append(value).append("\n");
-}
-
-std::string shellCommand(const Preview& preview) {
-  std::string line;
-  for (const char* word : preview.words) appendShellWord(word, &line);
-  return line;
 }
 
 // A text of several lines, its later ones indented.
@@ -116,7 +108,7 @@ void TextExpandReport::task(std::int32_t number, const Preview& preview) {
   }
   if (preview.isComposed) text_ += "  " + callingText(preview) + "\n";
   if (preview.outcome == Outcome::starts) {
-    appendRow("run", shellCommand(preview), &text_);
+    appendRow("run", shellCommand(preview.words), &text_);
   } else {
     const std::string name = coloured(nameOf(preview.outcome).inText, Colour::red, hasColour_);
     text_ += "  " + name + ": " + indented(isReached ? preview.message : preview.reason) + "\n";

@@ -84,4 +84,10 @@ void appendShellWord(std::string_view word, std::string* line) {
   }
 }
 
+std::string shellCommand(const std::vector<char*>& words) {
+  std::string line;
+  for (const char* word : words) appendShellWord(word, &line);
+  return line;
+}
+
 }  // namespace runlet_tool

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace runlet_tool {
 
@@ -10,5 +11,8 @@ namespace runlet_tool {
 // front of it unless the line is empty. Control characters and bytes that are not UTF-8 make it a
 // $'...' word, as bash, zsh and ksh have them: pasted as they are, a terminal would act on them.
 void appendShellWord(std::string_view word, std::string* line);
+
+// A command of these words.
+std::string shellCommand(const std::vector<char*>& words);
 
 }  // namespace runlet_tool

@@ -1,0 +1,122 @@
+#include "tool/batch/job_batch.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+
+#include "adapter/task_range.h"
+#include "exec/command.h"
+#include "tool/batch/identity.h"
+#include "tool/check/findings_text.h"
+#include "tool/check/inspect.h"
+#include "tool/expand/loading.h"
+#include "tool/text/format.h"
+#include "tool/text/paths.h"
+#include "tool/text/terminal.h"
+
+namespace runlet_tool {
+namespace {
+
+using runlet::AdapterContext;
+
+// The job without a user is the caller's, who for the check counts as the one that the request
+// names. Not so for root: that a job's programs get all rights has to be said in the job.
+std::string requestUser() {
+  return geteuid() == 0 ? "" : std::to_string(geteuid());
+}
+
+void sayWarnings(const AdapterContext& context, const char* verb, const Report& report) {
+  const std::size_t count = report.count(Severity::warning);
+  if (count == 0) return;
+  std::fprintf(stderr, "runlet-job: %s: %s; see: runlet-job check %s\n", verb,
+               quantity(count, "warning").c_str(), context.jobFile.c_str());
+}
+
+int checkJob(const AdapterContext& context, const char* verb) {
+  const Report report = inspect({context.jobFile, context.appPath, requestUser()});
+  if (report.isReadable && report.count(Severity::error) == 0) {
+    sayWarnings(context, verb, report);
+    return exitFine;
+  }
+  const std::string text = findingsText(context.jobFile, report, wantsColour(stderr)) +
+                           summaryText(context.jobFile, report);
+  std::fputs(text.c_str(), stderr);
+  return report.isReadable ? exitFailing : exitUnreadable;
+}
+
+// Whether the file is still what was checked.
+bool load(AdapterContext* context) {
+  const LoadResult result = loadJob(context);
+  if (result.loading == Loading::loaded) return true;
+  std::fprintf(stderr, "%s\n", result.message.c_str());
+  return false;
+}
+
+void settle(AdapterContext* context, const char* verb) {
+  const std::string note = settleIdentity(context);
+  if (note.empty()) return;
+  std::fprintf(stderr, "runlet-job: %s: the tasks run as %s\n", verb, note.c_str());
+}
+
+bool selectTasks(const char* verb, Batch* batch) {
+  const runlet::TaskRange range = requestedTasks(batch->context);
+  for (std::int32_t i = range.first; i < range.end && isTask(batch->context, i); ++i) {
+    batch->tasks.push_back(i + 1);
+  }
+  if (!batch->tasks.empty()) return true;
+  std::fprintf(stderr, "runlet-job: %s: %s has no task in that range, only %s\n", verb,
+               batch->context.jobFile.c_str(),
+               quantity(batch->context.taskList.size(), "task").c_str());
+  return false;
+}
+
+// The file's name without its ".xml". What a log's name or a pattern for it could not hold is
+// replaced.
+std::string nameOf(const std::string& jobFile) {
+  std::string name = jobFile.substr(jobFile.rfind('/') + 1);
+  constexpr std::string_view ending = ".xml";
+  if (name.ends_with(ending)) name.resize(name.size() - ending.size());
+  const auto isUnfit = [](char c) {
+    return static_cast<unsigned char>(c) < ' ' || c == '\x7f' || c == '\\';
+  };
+  std::replace_if(name.begin(), name.end(), isUnfit, '_');
+  return name.empty() ? "job" : name;
+}
+
+}  // namespace
+
+void addBatchOptions(CLI::App* verb, BatchOptions* options) {
+  verb->add_option("job", options->job, "The job file")->required()->type_name("JOB");
+  addRangeOptions(verb, &options->range);
+  verb->add_option("-a", options->appPath, "The request's path of an application")
+      ->type_name("APP");
+}
+
+int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
+  AdapterContext& context = batch->context;
+  context.jobFile = fullPath(currentFolder(), options.job);
+  context.appPath = options.appPath;
+  setRange(options.range, &context);
+  const int status = checkJob(context, verb);
+  if (status != exitFine) return status;
+  if (!load(&context)) return exitUnreadable;
+  settle(&context, verb);
+  if (!selectTasks(verb, batch)) return exitFailing;
+  batch->name = nameOf(context.jobFile);
+  batch->folder = fullPath(currentFolder(), runFolder(context));
+  const bool hasLogFolder = !context.logFolder.empty();
+  batch->logFolder = hasLogFolder ? fullPath(batch->folder, context.logFolder) : batch->folder;
+  return exitFine;
+}
+
+std::vector<std::string> execArguments(const Batch& batch, std::int32_t task) {
+  std::vector<std::string> arguments = {ownPath(), "exec", batch.context.jobFile, "--task",
+                                        std::to_string(task)};
+  if (batch.context.appPath.empty()) return arguments;
+  arguments.insert(arguments.end(), {"-a", batch.context.appPath});
+  return arguments;
+}
+
+}  // namespace runlet_tool

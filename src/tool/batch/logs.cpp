@@ -1,0 +1,53 @@
+#include "tool/batch/logs.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "tool/batch/identity.h"
+#include "tool/text/format.h"
+#include "tool/text/paths.h"
+
+namespace runlet_tool {
+namespace {
+
+// 0, or the error number of what stands in the way of logs in that folder.
+int makeWritable(const std::string& folder) {
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) return error.value();
+  return faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+int logDigits(const Batch& batch) {
+  return static_cast<int>(std::to_string(batch.context.taskList.size()).size());
+}
+
+std::string logPath(const Batch& batch, std::int32_t task) {
+  const std::string file =
+      batch.name + withoutLineEnd("-%0*d.log", logDigits(batch), static_cast<int>(task));
+  return fullPath(batch.logFolder, file);
+}
+
+bool makeLogFolder(const Batch& batch, const char* verb) {
+  const AsTaskUser user(batch.context);
+  const int error = user.isTaken() ? makeWritable(batch.logFolder) : errno;
+  if (error == 0) return true;
+  std::fprintf(stderr, "runlet-job: %s: no logs can be written to %s: %s\n", verb,
+               batch.logFolder.c_str(), std::strerror(error));
+  return false;
+}
+
+int openLog(const Batch& batch, std::int32_t task) {
+  const AsTaskUser user(batch.context);
+  if (!user.isTaken()) return -1;
+  return open(logPath(batch, task).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+}
+
+}  // namespace runlet_tool

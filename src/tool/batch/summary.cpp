@@ -1,0 +1,101 @@
+#include "tool/batch/summary.h"
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <utility>
+
+#include "tool/batch/logs.h"
+#include "tool/expand/preview.h"
+#include "tool/text/format.h"
+#include "tool/text/shell_quote.h"
+#include "tool/text/task_numbers.h"
+#include "tool/text/terminal.h"
+
+namespace runlet_tool {
+namespace {
+
+// In the order of Ending.
+constexpr const char* totalNames[] = {"succeeded", "failed",      "killed",
+                                      "timed out", "interrupted", "not started"};
+
+// By kind of end, and the engine's word if it is one of those.
+using Totals = std::map<std::pair<Ending, std::string>, TaskNumbers>;
+
+std::string nameOf(const Totals::value_type& total) {
+  const auto& [ending, word] = total.first;
+  return ending == Ending::other ? word : totalNames[static_cast<std::size_t>(ending)];
+}
+
+// "6 tasks: 4 succeeded, 2 failed (3, 5)"
+std::string totalsText(const Batch& batch, const Totals& totals) {
+  std::string text = quantity(batch.tasks.size(), "task");
+  const char* separator = ": ";
+  for (const Totals::value_type& total : totals) {
+    text.append(separator).append(std::to_string(total.second.count())).append(" ");
+    text += nameOf(total);
+    const bool isFine = total.first.first == Ending::succeeded;
+    if (!isFine) text.append(" (").append(total.second.text()).append(")");
+    separator = ", ";
+  }
+  return text;
+}
+
+std::string taskText(const Batch& batch, std::int32_t task, const TaskEnd& end, bool hasColour,
+                     Preview* preview) {
+  previewCommand(batch.context, task - 1, preview);
+  const bool isFine = end.ending == Ending::succeeded;
+  std::string text = "task " + std::to_string(task) + ": ";
+  text += coloured(describe(end), isFine ? Colour::none : Colour::red, hasColour);
+  text.append(": ").append(shellCommand(preview->words)).append("\n");
+  if (isFine || end.ending == Ending::notStarted) return text;
+  std::string log;
+  appendShellWord(logPath(batch, task), &log);
+  return text.append("  log: ").append(log).append("\n");
+}
+
+// Takes one line of a summary: the task's number, or 0 when the line is about no task, and its end.
+std::int32_t readLine(std::string_view line, TaskEnd* end) {
+  constexpr std::string_view label = "task ";
+  constexpr std::string_view separator = ": ";
+  if (!line.starts_with(label)) return 0;
+  line.remove_prefix(label.size());
+  std::int32_t task = 0;
+  const auto [rest, error] = std::from_chars(line.data(), line.data() + line.size(), task);
+  line.remove_prefix(static_cast<std::size_t>(rest - line.data()));
+  if (error != std::errc() || !line.starts_with(separator)) return 0;
+  line.remove_prefix(separator.size());
+  const std::size_t length = line.find(separator);
+  if (length == std::string_view::npos) return 0;
+  *end = endOfText(line.substr(0, length));
+  return task;
+}
+
+}  // namespace
+
+int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends, std::FILE* out) {
+  const bool hasColour = wantsColour(out);
+  Totals totals;
+  Preview preview;
+  for (std::size_t i = 0; i < ends.size(); ++i) {
+    std::fputs(taskText(batch, batch.tasks[i], ends[i], hasColour, &preview).c_str(), out);
+    totals[{ends[i].ending, ends[i].word}].add(batch.tasks[i]);
+  }
+  std::fprintf(out, "%s\n", totalsText(batch, totals).c_str());
+  const bool isFine = totals.size() == 1 && totals.begin()->first.first == Ending::succeeded;
+  return isFine ? exitFine : exitFailing;
+}
+
+void readSummary(const Batch& batch, std::string_view text, std::vector<TaskEnd>* ends) {
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+    TaskEnd end;
+    const std::int32_t task = readLine(line, &end);
+    const auto place = std::lower_bound(batch.tasks.begin(), batch.tasks.end(), task);
+    if (place == batch.tasks.end() || *place != task) continue;
+    (*ends)[static_cast<std::size_t>(place - batch.tasks.begin())] = end;
+  }
+}
+
+}  // namespace runlet_tool

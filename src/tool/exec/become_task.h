@@ -1,0 +1,24 @@
+// A process that becomes a task of a job, so that whoever started it sees how the task itself ends.
+#pragma once
+
+#include <cstdint>
+
+#include "adapter/context.h"
+
+namespace runlet_tool {
+
+// Exit statuses where there is no task whose own it could be, as other programs have them that
+// become another one.
+inline constexpr int exitNoTask = 125;         // the task could not be set up
+inline constexpr int exitCannotExecute = 126;  // its program is there, but cannot be executed
+inline constexpr int exitNotFound = 127;       // its program is not there
+
+// Becomes the task `number` (from 1) of the job that `context` names with `jobFile` and `appPath`:
+// in its folder, with its group, user, mask and outputs, after announcing it on standard output as
+// the adapter does.
+//
+// Returns only where that fails, with one of the statuses, after the adapter's text for it on
+// standard error, or this program's own where the adapter has none.
+int becomeTask(runlet::AdapterContext* context, std::int32_t number);
+
+}  // namespace runlet_tool

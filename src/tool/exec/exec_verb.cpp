@@ -1,0 +1,41 @@
+#include "tool/exec/exec_verb.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "tool/exec/become_task.h"
+#include "tool/text/paths.h"
+
+namespace runlet_tool {
+namespace {
+
+struct ExecOptions {
+  std::string job;
+  std::int32_t task = 0;
+  std::string appPath;
+};
+
+int exec(const ExecOptions& options) {
+  runlet::AdapterContext context;
+  context.jobFile = fullPath(currentFolder(), options.job);
+  context.appPath = options.appPath;
+  return becomeTask(&context, options.task);
+}
+
+}  // namespace
+
+void addExec(CLI::App* app, Action* action) {
+  CLI::App* verb = app->add_subcommand("exec", "Become one task of a job");
+  const auto options = std::make_shared<ExecOptions>();
+  verb->add_option("job", options->job, "The job file")->required()->type_name("JOB");
+  verb->add_option("--task", options->task, "Number of the task, from 1")
+      ->required()
+      ->type_name("N");
+  verb->add_option("-a", options->appPath, "The request's path of an application")
+      ->type_name("APP");
+  verb->callback([=] { *action = [=] { return exec(*options); }; });
+}
+
+}  // namespace runlet_tool
