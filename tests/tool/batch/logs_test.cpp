@@ -1,0 +1,166 @@
+// The tasks' logs and who they belong to.
+
+#include "tool/batch/logs.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "adapter_test.h"
+#include "temp_folder.h"
+#include "tool/batch/identity.h"
+
+namespace runlet_tool {
+namespace {
+
+using runlet_test::otherId;
+using runlet_test::TempFolder;
+
+// Of `taskCount` tasks, with logs in `logFolder`, which run as the caller.
+void fill(std::size_t taskCount, const std::string& logFolder, Batch* batch) {
+  batch->context.uid = static_cast<std::int32_t>(geteuid());
+  batch->context.gid = static_cast<std::int32_t>(getegid());
+  batch->context.taskList.resize(taskCount);
+  batch->name = "shot";
+  batch->logFolder = logFolder;
+}
+
+// The same as another user, which only root can have.
+void fillForAnother(const std::string& logFolder, Batch* batch) {
+  fill(1, logFolder, batch);
+  batch->context.uid = otherId;
+  batch->context.gid = otherId;
+}
+
+TEST(Logs, AreNumberedSoThatTheySort) {
+  struct Row {
+    std::size_t taskCount;
+    std::int32_t task;
+    std::string path;
+  };
+  const Row rows[] = {
+      {1, 1, "/l/shot-1.log"},     {9, 9, "/l/shot-9.log"},          {10, 9, "/l/shot-09.log"},
+      {200, 7, "/l/shot-007.log"}, {1000, 1000, "/l/shot-1000.log"},
+  };
+  for (const Row& row : rows) {
+    Batch batch;
+    fill(row.taskCount, "/l", &batch);
+    EXPECT_EQ(logPath(batch, row.task), row.path);
+  }
+}
+
+TEST(Logs, AreBegunAnew) {
+  const TempFolder folder;
+  Batch batch;
+  fill(1, folder.path(), &batch);
+  folder.write("shot-1.log", "of an earlier run");
+  const int log = openLog(batch, 1);
+  ASSERT_GE(log, 0);
+  EXPECT_EQ(fcntl(log, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(write(log, "new", 3), 3);
+  close(log);
+  EXPECT_EQ(runlet_test::readFile(folder.file("shot-1.log")), "new");
+}
+
+TEST(Logs, AreInAFolderThatIsMadeForThem) {
+  const TempFolder folder;
+  Batch batch;
+  fill(1, folder.file("a/b c/d"), &batch);
+  EXPECT_TRUE(makeLogFolder(batch, "run"));
+  EXPECT_TRUE(makeLogFolder(batch, "run"));  // it may be there
+  EXPECT_GE(runlet_test::modeOf(folder.file("a/b c/d")), 0);
+}
+
+TEST(Logs, CannotBeWhereThereIsAFile) {
+  const TempFolder folder;
+  Batch batch;
+  fill(1, folder.write("file", "") + "/logs", &batch);
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(makeLogFolder(batch, "submit"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "runlet-job: submit: no logs can be written to " + folder.file("file") +
+                "/logs: Not a directory\n");
+  EXPECT_EQ(openLog(batch, 1), -1);
+  EXPECT_EQ(errno, ENOTDIR);
+}
+
+TEST(LogsOfAnother, BelongToThatUser) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
+  Batch batch;
+  const std::string open = folder.makeFolder("open", 0777);
+  fillForAnother(open + "/logs", &batch);
+  ASSERT_TRUE(makeLogFolder(batch, "run"));
+  const int log = openLog(batch, 1);
+  ASSERT_GE(log, 0);
+  struct stat status {};
+  fstat(log, &status);
+  close(log);
+  EXPECT_EQ(status.st_uid, otherId);
+  EXPECT_EQ(status.st_gid, otherId);
+  stat((open + "/logs").c_str(), &status);
+  EXPECT_EQ(status.st_uid, otherId);
+  EXPECT_EQ(geteuid(), 0U);
+  EXPECT_EQ(getegid(), getgid());
+}
+
+TEST(LogsOfAnother, DoNotGoWhereThatUserMayNotWrite) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
+  const std::string secret = folder.write("of root", "kept", 0660);  // the group's as well
+  const std::string logs = folder.makeFolder("logs", 0777);
+  ASSERT_EQ(symlink(secret.c_str(), (logs + "/shot-1.log").c_str()), 0);
+  Batch batch;
+  fillForAnother(logs, &batch);
+  EXPECT_EQ(openLog(batch, 1), -1);
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_EQ(runlet_test::readFile(secret), "kept");
+}
+
+TEST(LogsOfAnother, AreRefusedInAFolderThatIsNotForThatUser) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
+  Batch batch;
+  fillForAnother(folder.makeFolder("logs", 0700), &batch);
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(makeLogFolder(batch, "run"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "runlet-job: run: no logs can be written to " +
+                                                        folder.file("logs") +
+                                                        ": Permission denied\n");
+}
+
+TEST(AsTaskUser, GivesBackTheGroupsThatItPutAside) {
+  REQUIRE_ROOT();
+  const gid_t groups[] = {7, 9};
+  const auto change = [&] {
+    if (setgroups(2, groups) != 0) _exit(2);
+    Batch batch;
+    fillForAnother("", &batch);
+    {
+      const AsTaskUser user(batch.context);
+      if (!user.isTaken() || getgroups(0, nullptr) != 0 || geteuid() != otherId) _exit(3);
+    }
+    gid_t after[2] = {};
+    _exit(getgroups(2, after) == 2 && after[0] == 7 && after[1] == 9 && geteuid() == 0 ? 0 : 4);
+  };
+  EXPECT_EXIT(change(), testing::ExitedWithCode(0), "");
+}
+
+// Where root has lost the right to become another user, as in a container.
+TEST(AsTaskUser, IsNotTakenWithoutTheRight) {
+  REQUIRE_ROOT();
+  Batch batch;
+  fillForAnother("", &batch);
+  batch.context.uid = -1;  // is refused by the system
+  const AsTaskUser user(batch.context);
+  EXPECT_FALSE(user.isTaken());
+  EXPECT_EQ(openLog(batch, 1), -1);
+}
+
+}  // namespace
+}  // namespace runlet_tool

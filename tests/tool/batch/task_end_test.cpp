@@ -1,0 +1,62 @@
+// How tasks have ended, and how that is told.
+
+#include "tool/batch/task_end.h"
+
+#include <gtest/gtest.h>
+
+namespace runlet_tool {
+namespace {
+
+// Wait statuses as the system has them: an exit code in the second byte, or a signal in the first.
+TEST(TaskEnd, IsReadFromAWaitStatus) {
+  struct Row {
+    int waitStatus;
+    TaskEnd end;
+  };
+  const Row rows[] = {
+      {0, {Ending::succeeded, 0, ""}},       {3 << 8, {Ending::failed, 3, ""}},
+      {255 << 8, {Ending::failed, 255, ""}}, {9, {Ending::killed, 9, ""}},
+      {11 | 0x80, {Ending::killed, 11, ""}},  // with a core file
+  };
+  for (const Row& row : rows) EXPECT_EQ(endOfStatus(row.waitStatus), row.end) << row.waitStatus;
+}
+
+struct TextRow {
+  Ending ending;
+  int number;
+  const char* word;
+  const char* text;
+
+  TaskEnd end() const {
+    return {ending, number, word};
+  }
+};
+
+constexpr TextRow textRows[] = {
+    {Ending::succeeded, 0, "", "succeeded"},
+    {Ending::failed, 3, "", "failed with exit code 3"},
+    {Ending::killed, 9, "", "killed by signal 9 (Killed)"},
+    {Ending::killed, 11, "", "killed by signal 11 (Segmentation fault)"},
+    {Ending::timedOut, 0, "", "timed out"},
+    {Ending::interrupted, 0, "", "interrupted"},
+    {Ending::notStarted, 0, "", "not started"},
+    {Ending::other, 0, "node_fail", "node_fail"},
+};
+
+TEST(TaskEnd, IsToldInWords) {
+  for (const TextRow& row : textRows) EXPECT_EQ(describe(row.end()), row.text);
+}
+
+TEST(TaskEnd, IsReadBackFromItsWords) {
+  for (const TextRow& row : textRows) EXPECT_EQ(endOfText(row.text), row.end()) << row.text;
+}
+
+TEST(TaskEnd, IsAWordForAnyOtherText) {
+  for (const char* text : {"", "succeeded?", "failed with exit code ", "failed with exit code x",
+                           "killed by signal ", "Timed out"}) {
+    EXPECT_EQ(endOfText(text), (TaskEnd{Ending::other, 0, text})) << text;
+  }
+}
+
+}  // namespace
+}  // namespace runlet_tool
