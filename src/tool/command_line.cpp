@@ -57,7 +57,7 @@ int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, const ch
 }  // namespace
 
 int runCommandLine(int argc, const char* const* argv) {
-  CLI::App app("Shows and checks what a job will do before it runs.", "runlet-job");
+  CLI::App app("Makes, shows, checks and runs job files.", "runlet-job");
   app.set_version_flag("--version", "runlet-job " RUNLET_VERSION);
   app.require_subcommand(1);
   app.failure_message(complaint);

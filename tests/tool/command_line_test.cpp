@@ -10,13 +10,13 @@ namespace runlet_test {
 namespace {
 
 TEST(ToolCommandLine, TellsItsVersion) {
-  expectTool(runTool({"--version"}), "runlet-job 1.1.0\n", "", "exit 0");
+  expectTool(runTool({"--version"}), "runlet-job 1.2.0\n", "", "exit 0");
 }
 
 TEST(ToolCommandLine, TellsItsVerbs) {
   const ProcessResult result = runTool({"--help"});
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
-  for (const char* verb : {"expand", "check", "explain", "make", "schema"}) {
+  for (const char* verb : {"expand", "check", "explain", "make", "schema", "exec", "run", "submit"}) {
     EXPECT_NE(result.output.find("\n  " + std::string(verb) + " "), std::string::npos) << verb;
   }
 }

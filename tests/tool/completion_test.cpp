@@ -28,6 +28,11 @@ constexpr char twoCodes[] =
     "#!/bin/sh\n"
     "[ \"$*\" = explain ] && printf 'RJ001  one thing\\nRJ002  another\\n'\n";
 
+// And one in place of the cluster's sinfo.
+constexpr char threePartitions[] =
+    "#!/bin/sh\n"
+    "[ \"$*\" = '--noheader --format=%R' ] && printf 'farm\\nfast\\nnight\\n'\n";
+
 // A folder with a few files and folders in it, to propose them.
 class Completion : public testing::Test {
  protected:
@@ -37,6 +42,7 @@ class Completion : public testing::Test {
     folder_.write("frames.tsv", "");
     folder_.makeFolder("shots");
     program_ = folder_.write("shots/runlet-job", twoCodes, 0755);
+    folder_.write("shots/sinfo", threePartitions, 0755);
   }
 
   // What is proposed for the last of `words`, which stand behind the program.
@@ -49,6 +55,7 @@ class Completion : public testing::Test {
     options.arguments = {"/bin/bash", "--norc", "-c", script, "test", file(), program};
     options.arguments.insert(options.arguments.end(), words.begin(), words.end());
     options.folder = folder_.path();
+    options.environment = {{"PATH", folder_.file("shots") + ":/usr/bin:/bin"}};
     const ProcessResult result = runProcess(options);
     EXPECT_EQ(result.error, "");
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
@@ -76,8 +83,8 @@ std::string joined(const std::vector<std::string>& words) {
 }
 
 const Row rows[] = {
-    {{""}, "--help\n--version\ncheck\nexpand\nexplain\nmake\nschema\n"},
-    {{"ex"}, "expand\nexplain\n"},
+    {{""}, "--help\n--version\ncheck\nexec\nexpand\nexplain\nmake\nrun\nschema\nsubmit\n"},
+    {{"ex"}, "exec\nexpand\nexplain\n"},
     {{"--v"}, "--version\n"},
     {{"x"}, ""},
     {{"expand", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
@@ -110,6 +117,18 @@ const Row rows[] = {
     {{"make", "--", "printen"}, "printenv\n"},
     {{"make", "--", "ls", "fr"}, "frames.tsv\n"},
     {{"make", "--", "ls", "--user", "fr"}, "frames.tsv\n"},
+    {{"exec", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
+    {{"exec", "-"}, "--help\n--task\n-a\n"},
+    {{"exec", "--task", ""}, ""},
+    {{"run", "du"}, "dusk light.xml\n"},
+    {{"run", "-"}, "--help\n--jobs\n-a\n-n\n-s\n"},
+    {{"run", "--jobs", ""}, ""},
+    {{"submit", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
+    {{"submit", "-"},
+     "--chunk\n--dry-run\n--failed-of\n--help\n--partition\n--sbatch-option\n--throttle\n--wait\n"
+     "-a\n-n\n-s\n"},
+    {{"submit", "--throttle", ""}, ""},
+    {{"submit", "--partition", "f"}, "farm\nfast\n"},
 };
 
 TEST_F(Completion, ProposesWhatMayStandThere) {
