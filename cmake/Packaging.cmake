@@ -12,6 +12,7 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS slurm-client)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "UserRunletAdapter is started by a render farm's server once for every request.
 It expands the command lines of a job's tasks, takes on the job's group, user
@@ -19,7 +20,8 @@ and umask, runs the program, tells the server its process id and reports an
 abnormal exit code.
 
 runlet-job makes job files, shows what their tasks will run, and finds mistakes
-in them before they get to the farm.")
+in them before they get to the farm. It also runs them where there is no farm
+server: on a Slurm cluster or on one machine.")
 
 install(FILES packaging/copyright LICENSE CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
