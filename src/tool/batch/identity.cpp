@@ -46,7 +46,7 @@ bool AsTaskUser::take(const AdapterContext& context) {
 
 AsTaskUser::~AsTaskUser() {
   if (!isRoot_) return;
-  const int error = errno;
+  const int error = errno;  // of what was done meanwhile
   const bool isBack =
       seteuid(0) == 0 && setegid(group_) == 0 && setgroups(groups_.size(), groups_.data()) == 0;
   if (!isBack) std::abort();  // to go on with other rights than those that it had

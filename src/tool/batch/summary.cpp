@@ -61,9 +61,9 @@ std::int32_t readLine(std::string_view line, TaskEnd* end) {
   if (!line.starts_with(label)) return 0;
   line.remove_prefix(label.size());
   std::int32_t task = 0;
-  const auto [rest, error] = std::from_chars(line.data(), line.data() + line.size(), task);
+  const char* rest = std::from_chars(line.data(), line.data() + line.size(), task).ptr;
   line.remove_prefix(static_cast<std::size_t>(rest - line.data()));
-  if (error != std::errc() || !line.starts_with(separator)) return 0;
+  if (!line.starts_with(separator)) return 0;
   line.remove_prefix(separator.size());
   const std::size_t length = line.find(separator);
   if (length == std::string_view::npos) return 0;

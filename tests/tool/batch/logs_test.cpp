@@ -76,15 +76,19 @@ TEST(Logs, AreInAFolderThatIsMadeForThem) {
   EXPECT_GE(runlet_test::modeOf(folder.file("a/b c/d")), 0);
 }
 
+void expectNoLogFolder(const Batch& batch, const std::string& reason) {
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(makeLogFolder(batch, "submit"));
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr(),
+      "runlet-job: submit: no logs can be written to " + batch.logFolder + ": " + reason + "\n");
+}
+
 TEST(Logs, CannotBeWhereThereIsAFile) {
   const TempFolder folder;
   Batch batch;
   fill(1, folder.write("file", "") + "/logs", &batch);
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(makeLogFolder(batch, "submit"));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "runlet-job: submit: no logs can be written to " + folder.file("file") +
-                "/logs: Not a directory\n");
+  expectNoLogFolder(batch, "Not a directory");
   EXPECT_EQ(openLog(batch, 1), -1);
   EXPECT_EQ(errno, ENOTDIR);
 }
@@ -125,13 +129,22 @@ TEST(LogsOfAnother, DoNotGoWhereThatUserMayNotWrite) {
 TEST(LogsOfAnother, AreRefusedInAFolderThatIsNotForThatUser) {
   REQUIRE_ROOT();
   const TempFolder folder;
+  for (const unsigned mode : {0700U, 0755U, 0776U}) {
+    const std::string name = std::to_string(mode);
+    folder.makeFolder(name, mode);
+    Batch batch;
+    fillForAnother(folder.file(name), &batch);
+    expectNoLogFolder(batch, "Permission denied");
+  }
+}
+
+// The reason is that of making it, not that it is then missing.
+TEST(LogsOfAnother, AreRefusedInAFolderThatThatUserCannotMake) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
   Batch batch;
-  fillForAnother(folder.makeFolder("logs", 0700), &batch);
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(makeLogFolder(batch, "run"));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "runlet-job: run: no logs can be written to " +
-                                                        folder.file("logs") +
-                                                        ": Permission denied\n");
+  fillForAnother(folder.makeFolder("of root", 0755) + "/logs", &batch);
+  expectNoLogFolder(batch, "Permission denied");
 }
 
 TEST(AsTaskUser, GivesBackTheGroupsThatItPutAside) {
@@ -157,9 +170,12 @@ TEST(AsTaskUser, IsNotTakenWithoutTheRight) {
   Batch batch;
   fillForAnother("", &batch);
   batch.context.uid = -1;  // is refused by the system
-  const AsTaskUser user(batch.context);
-  EXPECT_FALSE(user.isTaken());
+  const TempFolder folder;
+  batch.logFolder = folder.file("logs");
+  EXPECT_FALSE(AsTaskUser(batch.context).isTaken());
+  expectNoLogFolder(batch, "Invalid argument");
   EXPECT_EQ(openLog(batch, 1), -1);
+  EXPECT_EQ(runlet_test::modeOf(folder.file("logs")), -1);
 }
 
 }  // namespace
