@@ -1,0 +1,263 @@
+// As whom runlet-job exec runs a task.
+
+#include <fcntl.h>
+#include <grp.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "exec_run.h"
+#include "tool_run.h"
+
+namespace runlet_test {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+std::string fourTimes(unsigned id) {
+  const std::string text = std::to_string(id);
+  return text + "\t" + text + "\t" + text + "\t" + text;
+}
+
+// The note for task `number`; `wanted` is what the job says.
+std::string note(int number, unsigned uid, unsigned gid, const std::string& wanted) {
+  return "runlet-job: exec: task " + std::to_string(number) + " runs as user " +
+         std::to_string(uid) + " and group " + std::to_string(gid) + ", not as the job's " +
+         wanted + ": only root may switch\n";
+}
+
+class ExecRights : public ExecTest {
+ protected:
+  ExecRights() {
+    std::filesystem::copy_file(probePath, probe_);
+    job_.arguments = command_;
+    job_.set("WorkingFolder", work_);
+  }
+
+  Report workReport() {
+    folder_.write("report", readFile(work_ + "/report"));
+    return report();
+  }
+
+  void expectRanAs(unsigned uid, unsigned gid) {
+    Report lines = workReport();
+    EXPECT_EQ(lines["Uid:"], Strings{fourTimes(uid)});
+    EXPECT_EQ(lines["Gid:"], Strings{fourTimes(gid)});
+    EXPECT_EQ(lines["Umask:"], Strings{"0022"});
+    unlink((work_ + "/report").c_str());
+  }
+
+  void setIds(const std::string& uid, const std::string& gid) {
+    job_.remove("uid").remove("gid");
+    if (!uid.empty()) job_.set("uid", uid);
+    if (!gid.empty()) job_.set("gid", gid);
+    write(job_);
+  }
+
+  // In a run folder where another user may write.
+  const std::string work_ = folder_.makeFolder("work", 0777);
+  const std::string probe_ = folder_.file("probe");
+  const std::string command_ = probe_ + " report";
+  const std::string calling_ = calling(command_, work_);
+  Job job_;
+};
+
+TEST_F(ExecRights, HaveNoDefaultForTheGroup) {
+  for (const char* uid : {"", "0", "65534", "7"}) {
+    for (const char* gid : {"", "-1", "4294967295", "99999999999999999999"}) {
+      setIds(uid, gid);
+      for (const ProcessOptions& options : {exec(task()), unprivilegedExec(task())}) {
+        expectTool(runProcess(options), calling_, "Cannot set gid -1: No such group\n", "exit 125");
+      }
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(work_ + "/report"));
+}
+
+TEST_F(ExecRights, OfTheCallerNeedNoNote) {
+  const unsigned uid = geteuid() == 0 ? otherId : geteuid();
+  const unsigned gid = geteuid() == 0 ? otherId : getegid();
+  for (const std::string& ofJob : {std::to_string(uid), std::string(), std::string("-1")}) {
+    setIds(ofJob, std::to_string(gid));
+    expectTool(runProcess(unprivilegedExec(task())), calling_, "", "exit 0");
+    expectRanAs(uid, gid);
+  }
+}
+
+TEST_F(ExecRights, OfOthersCannotBeTakenWithoutRootAndANoteSaysSo) {
+  const unsigned uid = geteuid() == 0 ? otherId : geteuid();
+  const unsigned gid = geteuid() == 0 ? otherId : getegid();
+  const std::string ownUid = std::to_string(uid);
+  const std::string ownGid = std::to_string(gid);
+  const struct {
+    std::string uid;
+    std::string gid;
+    std::string wanted;
+  } rows[] = {
+      {"71", "72", "user 71 and group 72"},
+      {"71", ownGid, "user 71 and group " + ownGid},
+      {ownUid, "72", "user " + ownUid + " and group 72"},
+      {"0", "0", "user 0 and group 0"},
+      {"", "72", "group 72"},
+      {"-2", "-2", "user -2 and group -2"},
+  };
+  job_.tasks = {"a", "b"};
+  for (const auto& row : rows) {
+    setIds(row.uid, row.gid);
+    expectTool(runProcess(unprivilegedExec(task(2))), calling_, note(2, uid, gid, row.wanted),
+               "exit 0");
+    expectRanAs(uid, gid);
+  }
+}
+
+// In a log the note stands behind the line, and in front of what the program writes.
+TEST_F(ExecRights, AreNotedOnStandardErrorWhereverThatOfTheTaskGoes) {
+  const unsigned uid = geteuid() == 0 ? otherId : geteuid();
+  const unsigned gid = geteuid() == 0 ? otherId : getegid();
+  const std::string log = folder_.write("log", "", 0666);
+  job_.arguments = "/bin/sh -c \"echo err >&2; echo out\"";
+  setIds("71", "72");
+  ProcessOptions options = unprivilegedExec(task());
+  const std::function<void()> becomeOther = options.prepare;
+  options.prepare = [=] {
+    if (becomeOther) becomeOther();
+    openAs(STDOUT_FILENO, log, O_WRONLY | O_APPEND);
+    dup2(STDOUT_FILENO, STDERR_FILENO);
+  };
+  EXPECT_EQ(describeStatus(runProcess(options).waitStatus), "exit 0");
+  EXPECT_EQ(readFile(log), calling(job_.arguments, work_) +
+                               note(1, uid, gid, "user 71 and group 72") + "err\nout\n");
+
+  job_.arguments = "./missing x";
+  setIds("71", "72");
+  expectTool(runProcess(unprivilegedExec(task())), calling(job_.arguments, work_),
+             note(1, uid, gid, "user 71 and group 72") +
+                 cannotExecute(job_.arguments, "No such file or directory"),
+             "exit 127");
+}
+
+// Neither the run folder nor what makes the program executable has the rights of anybody else.
+TEST_F(ExecRights, OfTheCallerHoldForFolderAndProgram) {
+  const std::string bin = folder_.makeFolder("bin") + "/";
+  folder_.write("bin/render", "#!/bin/sh\nexit 0\n", 0700);
+  job_.arguments = "render x";
+  setIds("0", "0");
+  const ProcessResult result = runProcess(unprivilegedExec(task(1, {"-a", bin})));
+  if (geteuid() != 0) return;
+  expectTool(result, calling(bin + "render x", work_),
+             "/bin/chmod: changing permissions of '" + bin + "render': Operation not permitted\n" +
+                 note(1, otherId, otherId, "user 0 and group 0") +
+                 cannotExecute(bin + "render x", "Permission denied"),
+             "exit 126");
+  EXPECT_EQ(modeOf(bin + "render"), 0700);
+}
+
+// With root from here on: the change of identity is a real one.
+class ExecRightsOfRoot : public ExecRights {
+ protected:
+  void SetUp() override {
+    REQUIRE_ROOT();
+  }
+};
+
+TEST_F(ExecRightsOfRoot, BecomeTheJobsUserAndGroup) {
+  const struct {
+    const char* uid;
+    const char* gid;
+    unsigned ranAsUid;
+    unsigned ranAsGid;
+  } rows[] = {
+      {"65534", "65534", 65534, 65534},
+      {"71", "72", 71, 72},
+      {"0", "72", 0, 72},
+      {"71", "0", 71, 0},
+      {"0", "0", 0, 0},
+      {"abc", "x", 0, 0},
+      {"4294967367", "72y", 71, 72},
+      {"-2", "-3", 4294967294, 4294967293},
+  };
+  for (const auto& row : rows) {
+    setIds(row.uid, row.gid);
+    expectTool(become(), calling_, "", "exit 0");
+    expectRanAs(row.ranAsUid, row.ranAsGid);
+  }
+}
+
+TEST_F(ExecRightsOfRoot, LeaveSupplementaryGroupsAlone) {
+  setIds("71", "72");
+  ProcessOptions options = exec(task());
+  options.prepare = [] {
+    const gid_t groups[] = {5, 12345};
+    if (setgroups(2, groups) != 0) _exit(97);
+  };
+  expectTool(runProcess(options), calling_, "", "exit 0");
+  EXPECT_EQ(workReport()["Groups:"], Strings{"5 12345 "});
+}
+
+TEST_F(ExecRightsOfRoot, NeedAUser) {
+  for (const char* uid : {"", "-1", "4294967295"}) {
+    setIds(uid, "72");
+    expectTool(become(), calling_, "Missing user name\n", "exit 125");
+  }
+  EXPECT_FALSE(std::filesystem::exists(work_ + "/report"));
+}
+
+TEST_F(ExecRightsOfRoot, GiveFilesTheirOwnerGroupAndMode) {
+  job_.arguments = "/bin/mkdir made";
+  job_.set("umask", "63");
+  setIds("71", "72");
+  expectTool(become(), calling("/bin/mkdir made", work_), "", "exit 0");
+  struct stat status {};
+  ASSERT_EQ(stat((work_ + "/made").c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 71U);
+  EXPECT_EQ(status.st_gid, 72U);
+  EXPECT_EQ(modeOf(work_ + "/made"), 0700);
+}
+
+// The folder is entered, and the program made executable, with the rights of the starter.
+TEST_F(ExecRightsOfRoot, AreTakenBehindFolderAndChmod) {
+  const std::string closed = folder_.makeFolder("closed", 0700);
+  const std::string bin = folder_.makeFolder("bin") + "/";
+  folder_.write("bin/render", "#!/bin/sh\nid -u\npwd\n", 0600);
+  job_.arguments = "render x";
+  job_.set("WorkingFolder", closed);
+  setIds("71", "72");
+  expectTool(become(1, {"-a", bin}), calling(bin + "render x", closed) + "71\n" + closed + "\n", "",
+             "exit 0");
+  EXPECT_EQ(modeOf(bin + "render"), 0755);
+}
+
+// And the program is looked for with those of the task.
+TEST_F(ExecRightsOfRoot, HoldForTheSearchOfTheProgram) {
+  folder_.makeFolder("closed", 0700);
+  folder_.write("closed/render", "#!/bin/sh\nexit 0\n", 0755);
+  job_.arguments = folder_.file("closed/render") + " x";
+  setIds("71", "72");
+  expectTool(become(), calling(job_.arguments, work_),
+             cannotExecute(job_.arguments, "Permission denied"), "exit 126");
+}
+
+TEST_F(ExecRightsOfRoot, ThatTheSystemDoesNotGiveEndIt) {
+  const struct {
+    unsigned long missing;
+    const char* error;
+  } rows[] = {
+      {CAP_SETGID, "Cannot set gid 72: Operation not permitted\n"},
+      {CAP_SETUID, "Cannot set uid 71: Operation not permitted\n"},
+  };
+  setIds("71", "72");
+  for (const auto& row : rows) {
+    ProcessOptions options = exec(task());
+    options.prepare = [&] {
+      if (prctl(PR_CAPBSET_DROP, row.missing, 0, 0, 0) != 0) _exit(97);
+    };
+    expectTool(runProcess(options), calling_, row.error, "exit 125");
+  }
+  EXPECT_FALSE(std::filesystem::exists(work_ + "/report"));
+}
+
+}  // namespace
+}  // namespace runlet_test
