@@ -19,7 +19,6 @@ namespace {
 using runlet_model::Oddness;
 using runlet_model::Random;
 
-constexpr std::uint32_t otherId = 65534;
 constexpr std::size_t levels = 20;
 
 Kind sound() {
@@ -204,6 +203,7 @@ std::map<std::string, RecordedChild> childrenIn(const std::string& record) {
     if (const auto argument = valueOf("argument ", line)) child.arguments.push_back(*argument);
     if (const auto folder = valueOf("folder ", line)) child.folder = *folder;
     const auto pid = valueOf("pid ", line);
+    if (!pid) child.text += line + "\n";
     if (!pid) continue;
     children[*pid] = child;
     child = {};
@@ -395,16 +395,16 @@ Strings Scene::options(const Range& range) const {
   return words;
 }
 
-ProcessResult Scene::run(const std::string& program, const Strings& words) const {
+ProcessOptions Scene::program(const std::string& path, const Strings& words) const {
   ProcessOptions options;
-  options.arguments = {program};
+  options.arguments = {path};
   options.arguments.insert(options.arguments.end(), words.begin(), words.end());
   options.folder = folder_;
   options.environment = {{"PATH", folder_ + "/bin:" + folder_ + "/closed"},
                          {"RUNLET_RECORD", base_.file("record")},
                          {"RUNLET_SHELL_RECORD", base_.file("commands")},
                          {"RUNLET_GROUNDS", base_.path()}};
-  if (program == programs().adapter) {
+  if (path != programs().tool || words[0] == "exec") {
     options.environment.emplace_back("LD_PRELOAD", programs().spy);
   }
   const bool isUnprivileged = case_.isUnprivileged;
@@ -414,7 +414,11 @@ ProcessResult Scene::run(const std::string& program, const Strings& words) const
     if (!isUnprivileged) return;
     if (setgroups(0, nullptr) != 0 || setgid(otherId) != 0 || setuid(otherId) != 0) _exit(97);
   };
-  return runProcess(options);
+  return options;
+}
+
+ProcessResult Scene::run(const std::string& path, const Strings& words) const {
+  return runProcess(program(path, words));
 }
 
 AdapterRun Scene::runAdapter(const Range& range) const {
@@ -442,6 +446,58 @@ ProcessResult Scene::runTool(const Strings& words, const Range& range) const {
   all.push_back(jobFile_);
   for (const std::string& word : options(range)) all.push_back(word);
   return run(programs().tool, all);
+}
+
+std::string Scene::fullJobFile() const {
+  return jobFile_.empty() || jobFile_[0] == '/' ? jobFile_ : folder_ + "/" + jobFile_;
+}
+
+Strings Scene::applicationOption() const {
+  return appPath_.empty() ? Strings() : Strings{"-a", appPath_};
+}
+
+TaskRun Scene::runTaskByAdapter(std::int32_t number) const {
+  Strings words = {"-o", "NewTask", "-j", fullJobFile(), "-s", std::to_string(number)};
+  for (const std::string& word : applicationOption()) words.push_back(word);
+  const bool isRoot = geteuid() == 0 && !case_.isUnprivileged;
+  if (!isRoot) words.insert(words.end(), {"-u", "anybody"});
+  ProcessOptions options = program(programs().adapter, words);
+  if (!isRoot) options.environment.emplace_back("RUNLET_ID_RECORD", base_.file("ids"));
+  return runTask(options);
+}
+
+TaskRun Scene::runTaskByExec(std::int32_t number) const {
+  Strings words = {"exec", "--task", std::to_string(number)};
+  for (const std::string& word : applicationOption()) words.push_back(word);
+  words.insert(words.end(), {"--", jobFile_});
+  return runTask(program(programs().tool, words));
+}
+
+TaskRun Scene::runTask(const ProcessOptions& options) const {
+  for (const char* name : {"record", "commands", "ids"}) base_.write(name, "", 0666);
+  const std::map<std::string, unsigned> before = modes();
+  TaskRun task;
+  task.result = runProcess(options);
+  task.children = childrenIn(readFile(base_.file("record")));
+  task.shellCommands = endedByNul(readFile(base_.file("commands")));
+  std::istringstream ids(readFile(base_.file("ids")));
+  for (std::string line; std::getline(ids, line);) {
+    if (const auto id = valueOf("group ", line)) task.group = std::stoi(*id);
+    if (const auto id = valueOf("user ", line)) task.user = std::stoi(*id);
+  }
+  task.modes = modes();
+  for (const auto& [path, mode] : before) {
+    if (task.modes[path] != mode) chmod(path.c_str(), mode);
+  }
+  return task;
+}
+
+std::map<std::string, unsigned> Scene::modes() const {
+  std::map<std::string, unsigned> modes;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(base_.path())) {
+    modes[entry.path()] = static_cast<unsigned>(modeOf(entry.path()));
+  }
+  return modes;
 }
 
 std::string Scene::description() const {

@@ -16,6 +16,9 @@ namespace runlet_test {
 
 using Strings = std::vector<std::string>;
 
+// Id of the user and group that stand for "another user" where the tests run as root.
+inline constexpr std::uint32_t otherId = 65534;
+
 // What kind of jobs are drawn.
 struct Kind {
   runlet_model::Oddness odd;
@@ -40,6 +43,7 @@ Range anyRange(runlet_model::Random* random);
 struct RecordedChild {
   Strings arguments;
   std::string folder;
+  std::string text;  // all that it found out about itself, without its process id
 };
 
 // What a request came to.
@@ -59,6 +63,16 @@ struct AdapterRun {
   }
 };
 
+// What one task came to, whoever started it.
+struct TaskRun {
+  ProcessResult result;
+  std::map<std::string, RecordedChild> children;  // by process id
+  Strings shellCommands;
+  std::optional<std::int32_t> group;      // that the adapter asked the system for
+  std::optional<std::int32_t> user;       // likewise; not where it looked for one itself
+  std::map<std::string, unsigned> modes;  // of all files, at the end
+};
+
 // `text` with "\xNN" for what is not printable, and with its line ends.
 std::string visible(const std::string& text);
 
@@ -76,9 +90,16 @@ class Scene {
   // Runs runlet-job with these words, the job and the options of the request.
   ProcessResult runTool(const Strings& words, const Range& range = {}) const;
 
+  // The task `number` alone, of the job by its full path, and without the name of a user. Each run
+  // finds the files with the modes that they have at first. The adapter is told that it has become
+  // whom it wants to be where it may not: then it runs the task as itself.
+  TaskRun runTaskByAdapter(std::int32_t number) const;
+  TaskRun runTaskByExec(std::int32_t number) const;
+
   const std::string& jobFile() const {
     return jobFile_;
   }
+  std::string fullJobFile() const;
   const std::string& folder() const {
     return folder_;
   }
@@ -98,7 +119,11 @@ class Scene {
   void makePrograms(runlet_model::Random* random, bool withShellPaths) const;
   void writeScript(runlet_model::Random* random, const std::string& name, unsigned mode) const;
   Strings options(const Range& range) const;
-  ProcessResult run(const std::string& program, const Strings& words) const;
+  ProcessOptions program(const std::string& path, const Strings& words) const;
+  ProcessResult run(const std::string& path, const Strings& words) const;
+  Strings applicationOption() const;
+  TaskRun runTask(const ProcessOptions& options) const;
+  std::map<std::string, unsigned> modes() const;
 
   TempFolder base_;
   // So deep that each task of a request may go to the folder above and still be with us: relative

@@ -2,12 +2,16 @@
 // the file that RUNLET_SHELL_RECORD names, each command with a NUL behind it. What the adapter
 // starts does not have this library.
 //
+// Where RUNLET_ID_RECORD names a file, the program may not become anybody else, and is told that it
+// has: whom it wanted to be is added to that file.
+//
 // The jobs are random, and the tests may run as root. So what would mean something to the shell
 // does not reach it, and nothing is changed or started outside of the folder that RUNLET_GROUNDS
 // names.
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -33,13 +37,20 @@ constexpr char plainCharacters[] =
   std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
 }
 
-void record(const char* command) {
-  const char* path = std::getenv("RUNLET_SHELL_RECORD");
+void record(const char* variable, const char* text, std::size_t size) {
+  const char* path = std::getenv(variable);
   const int file = path == nullptr ? -1 : open(path, O_WRONLY | O_APPEND | O_CLOEXEC);
   if (file == -1) _exit(97);
-  const std::size_t size = std::strlen(command) + 1;
-  if (write(file, command, size) != static_cast<ssize_t>(size)) _exit(98);
+  if (write(file, text, size) != static_cast<ssize_t>(size)) _exit(98);
   close(file);
+}
+
+constexpr char idRecord[] = "RUNLET_ID_RECORD";
+
+int recordId(const char* kind, unsigned id) {
+  const std::string line = kind + std::to_string(static_cast<int>(id)) + "\n";
+  record(idRecord, line.c_str(), line.size());
+  return 0;
 }
 
 bool isOutside(const char* path) {
@@ -66,7 +77,7 @@ Function* realFunction(const char* name) {
 }  // namespace
 
 extern "C" int system(const char* command) {
-  record(command);
+  record("RUNLET_SHELL_RECORD", command, std::strlen(command) + 1);
   if (!isHarmless(command)) return 1 << 8;
   return realFunction<int(const char*)>("system")(command);
 }
@@ -77,4 +88,25 @@ extern "C" int execvp(const char* file, char* const arguments[]) {
     _exit(99);
   }
   return realFunction<int(const char*, char* const[])>("execvp")(file, arguments);
+}
+
+extern "C" int setgid(gid_t gid) {
+  if (std::getenv(idRecord) != nullptr) return recordId("group ", gid);
+  return realFunction<int(gid_t)>("setgid")(gid);
+}
+
+// Without a lookup in front, the user is the job's.
+static bool isLookedUp = false;
+
+extern "C" int setuid(uid_t uid) {
+  if (std::getenv(idRecord) == nullptr) return realFunction<int(uid_t)>("setuid")(uid);
+  return isLookedUp ? 0 : recordId("user ", uid);
+}
+
+extern "C" passwd* getpwnam(const char* name) {
+  if (std::getenv(idRecord) == nullptr) return realFunction<passwd*(const char*)>("getpwnam")(name);
+  isLookedUp = true;
+  static passwd self{};
+  self.pw_uid = getuid();
+  return &self;
 }
