@@ -1,10 +1,9 @@
 // What runlet-job exec says, and ends with, where it does not become a task.
 
-#include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <climits>
 #include <filesystem>
 
 #include "exec_run.h"
@@ -227,20 +226,39 @@ TEST_F(ExecRefusal, IsForARunFolderThatCannotBeEntered) {
   expectNotMade();
 }
 
+// In a root folder of its own, which has of the system's what programs need.
+void enterRootFolderWith(const std::string& jobFile, const std::string& root) {
+  const auto orExit = [](bool succeeded) {
+    if (!succeeded) _exit(95);
+  };
+  orExit(enterOwnMounts() && mount("none", root.c_str(), "tmpfs", 0, "mode=755") == 0);
+  for (const std::string name : {"/usr", "/bin", "/lib", "/lib64", "/proc", "/tmp"}) {
+    if (access(name.c_str(), F_OK) != 0) continue;
+    orExit(mkdir((root + name).c_str(), 0755) == 0);
+    orExit(mount(name.c_str(), (root + name).c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0);
+  }
+  orExit(symlink(jobFile.c_str(), (root + "/job.xml").c_str()) == 0);
+  orExit(chroot(root.c_str()) == 0 && chdir("/") == 0);
+}
+
 // As for the adapter: a job file right in the root folder has none for its tasks.
 TEST_F(ExecRefusal, IsForAJobFileInTheRootFolder) {
-  REQUIRE_ROOT();
-  const std::string name = "runlet-test-exec-" + std::to_string(getpid()) + ".xml";
+  REQUIRE_MOUNTS();
   write(job());
-  ASSERT_EQ(symlink(jobFile_.c_str(), ("/" + name).c_str()), 0);
-  ProcessOptions options = exec({name, "--task", "1"});
-  options.folder = "/";
-  const ProcessResult bare = runProcess(options);
-  const ProcessResult full = runProcess(exec({"/" + name, "--task", "1"}));
-  unlink(("/" + name).c_str());
-  for (const ProcessResult& result : {bare, full}) {
-    expectTool(result, "", cannotEnter("", noFile) + "\n", "exit 125");
+  const std::string root = folder_.makeFolder("root");
+  const std::string program = folder_.file("runlet-job");
+  std::filesystem::copy_file(RUNLET_JOB, program);
+  for (const char* path : {"job.xml", "/job.xml"}) {
+    ProcessOptions options = exec({path, "--task", "1"});
+    options.program = program;
+    options.prepare = [&] { enterRootFolderWith(jobFile_, root); };
+    expectTool(runProcess(options), "", cannotEnter("", noFile) + "\n", "exit 125");
   }
+  // Not so one in a folder of it, whatever that is.
+  ProcessOptions options = exec({jobFile_.substr(1), "--task", "1"});
+  options.program = program;
+  options.prepare = [&] { enterRootFolderWith(jobFile_, root); };
+  expectTool(runProcess(options), calling("/bin/mkdir made", folder()), "", "exit 0");
 }
 
 TEST_F(ExecRefusal, IsForAFillInThatFails) {
