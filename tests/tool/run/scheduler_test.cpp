@@ -346,9 +346,11 @@ TEST_F(Scheduler, CountsAStoppedTaskAsRunning) {
 // The first process of a group can go into another one, here into that of this process.
 TEST_F(Scheduler, EndsATaskThatHasLeftItsGroup) {
   const char* script = "setpgrp(0, getpgrp(getppid())) or die; $SIG{TERM} = 'IGNORE'; sleep 60";
+  const StopWatch watch;
   const HeldSignals held;
   expectOutcome(runTasks(source({{"/usr/bin/perl", "-e", script}}), {1, limit, shortTime}, held),
                 {timedOut});
+  EXPECT_LT(watch.time(), patience);
 }
 
 TEST_F(Scheduler, EndsWhenASignalInterruptsIt) {
@@ -377,6 +379,7 @@ TEST_F(Scheduler, KillsWhatDoesNotEndInTheGraceAfterAnInterrupt) {
   expectOutcome(run({"trap '' TERM; kill -INT $PPID; sleep 60; sleep 60"}, {1, {}, shortTime}),
                 {interrupted}, SIGINT);
   EXPECT_GE(watch.time(), shortTime);
+  EXPECT_LT(watch.time(), patience);
 }
 
 TEST_F(Scheduler, KillsWhatIsLeftOfATaskThatWasInterrupted) {
