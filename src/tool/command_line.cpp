@@ -10,6 +10,7 @@
 #include "tool/exec/exec_verb.h"
 #include "tool/expand/expand_verb.h"
 #include "tool/make/make_verb.h"
+#include "tool/run/run_verb.h"
 #include "tool/schema/schema_verb.h"
 #include "tool/verb.h"
 
@@ -68,6 +69,7 @@ int runCommandLine(int argc, const char* const* argv) {
   addMake(&app, &action);
   addSchema(&app, &action);
   addExec(&app, &action);
+  addRun(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

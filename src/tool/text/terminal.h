@@ -37,6 +37,11 @@ class Progress {
     if (isTerminal_) look(done);
   }
 
+  // Whether there may be a bar.
+  bool isOnTerminal() const {
+    return isTerminal_;
+  }
+
  private:
   using Clock = std::chrono::steady_clock;
   static constexpr std::size_t stepsPerLook = 256;

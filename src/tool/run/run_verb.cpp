@@ -1,0 +1,68 @@
+#include "tool/run/run_verb.h"
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <optional>
+
+#include "tool/batch/job_batch.h"
+#include "tool/batch/logs.h"
+#include "tool/batch/summary.h"
+#include "tool/run/held_signals.h"
+#include "tool/run/scheduler.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr char name[] = "run";
+constexpr std::chrono::seconds grace(10);
+
+struct RunOptions {
+  BatchOptions batch;
+  std::int32_t jobs = 1;
+};
+
+std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
+  const std::int32_t limit = batch.context.taskTimeout;
+  if (limit <= 0) return {};
+  return std::chrono::minutes(limit);
+}
+
+TaskSource tasksOf(const Batch& batch) {
+  return {batch.tasks.size(),
+          [&batch](std::size_t index) { return execArguments(batch, batch.tasks[index]); },
+          [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); }};
+}
+
+int run(const RunOptions& options) {
+  Batch batch;
+  const int refusal = prepareBatch(options.batch, name, &batch);
+  if (refusal != exitFine) return refusal;
+  if (!makeLogFolder(batch, name)) return exitUnreadable;
+  // Until the end: another signal must not cost an interrupted run its summary.
+  const HeldSignals signals;
+  const RunOutcome outcome =
+      runTasks(tasksOf(batch), {options.jobs, timeLimitOf(batch), grace}, signals);
+  const int status = writeSummary(batch, outcome.ends, stdout);
+  if (outcome.signal != 0) {
+    std::fflush(stdout);  // whether it worked no longer matters to the status
+    endBySignal(outcome.signal);
+  }
+  return status;
+}
+
+}  // namespace
+
+void addRun(CLI::App* app, Action* action) {
+  CLI::App* verb = app->add_subcommand(name, "Run a job's tasks on this machine");
+  const auto options = std::make_shared<RunOptions>();
+  addBatchOptions(verb, &options->batch);
+  verb->add_option("--jobs", options->jobs, "How many tasks run at a time; 1 unless given")
+      ->check(CLI::Range(1, INT32_MAX))
+      ->type_name("K");
+  verb->callback([=] { *action = [=] { return run(*options); }; });
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,212 @@
+#include "tool/run/scheduler.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <set>
+#include <unordered_map>
+#include <utility>
+
+#include "tool/run/spawn.h"
+#include "tool/text/terminal.h"
+
+namespace runlet_tool {
+namespace {
+
+using std::chrono::milliseconds;
+
+// In milliseconds the longest time limit has room, in the clock's own nanoseconds it has not.
+using Instant = std::chrono::time_point<std::chrono::steady_clock, milliseconds>;
+
+constexpr milliseconds longestWait = std::chrono::hours(1);
+constexpr milliseconds longestWaitOnTerminal = std::chrono::seconds(1);
+
+Instant now() {
+  return std::chrono::floor<milliseconds>(std::chrono::steady_clock::now());
+}
+
+// At least `time` from now.
+Instant after(milliseconds time) {
+  return std::chrono::ceil<milliseconds>(std::chrono::steady_clock::now()) + time;
+}
+
+TaskEnd withoutProcess(const char* what, int error) {
+  return {Ending::other, 0, std::string(what) + " (" + std::strerror(error) + ")"};
+}
+
+// To the group of `process`. A task may have left it for another one.
+void signalGroup(pid_t process, int signal) {
+  if (kill(-process, signal) != 0) kill(process, signal);
+}
+
+// A child that has ended, with its wait status still to be taken, so that its id is not given to
+// another process; 0 if there is none.
+pid_t endedChild() {
+  siginfo_t info{};
+  waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT);
+  return info.si_pid;
+}
+
+// The process of a task.
+struct Running {
+  std::size_t task;
+  std::optional<Instant> deadline;  // of the next step towards its end
+  std::optional<Ending> forced;     // why it has to end, if it has to
+};
+
+class Scheduler {
+ public:
+  Scheduler(const TaskSource& source, const SchedulerLimits& limits, const HeldSignals& signals);
+  RunOutcome run();
+
+ private:
+  using Processes = std::unordered_map<pid_t, Running>;
+
+  bool mayStart() const;
+  milliseconds waitingTime() const;
+
+  void startNext();
+  void takeEnded();
+  TaskEnd takeEnd(pid_t process, const Running& running);
+  void interrupt(int signal);
+  void endOverdue();
+  void askToEnd(Processes::value_type* process, Ending why);
+  void killNow(Processes::value_type* process);
+  void setDeadline(Processes::value_type* process, std::optional<Instant> deadline);
+
+  const TaskSource& source_;
+  const SchedulerLimits& limits_;
+  const HeldSignals& signals_;
+  Progress progress_;
+  RunOutcome outcome_;
+  std::size_t next_ = 0;  // task to be started
+  Processes processes_;
+  std::set<std::pair<Instant, pid_t>> deadlines_;  // of all processes
+};
+
+Scheduler::Scheduler(const TaskSource& source, const SchedulerLimits& limits,
+                     const HeldSignals& signals)
+    : source_(source), limits_(limits), signals_(signals), progress_("running", source.count) {
+  outcome_.ends.resize(source.count);
+}
+
+RunOutcome Scheduler::run() {
+  while (mayStart() || !processes_.empty()) {
+    const int signal = signals_.await(waitingTime());
+    takeEnded();  // before anything else: what has ended in time needs no signal
+    if (signal != 0 && signal != SIGCHLD) interrupt(signal);
+    endOverdue();
+    // One, and then the signals are looked at again: thousands may not even have a log.
+    if (mayStart()) startNext();
+    progress_.showNow(next_ - processes_.size());
+  }
+  return std::move(outcome_);
+}
+
+bool Scheduler::mayStart() const {
+  return outcome_.signal == 0 && next_ < source_.count &&
+         processes_.size() < static_cast<std::size_t>(limits_.atATime);
+}
+
+milliseconds Scheduler::waitingTime() const {
+  if (mayStart()) return milliseconds(0);
+  const milliseconds longest = progress_.isOnTerminal() ? longestWaitOnTerminal : longestWait;
+  if (deadlines_.empty()) return longest;
+  return std::clamp(deadlines_.begin()->first - now(), milliseconds(0), longest);
+}
+
+void Scheduler::startNext() {
+  const std::size_t task = next_++;
+  const int log = source_.openLog(task);
+  if (log == -1) {
+    outcome_.ends[task] = withoutProcess("log not opened", errno);
+    return;
+  }
+  pid_t process = 0;
+  const int error = spawnProgram(source_.arguments(task), log, signals_.maskBefore(), &process);
+  close(log);
+  if (error != 0) {
+    outcome_.ends[task] = withoutProcess("cannot be started", error);
+    return;
+  }
+  const auto [position, isNew] = processes_.insert({process, {task, {}, {}}});
+  if (limits_.timeLimit) setDeadline(&*position, after(*limits_.timeLimit));
+}
+
+void Scheduler::takeEnded() {
+  while (const pid_t process = endedChild()) {
+    const auto position = processes_.find(process);
+    if (position == processes_.end()) {
+      // Children of a shell that has become this program stay its children. They would stand in
+      // front of the others for ever.
+      waitpid(process, nullptr, 0);
+      continue;
+    }
+    setDeadline(&*position, {});
+    outcome_.ends[position->second.task] = takeEnd(process, position->second);
+    processes_.erase(position);
+  }
+}
+
+TaskEnd Scheduler::takeEnd(pid_t process, const Running& running) {
+  // Only as long as the status has not been taken is the group sure to be this one.
+  if (running.forced) kill(-process, SIGKILL);
+  int status = 0;
+  waitpid(process, &status, 0);
+  return running.forced ? TaskEnd{*running.forced, 0, ""} : endOfStatus(status);
+}
+
+void Scheduler::interrupt(int signal) {
+  const bool isFirst = outcome_.signal == 0;
+  if (isFirst) outcome_.signal = signal;
+  for (Processes::value_type& process : processes_) {
+    if (!isFirst) {
+      killNow(&process);
+    } else if (!process.second.forced) {
+      askToEnd(&process, Ending::interrupted);
+    }
+  }
+}
+
+void Scheduler::endOverdue() {
+  const Instant time = now();
+  while (!deadlines_.empty() && deadlines_.begin()->first <= time) {
+    Processes::value_type& process = *processes_.find(deadlines_.begin()->second);
+    if (process.second.forced) {
+      killNow(&process);
+    } else {
+      askToEnd(&process, Ending::timedOut);
+    }
+  }
+}
+
+void Scheduler::askToEnd(Processes::value_type* process, Ending why) {
+  process->second.forced = why;
+  signalGroup(process->first, SIGTERM);
+  signalGroup(process->first, SIGCONT);  // what is stopped could not attend to it
+  setDeadline(process, after(limits_.grace));
+}
+
+void Scheduler::killNow(Processes::value_type* process) {
+  signalGroup(process->first, SIGKILL);
+  setDeadline(process, {});
+}
+
+void Scheduler::setDeadline(Processes::value_type* process, std::optional<Instant> deadline) {
+  std::optional<Instant>& current = process->second.deadline;
+  if (current) deadlines_.erase({*current, process->first});
+  if (deadline) deadlines_.insert({*deadline, process->first});
+  current = deadline;
+}
+
+}  // namespace
+
+RunOutcome runTasks(const TaskSource& source, const SchedulerLimits& limits,
+                    const HeldSignals& signals) {
+  return Scheduler(source, limits, signals).run();
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,333 @@
+// runlet-job run as a whole.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <thread>
+
+#include "adapter_test.h"
+#include "mounts.h"
+#include "pseudo_terminal.h"
+#include "tool_run.h"
+
+namespace runlet_test {
+namespace {
+
+using Strings = std::vector<std::string>;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds patience(20);
+
+// Tries again and again until `holds` yields true. False when that takes too long.
+bool eventually(const std::function<bool()>& holds) {
+  const auto deadline = Clock::now() + patience;
+  while (!holds()) {
+    if (Clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0;
+}
+
+// A job whose tasks are scripts of a shell; its logs are in the folder "logs".
+class Run : public testing::Test {
+ protected:
+  Run() {
+    job_.arguments = "/bin/sh -c \"%tp1\"";
+    job_.set("TaskTimeout", "30").set("LogFolder", "logs");
+  }
+
+  ProcessOptions options(const Strings& tasks, const Strings& more = {}) {
+    job_.tasks = tasks;
+    folder_.write("shot.xml", job_.text());
+    Strings arguments = {"run", jobFile_};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return tool(arguments);
+  }
+
+  ProcessResult run(const Strings& tasks, const Strings& more = {}) {
+    return runProcess(options(tasks, more));
+  }
+
+  // What the check has to say of a job that runs as whoever runs the tests.
+  std::string warnings() const {
+    if (getuid() != 0) return "";
+    return "runlet-job: run: 1 warning; see: runlet-job check " + jobFile_ + "\n";
+  }
+
+  // Asserts all that came out of a run.
+  void expectRun(const ProcessResult& result, const std::string& output,
+                 const std::string& status) const {
+    expectTool(result, output, warnings(), status);
+  }
+
+  // The lines of a task with that script in the summary.
+  std::string line(int task, const std::string& end, const std::string& script) const {
+    std::string text =
+        "task " + std::to_string(task) + ": " + end + ": /bin/sh -c '" + script + "'\n";
+    if (end == "succeeded" || end == "not started") return text;
+    return text.append("  log: ").append(logPath(task)).append("\n");
+  }
+
+  std::string logPath(int task) const {
+    return folder_.file("logs/shot-" + std::to_string(task) + ".log");
+  }
+
+  void expectLog(int task, const std::string& script, const std::string& text) const {
+    EXPECT_EQ(readFile(logPath(task)),
+              calling("/bin/sh -c \"" + script + "\"", folder_.path()) + text);
+  }
+
+  std::set<std::string> logs() const {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.file("logs"))) {
+      names.insert(entry.path().filename());
+    }
+    return names;
+  }
+
+  TempFolder folder_;
+  Job job_;
+  const std::string jobFile_ = folder_.file("shot.xml");
+};
+
+using Names = std::set<std::string>;
+
+TEST_F(Run, TellsHowEveryTaskEnded) {
+  const Strings tasks = {"echo a; echo b >&2", "echo c; exit 3", "kill -9 $$", "exit 0"};
+  expectRun(run(tasks),
+            line(1, "succeeded", tasks[0]) + line(2, "failed with exit code 3", tasks[1]) +
+                line(3, "killed by signal 9 (Killed)", tasks[2]) + line(4, "succeeded", tasks[3]) +
+                "4 tasks: 2 succeeded, 1 failed (2), 1 killed (3)\n",
+            "exit 1");
+  expectLog(1, tasks[0], "a\nb\n");
+  expectLog(2, tasks[1], "c\n");
+  expectLog(3, tasks[2], "");
+  expectLog(4, tasks[3], "");
+}
+
+TEST_F(Run, SucceedsWhenAllTasksDo) {
+  std::string output;
+  for (int i = 1; i <= 12; ++i) output += line(i, "succeeded", "exit 0");
+  expectRun(run(Strings(12, "exit 0"), {"--jobs", "4"}), output + "12 tasks: 12 succeeded\n",
+            "exit 0");
+  EXPECT_EQ(logs(), (Names{"shot-01.log", "shot-02.log", "shot-03.log", "shot-04.log",
+                           "shot-05.log", "shot-06.log", "shot-07.log", "shot-08.log",
+                           "shot-09.log", "shot-10.log", "shot-11.log", "shot-12.log"}));
+}
+
+TEST_F(Run, IsOfTheTasksOfTheRange) {
+  const Strings tasks = {"exit 1", "echo 2", "echo 3", "exit 4"};
+  expectRun(
+      run(tasks, {"-s", "2", "-n", "2"}),
+      line(2, "succeeded", tasks[1]) + line(3, "succeeded", tasks[2]) + "2 tasks: 2 succeeded\n",
+      "exit 0");
+  EXPECT_EQ(logs(), (Names{"shot-2.log", "shot-3.log"}));
+}
+
+TEST_F(Run, HasOneTaskAtATimeUnlessMoreAreAskedFor) {
+  const std::string script = "echo $(ls | grep -c now); touch now; sleep 0.05; rm now";
+  EXPECT_EQ(describeStatus(run(Strings(3, script)).waitStatus), "exit 0");
+  for (int i = 1; i <= 3; ++i) expectLog(i, script, "0\n");
+  const std::string together = "touch now-$$; until [ $(ls | grep -c now) -ge 3 ]; do :; done";
+  EXPECT_EQ(describeStatus(run(Strings(3, together), {"--jobs", "3"}).waitStatus), "exit 0");
+}
+
+TEST_F(Run, NeedsAPositiveNumberOfTasksAtATime) {
+  for (const char* number : {"0", "-1", "two", "1.5", "2147483648"}) {
+    expectTool(run({"exit 0"}, {std::string("--jobs=") + number}), "",
+               std::string("runlet-job: --jobs: Value ") + number +
+                   " not in range 1 to 2147483647\nSee: runlet-job --help\n",
+               "exit 2");
+  }
+  EXPECT_FALSE(exists(folder_.file("logs")));
+}
+
+TEST_F(Run, DoesNothingForAJobWithAnError) {
+  job_.arguments = "/bin/touch %t";
+  const ProcessResult result = run({"exit 0"});
+  expectTool(result, "", runTool({"check", jobFile_}).output, "exit 1");
+  EXPECT_NE(result.error.find("error RJ060"), std::string::npos);
+  EXPECT_FALSE(exists(folder_.file("logs")));
+}
+
+TEST_F(Run, DoesNothingWhereThereCanBeNoLogs) {
+  job_.set("LogFolder", folder_.write("file", "") + "/logs");
+  expectTool(run({"touch ran"}), "",
+             warnings() + "runlet-job: run: no logs can be written to " + folder_.file("file") +
+                 "/logs: Not a directory\n",
+             "exit 2");
+  EXPECT_FALSE(exists(folder_.file("ran")));
+}
+
+TEST_F(Run, GoesOnWhereALogCannotBeOpened) {
+  folder_.makeFolder("logs");
+  folder_.makeFolder("logs/shot-1.log");
+  expectRun(run({"exit 0", "exit 0"}),
+            line(1, "log not opened (Is a directory)", "exit 0") + line(2, "succeeded", "exit 0") +
+                "2 tasks: 1 succeeded, 1 log not opened (Is a directory) (1)\n",
+            "exit 1");
+}
+
+TEST_F(Run, IsSeenFromTheFolderThatItIsStartedIn) {
+  const std::string work = folder_.makeFolder("work");
+  job_.set("WorkingFolder", "work");
+  ProcessOptions started = options({"pwd"});
+  started.arguments[2] = "shot.xml";
+  started.folder = folder_.path();
+  const ProcessResult result = runProcess(started);
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+  EXPECT_EQ(readFile(work + "/logs/shot-1.log"),
+            calling("/bin/sh -c \"pwd\"", "work") + work + "\n");
+}
+
+TEST_F(Run, HasTasksInAGroupOfTheirOwnWithTheirThreeStreams) {
+  job_.arguments = probePath + " %tp1";
+  job_.set("redirectStderr", "no");
+  const std::string report = folder_.file("report");
+  const ProcessResult result = run({report});
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+  const std::string text = readFile(report);
+  const std::size_t pidStart = text.find("\npid ") + 5;
+  const std::string pid = text.substr(pidStart, text.find('\n', pidStart) - pidStart);
+  const std::string starter = std::to_string(result.pid);
+  EXPECT_NE(text.find("\nparent " + starter + "\ngroup " + pid + "\nsession " + starter + "\n"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("\ndescriptor 0 /dev/null\ndescriptor 1 " + logPath(1) + "\ndescriptor 2 " +
+                      logPath(1) + "\nUmask:"),
+            std::string::npos)
+      << text;
+}
+
+TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
+  ProcessOptions started = options({"exit 3"});
+  started.prepare = [] { std::signal(SIGCHLD, SIG_IGN); };
+  expectRun(runProcess(started),
+            line(1, "failed with exit code 3", "exit 3") + "1 task: 1 failed (1)\n", "exit 1");
+}
+
+// In front of a clock that is sixty times as fast.
+TEST_F(Run, EndsTasksOverTheTimeLimitInMinutes) {
+  job_.set("TaskTimeout", "1");
+  const Strings tasks = {"sleep 0.3", "sleep 60", "trap : TERM; while :; do sleep 60; done"};
+  ProcessOptions started = options(tasks, {"--jobs", "3"});
+  started.environment.insert(started.environment.end(),
+                             {{"LD_PRELOAD", faultsPath},
+                              {"RUNLET_FAULT", "fast-clock"},
+                              {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  const auto start = Clock::now();
+  expectRun(runProcess(started),
+            line(1, "succeeded", tasks[0]) + line(2, "timed out", tasks[1]) +
+                line(3, "timed out", tasks[2]) + "3 tasks: 1 succeeded, 2 timed out (2-3)\n",
+            "exit 1");
+  const auto time = Clock::now() - start;
+  EXPECT_GE(time, std::chrono::milliseconds(70'000 / 60));
+  EXPECT_LT(time, patience);
+}
+
+TEST_F(Run, HasNoTimeLimitThatIsNotAboveZeroAndAnyThatIs) {
+  for (const char* limit : {"0", "-1", "-2147483648", "35792", "2147483647"}) {
+    job_.set("TaskTimeout", limit);
+    const ProcessResult result = run({"sleep 0.05"});
+    EXPECT_EQ(result.output, line(1, "succeeded", "sleep 0.05") + "1 task: 1 succeeded\n") << limit;
+  }
+}
+
+TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasToldWhatIsLeft) {
+  const Strings tasks = {"exit 1", "touch ready; sleep 60", "exit 0"};
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    unlink(folder_.file("ready").c_str());
+    Process process(options(tasks));
+    ASSERT_TRUE(eventually([&] { return exists(folder_.file("ready")); }));
+    kill(process.pid(), signal);
+    expectRun(process.finish(),
+              line(1, "failed with exit code 1", tasks[0]) + line(2, "interrupted", tasks[1]) +
+                  line(3, "not started", tasks[2]) +
+                  "3 tasks: 1 failed (1), 1 interrupted (2), 1 not started (3)\n",
+              "signal " + std::to_string(signal));
+  }
+}
+
+// The first process of a container cannot end by a signal of its own.
+TEST_F(Run, EndsWithTheStatusOfFailedTasksWhereNoSignalEndsIt) {
+  REQUIRE_MOUNTS();
+  ProcessOptions started = options({"kill -TERM $PPID; sleep 60"});
+  started.prepare = [] {
+    if (unshare(CLONE_NEWPID) != 0) _exit(2);
+    const pid_t first = fork();
+    if (first == 0) return;
+    int status = 0;
+    _exit(waitpid(first, &status, 0) == first && WIFEXITED(status) ? WEXITSTATUS(status) : 3);
+  };
+  expectRun(runProcess(started),
+            line(1, "interrupted", "kill -TERM $PPID; sleep 60") + "1 task: 1 interrupted (1)\n",
+            "exit 1");
+}
+
+// While nothing but time goes by.
+TEST_F(Run, ShowsABarOnATerminal) {
+  const Terminal terminal;
+  ProcessOptions started = options({"until [ -e go ]; do sleep 0.01; done"});
+  started.prepare = [&] { openAs(STDERR_FILENO, terminal.name(), O_WRONLY | O_NOCTTY); };
+  Process process(started);
+  std::string written;
+  EXPECT_TRUE(eventually([&] {
+    written += terminal.written();
+    return written.find("\rrunning [" + std::string(40, ' ') + "] 0%") != std::string::npos;
+  }));
+  folder_.write("go", "");
+  EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 0");
+  written += terminal.written();
+  EXPECT_TRUE(written.ends_with("\r\033[K"));
+}
+
+class RunAsAnother : public Run {
+ protected:
+  void SetUp() override {
+    REQUIRE_ROOT();
+    const std::string id = std::to_string(otherId);
+    job_.set("uid", id).set("gid", id);
+  }
+};
+
+TEST_F(RunAsAnother, HasLogsOfThatUser) {
+  chmod(folder_.path().c_str(), 0777);
+  expectTool(run({"id -u"}), line(1, "succeeded", "id -u") + "1 task: 1 succeeded\n", "", "exit 0");
+  expectLog(1, "id -u", std::to_string(otherId) + "\n");
+  for (const std::string& path : {logPath(1), folder_.file("logs")}) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, otherId) << path;
+    EXPECT_EQ(status.st_gid, otherId) << path;
+  }
+}
+
+TEST_F(RunAsAnother, DoesNotWriteWhereALinkOfThatUserLeads) {
+  const std::string secret = folder_.write("of root", "kept");
+  folder_.makeFolder("logs", 0777);
+  ASSERT_EQ(symlink(secret.c_str(), logPath(1).c_str()), 0);
+  expectTool(run({"touch ran"}),
+             line(1, "log not opened (Permission denied)", "touch ran") +
+                 "1 task: 1 log not opened (Permission denied) (1)\n",
+             "", "exit 1");
+  EXPECT_EQ(readFile(secret), "kept");
+  EXPECT_FALSE(exists(folder_.file("ran")));
+}
+
+}  // namespace
+}  // namespace runlet_test

@@ -1,0 +1,442 @@
+// Tasks that run as processes, some at a time.
+
+#include "tool/run/scheduler.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "temp_folder.h"
+
+namespace runlet_tool {
+namespace {
+
+using runlet_test::readFile;
+using runlet_test::TempFolder;
+using std::chrono::milliseconds;
+using Strings = std::vector<std::string>;
+using Ends = std::vector<TaskEnd>;
+
+constexpr milliseconds limit(1000);  // in which a shell has begun its work
+constexpr milliseconds shortTime(200);
+constexpr milliseconds never = std::chrono::hours(1);
+constexpr milliseconds patience = std::chrono::seconds(20);
+
+const TaskEnd succeeded{Ending::succeeded, 0, ""};
+const TaskEnd timedOut{Ending::timedOut, 0, ""};
+const TaskEnd interrupted{Ending::interrupted, 0, ""};
+const TaskEnd notStarted{Ending::notStarted, 0, ""};
+
+// For scripts: waits until there are as many files of that pattern.
+constexpr char await[] =
+    "await() { while [ $(ls $1 2>/dev/null | wc -l) -lt $2 ]; do sleep 0.01; done; }\n";
+
+// Signals do what they do by default, whoever started the tests.
+class Scheduler : public testing::Test {
+ protected:
+  Scheduler() {
+    for (const int signal : signals) std::signal(signal, SIG_DFL);
+  }
+
+  static constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP};
+
+  TaskSource source(std::vector<Strings> tasks) const {
+    return {tasks.size(), [tasks](std::size_t index) { return tasks[index]; },
+            [this](std::size_t index) { return openLog(index); }};
+  }
+
+  // Runs scripts of a shell; their folder is that of the test.
+  RunOutcome run(const Strings& scripts, const SchedulerLimits& limits) const {
+    std::vector<Strings> tasks;
+    for (const std::string& script : scripts) {
+      tasks.push_back({"/bin/sh", "-c", "cd " + folder_.path() + "; " + await + script});
+    }
+    const HeldSignals held;
+    return runTasks(source(tasks), limits, held);
+  }
+
+  RunOutcome run(const Strings& scripts, std::int32_t atATime = 1) const {
+    return run(scripts, {atATime, patience, shortTime});
+  }
+
+  int openLog(std::size_t index) const {
+    return open(logPath(index).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  }
+
+  std::string logPath(std::size_t index) const {
+    return folder_.file("log-" + std::to_string(index));
+  }
+
+  std::string log(std::size_t index) const {
+    return readFile(logPath(index));
+  }
+
+  TempFolder folder_;
+};
+
+void expectOutcome(const RunOutcome& outcome, const Ends& ends, int signal = 0) {
+  EXPECT_EQ(outcome.signal, signal);
+  ASSERT_EQ(outcome.ends.size(), ends.size());
+  for (std::size_t i = 0; i < ends.size(); ++i) {
+    EXPECT_EQ(describe(outcome.ends[i]), describe(ends[i])) << "task " << i;
+    EXPECT_EQ(outcome.ends[i], ends[i]) << "task " << i;
+  }
+}
+
+class StopWatch {
+ public:
+  milliseconds time() const {
+    return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start_);
+  }
+
+ private:
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+TEST_F(Scheduler, HasNothingToDoWithoutATask) {
+  expectOutcome(run({}), {});
+}
+
+TEST_F(Scheduler, RunsOneTaskBehindTheOther) {
+  Strings scripts;
+  for (int i = 0; i < 5; ++i) {
+    scripts.push_back("echo begin " + std::to_string(i) + " >>all; sleep 0.02; echo end >>all");
+  }
+  expectOutcome(run(scripts), Ends(5, succeeded));
+  EXPECT_EQ(readFile(folder_.file("all")),
+            "begin 0\nend\nbegin 1\nend\nbegin 2\nend\nbegin 3\nend\nbegin 4\nend\n");
+}
+
+// Each task waits until three have begun, and counts how many have not ended.
+TEST_F(Scheduler, RunsAsManyTasksAtATimeAsItMayAndNoMore) {
+  const Strings scripts(9,
+                        "touch begun-$$ now-$$; await 'begun-*' 3; ls now-* 2>/dev/null | wc -l; "
+                        "sleep 0.05; rm now-$$");
+  expectOutcome(run(scripts, 3), Ends(9, succeeded));
+  for (std::size_t i = 0; i < scripts.size(); ++i) EXPECT_LE(std::stoi(log(i)), 3) << i;
+}
+
+TEST_F(Scheduler, StartsATaskAsSoonAsThereIsRoom) {
+  expectOutcome(run({"await third 1", "", "touch third"}, 2), Ends(3, succeeded));
+}
+
+TEST_F(Scheduler, MayRunAllTasksAtATime) {
+  const Strings scripts(4, "touch begun-$$; await 'begun-*' 4");
+  expectOutcome(run(scripts, INT32_MAX), Ends(4, succeeded));
+}
+
+TEST_F(Scheduler, TellsHowEachTaskEnded) {
+  const Strings scripts = {"exit 0", "exit 3", "exit 255", "kill -9 $$", "kill -TERM $$"};
+  const Ends ends = {succeeded,
+                     {Ending::failed, 3, ""},
+                     {Ending::failed, 255, ""},
+                     {Ending::killed, 9, ""},
+                     {Ending::killed, 15, ""}};
+  expectOutcome(run(scripts, 1), ends);
+  expectOutcome(run(scripts, 4), ends);
+}
+
+TEST_F(Scheduler, PutsBothOutputsOfATaskIntoItsLog) {
+  expectOutcome(run({"echo 1; echo 2 >&2; echo 3", "echo other"}), Ends(2, succeeded));
+  EXPECT_EQ(log(0), "1\n2\n3\n");
+  EXPECT_EQ(log(1), "other\n");
+}
+
+TEST_F(Scheduler, GoesOnWhereATaskCannotBeStarted) {
+  const HeldSignals held;
+  const RunOutcome outcome = runTasks(
+      source({{folder_.file("none")}, {folder_.path()}, {"/bin/true"}}), {2, {}, shortTime}, held);
+  expectOutcome(outcome, {{Ending::other, 0, "cannot be started (No such file or directory)"},
+                          {Ending::other, 0, "cannot be started (Permission denied)"},
+                          succeeded});
+}
+
+TEST_F(Scheduler, GoesOnWhereALogCannotBeOpened) {
+  TaskSource tasks = source(std::vector<Strings>(3, {"/bin/true"}));
+  tasks.openLog = [this](std::size_t index) {
+    errno = EACCES;
+    return index == 1 ? -1 : openLog(index);
+  };
+  const HeldSignals held;
+  expectOutcome(runTasks(tasks, {1, {}, shortTime}, held),
+                {succeeded, {Ending::other, 0, "log not opened (Permission denied)"}, succeeded});
+}
+
+// A line of the system's about a process, such as "SigBlk", as a set of signals.
+std::uint64_t signalsOf(const std::string& status, const std::string& name) {
+  const std::size_t place = status.find(name + ":\t");
+  return place == std::string::npos ? 0
+                                    : std::stoull(status.substr(place + name.size() + 2), {}, 16);
+}
+
+std::uint64_t setOf(int signal) {
+  return std::uint64_t{1} << (signal - 1);
+}
+
+TEST_F(Scheduler, StartsTasksWithTheMaskThatItWasStartedWith) {
+  sigset_t mask;
+  sigemptyset(&mask);
+  sigaddset(&mask, SIGUSR1);
+  sigset_t before;
+  sigprocmask(SIG_SETMASK, &mask, &before);
+  expectOutcome(run({"exec cat /proc/self/status"}), {succeeded});
+  sigset_t after;
+  sigprocmask(SIG_SETMASK, &before, &after);
+  EXPECT_EQ(signalsOf(log(0), "SigBlk"), setOf(SIGUSR1));
+  for (int signal = 1; signal < 32; ++signal) {
+    EXPECT_EQ(sigismember(&after, signal), signal == SIGUSR1 ? 1 : 0) << signal;
+  }
+}
+
+TEST_F(Scheduler, TellsHowTasksEndedAlsoWhereChildrenAreIgnored) {
+  std::signal(SIGCHLD, SIG_IGN);
+  expectOutcome(run({"exit 3", "exec cat /proc/self/status"}),
+                {{Ending::failed, 3, ""}, succeeded});
+  EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_IGN);
+  EXPECT_EQ(signalsOf(log(1), "SigIgn") & setOf(SIGCHLD), 0U);
+}
+
+// Standard streams of this process that are closed for a while.
+class ClosedStreams {
+ public:
+  explicit ClosedStreams(const std::vector<int>& streams) : streams_(streams) {
+    for (const int stream : streams_) {
+      kept_.push_back(fcntl(stream, F_DUPFD_CLOEXEC, 10));
+    }
+    for (const int stream : streams_) close(stream);
+  }
+  ~ClosedStreams() {
+    for (std::size_t i = 0; i < streams_.size(); ++i) {
+      dup2(kept_[i], streams_[i]);
+      close(kept_[i]);
+    }
+  }
+  ClosedStreams(const ClosedStreams&) = delete;
+  ClosedStreams& operator=(const ClosedStreams&) = delete;
+
+ private:
+  std::vector<int> streams_;
+  std::vector<int> kept_;
+};
+
+// Lines of the probe about the process itself, without its rights and arguments.
+std::string selfOf(const std::string& report) {
+  std::istringstream lines(report);
+  std::string text;
+  for (std::string line; std::getline(lines, line);) {
+    for (const char* name : {"pid ", "parent ", "group ", "session ", "descriptor "}) {
+      if (line.starts_with(name)) text.append(line).append("\n");
+    }
+  }
+  return text;
+}
+
+// Where streams of this process are closed, the log's own descriptor has one of the numbers that it
+// is to be put at.
+TEST_F(Scheduler, GivesTasksAGroupOfTheirOwnAndTheirThreeStreams) {
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+  const std::vector<std::vector<int>> closed = {{},     {0},    {1},    {2},
+                                                {0, 1}, {0, 2}, {1, 2}, {0, 1, 2}};
+  for (const std::vector<int>& streams : closed) {
+    RunOutcome outcome;
+    {
+      const ClosedStreams these(streams);
+      outcome = run({"echo $$; exec " RUNLET_PROBE " report"});
+    }
+    expectOutcome(outcome, {succeeded});
+    const std::string process = log(0);
+    const std::string self = std::to_string(getpid());
+    EXPECT_EQ(selfOf(readFile(folder_.file("report"))),
+              "pid " + process + "parent " + self + "\ngroup " + process + "session " +
+                  std::to_string(getsid(0)) + "\ndescriptor 0 /dev/null\ndescriptor 1 " +
+                  logPath(0) + "\ndescriptor 2 " + logPath(0) + "\n");
+  }
+}
+
+TEST_F(Scheduler, AsksATaskOverTheTimeLimitToEnd) {
+  const StopWatch watch;
+  const RunOutcome outcome = run(
+      {"trap 'echo asked; exit 0' TERM; sleep 60 & wait", "sleep 60", "exit 0"}, {2, limit, never});
+  expectOutcome(outcome, {timedOut, timedOut, succeeded});
+  EXPECT_EQ(log(0), "asked\n");
+  EXPECT_GE(watch.time(), limit);
+  EXPECT_LT(watch.time(), patience);
+}
+
+TEST_F(Scheduler, KillsATaskThatDoesNotEndInTheGrace) {
+  const StopWatch watch;
+  expectOutcome(run({"trap '' TERM; sleep 60; sleep 60"}, {1, limit, shortTime}), {timedOut});
+  EXPECT_GE(watch.time(), limit + shortTime);
+  EXPECT_LT(watch.time(), patience);
+}
+
+TEST_F(Scheduler, LimitsTheTimeOfEachTaskOnItsOwn) {
+  const Strings scripts(4, "sleep 0.4");
+  expectOutcome(run(scripts, {1, limit, shortTime}), Ends(4, succeeded));
+}
+
+TEST_F(Scheduler, MayHaveTheLongestTimeLimitThereIs) {
+  expectOutcome(run({"exit 0", "sleep 0.05"}, {1, std::chrono::minutes(INT32_MAX), shortTime}),
+                Ends(2, succeeded));
+}
+
+// A pipe that every process that is started keeps open to write to.
+class LifeLine {
+ public:
+  LifeLine() {
+    EXPECT_EQ(pipe(ends_), 0);
+    fcntl(ends_[0], F_SETFD, FD_CLOEXEC);
+  }
+  ~LifeLine() {
+    close(ends_[0]);
+  }
+  LifeLine(const LifeLine&) = delete;
+  LifeLine& operator=(const LifeLine&) = delete;
+
+  // Whether they have all ended, now or in a while.
+  bool endsIn(milliseconds time) {
+    close(ends_[1]);
+    pollfd end{ends_[0], POLLIN, 0};
+    return poll(&end, 1, static_cast<int>(time.count())) == 1;
+  }
+
+ private:
+  int ends_[2] = {-1, -1};
+};
+
+constexpr char stubbornChild[] =
+    "(trap '' TERM; touch child; sleep 60; sleep 60) & await child 1; ";
+
+TEST_F(Scheduler, KillsWhatIsLeftOfATaskThatWentOverTheTimeLimit) {
+  LifeLine life;
+  const std::string task = stubbornChild;
+  expectOutcome(run({task + "sleep 60"}, {1, limit, never}), {timedOut});
+  EXPECT_TRUE(life.endsIn(patience));
+}
+
+TEST_F(Scheduler, LeavesWhatATaskThatEndsByItselfHasInTheBackground) {
+  LifeLine life;
+  const StopWatch watch;
+  expectOutcome(
+      run({"(trap '' TERM; await go 1; echo later) & exit 0", "exit 0"}, {1, limit, shortTime}),
+      Ends(2, succeeded));
+  EXPECT_LT(watch.time(), limit);
+  folder_.write("go", "");
+  EXPECT_TRUE(life.endsIn(patience));
+  EXPECT_EQ(log(0), "later\n");
+}
+
+TEST_F(Scheduler, CountsAStoppedTaskAsRunning) {
+  const StopWatch watch;
+  expectOutcome(run({"kill -STOP $$; exit 0", "exit 0"}, {1, limit, never}), {timedOut, succeeded});
+  EXPECT_GE(watch.time(), limit);
+  EXPECT_LT(watch.time(), patience);
+}
+
+// The first process of a group can go into another one, here into that of this process.
+TEST_F(Scheduler, EndsATaskThatHasLeftItsGroup) {
+  const char* script = "setpgrp(0, getpgrp(getppid())) or die; $SIG{TERM} = 'IGNORE'; sleep 60";
+  const StopWatch watch;
+  const HeldSignals held;
+  expectOutcome(runTasks(source({{"/usr/bin/perl", "-e", script}}), {1, limit, shortTime}, held),
+                {timedOut});
+  EXPECT_LT(watch.time(), patience);
+}
+
+TEST_F(Scheduler, EndsWhenASignalInterruptsIt) {
+  for (const int signal : signals) {
+    unlink(folder_.file("ready").c_str());
+    const Strings scripts = {
+        "exit 3", "trap 'echo asked; exit 0' TERM; touch ready; sleep 60 & wait",
+        "await ready 1; kill -" + std::to_string(signal) + " $PPID; sleep 60", "exit 0", "exit 0"};
+    expectOutcome(run(scripts, {2, {}, never}),
+                  {{Ending::failed, 3, ""}, interrupted, interrupted, notStarted, notStarted},
+                  signal);
+    EXPECT_EQ(log(1), "asked\n");
+    EXPECT_EQ(access(logPath(3).c_str(), F_OK), -1);
+  }
+}
+
+TEST_F(Scheduler, StartsNothingWhenItIsInterruptedBefore) {
+  const HeldSignals held;
+  raise(SIGTERM);
+  expectOutcome(runTasks(source({{"/bin/true"}, {"/bin/true"}}), {1, {}, shortTime}, held),
+                {notStarted, notStarted}, SIGTERM);
+}
+
+TEST_F(Scheduler, KillsWhatDoesNotEndInTheGraceAfterAnInterrupt) {
+  const StopWatch watch;
+  expectOutcome(run({"trap '' TERM; kill -INT $PPID; sleep 60; sleep 60"}, {1, {}, shortTime}),
+                {interrupted}, SIGINT);
+  EXPECT_GE(watch.time(), shortTime);
+  EXPECT_LT(watch.time(), patience);
+}
+
+TEST_F(Scheduler, KillsWhatIsLeftOfATaskThatWasInterrupted) {
+  LifeLine life;
+  const std::string task = stubbornChild;
+  expectOutcome(run({task + "kill -INT $PPID; sleep 60"}, {1, {}, never}), {interrupted}, SIGINT);
+  EXPECT_TRUE(life.endsIn(patience));
+}
+
+TEST_F(Scheduler, KillsAtOnceAtASecondSignal) {
+  const StopWatch watch;
+  const Strings scripts = {"trap '' TERM; touch ready; sleep 60; sleep 60",
+                           "trap 'kill -HUP $PPID' TERM; await ready 1; kill -INT $PPID; while :; "
+                           "do sleep 60 & wait; done"};
+  expectOutcome(run(scripts, {2, {}, never}), {interrupted, interrupted}, SIGINT);
+  EXPECT_LT(watch.time(), patience);
+}
+
+TEST_F(Scheduler, RemembersThatATaskWasOverTheTimeLimitBeforeTheInterrupt) {
+  const Strings scripts = {"trap 'kill -INT $PPID; exit 0' TERM; sleep 60 & wait", "exit 0"};
+  expectOutcome(run(scripts, {1, limit, never}), {timedOut, notStarted}, SIGINT);
+}
+
+TEST_F(Scheduler, IsNotInterruptedByASignalThatIsIgnored) {
+  for (const int signal : signals) {
+    std::signal(signal, SIG_IGN);
+    expectOutcome(run({"kill -" + std::to_string(signal) + " $PPID", "exec cat /proc/self/status"}),
+                  Ends(2, succeeded));
+    EXPECT_EQ(signalsOf(log(1), "SigIgn") & setOf(signal), setOf(signal));
+    EXPECT_EQ(std::signal(signal, SIG_DFL), SIG_IGN);
+  }
+}
+
+// As of a shell that became this program while something still ran in its background.
+TEST_F(Scheduler, IsNotConfusedByChildrenThatAreNotItsOwn) {
+  if (fork() == 0) _exit(1);
+  expectOutcome(run({"sleep 0.05", "exit 3"}), {succeeded, {Ending::failed, 3, ""}});
+}
+
+TEST_F(Scheduler, IsQuickWithManyTasks) {
+  constexpr std::size_t count = 300'000;
+  const TaskSource tasks{count, {}, [](std::size_t) { return -1; }};
+  const StopWatch watch;
+  const HeldSignals held;
+  const RunOutcome outcome = runTasks(tasks, {4, {}, shortTime}, held);
+  EXPECT_TRUE(std::all_of(outcome.ends.begin(), outcome.ends.end(),
+                          [](const TaskEnd& end) { return end.ending == Ending::other; }));
+  EXPECT_LT(watch.time(), patience);
+}
+
+TEST_F(Scheduler, RunsAThousandTasks) {
+  TaskSource tasks = source(std::vector<Strings>(1000, {"/bin/true"}));
+  tasks.openLog = [this](std::size_t) { return openLog(0); };
+  const HeldSignals held;
+  expectOutcome(runTasks(tasks, {50, std::chrono::minutes(1), shortTime}, held),
+                Ends(1000, succeeded));
+}
+
+}  // namespace
+}  // namespace runlet_tool
