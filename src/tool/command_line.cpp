@@ -12,6 +12,7 @@
 #include "tool/make/make_verb.h"
 #include "tool/run/run_verb.h"
 #include "tool/schema/schema_verb.h"
+#include "tool/submit/submit_verb.h"
 #include "tool/verb.h"
 
 namespace runlet_tool {
@@ -70,6 +71,7 @@ int runCommandLine(int argc, const char* const* argv) {
   addSchema(&app, &action);
   addExec(&app, &action);
   addRun(&app, &action);
+  addSubmit(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -1,0 +1,35 @@
+// The engine, as its own programs give access to it: sbatch, squeue, sacct, scontrol and scancel.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tool/submit/array_comment.h"
+#include "tool/submit/engine_text.h"
+
+namespace runlet_tool {
+
+// One more than the highest number that an element may have; the engine's default where it does
+// not tell.
+std::int64_t askMaxArraySize();
+
+// Submits an array: `arguments` is the command, sbatch itself first. What sbatch writes to standard
+// error is passed on. Nothing, after a message, when there is no array.
+std::optional<ArrayId> submitArray(const std::vector<std::string>& arguments,
+                                   const std::string& script);
+
+// Ends an array. False, after a message, when that was not possible.
+bool cancelArray(const ArrayId& array);
+
+// Add to `*states` what the engine knows about the elements of arrays of one cluster: all it has
+// not yet forgotten, and out of its accounts those that are not in `*states` yet. An engine that
+// keeps no accounts knows none there. Empty, or in one line why the engine does not answer.
+std::string askQueue(const std::vector<ArrayId>& arrays, ElementStates* states);
+std::string askAccounts(const std::vector<ArrayId>& arrays, ElementStates* states);
+
+// Finds out what the array tells about itself. Empty, or in one line why that is not known.
+std::string askOrigin(const ArrayId& array, ArrayOrigin* origin);
+
+}  // namespace runlet_tool

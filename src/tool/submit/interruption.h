@@ -1,0 +1,39 @@
+// Signals that a user sends to stop this program: SIGINT, SIGTERM and SIGHUP, as far as it was not
+// started with orders to ignore them.
+#pragma once
+
+#include <csignal>
+#include <string>
+
+namespace runlet_tool {
+
+// Keeps the signals, and programs that are started meanwhile from them, until it goes or is told to
+// release them; then they have their effect.
+class SignalHold {
+ public:
+  SignalHold();
+  ~SignalHold();
+  SignalHold(const SignalHold&) = delete;
+  SignalHold& operator=(const SignalHold&) = delete;
+
+  // Whether there has been one.
+  bool isInterrupted() const;
+
+  void release();
+
+ private:
+  sigset_t held_;
+  sigset_t former_;
+};
+
+// While it lives, a signal makes the process write `text` to standard error before it dies of it.
+// There can only be one.
+class Farewell {
+ public:
+  explicit Farewell(const std::string& text);
+  ~Farewell();
+  Farewell(const Farewell&) = delete;
+  Farewell& operator=(const Farewell&) = delete;
+};
+
+}  // namespace runlet_tool

@@ -1,0 +1,126 @@
+#include "tool/submit/sbatch_command.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+#include "tool/batch/logs.h"
+#include "tool/submit/array_comment.h"
+#include "tool/text/format.h"
+#include "tool/text/paths.h"
+#include "tool/text/shell_quote.h"
+
+namespace runlet_tool {
+namespace {
+
+using Words = std::vector<std::string>;
+
+// What a user has given reaches the scripts as arguments alone.
+constexpr char taskScript[] = R"sh(#!/bin/sh
+# An element of the array becomes a task. Arguments: program, job file, base [, -a, application]
+program=$1 job=$2 base=$3
+shift 3
+exec "$program" exec "$job" --task "$((base + SLURM_ARRAY_TASK_ID))" "$@"
+)sh";
+
+constexpr char chunkScript[] = R"sh(#!/bin/sh
+# An element of the array runs some tasks, one after the other, but none above the last.
+# Arguments: program, job file, base, chunk, last [, -a, application]
+program=$1 job=$2 base=$3 chunk=$4 last=$5
+shift 5
+first=$((base + SLURM_ARRAY_TASK_ID * chunk))
+count=$((last - first + 1))
+[ "$count" -le "$chunk" ] || count=$chunk
+exec "$program" run "$job" -s "$first" -n "$count" "$@"
+)sh";
+
+constexpr char endOfScript[] = "END";
+
+std::string withPercentSigns(const std::string& path) {
+  std::string pattern;
+  for (const char c : path) pattern.append(c == '%' ? 2 : 1, c);
+  return pattern;
+}
+
+std::string logPattern(const Batch& batch, const ArrayPart& part) {
+  const std::string name = batch.name + (part.layout.chunk > 1 ? "-chunk-" : "-") + part.number;
+  const std::string element = part.digits > 0 ? withoutLineEnd("%%%da", part.digits) : "";
+  return withPercentSigns(fullPath(batch.logFolder, name)) + element + ".log";
+}
+
+std::string arrayText(const SubmitOptions& options, const ArrayPart& part) {
+  const std::string text = elementsText(part.elements);
+  return options.throttle ? text + "%" + std::to_string(*options.throttle) : text;
+}
+
+std::string commentOf(const Batch& batch, const ArrayPart& part) {
+  return commentText({part.layout, part.elements.size(), jobHash(batch.context.jobFile)});
+}
+
+// A relative folder of the job's is entered by the task itself.
+std::string startFolder(const Batch& batch) {
+  const std::string& folder = batch.context.workingFolder;
+  return folder.empty() || folder.front() == '/' ? batch.folder : currentFolder();
+}
+
+void addTime(const Batch& batch, const ArrayPart& part, Words* words) {
+  const std::int64_t minutes = std::int64_t{batch.context.taskTimeout} * part.layout.chunk;
+  if (minutes <= 0) return;
+  const std::int64_t most = std::numeric_limits<std::int32_t>::max();
+  words->push_back("--time=" + std::to_string(std::min(minutes, most)));
+}
+
+// Only root may submit for others.
+void addUser(const Batch& batch, Words* words) {
+  const auto uid = static_cast<uid_t>(batch.context.uid);
+  const auto gid = static_cast<gid_t>(batch.context.gid);
+  if (geteuid() != 0 || (uid == geteuid() && gid == getegid())) return;
+  words->push_back("--uid=" + std::to_string(uid));
+  words->push_back("--gid=" + std::to_string(gid));
+}
+
+void addScriptArguments(const Batch& batch, const ArrayPart& part, Words* words) {
+  const ArrayLayout& layout = part.layout;
+  words->insert(words->end(), {ownPath(), batch.context.jobFile, std::to_string(layout.base)});
+  if (layout.chunk > 1) {
+    words->insert(words->end(), {std::to_string(layout.chunk), std::to_string(layout.last)});
+  }
+  if (!batch.context.appPath.empty()) words->insert(words->end(), {"-a", batch.context.appPath});
+}
+
+}  // namespace
+
+bool canNameLogs(const Batch& batch) {
+  return batch.logFolder.find('\\') == std::string::npos;
+}
+
+SbatchCommand sbatchCommand(const Batch& batch, const SubmitOptions& options,
+                            const ArrayPart& part) {
+  Words words = {"sbatch",
+                 "--parsable",
+                 "--comment=" + commentOf(batch, part),
+                 "--job-name=" + batch.name,
+                 "--array=" + arrayText(options, part),
+                 "--requeue",
+                 "--open-mode=truncate",
+                 "--output=" + logPattern(batch, part),
+                 "--chdir=" + startFolder(batch)};
+  addTime(batch, part, &words);
+  if (!options.partition.empty()) words.push_back("--partition=" + options.partition);
+  addUser(batch, &words);
+  words.insert(words.end(), options.sbatchOptions.begin(), options.sbatchOptions.end());
+  words.emplace_back("/dev/stdin");
+  addScriptArguments(batch, part, &words);
+  return {words, part.layout.chunk > 1 ? chunkScript : taskScript};
+}
+
+std::string shellText(const SbatchCommand& command) {
+  std::string text;
+  for (const std::string& word : command.arguments) appendShellWord(word, &text);
+  return text.append(" <<'").append(endOfScript).append("'\n") + command.script + endOfScript +
+         "\n";
+}
+
+}  // namespace runlet_tool

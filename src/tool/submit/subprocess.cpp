@@ -1,0 +1,103 @@
+#include "tool/submit/subprocess.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+
+#include "tool/make/memory_file.h"
+
+namespace runlet_tool {
+namespace {
+
+// A descriptor that is none of the three standard ones, also where this process was started without
+// them. -1, with the reason in errno, when there is none.
+int openHigh(const std::string& path) {
+  const int low = open(path.c_str(), O_RDWR | O_CLOEXEC);
+  if (low == -1) return -1;
+  const int high = fcntl(low, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  close(low);
+  errno = error;
+  return high;
+}
+
+// A file in memory that becomes a standard stream of the program.
+class Stream {
+ public:
+  explicit Stream(std::string_view text)
+      : file_(text), descriptor_(openHigh(file_.path())), error_(descriptor_ == -1 ? errno : 0) {}
+  ~Stream() {
+    if (descriptor_ != -1) close(descriptor_);
+  }
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  int error() const {
+    return file_.error() != 0 ? file_.error() : error_;
+  }
+
+  int descriptor() const {
+    return descriptor_;
+  }
+
+  std::string text() const {
+    std::ostringstream text;
+    text << std::ifstream(file_.path()).rdbuf();
+    return text.str();
+  }
+
+ private:
+  MemoryFile file_;
+  int descriptor_;
+  int error_;
+};
+
+// In the form that execve has them in: `texts` must stay as it is.
+std::vector<char*> pointers(const std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// 0, or why there is no process.
+int start(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
+          const posix_spawn_file_actions_t& actions, pid_t* pid) {
+  return posix_spawnp(pid, arguments.front().c_str(), &actions, nullptr, pointers(arguments).data(),
+                      pointers(environment).data());
+}
+
+int waitFor(pid_t pid) {
+  int status = 0;
+  while (waitpid(pid, &status, 0) == -1 && errno == EINTR) continue;
+  return status;
+}
+
+}  // namespace
+
+ProgramResult runProgram(const std::vector<std::string>& arguments, std::string_view input,
+                         const std::vector<std::string>& environment) {
+  const Stream streams[] = {Stream(input), Stream(""), Stream("")};
+  ProgramResult result;
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  for (int i = 0; i < 3 && result.startError == 0; ++i) {
+    result.startError = streams[i].error();
+    posix_spawn_file_actions_adddup2(&actions, streams[i].descriptor(), i);
+  }
+  pid_t pid = -1;
+  if (result.startError == 0) result.startError = start(arguments, environment, actions, &pid);
+  posix_spawn_file_actions_destroy(&actions);
+  if (result.startError != 0) return result;
+  result.waitStatus = waitFor(pid);
+  result.output = streams[1].text();
+  result.error = streams[2].text();
+  return result;
+}
+
+}  // namespace runlet_tool
