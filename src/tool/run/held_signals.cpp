@@ -2,17 +2,10 @@
 
 #include <ctime>
 
+#include "tool/batch/stop_signals.h"
+
 namespace runlet_tool {
 namespace {
-
-constexpr int endings[] = {SIGINT, SIGTERM, SIGHUP};
-
-// A blocked signal is kept even if it is ignored otherwise: it must not be held at all.
-bool isIgnored(int signal) {
-  struct sigaction action {};
-  sigaction(signal, nullptr, &action);
-  return action.sa_handler == SIG_IGN;
-}
 
 timespec timeOf(std::chrono::milliseconds time) {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
@@ -24,9 +17,8 @@ timespec timeOf(std::chrono::milliseconds time) {
 HeldSignals::HeldSignals() {
   sigemptyset(&held_);
   sigaddset(&held_, SIGCHLD);
-  for (const int signal : endings) {
-    if (!isIgnored(signal)) sigaddset(&held_, signal);
-  }
+  // A blocked signal is kept even if it is ignored otherwise: such a one must not be held at all.
+  for (const int signal : stopSignals()) sigaddset(&held_, signal);
   sigprocmask(SIG_BLOCK, &held_, &before_);
   struct sigaction usual {};
   usual.sa_handler = SIG_DFL;

@@ -25,9 +25,10 @@ struct Unwanted {
 constexpr Unwanted unwanted[] = {{"sbatch", "SBATCH_WAIT="},
                                  {"squeue", "SQUEUE_"},
                                  {"sacct", "SACCT_"},
+                                 {"sacct", "SLURM_BITSTR_LEN="},
                                  {"scancel", "SCANCEL_"}};
 
-// Of elements that have not been started sacct would name the first few only.
+// Otherwise sacct names only the first few of the elements that have not been started.
 constexpr char withAllElements[] = "SLURM_BITSTR_LEN=0";
 
 bool isWanted(std::string_view variable, std::string_view program) {
@@ -108,12 +109,13 @@ Answer queue(const std::vector<ArrayId>& arrays, const std::string& columns) {
   return hasSaid(result, "Invalid job id") ? Answer{} : answerOf("squeue", result);
 }
 
+// An engine without accounts knows nothing there.
 Answer accounts(const std::vector<ArrayId>& arrays, const std::string& columns) {
   const ProgramResult result =
       runFor(arrays, {"sacct", "-n", "-X", "-P", "-j", numbersOf(arrays), "-o", columns});
-  const bool hasAccounts =
-      result.startError != ENOENT && !hasSaid(result, "accounting storage is disabled");
-  return hasAccounts ? answerOf("sacct", result) : Answer{};
+  const bool isMissing = result.startError == ENOENT || result.startError == EACCES;
+  const bool isDisabled = hasSaid(result, "accounting storage is disabled");
+  return isMissing || isDisabled ? Answer{} : answerOf("sacct", result);
 }
 
 // In front of the comment there is nothing that a user has given.

@@ -73,10 +73,11 @@ int askStates(const std::vector<ArrayId>& ids, const std::vector<KnownArray>& ar
   if (failure.empty() && hasForgottenAny(arrays, *states)) failure = askAccounts(ids, states);
   if (!failure.empty()) return fail(failure);
   for (const KnownArray& array : arrays) {
-    const std::size_t count = countForgotten(array, *states);
-    if (count == 0) continue;
-    return fail("the engine has forgotten " + std::to_string(count) + " of the " +
-                quantity(array.origin.elementCount, "element") + " of " + array.id.number);
+    const std::size_t count = array.origin.elementCount;
+    const std::size_t known = count - countForgotten(array, *states);
+    if (known == count) continue;
+    return fail("the engine knows only " + std::to_string(known) + " of the " +
+                quantity(count, "element") + " of " + array.id.number);
   }
   return exitFine;
 }

@@ -2,17 +2,10 @@
 
 #include <unistd.h>
 
-#include <cstddef>
+#include "tool/batch/stop_signals.h"
 
 namespace runlet_tool {
 namespace {
-
-constexpr int stopSignals[] = {SIGINT, SIGTERM, SIGHUP};
-
-bool isIgnored(int signal) {
-  struct sigaction action;
-  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-}
 
 // What the handler writes: in it, only what is there already may be used.
 std::string farewell;
@@ -34,9 +27,7 @@ void setHandler(int signal, void (*handler)(int), int flags) {
 
 SignalHold::SignalHold() {
   sigemptyset(&held_);
-  for (const int signal : stopSignals) {
-    if (!isIgnored(signal)) sigaddset(&held_, signal);
-  }
+  for (const int signal : stopSignals()) sigaddset(&held_, signal);
   pthread_sigmask(SIG_BLOCK, &held_, &former_);
 }
 
@@ -47,10 +38,8 @@ SignalHold::~SignalHold() {
 bool SignalHold::isInterrupted() const {
   sigset_t pending;
   sigpending(&pending);
-  for (const int signal : stopSignals) {
-    if (sigismember(&held_, signal) == 1 && sigismember(&pending, signal) == 1) return true;
-  }
-  return false;
+  sigandset(&pending, &pending, &held_);
+  return sigisemptyset(&pending) == 0;
 }
 
 void SignalHold::release() {
@@ -59,15 +48,13 @@ void SignalHold::release() {
 
 Farewell::Farewell(const std::string& text) {
   farewell = text;
-  for (const int signal : stopSignals) {
-    if (!isIgnored(signal)) setHandler(signal, sayFarewell, SA_RESETHAND | SA_RESTART);
+  for (const int signal : stopSignals()) {
+    setHandler(signal, sayFarewell, SA_RESETHAND | SA_RESTART);
   }
 }
 
 Farewell::~Farewell() {
-  for (const int signal : stopSignals) {
-    if (!isIgnored(signal)) setHandler(signal, SIG_DFL, 0);
-  }
+  for (const int signal : stopSignals()) setHandler(signal, SIG_DFL, 0);
 }
 
 }  // namespace runlet_tool

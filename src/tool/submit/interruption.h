@@ -1,5 +1,4 @@
-// Signals that a user sends to stop this program: SIGINT, SIGTERM and SIGHUP, as far as it was not
-// started with orders to ignore them.
+// What happens where a user stops the program while it submits, or waits.
 #pragma once
 
 #include <csignal>
@@ -7,8 +6,8 @@
 
 namespace runlet_tool {
 
-// Keeps the signals, and programs that are started meanwhile from them, until it goes or is told to
-// release them; then they have their effect.
+// Keeps stop signals, see stop_signals.h, from this process and from programs that are started
+// meanwhile, until it goes or is told to release them; then they have their effect.
 class SignalHold {
  public:
   SignalHold();
@@ -26,7 +25,8 @@ class SignalHold {
   sigset_t former_;
 };
 
-// While it lives, a signal makes the process write `text` to standard error before it dies of it.
+// While it lives, a stop signal makes the process write `text` to standard error before it dies of
+// it.
 // There can only be one.
 class Farewell {
  public:

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <fstream>
 #include <sstream>
 
@@ -57,6 +58,25 @@ class Stream {
   int error_;
 };
 
+// While it lives, processes can be waited for: where their ends are ignored, as the program may
+// have been started, nobody learns how they ended.
+class ChildSignal {
+ public:
+  ChildSignal() {
+    struct sigaction usual = {};
+    usual.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &usual, &before_);
+  }
+  ~ChildSignal() {
+    sigaction(SIGCHLD, &before_, nullptr);
+  }
+  ChildSignal(const ChildSignal&) = delete;
+  ChildSignal& operator=(const ChildSignal&) = delete;
+
+ private:
+  struct sigaction before_ = {};
+};
+
 // In the form that execve has them in: `texts` must stay as it is.
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
@@ -83,6 +103,7 @@ int waitFor(pid_t pid) {
 ProgramResult runProgram(const std::vector<std::string>& arguments, std::string_view input,
                          const std::vector<std::string>& environment) {
   const Stream streams[] = {Stream(input), Stream(""), Stream("")};
+  const ChildSignal signal;
   ProgramResult result;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);

@@ -46,12 +46,6 @@ std::vector<ArrayId> idsOf(const std::vector<SubmittedArray>& arrays) {
   return ids;
 }
 
-bool knowsAllOpen(const ElementStates& states, const WatchedElements& elements) {
-  return std::all_of(elements.begin(), elements.end(), [&](const auto& element) {
-    return element.second.end || states.contains(element.first);
-  });
-}
-
 // An element may be open again: the engine runs those anew that it lost together with a node.
 void update(const ElementStates& states, WatchedElements* elements) {
   for (auto& [id, watched] : *elements) {
@@ -64,11 +58,24 @@ void update(const ElementStates& states, WatchedElements* elements) {
   }
 }
 
+bool hasAll(const ElementStates& states, const WatchedElements& elements) {
+  return std::all_of(elements.begin(), elements.end(),
+                     [&](const auto& element) { return states.contains(element.first); });
+}
+
+// So that the accounts, which may lag behind, are not asked for them.
+void addKnownEnds(const WatchedElements& elements, ElementStates* states) {
+  for (const auto& [id, watched] : elements) {
+    if (watched.end) states->insert({id, watched.end});
+  }
+}
+
 // Empty, or why there was no answer.
 std::string look(const std::vector<ArrayId>& ids, WatchedElements* elements) {
   ElementStates states;
   std::string failure = askQueue(ids, &states);
-  if (failure.empty() && !knowsAllOpen(states, *elements)) failure = askAccounts(ids, &states);
+  addKnownEnds(*elements, &states);
+  if (failure.empty() && !hasAll(states, *elements)) failure = askAccounts(ids, &states);
   if (failure.empty()) update(states, elements);
   return failure;
 }

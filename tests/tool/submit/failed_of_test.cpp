@@ -1,0 +1,173 @@
+// runlet-job submit --failed-of with an engine that answers what the test wants.
+
+#include <gtest/gtest.h>
+
+#include "fake_engine.h"
+
+namespace runlet_test {
+namespace {
+
+using Calls = std::vector<std::vector<std::string>>;
+
+class FailedOf : public SubmitTest {
+ protected:
+  void SetUp() override {
+    engine_.reply("sbatch", "echo 20");
+  }
+
+  // Has the engine know the arrays: as squeue would tell of the `comments` and the elements.
+  void know(const std::vector<std::pair<std::string, std::string>>& comments,
+            const std::string& states) const {
+    std::string script = "case \"$5 $7\" in\n";
+    for (const auto& [id, text] : comments) {
+      script += "'" + id + " Comment:200') echo '" + text + "    ';;\n";
+    }
+    engine_.reply("squeue", script + "*ArrayJobID*) printf '" + states + "';;\n" +
+                                "*) echo 'slurm_load_jobs error: Invalid job id specified' >&2\n"
+                                "exit 1;;\nesac\n");
+  }
+
+  // What is submitted when the tasks of these arrays are.
+  void expectArray(const std::vector<std::string>& ids, const std::string& elements, int count,
+                   int taskCount, const std::string& error) const {
+    std::vector<std::string> arguments;
+    for (const std::string& id : ids) arguments.insert(arguments.end(), {"--failed-of", id});
+    expectSubmit(arguments, "20\n", error, "exit 0");
+    std::vector<std::string> expected = plainArguments(elements, count, taskCount);
+    // the last task that there is to run
+    const std::string last = elements.substr(elements.find_last_of(",-") + 1);
+    expected[1] = "--comment=" + comment("0:1:" + last + ":" + std::to_string(count));
+    EXPECT_EQ(engine_.calls("sbatch"), Calls{expected});
+  }
+
+  void expectRefused(const std::vector<std::string>& arguments, const std::string& error) const {
+    expectSubmit(arguments, "", "runlet-job: submit: " + error + "\n", "exit 2");
+    EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  }
+};
+
+TEST_F(FailedOf, SubmitsTheTasksThatHaveNotSucceeded) {
+  write(quietJob(9));
+  know({{"12", comment("0:1:9:9")}},
+       "12 1 COMPLETED 0\\n12 2 FAILED 256\\n12 3 TIMEOUT 15\\n12 4 COMPLETED 0\\n"
+       "12 5 CANCELLED 0\\n12 6 NODE_FAIL 0\\n12 7 OUT_OF_MEMORY 9\\n12 8 FAILED 9\\n"
+       "12 9 COMPLETED 0\\n");
+  expectArray({"12"}, "2-3,5-8", 6, 9, "");
+  EXPECT_EQ(engine_.calls("squeue"),
+            (Calls{{"-h", "-r", "--states=all", "-j", "12", "-O", "Comment:200"},
+                   {"-h", "-r", "--states=all", "-j", "12", "-O",
+                    "ArrayJobID:20,ArrayTaskID:20,State:20,exit_code:20"}}));
+  EXPECT_EQ(engine_.calls("sacct"), Calls{});
+}
+
+TEST_F(FailedOf, LeavesOutTasksThatHaveNotEnded) {
+  write(quietJob(4));
+  know({{"12", comment("0:1:4:4")}},
+       "12 1 RUNNING 0\\n12 2 FAILED 256\\n12 3 PENDING 0\\n12 4 COMPLETING 0\\n");
+  expectArray({"12"}, "2", 1, 4,
+              "runlet-job: submit: left out, for they have not ended: tasks 1, 3-4\n");
+}
+
+TEST_F(FailedOf, SubmitsNothingWhereNoTaskHasFailed) {
+  write(quietJob(2));
+  know({{"12", comment("0:1:2:2")}}, "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n");
+  expectSubmit({"--failed-of", "12"}, "", "runlet-job: submit: no task has failed\n", "exit 0");
+  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  EXPECT_EQ(engine_.calls("scontrol"), Calls{});
+}
+
+TEST_F(FailedOf, TakesSeveralArraysAndTheLatestWordOfATask) {
+  write(quietJob(12));
+  know({{"9", comment("0:1:12:9")}, {"10", comment("10:1:12:3")}, {"12", comment("0:1:12:3")}},
+       "9 1 FAILED 256\\n9 2 FAILED 256\\n9 3 COMPLETED 0\\n9 4 FAILED 256\\n9 5 COMPLETED 0\\n"
+       "9 6 COMPLETED 0\\n9 7 COMPLETED 0\\n9 8 COMPLETED 0\\n9 9 COMPLETED 0\\n"
+       "10 0 FAILED 256\\n10 1 COMPLETED 0\\n10 2 COMPLETED 0\\n"
+       "12 1 COMPLETED 0\\n12 2 RUNNING 0\\n12 4 FAILED 512\\n");
+  expectArray({"12", "9", "10", "9"}, "4,10", 2, 12,
+              "runlet-job: submit: left out, for they have not ended: tasks 2\n");
+  EXPECT_EQ(engine_.calls("squeue").size(), 4U);
+  EXPECT_EQ(engine_.calls("squeue").back()[4], "9,10,12");
+}
+
+TEST_F(FailedOf, AsksTheAccountsWhereTheQueueHasForgotten) {
+  write(quietJob(3));
+  know({}, "");
+  engine_.reply("sacct", 1,
+                "echo 'sbatch --parsable --comment=" + comment("0:1:3:3") +
+                    " --job-name=x --comment=no'; echo more");
+  engine_.reply("sacct", 2,
+                "printf '12_1|COMPLETED|0:0\\n12_2|FAILED|2:0\\n12_[3]|CANCELLED by 0|0:0'");
+  expectArray({"12"}, "2-3", 2, 3, "");
+  EXPECT_EQ(engine_.calls("sacct"),
+            (Calls{{"-n", "-X", "-P", "-j", "12", "-o", "SubmitLine"},
+                   {"-n", "-X", "-P", "-j", "12", "-o", "JobID,State,ExitCode"}}));
+}
+
+TEST_F(FailedOf, PutsTheQueueBeforeTheAccounts) {
+  write(quietJob(3));
+  know({{"12", comment("0:1:3:3")}}, "12 1 PENDING 0\\n12 2 COMPLETED 0\\n");
+  engine_.reply("sacct", "printf '12_1|NODE_FAIL|1:0\\n12_2|FAILED|2:0\\n12_3|FAILED|1:0'");
+  expectArray({"12"}, "3", 1, 3,
+              "runlet-job: submit: left out, for they have not ended: tasks 1\n");
+}
+
+TEST_F(FailedOf, IsRefusedWhereTheEngineHasForgottenTasks) {
+  write(quietJob(3));
+  know({{"12", comment("0:1:3:3")}}, "12 1 FAILED 256\\n12 2 COMPLETED 0\\n120 3 FAILED 1\\n");
+  expectRefused({"--failed-of", "12"}, "the engine knows only 2 of the 3 elements of 12");
+  expectRefused({"--failed-of", "13"}, "the engine does not know 13 any more");
+  expectRefused({"--failed-of", "12", "--failed-of", "13"}, "the engine does not know 13 any more");
+}
+
+TEST_F(FailedOf, IsRefusedForAnArrayOfAnotherKind) {
+  write(quietJob(3));
+  know({{"12", "(null)"},
+        {"13", "runlet-job:0:1:3:3:0123456789abcdef"},
+        {"14", "x " + comment("0:1:3:3")}},
+       "");
+  expectRefused({"--failed-of", "12"}, "12 has not been submitted by runlet-job");
+  expectRefused({"--failed-of", "13"}, "13 is of another job file than " + jobFile_);
+  expectRefused({"--failed-of", "14"}, "14 has not been submitted by runlet-job");
+  engine_.reply("sacct", "echo 'sbatch x --parsable --comment=" + comment("0:1:3:3") + "'");
+  expectRefused({"--failed-of", "15"}, "15 has not been submitted by runlet-job");
+}
+
+TEST_F(FailedOf, IsRefusedWhereTheEngineDoesNotAnswer) {
+  write(quietJob(3));
+  engine_.reply("squeue", "echo 'squeue: error: no contact' >&2; exit 1");
+  expectRefused({"--failed-of", "12"}, "squeue: error: no contact");
+  know({{"12", comment("0:1:3:3")}}, "12 1 FAILED 256\\n");
+  engine_.reply("sacct", "exit 1");
+  expectRefused({"--failed-of", "12"}, "sacct failed with exit code 1");
+  expectRefused({"--failed-of", "13"}, "sacct failed with exit code 1");
+  engine_.remove("squeue");
+  expectRefused({"--failed-of", "12"}, "cannot run squeue: No such file or directory");
+}
+
+TEST_F(FailedOf, OfAnArrayOfChunksIsAboutTheirTasks) {
+  write(quietJob(12));
+  know({{"12", comment("3:4:12:3")}}, "12 0 FAILED 256\\n12 1 COMPLETED 0\\n12 2 FAILED 256\\n");
+  folder_.write("job-chunk-0.log",
+                "task 3: succeeded: x\ntask 4: failed with exit code 1: x\ntask 5: not started: x\n"
+                "task 6: succeeded: x\ntask 7: failed with exit code 1: x\n");
+  expectArray({"12"}, "4-5,11-12", 4, 12, "");
+}
+
+// Tasks that are no longer in the job, and what an array may say that was never submitted here.
+TEST_F(FailedOf, LeavesOutWhatIsNotInTheJob) {
+  write(quietJob(2));
+  know({{"12", comment("1:2147483647:2147483647:2")}, {"13", comment("0:1:9:2")}},
+       "12 0 COMPLETED 0\\n12 2147483647 FAILED 256\\n13 2 FAILED 256\\n13 3 FAILED 256\\n");
+  expectArray({"12", "13"}, "2", 1, 2, "");
+}
+
+TEST_F(FailedOf, MayBeShownAlone) {
+  write(quietJob(3));
+  know({{"12", comment("0:1:3:3")}}, "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n12 3 FAILED 256\\n");
+  const ProcessResult result = run({"--failed-of", "12", "--dry-run"});
+  EXPECT_NE(result.output.find(" '--array=3' "), std::string::npos) << result.output;
+  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+}
+
+}  // namespace
+}  // namespace runlet_test

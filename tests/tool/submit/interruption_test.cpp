@@ -1,0 +1,108 @@
+// Signals that come while arrays are submitted, or waited for.
+
+#include "tool/submit/interruption.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "tool/submit/subprocess.h"
+
+namespace runlet_tool {
+namespace {
+
+using testing::ExitedWithCode;
+using testing::KilledBySignal;
+
+constexpr int stopSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+void setDispositions(sighandler_t disposition) {
+  for (const int signal : stopSignals) std::signal(signal, disposition);
+}
+
+TEST(SignalHold, KeepsASignalUntilItGoes) {
+  for (const int signal : stopSignals) {
+    const auto raiseInHold = [=] {
+      setDispositions(SIG_DFL);
+      const SignalHold hold;
+      if (hold.isInterrupted()) _exit(1);
+      raise(signal);
+      if (!hold.isInterrupted()) _exit(2);
+    };
+    EXPECT_EXIT(raiseInHold(), KilledBySignal(signal), "");
+  }
+}
+
+TEST(SignalHold, MayBeReleasedBefore) {
+  const auto release = [] {
+    setDispositions(SIG_DFL);
+    SignalHold hold;
+    raise(SIGINT);
+    hold.release();
+    _exit(1);
+  };
+  EXPECT_EXIT(release(), KilledBySignal(SIGINT), "");
+}
+
+TEST(SignalHold, LeavesSignalsAloneThatAreIgnored) {
+  const auto raiseInHold = [] {
+    setDispositions(SIG_IGN);
+    {
+      const SignalHold hold;
+      for (const int signal : stopSignals) raise(signal);
+      if (hold.isInterrupted()) _exit(1);
+    }
+    _exit(0);
+  };
+  EXPECT_EXIT(raiseInHold(), ExitedWithCode(0), "");
+}
+
+// A user's Ctrl-C goes to the programs that are run as well.
+TEST(SignalHold, IsForProgramsToo) {
+  const auto run = [] {
+    setDispositions(SIG_DFL);
+    const SignalHold hold;
+    const ProgramResult result = runProgram({"cat", "/proc/self/status"}, "", {});
+    _exit(result.output.find("\nSigBlk:\t0000000000004003\n") == std::string::npos ? 1 : 0);
+  };
+  EXPECT_EXIT(run(), ExitedWithCode(0), "");
+}
+
+TEST(Farewell, IsSaidBeforeTheProcessDies) {
+  for (const int signal : stopSignals) {
+    const auto raiseThen = [=] {
+      setDispositions(SIG_DFL);
+      const Farewell farewell("going\n");
+      raise(signal);
+      _exit(1);
+    };
+    EXPECT_EXIT(raiseThen(), KilledBySignal(signal), "^going\n$");
+  }
+}
+
+TEST(Farewell, IsNotSaidForSignalsThatAreIgnored) {
+  const auto raiseAll = [] {
+    setDispositions(SIG_IGN);
+    {
+      const Farewell farewell("going\n");
+      for (const int signal : stopSignals) raise(signal);
+    }
+    for (const int signal : stopSignals) raise(signal);
+    _exit(0);
+  };
+  EXPECT_EXIT(raiseAll(), ExitedWithCode(0), "^$");
+}
+
+TEST(Farewell, IsNotSaidWhenItIsOver) {
+  const auto raiseBehind = [] {
+    setDispositions(SIG_DFL);
+    { const Farewell farewell("going\n"); }
+    raise(SIGTERM);
+  };
+  EXPECT_EXIT(raiseBehind(), KilledBySignal(SIGTERM), "^$");
+}
+
+}  // namespace
+}  // namespace runlet_tool

@@ -1,0 +1,61 @@
+// What may be said on the command line of a submission.
+
+#include "tool/submit/submit_options.h"
+
+#include <gtest/gtest.h>
+
+namespace runlet_tool {
+namespace {
+
+TEST(SbatchOption, MayBeAnyThatTheProgramDoesNotSetItself) {
+  for (const char* option : {"--mem=4G",
+                             "-pmain",
+                             "-x",
+                             "--exclude=n[1-4],a",
+                             "--account=w",
+                             "-Aa",
+                             "-vv",
+                             "-H",
+                             "-Ja",
+                             "-JaW",
+                             "-JWa",
+                             "-s",
+                             "--wait-all-nodes=1",
+                             "--wckey=x",
+                             "--array-x",
+                             "--commentary",
+                             "--no-requeue",
+                             "-ntest-only",
+                             "-=a",
+                             "--output=x"}) {
+    EXPECT_EQ(complaintAboutSbatchOption(option), "") << option;
+  }
+}
+
+TEST(SbatchOption, MayNotBeOneThatTheProgramSetsOrDependsOn) {
+  for (const std::string option :
+       {"--",     "--=x",  "--array", "--array=1", "--arra",     "--a=3",   "-a",          "-a1",
+        "-Ha",    "-vHW",  "-W",      "-kW",       "--parsable", "--pars",  "--wrap=x",    "--wr",
+        "--wait", "--wai", "--w",     "--comment", "--comment=", "--com=x", "--test-only", "--t"}) {
+    EXPECT_EQ(complaintAboutSbatchOption(option),
+              option + " cannot be given, for runlet-job sets it or depends on it");
+  }
+}
+
+TEST(SbatchOption, IsOneWordThatBeginsAsOne) {
+  for (const std::string option : {"", "-", "mem=4G", "4G", " --mem", "script.sh"}) {
+    EXPECT_EQ(complaintAboutSbatchOption(option),
+              option + " is no option: write an option with its value in one word, as --mem=4G");
+  }
+}
+
+TEST(ArrayId, IsANumber) {
+  for (const char* id : {"1", "12", "4294967295"}) EXPECT_EQ(complaintAboutId(id), "");
+  for (const std::string id :
+       {"", "0", "012", "12_3", "12;lab", "-1", "+1", " 1", "1,2", "x", "12345678901"}) {
+    EXPECT_EQ(complaintAboutId(id), id + " is no id of an array");
+  }
+}
+
+}  // namespace
+}  // namespace runlet_tool

@@ -1,0 +1,104 @@
+// Programs run to their end.
+
+#include "tool/submit/subprocess.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+
+namespace runlet_tool {
+namespace {
+
+ProgramResult shell(const std::string& command, std::string_view input = "") {
+  return runProgram({"sh", "-c", command, "name", "a b", "", "$(x)\n\\"}, input,
+                    {"PATH=/usr/bin:/bin", "KEY=a value"});
+}
+
+TEST(Subprocess, GetsItsArgumentsItsInputAndItsEnvironment) {
+  const ProgramResult result =
+      shell("printf '%s|' \"$#\" \"$@\" \"$KEY\" \"$HOME\"; cat /dev/stdin; cat", "text\n");
+  EXPECT_EQ(result.startError, 0);
+  EXPECT_EQ(result.waitStatus, 0);
+  EXPECT_EQ(result.output, "3|a b||$(x)\n\\|a value||text\ntext\n");
+  EXPECT_EQ(result.error, "");
+}
+
+TEST(Subprocess, MayLeaveItsInputAndWriteMuchToBothOutputs) {
+  const std::string much(1 << 20, 'x');
+  const ProgramResult result =
+      shell("head -c 1048576 /dev/stdin; head -c 1048576 /dev/stdin >&2; exit 3", much + "rest");
+  EXPECT_EQ(result.output, much);
+  EXPECT_EQ(result.error, much);
+  EXPECT_EQ(WEXITSTATUS(result.waitStatus), 3);
+}
+
+TEST(Subprocess, TellsItsEnd) {
+  EXPECT_EQ(WTERMSIG(shell("kill -9 $$").waitStatus), 9);
+  EXPECT_EQ(WEXITSTATUS(shell("exit 255").waitStatus), 255);
+}
+
+// In a process of its own: what the caller has open, and may open, is changed.
+void expectInChild(const std::function<bool()>& holds) {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(holds() ? 0 : 1);
+  int status = -1;
+  waitpid(pid, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Subprocess, IsLookedForAlongThePathAndMayBeMissing) {
+  expectInChild([] {
+    setenv("PATH", "/nowhere:/usr/bin", 1);
+    return runProgram({"true"}, "", {}).startError == 0 &&
+           runProgram({"no-such-program"}, "", {}).startError == ENOENT &&
+           runProgram({""}, "", {}).startError == ENOENT &&
+           runProgram({"/"}, "", {}).startError == EACCES;
+  });
+}
+
+TEST(Subprocess, HasNoOtherDescriptor) {
+  expectInChild([] {
+    close_range(3, ~0U, 0);
+    return shell("ls /proc/$$/fd").output == "0\n1\n2\n";
+  });
+}
+
+TEST(Subprocess, TellsItsEndAlsoWhereTheEndsOfProcessesAreIgnored) {
+  expectInChild([] {
+    std::signal(SIGCHLD, SIG_IGN);
+    const ProgramResult result = shell("grep SigIgn /proc/self/status; exit 3");
+    return result.output == "SigIgn:\t0000000000000000\n" && WEXITSTATUS(result.waitStatus) == 3 &&
+           std::signal(SIGCHLD, SIG_DFL) == SIG_IGN;
+  });
+}
+
+TEST(Subprocess, MayBeRunByAProcessWithoutStandardStreams) {
+  expectInChild([] {
+    for (const int descriptor : {0, 1, 2}) close(descriptor);
+    const ProgramResult result = shell("cat; echo error >&2", "text\n");
+    return result.output == "text\n" && result.error == "error\n" && result.waitStatus == 0;
+  });
+}
+
+TEST(Subprocess, IsNotStartedWhereThereAreNoDescriptorsLeft) {
+  expectInChild([] {
+    bool isAlwaysTold = true;
+    for (rlim_t most = 3; most <= 8; ++most) {
+      close_range(3, ~0U, 0);
+      const rlimit limit = {most, most};
+      setrlimit(RLIMIT_NOFILE, &limit);
+      isAlwaysTold = isAlwaysTold && shell("true").startError == EMFILE;
+    }
+    return isAlwaysTold;
+  });
+}
+
+}  // namespace
+}  // namespace runlet_tool

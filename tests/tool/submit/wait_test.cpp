@@ -1,0 +1,284 @@
+// runlet-job submit --wait with an engine that answers what the test wants.
+
+#include "tool/submit/wait.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "fake_engine.h"
+#include "pseudo_terminal.h"
+
+namespace runlet_test {
+namespace {
+
+using Calls = std::vector<std::vector<std::string>>;
+using std::chrono::milliseconds;
+
+TEST(Pause, GrowsAndIsLongAgainstTheAsking) {
+  const milliseconds quick(1);
+  const int expected[] = {200, 400, 800, 1600, 3200, 5000, 5000};
+  for (int i = 0; i < 7; ++i) {
+    EXPECT_EQ(runlet_tool::pauseAfter(i + 1, quick), milliseconds(expected[i]));
+  }
+  EXPECT_EQ(runlet_tool::pauseAfter(1'000'000, quick), milliseconds(5000));
+  EXPECT_EQ(runlet_tool::pauseAfter(1, milliseconds(20)), milliseconds(200));
+  EXPECT_EQ(runlet_tool::pauseAfter(1, milliseconds(21)), milliseconds(210));
+  EXPECT_EQ(runlet_tool::pauseAfter(9, milliseconds(2000)), milliseconds(20000));
+}
+
+class SubmitAndWait : public SubmitTest {
+ protected:
+  void SetUp() override {
+    engine_.reply("sbatch", "echo 12");
+  }
+
+  // What the summary has for a task, and the path of its log.
+  std::string line(int task, const std::string& end, const std::string& log = "") const {
+    const std::string number = std::to_string(task);
+    std::string text = "task " + number + ": " + end + ": /bin/true f" + number + "\n";
+    return log.empty() ? text : text + "  log: " + folder_.file(log) + "\n";
+  }
+
+  static std::string element(int number, const std::string& state, int status = 0) {
+    return "echo '12    " + std::to_string(number) + "  " + state + "   " + std::to_string(status) +
+           "  '\n";
+  }
+};
+
+const std::vector<std::string> askingOf12 = {"-h",
+                                             "-r",
+                                             "--states=all",
+                                             "-j",
+                                             "12",
+                                             "-O",
+                                             "ArrayJobID:20,ArrayTaskID:20,State:20,exit_code:20"};
+const std::vector<std::string> accountsOf12 = {
+    "-n", "-X", "-P", "-j", "12", "-o", "JobID,State,ExitCode"};
+
+TEST_F(SubmitAndWait, EndsWhenAllTasksHaveSucceeded) {
+  write(quietJob(2));
+  engine_.reply("squeue", 1, element(1, "PENDING") + element(2, "PENDING"));
+  engine_.reply("squeue", 2, element(1, "COMPLETED") + element(2, "RUNNING"));
+  engine_.reply("squeue", element(1, "COMPLETED") + element(2, "COMPLETED"));
+  expectSubmit({"--wait"}, "12\n",
+               line(1, "succeeded") + line(2, "succeeded") + "2 tasks: 2 succeeded\n", "exit 0");
+  EXPECT_EQ(engine_.calls("squeue"), (Calls{askingOf12, askingOf12, askingOf12}));
+  EXPECT_EQ(engine_.calls("sacct"), Calls{});
+}
+
+TEST_F(SubmitAndWait, TellsHowTasksHaveFailed) {
+  write(quietJob(6));
+  engine_.reply("squeue", element(3, "TIMEOUT", 15) + element(1, "COMPLETED") +
+                              element(2, "FAILED", 768) + element(4, "FAILED", 9) +
+                              element(5, "OUT_OF_MEMORY", 9) + element(6, "CANCELLED"));
+  expectSubmit({"--wait"}, "12\n",
+               line(1, "succeeded") + line(2, "failed with exit code 3", "job-2.log") +
+                   line(3, "timed out", "job-3.log") +
+                   line(4, "killed by signal 9 (Killed)", "job-4.log") +
+                   line(5, "out_of_memory", "job-5.log") + line(6, "cancelled", "job-6.log") +
+                   "6 tasks: 1 succeeded, 1 failed (2), 1 killed (4), 1 timed out (3), "
+                   "1 cancelled (6), 1 out_of_memory (5)\n",
+               "exit 1");
+}
+
+TEST_F(SubmitAndWait, GoesOnWhereATaskThatWasLostIsRunAnew) {
+  write(quietJob(2));
+  engine_.reply("squeue", 1, element(1, "NODE_FAIL", 256) + element(2, "RUNNING"));
+  engine_.reply("squeue", 2, element(1, "PENDING") + element(2, "COMPLETED"));
+  engine_.reply("squeue", element(1, "COMPLETED") + element(2, "COMPLETED"));
+  expectSubmit({"--wait"}, "12\n",
+               line(1, "succeeded") + line(2, "succeeded") + "2 tasks: 2 succeeded\n", "exit 0");
+  EXPECT_EQ(engine_.calls("squeue").size(), 3U);
+}
+
+TEST_F(SubmitAndWait, AsksTheAccountsForWhatTheQueueHasForgotten) {
+  write(quietJob(3));
+  engine_.reply("squeue", 1,
+                element(1, "COMPLETED") + element(2, "RUNNING") + element(3, "RUNNING"));
+  engine_.reply("squeue", 2, element(3, "RUNNING"));
+  engine_.reply("squeue", "echo 'slurm_load_jobs error: Invalid job id specified' >&2; exit 1");
+  engine_.reply("sacct", 1, "printf '12_1|FAILED|1:0\\n12_2|FAILED|0:6\\n12_3|COMPLETED|0:0\\n'");
+  engine_.reply("sacct", 2, "echo '12_3|FAILED|2:0'");
+  expectSubmit({"--wait"}, "12\n",
+               line(1, "succeeded") + line(2, "killed by signal 6 (Aborted)", "job-2.log") +
+                   line(3, "failed with exit code 2", "job-3.log") +
+                   "3 tasks: 1 succeeded, 1 failed (3), 1 killed (2)\n",
+               "exit 1");
+  EXPECT_EQ(engine_.calls("sacct"), (Calls{accountsOf12, accountsOf12}));
+}
+
+TEST_F(SubmitAndWait, GivesUpOnTasksThatAreNotKnownAnyMore) {
+  write(quietJob(2));
+  engine_.reply("squeue", element(2, "COMPLETED"));
+  engine_.reply("squeue", 2, element(1, "RUNNING"));
+  engine_.reply("sacct", "echo 'Slurm accounting storage is disabled' >&2; exit 1");
+  expectSubmit({"--wait"}, "12\n",
+               line(1, "unknown", "job-1.log") + line(2, "succeeded") +
+                   "2 tasks: 1 succeeded, 1 unknown (1)\n",
+               "exit 1");
+  EXPECT_EQ(engine_.calls("squeue").size(), 5U);
+}
+
+TEST_F(SubmitAndWait, NeedsNoAccounts) {
+  write(quietJob(1));
+  engine_.remove("sacct");
+  expectSubmit({"--wait"}, "12\n", line(1, "unknown", "job-1.log") + "1 task: 1 unknown (1)\n",
+               "exit 1");
+}
+
+TEST_F(SubmitAndWait, GoesOnWhereTheEngineDoesNotAnswer) {
+  write(quietJob(1));
+  engine_.reply("squeue", 1, "echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
+  engine_.reply("squeue", 2, "kill -9 $$");
+  engine_.reply("squeue", element(1, "COMPLETED"));
+  expectSubmit({"--wait"}, "12\n",
+               "runlet-job: submit: no answer, waiting goes on: slurm_load_jobs error: Unable to "
+               "contact\n" +
+                   line(1, "succeeded") + "1 task: 1 succeeded\n",
+               "exit 0");
+}
+
+TEST_F(SubmitAndWait, GoesOnWhereTheAccountsDoNotAnswer) {
+  write(quietJob(1));
+  engine_.reply("sacct", "exit 1");
+  engine_.reply("sacct", 4, "echo '12_1|COMPLETED|0:0'");
+  expectSubmit({"--wait"}, "12\n",
+               "runlet-job: submit: no answer, waiting goes on: sacct failed with exit code 1\n" +
+                   line(1, "succeeded") + "1 task: 1 succeeded\n",
+               "exit 0");
+}
+
+TEST_F(SubmitAndWait, AsksForAllArraysOfTheirClusterAtOnce) {
+  write(quietJob(12));
+  engine_.reply("scontrol", "echo 'MaxArraySize = 11'");
+  engine_.reply("sbatch", "echo '12;lab'");
+  engine_.reply("sbatch", 2, "echo '14;lab'");
+  std::string states;
+  for (int i = 8; i <= 9; ++i) states += element(i, "COMPLETED");
+  engine_.reply("squeue",
+                states + "echo 14 0 FAILED 256; echo 14 1 COMPLETED 0; echo 15 2 FAILED 256");
+  engine_.reply("sacct", "echo '14_2|COMPLETED|0:0'");
+  expectSubmit({"--wait", "-s", "8", "-n", "5"}, "12\n14\n",
+               line(8, "succeeded") + line(9, "succeeded") +
+                   line(10, "failed with exit code 1", "job-10.log") + line(11, "succeeded") +
+                   line(12, "succeeded") + "5 tasks: 4 succeeded, 1 failed (10)\n",
+               "exit 1");
+  std::vector<std::string> asking = askingOf12;
+  asking[4] = "12,14";
+  asking.emplace_back("--clusters=lab");
+  std::vector<std::string> accounts = accountsOf12;
+  accounts[4] = "12,14";
+  accounts.emplace_back("--clusters=lab");
+  EXPECT_EQ(engine_.calls("squeue"), Calls{asking});
+  EXPECT_EQ(engine_.calls("sacct"), Calls{accounts});
+}
+
+TEST_F(SubmitAndWait, KeepsVariablesThatLeaveSomethingOut) {
+  write(quietJob(1));
+  engine_.reply("squeue", "[ -z \"$SQUEUE_USERS$SQUEUE_SORT\" ] || exit 1");
+  engine_.reply("sacct",
+                "[ -z \"$SACCT_FORMAT\" ] && [ \"$SLURM_BITSTR_LEN$SLURM_CONF\" = 0x ] && "
+                "echo '12_1|COMPLETED|0:0'");
+  ProcessOptions options = submit({"--wait"});
+  options.environment.insert(options.environment.end(), {{"SQUEUE_USERS", "nobody"},
+                                                         {"SQUEUE_SORT", "x"},
+                                                         {"SACCT_FORMAT", "User"},
+                                                         {"SLURM_CONF", "x"},
+                                                         {"SLURM_BITSTR_LEN", "64"}});
+  expectTool(runProcess(options), "12\n",
+             withWarning(line(1, "succeeded") + "1 task: 1 succeeded\n"), "exit 0");
+}
+
+TEST_F(SubmitAndWait, TellsTheTasksOfAChunkApart) {
+  write(quietJob(9).set("LogFolder", "logs"));
+  folder_.makeFolder("logs");
+  const std::string failing =
+      "task 1: failed with exit code 7: x\n  log: x\ntask 2: succeeded: x\ntask 7: timed out: x\n";
+  for (const char* number : {"0", "1", "2", "3", "4"}) {
+    folder_.write(std::string("logs/job-chunk-") + number + ".log",
+                  "task 3: succeeded: x\ntask 4: succeeded: x\n" + failing);
+  }
+  engine_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 256) +
+                              element(2, "COMPLETED") + element(3, "CANCELLED") +
+                              element(4, "NODE_FAIL"));
+  expectSubmit({"--wait", "--chunk", "2"}, "12\n",
+               line(1, "failed with exit code 7", "logs/job-1.log") + line(2, "succeeded") +
+                   line(3, "failed with exit code 1", "logs/job-3.log") +
+                   line(4, "failed with exit code 1", "logs/job-4.log") + line(5, "succeeded") +
+                   line(6, "succeeded") + line(7, "cancelled", "logs/job-7.log") +
+                   line(8, "cancelled", "logs/job-8.log") + line(9, "node_fail", "logs/job-9.log") +
+                   "9 tasks: 3 succeeded, 3 failed (1, 3-4), 2 cancelled (7-8), "
+                   "1 node_fail (9)\n",
+               "exit 1");
+}
+
+// Where the element was ended the log names those tasks that were done.
+TEST_F(SubmitAndWait, TakesTheElementsEndForTasksThatItsLogDoesNotName) {
+  write(quietJob(7));
+  folder_.write("job-chunk-0.log", "task 1: succeeded: x\n");
+  folder_.write("job-chunk-1.log", "task 4: succeeded: x\n");
+  folder_.makeFolder("job-chunk-2.log");
+  engine_.reply("squeue", element(0, "TIMEOUT") + element(1, "FAILED", 9) + element(2, "TIMEOUT"));
+  expectSubmit(
+      {"--wait", "--chunk", "3"}, "12\n",
+      line(1, "succeeded") + line(2, "timed out", "job-2.log") + line(3, "timed out", "job-3.log") +
+          line(4, "succeeded") + line(5, "killed by signal 9 (Killed)", "job-5.log") +
+          line(6, "killed by signal 9 (Killed)", "job-6.log") + line(7, "timed out", "job-7.log") +
+          "7 tasks: 2 succeeded, 2 killed (5-6), 3 timed out (2-3, 7)\n",
+      "exit 1");
+}
+
+TEST_F(SubmitAndWait, LeavesTheTasksAloneWhenItIsInterrupted) {
+  write(quietJob(12));
+  engine_.reply("scontrol", "echo 'MaxArraySize = 11'");
+  for (const int second : {2, 4, 6}) engine_.reply("sbatch", second, "echo 14");
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    engine_.reply("squeue", "kill -" + std::to_string(signal) + " $PPID");
+    const ProcessResult result = run({"--wait"});
+    EXPECT_EQ(result.error,
+              withWarning("runlet-job: submit: the tasks go on; to stop them: scancel 12 14\n"));
+    EXPECT_EQ(describeStatus(result.waitStatus), "signal " + std::to_string(signal));
+  }
+  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+}
+
+TEST_F(SubmitAndWait, IsNotInterruptedByASignalThatItWasStartedToIgnore) {
+  write(quietJob(1));
+  engine_.reply("squeue", "kill -HUP $PPID\n" + element(1, "COMPLETED"));
+  ProcessOptions options = submit({"--wait"});
+  options.prepare = [] { std::signal(SIGHUP, SIG_IGN); };
+  expectTool(runProcess(options), "12\n",
+             withWarning(line(1, "succeeded") + "1 task: 1 succeeded\n"), "exit 0");
+}
+
+TEST_F(SubmitAndWait, HasTheIdWrittenBeforeItWaits) {
+  write(quietJob(1));
+  engine_.reply("squeue", "until [ -e '" + folder_.file("done") +
+                              "' ]; do /bin/sleep 0.01; done\n" + element(1, "COMPLETED"));
+  Process process(submit({"--wait"}));
+  EXPECT_TRUE(process.readUntil("12\n"));
+  folder_.write("done", "");
+  EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 0");
+}
+
+TEST_F(SubmitAndWait, ShowsABarOnATerminalAndWipesItAway) {
+  write(quietJob(2));
+  engine_.reply("squeue", 1, "exit 1");
+  engine_.reply("squeue", element(1, "COMPLETED") + element(2, "RUNNING"));
+  engine_.reply("squeue", 5, element(1, "COMPLETED") + element(2, "COMPLETED"));
+  const Terminal terminal;
+  ProcessOptions options = submit({"--wait"});
+  options.prepare = [&] { openAs(STDERR_FILENO, terminal.name(), O_WRONLY | O_NOCTTY); };
+  EXPECT_EQ(describeStatus(runProcess(options).waitStatus), "exit 0");
+  const std::string text = terminal.written();
+  EXPECT_NE(text.find("\r\033[Krunlet-job: submit: no answer"), std::string::npos) << text;
+  EXPECT_NE(text.find("\rwaiting [####################                    ] 50%"),
+            std::string::npos);
+  EXPECT_NE(text.find("%\r\033[Ktask 1: succeeded"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace runlet_test
