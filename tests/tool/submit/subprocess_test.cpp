@@ -72,6 +72,7 @@ TEST(Subprocess, HasNoOtherDescriptor) {
 
 TEST(Subprocess, TellsItsEndAlsoWhereTheEndsOfProcessesAreIgnored) {
   expectInChild([] {
+    for (int signal = 1; signal < NSIG; ++signal) std::signal(signal, SIG_DFL);
     std::signal(SIGCHLD, SIG_IGN);
     const ProgramResult result = shell("grep SigIgn /proc/self/status; exit 3");
     return result.output == "SigIgn:\t0000000000000000\n" && WEXITSTATUS(result.waitStatus) == 3 &&
