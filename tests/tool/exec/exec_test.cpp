@@ -35,6 +35,25 @@ TEST_F(ExecProcess, IsTheTaskItself) {
   EXPECT_EQ(lines["parent"], Strings{std::to_string(getpid())});
 }
 
+// Of which here the starter is the leader, so that it could be left.
+TEST_F(ExecProcess, StaysInTheProcessGroupAndSession) {
+  Job job;
+  job.arguments = probe();
+  write(job);
+  ProcessOptions options = exec(task());
+  Strings words = {"/bin/sh", "-c", "\"$@\"; exit $?", "sh"};
+  words.insert(words.end(), options.arguments.begin(), options.arguments.end());
+  options.arguments = words;
+  const ProcessResult result = runProcess(options);
+  expectBecame(result, probe(), folder());
+  const Strings starter = {std::to_string(result.pid)};
+  Report lines = report();
+  EXPECT_NE(lines["pid"], starter);
+  EXPECT_EQ(lines["parent"], starter);
+  EXPECT_EQ(lines["group"], starter);
+  EXPECT_EQ(lines["session"], starter);
+}
+
 TEST_F(ExecProcess, IsTheOneTaskOfItsNumber) {
   Job job;
   job.arguments = "/bin/mkdir %jp1-%3tn-%tp2";
