@@ -1,7 +1,6 @@
 #include "tool/submit/array_plan.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "tool/text/format.h"
 #include "tool/text/task_numbers.h"
@@ -35,18 +34,30 @@ std::string padded(std::int64_t number, int digits) {
   return withoutLineEnd("%0*lld", digits, static_cast<long long>(number));
 }
 
-// Two arrays for one whose elements, for want of neighbours, take too long a text.
-void appendInHalves(ArrayPart part, std::vector<ArrayPart>* parts) {
-  if (elementsText(part.elements).size() <= longestElements) {
-    parts->push_back(std::move(part));
-    return;
+// How much longer the text gets with one more element. The beginning and the end of a range count;
+// that an end may have a digit more than when it was counted is what the limit has room for.
+std::size_t lengthOf(std::int32_t element, const std::vector<std::int32_t>& elements) {
+  const std::size_t count = elements.size();
+  const bool isInRange =
+      count >= 2 && elements[count - 1] == element - 1 && elements[count - 2] == element - 2;
+  return isInRange ? 0 : static_cast<std::size_t>(digitsOf(element)) + 1;
+}
+
+// As several arrays where the elements, for want of neighbours, take too long a text.
+void appendFitting(const ArrayPart& part, std::vector<ArrayPart>* parts) {
+  ArrayPart fitting = part;
+  fitting.elements.clear();
+  std::size_t length = 0;
+  for (const std::int32_t element : part.elements) {
+    length += lengthOf(element, fitting.elements);
+    if (length > longestElements) {
+      parts->push_back(fitting);
+      fitting.elements.clear();
+      length = lengthOf(element, fitting.elements);
+    }
+    fitting.elements.push_back(element);
   }
-  ArrayPart second = part;
-  const auto half = static_cast<std::ptrdiff_t>(part.elements.size() / 2);
-  part.elements.erase(part.elements.begin() + half, part.elements.end());
-  second.elements.erase(second.elements.begin(), second.elements.begin() + half);
-  appendInHalves(std::move(part), parts);
-  appendInHalves(std::move(second), parts);
+  parts->push_back(fitting);
 }
 
 // What has a number in the names of logs: a task, or a chunk.
@@ -106,7 +117,8 @@ std::vector<ArrayPart> cut(const Units& units, const ArrayLayout& layout,
 }  // namespace
 
 TaskSpan tasksOf(const ArrayLayout& layout, std::int32_t element) {
-  const std::int64_t first = layout.base + std::int64_t{element} * layout.chunk;
+  const std::int64_t offset = std::int64_t{element} * layout.chunk;
+  const std::int64_t first = layout.base + offset;
   return {first, std::min<std::int64_t>(first + layout.chunk - 1, layout.last)};
 }
 
@@ -120,8 +132,8 @@ std::vector<ArrayPart> planArrays(const std::vector<std::int32_t>& tasks, std::s
                                   std::int32_t chunk, std::int64_t maxArraySize) {
   const ArrayLayout layout = {0, chunk, tasks.back()};
   std::vector<ArrayPart> parts;
-  for (ArrayPart& part : cut(unitsOf(tasks, taskCount, chunk), layout, maxArraySize)) {
-    appendInHalves(std::move(part), &parts);
+  for (const ArrayPart& part : cut(unitsOf(tasks, taskCount, chunk), layout, maxArraySize)) {
+    appendFitting(part, &parts);
   }
   return parts;
 }

@@ -18,7 +18,8 @@ namespace {
 std::string readAsTaskUser(const Batch& batch, const std::string& path) {
   const AsTaskUser user(batch.context);
   std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) return "";  // reading others might not end
+  // Reading what is no regular file might not end.
+  if (!user.isTaken() || !std::filesystem::is_regular_file(path, error)) return "";
   std::ostringstream text;
   text << std::ifstream(path).rdbuf();
   return text.str();

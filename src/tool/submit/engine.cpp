@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -32,10 +33,9 @@ constexpr Unwanted unwanted[] = {{"sbatch", "SBATCH_WAIT="},
 constexpr char withAllElements[] = "SLURM_BITSTR_LEN=0";
 
 bool isWanted(std::string_view variable, std::string_view program) {
-  for (const Unwanted& row : unwanted) {
-    if (row.program == program && variable.starts_with(row.beginning)) return false;
-  }
-  return true;
+  return std::none_of(std::begin(unwanted), std::end(unwanted), [=](const Unwanted& row) {
+    return row.program == program && variable.starts_with(row.beginning);
+  });
 }
 
 Words environmentFor(std::string_view program) {
@@ -140,7 +140,7 @@ std::optional<ArrayId> submitArray(const Words& arguments, const std::string& sc
                                : "sbatch " + describe(endOfStatus(result.waitStatus)));
     return std::nullopt;
   }
-  const std::optional<ArrayId> array = readReply(result.output);
+  std::optional<ArrayId> array = readReply(result.output);
   if (!array) {
     std::string text = "sbatch has told no id, but";
     appendShellWord(result.output, &text);

@@ -92,7 +92,7 @@ int waitStatusOf(std::string_view text) {
 }
 
 // "4", "[4]", "[1,4-6%2]": elements that have not been started are told together. Adds them.
-void addElements(std::string_view text, const std::string& array, std::optional<TaskEnd> end,
+void addElements(std::string_view text, const std::string& array, const std::optional<TaskEnd>& end,
                  ElementStates* states) {
   if (text.starts_with('[')) text.remove_prefix(1);
   text = text.substr(0, text.find_first_of("]%"));

@@ -31,6 +31,7 @@ std::vector<ArrayId> inOrder(std::vector<std::string> ids) {
   });
   ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
   std::vector<ArrayId> arrays;
+  arrays.reserve(ids.size());
   for (const std::string& id : ids) arrays.push_back({id, ""});
   return arrays;
 }

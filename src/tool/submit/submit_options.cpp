@@ -23,7 +23,8 @@ bool isOurLongName(std::string_view name) {
 bool isOurs(std::string_view option) {
   if (option.starts_with("--")) return isOurLongName(option.substr(2, option.find('=') - 2));
   const std::size_t place = option.find_first_not_of(flags, 1);
-  return place != std::string_view::npos && shortNames.find(option[place]) != shortNames.npos;
+  return place != std::string_view::npos &&
+         shortNames.find(option[place]) != std::string_view::npos;
 }
 
 }  // namespace

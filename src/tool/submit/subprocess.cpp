@@ -80,6 +80,7 @@ class ChildSignal {
 // In the form that execve has them in: `texts` must stay as it is.
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
   pointers.push_back(nullptr);
   return pointers;
@@ -94,7 +95,10 @@ int start(const std::vector<std::string>& arguments, const std::vector<std::stri
 
 int waitFor(pid_t pid) {
   int status = 0;
-  while (waitpid(pid, &status, 0) == -1 && errno == EINTR) continue;
+  pid_t ended = -1;
+  do {
+    ended = waitpid(pid, &status, 0);
+  } while (ended == -1 && errno == EINTR);
   return status;
 }
 

@@ -42,6 +42,7 @@ WatchedElements watchedOf(const std::vector<SubmittedArray>& arrays) {
 
 std::vector<ArrayId> idsOf(const std::vector<SubmittedArray>& arrays) {
   std::vector<ArrayId> ids;
+  ids.reserve(arrays.size());
   for (const SubmittedArray& array : arrays) ids.push_back(array.id);
   return ids;
 }

@@ -23,13 +23,13 @@ TEST(ArrayComment, IsReadAsItWasWritten) {
 
 TEST(ArrayComment, IsOnlyTakenForOneInItsForm) {
   for (const char* text :
-       {"", "runlet-job", "runlet-job:", "runlet-job:0:1:3:3",
-        "runlet-job:0:1:3:3:", "runlet-job:0:1:3:3:0123456789abcde",
-        "Runlet-job:0:1:3:3:0123456789abcdef", " runlet-job:0:1:3:3:0123456789abcdef",
-        "runlet-job:0:1:3:0123456789abcdef", "runlet-job::1:3:3:0123456789abcdef",
-        "runlet-job:-1:1:3:3:0123456789abcdef", "runlet-job:0:0:3:3:0123456789abcdef",
-        "runlet-job:0:-1:3:3:0123456789abcdef", "runlet-job:0:1:x:3:0123456789abcdef",
-        "runlet-job:0:1:3x:3:0123456789abcdef", "runlet-job:2147483648:1:3:3:0123456789abcdef",
+       {"", "runlet-job", "runlet-job:", "runlet-job:0:1:3:3", "runlet-job:0:1:3:3:",
+        "runlet-job:0:1:3:3:0123456789abcde", "Runlet-job:0:1:3:3:0123456789abcdef",
+        " runlet-job:0:1:3:3:0123456789abcdef", "runlet-job:0:1:3:0123456789abcdef",
+        "runlet-job::1:3:3:0123456789abcdef", "runlet-job:-1:1:3:3:0123456789abcdef",
+        "runlet-job:0:0:3:3:0123456789abcdef", "runlet-job:0:-1:3:3:0123456789abcdef",
+        "runlet-job:0:1:x:3:0123456789abcdef", "runlet-job:0:1:3x:3:0123456789abcdef",
+        "runlet-job:0:1:3:3x0123456789abcdef", "runlet-job:2147483648:1:3:3:0123456789abcdef",
         "runlet-job:0:1:3:99999999999999999999:0123456789abcdef", "(null)"}) {
     EXPECT_FALSE(readComment(text)) << text;
   }

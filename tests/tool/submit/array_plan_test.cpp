@@ -148,6 +148,17 @@ TEST(ArrayPlan, CutsAnArrayWhoseElementsTakeTooLongAText) {
   EXPECT_EQ(parts.size(), 4U);
 }
 
+TEST(ArrayPlan, CountsARangeOnce) {
+  Numbers numbers;
+  for (std::int32_t i = 1000; i < 9000; i += 10) {
+    for (std::int32_t j = 0; j < 7; ++j) numbers.push_back(i + j);
+  }
+  const std::vector<ArrayPart> parts = planArrays(numbers, 9000, 1, 10000);
+  ASSERT_EQ(parts.size(), 2U);
+  EXPECT_EQ(elementsText(parts[0].elements).size(), 3999U);
+  EXPECT_EQ(parts[0].elements.back(), 4996);
+}
+
 struct SpanCase {
   ArrayLayout layout;
   std::int32_t element;
