@@ -3,9 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
+#include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "job.h"
@@ -13,10 +14,6 @@
 #include "temp_folder.h"
 
 namespace runlet_test {
-
-extern const std::string toolPath;
-extern const std::string probePath;
-extern const std::string farmTaskPath;
 
 // An array's element as the engine knows it: "FAILED", "3:0", "n2".
 struct Element {
@@ -44,13 +41,20 @@ class FarmTest : public testing::Test {
   // A job of `count` tasks, which each add a line with the node and the task's number to a file of
   // their own. `orders` are for farm_task before that.
   Job reportingJob(int count, const std::string& orders = "") const;
+  // The command of the task with that number.
+  std::string reportingCommand(const std::string& task, const std::string& orders = "") const;
+
+  // The same, but the tasks `failing` end with 4 unless there is a file "mended".
+  Job mendableJob(int count, const std::set<int>& failing) const;
+  void mend() const;
 
   // The lines of the task's file, each without the node.
   Lines reportsOf(int task) const;
   // The nodes in the files of all tasks, each once, in order.
   Lines nodesOfReports(int count) const;
-  // Asserts that each of the job's tasks has reported once.
-  void expectEachReportedOnce(int count) const;
+  // Asserts that each of the tasks 1 .. `count` has reported once, apart from `missing`, which have
+  // not at all.
+  void expectEachReportedOnce(int count, const std::set<int>& missing = {}) const;
 
   void write(const Job& job) const;
 
@@ -90,7 +94,11 @@ class FarmTest : public testing::Test {
     return folder_.path();
   }
 
-  std::string clusterFolder_;
+  const std::string cluster_;  // its folder
+  // Programs where every user may run them
+  const std::string tool_;
+  const std::string probe_;
+  const std::string farmTask_;
   TempFolder folder_;
   std::string jobFile_ = folder_.file("job.xml");
 };
@@ -103,13 +111,9 @@ class NarrowFarmTest : public FarmTest {
 };
 
 // Tries again and again until `holds` yields true. False when that takes longer than a minute.
-template <typename Condition>
-bool eventually(const Condition& holds);
+bool eventually(const std::function<bool()>& holds);
 
 // The line that announces a command.
 std::string calling(const std::string& command, const std::string& folder);
-
-// A text `count` times.
-std::string repeated(const std::string& text, int count);
 
 }  // namespace runlet_test

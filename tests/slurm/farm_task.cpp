@@ -3,7 +3,7 @@
 //   await:FILE   goes on once the file exists, or after a minute
 //   need:FILE    ends with 4 if there is no such file
 //   sleep:MS     does nothing for so many milliseconds
-//   report:FILE  adds a line to the file: the node, and all arguments behind this one
+//   report:FILE  adds a line to the file: the node, and all arguments
 //   out:TEXT     a line on standard output; err:TEXT on standard error
 //   exit:CODE    ends; kill:SIGNAL ends by the signal
 
@@ -30,10 +30,10 @@ void awaitFile(const char* path) {
   for (int tries = 0; tries < 6000 && !exists(path); ++tries) usleep(10000);
 }
 
-void report(const char* path, char** rest) {
+void report(const char* path, char** arguments) {
   const char* node = std::getenv("SLURMD_NODENAME");
   std::string line = node == nullptr ? "no node" : node;
-  for (; *rest != nullptr; ++rest) line.append(" ").append(*rest);
+  for (; *arguments != nullptr; ++arguments) line.append(" ").append(*arguments);
   const int file = open(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
   if (file == -1) _exit(97);
   put(file, line + "\n");
@@ -50,14 +50,13 @@ int number(const char* text) {
   return static_cast<int>(std::strtol(text, nullptr, 10));
 }
 
-void obey(char** orders) {
-  const char* order = *orders;
+void obey(const char* order, char** all) {
   if (const char* path = behind("await:", order)) awaitFile(path);
   if (const char* path = behind("need:", order)) {
     if (!exists(path)) _exit(4);
   }
   if (const char* time = behind("sleep:", order)) usleep(static_cast<unsigned>(number(time)) * 1000);
-  if (const char* path = behind("report:", order)) report(path, orders + 1);
+  if (const char* path = behind("report:", order)) report(path, all);
   if (const char* text = behind("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
   if (const char* text = behind("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
   if (const char* code = behind("exit:", order)) _exit(number(code));
@@ -67,6 +66,6 @@ void obey(char** orders) {
 }  // namespace
 
 int main(int, char* argv[]) {
-  for (char** order = argv + 1; *order != nullptr; ++order) obey(order);
+  for (char** order = argv + 1; *order != nullptr; ++order) obey(*order, argv + 1);
   return 0;
 }

@@ -1,0 +1,46 @@
+// Whole arrays on several nodes.
+
+#include "farm.h"
+
+namespace runlet_test {
+namespace {
+
+using Array = FarmTest;
+
+std::string padded(int task) {
+  const std::string digits = std::to_string(task);
+  return std::string(3 - digits.size(), '0') + digits;
+}
+
+TEST_F(Array, RunsEachOfItsTasksOnceOnAllNodes) {
+  write(reportingJob(200));
+  const std::string id = submittedOne();
+  awaitEnd(id);
+  const std::map<int, Element> elements = elementsOf(id);
+  EXPECT_EQ(elements.size(), 200U);
+  for (const auto& [index, element] : elements) {
+    EXPECT_EQ(element.state + " " + element.exitCode, "COMPLETED 0:0") << index;
+  }
+  expectEachReportedOnce(200);
+  EXPECT_EQ(nodesOfReports(200), (Lines{"n1", "n2", "n3", "n4"}));
+  for (int task = 1; task <= 200; ++task) {
+    EXPECT_EQ(log("job-" + padded(task) + ".log"), calling(reportingCommand(std::to_string(task)), folder()));
+  }
+}
+
+TEST_F(Array, IsWaitedForAndToldOf) {
+  write(reportingJob(40));
+  const ProcessResult result = submit({"--wait"});
+  EXPECT_EQ(queue(), "");
+  EXPECT_EQ(result.output, linesOf(result.output)[0] + "\n");
+  std::string summary;
+  for (int task = 1; task <= 40; ++task) {
+    summary += "task " + std::to_string(task) + ": succeeded: " + reportingCommand(std::to_string(task)) + "\n";
+  }
+  EXPECT_EQ(result.error, summary + "40 tasks: 40 succeeded\n");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+  expectEachReportedOnce(40);
+}
+
+}  // namespace
+}  // namespace runlet_test

@@ -1,0 +1,33 @@
+// An array that is cancelled while it is waited for.
+
+#include "farm.h"
+
+namespace runlet_test {
+namespace {
+
+using Cancelling = FarmTest;
+
+TEST_F(Cancelling, IsToldOfEveryTaskThatHadNotEnded) {
+  Job job = jobOf({farmTask_});
+  job.tasks.resize(20, farmTask_ + " await:never");
+  write(job);
+  Process waiting(submission({"--wait"}));
+  ASSERT_TRUE(waiting.readUntil("\n"));
+  const std::string id = linesOf(waiting.output())[0];
+  EXPECT_TRUE(eventually([&] {
+    const std::map<int, Element> elements = elementsOf(id);
+    return elements.size() >= 17 && elements.at(1).state == "COMPLETED";
+  }));
+  ask({"/usr/bin/scancel", id});
+  const ProcessResult result = waiting.finish();
+  std::string summary = "task 1: succeeded: " + farmTask_ + "\n";
+  for (int task = 2; task <= 20; ++task) {
+    summary += "task " + std::to_string(task) + ": cancelled: " + farmTask_ + " await:never\n";
+  }
+  EXPECT_EQ(result.error, summary + "20 tasks: 1 succeeded, 19 cancelled (2-20)\nLogs: " +
+                              folder_.file("job-*.log") + "\n");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
+}
+
+}  // namespace
+}  // namespace runlet_test

@@ -1,0 +1,187 @@
+// Submitting again what failed.
+
+#include "farm.h"
+
+namespace runlet_test {
+namespace {
+
+class FailedOf : public FarmTest {
+ protected:
+  // Submits the job and waits for its end.
+  std::string done(const std::vector<std::string>& arguments = {}) const {
+    const std::string id = submittedOne(arguments);
+    awaitEnd(id);
+    return id;
+  }
+};
+
+TEST_F(FailedOf, AnArrayRunsWhatFailedAndNothingElse) {
+  write(mendableJob(12, {2, 7, 11}));
+  const std::string first = done();
+  expectEachReportedOnce(12, {2, 7, 11});
+  mend();
+  const std::string second = done({"--failed-of", first});
+  expectEachReportedOnce(12);
+  const std::map<int, Element> elements = elementsOf(second);
+  EXPECT_EQ(elements.size(), 3U);
+  for (const int task : {2, 7, 11}) EXPECT_TRUE(elements.contains(task)) << task;
+}
+
+TEST_F(FailedOf, ANewArrayOfThatKindIsAnArrayLikeOthers) {
+  write(mendableJob(5, {2, 4}));
+  const std::string second = done({"--failed-of", done()});
+  EXPECT_EQ(elementsOf(second).size(), 2U);
+  mend();
+  const std::string third = done({"--failed-of", second});
+  EXPECT_EQ(elementsOf(third).size(), 2U);
+  expectEachReportedOnce(5);
+}
+
+TEST_F(FailedOf, SeveralArraysIsOneList) {
+  write(mendableJob(9, {1, 5, 9}));
+  const std::string front = done({"-s", "1", "-n", "4"});
+  const std::string back = done({"-s", "5", "-n", "5"});
+  mend();
+  EXPECT_EQ(elementsOf(done({"--failed-of", front, "--failed-of", back})).size(), 3U);
+  expectEachReportedOnce(9);
+}
+
+TEST_F(FailedOf, AnArrayThatWasCancelledRunsTheRest) {
+  write(reportingJob(20, "await:mended"));
+  const std::string first = submittedOne();
+  EXPECT_TRUE(eventually([&] { return elementsOf(first).size() >= 16; }));
+  ask({"/usr/bin/scancel", first});
+  awaitEnd(first);
+  mend();
+  done({"--failed-of", first});
+  expectEachReportedOnce(20);
+}
+
+TEST_F(FailedOf, AnArrayWithoutFailuresSubmitsNothing) {
+  write(reportingJob(3));
+  const std::string first = done();
+  const std::string next = nextJobId();
+  const ProcessResult result = submit({"--failed-of", first});
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.error, "runlet-job: submit: no task of " + first + " failed\n");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+  EXPECT_EQ(nextJobId(), next);
+}
+
+TEST_F(FailedOf, AnotherJobFileIsRefused) {
+  write(mendableJob(3, {2}));
+  const std::string first = done();
+  folder_.write("other.xml", mendableJob(3, {2}).text());
+  const std::string next = nextJobId();
+  const ProcessResult result =
+      runProcess(program({tool_, "submit", folder_.file("other.xml"), "--failed-of", first}));
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.error, "");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+  EXPECT_EQ(nextJobId(), next);
+}
+
+TEST_F(FailedOf, AnArrayThatIsUnknownIsRefused) {
+  write(reportingJob(3));
+  const ProcessResult result = submit({"--failed-of", "987654"});
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.error, "");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+}
+
+TEST_F(FailedOf, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
+  Job job = mendableJob(4, {2});
+  job.arguments = farmTask_ + " %tp2 need:%tp1 report:out-%tn %tn";
+  for (std::string& task : job.tasks) task += "\tsleep:0";
+  job.tasks[3] = ".\tawait:mended";
+  write(job);
+  const std::string first = submittedOne();
+  EXPECT_TRUE(eventually([&] { return elementsOf(first)[2].state == "FAILED" &&
+                                      elementsOf(first)[3].state == "COMPLETED"; }));
+  const std::string second = submittedOne({"--failed-of", first}, "");
+  awaitEnd(second);
+  EXPECT_EQ(elementsOf(second).size(), 1U);
+  mend();
+  awaitEnd(first);
+}
+
+// Arrays of at most 100 elements.
+class Split : public NarrowFarmTest {
+ protected:
+  Lines done(const std::vector<std::string>& arguments = {}) const {
+    const Lines ids = submitted(arguments);
+    for (const std::string& id : ids) awaitEnd(id);
+    return ids;
+  }
+};
+
+TEST_F(Split, ArraysRunEachTaskOnce) {
+  write(reportingJob(250));
+  const Lines ids = done();
+  EXPECT_EQ(ids.size(), 3U);
+  expectEachReportedOnce(250);
+  for (int task = 1; task <= 250; ++task) {
+    const std::string digits = std::to_string(task);
+    const std::string name = "job-" + std::string(3 - digits.size(), '0') + digits + ".log";
+    EXPECT_EQ(log(name), calling(reportingCommand(digits), folder())) << name;
+  }
+}
+
+TEST_F(Split, ArraysAreAskedForTheirFailuresTogether) {
+  const std::set<int> failing = {1, 99, 100, 101, 200, 250};
+  write(mendableJob(250, failing));
+  const Lines first = done();
+  expectEachReportedOnce(250, failing);
+  mend();
+  std::vector<std::string> arguments;
+  for (const std::string& id : first) {
+    arguments.emplace_back("--failed-of");
+    arguments.push_back(id);
+  }
+  std::size_t again = 0;
+  for (const std::string& id : done(arguments)) again += elementsOf(id).size();
+  EXPECT_EQ(again, failing.size());
+  expectEachReportedOnce(250);
+}
+
+TEST_F(Split, ArraysAreWaitedForTogether) {
+  write(mendableJob(120, {7, 110}));
+  const ProcessResult result = submit({"--wait"});
+  EXPECT_EQ(linesOf(result.output).size(), 2U);
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
+  const Lines summary = linesOf(result.error);
+  ASSERT_EQ(summary.size(), 122U);
+  EXPECT_EQ(summary[6], "task 7: failed with exit code 4: " + reportingCommand("7", "need:mended"));
+  EXPECT_EQ(summary[109],
+            "task 110: failed with exit code 4: " + reportingCommand("110", "need:mended"));
+  EXPECT_EQ(summary[120], "120 tasks: 118 succeeded, 2 failed (7, 110)");
+}
+
+using Chunks = FarmTest;
+
+TEST_F(Chunks, RunEachTaskOnceAndNameTheOneThatFails) {
+  write(mendableJob(25, {13}));
+  const ProcessResult result = submit({"--chunk", "10", "--wait"});
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
+  EXPECT_EQ(elementsOf(linesOf(result.output)[0]).size(), 3U);
+  expectEachReportedOnce(25, {13});
+  const Lines summary = linesOf(result.error);
+  ASSERT_EQ(summary.size(), 27U) << result.error;
+  EXPECT_EQ(summary[11], "task 12: succeeded: " + reportingCommand("12", "need:."));
+  EXPECT_EQ(summary[12], "task 13: failed with exit code 4: " + reportingCommand("13", "need:mended"));
+  EXPECT_EQ(summary[13], "task 14: succeeded: " + reportingCommand("14", "need:."));
+  EXPECT_EQ(summary[25], "25 tasks: 24 succeeded, 1 failed (13)");
+  EXPECT_EQ(log("job-13.log"), calling(reportingCommand("13", "need:mended"), folder()));
+  for (const char* chunk : {"job-chunk-0.log", "job-chunk-1.log", "job-chunk-2.log"}) {
+    EXPECT_NE(log(chunk), "") << chunk;
+  }
+
+  mend();
+  const Lines again = linesOf(submit({"--failed-of", linesOf(result.output)[0], "--wait"}).output);
+  ASSERT_EQ(again.size(), 1U);
+  EXPECT_EQ(elementsOf(again[0]).size(), 1U);
+  expectEachReportedOnce(25);
+}
+
+}  // namespace
+}  // namespace runlet_test
