@@ -24,7 +24,8 @@ TEST_F(Array, RunsEachOfItsTasksOnceOnAllNodes) {
   expectEachReportedOnce(200);
   EXPECT_EQ(nodesOfReports(200), (Lines{"n1", "n2", "n3", "n4"}));
   for (int task = 1; task <= 200; ++task) {
-    EXPECT_EQ(log("job-" + padded(task) + ".log"), calling(reportingCommand(std::to_string(task)), folder()));
+    EXPECT_EQ(log("job-" + padded(task) + ".log"),
+              calling(reportingCommand(std::to_string(task)), folder()));
   }
 }
 
@@ -35,7 +36,8 @@ TEST_F(Array, IsWaitedForAndToldOf) {
   EXPECT_EQ(result.output, linesOf(result.output)[0] + "\n");
   std::string summary;
   for (int task = 1; task <= 40; ++task) {
-    summary += "task " + std::to_string(task) + ": succeeded: " + reportingCommand(std::to_string(task)) + "\n";
+    summary += "task " + std::to_string(task) +
+               ": succeeded: " + reportingCommand(std::to_string(task)) + "\n";
   }
   EXPECT_EQ(result.error, summary + "40 tasks: 40 succeeded\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");

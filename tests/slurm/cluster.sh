@@ -132,7 +132,7 @@ signalClusters() {
 # stopClusters FOLDER: ends all processes of the clusters in that folder, whatever has ended before.
 stopClusters() {
   signalClusters TERM "$1"
-  await 5 clustersAreGone "$1" && return
+  await 5 clustersAreGone "$1" && return 0  # in a trap, the status would be another
   until clustersAreGone "$1"; do
     signalClusters KILL "$1"
     sleep 0.1

@@ -25,20 +25,25 @@ TEST_F(Ending, OfEveryKindIsSeenByTheEngineAndTold) {
   write(jobOf({task, task + " exit:3", task + " kill:9", task + " kill:11", "./missing -x", plain_,
                "/bin/sh -c \"exit 200\""}));
   const ProcessResult result = submit({"--wait"});
-  EXPECT_EQ(result.error,
-            "task 1: succeeded: " + task + "\ntask 2: failed with exit code 3: " + task +
-                " exit:3\ntask 3: killed by signal 9 (Killed): " + task +
-                " kill:9\ntask 4: killed by signal 11 (Segmentation fault): " + task +
-                " kill:11\ntask 5: failed with exit code 127: ./missing -x\n"
-                "task 6: failed with exit code 126: " +
-                plain_ +
-                "\ntask 7: failed with exit code 200: /bin/sh -c 'exit 200'\n"
-                "7 tasks: 1 succeeded, 4 failed (2, 5-7), 2 killed (3-4)\n" +
-                logsLine(folder_.file("job-*.log")));
+  EXPECT_EQ(result.error, "task 1: succeeded: " + task + "\ntask 2: failed with exit code 3: " +
+                              task + " exit:3\ntask 3: killed by signal 9 (Killed): " + task +
+                              " kill:9\ntask 4: killed by signal 11 (Segmentation fault): " + task +
+                              " kill:11\ntask 5: failed with exit code 127: ./missing -x\n"
+                              "task 6: failed with exit code 126: " +
+                              plain_ +
+                              "\ntask 7: failed with exit code 200: /bin/sh -c 'exit 200'\n"
+                              "7 tasks: 1 succeeded, 4 failed (2, 5-7), 2 killed (3-4)\n" +
+                              logsLine(folder_.file("job-*.log")));
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
 
-  const Lines expected = {"",           "COMPLETED 0:0", "FAILED 3:0",   "FAILED 0:9",
-                          "FAILED 0:11", "FAILED 127:0",  "FAILED 126:0", "FAILED 200:0"};
+  const Lines expected = {"",
+                          "COMPLETED 0:0",
+                          "FAILED 3:0",
+                          "FAILED 0:9",
+                          "FAILED 0:11",
+                          "FAILED 127:0",
+                          "FAILED 126:0",
+                          "FAILED 200:0"};
   const std::map<int, Element> elements = elementsOf(linesOf(result.output)[0]);
   EXPECT_EQ(elements.size(), 7U);
   for (const auto& [index, element] : elements) {
@@ -65,7 +70,8 @@ TEST_F(Ending, WithoutTheRunFolderIsNoneOfTheProgram) {
   write(job);
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(result.error, "task 1: failed with exit code 125: " + farmTask_ +
-                              "\n1 task: 1 failed (1)\n" + logsLine(folder_.file("logs/job-1.log")));
+                              "\n1 task: 1 failed (1)\n" +
+                              logsLine(folder_.file("logs/job-1.log")));
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   EXPECT_EQ(elementsOf(linesOf(result.output)[0]).at(1).exitCode, "125:0");
   const std::string expected = "Runlet adapter: Could not set working folder : '" +

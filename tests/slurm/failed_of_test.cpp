@@ -96,8 +96,9 @@ TEST_F(FailedOf, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
   job.tasks[3] = ".\tawait:mended";
   write(job);
   const std::string first = submittedOne();
-  EXPECT_TRUE(eventually([&] { return elementsOf(first)[2].state == "FAILED" &&
-                                      elementsOf(first)[3].state == "COMPLETED"; }));
+  EXPECT_TRUE(eventually([&] {
+    return elementsOf(first)[2].state == "FAILED" && elementsOf(first)[3].state == "COMPLETED";
+  }));
   const std::string second = submittedOne({"--failed-of", first}, "");
   awaitEnd(second);
   EXPECT_EQ(elementsOf(second).size(), 1U);
@@ -168,7 +169,8 @@ TEST_F(Chunks, RunEachTaskOnceAndNameTheOneThatFails) {
   const Lines summary = linesOf(result.error);
   ASSERT_EQ(summary.size(), 27U) << result.error;
   EXPECT_EQ(summary[11], "task 12: succeeded: " + reportingCommand("12", "need:."));
-  EXPECT_EQ(summary[12], "task 13: failed with exit code 4: " + reportingCommand("13", "need:mended"));
+  EXPECT_EQ(summary[12],
+            "task 13: failed with exit code 4: " + reportingCommand("13", "need:mended"));
   EXPECT_EQ(summary[13], "task 14: succeeded: " + reportingCommand("14", "need:."));
   EXPECT_EQ(summary[25], "25 tasks: 24 succeeded, 1 failed (13)");
   EXPECT_EQ(log("job-13.log"), calling(reportingCommand("13", "need:mended"), folder()));

@@ -44,8 +44,7 @@ FarmTest::FarmTest(const std::string& cluster)
       tool_(clusters() / "bin/runlet-job"),
       probe_(clusters() / "bin/runlet_probe"),
       farmTask_(clusters() / "bin/runlet_farm_task"),
-      folder_(clusters()) {
-}
+      folder_(clusters()) {}
 
 void FarmTest::SetUp() {
   ASSERT_EQ(geteuid(), 0U) << "needs root";

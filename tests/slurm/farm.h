@@ -106,8 +106,7 @@ class FarmTest : public testing::Test {
 // The same on a cluster that takes arrays of up to 100 elements.
 class NarrowFarmTest : public FarmTest {
  protected:
-  NarrowFarmTest() : FarmTest("narrow") {
-  }
+  NarrowFarmTest() : FarmTest("narrow") {}
 };
 
 // Tries again and again until `holds` yields true. False when that takes longer than a minute.

@@ -4,6 +4,7 @@
 //   need:FILE    ends with 4 if there is no such file
 //   sleep:MS     does nothing for so many milliseconds
 //   report:FILE  adds a line to the file: the node, and all arguments
+//   stamp:FILE   adds the time to the file: seconds since the epoch
 //   out:TEXT     a line on standard output; err:TEXT on standard error
 //   exit:CODE    ends; kill:SIGNAL ends by the signal
 
@@ -11,8 +12,10 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 namespace {
@@ -30,14 +33,26 @@ void awaitFile(const char* path) {
   for (int tries = 0; tries < 6000 && !exists(path); ++tries) usleep(10000);
 }
 
-void report(const char* path, char** arguments) {
-  const char* node = std::getenv("SLURMD_NODENAME");
-  std::string line = node == nullptr ? "no node" : node;
-  for (; *arguments != nullptr; ++arguments) line.append(" ").append(*arguments);
+void append(const char* path, const std::string& line) {
   const int file = open(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
   if (file == -1) _exit(97);
   put(file, line + "\n");
   close(file);
+}
+
+void report(const char* path, char** arguments) {
+  const char* node = std::getenv("SLURMD_NODENAME");
+  std::string line = node == nullptr ? "no node" : node;
+  for (; *arguments != nullptr; ++arguments) line.append(" ").append(*arguments);
+  append(path, line);
+}
+
+void stamp(const char* path) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  char text[64];
+  std::snprintf(text, sizeof text, "%lld.%09ld", static_cast<long long>(now.tv_sec), now.tv_nsec);
+  append(path, text);
 }
 
 // What stands behind `verb`, if `order` begins with it; else null.
@@ -55,8 +70,10 @@ void obey(const char* order, char** all) {
   if (const char* path = behind("need:", order)) {
     if (!exists(path)) _exit(4);
   }
-  if (const char* time = behind("sleep:", order)) usleep(static_cast<unsigned>(number(time)) * 1000);
+  if (const char* time = behind("sleep:", order))
+    usleep(static_cast<unsigned>(number(time)) * 1000);
   if (const char* path = behind("report:", order)) report(path, all);
+  if (const char* path = behind("stamp:", order)) stamp(path);
   if (const char* text = behind("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
   if (const char* text = behind("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
   if (const char* code = behind("exit:", order)) _exit(number(code));

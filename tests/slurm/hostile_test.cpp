@@ -25,7 +25,8 @@ std::string cdata(const std::string& text) {
 
 // In double quotes: all but those may stand in it.
 const char quoted[] =
-    "it's $(touch pwned) `touch pwned` $HOME; touch pwned & true | cat > x < y * ? [a] {b} ~ # ! \\ "
+    "it's $(touch pwned) `touch pwned` $HOME; touch pwned & true | cat > x < y * ? [a] {b} ~ # ! "
+    "\\ "
     "\\\\ \\n %d %% %s %a %j \xc3\xa9\xe2\x82\xac \xff\xfe \x1b[31m \x7f\nnext line\n  EOF\nEND\n";
 // A word of its own: no space in it.
 const char bare[] = "a\"b'c$(id);&&||`id`\\%s\n*\xff\xc3\xa9";
@@ -54,8 +55,10 @@ class HostileText : public FarmTest {
     return "<Job><cmdData><Arguments>" + cdata("{" + arguments + "}") + "</Arguments>" + elements +
            "<TaskTimeout>10</TaskTimeout><uid>0</uid><gid>0</gid><umask>18</umask><TaskList>"
            "<Task><Params>" +
-           cdata("{" + task + "}") + "</Params></Task></TaskList><JobParams><Param><Name>{a}</Name>"
-           "<Value>" + cdata("{" + value + "}") + "</Value></Param></JobParams></cmdData></Job>\n";
+           cdata("{" + task + "}") +
+           "</Params></Task></TaskList><JobParams><Param><Name>{a}</Name>"
+           "<Value>" +
+           cdata("{" + value + "}") + "</Value></Param></JobParams></cmdData></Job>\n";
   }
 
   // A job whose task is the probe, and no more.
@@ -76,8 +79,8 @@ class HostileText : public FarmTest {
 
 TEST_F(HostileText, InFieldsAndParametersReachesTheProgram) {
   const std::string value = std::string(quoted) + "\tbehind a tab";
-  folder_.write("job.xml", jobText("", probe_ + " report \"%tp1\" %tp2 \"%jp1\" x\\%%\"", quoted +
-                                   std::string("\t") + bare, value));
+  folder_.write("job.xml", jobText("", probe_ + " report \"%tp1\" %tp2 \"%jp1\" x\\%%\"",
+                                   quoted + std::string("\t") + bare, value));
   run("job.xml");
   EXPECT_EQ(argumentsOfTask(), (Lines{visible(probe_), "report", visible(quoted), visible(bare),
                                       visible(value), visible("x\\%\"")}));
@@ -86,8 +89,17 @@ TEST_F(HostileText, InFieldsAndParametersReachesTheProgram) {
 
 // Names for files and folders.
 const char* const names[] = {
-    "it's \"quoted\"", "$(touch pwned) `touch pwned`", "a; touch pwned & b | c > d < e",
-    "100% %a %A %j %u %%", "two\nlines", "a\ttab", "\xc3\xa9\xe2\x82\xac", "\xff\xfe", "-rf", " ", "~*?[a]{b}#!",
+    "it's \"quoted\"",
+    "$(touch pwned) `touch pwned`",
+    "a; touch pwned & b | c > d < e",
+    "100% %a %A %j %u %%",
+    "two\nlines",
+    "a\ttab",
+    "\xc3\xa9\xe2\x82\xac",
+    "\xff\xfe",
+    "-rf",
+    " ",
+    "~*?[a]{b}#!",
 };
 
 TEST_F(HostileText, InTheNameOfTheRunFolderIsEnteredAndHasTheLog) {
@@ -97,8 +109,7 @@ TEST_F(HostileText, InTheNameOfTheRunFolderIsEnteredAndHasTheLog) {
     folder_.write("job.xml", plainJob("<WorkingFolder>" + cdata(run_) + "</WorkingFolder>"));
     run("job.xml");
     EXPECT_EQ(folderOfTask(), visible(run_));
-    EXPECT_EQ(readFile(run_ + "/job-1.log"),
-              calling(probe_ + " " + folder_.file("report"), run_));
+    EXPECT_EQ(readFile(run_ + "/job-1.log"), calling(probe_ + " " + folder_.file("report"), run_));
   }
 }
 
@@ -140,7 +151,8 @@ TEST_F(HostileText, InTheFolderOfTheJobFileIsReadThere) {
 
 // No spaces: the adapter, too, would take what is in front of one for the program.
 TEST_F(HostileText, InTheFolderOfTheApplicationIsInThePathOfTheProgram) {
-  for (const std::string name : {"it's\"quoted\"", "100%%a%j", "\xc3\xa9\xff", "back\\slash", "*[a]{b}#"}) {
+  for (const std::string name :
+       {"it's\"quoted\"", "100%%a%j", "\xc3\xa9\xff", "back\\slash", "*[a]{b}#"}) {
     SCOPED_TRACE(visible(name));
     const std::string program = folder_.makeFolder(name) + "/probe";
     std::filesystem::copy_file(probe_, program);

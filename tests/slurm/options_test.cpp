@@ -60,8 +60,8 @@ std::string comparable(const std::string& record, const std::string& id) {
       "\\b(JobId|ArrayJobId|SubmitTime|EligibleTime|AccrueTime|StartTime|EndTime|Deadline|"
       "SuspendTime|LastSchedEval|NodeList|BatchHost|RunTime|AllocNode:Sid|Priority|JobState|Reason|"
       "Scheduler|NumNodes|NumCPUs|TRES|ReqTRES)=[^ \\n]*");
-  return std::regex_replace(std::regex_replace(record, changing, "$1"), std::regex("\\b" + id + "\\b"),
-                            "ID");
+  return std::regex_replace(std::regex_replace(record, changing, "$1"),
+                            std::regex("\\b" + id + "\\b"), "ID");
 }
 
 TEST_F(Options, ForADryRunQueueNothingAndShowWhatDoesTheSame) {

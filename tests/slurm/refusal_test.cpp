@@ -49,8 +49,7 @@ TEST_F(Refusal, ByTheEngineIsPassedOn) {
   expectNothingQueued(result);
 }
 
-TEST_F(Refusal, OfALaterArrayTakesTheEarlierOnesBack) {
-}
+TEST_F(Refusal, OfALaterArrayTakesTheEarlierOnesBack) {}
 
 TEST_F(Refusal, OfABackslashInTheLogFolderSaysSo) {
   write(reportingJob(1).set("LogFolder", folder_.file("back\\slash")));

@@ -98,8 +98,7 @@ TEST_F(Surroundings, HaveStandardErrorInTheLogJoinedOrNot) {
     Job job = jobOf({farmTask_ + " out:first err:second out:third"});
     write(job.set("redirectStderr", joined));
     awaitEnd(submittedOne());
-    EXPECT_EQ(log("job-1.log"),
-              calling(job.tasks[0], folder()) + "first\nsecond\nthird\n")
+    EXPECT_EQ(log("job-1.log"), calling(job.tasks[0], folder()) + "first\nsecond\nthird\n")
         << joined;
   }
 }
