@@ -7,11 +7,6 @@ namespace {
 
 using Array = FarmTest;
 
-std::string padded(int task) {
-  const std::string digits = std::to_string(task);
-  return std::string(3 - digits.size(), '0') + digits;
-}
-
 TEST_F(Array, RunsEachOfItsTasksOnceOnAllNodes) {
   write(reportingJob(200));
   const std::string id = submittedOne();
@@ -24,7 +19,7 @@ TEST_F(Array, RunsEachOfItsTasksOnceOnAllNodes) {
   expectEachReportedOnce(200);
   EXPECT_EQ(nodesOfReports(200), (Lines{"n1", "n2", "n3", "n4"}));
   for (int task = 1; task <= 200; ++task) {
-    EXPECT_EQ(log("job-" + padded(task) + ".log"),
+    EXPECT_EQ(log("job-" + padded(task, 3) + ".log"),
               calling(reportingCommand(std::to_string(task)), folder()));
   }
 }

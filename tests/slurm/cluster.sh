@@ -62,6 +62,8 @@ JobCompType=jobcomp/none
 SlurmdParameters=config_overrides
 ReturnToService=2
 SlurmdTimeout=10
+MessageTimeout=5
+TCPTimeout=2
 KillWait=2
 MinJobAge=3600
 END

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <iomanip>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -48,12 +49,13 @@ FarmTest::FarmTest(const std::string& cluster)
 
 void FarmTest::SetUp() {
   ASSERT_EQ(geteuid(), 0U) << "needs root";
-  // Files that tasks of another user write
+  // The tasks run as nobody
   std::filesystem::permissions(folder(), std::filesystem::perms::all);
 }
 
 void FarmTest::TearDown() {
-  ask({"/usr/bin/scancel", "--user=root,nobody"});
+  for (const char* user : {"root", "nobody"})
+    ask({"/usr/bin/scancel", std::string("--user=") + user});
   EXPECT_TRUE(eventually([&] { return queue().empty(); })) << queue();
 }
 
@@ -61,15 +63,12 @@ Job FarmTest::jobOf(const std::vector<std::string>& commands) {
   Job job;
   job.arguments = "%tp1";
   job.tasks = commands;
-  job.set("TaskTimeout", "10");
-  return job;
+  return job.set("uid", "65534").set("gid", "65534").set("TaskTimeout", "10");
 }
 
 Job FarmTest::reportingJob(int count, const std::string& orders) const {
-  Job job;
+  Job job = jobOf(Lines(static_cast<std::size_t>(count), "task"));
   job.arguments = reportingCommand("%tn", orders);
-  job.tasks.assign(static_cast<std::size_t>(count), "task");
-  job.set("TaskTimeout", "10");
   return job;
 }
 
@@ -124,7 +123,8 @@ void FarmTest::write(const Job& job) const {
 ProcessOptions FarmTest::program(const std::vector<std::string>& arguments) const {
   ProcessOptions options;
   options.arguments = arguments;
-  options.environment = {{"PATH", "/usr/bin:/bin"}, {"SLURM_CONF", cluster_ + "/slurm.conf"}};
+  options.environment = {{"PATH", "/usr/bin:/bin:/usr/sbin:/sbin"},
+                         {"SLURM_CONF", cluster_ + "/slurm.conf"}};
   options.folder = folder();
   options.patience = std::chrono::minutes(2);
   return options;
@@ -205,6 +205,24 @@ bool eventually(const std::function<bool()>& holds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
   return true;
+}
+
+std::string padded(int number, int digits) {
+  std::ostringstream text;
+  text << std::setw(digits) << std::setfill('0') << number;
+  return text.str();
+}
+
+std::string told(int task, const std::string& ending, const std::string& command,
+                 const std::string& log) {
+  std::string lines = "task " + std::to_string(task);
+  return lines.append(": ")
+             .append(ending)
+             .append(": ")
+             .append(command)
+             .append("\n  log: ")
+             .append(log) +
+         "\n";
 }
 
 std::string calling(const std::string& command, const std::string& folder) {

@@ -35,7 +35,7 @@ class FarmTest : public testing::Test {
   void SetUp() override;
   void TearDown() override;  // nothing is left in the queue
 
-  // A job whose task i is the command `commands[i]`.
+  // A job of nobody whose task i is the command `commands[i]`.
   static Job jobOf(const std::vector<std::string>& commands);
 
   // A job of `count` tasks, which each add a line with the node and the task's number to a file of
@@ -111,6 +111,13 @@ class NarrowFarmTest : public FarmTest {
 
 // Tries again and again until `holds` yields true. False when that takes longer than a minute.
 bool eventually(const std::function<bool()>& holds);
+
+// The number with zeros in front.
+std::string padded(int number, int digits);
+
+// What a summary says of a task that has not succeeded.
+std::string told(int task, const std::string& ending, const std::string& command,
+                 const std::string& log);
 
 // The line that announces a command.
 std::string calling(const std::string& command, const std::string& folder);

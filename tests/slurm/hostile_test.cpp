@@ -42,18 +42,17 @@ class HostileText : public FarmTest {
     return arguments;
   }
 
-  std::string folderOfTask() const {
-    for (const std::string& line : linesOf(log("report"))) {
-      if (line.starts_with("folder ")) return line.substr(7);
-    }
-    return "";
+  void expectFolderOfTask(const std::string& folder) const {
+    EXPECT_NE(log("report").find("\nfolder " + folder + "\n"), std::string::npos)
+        << visible(folder) << log("report");
   }
 
   // A job in the folder of the test, with elements of cmdData for `elements`.
   std::string jobText(const std::string& elements, const std::string& arguments,
                       const std::string& task, const std::string& value) const {
     return "<Job><cmdData><Arguments>" + cdata("{" + arguments + "}") + "</Arguments>" + elements +
-           "<TaskTimeout>10</TaskTimeout><uid>0</uid><gid>0</gid><umask>18</umask><TaskList>"
+           "<TaskTimeout>10</TaskTimeout><uid>65534</uid><gid>65534</gid><umask>18</"
+           "umask><TaskList>"
            "<Task><Params>" +
            cdata("{" + task + "}") +
            "</Params></Task></TaskList><JobParams><Param><Name>{a}</Name>"
@@ -84,7 +83,7 @@ TEST_F(HostileText, InFieldsAndParametersReachesTheProgram) {
   run("job.xml");
   EXPECT_EQ(argumentsOfTask(), (Lines{visible(probe_), "report", visible(quoted), visible(bare),
                                       visible(value), visible("x\\%\"")}));
-  EXPECT_EQ(folderOfTask(), folder());
+  expectFolderOfTask(folder());
 }
 
 // Names for files and folders.
@@ -105,11 +104,11 @@ const char* const names[] = {
 TEST_F(HostileText, InTheNameOfTheRunFolderIsEnteredAndHasTheLog) {
   for (const std::string name : names) {
     SCOPED_TRACE(visible(name));
-    const std::string run_ = folder_.makeFolder("in " + name);
-    folder_.write("job.xml", plainJob("<WorkingFolder>" + cdata(run_) + "</WorkingFolder>"));
+    const std::string work = folder_.makeFolder("in " + name, 0777);
+    folder_.write("job.xml", plainJob("<WorkingFolder>" + cdata(work) + "</WorkingFolder>"));
     run("job.xml");
-    EXPECT_EQ(folderOfTask(), visible(run_));
-    EXPECT_EQ(readFile(run_ + "/job-1.log"), calling(probe_ + " " + folder_.file("report"), run_));
+    expectFolderOfTask(work);
+    EXPECT_EQ(readFile(work + "/job-1.log"), calling(probe_ + " " + folder_.file("report"), work));
   }
 }
 
@@ -140,41 +139,48 @@ TEST_F(HostileText, InTheNameOfTheJobFileIsInThatOfTheLog) {
 TEST_F(HostileText, InTheFolderOfTheJobFileIsReadThere) {
   for (const std::string name : names) {
     SCOPED_TRACE(visible(name));
-    const std::string folder = folder_.makeFolder("by " + name);
+    const std::string folder = folder_.makeFolder("by " + name, 0777);
     folder_.write("by " + name + "/job.xml", plainJob(""));
     run("by " + name + "/job.xml");
-    EXPECT_EQ(folderOfTask(), visible(folder));
+    expectFolderOfTask(folder);
     EXPECT_EQ(readFile(folder + "/job-1.log"),
               calling(probe_ + " " + folder_.file("report"), folder));
   }
 }
 
-// No spaces: the adapter, too, would take what is in front of one for the program.
-TEST_F(HostileText, InTheFolderOfTheApplicationIsInThePathOfTheProgram) {
-  for (const std::string name :
-       {"it's\"quoted\"", "100%%a%j", "\xc3\xa9\xff", "back\\slash", "*[a]{b}#"}) {
-    SCOPED_TRACE(visible(name));
-    const std::string program = folder_.makeFolder(name) + "/probe";
-    std::filesystem::copy_file(probe_, program);
-    folder_.write("job.xml", jobText("", "probe " + folder_.file("report"), "task", "value"));
-    run("job.xml", {"-a", folder_.file(name) + "/any"});
-    ASSERT_FALSE(argumentsOfTask().empty()) << log("job-1.log");
-    EXPECT_EQ(argumentsOfTask()[0], visible(program));
+// What a shell would not take as it is is refused: one makes the program executable.
+TEST_F(HostileText, InTheFolderOfTheApplicationIsTheProgramsOrRefused) {
+  const std::string name = "100%%_%a%j-@+=:,.";
+  const std::string program = folder_.makeFolder(name) + "/probe";
+  std::filesystem::copy_file(probe_, program);
+  folder_.write("job.xml", jobText("", "probe " + folder_.file("report"), "task", "value"));
+  run("job.xml", {"-a", folder_.file(name) + "/any"});
+  ASSERT_FALSE(argumentsOfTask().empty()) << log("job-1.log");
+  EXPECT_EQ(argumentsOfTask()[0], program);
+
+  for (const std::string other : {"$(touch${IFS}pwned)", "`touch${IFS}pwned`", "a;touch\tpwned"}) {
+    const ProcessResult result = submit({"-a", folder_.file(other) + "/any"});
+    EXPECT_EQ(result.output, "");
+    EXPECT_NE(result.error.find(": error RJ076: "), std::string::npos) << result.error;
+    EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
+    EXPECT_FALSE(std::filesystem::exists(folder_.file("pwned")));
   }
 }
 
 TEST_F(HostileText, WithABackslashInTheRunFolderNeedsAnotherForTheLogs) {
-  const std::string run_ = folder_.makeFolder("back\\slash");
-  folder_.write("job.xml", plainJob("<WorkingFolder>" + run_ + "</WorkingFolder>"));
+  const std::string work = folder_.makeFolder("back\\slash", 0777);
+  folder_.write("job.xml", plainJob("<WorkingFolder>" + work + "</WorkingFolder>"));
   const ProcessResult result = submit();
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.error, "");
-  EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+  EXPECT_EQ(
+      result.error,
+      "runlet-job: submit: sbatch cannot be told of a log folder with a backslash: " + work + "\n");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
 
-  folder_.write("job.xml", plainJob("<WorkingFolder>" + run_ + "</WorkingFolder><LogFolder>" +
+  folder_.write("job.xml", plainJob("<WorkingFolder>" + work + "</WorkingFolder><LogFolder>" +
                                     folder_.file("logs") + "</LogFolder>"));
   run("job.xml");
-  EXPECT_EQ(folderOfTask(), visible(run_));
+  expectFolderOfTask(work);
   EXPECT_NE(log("logs/job-1.log"), "");
 }
 

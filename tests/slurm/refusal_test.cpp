@@ -31,8 +31,10 @@ TEST_F(Refusal, OfAJobFileWithAnErrorShowsTheFindings) {
 }
 
 TEST_F(Refusal, OfAJobFileThatIsMissingSaysSo) {
+  const ProcessResult check = runProcess(program({tool_, "check", jobFile_}));
   const ProcessResult result = submit();
-  EXPECT_EQ(result.error, "");
+  EXPECT_EQ(result.error, check.output);
+  EXPECT_NE(result.error, "");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
   expectNothingQueued(result);
 }
@@ -49,13 +51,13 @@ TEST_F(Refusal, ByTheEngineIsPassedOn) {
   expectNothingQueued(result);
 }
 
-TEST_F(Refusal, OfALaterArrayTakesTheEarlierOnesBack) {}
-
 TEST_F(Refusal, OfABackslashInTheLogFolderSaysSo) {
   write(reportingJob(1).set("LogFolder", folder_.file("back\\slash")));
   const ProcessResult result = submit();
-  EXPECT_EQ(result.error, "");
-  EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+  EXPECT_EQ(result.error,
+            "runlet-job: submit: sbatch cannot be told of a log folder with a backslash: " +
+                folder_.file("back\\slash") + "\n");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   expectNothingQueued(result);
 }
 
