@@ -39,5 +39,17 @@ TEST_F(Array, IsWaitedForAndToldOf) {
   expectEachReportedOnce(40);
 }
 
+TEST_F(Array, OfARangeHasItsTasksAlone) {
+  write(reportingJob(200));
+  const std::string id = submittedOne({"-s", "98", "-n", "5"});
+  awaitEnd(id);
+  EXPECT_EQ(elementsOf(id).size(), 5U);
+  for (int task = 96; task <= 104; ++task) {
+    const bool isIn = task >= 98 && task <= 102;
+    EXPECT_EQ(reportsOf(task).size(), isIn ? 1U : 0U) << task;
+    EXPECT_EQ(log("job-" + padded(task, 3) + ".log") != "", isIn) << task;
+  }
+}
+
 }  // namespace
 }  // namespace runlet_test

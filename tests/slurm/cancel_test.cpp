@@ -29,5 +29,20 @@ TEST_F(Cancelling, IsToldOfEveryTaskThatHadNotEnded) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
 }
 
+TEST_F(Cancelling, OfChunksIsToldOfEveryTaskThatHadNotEndedToo) {
+  const std::string waits = farmTask_ + " await:never";
+  write(jobOf({waits, farmTask_, waits}));
+  Process waiting(submission({"--chunk", "2", "--wait"}));
+  ASSERT_TRUE(waiting.readUntil("\n"));
+  EXPECT_TRUE(eventually([&] { return log("job-1.log") != "" && log("job-3.log") != ""; }));
+  ask({"/usr/bin/scancel", linesOf(waiting.output())[0]});
+  const ProcessResult result = waiting.finish();
+  EXPECT_EQ(result.error, told(1, "cancelled", waits, folder_.file("job-1.log")) +
+                              told(2, "cancelled", farmTask_, folder_.file("job-2.log")) +
+                              told(3, "cancelled", waits, folder_.file("job-3.log")) +
+                              "3 tasks: 3 cancelled (1-3)\n");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
+}
+
 }  // namespace
 }  // namespace runlet_test

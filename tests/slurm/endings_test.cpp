@@ -81,21 +81,42 @@ TEST_F(Ending, WithoutTheRunFolderIsNoneOfTheProgram) {
 }
 
 // A minute is the shortest limit, and the engine looks only every half minute.
-class TimeLimit : public NarrowFarmTest {};
+class TimeLimit : public NarrowFarmTest {
+ protected:
+  ProcessOptions patient(const std::vector<std::string>& arguments) const {
+    ProcessOptions options = submission(arguments);
+    options.patience = std::chrono::minutes(4);
+    return options;
+  }
+};
 
 TEST_F(TimeLimit, EndsATaskAndIsTold) {
-  Job job = jobOf({farmTask_, farmTask_ + " sleep:200000"});
-  job.set("TaskTimeout", "1");
-  write(job);
-  ProcessOptions options = submission({"--wait"});
-  options.patience = std::chrono::minutes(4);
-  const ProcessResult result = runProcess(options);
-  EXPECT_EQ(result.error,
-            "task 1: succeeded: " + farmTask_ + "\n" +
-                told(2, "timed out", farmTask_ + " sleep:200000", folder_.file("job-2.log")) +
-                "2 tasks: 1 succeeded, 1 timed out (2)\n");
+  const std::string endless = farmTask_ + " sleep:200000";
+  write(jobOf({farmTask_, endless, farmTask_}).set("TaskTimeout", "1").set("LogFolder", "alone"));
+  Process waiting(patient({"--wait"}));
+  ASSERT_TRUE(waiting.readUntil("\n"));
+  // In a chunk the limit is that of each task, and it is over to the minute.
+  const std::string chunked = folder_.write(
+      "chunked.xml", jobOf({farmTask_, endless, farmTask_}).set("TaskTimeout", "1").text());
+  ProcessOptions inChunks = patient({});
+  inChunks.arguments = {tool_, "submit", chunked, "--chunk", "3", "--wait"};
+  Process waitingForChunks(inChunks);
+
+  const ProcessResult result = waiting.finish();
+  const std::string end =
+      "task 3: succeeded: " + farmTask_ + "\n3 tasks: 2 succeeded, 1 timed out (2)\n";
+  EXPECT_EQ(result.error, "task 1: succeeded: " + farmTask_ + "\n" +
+                              told(2, "timed out", endless, folder_.file("alone/job-2.log")) + end);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
-  EXPECT_EQ(elementsOf(linesOf(result.output)[0]).at(2).state, "TIMEOUT");
+  const std::string id = linesOf(result.output)[0];
+  EXPECT_EQ(elementsOf(id).at(2).state, "TIMEOUT");
+  const std::string again = submit({"--failed-of", id, "--dry-run"}).output;
+  EXPECT_NE(again.find(" '--array=2' "), std::string::npos) << again;
+
+  const ProcessResult chunks = waitingForChunks.finish();
+  EXPECT_EQ(chunks.error, "task 1: succeeded: " + farmTask_ + "\n" +
+                              told(2, "timed out", endless, folder_.file("chunked-2.log")) + end);
+  EXPECT_EQ(describeStatus(chunks.waitStatus), "exit 1");
 }
 
 }  // namespace

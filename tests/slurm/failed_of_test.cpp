@@ -57,6 +57,16 @@ TEST_F(FailedOf, AnArrayThatWasCancelledRunsTheRest) {
   expectEachReportedOnce(20);
 }
 
+TEST_F(FailedOf, AnArrayMayNameTheJobFileInAnotherWay) {
+  write(mendableJob(4, {3}));
+  const ProcessResult first = runProcess(program({tool_, "submit", "job.xml"}));
+  ASSERT_EQ(describeStatus(first.waitStatus), "exit 0") << first.error;
+  awaitEnd(linesOf(first.output)[0]);
+  mend();
+  done({"--failed-of", linesOf(first.output)[0]});
+  expectEachReportedOnce(4);
+}
+
 TEST_F(FailedOf, AnArrayWithoutFailuresSubmitsNothing) {
   write(reportingJob(3));
   const std::string first = done();
@@ -127,6 +137,19 @@ TEST_F(Split, ArraysRunEachTaskOnce) {
     EXPECT_EQ(log("job-" + padded(task, 3) + ".log"),
               calling(reportingCommand(std::to_string(task)), folder()));
   }
+}
+
+TEST_F(Split, ArraysAreOnlyThoseThatTheRangeNeeds) {
+  write(reportingJob(250));
+  EXPECT_EQ(done({"-s", "150", "-n", "50"}).size(), 1U);
+  EXPECT_EQ(done({"-s", "200"}).size(), 1U);
+  EXPECT_EQ(done({"-s", "95", "-n", "10"}).size(), 2U);
+  std::set<int> missing;
+  for (int task = 1; task <= 250; ++task) {
+    const bool isIn = (task >= 95 && task <= 104) || (task >= 150 && task <= 200);
+    if (!isIn) missing.insert(task);
+  }
+  expectEachReportedOnce(250, missing);
 }
 
 TEST_F(Split, ArraysAreAskedForTheirFailuresTogether) {

@@ -105,6 +105,11 @@ TEST_F(LostNode, HasItsTasksRunOnOthers) {
   for (const auto& [index, element] : elementsOf(id)) {
     EXPECT_EQ(element.state + " " + element.exitCode, "COMPLETED 0:0") << index;
   }
+  // Of what a task wrote on the lost node nothing is left.
+  for (int task = 1; task <= 40; ++task) {
+    EXPECT_EQ(log("job-" + padded(task, 2) + ".log"),
+              calling(reportingCommand(std::to_string(task), "await:go"), folder()));
+  }
   start("n2");
 }
 
