@@ -5,9 +5,9 @@
 namespace runlet_test {
 namespace {
 
-using Array = FarmTest;
+using SlurmArray = FarmTest;
 
-TEST_F(Array, RunsEachOfItsTasksOnceOnAllNodes) {
+TEST_F(SlurmArray, RunsEachOfItsTasksOnceOnAllNodes) {
   write(reportingJob(200));
   const std::string id = submittedOne();
   awaitEnd(id);
@@ -24,11 +24,11 @@ TEST_F(Array, RunsEachOfItsTasksOnceOnAllNodes) {
   }
 }
 
-TEST_F(Array, IsWaitedForAndToldOf) {
+TEST_F(SlurmArray, IsWaitedForAndToldOf) {
   write(reportingJob(40));
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(queue(), "");
-  EXPECT_EQ(result.output, linesOf(result.output)[0] + "\n");
+  EXPECT_EQ(result.output, firstLine(result.output) + "\n");
   std::string summary;
   for (int task = 1; task <= 40; ++task) {
     summary += "task " + std::to_string(task) +
@@ -39,7 +39,7 @@ TEST_F(Array, IsWaitedForAndToldOf) {
   expectEachReportedOnce(40);
 }
 
-TEST_F(Array, OfARangeHasItsTasksAlone) {
+TEST_F(SlurmArray, OfARangeHasItsTasksAlone) {
   write(reportingJob(200));
   const std::string id = submittedOne({"-s", "98", "-n", "5"});
   awaitEnd(id);

@@ -5,15 +5,15 @@
 namespace runlet_test {
 namespace {
 
-using Cancelling = FarmTest;
+using SlurmCancel = FarmTest;
 
-TEST_F(Cancelling, IsToldOfEveryTaskThatHadNotEnded) {
+TEST_F(SlurmCancel, IsToldOfEveryTaskThatHadNotEnded) {
   Job job = jobOf({farmTask_});
   job.tasks.resize(20, farmTask_ + " await:never");
   write(job);
   Process waiting(submission({"--wait"}));
   ASSERT_TRUE(waiting.readUntil("\n"));
-  const std::string id = linesOf(waiting.output())[0];
+  const std::string id = firstLine(waiting.output());
   EXPECT_TRUE(eventually([&] {
     const std::map<int, Element> elements = elementsOf(id);
     return elements.size() >= 17 && elements.at(1).state == "COMPLETED";
@@ -29,13 +29,13 @@ TEST_F(Cancelling, IsToldOfEveryTaskThatHadNotEnded) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
 }
 
-TEST_F(Cancelling, OfChunksIsToldOfEveryTaskThatHadNotEndedToo) {
+TEST_F(SlurmCancel, OfChunksIsToldOfEveryTaskThatHadNotEndedToo) {
   const std::string waits = farmTask_ + " await:never";
   write(jobOf({waits, farmTask_, waits}));
   Process waiting(submission({"--chunk", "2", "--wait"}));
   ASSERT_TRUE(waiting.readUntil("\n"));
   EXPECT_TRUE(eventually([&] { return log("job-1.log") != "" && log("job-3.log") != ""; }));
-  ask({"/usr/bin/scancel", linesOf(waiting.output())[0]});
+  ask({"/usr/bin/scancel", firstLine(waiting.output())});
   const ProcessResult result = waiting.finish();
   EXPECT_EQ(result.error, told(1, "cancelled", waits, folder_.file("job-1.log")) +
                               told(2, "cancelled", farmTask_, folder_.file("job-2.log")) +

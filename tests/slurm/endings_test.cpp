@@ -9,13 +9,13 @@
 namespace runlet_test {
 namespace {
 
-class Ending : public FarmTest {
+class SlurmEnding : public FarmTest {
  protected:
   // A program that nobody may execute
   const std::string plain_ = folder_.write("plain", "#!/bin/sh\n", 0644);
 };
 
-TEST_F(Ending, OfEveryKindIsSeenByTheEngineAndTold) {
+TEST_F(SlurmEnding, OfEveryKindIsSeenByTheEngineAndTold) {
   struct Row {
     std::string command;
     std::string asEngineSees;
@@ -44,7 +44,7 @@ TEST_F(Ending, OfEveryKindIsSeenByTheEngineAndTold) {
                               "\n7 tasks: 1 succeeded, 4 failed (1-2, 5-6), 2 killed (3-4)\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
 
-  std::map<int, Element> elements = elementsOf(linesOf(result.output)[0]);
+  std::map<int, Element> elements = elementsOf(firstLine(result.output));
   EXPECT_EQ(elements.size(), rows.size());
   for (int task = 1; task <= static_cast<int>(rows.size()); ++task) {
     const Row& row = rows[static_cast<std::size_t>(task - 1)];
@@ -53,7 +53,7 @@ TEST_F(Ending, OfEveryKindIsSeenByTheEngineAndTold) {
   }
 }
 
-TEST_F(Ending, WithoutTheProgramLeavesTheReasonInTheLog) {
+TEST_F(SlurmEnding, WithoutTheProgramLeavesTheReasonInTheLog) {
   write(jobOf({"./missing -x", plain_ + " -y"}));
   const std::string id = submittedOne();
   awaitEnd(id);
@@ -65,7 +65,7 @@ TEST_F(Ending, WithoutTheProgramLeavesTheReasonInTheLog) {
                                   " -y':Permission denied\n");
 }
 
-TEST_F(Ending, WithoutTheRunFolderIsNoneOfTheProgram) {
+TEST_F(SlurmEnding, WithoutTheRunFolderIsNoneOfTheProgram) {
   Job job = jobOf({farmTask_});
   job.set("WorkingFolder", folder_.file("gone")).set("LogFolder", folder_.file("logs"));
   write(job);
@@ -74,14 +74,14 @@ TEST_F(Ending, WithoutTheRunFolderIsNoneOfTheProgram) {
             told(1, "failed with exit code 125", farmTask_, folder_.file("logs/job-1.log")) +
                 "1 task: 1 failed (1)\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
-  EXPECT_EQ(elementsOf(linesOf(result.output)[0]).at(1).exitCode, "125:0");
+  EXPECT_EQ(elementsOf(firstLine(result.output)).at(1).exitCode, "125:0");
   const std::string expected = "Runlet adapter: Could not set working folder : '" +
                                folder_.file("gone") + "': No such file or directory\n";
   EXPECT_TRUE(log("logs/job-1.log").ends_with(expected)) << log("logs/job-1.log");
 }
 
 // A minute is the shortest limit, and the engine looks only every half minute.
-class TimeLimit : public NarrowFarmTest {
+class SlurmTimeLimit : public NarrowFarmTest {
  protected:
   ProcessOptions patient(const std::vector<std::string>& arguments) const {
     ProcessOptions options = submission(arguments);
@@ -90,7 +90,7 @@ class TimeLimit : public NarrowFarmTest {
   }
 };
 
-TEST_F(TimeLimit, EndsATaskAndIsTold) {
+TEST_F(SlurmTimeLimit, EndsATaskAndIsTold) {
   const std::string endless = farmTask_ + " sleep:200000";
   write(jobOf({farmTask_, endless, farmTask_}).set("TaskTimeout", "1").set("LogFolder", "alone"));
   Process waiting(patient({"--wait"}));
@@ -108,7 +108,7 @@ TEST_F(TimeLimit, EndsATaskAndIsTold) {
   EXPECT_EQ(result.error, "task 1: succeeded: " + farmTask_ + "\n" +
                               told(2, "timed out", endless, folder_.file("alone/job-2.log")) + end);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
-  const std::string id = linesOf(result.output)[0];
+  const std::string id = firstLine(result.output);
   EXPECT_EQ(elementsOf(id).at(2).state, "TIMEOUT");
   const std::string again = submit({"--failed-of", id, "--dry-run"}).output;
   EXPECT_NE(again.find(" '--array=2' "), std::string::npos) << again;

@@ -5,7 +5,7 @@
 namespace runlet_test {
 namespace {
 
-class FailedOf : public FarmTest {
+class SlurmFailures : public FarmTest {
  protected:
   // Submits the job and waits for its end.
   std::string done(const std::vector<std::string>& arguments = {}) const {
@@ -15,7 +15,7 @@ class FailedOf : public FarmTest {
   }
 };
 
-TEST_F(FailedOf, AnArrayRunsWhatFailedAndNothingElse) {
+TEST_F(SlurmFailures, AnArrayRunsWhatFailedAndNothingElse) {
   write(mendableJob(12, {2, 7, 11}));
   const std::string first = done();
   expectEachReportedOnce(12, {2, 7, 11});
@@ -27,7 +27,7 @@ TEST_F(FailedOf, AnArrayRunsWhatFailedAndNothingElse) {
   for (const int task : {2, 7, 11}) EXPECT_TRUE(elements.contains(task)) << task;
 }
 
-TEST_F(FailedOf, ANewArrayOfThatKindIsAnArrayLikeOthers) {
+TEST_F(SlurmFailures, ANewArrayOfThatKindIsAnArrayLikeOthers) {
   write(mendableJob(5, {2, 4}));
   const std::string second = done({"--failed-of", done()});
   EXPECT_EQ(elementsOf(second).size(), 2U);
@@ -37,7 +37,7 @@ TEST_F(FailedOf, ANewArrayOfThatKindIsAnArrayLikeOthers) {
   expectEachReportedOnce(5);
 }
 
-TEST_F(FailedOf, SeveralArraysIsOneList) {
+TEST_F(SlurmFailures, SeveralArraysIsOneList) {
   write(mendableJob(9, {1, 5, 9}));
   const std::string front = done({"-s", "1", "-n", "4"});
   const std::string back = done({"-s", "5", "-n", "5"});
@@ -46,28 +46,34 @@ TEST_F(FailedOf, SeveralArraysIsOneList) {
   expectEachReportedOnce(9);
 }
 
-TEST_F(FailedOf, AnArrayThatWasCancelledRunsTheRest) {
-  write(reportingJob(20, "await:mended"));
+TEST_F(SlurmFailures, AnArrayThatWasCancelledRunsTheRest) {
+  Job job = reportingJob(20, "await:%tp1");
+  for (std::string& task : job.tasks) task = "mended";
+  job.tasks[0] = ".";
+  write(job);
   const std::string first = submittedOne();
-  EXPECT_TRUE(eventually([&] { return elementsOf(first).size() >= 16; }));
+  EXPECT_TRUE(eventually([&] {
+    const std::map<int, Element> elements = elementsOf(first);
+    return elements.size() >= 17 && elements.at(1).state == "COMPLETED";
+  }));
   ask({"/usr/bin/scancel", first});
   awaitEnd(first);
   mend();
-  done({"--failed-of", first});
+  EXPECT_EQ(elementsOf(done({"--failed-of", first})).size(), 19U);
   expectEachReportedOnce(20);
 }
 
-TEST_F(FailedOf, AnArrayMayNameTheJobFileInAnotherWay) {
+TEST_F(SlurmFailures, AnArrayMayNameTheJobFileInAnotherWay) {
   write(mendableJob(4, {3}));
   const ProcessResult first = runProcess(program({tool_, "submit", "job.xml"}));
   ASSERT_EQ(describeStatus(first.waitStatus), "exit 0") << first.error;
-  awaitEnd(linesOf(first.output)[0]);
+  awaitEnd(firstLine(first.output));
   mend();
-  done({"--failed-of", linesOf(first.output)[0]});
+  done({"--failed-of", firstLine(first.output)});
   expectEachReportedOnce(4);
 }
 
-TEST_F(FailedOf, AnArrayWithoutFailuresSubmitsNothing) {
+TEST_F(SlurmFailures, AnArrayWithoutFailuresSubmitsNothing) {
   write(reportingJob(3));
   const std::string first = done();
   const std::string next = nextJobId();
@@ -78,7 +84,7 @@ TEST_F(FailedOf, AnArrayWithoutFailuresSubmitsNothing) {
   EXPECT_EQ(nextJobId(), next);
 }
 
-TEST_F(FailedOf, AnotherJobFileIsRefused) {
+TEST_F(SlurmFailures, AnotherJobFileIsRefused) {
   write(mendableJob(3, {2}));
   const std::string first = done();
   folder_.write("other.xml", mendableJob(3, {2}).text());
@@ -92,7 +98,7 @@ TEST_F(FailedOf, AnotherJobFileIsRefused) {
   EXPECT_EQ(nextJobId(), next);
 }
 
-TEST_F(FailedOf, AnArrayThatIsUnknownIsRefused) {
+TEST_F(SlurmFailures, AnArrayThatIsUnknownIsRefused) {
   write(reportingJob(3));
   const ProcessResult result = submit({"--failed-of", "987654"});
   EXPECT_EQ(result.output, "");
@@ -100,7 +106,7 @@ TEST_F(FailedOf, AnArrayThatIsUnknownIsRefused) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
-TEST_F(FailedOf, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
+TEST_F(SlurmFailures, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
   Job job = mendableJob(4, {2});
   job.arguments = farmTask_ + " %tp2 need:%tp1 report:out-%tn %tn";
   for (std::string& task : job.tasks) task += "\tsleep:0";
@@ -119,7 +125,7 @@ TEST_F(FailedOf, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
 }
 
 // Arrays of at most 100 elements.
-class Split : public NarrowFarmTest {
+class SlurmSplit : public NarrowFarmTest {
  protected:
   Lines done(const std::vector<std::string>& arguments = {}) const {
     const Lines ids = submitted(arguments);
@@ -128,7 +134,7 @@ class Split : public NarrowFarmTest {
   }
 };
 
-TEST_F(Split, ArraysRunEachTaskOnce) {
+TEST_F(SlurmSplit, ArraysRunEachTaskOnce) {
   write(reportingJob(250));
   const Lines ids = done();
   EXPECT_EQ(ids.size(), 3U);
@@ -139,7 +145,7 @@ TEST_F(Split, ArraysRunEachTaskOnce) {
   }
 }
 
-TEST_F(Split, ArraysAreOnlyThoseThatTheRangeNeeds) {
+TEST_F(SlurmSplit, ArraysAreOnlyThoseThatTheRangeNeeds) {
   write(reportingJob(250));
   EXPECT_EQ(done({"-s", "150", "-n", "50"}).size(), 1U);
   EXPECT_EQ(done({"-s", "200"}).size(), 1U);
@@ -152,7 +158,7 @@ TEST_F(Split, ArraysAreOnlyThoseThatTheRangeNeeds) {
   expectEachReportedOnce(250, missing);
 }
 
-TEST_F(Split, ArraysAreAskedForTheirFailuresTogether) {
+TEST_F(SlurmSplit, ArraysAreAskedForTheirFailuresTogether) {
   const std::set<int> failing = {1, 99, 100, 101, 200, 250};
   write(mendableJob(250, failing));
   const Lines first = done();
@@ -169,7 +175,7 @@ TEST_F(Split, ArraysAreAskedForTheirFailuresTogether) {
   expectEachReportedOnce(250);
 }
 
-TEST_F(Split, ArraysAreWaitedForTogether) {
+TEST_F(SlurmSplit, ArraysAreWaitedForTogether) {
   write(mendableJob(120, {7, 110}));
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(linesOf(result.output).size(), 2U);
@@ -186,13 +192,13 @@ TEST_F(Split, ArraysAreWaitedForTogether) {
   EXPECT_TRUE(result.error.ends_with("120 tasks: 118 succeeded, 2 failed (7, 110)\n"));
 }
 
-using Chunks = FarmTest;
+using SlurmChunks = FarmTest;
 
-TEST_F(Chunks, RunEachTaskOnceAndNameTheOneThatFails) {
+TEST_F(SlurmChunks, RunEachTaskOnceAndNameTheOneThatFails) {
   write(mendableJob(25, {13}));
   const ProcessResult result = submit({"--chunk", "10", "--wait"});
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
-  EXPECT_EQ(elementsOf(linesOf(result.output)[0]).size(), 3U);
+  EXPECT_EQ(elementsOf(firstLine(result.output)).size(), 3U);
   expectEachReportedOnce(25, {13});
   EXPECT_NE(
       result.error.find("task 12: succeeded: " + reportingCommand("12", "need:.") + "\n" +
@@ -208,7 +214,7 @@ TEST_F(Chunks, RunEachTaskOnceAndNameTheOneThatFails) {
   }
 
   mend();
-  const Lines again = linesOf(submit({"--failed-of", linesOf(result.output)[0], "--wait"}).output);
+  const Lines again = linesOf(submit({"--failed-of", firstLine(result.output), "--wait"}).output);
   ASSERT_EQ(again.size(), 1U);
   EXPECT_EQ(elementsOf(again[0]).size(), 1U);
   expectEachReportedOnce(25);

@@ -198,6 +198,10 @@ Lines linesOf(const std::string& text) {
   return lines;
 }
 
+std::string firstLine(const std::string& text) {
+  return text.substr(0, text.find('\n'));
+}
+
 bool eventually(const std::function<bool()>& holds) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
   while (!holds()) {

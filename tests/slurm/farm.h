@@ -25,6 +25,7 @@ struct Element {
 
 using Lines = std::vector<std::string>;
 Lines linesOf(const std::string& text);
+std::string firstLine(const std::string& text);
 
 // A job file in a folder of its own, on the cluster with four nodes, which have four tasks each at
 // a time. Arrays of up to 1000 elements.

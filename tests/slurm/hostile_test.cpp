@@ -31,7 +31,7 @@ const char quoted[] =
 // A word of its own: no space in it.
 const char bare[] = "a\"b'c$(id);&&||`id`\\%s\n*\xff\xc3\xa9";
 
-class HostileText : public FarmTest {
+class SlurmText : public FarmTest {
  protected:
   // What the only task was started with, and where.
   Lines argumentsOfTask() const {
@@ -71,12 +71,12 @@ class HostileText : public FarmTest {
     arguments.insert(arguments.end(), more.begin(), more.end());
     const ProcessResult result = runProcess(program(arguments));
     ASSERT_EQ(describeStatus(result.waitStatus), "exit 0") << result.error;
-    awaitEnd(linesOf(result.output).at(0));
+    awaitEnd(firstLine(result.output));
     EXPECT_FALSE(std::filesystem::exists(folder_.file("pwned")));
   }
 };
 
-TEST_F(HostileText, InFieldsAndParametersReachesTheProgram) {
+TEST_F(SlurmText, InFieldsAndParametersReachesTheProgram) {
   const std::string value = std::string(quoted) + "\tbehind a tab";
   folder_.write("job.xml", jobText("", probe_ + " report \"%tp1\" %tp2 \"%jp1\" x\\%%\"",
                                    quoted + std::string("\t") + bare, value));
@@ -101,7 +101,7 @@ const char* const names[] = {
     "~*?[a]{b}#!",
 };
 
-TEST_F(HostileText, InTheNameOfTheRunFolderIsEnteredAndHasTheLog) {
+TEST_F(SlurmText, InTheNameOfTheRunFolderIsEnteredAndHasTheLog) {
   for (const std::string name : names) {
     SCOPED_TRACE(visible(name));
     const std::string work = folder_.makeFolder("in " + name, 0777);
@@ -112,7 +112,7 @@ TEST_F(HostileText, InTheNameOfTheRunFolderIsEnteredAndHasTheLog) {
   }
 }
 
-TEST_F(HostileText, InTheNameOfTheLogFolderIsWhereTheLogIs) {
+TEST_F(SlurmText, InTheNameOfTheLogFolderIsWhereTheLogIs) {
   for (const std::string name : names) {
     SCOPED_TRACE(visible(name));
     const std::string logs = folder_.file("logs " + name);
@@ -123,7 +123,7 @@ TEST_F(HostileText, InTheNameOfTheLogFolderIsWhereTheLogIs) {
   }
 }
 
-TEST_F(HostileText, InTheNameOfTheJobFileIsInThatOfTheLog) {
+TEST_F(SlurmText, InTheNameOfTheJobFileIsInThatOfTheLog) {
   for (const std::string name : names) {
     SCOPED_TRACE(visible(name));
     folder_.write("x" + name + ".xml", plainJob(""));
@@ -136,7 +136,7 @@ TEST_F(HostileText, InTheNameOfTheJobFileIsInThatOfTheLog) {
   }
 }
 
-TEST_F(HostileText, InTheFolderOfTheJobFileIsReadThere) {
+TEST_F(SlurmText, InTheFolderOfTheJobFileIsReadThere) {
   for (const std::string name : names) {
     SCOPED_TRACE(visible(name));
     const std::string folder = folder_.makeFolder("by " + name, 0777);
@@ -149,7 +149,7 @@ TEST_F(HostileText, InTheFolderOfTheJobFileIsReadThere) {
 }
 
 // What a shell would not take as it is is refused: one makes the program executable.
-TEST_F(HostileText, InTheFolderOfTheApplicationIsTheProgramsOrRefused) {
+TEST_F(SlurmText, InTheFolderOfTheApplicationIsTheProgramsOrRefused) {
   const std::string name = "100%%_%a%j-@+=:,.";
   const std::string program = folder_.makeFolder(name) + "/probe";
   std::filesystem::copy_file(probe_, program);
@@ -167,7 +167,7 @@ TEST_F(HostileText, InTheFolderOfTheApplicationIsTheProgramsOrRefused) {
   }
 }
 
-TEST_F(HostileText, WithABackslashInTheRunFolderNeedsAnotherForTheLogs) {
+TEST_F(SlurmText, WithABackslashInTheRunFolderNeedsAnotherForTheLogs) {
   const std::string work = folder_.makeFolder("back\\slash", 0777);
   folder_.write("job.xml", plainJob("<WorkingFolder>" + work + "</WorkingFolder>"));
   const ProcessResult result = submit();

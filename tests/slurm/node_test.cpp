@@ -28,7 +28,7 @@ pid_t parentIn(const std::string& stat) {
   return name == std::string::npos ? -1 : std::atoi(stat.c_str() + name + 4);
 }
 
-class LostNode : public FarmTest {
+class SlurmLostNode : public FarmTest {
  protected:
   // Whatever happened, the other tests need the node.
   void TearDown() override {
@@ -85,11 +85,11 @@ class LostNode : public FarmTest {
   static constexpr char allIdle[] = "n1 idle\nn2 idle\nn3 idle\nn4 idle\n";
 };
 
-TEST_F(LostNode, HasItsTasksRunOnOthers) {
+TEST_F(SlurmLostNode, HasItsTasksRunOnOthers) {
   write(reportingJob(40, "await:go"));
   Process waiting(submission({"--wait"}));
   ASSERT_TRUE(waiting.readUntil("\n"));
-  const std::string id = linesOf(waiting.output())[0];
+  const std::string id = firstLine(waiting.output());
   // The daemon, and for each of four tasks the one that looks after it and the task itself
   ASSERT_TRUE(eventually([&] { return processesOf("n2").size() == 9; }));
   for (const pid_t process : processesOf("n2")) kill(process, SIGKILL);

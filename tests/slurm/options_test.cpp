@@ -8,7 +8,7 @@
 namespace runlet_test {
 namespace {
 
-class Options : public FarmTest {
+class SlurmOptions : public FarmTest {
  protected:
   std::string recordOf(const std::string& id) const {
     return ask({"/usr/bin/scontrol", "show", "job", "-o", id});
@@ -27,7 +27,7 @@ std::size_t mostAtOnce(const Lines& events) {
   return most;
 }
 
-TEST_F(Options, LimitHowManyTasksRunAtOnce) {
+TEST_F(SlurmOptions, LimitHowManyTasksRunAtOnce) {
   Job job = reportingJob(10, "report:events sleep:300 report:events");
   write(job);
   awaitEnd(submittedOne({"--throttle", "2"}));
@@ -37,7 +37,7 @@ TEST_F(Options, LimitHowManyTasksRunAtOnce) {
   EXPECT_EQ(mostAtOnce(events), 2U);
 }
 
-TEST_F(Options, NameThePartition) {
+TEST_F(SlurmOptions, NameThePartition) {
   write(reportingJob(6));
   const std::string id = submittedOne({"--partition", "side"});
   awaitEnd(id);
@@ -45,7 +45,7 @@ TEST_F(Options, NameThePartition) {
   EXPECT_EQ(nodesOfReports(6), Lines{"n4"});
 }
 
-TEST_F(Options, OfTheEngineReachIt) {
+TEST_F(SlurmOptions, OfTheEngineReachIt) {
   write(reportingJob(2));
   const std::string id =
       submittedOne({"--sbatch-option", "--nodelist=n3", "--sbatch-option=--nice=77"});
@@ -64,7 +64,7 @@ std::string comparable(const std::string& record, const std::string& id) {
                             std::regex("\\b" + id + "\\b"), "ID");
 }
 
-TEST_F(Options, ForADryRunQueueNothingAndShowWhatDoesTheSame) {
+TEST_F(SlurmOptions, ForADryRunQueueNothingAndShowWhatDoesTheSame) {
   write(reportingJob(3));
   const std::vector<std::string> all = {"--throttle", "2", "--partition", "side",
                                         "--sbatch-option=--hold"};
@@ -76,7 +76,7 @@ TEST_F(Options, ForADryRunQueueNothingAndShowWhatDoesTheSame) {
   EXPECT_EQ(describeStatus(shown.waitStatus), "exit 0");
   EXPECT_EQ(nextJobId(), next);
 
-  const std::string pasted = linesOf(ask({"/bin/bash", "-c", shown.output})).at(0);
+  const std::string pasted = firstLine(ask({"/bin/bash", "-c", shown.output}));
   const std::string own = submittedOne(all);
   EXPECT_EQ(comparable(recordOf(pasted), pasted), comparable(recordOf(own), own));
   EXPECT_EQ(ask({"/usr/bin/scontrol", "write", "batch_script", pasted, "-"}),

@@ -5,7 +5,7 @@
 namespace runlet_test {
 namespace {
 
-class Refusal : public FarmTest {
+class SlurmRefusal : public FarmTest {
  protected:
   // Asserts that nothing was queued, and that the engine was not even asked for a job.
   void expectNothingQueued(const ProcessResult& result) const {
@@ -17,7 +17,7 @@ class Refusal : public FarmTest {
   const std::string next_ = nextJobId();
 };
 
-TEST_F(Refusal, OfAJobFileWithAnErrorShowsTheFindings) {
+TEST_F(SlurmRefusal, OfAJobFileWithAnErrorShowsTheFindings) {
   Job job = reportingJob(3);
   job.arguments += " %tx";
   write(job);
@@ -30,7 +30,7 @@ TEST_F(Refusal, OfAJobFileWithAnErrorShowsTheFindings) {
   expectNothingQueued(result);
 }
 
-TEST_F(Refusal, OfAJobFileThatIsMissingSaysSo) {
+TEST_F(SlurmRefusal, OfAJobFileThatIsMissingSaysSo) {
   const ProcessResult check = runProcess(program({tool_, "check", jobFile_}));
   const ProcessResult result = submit();
   EXPECT_EQ(result.error, check.output);
@@ -39,7 +39,7 @@ TEST_F(Refusal, OfAJobFileThatIsMissingSaysSo) {
   expectNothingQueued(result);
 }
 
-TEST_F(Refusal, ByTheEngineIsPassedOn) {
+TEST_F(SlurmRefusal, ByTheEngineIsPassedOn) {
   write(reportingJob(3));
   const ProcessResult result = submit({"--partition", "moon"});
   EXPECT_NE(result.error.find("sbatch: error: invalid partition specified: moon\n"
@@ -51,7 +51,7 @@ TEST_F(Refusal, ByTheEngineIsPassedOn) {
   expectNothingQueued(result);
 }
 
-TEST_F(Refusal, OfABackslashInTheLogFolderSaysSo) {
+TEST_F(SlurmRefusal, OfABackslashInTheLogFolderSaysSo) {
   write(reportingJob(1).set("LogFolder", folder_.file("back\\slash")));
   const ProcessResult result = submit();
   EXPECT_EQ(result.error,

@@ -13,7 +13,7 @@ namespace {
 
 constexpr unsigned nobody = 65534;
 
-class Rights : public FarmTest {
+class SlurmRights : public FarmTest {
  protected:
   // A job of one task that tells what it is, as nobody.
   Job probingJob() const {
@@ -42,7 +42,7 @@ class Rights : public FarmTest {
   }
 };
 
-TEST_F(Rights, AreThoseOfTheJobForRoot) {
+TEST_F(SlurmRights, AreThoseOfTheJobForRoot) {
   write(probingJob().set("LogFolder", "logs"));
   awaitEnd(submittedOne());
   EXPECT_EQ(found("Uid:"), "65534\t65534\t65534\t65534");
@@ -53,7 +53,7 @@ TEST_F(Rights, AreThoseOfTheJobForRoot) {
   EXPECT_EQ(ownerOf("logs/job-1.log"), "65534:65534");
 }
 
-TEST_F(Rights, AreTheCallersForAnybodyElse) {
+TEST_F(SlurmRights, AreTheCallersForAnybodyElse) {
   write(probingJob().set("uid", "0").set("gid", "0"));
   ProcessOptions options = submission();
   options.prepare = [] {
@@ -65,23 +65,23 @@ TEST_F(Rights, AreTheCallersForAnybodyElse) {
                 "runlet-job: submit: the tasks run as user 65534 and group 65534, not "
                 "as the job's user 0 and group 0: only root may switch\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
-  awaitEnd(linesOf(result.output)[0]);
+  awaitEnd(firstLine(result.output));
   EXPECT_EQ(found("Uid:"), "65534\t65534\t65534\t65534");
   EXPECT_EQ(found("Gid:"), "65534\t65534\t65534\t65534");
   EXPECT_EQ(found("Umask:"), "0027");
   EXPECT_EQ(ownerOf("job-1.log"), "65534:65534");
 }
 
-TEST_F(Rights, AreRootsForAJobOfRoot) {
+TEST_F(SlurmRights, AreRootsForAJobOfRoot) {
   write(probingJob().set("uid", "0").set("gid", "0"));
   awaitEnd(submittedOne({}, oneWarning()));
   EXPECT_EQ(found("Uid:"), "0\t0\t0\t0");
   EXPECT_EQ(found("Gid:"), "0\t0\t0\t0");
 }
 
-class Surroundings : public Rights {};
+class SlurmSurroundings : public SlurmRights {};
 
-TEST_F(Surroundings, HoldTheRunFolderAndNoInput) {
+TEST_F(SlurmSurroundings, HoldTheRunFolderAndNoInput) {
   folder_.makeFolder("run", 0777);
   write(probingJob().set("WorkingFolder", folder_.file("run")));
   awaitEnd(submittedOne());
@@ -89,7 +89,7 @@ TEST_F(Surroundings, HoldTheRunFolderAndNoInput) {
   EXPECT_TRUE(found("descriptor").starts_with("0 /dev/null; ")) << found("descriptor");
 }
 
-TEST_F(Surroundings, BeginWhereTheVerbWasStartedForARelativeRunFolder) {
+TEST_F(SlurmSurroundings, BeginWhereTheVerbWasStartedForARelativeRunFolder) {
   folder_.makeFolder("run", 0777);
   // For a job of several tasks the adapter could not do that, and it would be an error.
   write(probingJob().set("WorkingFolder", "run").set("LogFolder", folder()));
@@ -97,7 +97,7 @@ TEST_F(Surroundings, BeginWhereTheVerbWasStartedForARelativeRunFolder) {
   EXPECT_EQ(found("folder"), folder_.file("run"));
 }
 
-TEST_F(Surroundings, HaveStandardErrorInTheLogJoinedOrNot) {
+TEST_F(SlurmSurroundings, HaveStandardErrorInTheLogJoinedOrNot) {
   for (const char* joined : {"Yes", "No"}) {
     Job job = jobOf({farmTask_ + " out:first err:second out:third"});
     write(job.set("redirectStderr", joined));
