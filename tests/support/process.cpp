@@ -19,8 +19,6 @@
 namespace runlet_test {
 namespace {
 
-constexpr std::chrono::seconds patience(30);
-
 struct Pipe {
   int readEnd;
   int writeEnd;
@@ -117,7 +115,7 @@ void openAs(int descriptor, const std::string& path, int flags) {
 Process::Process(const ProcessOptions& options) {
   const Pipe output = makePipe();
   const Pipe error = makePipe();
-  deadline_ = std::chrono::steady_clock::now() + patience;
+  deadline_ = std::chrono::steady_clock::now() + options.patience;
   result_.pid = fork();
   if (result_.pid == 0) become(options, output.writeEnd, error.writeEnd);
   close(output.writeEnd);

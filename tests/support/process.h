@@ -22,6 +22,7 @@ struct ProcessOptions {
   // default dispositions, the mask for new files is 022, and the process leads a session of its
   // own.
   std::function<void()> prepare;
+  std::chrono::seconds patience{30};  // how long it may take from its start on
 };
 
 struct ProcessResult {
@@ -60,8 +61,8 @@ class Process {
   // status; at the time limit kills it.
   void awaitEnd() const;
 
-  // Reads both outputs to their end and waits for the process. A process that is not done
-  // half a minute after its start is killed.
+  // Reads both outputs to their end and waits for the process. A process that takes longer than the
+  // options allow is killed.
   ProcessResult finish();
 
  private:

@@ -10,11 +10,11 @@
 
 namespace runlet_test {
 
-TempFolder::TempFolder() {
+TempFolder::TempFolder(const std::string& parent) {
   // mkdtemp puts a name of its own in place of the last letters
-  char name[] = "/tmp/runlet-test-XXXXXX";
-  if (mkdtemp(name) == nullptr || chmod(name, 0755) != 0) {
-    throw std::runtime_error("cannot make a folder in /tmp");
+  std::string name = parent + "/runlet-test-XXXXXX";
+  if (mkdtemp(name.data()) == nullptr || chmod(name.c_str(), 0755) != 0) {
+    throw std::runtime_error("cannot make a folder in " + parent);
   }
   path_ = name;
 }

@@ -8,7 +8,7 @@ namespace runlet_test {
 // A new folder that every user may enter, removed with all that is in it when the object goes.
 class TempFolder {
  public:
-  TempFolder();
+  explicit TempFolder(const std::string& parent = "/tmp");
   ~TempFolder();
   TempFolder(const TempFolder&) = delete;
   TempFolder& operator=(const TempFolder&) = delete;

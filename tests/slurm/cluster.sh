@@ -1,0 +1,151 @@
+# Slurm clusters of one's own on this machine, for tests; to be sourced.
+#
+# A cluster lives in one folder with its configuration, keys, state and logs; it listens on the
+# loopback interface alone, on ports that were free, and talks through a munged of its own. So it
+# gets along with others, and with daemons that the machine has anyway. Every process of a cluster,
+# down to its tasks, has the path of the configuration in its environment, and is found by that.
+
+# await SECONDS COMMAND...: until the command succeeds; false when that takes too long.
+await() {
+  local deadline=$((SECONDS + $1))
+  shift
+  until "$@" >/dev/null 2>&1; do
+    [ "$SECONDS" -lt "$deadline" ] || return 1
+    sleep 0.05
+  done
+}
+
+# freePorts COUNT: as many ports that nobody listens on, below those that the kernel gives away.
+freePorts() {
+  local found=() port
+  while [ ${#found[@]} -lt "$1" ]; do
+    port=$((10000 + RANDOM % 20000))
+    case " ${found[*]} " in *" $port "*) continue ;; esac
+    (: <"/dev/tcp/127.0.0.1/$port") 2>/dev/null || found+=("$port")
+  done
+  printf '%s\n' "${found[@]}"
+}
+
+# writeConfiguration FOLDER NODES LINE...: for nodes n1, n2 and so on.
+#
+# Short times throughout: a dead node is noticed after ten seconds, and what ran there starts again
+# five seconds later.
+writeConfiguration() {
+  local folder=$1 nodes=$2 host=${HOSTNAME%%.*} ports node
+  shift 2
+  mapfile -t ports < <(freePorts $((nodes + 1)))
+  cat <<END
+ClusterName=$(basename "$folder")
+SlurmctldHost=$host(127.0.0.1)
+SlurmctldPort=${ports[0]}
+CommunicationParameters=NoInAddrAny,NoCtldInAddrAny
+SlurmUser=root
+AuthType=auth/munge
+AuthInfo=socket=$folder/socket/munge,cred_expire=5
+StateSaveLocation=$folder/state
+SlurmdSpoolDir=$folder/spool/%n
+SlurmctldPidFile=$folder/run/slurmctld
+SlurmdPidFile=$folder/run/%n
+SlurmctldLogFile=$folder/log/slurmctld
+SlurmdLogFile=$folder/log/%n
+ProctrackType=proctrack/linuxproc
+TaskPlugin=task/none
+SwitchType=switch/none
+MpiDefault=none
+SelectType=select/cons_tres
+SelectTypeParameters=CR_CPU
+SchedulerType=sched/backfill
+SchedulerParameters=batch_sched_delay=0,sched_interval=1,sched_min_interval=10000,bf_interval=1
+JobAcctGatherType=jobacct_gather/none
+AccountingStorageType=accounting_storage/none
+JobCompType=jobcomp/none
+SlurmdParameters=config_overrides
+ReturnToService=2
+SlurmdTimeout=10
+MessageTimeout=5
+TCPTimeout=2
+KillWait=2
+MinJobAge=3600
+END
+  for ((node = 1; node <= nodes; ++node)); do
+    printf 'NodeName=n%d NodeHostname=%s NodeAddr=127.0.0.1 Port=%d CPUs=4 RealMemory=2000\n' \
+      "$node" "$host" "${ports[node]}"
+  done
+  printf '%s\n' "$@"
+}
+
+# startNode FOLDER NAME
+startNode() {
+  SLURM_CONF=$1/slurm.conf slurmd -N "$2"
+}
+
+startMunge() {
+  head -c 128 /dev/urandom >"$1/munge/key"
+  chmod 400 "$1/munge/key"
+  SLURM_CONF=$1/slurm.conf munged --key-file="$1/munge/key" --socket="$1/socket/munge" \
+    --pid-file="$1/munge/pid" --seed-file="$1/munge/seed" --log-file="$1/log/munged"
+}
+
+mungeAnswers() {
+  munge -S "$1/socket/munge" -n | unmunge -S "$1/socket/munge"
+}
+
+nodesAreIdle() {
+  [ "$(SLURM_CONF=$1/slurm.conf sinfo -h -N -o '%N %T' | sort -u | grep -c ' idle$')" = "$2" ]
+}
+
+# startCluster FOLDER NODES LINE...: makes the folder; the lines go behind the configuration. False,
+# with a message, when the cluster does not get ready.
+startCluster() {
+  local folder=$1 nodes=$2 node
+  mkdir "$folder"
+  (umask 077 && mkdir "$folder/munge")
+  mkdir "$folder"/{socket,state,spool,run,log}
+  writeConfiguration "$@" >"$folder/slurm.conf"
+
+  startMunge "$folder"
+  await 10 mungeAnswers "$folder" || { printf 'munged does not answer.\n' >&2; return 1; }
+  SLURM_CONF=$folder/slurm.conf slurmctld
+  for ((node = 1; node <= nodes; ++node)); do
+    mkdir "$folder/spool/n$node"
+    startNode "$folder" "n$node"
+  done
+  await 30 nodesAreIdle "$folder" "$nodes" ||
+    { printf 'The nodes do not get ready.\n' >&2; return 1; }
+}
+
+# processesOfClusters FOLDER: the ids of all processes of the clusters in that folder.
+processesOfClusters() {
+  grep -lzs "^SLURM_CONF=$1/" /proc/[0-9]*/environ | cut -d / -f 3
+}
+
+clustersAreGone() {
+  [ -z "$(processesOfClusters "$1")" ]
+}
+
+# signalClusters SIGNAL FOLDER: to every process of the clusters in that folder.
+signalClusters() {
+  local process
+  for process in $(processesOfClusters "$2"); do
+    kill "-$1" "$process" 2>/dev/null || true  # it may just have ended
+  done
+}
+
+# stopClusters FOLDER: ends all processes of the clusters in that folder, whatever has ended before.
+stopClusters() {
+  signalClusters TERM "$1"
+  await 5 clustersAreGone "$1" && return 0  # in a trap, the status would be another
+  until clustersAreGone "$1"; do
+    signalClusters KILL "$1"
+    sleep 0.1
+  done
+}
+
+# showLogs FOLDER: the ends of the daemons' logs of the clusters in that folder.
+showLogs() {
+  local log
+  for log in "$1"/*/log/*; do
+    printf '\n--- the end of %s\n' "$log"
+    tail -n 15 "$log"
+  done
+}

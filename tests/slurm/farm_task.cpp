@@ -1,0 +1,88 @@
+// A task that does what its arguments say, one after the other:
+//
+//   await:FILE   goes on once the file exists, or after a minute
+//   need:FILE    ends with 4 if there is no such file
+//   sleep:MS     does nothing for so many milliseconds
+//   report:FILE  adds a line to the file: the node, and all arguments
+//   stamp:FILE   adds the time to the file: seconds since the epoch
+//   out:TEXT     a line on standard output; err:TEXT on standard error
+//   exit:CODE    ends; kill:SIGNAL ends by the signal
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+namespace {
+
+// In one call, so that the text arrives whole.
+void put(int descriptor, const std::string& text) {
+  if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) _exit(98);
+}
+
+bool exists(const char* path) {
+  return access(path, F_OK) == 0;
+}
+
+void awaitFile(const char* path) {
+  for (int tries = 0; tries < 6000 && !exists(path); ++tries) usleep(10000);
+}
+
+void append(const char* path, const std::string& line) {
+  const int file = open(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
+  if (file == -1) _exit(97);
+  put(file, line + "\n");
+  close(file);
+}
+
+void report(const char* path, char** arguments) {
+  const char* node = std::getenv("SLURMD_NODENAME");
+  std::string line = node == nullptr ? "no node" : node;
+  for (; *arguments != nullptr; ++arguments) line.append(" ").append(*arguments);
+  append(path, line);
+}
+
+void stamp(const char* path) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  char text[64];
+  std::snprintf(text, sizeof text, "%lld.%09ld", static_cast<long long>(now.tv_sec), now.tv_nsec);
+  append(path, text);
+}
+
+// What stands behind `verb`, if `order` begins with it; else null.
+const char* behind(const char* verb, const char* order) {
+  const std::size_t length = std::strlen(verb);
+  return std::strncmp(order, verb, length) == 0 ? order + length : nullptr;
+}
+
+int number(const char* text) {
+  return static_cast<int>(std::strtol(text, nullptr, 10));
+}
+
+void obey(const char* order, char** all) {
+  if (const char* path = behind("await:", order)) awaitFile(path);
+  if (const char* path = behind("need:", order)) {
+    if (!exists(path)) _exit(4);
+  }
+  if (const char* time = behind("sleep:", order))
+    usleep(static_cast<unsigned>(number(time)) * 1000);
+  if (const char* path = behind("report:", order)) report(path, all);
+  if (const char* path = behind("stamp:", order)) stamp(path);
+  if (const char* text = behind("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
+  if (const char* text = behind("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
+  if (const char* code = behind("exit:", order)) _exit(number(code));
+  if (const char* signal = behind("kill:", order)) std::raise(number(signal));
+}
+
+}  // namespace
+
+int main(int, char* argv[]) {
+  for (char** order = argv + 1; *order != nullptr; ++order) obey(*order, argv + 1);
+  return 0;
+}
