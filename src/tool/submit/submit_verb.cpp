@@ -88,7 +88,7 @@ int submitBatch(const Batch& batch, const SubmitOptions& options) {
   const std::vector<ArrayPart> parts =
       planArrays(batch.tasks, batch.context.taskList.size(), options.chunk, askMaxArraySize());
   if (options.isDryRun) return show(batch, options, parts);
-  return makeLogFolder(batch, verbName) ? submitParts(batch, options, parts) : exitFailing;
+  return makeLogFolder(batch, verbName) ? submitParts(batch, options, parts) : exitUnreadable;
 }
 
 int submit(const SubmitOptions& options) {

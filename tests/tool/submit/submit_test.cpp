@@ -233,7 +233,7 @@ TEST_F(Submit, IsRefusedWhereNoLogsCanBeWritten) {
   expectSubmit({}, "",
                "runlet-job: submit: no logs can be written to " + folder_.file("logs") +
                    ": Not a directory\n",
-               "exit 1");
+               "exit 2");
   EXPECT_EQ(engine_.calls("sbatch"), Calls{});
 }
 
