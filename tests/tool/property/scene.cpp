@@ -406,6 +406,8 @@ ProcessOptions Scene::program(const std::string& path, const Strings& words) con
                          {"RUNLET_GROUNDS", base_.path()}};
   if (path != programs().tool || words[0] == "exec") {
     options.environment.emplace_back("LD_PRELOAD", programs().spy);
+    // It comes in front of a sanitizer's library.
+    options.environment.emplace_back("ASAN_OPTIONS", "verify_asan_link_order=0");
   }
   const bool isUnprivileged = case_.isUnprivileged;
   options.prepare = [isUnprivileged] {

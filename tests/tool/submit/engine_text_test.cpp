@@ -133,7 +133,8 @@ TEST(EngineText, OfTheAccountsIsTheStateOfEveryElement) {
 TEST(EngineText, OfTheAccountsTellsElementsThatWereNotStartedTogether) {
   ElementStates states;
   readAccounts(
-      "12_[1,4-6,9-9%2]|PENDING|0:0\n13_[2]|CANCELLED by 0|0:0\n14_[3-2,7,x,8-y]|PENDING|0:0",
+      "12_[1,4-6,9-9%2]|PENDING|0:0\n13_[2,3999999-4000000]|CANCELLED by "
+      "0|0:0\n14_[3-2,7,x,8-y]|PENDING|0:0",
       &states);
   EXPECT_EQ(states, (ElementStates{{{"12", 1}, std::nullopt},
                                    {{"12", 4}, std::nullopt},
@@ -141,6 +142,8 @@ TEST(EngineText, OfTheAccountsTellsElementsThatWereNotStartedTogether) {
                                    {{"12", 6}, std::nullopt},
                                    {{"12", 9}, std::nullopt},
                                    {{"13", 2}, word("cancelled")},
+                                   {{"13", 3999999}, word("cancelled")},
+                                   {{"13", 4000000}, word("cancelled")},
                                    {{"14", 7}, std::nullopt}}));
 }
 
@@ -148,7 +151,7 @@ TEST(EngineText, OfTheAccountsIsPassedOverWhereItIsSomethingElse) {
   ElementStates states;
   readAccounts(
       "\n\n|\n||\n12|FAILED|1:0\n_1|FAILED|1:0\n12_|FAILED|1:0\nx_1|FAILED|1:0\n12_x|FAILED|1:0\n"
-      "12_[1|FAILED|x\n12_[0-2147483647]|FAILED|1:0\n12_1,...|RUNNING|\n"
+      "12_[1|FAILED|x\n12_[0-2147483647]|FAILED|1:0\n12_4000001|FAILED|1:0\n12_1,...|RUNNING|\n"
       "Slurm accounting storage is disabled",
       &states);
   EXPECT_EQ(states, (ElementStates{{{"12", 1}, word("failed")}}));
