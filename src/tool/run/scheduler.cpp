@@ -57,6 +57,14 @@ struct Running {
   std::optional<Ending> forced;     // why it has to end, if it has to
 };
 
+TaskEnd takeEnd(pid_t process, const Running& running) {
+  // Only as long as the status has not been taken is the group sure to be this one.
+  if (running.forced) kill(-process, SIGKILL);
+  int status = 0;
+  waitpid(process, &status, 0);
+  return running.forced ? TaskEnd{*running.forced, 0, ""} : endOfStatus(status);
+}
+
 class Scheduler {
  public:
   Scheduler(const TaskSource& source, const SchedulerLimits& limits, const HeldSignals& signals);
@@ -70,7 +78,6 @@ class Scheduler {
 
   void startNext();
   void takeEnded();
-  TaskEnd takeEnd(pid_t process, const Running& running);
   void interrupt(int signal);
   void endOverdue();
   void askToEnd(Processes::value_type* process, Ending why);
@@ -149,14 +156,6 @@ void Scheduler::takeEnded() {
     outcome_.ends[position->second.task] = takeEnd(process, position->second);
     processes_.erase(position);
   }
-}
-
-TaskEnd Scheduler::takeEnd(pid_t process, const Running& running) {
-  // Only as long as the status has not been taken is the group sure to be this one.
-  if (running.forced) kill(-process, SIGKILL);
-  int status = 0;
-  waitpid(process, &status, 0);
-  return running.forced ? TaskEnd{*running.forced, 0, ""} : endOfStatus(status);
 }
 
 void Scheduler::interrupt(int signal) {

@@ -65,6 +65,7 @@ class Attributes {
 int spawnProgram(const std::vector<std::string>& arguments, int output, const sigset_t& mask,
                  pid_t* process) {
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));  // which nobody writes to
   }
