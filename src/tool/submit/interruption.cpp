@@ -49,7 +49,7 @@ void SignalHold::release() {
 Farewell::Farewell(const std::string& text) {
   farewell = text;
   for (const int signal : stopSignals()) {
-    setHandler(signal, sayFarewell, SA_RESETHAND | SA_RESTART);
+    setHandler(signal, sayFarewell, static_cast<int>(SA_RESETHAND | SA_RESTART));
   }
 }
 

@@ -1,5 +1,6 @@
 // runlet-job submit with an engine that only writes down what it is asked for.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -453,9 +454,10 @@ TEST_F(HostileSubmit, IsTheSameWhenAShellRunsWhatWasPrinted) {
   expectTool(runProcess(shell), "12\n12\n12\n", "", "exit 0");
   const Calls calls = engine_.calls("sbatch");
   ASSERT_EQ(calls.size(), 6U);
-  for (int i = 1; i <= 3; ++i) {
-    EXPECT_EQ(calls[i + 2], calls[i - 1]);
-    EXPECT_EQ(engine_.input("sbatch", i + 3), engine_.input("sbatch", i));
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(calls[i + 3], calls[i]);
+    const int number = static_cast<int>(i) + 1;
+    EXPECT_EQ(engine_.input("sbatch", number + 3), engine_.input("sbatch", number));
   }
 }
 
@@ -526,9 +528,9 @@ TEST_F(Submit, RefusesAWrongCommandLine) {
 TEST_F(Submit, TellsWhenTheIdCannotBeWritten) {
   write(quietJob(1));
   ProcessOptions options = submit({});
-  options.prepare = [] { close(STDOUT_FILENO); };
+  options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
   expectTool(runProcess(options), "",
-             withWarning("runlet-job: cannot write: Bad file descriptor\n"), "exit 2");
+             withWarning("runlet-job: cannot write: No space left on device\n"), "exit 2");
 }
 
 }  // namespace
