@@ -32,11 +32,6 @@ std::string idsAtTheEnd(const ProcessResult& result, const std::string& name) {
   return "no such line";
 }
 
-std::string fourTimes(unsigned id) {
-  const std::string text = std::to_string(id);
-  return text + "\t" + text + "\t" + text + "\t" + text;
-}
-
 class LaunchOrder : public AdapterTest {
  protected:
   ProcessResult runUnder(const std::string& appPath, const std::string& command, int count = 1) {

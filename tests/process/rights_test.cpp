@@ -13,11 +13,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::string fourTimes(unsigned id) {
-  const std::string text = std::to_string(id);
-  return text + "\t" + text + "\t" + text + "\t" + text;
-}
-
 class Rights : public AdapterTest {
  protected:
   Rights() {

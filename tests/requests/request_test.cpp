@@ -23,6 +23,7 @@
 #include "generator.h"
 #include "process.h"
 #include "temp_folder.h"
+#include "visible.h"
 
 namespace runlet_model {
 namespace {
@@ -30,6 +31,7 @@ namespace {
 using runlet_test::ProcessOptions;
 using runlet_test::ProcessResult;
 using runlet_test::TempFolder;
+using runlet_test::visible;
 using Strings = std::vector<std::string>;
 
 // So many requests, with the usual start, have to reach every outcome that a test names.
@@ -43,20 +45,6 @@ constexpr unsigned enoughOfEach = 3;
 std::uint64_t setting(const char* name, std::uint64_t usual) {
   const char* text = std::getenv(name);
   return text == nullptr ? usual : std::strtoull(text, nullptr, 10);
-}
-
-std::string visible(const std::string& text) {
-  std::ostringstream out;
-  for (const char c : text) {
-    if (c >= ' ' && c <= '~' && c != '\\') {
-      out << c;
-    } else {
-      const char* digits = "0123456789abcdef";
-      const auto byte = static_cast<unsigned char>(c);
-      out << "\\x" << digits[byte >> 4U] << digits[byte & 15U];
-    }
-  }
-  return out.str();
 }
 
 // The same, but with its line ends.

@@ -3,21 +3,10 @@
 #include <filesystem>
 
 #include "farm.h"
+#include "visible.h"
 
 namespace runlet_test {
 namespace {
-
-// As the probe writes texts.
-std::string visible(const std::string& text) {
-  std::string out;
-  for (const char c : text) {
-    char code[8];
-    const bool plain = c >= ' ' && c <= '~' && c != '\\';
-    std::snprintf(code, sizeof code, plain ? "%c" : "\\x%02x", static_cast<unsigned>(c) & 0xffU);
-    out += code;
-  }
-  return out;
-}
 
 std::string cdata(const std::string& text) {
   return "<![CDATA[" + text + "]]>";

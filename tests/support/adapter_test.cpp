@@ -121,6 +121,11 @@ void expectResult(const ProcessResult& result, const std::string& output, const 
   EXPECT_EQ(describeStatus(result.waitStatus), status);
 }
 
+std::string fourTimes(unsigned id) {
+  const std::string text = std::to_string(id);
+  return text + "\t" + text + "\t" + text + "\t" + text;
+}
+
 std::string infoReply(const std::string& name) {
   return "<AdapterInfo>\n\t<Name>" + name + "</Name>\n\t<Version>400</Version>\n\t<Description>" +
          name + " v2023 with user rights</Description>\n</AdapterInfo>\n";

@@ -95,6 +95,9 @@ std::string adapterLinesFirst(const std::string& output);
 void expectResult(const ProcessResult& result, const std::string& output, const std::string& error,
                   const std::string& status);
 
+// An id as /proc/PID/status has it: real, effective, saved, and that for files.
+std::string fourTimes(unsigned id);
+
 // The reply to GetInfo of an adapter of that name.
 std::string infoReply(const std::string& name);
 

@@ -10,22 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "visible.h"
+
 namespace {
 
-// Every byte that is not printable, and the backslash, as \xNN.
-std::string visible(const std::string& text) {
-  std::string out;
-  for (const char c : text) {
-    if (c >= ' ' && c <= '~' && c != '\\') {
-      out += c;
-    } else {
-      char code[8];
-      std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(c) & 0xffU);
-      out += code;
-    }
-  }
-  return out;
-}
+using runlet_test::visible;
 
 std::string targetOf(const std::string& link) {
   char target[4096];

@@ -12,23 +12,15 @@
 #include <cstring>
 #include <string>
 
+#include "visible.h"
+
 namespace {
+
+using runlet_test::visible;
 
 // In one call, so that the text arrives whole.
 void put(int descriptor, const std::string& text) {
   if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) _exit(98);
-}
-
-// Every byte that is not printable, and the backslash, as \xNN.
-std::string visible(const std::string& text) {
-  std::string out;
-  for (const char c : text) {
-    char code[8];
-    const bool plain = c >= ' ' && c <= '~' && c != '\\';
-    std::snprintf(code, sizeof code, plain ? "%c" : "\\x%02x", static_cast<unsigned>(c) & 0xffU);
-    out += code;
-  }
-  return out;
 }
 
 std::string ids(uid_t real, uid_t effective, uid_t saved) {

@@ -17,11 +17,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::string fourTimes(unsigned id) {
-  const std::string text = std::to_string(id);
-  return text + "\t" + text + "\t" + text + "\t" + text;
-}
-
 // The note for task `number`; `wanted` is what the job says.
 std::string note(int number, unsigned uid, unsigned gid, const std::string& wanted) {
   return "runlet-job: exec: task " + std::to_string(number) + " runs as user " +
