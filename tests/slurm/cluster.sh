@@ -74,6 +74,10 @@ END
   printf '%s\n' "$@"
 }
 
+startController() {
+  SLURM_CONF=$1/slurm.conf slurmctld
+}
+
 # startNode FOLDER NAME
 startNode() {
   SLURM_CONF=$1/slurm.conf slurmd -N "$2"
@@ -105,7 +109,7 @@ startCluster() {
 
   startMunge "$folder"
   await 10 mungeAnswers "$folder" || { printf 'munged does not answer.\n' >&2; return 1; }
-  SLURM_CONF=$folder/slurm.conf slurmctld
+  startController "$folder"
   for ((node = 1; node <= nodes; ++node)); do
     mkdir "$folder/spool/n$node"
     startNode "$folder" "n$node"

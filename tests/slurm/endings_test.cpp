@@ -81,8 +81,10 @@ TEST_F(SlurmEnding, WithoutTheRunFolderIsNoneOfTheProgram) {
 }
 
 // A minute is the shortest limit, and the engine looks only every half minute.
-class SlurmTimeLimit : public NarrowFarmTest {
+class SlurmTimeLimit : public FarmTest {
  protected:
+  SlurmTimeLimit() : FarmTest("small") {}
+
   ProcessOptions patient(const std::vector<std::string>& arguments) const {
     ProcessOptions options = submission(arguments);
     options.patience = std::chrono::minutes(4);

@@ -38,6 +38,11 @@ Element elementOf(const std::string& line) {
           valueOf("JobId", line)};
 }
 
+pid_t parentIn(const std::string& stat) {
+  const std::size_t name = stat.rfind(") ");
+  return name == std::string::npos ? -1 : std::atoi(stat.c_str() + name + 4);
+}
+
 }  // namespace
 
 FarmTest::FarmTest(const std::string& cluster)
@@ -189,6 +194,31 @@ std::string FarmTest::nextJobId() const {
   const std::string settings = ask({"/usr/bin/scontrol", "show", "config"});
   return std::regex_search(settings, match, std::regex("NEXT_JOB_ID += ([0-9]+)")) ? match[1].str()
                                                                                    : "";
+}
+
+std::vector<ClusterProcess> FarmTest::processes() const {
+  std::vector<ClusterProcess> found;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const pid_t pid = std::atoi(entry.path().filename().c_str());
+    const std::string environment = readFile(entry.path() / "environ");
+    if (pid <= 0 || !holds(environment, "SLURM_CONF=" + cluster_ + "/slurm.conf")) continue;
+    found.push_back({pid, parentIn(readFile(entry.path() / "stat")),
+                     readFile(entry.path() / "cmdline"), environment});
+  }
+  return found;
+}
+
+void FarmTest::callCluster(const std::string& function,
+                           const std::vector<std::string>& arguments) const {
+  std::vector<std::string> all = {
+      "/bin/bash", "-c",    ". \"$1\"; shift; \"$@\"", "-", RUNLET_CLUSTER_FUNCTIONS,
+      function,    cluster_};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  ask(all);
+}
+
+bool holds(const std::string& words, const std::string& word) {
+  return ('\0' + words).find('\0' + word + '\0') != std::string::npos;
 }
 
 Lines linesOf(const std::string& text) {

@@ -23,6 +23,17 @@ struct Element {
   std::string jobId;  // of its own; an array's id is that of its last element
 };
 
+// A process of a cluster.
+struct ClusterProcess {
+  pid_t pid;
+  pid_t parent;
+  std::string commandLine;  // a NUL behind every word
+  std::string environment;  // likewise
+};
+
+// Whether `word` is among words that each have a NUL behind them.
+bool holds(const std::string& words, const std::string& word);
+
 using Lines = std::vector<std::string>;
 Lines linesOf(const std::string& text);
 std::string firstLine(const std::string& text);
@@ -86,6 +97,12 @@ class FarmTest : public testing::Test {
   void awaitEnd(const std::string& id) const;
   // The id that the engine will give to the next job.
   std::string nextJobId() const;
+
+  // All of the cluster that run, down to its tasks.
+  std::vector<ClusterProcess> processes() const;
+  // Calls a function of cluster.sh with the cluster's folder and the arguments.
+  void callCluster(const std::string& function,
+                   const std::vector<std::string>& arguments = {}) const;
 
   std::string log(const std::string& name) const {
     return readFile(folder_.file(name));

@@ -1,32 +1,15 @@
-// A node that dies in the middle of an array, as a machine does: at once, with all that runs on it.
+// What dies in the middle of an array: a node, as a machine does, at once and with all that runs on
+// it; and the controller.
 
 #include <signal.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <thread>
 
 #include "farm.h"
 
 namespace runlet_test {
 namespace {
-
-// A process of the cluster that the tests run on.
-struct ClusterProcess {
-  pid_t pid;
-  pid_t parent;
-  std::string commandLine;  // a NUL behind every word
-  std::string environment;  // likewise
-};
-
-bool holds(const std::string& words, const std::string& word) {
-  return ('\0' + words).find('\0' + word + '\0') != std::string::npos;
-}
-
-pid_t parentIn(const std::string& stat) {
-  const std::size_t name = stat.rfind(") ");
-  return name == std::string::npos ? -1 : std::atoi(stat.c_str() + name + 4);
-}
 
 class SlurmLostNode : public FarmTest {
  protected:
@@ -35,18 +18,6 @@ class SlurmLostNode : public FarmTest {
     FarmTest::TearDown();
     if (nodes() != allIdle) start("n2");
     EXPECT_TRUE(eventually([&] { return nodes() == allIdle; })) << nodes();
-  }
-
-  std::vector<ClusterProcess> processes() const {
-    std::vector<ClusterProcess> found;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-      const pid_t pid = std::atoi(entry.path().filename().c_str());
-      const std::string environment = readFile(entry.path() / "environ");
-      if (pid <= 0 || !holds(environment, "SLURM_CONF=" + cluster_ + "/slurm.conf")) continue;
-      found.push_back({pid, parentIn(readFile(entry.path() / "stat")),
-                       readFile(entry.path() / "cmdline"), environment});
-    }
-    return found;
   }
 
   // Those of the node: its daemon, its tasks, and in between the daemons that look after these, so
@@ -78,8 +49,7 @@ class SlurmLostNode : public FarmTest {
   }
 
   void start(const std::string& node) const {
-    ask({"/bin/bash", "-c", ". \"$1\"; startNode \"$2\" \"$3\"", "-", RUNLET_CLUSTER_FUNCTIONS,
-         cluster_, node});
+    callCluster("startNode", {node});
   }
 
   static constexpr char allIdle[] = "n1 idle\nn2 idle\nn3 idle\nn4 idle\n";
@@ -111,6 +81,36 @@ TEST_F(SlurmLostNode, HasItsTasksRunOnOthers) {
               calling(reportingCommand(std::to_string(task), "await:go"), folder()));
   }
   start("n2");
+}
+
+class SlurmController : public NarrowFarmTest {
+ protected:
+  std::vector<pid_t> controller() const {
+    std::vector<pid_t> found;
+    for (const ClusterProcess& process : processes()) {
+      if (process.commandLine == std::string("slurmctld\0", 10)) found.push_back(process.pid);
+    }
+    return found;
+  }
+};
+
+TEST_F(SlurmController, MayBeStartedAgainWhileAnArrayIsWaitedFor) {
+  write(reportingJob(4, "await:go"));
+  Process waiting(submission({"--wait"}));
+  ASSERT_TRUE(waiting.readUntil("\n"));
+  const std::string id = firstLine(waiting.output());
+  ASSERT_TRUE(eventually([&] { return elementsOf(id).size() == 4; }));
+  ASSERT_EQ(controller().size(), 1U);
+  kill(controller()[0], SIGTERM);
+  EXPECT_TRUE(eventually([&] { return controller().empty(); }));
+  std::this_thread::sleep_for(std::chrono::seconds(5));  // so that it is missed
+  callCluster("startController");
+  folder_.write("go", "");
+
+  const ProcessResult result = waiting.finish();
+  EXPECT_TRUE(result.error.ends_with("\n4 tasks: 4 succeeded\n")) << result.error;
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+  expectEachReportedOnce(4);
 }
 
 }  // namespace
