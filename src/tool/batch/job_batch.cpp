@@ -12,8 +12,8 @@
 #include "tool/check/findings_text.h"
 #include "tool/check/inspect.h"
 #include "tool/expand/loading.h"
+#include "tool/system/paths.h"
 #include "tool/text/format.h"
-#include "tool/text/paths.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {

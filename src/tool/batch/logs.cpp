@@ -9,8 +9,8 @@
 #include <filesystem>
 
 #include "tool/batch/identity.h"
+#include "tool/system/paths.h"
 #include "tool/text/format.h"
-#include "tool/text/paths.h"
 
 namespace runlet_tool {
 namespace {

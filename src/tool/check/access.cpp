@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "tool/text/paths.h"
+#include "tool/system/paths.h"
 
 namespace runlet_tool {
 namespace {

@@ -14,7 +14,7 @@
 #include "tool/check/access.h"
 #include "tool/check/inspection.h"
 #include "tool/expand/preview.h"
-#include "tool/text/paths.h"
+#include "tool/system/paths.h"
 
 namespace runlet_tool {
 namespace {

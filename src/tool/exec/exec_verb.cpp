@@ -6,7 +6,7 @@
 #include <string>
 
 #include "tool/exec/become_task.h"
-#include "tool/text/paths.h"
+#include "tool/system/paths.h"
 
 namespace runlet_tool {
 namespace {

@@ -6,9 +6,9 @@
 #include "tool/check/findings_text.h"
 #include "tool/check/inspect.h"
 #include "tool/make/job_text.h"
-#include "tool/make/memory_file.h"
 #include "tool/make/self_check.h"
 #include "tool/make/word_quoting.h"
+#include "tool/system/memory_file.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {

@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-#include "tool/batch/stop_signals.h"
+#include "tool/system/stop_signals.h"
 
 namespace runlet_tool {
 namespace {

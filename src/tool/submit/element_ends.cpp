@@ -8,7 +8,7 @@
 
 #include "tool/batch/identity.h"
 #include "tool/batch/summary.h"
-#include "tool/text/paths.h"
+#include "tool/system/paths.h"
 
 namespace runlet_tool {
 namespace {

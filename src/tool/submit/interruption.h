@@ -6,7 +6,7 @@
 
 namespace runlet_tool {
 
-// Keeps stop signals, see stop_signals.h, from this process and from programs that are started
+// Keeps stop signals, see system/stop_signals.h, from this process and from programs that are started
 // meanwhile, until it goes or is told to release them; then they have their effect.
 class SignalHold {
  public:

@@ -8,8 +8,8 @@
 
 #include "tool/batch/logs.h"
 #include "tool/submit/array_comment.h"
+#include "tool/system/paths.h"
 #include "tool/text/format.h"
-#include "tool/text/paths.h"
 #include "tool/text/shell_quote.h"
 
 namespace runlet_tool {

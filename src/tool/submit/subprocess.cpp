@@ -10,7 +10,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "tool/make/memory_file.h"
+#include "tool/system/memory_file.h"
 
 namespace runlet_tool {
 namespace {

@@ -11,7 +11,7 @@
 #include "adapter_test.h"
 #include "job.h"
 #include "temp_folder.h"
-#include "tool/text/paths.h"
+#include "tool/system/paths.h"
 
 namespace runlet_tool {
 namespace {

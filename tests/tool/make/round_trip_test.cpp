@@ -15,7 +15,7 @@
 #include "model.h"
 #include "random.h"
 #include "tool/make/make_job.h"
-#include "tool/make/memory_file.h"
+#include "tool/system/memory_file.h"
 
 namespace runlet_tool {
 namespace {

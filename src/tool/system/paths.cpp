@@ -1,4 +1,4 @@
-#include "tool/text/paths.h"
+#include "tool/system/paths.h"
 
 #include <filesystem>
 

@@ -1,4 +1,4 @@
-#include "tool/batch/stop_signals.h"
+#include "tool/system/stop_signals.h"
 
 #include <csignal>
 

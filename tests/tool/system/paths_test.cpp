@@ -1,6 +1,6 @@
 // Paths as seen from a folder.
 
-#include "tool/text/paths.h"
+#include "tool/system/paths.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "tool/make/memory_file.h"
+#include "tool/system/memory_file.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
