@@ -16,7 +16,8 @@ TEST(ToolCommandLine, TellsItsVersion) {
 TEST(ToolCommandLine, TellsItsVerbs) {
   const ProcessResult result = runTool({"--help"});
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
-  for (const char* verb : {"expand", "check", "explain", "make", "schema", "exec", "run", "submit"}) {
+  for (const char* verb :
+       {"expand", "check", "explain", "make", "schema", "exec", "run", "submit"}) {
     EXPECT_NE(result.output.find("\n  " + std::string(verb) + " "), std::string::npos) << verb;
   }
 }

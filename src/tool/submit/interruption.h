@@ -6,8 +6,8 @@
 
 namespace runlet_tool {
 
-// Keeps stop signals, see system/stop_signals.h, from this process and from programs that are started
-// meanwhile, until it goes or is told to release them; then they have their effect.
+// Keeps stop signals, see system/stop_signals.h, from this process and from programs that are
+// started meanwhile, until it goes or is told to release them; then they have their effect.
 class SignalHold {
  public:
   SignalHold();
