@@ -21,6 +21,11 @@ std::string idsText(std::int32_t uid, std::int32_t gid) {
   return text.append("group ").append(std::to_string(gid));
 }
 
+bool take(const AdapterContext& context) {
+  return setgroups(0, nullptr) == 0 && setegid(static_cast<gid_t>(context.gid)) == 0 &&
+         seteuid(static_cast<uid_t>(context.uid)) == 0;
+}
+
 }  // namespace
 
 std::string settleIdentity(AdapterContext* context) {
@@ -36,13 +41,10 @@ std::string settleIdentity(AdapterContext* context) {
 }
 
 AsTaskUser::AsTaskUser(const AdapterContext& context)
-    : isRoot_(geteuid() == 0), group_(getegid()), groups_(ownGroups()), isTaken_(take(context)) {}
-
-bool AsTaskUser::take(const AdapterContext& context) {
-  if (!isRoot_) return true;
-  return setgroups(0, nullptr) == 0 && setegid(static_cast<gid_t>(context.gid)) == 0 &&
-         seteuid(static_cast<uid_t>(context.uid)) == 0;
-}
+    : isRoot_(geteuid() == 0),
+      group_(getegid()),
+      groups_(ownGroups()),
+      isTaken_(!isRoot_ || take(context)) {}
 
 AsTaskUser::~AsTaskUser() {
   if (!isRoot_) return;

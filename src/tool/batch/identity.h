@@ -33,8 +33,6 @@ class AsTaskUser {
   }
 
  private:
-  bool take(const runlet::AdapterContext& context);
-
   bool isRoot_;
   gid_t group_;
   std::vector<gid_t> groups_;

@@ -9,15 +9,15 @@ namespace runlet_tool {
 namespace {
 
 struct EndingText {
-  Ending ending;
   std::string_view text;  // what a number, if there is one, follows
+  Ending ending;
   bool hasNumber;
 };
 
 constexpr EndingText texts[] = {
-    {Ending::succeeded, "succeeded", false},     {Ending::failed, "failed with exit code ", true},
-    {Ending::killed, "killed by signal ", true}, {Ending::timedOut, "timed out", false},
-    {Ending::interrupted, "interrupted", false}, {Ending::notStarted, "not started", false},
+    {"succeeded", Ending::succeeded, false},     {"failed with exit code ", Ending::failed, true},
+    {"killed by signal ", Ending::killed, true}, {"timed out", Ending::timedOut, false},
+    {"interrupted", Ending::interrupted, false}, {"not started", Ending::notStarted, false},
 };
 
 // Whether `text` is what the row stands for, and then its number, or 0.
