@@ -46,12 +46,12 @@ int checkJob(const AdapterContext& context, const char* verb) {
   return report.isReadable ? exitFailing : exitUnreadable;
 }
 
-// Whether the file is still what was checked.
+// Whether the file can be loaded still: it might have been changed since it was checked.
 bool load(AdapterContext* context) {
   const LoadResult result = loadJob(context);
-  if (result.loading == Loading::loaded) return true;
-  std::fprintf(stderr, "%s\n", result.message.c_str());
-  return false;
+  const bool isLoaded = result.loading == Loading::loaded;
+  if (!isLoaded) std::fprintf(stderr, "%s\n", result.message.c_str());
+  return isLoaded;
 }
 
 void settle(AdapterContext* context, const char* verb) {
