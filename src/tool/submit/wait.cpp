@@ -103,7 +103,8 @@ void awaitElements(const std::vector<ArrayId>& ids, WatchedElements* elements) {
     if (ended == elements->size()) return;
     bar.showNow(ended);
     const auto duration = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
-    std::this_thread::sleep_for(pauseAfter(count, duration));
+    // An engine that did not answer has been waited for, not kept busy.
+    std::this_thread::sleep_for(pauseAfter(count, failure.empty() ? duration : milliseconds(0)));
   }
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 
 #include "fake_engine.h"
@@ -139,6 +140,21 @@ TEST_F(SubmitAndWait, GoesOnWhereTheEngineDoesNotAnswer) {
                "contact\n" +
                    line(1, "succeeded") + "1 task: 1 succeeded\n",
                "exit 0");
+}
+
+// The time that a question without an answer took is no reason to wait ten times as long.
+TEST_F(SubmitAndWait, AsksAgainSoonWhereTheEngineTakesLongNotToAnswer) {
+  write(quietJob(1));
+  engine_.reply("squeue", 1,
+                "sleep 1; echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
+  engine_.reply("squeue", element(1, "COMPLETED"));
+  const auto begin = std::chrono::steady_clock::now();
+  expectSubmit({"--wait"}, "12\n",
+               "runlet-job: submit: no answer, waiting goes on: slurm_load_jobs error: Unable to "
+               "contact\n" +
+                   line(1, "succeeded") + "1 task: 1 succeeded\n",
+               "exit 0");
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
 }
 
 TEST_F(SubmitAndWait, GoesOnWhereTheAccountsDoNotAnswer) {
