@@ -146,7 +146,7 @@ TEST_F(SubmitAndWait, GoesOnWhereTheEngineDoesNotAnswer) {
 TEST_F(SubmitAndWait, AsksAgainSoonWhereTheEngineTakesLongNotToAnswer) {
   write(quietJob(1));
   engine_.reply("squeue", 1,
-                "sleep 1; echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
+                "/bin/sleep 1; echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
   engine_.reply("squeue", element(1, "COMPLETED"));
   const auto begin = std::chrono::steady_clock::now();
   expectSubmit({"--wait"}, "12\n",
