@@ -47,7 +47,11 @@ bool makeLogFolder(const Batch& batch, const char* verb) {
 int openLog(const Batch& batch, std::int32_t task) {
   const AsTaskUser user(batch.context);
   if (!user.isTaken()) return -1;
-  return open(logPath(batch, task).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  // Not to wait for somebody who reads a pipe of that name: root would wait for any user.
+  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  const int log = open(logPath(batch, task).c_str(), flags, 0666);
+  if (log != -1) fcntl(log, F_SETFL, 0);  // the task's writes are to wait as ever
+  return log;
 }
 
 }  // namespace runlet_tool

@@ -62,9 +62,20 @@ TEST(Logs, AreBegunAnew) {
   const int log = openLog(batch, 1);
   ASSERT_GE(log, 0);
   EXPECT_EQ(fcntl(log, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(fcntl(log, F_GETFL) & O_NONBLOCK, 0);
   EXPECT_EQ(write(log, "new", 3), 3);
   close(log);
   EXPECT_EQ(runlet_test::readFile(folder.file("shot-1.log")), "new");
+}
+
+// A run that waited for a reader could not even be interrupted.
+TEST(Logs, AreNoPipesThatNobodyReads) {
+  const TempFolder folder;
+  Batch batch;
+  fill(1, folder.path(), &batch);
+  ASSERT_EQ(mkfifo(folder.file("shot-1.log").c_str(), 0666), 0);
+  EXPECT_EQ(openLog(batch, 1), -1);
+  EXPECT_EQ(errno, ENXIO);
 }
 
 TEST(Logs, AreInAFolderThatIsMadeForThem) {
