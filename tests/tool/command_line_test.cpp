@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "tool/text/decimal.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -39,6 +40,18 @@ TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
        "runlet-job: The following argument was not expected: --jsn\nSee: runlet-job --help\n"},
   };
   for (const Row& row : rows) expectTool(runTool(row.arguments), "", row.error, "exit 2");
+}
+
+// As the numbers in the names of logs are.
+TEST(ToolCommandLine, ReadsNumbersWithZerosInFrontAsDecimal) {
+  const struct {
+    const char* text;
+    const char* number;
+  } rows[] = {{"010", "10"}, {"0", "0"},  {"00", "0"}, {"-010", "-10"}, {"+07", "+7"},
+              {"0x1", "x1"}, {"08", "8"}, {"", ""},    {"100", "100"},  {"-", "-"}};
+  for (const auto& row : rows) EXPECT_EQ(runlet_tool::inDecimal(row.text), row.number);
+  expectTool(runTool({"exec", "/none.xml", "--task", "0x1"}), "",
+             "runlet-job: Could not convert: --task = x1\nSee: runlet-job --help\n", "exit 125");
 }
 
 TEST(ToolCommandLine, SaysWhereItsOutputIsLost) {

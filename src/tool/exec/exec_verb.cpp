@@ -7,6 +7,7 @@
 
 #include "tool/exec/become_task.h"
 #include "tool/system/paths.h"
+#include "tool/text/decimal.h"
 
 namespace runlet_tool {
 namespace {
@@ -32,6 +33,7 @@ void addExec(CLI::App* app, Action* action) {
   verb->add_option("job", options->job, "The job file")->required()->type_name("JOB");
   verb->add_option("--task", options->task, "Number of the task, from 1")
       ->required()
+      ->transform(inDecimal)
       ->type_name("N");
   verb->add_option("-a", options->appPath, "The request's path of an application")
       ->type_name("APP");

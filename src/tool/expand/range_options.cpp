@@ -3,12 +3,16 @@
 #include <CLI/CLI.hpp>
 #include <limits>
 
+#include "tool/text/decimal.h"
+
 namespace runlet_tool {
 
 void addRangeOptions(CLI::App* verb, RangeOptions* options) {
   verb->add_option("-s", options->first, "Number of the first task; 1 unless given")
+      ->transform(inDecimal)
       ->type_name("N");
   verb->add_option("-n", options->count, "Number of tasks; 1 if -s is given, else all")
+      ->transform(inDecimal)
       ->type_name("N");
 }
 

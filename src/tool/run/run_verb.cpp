@@ -12,6 +12,7 @@
 #include "tool/batch/summary.h"
 #include "tool/run/held_signals.h"
 #include "tool/run/scheduler.h"
+#include "tool/text/decimal.h"
 
 namespace runlet_tool {
 namespace {
@@ -60,6 +61,7 @@ void addRun(CLI::App* app, Action* action) {
   const auto options = std::make_shared<RunOptions>();
   addBatchOptions(verb, &options->batch);
   verb->add_option("--jobs", options->jobs, "How many tasks run at a time; 1 unless given")
+      ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
   verb->callback([=] { *action = [=] { return run(*options); }; });

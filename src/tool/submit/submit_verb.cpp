@@ -16,6 +16,7 @@
 #include "tool/submit/sbatch_command.h"
 #include "tool/submit/submit_options.h"
 #include "tool/submit/wait.h"
+#include "tool/text/decimal.h"
 #include "tool/text/output.h"
 
 namespace runlet_tool {
@@ -115,9 +116,11 @@ void addValues(CLI::App* verb, SubmitOptions* options) {
   const CLI::Range positive(1, std::numeric_limits<std::int32_t>::max());
   verb->add_option("--throttle", options->throttle, "So many tasks of an array at a time")
       ->type_name("N")
+      ->transform(inDecimal)
       ->check(positive);
   verb->add_option("--chunk", options->chunk, "So many tasks, one after the other, are an element")
       ->type_name("K")
+      ->transform(inDecimal)
       ->check(positive);
   verb->add_option("--partition", options->partition, "Partition to run in")->type_name("P");
 }
