@@ -18,11 +18,7 @@ function(link_run_time_in target)
   if(NOT RUNLET_LINKS_RUN_TIME_IN)
     return()
   endif()
-  target_sources(${target} PRIVATE
-    $<${hardened}:${PROJECT_SOURCE_DIR}/src/adapter/no_iostreams.cpp>)
   target_link_options(${target} PRIVATE
     # clang++ asks for the mathematical library as well, which nothing needs
-    $<${hardened}:-static-libstdc++;-static-libgcc;LINKER:--gc-sections;LINKER:--as-needed>
-    # see no_iostreams.cpp
-    $<${hardened}:LINKER:--wrap=_ZNSt8ios_base4InitC1Ev,--wrap=_ZNSt8ios_base4InitD1Ev>)
+    $<${hardened}:-static-libstdc++;-static-libgcc;LINKER:--gc-sections;LINKER:--as-needed>)
 endfunction()

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "adapter/messages.h"
 #include "job/int32.h"
 
 namespace runlet {
@@ -49,7 +50,7 @@ std::int32_t parseArguments(AdapterContext* context, int argc, char* argv[]) {
     storeOption(context, letter, optarg);
   }
   if (context->opcode.empty()) {
-    std::fprintf(stderr, "Runlet adapter: No opcode at all.\n");
+    std::fputs(noOpcodeText, stderr);
     return -1;
   }
   return 0;

@@ -1,10 +1,12 @@
 #include "adapter/dispatch.h"
 
+#include <malloc.h>
+
 #include <cstdio>
 
 #include "adapter/identity.h"
+#include "adapter/messages.h"
 #include "adapter/task_range.h"
-#include "adapter/time_limit.h"
 #include "exec/launch.h"
 #include "job/parameter_file.h"
 
@@ -15,10 +17,7 @@ constexpr int adapterVersion = 400;
 
 // The name and description are not escaped: the server takes them as they stand.
 std::int32_t getInfo(AdapterContext* /*context*/) {
-  std::printf(
-      "<AdapterInfo>\n\t<Name>%s</Name>\n\t<Version>%d</Version>\n"
-      "\t<Description>%s</Description>\n</AdapterInfo>\n",
-      adapterName.c_str(), adapterVersion, adapterDescription.c_str());
+  std::printf(adapterInfoFormat, adapterName.c_str(), adapterVersion, adapterDescription.c_str());
   return 0;
 }
 
@@ -29,8 +28,10 @@ std::int32_t succeed(AdapterContext* /*context*/) {
 
 std::int32_t newTask(AdapterContext* context) {
   if (!loadParameterFile(context)) return -1;
+  // The document is gone. Every fork would copy the tables of the pages that it was in.
+  malloc_trim(0);
   const TaskRange range = requestedTasks(*context);
-  // The list is looked at anew for every task: a launch has the record in its hands.
+  // The length is read anew for every task: a launch may change the record.
   for (std::int32_t index = range.first; index < range.end && isTask(*context, index); ++index) {
     if (!launchTask(context, index)) return -1;
   }
@@ -40,7 +41,7 @@ std::int32_t newTask(AdapterContext* context) {
 std::int32_t pingTask(AdapterContext* context) {
   if (!loadParameterFile(context)) return -1;
   if (context->elapsedMs <= timeLimit(context->taskTimeout)) return 0;
-  std::fprintf(stderr, "Runlet adapter: Ping task time out.\n");
+  std::fputs(timeOutText, stderr);
   return -1;
 }
 

@@ -13,10 +13,8 @@ void setIdentity(const char* programPath) {
   // Only the standard executable answers with the generic name. A copy installed under another
   // file name reports that name: this is how the farm tells such copies apart.
   if (baseName != "UserRunletAdapter") adapterName.swap(baseName);
-  adapterDescription = adapterName;
-  adapterDescription += " v";
-  adapterDescription += "2023";  // fixed: the server knows the adapter by it, whenever it was built
-  adapterDescription += " with user rights";
+  // The year is fixed: the server knows the adapter by it, whenever it was built.
+  adapterDescription = adapterName + " v2023 with user rights";
 }
 
 }  // namespace runlet

@@ -1,4 +1,4 @@
-// The tasks that a request asks for.
+// The tasks that a request asks for, and how long each of them may take.
 #pragma once
 
 #include <algorithm>
@@ -16,7 +16,7 @@ struct TaskRange {
   std::int32_t end;
 };
 
-// The server counts tasks from 1. `-s 0`, also the default, therefore begins one in front of the
+// The server counts tasks from 1. `-s 0`, also the default, therefore begins one before the
 // first task and uses up one of the count: the server relies on a request without a range to run
 // nothing. A range at the edge of the 32 bits wraps around.
 inline TaskRange requestedTasks(const AdapterContext& context) {
@@ -26,6 +26,17 @@ inline TaskRange requestedTasks(const AdapterContext& context) {
 
 inline bool isTask(const AdapterContext& context, std::int32_t index) {
   return index < static_cast<std::int32_t>(context.taskList.size());
+}
+
+inline constexpr std::int32_t millisecondsPerMinute = 60000;
+
+// Longest limit, in minutes, that does not wrap around.
+inline constexpr std::int32_t longestTimeout = INT32_MAX / millisecondsPerMinute;
+
+// The limit in milliseconds for a `taskTimeout` in minutes. Beyond `longestTimeout`, in either
+// direction, the product wraps around; the server compares with the wrapped value.
+constexpr std::int32_t timeLimit(std::int32_t taskTimeout) {
+  return wrappingMultiply(taskTimeout, millisecondsPerMinute);
 }
 
 }  // namespace runlet

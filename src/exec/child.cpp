@@ -4,16 +4,13 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "adapter/messages.h"
 #include "exec/words.h"
 
 namespace runlet {
 namespace {
-
-// The parent sees 129, and reports -127.
-constexpr int cannotExecuteStatus = -127;
 
 // Yields only when the program could not be started: the error number of that.
 int execute(const std::string& commandLine) {
@@ -35,13 +32,6 @@ int becomeProgram(const std::string& commandLine, bool redirectStderr) {
   if (redirectStderr) dup2(oldStderr, STDERR_FILENO);
   std::fprintf(stderr, cannotExecuteFormat, commandLine.c_str(), std::strerror(error));
   return error;
-}
-
-void runProgram(const std::string& commandLine, bool redirectStderr) {
-  becomeProgram(commandLine, redirectStderr);
-  // Not _exit: what this process inherited unwritten in its output buffer, the "Calling" line, is
-  // meant to go out once more. In the server's log a task without a program is called twice.
-  std::exit(cannotExecuteStatus);
 }
 
 }  // namespace runlet

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "adapter/messages.h"
+
 namespace runlet {
 namespace {
 
@@ -25,19 +27,18 @@ bool switchGroup(std::int32_t gid) {
   return false;
 }
 
-// Stores the id of the user in `context`, so that later tasks don't look it up again.
-bool lookUpUser(AdapterContext* context) {
-  if (context->userName.empty()) {
+bool lookUpUser(UserRights* rights) {
+  if (rights->userName.empty()) {
     std::fprintf(stderr, missingUserText);
     return false;
   }
   errno = 0;
-  const passwd* entry = getpwnam(context->userName.c_str());
+  const passwd* entry = getpwnam(rights->userName.c_str());
   if (entry == nullptr) {
-    std::fprintf(stderr, unknownUserFormat, context->userName.c_str(), reasonOr(noUserReason));
+    std::fprintf(stderr, unknownUserFormat, rights->userName.c_str(), reasonOr(noUserReason));
     return false;
   }
-  context->uid = static_cast<std::int32_t>(entry->pw_uid);
+  rights->uid = static_cast<std::int32_t>(entry->pw_uid);
   return true;
 }
 
@@ -51,12 +52,12 @@ bool switchUser(std::int32_t uid) {
 
 }  // namespace
 
-bool applyUserRights(AdapterContext* context) {
+bool takeUserRights(UserRights* rights) {
   // The group first: without the old user's rights it could no longer be changed.
-  if (!switchGroup(context->gid)) return false;
-  if (context->uid == notGiven && !lookUpUser(context)) return false;
-  if (!switchUser(context->uid)) return false;
-  umask(static_cast<mode_t>(context->umask));
+  if (!switchGroup(rights->gid)) return false;
+  if (rights->uid == notGiven && !lookUpUser(rights)) return false;
+  if (!switchUser(rights->uid)) return false;
+  umask(static_cast<mode_t>(rights->umask));
   return true;
 }
 

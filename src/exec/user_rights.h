@@ -1,26 +1,26 @@
 // Becoming the job's group and user.
 #pragma once
 
+#include <cstdint>
+#include <string>
+
 #include "adapter/context.h"
 
 namespace runlet {
 
-// None of these texts ends its line, unlike the adapter's others: the server joins them with what
-// follows.
-inline constexpr char groupRefusedFormat[] = "Cannot set gid %d: %s";
-inline constexpr char userRefusedFormat[] = "Cannot set uid %d: %s";
-inline constexpr char missingUserText[] = "Missing user name";
-inline constexpr char unknownUserFormat[] = "Cannot obtain info for user %s:%s";
+// Whose rights a task has. The defaults are those of AdapterContext.
+struct UserRights {
+  std::int32_t gid = notGiven;  // -1 = not given, and then there are no rights to take
+  std::int32_t uid = notGiven;  // -1 = look `userName` up
+  std::string userName;
+  std::int32_t umask = 0;
+};
 
-// The reasons where the system gives none.
-inline constexpr char noGroupReason[] = "No such group";
-inline constexpr char noUserReason[] = "No such user";
-
-// Switches the process to the job's `gid`, then to its `uid`, and sets the job's `umask`. A `uid`
-// of -1 is looked up by `userName` first and stored in `context`. Supplementary groups stay.
+// Switches the process to `gid`, then to `uid`, and sets `umask`. A `uid` of -1 is looked up by
+// `userName` first and stored in `*rights`. Supplementary groups stay.
 //
 // Returns false after the first step that fails; the steps before it stay done. Standard error
-// then has one of the texts above.
-bool applyUserRights(AdapterContext* context);
+// then has one of the texts about the user's rights, without a line end.
+bool takeUserRights(UserRights* rights);
 
 }  // namespace runlet

@@ -28,12 +28,12 @@ struct Expansion {
   std::size_t length;  // bytes of `area` in use
   char area[maxExpansionLength + 1];
   // Receives every number of the expansion in turn and is never cleared in between: see
-  // readWidth. Its last byte is never written to but with NUL.
+  // readWidth. Its last byte is always NUL.
   char number[maxNumberLength + 1];
   PlaceholderUse use;  // the "%" at hand
 };
 
-// Room for `count` more bytes at the end of the expansion; null when there is not so much left.
+// Room for `count` more bytes at the end of the expansion; null when less is left.
 char* extend(Expansion* expansion, std::size_t count) {
   if (count > maxExpansionLength - expansion->length) return nullptr;
   char* room = expansion->area + expansion->length;
@@ -58,10 +58,10 @@ std::size_t takeDigits(Expansion* expansion) {
   return count;
 }
 
-// The width behind a "%"; 0 when there is none.
+// The width after a "%"; 0 when there is none.
 //
 // The digits are not terminated, so those that an earlier number of this expansion left right
-// behind them count as well: after "%tp12" a "%3tn" is 32 wide. Job files in use are written
+// after them count as well: after "%tp12" a "%3tn" is 32 wide. Job files in use are written
 // around the widths that come of this; cutting the width off where its own digits end would
 // change their file names.
 std::int32_t readWidth(Expansion* expansion) {
@@ -69,7 +69,7 @@ std::int32_t readWidth(Expansion* expansion) {
   return expansion->use.width = given ? decimalInt32(expansion->number) : 0;
 }
 
-// The field or parameter number behind "tp" or "jp"; 0 when there is none.
+// The field or parameter number after "tp" or "jp"; 0 when there is none.
 std::int32_t readNumber(Expansion* expansion) {
   expansion->number[takeDigits(expansion)] = '\0';
   return expansion->use.number = decimalInt32(expansion->number);
@@ -86,8 +86,8 @@ bool appendValue(Expansion* expansion, std::int32_t width, const std::string& va
   return append(expansion, value.data(), value.size());
 }
 
-// "%tn". The printed number is cut to the scratch, so a large width leaves zeros alone and not a
-// digit of the number itself.
+// "%tn". The printed number is cut to the scratch, so that a large width yields only zeros and no
+// digit of the number.
 bool appendTaskNumber(Expansion* expansion, std::int32_t width) {
   // Any width beyond the scratch and the longest number prints the same first bytes; bounding it
   // keeps the C library's own limit on a width out of it. A negative width, from digits beyond
@@ -163,10 +163,9 @@ bool expandAndRecord(Expansion* expansion, const char* begin, std::vector<Placeh
 const char* findField(std::int32_t fieldNumber) {
   if (fieldNumber < 1) return nullptr;
   const char* field = lookupScratch;
-  for (std::int32_t number = 1; number < fieldNumber; ++number) {
-    field = std::strchr(field, '\t');
-    if (field == nullptr) return nullptr;
-    ++field;
+  for (std::int32_t number = 1; number < fieldNumber; ++field) {
+    if (*field == '\0') return nullptr;
+    if (*field == '\t') ++number;
   }
   return field;
 }

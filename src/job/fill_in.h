@@ -23,7 +23,7 @@ enum class PlaceholderForm { taskNumber, taskField, jobParam, percent, dropped, 
 // bytes from the start of the template, and of the expansion.
 struct PlaceholderUse {
   std::size_t begin;       // of the "%"
-  std::size_t end;         // behind all that was read as part of it
+  std::size_t end;         // after all that was read as part of it
   std::size_t valueBegin;  // in the expansion, zeros in front included
   std::size_t valueEnd;
   PlaceholderForm form;
@@ -42,7 +42,7 @@ struct PlaceholderUse {
 // written, for a "%t" or "%j" that is none of these, and for an expansion longer than
 // `maxExpansionLength`. Raises what the two lookups raise.
 //
-// With `uses`, appends to it every "%" that was come to, also where the expansion fails: the last
+// With `uses`, appends to it every "%" that was reached, also where the expansion fails: the last
 // one is then the malformed one, or else the expansion is too long. Where a lookup raises, it is
 // the one before that.
 //

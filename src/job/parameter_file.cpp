@@ -1,20 +1,22 @@
 #include "job/parameter_file.h"
 
+#include <tinyxml.h>
+
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <utility>
 
-#include "job/arena.h"
+#include "adapter/messages.h"
 #include "job/int32.h"
-#include "job/job_document.h"
 #include "job/strip_brace.h"
+#include "xml/document.h"
 
 namespace runlet {
 namespace {
 
-// What reading a piece of the document came to.
+// The outcome of reading a part of the document.
 enum class Reading { ok, invalidSyntax, stripBraceFailed };
 
 struct TextElement {
@@ -41,10 +43,6 @@ constexpr NumberElement numberElements[] = {
     {"gid", &AdapterContext::gid},
     {"umask", &AdapterContext::umask},
 };
-
-// How many bytes of memory a byte of the file may come to in the lists, before the heap has to help
-// out. In a usual job it is about 1.
-constexpr std::size_t listFactor = 8;
 
 // Null when there is no element or it does not begin with text.
 const char* textOf(const TiXmlElement* element) {
@@ -93,15 +91,13 @@ bool appendTask(const char* text, StringList* list) {
   return true;
 }
 
-// Each task of the document is destroyed once it has been read, while it is still in the
-// processor's cache.
-Reading readTasks(TiXmlElement* taskList, AdapterContext* context) {
-  for (TiXmlNode* task = taskList->FirstChild("Task"); task != nullptr;) {
+// The tasks are not destroyed as they are read: the entries would then lie in the gaps that they
+// leave, and none of the document's memory could be given back before the tasks are launched.
+Reading readTasks(const TiXmlElement& taskList, AdapterContext* context) {
+  for (const TiXmlNode* task = taskList.FirstChild("Task"); task != nullptr;
+       task = task->NextSibling("Task")) {
     const char* text = textOf(task->FirstChildElement("Params"));
     if (text != nullptr && !appendTask(text, &context->taskList)) return Reading::stripBraceFailed;
-    TiXmlNode* next = task->NextSibling("Task");
-    taskList->RemoveChild(task);
-    task = next;
   }
   return Reading::ok;
 }
@@ -114,7 +110,7 @@ void appendStripped(const char* text, StringList* list) {
   list->push_back(std::move(entry));
 }
 
-// A value is looked for behind its name only.
+// A value is looked for after its name only.
 Reading readParameter(const TiXmlNode& parameter, AdapterContext* context) {
   const TiXmlElement* name = parameter.FirstChildElement("Name");
   if (name == nullptr) return Reading::invalidSyntax;
@@ -125,7 +121,7 @@ Reading readParameter(const TiXmlNode& parameter, AdapterContext* context) {
 
 // The first two parameters are found by their name; from there on every node is the next
 // parameter, whatever it is called. Job files in use have parameters under names of their own
-// there, and their numbers would change if such nodes were passed over.
+// there, and their numbers would change if such nodes were ignored.
 Reading readParameters(const TiXmlNode& jobParams, AdapterContext* context) {
   const TiXmlNode* parameter = jobParams.FirstChild("Param");
   for (bool first = true; parameter != nullptr; first = false) {
@@ -135,11 +131,11 @@ Reading readParameters(const TiXmlNode& jobParams, AdapterContext* context) {
   return Reading::ok;
 }
 
-Reading readLists(TiXmlNode* cmdData, AdapterContext* context) {
-  TiXmlElement* taskList = cmdData->FirstChildElement("TaskList");
+Reading readLists(const TiXmlNode& cmdData, AdapterContext* context) {
+  const TiXmlElement* taskList = cmdData.FirstChildElement("TaskList");
   if (taskList == nullptr) return Reading::invalidSyntax;
-  if (const Reading tasks = readTasks(taskList, context); tasks != Reading::ok) return tasks;
-  // The format has the parameters behind the tasks; in front of them they do not count.
+  if (const Reading tasks = readTasks(*taskList, context); tasks != Reading::ok) return tasks;
+  // The format has the parameters after the tasks; before them they do not count.
   const TiXmlNode* jobParams = taskList->NextSibling("JobParams");
   if (jobParams == nullptr) return Reading::invalidSyntax;
   return readParameters(*jobParams, context);
@@ -148,48 +144,44 @@ Reading readLists(TiXmlNode* cmdData, AdapterContext* context) {
 // In the order of the steps, which shows in what is filled when one of them fails, and in the
 // message of a file with several faults.
 constexpr Reading (*steps[])(const TiXmlNode& cmdData, AdapterContext* context) = {
-    readArguments,
-    readTexts,
-    readNumbers,
-    readRedirectStderr,
+    readArguments, readTexts, readNumbers, readRedirectStderr, readLists,
 };
 
-Reading readJob(JobDocument* document, AdapterContext* context) {
+Reading readJob(const TiXmlDocument& document, AdapterContext* context) {
   // The first node has to be the root, even if it is not an element: with a declaration or a
-  // comment in front of the root the file is not a job file.
-  TiXmlNode* root = document->FirstChild();
-  TiXmlNode* cmdData = root == nullptr ? nullptr : root->FirstChild("cmdData");
+  // comment before the root the file is not a job file.
+  const TiXmlNode* root = document.FirstChild();
+  const TiXmlNode* cmdData = root == nullptr ? nullptr : root->FirstChild("cmdData");
   if (cmdData == nullptr) return Reading::invalidSyntax;
   for (const auto step : steps) {
     if (const Reading reading = step(*cmdData, context); reading != Reading::ok) return reading;
   }
-  const ArenaScope scope(&listArena, document->textLength() * listFactor);
-  return readLists(cmdData, context);
+  return Reading::ok;
 }
 
 // In the order of Reading; null where there is nothing to say.
 constexpr const char* messages[] = {
     nullptr,
-    "Runlet adapter: Invalid XML job syntax.\n",
-    "Runlet adapter: Strip brace failed.\n",
+    invalidSyntaxText,
+    stripBraceFailedText,
 };
 
 }  // namespace
 
-const char* readJobDocument(JobDocument* document, AdapterContext* context) {
+const char* readJobDocument(const TiXmlDocument& document, AdapterContext* context) {
   return messages[static_cast<std::size_t>(readJob(document, context))];
 }
 
 bool loadParameterFile(AdapterContext* context) {
   if (context->jobFile.empty()) return false;
-  JobDocument document(context->jobFile.c_str());
+  TiXmlDocument document(context->jobFile.c_str());
   document.SetTabSize(0);  // or every byte would be looked at for the line and column it is in
   std::string reason;
-  if (!document.load(&reason)) {
+  if (!loadXml(&document, &reason)) {
     std::fprintf(stderr, notLoadedFormat, context->jobFile.c_str(), reason.c_str());
     return false;
   }
-  const char* message = readJobDocument(&document, context);
+  const char* message = readJobDocument(document, context);
   if (message == nullptr) return true;
   std::fputs(message, stderr);
   return false;

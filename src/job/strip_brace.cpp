@@ -20,7 +20,7 @@ bool stripBrace(const char* source, std::string* destination) {
   if (!findBraces(source, &open, &close)) return false;
   const std::ptrdiff_t length = close - open - 1;
   if (length == 0) return false;
-  // A "}" in front of the "{" makes the length negative, a size that no string can have, and
+  // A "}" before the "{" makes the length negative, a size that no string can have, and
   // the string's length error ends the process. That is how such a job has always been turned
   // away: loudly, before any task runs.
   destination->assign(open + 1, static_cast<std::size_t>(length));

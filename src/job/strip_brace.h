@@ -10,7 +10,7 @@ namespace runlet {
 // outside is dropped, braces inside are kept. They return false and leave the destination
 // untouched when a brace is missing or nothing stands between them.
 
-// Any length. A last "}" in front of the first "{" raises std::length_error, which nothing in
+// Any length. A last "}" before the first "{" raises std::length_error, which nothing in
 // the adapter catches: the process ends abnormally.
 bool stripBrace(const char* source, std::string* destination);
 

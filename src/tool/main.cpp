@@ -1,4 +1,4 @@
-#include "tool/command_line.h"
+#include "tool/run_command_line.h"
 
 int main(int argc, char* argv[]) {
   return runlet_tool::runCommandLine(argc, argv);

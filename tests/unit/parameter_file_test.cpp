@@ -6,8 +6,9 @@
 
 #include <stdexcept>
 
-#include "job/xml_extent.h"
 #include "temp_folder.h"
+#include "xml/guard.h"
+#include "xml/limits.h"
 
 namespace runlet {
 namespace {
@@ -528,11 +529,10 @@ std::string repeat(const std::string& text, std::size_t count) {
 
 TEST_F(ParameterFile, RefusesElementsNestedTooDeep) {
   const std::string tooDeep = couldNotLoad("Elements nested too deep.");
-  expectLoads(job(repeat("<x>", 1000) + repeat("</x>", 1000)));
   // the root and cmdData are levels as well
-  expectLoads(job(repeat("<x>", xmlLimits.depth - 2) + repeat("</x>", xmlLimits.depth - 2)));
-  expectFails(job(repeat("<x>", xmlLimits.depth - 1) + repeat("</x>", xmlLimits.depth - 1)),
-              tooDeep);
+  const std::size_t most = xmlLimits().depth - 2;
+  expectLoads(job(repeat("<x>", most) + repeat("</x>", most)));
+  expectFails(job(repeat("<x>", most + 1) + repeat("</x>", most + 1)), tooDeep);
   expectFails(repeat("<x>", 1000000) + repeat("</x>", 1000000), tooDeep);
   expectFails(repeat("<x>", 1000000), tooDeep);
   // many elements and much markup that is no element are not deep
@@ -547,8 +547,8 @@ TEST_F(ParameterFile, RefusesTooManyNestedElements) {
     return repeat("<x>", depth) + repeat("<y/>", count) + repeat("</x>", depth);
   };
   // what is neither the root, nor cmdData, nor in the thousand levels adds little
-  const std::size_t most = xmlLimits.steps / (depth + 2);
-  expectLoads(job(nested(most - 2000)));
+  const std::size_t most = maxLevels / (depth + 2);
+  expectLoads(job(nested(most - 1000)));
   expectFails(job(nested(most + 1)), couldNotLoad("Too many nested elements."));
 }
 
@@ -558,8 +558,10 @@ TEST_F(ParameterFile, RefusesElementsWithTooManyAttributes) {
     for (std::size_t i = 0; i < count; ++i) text += " a" + std::to_string(i) + "='1'";
     return text + "/>";
   };
-  expectLoads(job(element(xmlLimits.attributes) + element(xmlLimits.attributes)));
-  expectFails(job(element(xmlLimits.attributes + 1)), couldNotLoad("Too many attributes."));
+  const std::string tooMany = couldNotLoad("Too many attributes.");
+  expectLoads(job(element(maxAttributes)));
+  expectFails(job(element(maxAttributes + 1)), tooMany);
+  expectFails(job(repeat(element(maxAttributes), 4) + element(201)), tooMany);
 }
 
 // A byte that announces a longer character, with the file ending behind it, must not lead the

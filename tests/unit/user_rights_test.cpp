@@ -8,26 +8,26 @@
 namespace runlet {
 namespace {
 
-// What applyUserRights writes when it fails, with an error left over from before.
-std::string failure(AdapterContext* context) {
+// What takeUserRights writes when it fails, with an error left over from before.
+std::string failure(UserRights* rights) {
   testing::internal::CaptureStderr();
   errno = EIO;
-  EXPECT_FALSE(applyUserRights(context));
+  EXPECT_FALSE(takeUserRights(rights));
   return testing::internal::GetCapturedStderr();
 }
 
 TEST(UserRights, GiveTheirOwnReasonForAMissingGroup) {
-  AdapterContext context;
-  context.uid = static_cast<std::int32_t>(getuid());
-  EXPECT_EQ(failure(&context), "Cannot set gid -1: No such group");
+  UserRights rights;
+  rights.uid = static_cast<std::int32_t>(getuid());
+  EXPECT_EQ(failure(&rights), "Cannot set gid -1: No such group");
 }
 
-TEST(UserRights, ChangeNothingOfTheContextOnFailure) {
-  AdapterContext context;
-  context.gid = static_cast<std::int32_t>(getgid());
-  EXPECT_EQ(failure(&context), "Missing user name");
-  EXPECT_EQ(context.uid, -1);
-  EXPECT_EQ(context.gid, static_cast<std::int32_t>(getgid()));
+TEST(UserRights, ChangeNothingOfTheRightsOnFailure) {
+  UserRights rights;
+  rights.gid = static_cast<std::int32_t>(getgid());
+  EXPECT_EQ(failure(&rights), "Missing user name");
+  EXPECT_EQ(rights.uid, -1);
+  EXPECT_EQ(rights.gid, static_cast<std::int32_t>(getgid()));
 }
 
 }  // namespace

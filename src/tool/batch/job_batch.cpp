@@ -7,8 +7,8 @@
 #include <cstdio>
 
 #include "adapter/task_range.h"
-#include "exec/command.h"
-#include "tool/batch/identity.h"
+#include "exec/start.h"
+#include "tool/batch/task_user.h"
 #include "tool/check/findings_text.h"
 #include "tool/check/inspect.h"
 #include "tool/expand/loading.h"
@@ -47,7 +47,7 @@ int checkJob(const AdapterContext& context, const char* verb) {
 }
 
 // Whether the file can be loaded still: it might have been changed since it was checked.
-bool load(AdapterContext* context) {
+bool reload(AdapterContext* context) {
   const LoadResult result = loadJob(context);
   const bool isLoaded = result.loading == Loading::loaded;
   if (!isLoaded) std::fprintf(stderr, "%s\n", result.message.c_str());
@@ -55,7 +55,7 @@ bool load(AdapterContext* context) {
 }
 
 void settle(AdapterContext* context, const char* verb) {
-  const std::string note = settleIdentity(context);
+  const std::string note = settleTaskUser(context);
   if (note.empty()) return;
   std::fprintf(stderr, "runlet-job: %s: the tasks run as %s\n", verb, note.c_str());
 }
@@ -74,7 +74,7 @@ bool selectTasks(const char* verb, Batch* batch) {
 
 // The file's name without its ".xml". What a log's name or a pattern for it could not hold is
 // replaced.
-std::string nameOf(const std::string& jobFile) {
+std::string jobName(const std::string& jobFile) {
   std::string name = jobFile.substr(jobFile.rfind('/') + 1);
   constexpr std::string_view ending = ".xml";
   if (name.ends_with(ending)) name.resize(name.size() - ending.size());
@@ -101,10 +101,10 @@ int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   setRange(options.range, &context);
   const int status = checkJob(context, verb);
   if (status != exitFine) return status;
-  if (!load(&context)) return exitUnreadable;
+  if (!reload(&context)) return exitUnreadable;
   settle(&context, verb);
   if (!selectTasks(verb, batch)) return exitFailing;
-  batch->name = nameOf(context.jobFile);
+  batch->name = jobName(context.jobFile);
   batch->folder = fullPath(currentFolder(), runFolder(context));
   const bool hasLogFolder = !context.logFolder.empty();
   batch->logFolder = hasLogFolder ? fullPath(batch->folder, context.logFolder) : batch->folder;

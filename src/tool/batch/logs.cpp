@@ -8,7 +8,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "tool/batch/identity.h"
+#include "tool/batch/task_user.h"
 #include "tool/system/paths.h"
 #include "tool/text/format.h"
 

@@ -22,7 +22,7 @@ constexpr const char* totalNames[] = {"succeeded", "failed",      "killed",
 // By kind of end, and the engine's word if it is one of those.
 using Totals = std::map<std::pair<Ending, std::string>, TaskNumbers>;
 
-std::string nameOf(const Totals::value_type& total) {
+std::string endingName(const Totals::value_type& total) {
   const auto& [ending, word] = total.first;
   return ending == Ending::other ? word : totalNames[static_cast<std::size_t>(ending)];
 }
@@ -33,7 +33,7 @@ std::string totalsText(const Batch& batch, const Totals& totals) {
   const char* separator = ": ";
   for (const Totals::value_type& total : totals) {
     text.append(separator).append(std::to_string(total.second.count())).append(" ");
-    text += nameOf(total);
+    text += endingName(total);
     const bool isFine = total.first.first == Ending::succeeded;
     if (!isFine) text.append(" (").append(total.second.text()).append(")");
     separator = ", ";

@@ -20,8 +20,8 @@ constexpr EndingText texts[] = {
     {"interrupted", Ending::interrupted, false}, {"not started", Ending::notStarted, false},
 };
 
-// Whether `text` is what the row stands for, and then its number, or 0.
-bool isOf(const EndingText& row, std::string_view text, int* number) {
+// False when the row is not for such a `text`. Otherwise reads its number, if it has one.
+bool readEnding(const EndingText& row, std::string_view text, int* number) {
   if (!row.hasNumber) return text == row.text;
   if (!text.starts_with(row.text)) return false;
   text.remove_prefix(row.text.size());
@@ -50,7 +50,7 @@ std::string describe(const TaskEnd& end) {
 TaskEnd endOfText(std::string_view text) {
   for (const EndingText& row : texts) {
     int number = 0;
-    if (isOf(row, text, &number)) return {row.ending, number, ""};
+    if (readEnding(row, text, &number)) return {row.ending, number, ""};
   }
   return {Ending::other, 0, std::string(text)};
 }

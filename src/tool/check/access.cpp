@@ -114,19 +114,19 @@ std::vector<gid_t> ownGroups() {
   return groups;
 }
 
-Access enterFolder(const Identity& who, const std::string& current, const std::string& path) {
+Access accessToFolder(const Identity& who, const std::string& current, const std::string& path) {
   return accessOf(who, current, path, S_IFDIR, FileMode::own);
 }
 
-Access executeFile(const Identity& who, const std::string& current, const std::string& path,
-                   FileMode mode) {
+Access accessToProgram(const Identity& who, const std::string& current, const std::string& path,
+                       FileMode mode) {
   return accessOf(who, current, path, S_IFREG, mode);
 }
 
 std::string findProgram(const Identity& who, const std::string& current, const std::string& word,
                         Access* found) {
   if (word.find('/') != std::string::npos) {
-    *found = executeFile(who, current, word);
+    *found = accessToProgram(who, current, word);
     return *found == Access::granted ? fullPath(current, word) : "";
   }
   const char* variable = std::getenv("PATH");
@@ -138,7 +138,7 @@ std::string findProgram(const Identity& who, const std::string& current, const s
     std::string candidate = path.substr(begin, end - begin);
     if (!candidate.empty()) candidate += '/';
     candidate += word;
-    const Access access = executeFile(who, current, candidate);
+    const Access access = accessToProgram(who, current, candidate);
     if (access != Access::missing) *found = access;
     if (access == Access::granted) return fullPath(current, candidate);
     begin = end + 1;

@@ -28,9 +28,9 @@ enum class FileMode { own, executable };
 // For the caller's own identity the system decides; for any other the permission bits of everything
 // on the way do, so that neither rights nor a process are needed. Access control lists are not
 // looked at then.
-Access enterFolder(const Identity& who, const std::string& current, const std::string& path);
-Access executeFile(const Identity& who, const std::string& current, const std::string& path,
-                   FileMode mode = FileMode::own);
+Access accessToFolder(const Identity& who, const std::string& current, const std::string& path);
+Access accessToProgram(const Identity& who, const std::string& current, const std::string& path,
+                       FileMode mode = FileMode::own);
 
 // The file that a process of `who` would execute for `word`, along PATH if that has no "/"; empty
 // when there is none. `*found` is then the best that there is: denied when a file is there.

@@ -17,7 +17,7 @@ struct Line {
   Inspection* inspection;
 
   const std::string& text() const {
-    return preview.command.line;
+    return preview.start.commandLine;
   }
 };
 
@@ -51,7 +51,7 @@ std::size_t templateOffset(const Line& line, std::size_t at) {
 void findIn(const Line& line, RuleId rule, std::size_t at, std::string_view text, std::string why,
             std::string instead) {
   const std::size_t offset = templateOffset(line, at);
-  if (isFoundForTask(line.inspection, rule, offset, line.number)) return;
+  if (addTaskToFinding(line.inspection, rule, offset, line.number)) return;
   findForTask(line.inspection, rule, offset, line.number, placeInTemplate(*line.inspection, offset),
               text, std::move(why), std::move(instead));
 }
@@ -88,7 +88,7 @@ void inspectClosingQuote(const Line& line, const Word& word) {
   }
 }
 
-void inspectWhiteSpace(const Line& line, const Word& word) {
+void inspectWordSpace(const Line& line, const Word& word) {
   if (word.isQuoted) return;
   const auto* const found = std::find_if(word.text.begin(), word.text.end(), isWhiteSpace);
   if (found == word.text.end()) return;
@@ -143,7 +143,7 @@ void inspectSyntax(const Line& line, const Word& word) {
 }
 
 // What stands behind the last word can only be a quoted one that is not closed.
-void inspectRest(const Line& line, std::size_t behindLast) {
+void inspectLineEnd(const Line& line, std::size_t behindLast) {
   const std::string& text = line.text();
   const std::size_t begin = text.find_first_not_of(' ', behindLast);
   if (begin == std::string::npos) return;
@@ -174,7 +174,7 @@ bool isSafeInShell(std::string_view path) {
 }
 
 void inspectChmod(const Line& line) {
-  const std::string& path = line.preview.command.program;
+  const std::string& path = line.preview.start.chmodPath;
   const std::size_t prefix = prefixLength(line);
   if (!isSafeInShell(path)) {
     findIn(
@@ -202,11 +202,11 @@ void inspectWords(const Preview& preview, std::int32_t number, Inspection* inspe
     const Word word = wordAt(line, i, behindLast);
     inspectInnerQuotes(line, word, &isOpen);
     inspectClosingQuote(line, word);
-    inspectWhiteSpace(line, word);
+    inspectWordSpace(line, word);
     inspectSyntax(line, word);
     behindLast = std::min(word.end + 1, line.text().size());
   }
-  inspectRest(line, behindLast);
+  inspectLineEnd(line, behindLast);
 }
 
 }  // namespace runlet_tool

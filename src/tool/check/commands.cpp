@@ -58,15 +58,17 @@ struct Use {
   Inspection* inspection;
 };
 
-bool isNew(const Use& use, RuleId rule) {
-  return !isFoundForTask(use.inspection, rule, use.placeholder.begin, use.number);
+// Whether there is such a finding already, to which this task is then added.
+bool addUseToFinding(const Use& use, RuleId rule) {
+  return addTaskToFinding(use.inspection, rule, use.placeholder.begin, use.number);
 }
 
 void findUse(const Use& use, RuleId rule, std::string why, std::string instead) {
   const std::string& argumentTemplate = use.inspection->context.arguments;
   findForTask(use.inspection, rule, use.placeholder.begin, use.number,
               placeInTemplate(*use.inspection, use.placeholder.begin),
-              textOf(use.placeholder, argumentTemplate), std::move(why), std::move(instead));
+              placeholderText(use.placeholder, argumentTemplate), std::move(why),
+              std::move(instead));
 }
 
 bool hasValue(const PlaceholderUse& use) {
@@ -75,11 +77,11 @@ bool hasValue(const PlaceholderUse& use) {
 }
 
 void inspectLongDigits(const Use& use, const Digits& digits) {
-  if (digits.count > runlet::maxNumberLength && isNew(use, RuleId::longDigits)) {
+  if (digits.count > runlet::maxNumberLength && !addUseToFinding(use, RuleId::longDigits)) {
     findUse(use, RuleId::longDigits, "Of the digits the first 31 count.",
             "Write the number without so many digits.");
   } else if (digits.isBeyond32Bits && digits.count <= runlet::maxNumberLength &&
-             isNew(use, RuleId::placeholderBeyond32Bits)) {
+             !addUseToFinding(use, RuleId::placeholderBeyond32Bits)) {
     findUse(
         use, RuleId::placeholderBeyond32Bits,
         "Only the low 32 bits of a number are kept, which is " + std::to_string(digits.value) + ".",
@@ -94,7 +96,7 @@ void inspectWidth(const Use& use) {
   inspectLongDigits(use, own);
   const std::int32_t width = placeholder.width;
   if (width != own.value && own.count <= runlet::maxNumberLength &&
-      isNew(use, RuleId::carriedWidth)) {
+      !addUseToFinding(use, RuleId::carriedWidth)) {
     findUse(use, RuleId::carriedWidth,
             "The width takes in digits that an earlier number has left: it is " +
                 std::to_string(width) + " in task " + std::to_string(use.number) + ".",
@@ -102,7 +104,7 @@ void inspectWidth(const Use& use) {
   }
   const bool isCut = placeholder.form == PlaceholderForm::taskNumber &&
                      width > static_cast<std::int32_t>(runlet::maxNumberLength);
-  if (isCut && isNew(use, RuleId::cutTaskNumber)) {
+  if (isCut && !addUseToFinding(use, RuleId::cutTaskNumber)) {
     findUse(use, RuleId::cutTaskNumber,
             "With a width of " + std::to_string(width) +
                 " the number is cut to its first 31 characters, and digits of it are lost.",
@@ -116,7 +118,7 @@ bool mayBeUndefined(const Use& use) {
   if (!use.preview.isComposed) return true;
   const std::string_view text = runlet::undefinedText;
   const std::size_t prefix = use.inspection->context.appPath.rfind('/') + 1;
-  const std::string_view line = use.preview.command.line;
+  const std::string_view line = use.preview.start.commandLine;
   return line.substr(0, prefix + use.placeholder.valueEnd).ends_with(text);
 }
 
@@ -160,24 +162,25 @@ void findUndefined(const Use& use) {
       "Write %tp with the number of a field from 1 on, or give the task the field.");
 }
 
-void inspectNumber(const Use& use) {
+void inspectPlaceholderNumber(const Use& use) {
   const PlaceholderUse& placeholder = use.placeholder;
   if (placeholder.form != PlaceholderForm::taskField &&
       placeholder.form != PlaceholderForm::jobParam) {
     return;
   }
   inspectLongDigits(use, use.own.number);
-  if (isUndefined(use) && isNew(use, RuleId::undefinedValue)) findUndefined(use);
+  if (isUndefined(use) && !addUseToFinding(use, RuleId::undefinedValue)) findUndefined(use);
 }
 
 void inspectForm(const Use& use) {
-  if (use.placeholder.form == PlaceholderForm::dropped && isNew(use, RuleId::droppedPercent)) {
+  if (use.placeholder.form == PlaceholderForm::dropped &&
+      !addUseToFinding(use, RuleId::droppedPercent)) {
     findUse(use, RuleId::droppedPercent,
             "This % begins no placeholder and is dropped, with the digits behind it.",
             "Write %% for a percent sign.");
   }
   if (use.placeholder.form == PlaceholderForm::malformed &&
-      isNew(use, RuleId::malformedPlaceholder)) {
+      !addUseToFinding(use, RuleId::malformedPlaceholder)) {
     findUse(
         use, RuleId::malformedPlaceholder,
         "A %t has to be followed by n or p and a %j by p; here the expansion fails, and no task "
@@ -203,14 +206,14 @@ void inspectUses(const Preview& preview, std::int32_t number, std::vector<OwnDig
     const Use use = {placeholder, (*digits)[i], preview, number, inspection};
     inspectForm(use);
     inspectWidth(use);
-    inspectNumber(use);
+    inspectPlaceholderNumber(use);
   }
 }
 
 // What keeps the task from being composed, apart from a malformed placeholder.
 
 void findTooLong(std::int32_t number, Inspection* inspection) {
-  if (isFoundForTask(inspection, RuleId::longExpansion, noOffset, number)) return;
+  if (addTaskToFinding(inspection, RuleId::longExpansion, noOffset, number)) return;
   findForTask(inspection, RuleId::longExpansion, noOffset, number, placeInTemplate(*inspection, 0),
               "", "The expansion is longer than 3999 bytes and fails, and the task is not started.",
               "Shorten the template or its values, for example by giving the program a file to "
@@ -220,7 +223,7 @@ void findTooLong(std::int32_t number, Inspection* inspection) {
 void findMissingValue(std::string_view placeholder, std::int32_t number, Inspection* inspection) {
   const AdapterContext& context = inspection->context;
   const auto offset = static_cast<std::size_t>(placeholder.data() - context.arguments.data());
-  if (isFoundForTask(inspection, RuleId::missingValue, offset, number)) return;
+  if (addTaskToFinding(inspection, RuleId::missingValue, offset, number)) return;
   findForTask(inspection, RuleId::missingValue, offset, number,
               placeInTemplate(*inspection, offset), placeholder,
               "There are " + quantity(context.paramNames.size(), "parameter name") + " but " +
@@ -229,7 +232,7 @@ void findMissingValue(std::string_view placeholder, std::int32_t number, Inspect
 }
 
 void findNoSpace(std::int32_t number, Inspection* inspection) {
-  if (isFoundForTask(inspection, RuleId::noSpace, noOffset, number)) return;
+  if (addTaskToFinding(inspection, RuleId::noSpace, noOffset, number)) return;
   findForTask(
       inspection, RuleId::noSpace, noOffset, number, placeInTemplate(*inspection, 0),
       inspection->context.arguments,
@@ -308,7 +311,7 @@ std::string folderAdvice(const Inspection& inspection) {
          "), or write WorkingFolder.";
 }
 
-void inspectFolder(Inspection* inspection) {
+void inspectFolderName(Inspection* inspection) {
   const AdapterContext& context = inspection->context;
   const bool hasElement = inspection->workingFolder.has_value();
   const FolderKind kind = kindOfFolder(context);
@@ -388,7 +391,7 @@ void inspectTasks(Inspection* inspection) {
   inspectUsedValues(used, inspection);
   if (allComposed && count > 0) inspectUnused(used, inspection);
   inspectRights(inspection);
-  inspectFolder(inspection);
+  inspectFolderName(inspection);
 }
 
 }  // namespace runlet_tool

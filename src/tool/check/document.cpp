@@ -216,7 +216,7 @@ void inspectFolders(const TiXmlNode& cmdData, Inspection* inspection) {
 void inspectEntry(const TiXmlText& params, std::int32_t number, Inspection* inspection) {
   const std::string entry = inspectBraces(params, TextKind::fields, number, inspection);
   if (entry.size() < runlet::maxLookupLength ||
-      isFoundForTask(inspection, RuleId::longEntry, noOffset, number)) {
+      addTaskToFinding(inspection, RuleId::longEntry, noOffset, number)) {
     return;
   }
   findForTask(inspection, RuleId::longEntry, noOffset, number, placeOf(params),

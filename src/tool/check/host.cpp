@@ -42,7 +42,7 @@ Place placeOfUser(const Inspection& inspection) {
 }
 
 // False when the user cannot be told, which is found.
-bool findUser(Inspection* inspection, uid_t* uid) {
+bool findTaskUser(Inspection* inspection, uid_t* uid) {
   const AdapterContext& context = inspection->context;
   if (context.uid != notGiven) {
     *uid = static_cast<uid_t>(context.uid);
@@ -97,7 +97,7 @@ void inspectAccount(const Host& host) {
        "Make the group that is needed the gid of the job.");
 }
 
-void inspectGroup(const Host& host) {
+void inspectGroupEntry(const Host& host) {
   if (getgrgid(host.who.gid) != nullptr) return;
   find(host.inspection, RuleId::gidWithoutGroup, host.inspection->gid.value_or(Place{}),
        std::to_string(host.who.gid), "This machine knows no group with this gid.",
@@ -109,7 +109,7 @@ bool inspectFolder(const Host& host) {
   Inspection* inspection = host.inspection;
   const std::string folder = runlet::runFolder(inspection->context);
   const Place place = inspection->workingFolder.value_or(Place{});
-  const Access access = enterFolder(host.who, "/", host.folder);
+  const Access access = accessToFolder(host.who, "/", host.folder);
   if (access == Access::missing) {
     find(inspection, RuleId::missingFolder, place, folder,
          "This machine has no such folder, and the adapter refuses every task.",
@@ -152,7 +152,7 @@ std::optional<std::string> interpreterIn(std::string_view start) {
   return std::string(line.substr(begin, end - begin));
 }
 
-FileStart startOf(const std::string& path) {
+FileStart readFileStart(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) return {Format::program, ""};  // what may be executed and not read is no script
   char bytes[startLength] = {};
@@ -197,13 +197,13 @@ std::optional<RuleId> findNoInterpreter(const Program& program, const std::strin
 std::optional<RuleId> inspectScript(const Program& program) {
   constexpr int mostInterpreters = 5;
   const Host& host = program.host;
-  FileStart start = startOf(program.path);
+  FileStart start = readFileStart(program.path);
   for (int count = 0; start.format == Format::script; ++count) {
     const bool isLoop = count == mostInterpreters;
-    if (isLoop || executeFile(host.who, host.folder, start.interpreter) != Access::granted) {
+    if (isLoop || accessToProgram(host.who, host.folder, start.interpreter) != Access::granted) {
       return findNoInterpreter(program, start.interpreter);
     }
-    start = startOf(fullPath(host.folder, start.interpreter));
+    start = readFileStart(fullPath(host.folder, start.interpreter));
   }
   if (start.format == Format::program) return std::nullopt;
   return findOf(program, RuleId::noInterpreterLine, program.path,
@@ -220,10 +220,10 @@ bool isOwner(const Identity& who, const std::string& path) {
 // adapter's starting rights, which are taken for root's, and then with the user's.
 bool isMadeExecutable(const Program& program, const Preview& preview) {
   const Host& host = program.host;
-  const std::string& path = preview.command.program;
+  const std::string& path = preview.start.chmodPath;
   if (path.find('/') == std::string::npos) return false;
   if (program.task > 1 && !isOwner(host.who, fullPath(host.folder, path))) return false;
-  return executeFile(host.who, host.folder, path, FileMode::executable) == Access::granted;
+  return accessToProgram(host.who, host.folder, path, FileMode::executable) == Access::granted;
 }
 
 std::optional<RuleId> findNoProgram(const Program& program, const std::string& word,
@@ -244,14 +244,14 @@ std::optional<RuleId> inspectNewProgram(const Host& host, const Preview& preview
   Program program = {host, findProgram(host.who, host.folder, word, &access), host.seen.size(),
                      task};
   if (access == Access::denied && isMadeExecutable(program, preview)) {
-    program.path = fullPath(host.folder, preview.command.program);
+    program.path = fullPath(host.folder, preview.start.chmodPath);
   } else if (access != Access::granted) {
     return findNoProgram(program, word, access);
   }
   return inspectScript(program);
 }
 
-void inspectProgram(Host* host, const Preview& preview, std::int32_t task) {
+void inspectProgramFile(Host* host, const Preview& preview, std::int32_t task) {
   if (preview.outcome != Outcome::starts) return;
   const std::string word = preview.words.front();
   const auto row = host->seen.find(word);
@@ -260,7 +260,7 @@ void inspectProgram(Host* host, const Preview& preview, std::int32_t task) {
     const std::optional<RuleId> rule = inspectNewProgram(*host, preview, task);
     host->seen[word] = {rule, number};
   } else if (row->second.rule.has_value()) {
-    isFoundForTask(host->inspection, *row->second.rule, row->second.program, task);
+    addTaskToFinding(host->inspection, *row->second.rule, row->second.program, task);
   }
 }
 
@@ -269,18 +269,18 @@ void inspectProgram(Host* host, const Preview& preview, std::int32_t task) {
 void inspectHost(Inspection* inspection) {
   const AdapterContext& context = inspection->context;
   uid_t uid = 0;
-  if (!findUser(inspection, &uid) || context.gid == notGiven) return;
+  if (!findTaskUser(inspection, &uid) || context.gid == notGiven) return;
   const std::string folder = runlet::runFolder(context);
   Host host = {inspection, {uid, static_cast<gid_t>(context.gid), ownGroups()}, folder, {}};
   host.folder = fullPath(currentFolder(), folder);
   inspectAccount(host);
-  inspectGroup(host);
+  inspectGroupEntry(host);
   if (!inspectFolder(host)) return;
   Preview preview;
   for (std::size_t i = 0; i < context.taskList.size(); ++i) {
     const auto number = static_cast<std::int32_t>(i) + 1;
     previewCommand(context, number - 1, &preview);
-    inspectProgram(&host, preview, number);
+    inspectProgramFile(&host, preview, number);
   }
 }
 

@@ -45,7 +45,8 @@ Finding& find(Inspection* inspection, RuleId rule, Place place, std::string_view
   return findings.back();
 }
 
-bool isFoundForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number) {
+bool addTaskToFinding(Inspection* inspection, RuleId rule, std::size_t offset,
+                      std::int32_t number) {
   const auto row = inspection->ofTasks.find({rule, offset});
   if (row == inspection->ofTasks.end()) return false;
   inspection->report.findings[row->second].tasks.add(number);
@@ -83,7 +84,7 @@ Report inspect(const Question& question) {
   inspection.context.appPath = question.appPath;
   inspection.context.userName = question.userName;
   inspectDocument(document, &inspection);
-  const LoadResult read = readDocument(&document, &inspection.context);
+  const LoadResult read = readDocument(document, &inspection.context);
   if (read.loading == Loading::loaded) inspectTasks(&inspection);
   if (read.loading == Loading::loaded && question.isOfHost) inspectHost(&inspection);
   inspection.report.taskCount = static_cast<std::int32_t>(inspection.context.taskList.size());

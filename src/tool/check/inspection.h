@@ -48,9 +48,9 @@ inline constexpr std::size_t noOffset = static_cast<std::size_t>(-1);
 Finding& find(Inspection* inspection, RuleId rule, Place place, std::string_view text,
               std::string why, std::string instead);
 
-// The finding of that rule at that place of the template, for one more task. Null when there was
-// none yet: the caller adds one with `findForTask`.
-bool isFoundForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number);
+// Adds a task to the finding of that rule at that place of the template. False when there is none
+// yet: the caller makes one with `findForTask`.
+bool addTaskToFinding(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number);
 Finding& findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number,
                      Place place, std::string_view text, std::string why, std::string instead);
 

@@ -8,7 +8,7 @@
 #include <iterator>
 #include <string>
 
-#include "adapter/time_limit.h"
+#include "adapter/task_range.h"
 #include "job/int32.h"
 #include "tool/check/texts.h"
 

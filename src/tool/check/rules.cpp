@@ -17,9 +17,10 @@ const std::vector<Rule>& allRules() {
       {RuleId::unreadable, error, "the job file cannot be read",
        "The adapter opens the file that it is given with -j and refuses the request when there is "
        "none, when it is a folder, a device or a pipe, when it may not be read, when it has over "
-       "128 MiB, or when it is nested so deep or has so many attributes that the XML library "
-       "would not survive it.\n"
-       "Give the path of an XML file that the adapter may read."},
+       "128 MiB, or when it is nested deeper than the stack of the process can bear or has more "
+       "attributes or nested elements than the XML library can cope with.\n"
+       "Give the path of an XML file that the adapter may read, and take out elements or "
+       "attributes that the job does not need."},
       {RuleId::notXml, error, "the file is not well-formed XML",
        "The XML library gives up where an element is not closed, a tag is malformed or the file "
        "is empty, and the adapter refuses the request with the library's own words. The place is "

@@ -17,7 +17,7 @@ constexpr std::size_t longestReference = 64;  // bytes, beyond which none is loo
 constexpr std::size_t marked = 1024;          // bytes of a line from one mark to the next
 
 std::size_t characterLength(std::string_view text) {
-  return std::max<std::size_t>(utf8Length(text), 1);
+  return std::max<std::size_t>(utf8CharacterLength(text), 1);
 }
 
 // How many bytes the character with that number has in UTF-8.
@@ -172,13 +172,13 @@ std::size_t Source::bareAmpersandWithin(std::size_t begin, std::size_t end) cons
   return found != bareAmpersands_.end() && *found < end ? *found : std::string::npos;
 }
 
-std::size_t Source::endOfText(std::size_t offset) const {
+std::size_t Source::textEnd(std::size_t offset) const {
   return std::min(text_.find('<', offset), text_.size());
 }
 
 std::size_t Source::endOf(const TiXmlNode& node) const {
   const std::size_t begin = offsetOf(node);
-  if (node.ToText() != nullptr && !node.ToText()->CDATA()) return endOfText(begin);
+  if (node.ToText() != nullptr && !node.ToText()->CDATA()) return textEnd(begin);
   const std::string_view end = node.ToText() != nullptr      ? "]]>"
                                : node.ToComment() != nullptr ? "-->"
                                                              : ">";

@@ -8,7 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "job/job_document.h"
 #include "tool/check/finding.h"
 
 namespace runlet_tool {
@@ -21,13 +20,13 @@ inline bool isWhiteSpace(char c) {
 }
 
 // A document that keeps the text it was parsed from, as the library saw it.
-class SourceDocument : public runlet::JobDocument {
+class SourceDocument : public TiXmlDocument {
  public:
-  using runlet::JobDocument::JobDocument;
+  using TiXmlDocument::TiXmlDocument;
 
   const char* Parse(const char* text, TiXmlParsingData* data, TiXmlEncoding encoding) override {
     text_ = text;
-    return JobDocument::Parse(text, data, encoding);
+    return TiXmlDocument::Parse(text, data, encoding);
   }
 
   const std::string& text() const {
@@ -71,7 +70,7 @@ class Source {
   }
 
   // Where the text at `offset` ends: at the next markup, or the end of the file.
-  std::size_t endOfText(std::size_t offset) const;
+  std::size_t textEnd(std::size_t offset) const;
 
   // The node as it stands in the file, up to the end of its line and not too much of it; of an
   // element its tag.

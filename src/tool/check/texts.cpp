@@ -38,7 +38,7 @@ struct Region {
 
 Region regionOf(const Source& source, const TiXmlText& text, TextKind kind) {
   const std::size_t begin = source.offsetOf(text);
-  const std::size_t end = source.endOfText(begin);
+  const std::size_t end = source.textEnd(begin);
   if (kind == TextKind::plain) return {begin, end};
   const std::string_view all = std::string_view(source.text()).substr(begin, end - begin);
   const std::size_t first = all.find('{');
@@ -84,13 +84,13 @@ std::string named(std::string_view run) {
   return text;
 }
 
-std::size_t offsetOf(std::string_view part, const Source& source) {
+std::size_t offsetInSource(std::string_view part, const Source& source) {
   return static_cast<std::size_t>(part.data() - source.text().data());
 }
 
 void findWriting(const WritingRow& row, const std::string& text, std::size_t offset,
                  std::int32_t number, Inspection* inspection) {
-  if (number != 0 && isFoundForTask(inspection, row.rule, noOffset, number)) return;
+  if (number != 0 && addTaskToFinding(inspection, row.rule, noOffset, number)) return;
   const Place place = inspection->source->placeOf(offset);
   if (number == 0) {
     find(inspection, row.rule, place, text, row.why, row.instead);
@@ -110,7 +110,7 @@ void inspectWhiteSpace(const Region& region, TextKind kind, std::int32_t number,
     if (isFound) continue;
     isFound = true;
     const WritingRow& row = isTab ? typedTab : condensedRows[static_cast<std::size_t>(kind)];
-    findWriting(row, named(run), offsetOf(run, *inspection->source), number, inspection);
+    findWriting(row, named(run), offsetInSource(run, *inspection->source), number, inspection);
   }
 }
 
@@ -137,7 +137,7 @@ void findDropped(const TiXmlText& node, const Dropped& dropped, std::int32_t num
   const std::string text = dropped.text.substr(skipped, last - skipped + 1);
   if (number == 0) {
     find(inspection, RuleId::outsideBraces, place, text, why, instead);
-  } else if (!isFoundForTask(inspection, RuleId::outsideBraces, noOffset, number)) {
+  } else if (!addTaskToFinding(inspection, RuleId::outsideBraces, noOffset, number)) {
     findForTask(inspection, RuleId::outsideBraces, noOffset, number, place, text, why, instead);
   }
 }

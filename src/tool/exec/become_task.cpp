@@ -2,24 +2,22 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <stdexcept>
 
 #include "adapter/task_range.h"
 #include "exec/child.h"
-#include "exec/command.h"
-#include "exec/launch.h"
-#include "exec/set_up.h"
-#include "exec/user_rights.h"
-#include "tool/batch/identity.h"
+#include "exec/start.h"
+#include "tool/batch/task_user.h"
 #include "tool/expand/loading.h"
-#include "tool/expand/preview.h"
 #include "tool/text/format.h"
 
 namespace runlet_tool {
 namespace {
 
 using runlet::AdapterContext;
+using runlet::SetUp;
 
-bool load(AdapterContext* context) {
+bool loadTaskJob(AdapterContext* context) {
   const LoadResult result = loadJob(context);
   if (result.loading == Loading::loaded) return true;
   const bool hasText = !result.message.empty();
@@ -27,7 +25,7 @@ bool load(AdapterContext* context) {
   return false;
 }
 
-bool hasTask(const AdapterContext& context, std::int32_t number) {
+bool requireTask(const AdapterContext& context, std::int32_t number) {
   if (number >= 1 && isTask(context, number - 1)) return true;
   std::fprintf(stderr, "runlet-job: exec: there is no task %d in %s, which has %s\n",
                static_cast<int>(number), context.jobFile.c_str(),
@@ -35,46 +33,39 @@ bool hasTask(const AdapterContext& context, std::int32_t number) {
   return false;
 }
 
-bool compose(const AdapterContext& context, std::int32_t number, Preview* preview) {
-  previewCommand(context, number - 1, preview);
-  if (!preview->isComposed) std::fprintf(stderr, "%s\n", preview->message.c_str());
-  return preview->isComposed;
-}
-
-// At once, other than in the adapter, which still has something to say to the server: behind this
-// the program itself writes.
-void announce(const runlet::Command& command, const std::string& folder) {
-  std::printf(runlet::callingFormat, command.line.c_str(), folder.c_str());
-  std::fflush(stdout);
-}
-
-bool takeRights(AdapterContext* context, std::int32_t number) {
-  const std::string note = settleIdentity(context);
-  if (!note.empty()) {
-    std::fprintf(stderr, "runlet-job: exec: task %d runs as %s\n", static_cast<int>(number),
-                 note.c_str());
+// The adapter's own set-up. Other than the adapter, goes on after an exception that would end the
+// process, says what the system would say of it, and ends the line of every text.
+bool setUp(AdapterContext* context, std::int32_t number, runlet::TaskStart* start) {
+  try {
+    const SetUp result = setUpTask(context, number - 1, start);
+    const bool endsLine = result == SetUp::done || result == SetUp::fillInFailed;
+    if (!endsLine) std::fputc('\n', stderr);
+    return result == SetUp::done;
+  } catch (const std::out_of_range& error) {
+    std::fprintf(stderr, "%s\n", terminateText("std::out_of_range", error.what()).c_str());
+    return false;
   }
-  return applyUserRights(context);
 }
 
-// Ends the line of a text of the adapter's that does not do so itself.
-int endLine(int status) {
-  std::fputc('\n', stderr);
-  return status;
+void sayWhose(const std::string& note, std::int32_t number) {
+  if (note.empty()) return;
+  std::fprintf(stderr, "runlet-job: exec: task %d runs as %s\n", static_cast<int>(number),
+               note.c_str());
 }
 
 }  // namespace
 
 int becomeTask(AdapterContext* context, std::int32_t number) {
-  if (!load(context) || !hasTask(*context, number)) return exitNoTask;
-  const std::string folder = runFolder(*context);
-  if (!runlet::enterFolder(folder)) return endLine(exitNoTask);
-  Preview preview;
-  if (!compose(*context, number, &preview)) return exitNoTask;
-  announce(preview.command, folder);
-  runlet::makeExecutable(preview.command.program);
-  if (!takeRights(context, number)) return endLine(exitNoTask);
-  const int error = runlet::becomeProgram(preview.command.line, context->redirectStderr);
+  if (!loadTaskJob(context) || !requireTask(*context, number)) return exitNoTask;
+  // The one step that the adapter does not have: the caller's identity in place of the job's.
+  const std::string note = settleTaskUser(context);
+  // The "Calling" line goes out at once: the log of the task begins with it. The adapter keeps it
+  // for the line about the process, which is not written here.
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  runlet::TaskStart start;
+  if (!setUp(context, number, &start)) return exitNoTask;
+  sayWhose(note, number);
+  const int error = runlet::becomeProgram(start.commandLine, start.redirectStderr);
   return error == ENOENT ? exitNotFound : exitCannotExecute;
 }
 

@@ -15,7 +15,8 @@ inline constexpr int exitNotFound = 127;       // its program is not there
 
 // Becomes the task `number` (from 1) of the job that `context` names with `jobFile` and `appPath`:
 // in its folder, with its group, user, mask and outputs, after announcing it on standard output as
-// the adapter does.
+// the adapter does. What is not as in a child of the adapter is listed in
+// docs/running-on-a-cluster.md, "Differences from the farm".
 //
 // Returns only where that fails, with one of the statuses, after the adapter's text for it on
 // standard error, or this program's own where the adapter has none.

@@ -41,13 +41,6 @@ std::unique_ptr<ExpandReport> makeReport(bool inJson) {
   return std::make_unique<TextExpandReport>(wantsColour(stdout));
 }
 
-// What is told of the tasks behind the one that ended the request.
-void setNotReached(std::int32_t endingNumber, Preview* preview) {
-  *preview = {};
-  preview->outcome = Outcome::notReached;
-  preview->reason = "task " + std::to_string(endingNumber) + " ended the request";
-}
-
 // Whether all tasks of the request are started.
 bool reportTasks(const runlet::AdapterContext& context, ExpandReport* report) {
   const runlet::TaskRange range = requestedTasks(context);
@@ -65,14 +58,14 @@ bool reportTasks(const runlet::AdapterContext& context, ExpandReport* report) {
     allStart = allStart && preview.outcome == Outcome::starts;
     if (!isOver && endsRequest(preview.outcome)) {
       isOver = true;
-      setNotReached(index + 1, &preview);
+      previewNotReached(index + 1, &preview);
     }
     progress.show(static_cast<std::size_t>(index));
   }
   return allStart;
 }
 
-int expand(const ExpandOptions& options) {
+int expandJob(const ExpandOptions& options) {
   runlet::AdapterContext context = requestOf(options);
   const LoadResult result = loadJob(&context);
   const std::unique_ptr<ExpandReport> report = makeReport(options.inJson);
@@ -97,7 +90,7 @@ void addExpand(CLI::App* app, Action* action) {
       ->type_name("APP");
   verb->add_option("-u", options->userName, "The request's user name")->type_name("USER");
   verb->add_flag("--json", options->inJson, "Write JSON, as runlet-job(1) describes it");
-  verb->callback([=] { *action = [=] { return expand(*options); }; });
+  verb->callback([=] { *action = [=] { return expandJob(*options); }; });
 }
 
 }  // namespace runlet_tool

@@ -1,9 +1,13 @@
 #include "tool/expand/loading.h"
 
+#include <tinyxml.h>
+
 #include <stdexcept>
 
+#include "adapter/messages.h"
 #include "job/parameter_file.h"
 #include "tool/text/format.h"
+#include "xml/document.h"
 
 namespace runlet_tool {
 
@@ -12,16 +16,16 @@ std::string terminateText(const char* type, const char* what) {
   return withoutLineEnd(format, type, what);
 }
 
-LoadResult loadDocument(runlet::JobDocument* document) {
+LoadResult loadDocument(TiXmlDocument* document) {
   std::string reason;
-  if (document->load(&reason)) return {};
+  if (runlet::loadXml(document, &reason)) return {};
   // The adapter says nothing then.
   if (*document->Value() == '\0') return {Loading::unreadable, ""};
   return {Loading::unreadable,
           withoutLineEnd(runlet::notLoadedFormat, document->Value(), reason.c_str())};
 }
 
-LoadResult readDocument(runlet::JobDocument* document, runlet::AdapterContext* context) {
+LoadResult readDocument(const TiXmlDocument& document, runlet::AdapterContext* context) {
   try {
     const char* message = readJobDocument(document, context);
     if (message == nullptr) return {};
@@ -32,10 +36,10 @@ LoadResult readDocument(runlet::JobDocument* document, runlet::AdapterContext* c
 }
 
 LoadResult loadJob(runlet::AdapterContext* context) {
-  runlet::JobDocument document(context->jobFile.c_str());
+  TiXmlDocument document(context->jobFile.c_str());
   document.SetTabSize(0);  // or every byte would be looked at for the line and column it is in
   const LoadResult result = loadDocument(&document);
-  return result.loading == Loading::loaded ? readDocument(&document, context) : result;
+  return result.loading == Loading::loaded ? readDocument(document, context) : result;
 }
 
 }  // namespace runlet_tool

@@ -4,7 +4,8 @@
 #include <string>
 
 #include "adapter/context.h"
-#include "job/job_document.h"
+
+class TiXmlDocument;
 
 namespace runlet_tool {
 
@@ -26,10 +27,9 @@ struct LoadResult {
 inline constexpr char noJobFileText[] = "runlet-job: The path of the job file is empty.";
 
 // The two halves of a load: the file to its document, and the document to the job fields and lists
-// of `context`, whose `jobFile` the document is named after. The second takes the tasks out of the
-// document.
-LoadResult loadDocument(runlet::JobDocument* document);
-LoadResult readDocument(runlet::JobDocument* document, runlet::AdapterContext* context);
+// of `context`, whose `jobFile` the document is named after.
+LoadResult loadDocument(TiXmlDocument* document);
+LoadResult readDocument(const TiXmlDocument& document, runlet::AdapterContext* context);
 
 // What the C++ library writes for an exception of that type that nothing catches, without its
 // line end.

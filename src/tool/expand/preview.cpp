@@ -6,10 +6,6 @@
 #include <stdexcept>
 
 #include "adapter/messages.h"
-#include "exec/child.h"
-#include "exec/launch.h"
-#include "exec/set_up.h"
-#include "exec/user_rights.h"
 #include "exec/words.h"
 #include "tool/expand/loading.h"
 #include "tool/text/format.h"
@@ -66,13 +62,14 @@ constexpr FolderRefusal folderRefusals[] = {
 
 // False when the run folder cannot be entered.
 bool previewFolder(const AdapterContext& context, bool isFirst, Preview* preview) {
-  preview->folder = runlet::runFolder(context);
+  std::string& folder = preview->start.folder;
+  folder = runlet::runFolder(context);
   const FolderKind kind = kindOfFolder(context);
   for (const FolderRefusal& row : folderRefusals) {
     if (row.kind != kind || (isFirst && !row.alsoTheFirst)) continue;
     decide(preview, Outcome::refused,
            withoutLineEnd(runlet::folderRefusedFormat,
-                          runlet::getMessage(runlet::workingFolderMessage), preview->folder.c_str(),
+                          runlet::getMessage(runlet::workingFolderMessage), folder.c_str(),
                           std::strerror(row.error)),
            row.reason);
     return false;
@@ -91,7 +88,7 @@ std::string fillInReason(const Preview& preview, const AdapterContext& context) 
   }
   const PlaceholderUse& use = preview.uses.back();
   const bool isTask = context.arguments[use.end] == 't';
-  return inQuotes(textOf(use, context.arguments)) + " is no placeholder: a %" +
+  return inQuotes(placeholderText(use, context.arguments)) + " is no placeholder: a %" +
          (isTask ? "t must be followed by n or p" : "j must be followed by p");
 }
 
@@ -107,9 +104,9 @@ std::string raisedReason(const Preview& preview, const AdapterContext& context) 
   return "with an application path (-a) the expanded line must hold at least one space";
 }
 
-bool compose(const AdapterContext& context, std::int32_t index, Preview* preview) {
+bool previewStart(const AdapterContext& context, std::int32_t index, Preview* preview) {
   try {
-    preview->isComposed = composeCommand(context, index, &preview->command, &preview->uses);
+    preview->isComposed = composeStart(context, index, &preview->start, &preview->uses);
   } catch (const std::out_of_range& error) {
     decide(preview, Outcome::ends, terminateText("std::out_of_range", error.what()),
            raisedReason(*preview, context));
@@ -120,20 +117,21 @@ bool compose(const AdapterContext& context, std::int32_t index, Preview* preview
            fillInReason(*preview, context));
     return false;
   }
-  preview->cut = preview->command.line;
+  preview->cut = preview->start.commandLine;
   preview->words = runlet::splitWords(preview->cut.data());
   preview->words.pop_back();
   return true;
 }
 
-bool previewRights(const AdapterContext& context, Preview* preview) {
-  if (context.gid == notGiven) {
+bool previewRights(Preview* preview) {
+  const runlet::UserRights& rights = preview->start.rights;
+  if (rights.gid == notGiven) {
     decide(preview, Outcome::refused,
            withoutLineEnd(runlet::groupRefusedFormat, notGiven, runlet::noGroupReason),
            "the job names no group (gid), and the adapter has none of its own to take");
     return false;
   }
-  if (context.uid == notGiven && context.userName.empty()) {
+  if (rights.uid == notGiven && rights.userName.empty()) {
     decide(preview, Outcome::refused, runlet::missingUserText,
            "the job has no uid, and the request names no user (-u)");
     return false;
@@ -145,7 +143,7 @@ void previewExecution(Preview* preview) {
   const bool hasWord = !preview->words.empty();
   if (hasWord && *preview->words.front() != '\0') return;
   decide(preview, Outcome::cannotExecute,
-         withoutLineEnd(runlet::cannotExecuteFormat, preview->command.line.c_str(),
+         withoutLineEnd(runlet::cannotExecuteFormat, preview->start.commandLine.c_str(),
                         std::strerror(ENOENT)),
          hasWord ? "the first word of the command line is empty" : "the command line has no word");
 }
@@ -153,8 +151,8 @@ void previewExecution(Preview* preview) {
 void clear(Preview* preview) {
   preview->outcome = Outcome::starts;
   preview->isComposed = false;
-  preview->command.line.clear();
-  preview->command.program.clear();
+  preview->start.commandLine.clear();
+  preview->start.chmodPath.clear();
   preview->words.clear();
   preview->uses.clear();
   preview->message.clear();
@@ -177,23 +175,29 @@ void previewTask(const AdapterContext& context, std::int32_t index, bool isFirst
                  Preview* preview) {
   clear(preview);
   if (!previewFolder(context, isFirst, preview)) return;
-  if (!compose(context, index, preview)) return;
-  if (!previewRights(context, preview)) return;
+  if (!previewStart(context, index, preview)) return;
+  if (!previewRights(preview)) return;
   previewExecution(preview);
 }
 
 void previewCommand(const AdapterContext& context, std::int32_t index, Preview* preview) {
   clear(preview);
-  if (compose(context, index, preview)) previewExecution(preview);
+  if (previewStart(context, index, preview)) previewExecution(preview);
 }
 
-std::string_view textOf(const PlaceholderUse& use, std::string_view argumentTemplate) {
+void previewNotReached(std::int32_t endingNumber, Preview* preview) {
+  clear(preview);
+  decide(preview, Outcome::notReached, "",
+         "task " + std::to_string(endingNumber) + " ended the request");
+}
+
+std::string_view placeholderText(const PlaceholderUse& use, std::string_view argumentTemplate) {
   std::size_t end = use.end;
   if (use.form == PlaceholderForm::malformed) ++end;  // the t or j
   const std::string_view rest = argumentTemplate.substr(end);
   const bool isOpen =
       use.form == PlaceholderForm::malformed || use.form == PlaceholderForm::dropped;
-  if (isOpen && !rest.starts_with(' ')) end += utf8Length(rest);
+  if (isOpen && !rest.starts_with(' ')) end += utf8CharacterLength(rest);
   return argumentTemplate.substr(use.begin, end - use.begin);
 }
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "adapter/context.h"
-#include "exec/command.h"
+#include "exec/start.h"
 #include "job/fill_in.h"
 
 namespace runlet_tool {
@@ -26,12 +26,15 @@ inline bool endsRequest(Outcome outcome) {
 }
 
 struct Preview {
-  Outcome outcome;
-  std::string folder;
+  Preview() = default;
+  Preview(const Preview&) = delete;  // `words` point into `cut`
+  Preview& operator=(const Preview&) = delete;
+
+  Outcome outcome = Outcome::starts;
   // Whether there is a command, which the adapter then announces with its "Calling" line; without
-  // one `command` and `words` are empty.
-  bool isComposed;
-  runlet::Command command;
+  // one `words` and the command of `start` are empty.
+  bool isComposed = false;
+  runlet::TaskStart start;                   // of it only `folder` where that cannot be entered
   std::vector<char*> words;                  // the argument vector, without its null
   std::vector<runlet::PlaceholderUse> uses;  // what the fill-in came to
   std::string message;                       // the adapter's own text, without its line end
@@ -49,6 +52,9 @@ void previewTask(const runlet::AdapterContext& context, std::int32_t index, bool
 // The part of it that is about the command, whatever the run folder and the rights are.
 void previewCommand(const runlet::AdapterContext& context, std::int32_t index, Preview* preview);
 
+// The preview of the tasks that follow the task `endingNumber` (from 1), which ended the request.
+void previewNotReached(std::int32_t endingNumber, Preview* preview);
+
 // How a run folder is found, as far as its name tells.
 enum class FolderKind {
   full,      // begins with "/"
@@ -61,7 +67,8 @@ FolderKind kindOfFolder(const runlet::AdapterContext& context);
 
 // The placeholder as it is written, with the character that keeps a malformed or dropped one from
 // being one, unless that is a space.
-std::string_view textOf(const runlet::PlaceholderUse& use, std::string_view argumentTemplate);
+std::string_view placeholderText(const runlet::PlaceholderUse& use,
+                                 std::string_view argumentTemplate);
 
 // The placeholder behind the last of `uses`: where the fill-in has raised an error.
 std::string_view raisingPlaceholder(const std::vector<runlet::PlaceholderUse>& uses,

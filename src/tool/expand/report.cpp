@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "exec/launch.h"
+#include "adapter/messages.h"
 #include "tool/text/format.h"
 #include "tool/text/output.h"
 #include "tool/text/shell_quote.h"
@@ -18,8 +18,8 @@ using Json = nlohmann::ordered_json;
 
 // The "Calling" line without its line end.
 std::string callingText(const Preview& preview) {
-  return withoutLineEnd(runlet::callingFormat, preview.command.line.c_str(),
-                        preview.folder.c_str());
+  return withoutLineEnd(runlet::callingFormat, preview.start.commandLine.c_str(),
+                        preview.start.folder.c_str());
 }
 
 struct OutcomeName {
@@ -36,7 +36,7 @@ constexpr OutcomeName outcomeNames[] = {
     {"not reached", "notReached"},
 };
 
-const OutcomeName& nameOf(Outcome outcome) {
+const OutcomeName& outcomeName(Outcome outcome) {
   return outcomeNames[static_cast<std::size_t>(outcome)];
 }
 
@@ -78,8 +78,8 @@ class JsonStrings {
 
 // The words, the folder and the program's path are all parts of these.
 bool isUtf8Throughout(const Preview& preview) {
-  return isUtf8(preview.command.line) && isUtf8(preview.folder) && isUtf8(preview.message) &&
-         isUtf8(preview.reason);
+  return isUtf8(preview.start.commandLine) && isUtf8(preview.start.folder) &&
+         isUtf8(preview.message) && isUtf8(preview.reason);
 }
 
 Json argumentVector(const Preview& preview, const JsonStrings& string) {
@@ -102,15 +102,15 @@ void TextExpandReport::task(std::int32_t number, const Preview& preview) {
   isFirst_ = false;
   text_ += coloured("task " + std::to_string(number), Colour::cyan, hasColour_) + "\n";
   const bool isReached = preview.outcome != Outcome::notReached;
-  if (isReached) appendRow("folder", preview.folder, &text_);
-  if (preview.isComposed && !preview.command.program.empty()) {
-    appendRow("chmod", preview.command.program, &text_);
+  if (isReached) appendRow("folder", preview.start.folder, &text_);
+  if (preview.isComposed && !preview.start.chmodPath.empty()) {
+    appendRow("chmod", preview.start.chmodPath, &text_);
   }
   if (preview.isComposed) text_ += "  " + callingText(preview) + "\n";
   if (preview.outcome == Outcome::starts) {
     appendRow("run", shellCommand(preview.words), &text_);
   } else {
-    const std::string name = coloured(nameOf(preview.outcome).inText, Colour::red, hasColour_);
+    const std::string name = coloured(outcomeName(preview.outcome).inText, Colour::red, hasColour_);
     text_ += "  " + name + ": " + indented(isReached ? preview.message : preview.reason) + "\n";
     if (isReached) text_ += "  reason: " + preview.reason + "\n";
   }
@@ -136,14 +136,14 @@ void JsonExpandReport::task(std::int32_t number, const Preview& preview) {
   const bool isReached = preview.outcome != Outcome::notReached;
   const bool inBytes = !isUtf8Throughout(preview);
   const JsonStrings string(inBytes);
-  const std::string& program = preview.command.program;
+  const std::string& program = preview.start.chmodPath;
   Json row;
   row["task"] = number;
-  row["outcome"] = nameOf(preview.outcome).inJson;
-  row["folder"] = string.orNull(isReached, preview.folder);
+  row["outcome"] = outcomeName(preview.outcome).inJson;
+  row["folder"] = string.orNull(isReached, preview.start.folder);
   row["chmod"] = string.orNull(preview.isComposed && !program.empty(), program);
   row["calling"] = string.orNull(preview.isComposed, callingText(preview));
-  row["commandLine"] = string.orNull(preview.isComposed, preview.command.line);
+  row["commandLine"] = string.orNull(preview.isComposed, preview.start.commandLine);
   row["argv"] = argumentVector(preview, string);
   row["message"] = string.orNull(!preview.message.empty(), preview.message);
   row["reason"] = string.orNull(!preview.reason.empty(), preview.reason);

@@ -13,7 +13,7 @@ constexpr std::size_t maxShownLength = 60;  // bytes of a value
 // The start of a text that is too long, without half a character at its end.
 std::string startOf(const std::string& value) {
   std::size_t length = maxShownLength;
-  while (length > maxShownLength - 3 && utf8Length(value.substr(length)) == 0) --length;
+  while (length > maxShownLength - 3 && utf8CharacterLength(value.substr(length)) == 0) --length;
   return value.substr(0, length);
 }
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <system_error>
 
-#include "adapter/time_limit.h"
+#include "adapter/task_range.h"
 #include "job/fill_in.h"
 #include "tool/make/account.h"
 #include "tool/make/frame_list.h"
@@ -32,8 +32,8 @@ constexpr NumberForm timeoutForm = {10, 1, runlet::longestTimeout,
 constexpr NumberForm umaskForm = {8, 0, 0777, "that is no octal number, 0 to 777"};
 
 // A number that is not given leaves `*number` as it is.
-bool readNumber(const char* option, const std::optional<std::string>& value, const NumberForm& form,
-                std::int32_t* number, Complaint* complaint) {
+bool readNumberOption(const char* option, const std::optional<std::string>& value,
+                      const NumberForm& form, std::int32_t* number, Complaint* complaint) {
   if (!value) return true;
   const char* const textEnd = value->data() + value->size();
   const auto [end, error] = std::from_chars(value->data(), textEnd, *number, form.base);
@@ -44,13 +44,14 @@ bool readNumber(const char* option, const std::optional<std::string>& value, con
 
 bool readFrames(const MakeOptions& options, runlet::AdapterContext* job, Complaint* complaint) {
   std::int32_t chunk = 1;
-  if (!readNumber("--chunk", options.chunk, chunkForm, &chunk, complaint)) return false;
+  if (!readNumberOption("--chunk", options.chunk, chunkForm, &chunk, complaint)) return false;
   std::string reason;
   if (appendFrameTasks(*options.frames, chunk, &job->taskList, &reason)) return true;
   return complain("--frames", *options.frames, reason, complaint);
 }
 
-bool readTasks(const MakeOptions& options, runlet::AdapterContext* job, Complaint* complaint) {
+bool readTaskOptions(const MakeOptions& options, runlet::AdapterContext* job,
+                     Complaint* complaint) {
   if (options.frames) return readFrames(options, job, complaint);
   if (options.tasks) return readTaskFile(*options.tasks, &job->taskList, complaint);
   job->taskList.emplace_back("task");
@@ -107,7 +108,8 @@ std::string textObstacle(const std::string& text) {
   return xmlObstacle(text);
 }
 
-bool readTexts(const MakeOptions& options, runlet::AdapterContext* job, Complaint* complaint) {
+bool readTextOptions(const MakeOptions& options, runlet::AdapterContext* job,
+                     Complaint* complaint) {
   for (const TextOption& option : textOptions) {
     const std::optional<std::string>& value = options.*option.value;
     if (!value) continue;
@@ -118,7 +120,8 @@ bool readTexts(const MakeOptions& options, runlet::AdapterContext* job, Complain
   return true;
 }
 
-bool readAccounts(const MakeOptions& options, runlet::AdapterContext* job, Complaint* complaint) {
+bool readUserAndGroup(const MakeOptions& options, runlet::AdapterContext* job,
+                      Complaint* complaint) {
   job->uid = static_cast<std::int32_t>(geteuid());
   job->gid = static_cast<std::int32_t>(getegid());
   if (options.user && !findUser(*options.user, &job->uid)) {
@@ -130,12 +133,14 @@ bool readAccounts(const MakeOptions& options, runlet::AdapterContext* job, Compl
   return true;
 }
 
-bool readNumbers(const MakeOptions& options, runlet::AdapterContext* job, Complaint* complaint) {
+bool readNumberOptions(const MakeOptions& options, runlet::AdapterContext* job,
+                       Complaint* complaint) {
   job->taskNameIdx = 1;
   job->taskTimeout = runlet::longestTimeout;
   job->umask = usualUmask;
-  return readNumber("--timeout", options.timeout, timeoutForm, &job->taskTimeout, complaint) &&
-         readNumber("--umask", options.umask, umaskForm, &job->umask, complaint);
+  return readNumberOption("--timeout", options.timeout, timeoutForm, &job->taskTimeout,
+                          complaint) &&
+         readNumberOption("--umask", options.umask, umaskForm, &job->umask, complaint);
 }
 
 bool readStandardError(const MakeOptions& options, runlet::AdapterContext* job,
@@ -159,7 +164,8 @@ bool readCommand(const MakeOptions& options, runlet::AdapterContext* job, Compla
 
 constexpr bool (*steps[])(const MakeOptions& options, runlet::AdapterContext* job,
                           Complaint* complaint) = {
-    readCommand, readTexts, readNumbers, readAccounts, readStandardError, readTasks, readParams,
+    readCommand,       readTextOptions, readNumberOptions, readUserAndGroup,
+    readStandardError, readTaskOptions, readParams,
 };
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include "adapter/context.h"
 #include "tool/check/findings_text.h"
 #include "tool/check/inspect.h"
-#include "tool/make/job_text.h"
+#include "tool/make/job_xml.h"
 #include "tool/make/self_check.h"
 #include "tool/make/word_quoting.h"
 #include "tool/system/memory_file.h"
@@ -28,7 +28,7 @@ bool cannotLook(int error, Complaint* complaint) {
   return false;
 }
 
-bool hasNoError(const std::string& name, const Report& report, Complaint* complaint) {
+bool acceptReport(const std::string& name, const Report& report, Complaint* complaint) {
   if (report.count(Severity::error) == 0) return true;
   std::string findings = findingsText(name, report, wantsColour(stderr));
   findings.pop_back();  // the last line end
@@ -48,7 +48,7 @@ bool makeJob(const MakeOptions& options, const std::string& name, MadeJob* made,
   const MemoryFile file(made->text);
   if (file.error() != 0) return cannotLook(file.error(), complaint);
   made->report = inspect({.jobFile = file.path(), .appPath = {}, .userName = {}});
-  return hasNoError(name, made->report, complaint) &&
+  return acceptReport(name, made->report, complaint) &&
          arrivesAsMeant(file.path(), job, options.command, complaint);
 }
 

@@ -83,7 +83,7 @@ std::vector<std::string> commandOf(const CLI::App& verb, const CLI::Option& firs
   return words;
 }
 
-int fail(const Complaint& complaint) {
+int failWith(const Complaint& complaint) {
   std::fprintf(stderr, "runlet-job: make: %s\n", complaint.text.c_str());
   return complaint.status;
 }
@@ -92,14 +92,14 @@ int writeJob(const std::optional<std::string>& path, const std::string& text) {
   if (!path) put(text);
   const int error = path ? writeFile(*path, text) : 0;
   if (error == 0) return exitFine;
-  return fail({exitUnreadable, "-o " + shown(*path) + ": " + std::strerror(error)});
+  return failWith({exitUnreadable, "-o " + shown(*path) + ": " + std::strerror(error)});
 }
 
 int make(const MakeOptions& options) {
   const std::string name = options.output ? shown(*options.output) : "standard output";
   MadeJob made;
   Complaint complaint;
-  if (!makeJob(options, name, &made, &complaint)) return fail(complaint);
+  if (!makeJob(options, name, &made, &complaint)) return failWith(complaint);
   const std::string findings = findingsText(name, made.report, wantsColour(stderr));
   std::fputs(findings.c_str(), stderr);
   return writeJob(options.output, made.text);

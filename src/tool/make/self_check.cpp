@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "exec/command.h"
+#include "exec/start.h"
 #include "exec/words.h"
 #include "tool/expand/loading.h"
 #include "tool/make/word_quoting.h"
@@ -34,10 +34,10 @@ std::vector<std::string> argumentsOf(const std::string& commandLine) {
 
 bool taskArrives(const runlet::AdapterContext& job, const CommandWords& words,
                  std::int32_t taskIndex) {
-  runlet::Command command;
+  runlet::TaskStart start;
   std::vector<std::string> meant;
-  return composeCommand(job, taskIndex, &command) && words.expand(taskIndex, &meant) &&
-         argumentsOf(command.line) == meant;
+  return composeStart(job, taskIndex, &start) && words.expand(taskIndex, &meant) &&
+         argumentsOf(start.commandLine) == meant;
 }
 
 }  // namespace

@@ -35,8 +35,8 @@ std::string takeLine(std::string_view* text) {
   return std::string(line);
 }
 
-bool appendLine(const std::string& place, const std::string& line, runlet::StringList* tasks,
-                Complaint* complaint) {
+bool appendTaskLine(const std::string& place, const std::string& line, runlet::StringList* tasks,
+                    Complaint* complaint) {
   const std::string obstacle = taskObstacle(line);
   if (!obstacle.empty()) return complain(place, line, obstacle, complaint);
   tasks->push_back(line);
@@ -49,7 +49,7 @@ bool appendLines(const std::string& path, std::string_view text, runlet::StringL
   if (text.empty()) return complain("--tasks", path, "no line, so no task", complaint);
   for (std::size_t number = 1; !text.empty(); ++number) {
     const std::string place = path + ":" + std::to_string(number) + ":";
-    if (!appendLine(place, takeLine(&text), tasks, complaint)) return false;
+    if (!appendTaskLine(place, takeLine(&text), tasks, complaint)) return false;
   }
   return true;
 }

@@ -31,13 +31,13 @@ std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
   return std::chrono::minutes(limit);
 }
 
-TaskSource tasksOf(const Batch& batch) {
+TaskSource taskSource(const Batch& batch) {
   return {batch.tasks.size(),
           [&batch](std::size_t index) { return execArguments(batch, batch.tasks[index]); },
           [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); }};
 }
 
-int run(const RunOptions& options) {
+int runJob(const RunOptions& options) {
   Batch batch;
   const int refusal = prepareBatch(options.batch, name, &batch);
   if (refusal != exitFine) return refusal;
@@ -45,7 +45,7 @@ int run(const RunOptions& options) {
   // Until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;
   const RunOutcome outcome =
-      runTasks(tasksOf(batch), {options.jobs, timeLimitOf(batch), grace}, signals);
+      runTasks(taskSource(batch), {options.jobs, timeLimitOf(batch), grace}, signals);
   const int status = writeSummary(batch, outcome.ends, stdout);
   if (outcome.signal != 0) {
     std::fflush(stdout);  // whether it worked no longer matters to the status
@@ -64,7 +64,7 @@ void addRun(CLI::App* app, Action* action) {
       ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
-  verb->callback([=] { *action = [=] { return run(*options); }; });
+  verb->callback([=] { *action = [=] { return runJob(*options); }; });
 }
 
 }  // namespace runlet_tool

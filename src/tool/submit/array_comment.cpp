@@ -15,7 +15,7 @@ constexpr std::size_t hashLength = 16;
 // Takes a number above -1 and the ":" behind it off the front of `*text`. False if they are not
 // there.
 template <typename Number>
-bool takeNumber(std::string_view* text, Number* number) {
+bool takeField(std::string_view* text, Number* number) {
   const char* const end = text->data() + text->size();
   const auto [rest, error] = std::from_chars(text->data(), end, *number);
   if (error != std::errc() || rest == end || *rest != ':' || text->front() == '-') return false;
@@ -48,8 +48,8 @@ std::optional<ArrayOrigin> readComment(std::string_view text) {
   text.remove_prefix(label.size());
   ArrayOrigin origin;
   ArrayLayout& layout = origin.layout;
-  const bool isWhole = takeNumber(&text, &layout.base) && takeNumber(&text, &layout.chunk) &&
-                       takeNumber(&text, &layout.last) && takeNumber(&text, &origin.elementCount);
+  const bool isWhole = takeField(&text, &layout.base) && takeField(&text, &layout.chunk) &&
+                       takeField(&text, &layout.last) && takeField(&text, &origin.elementCount);
   if (!isWhole || layout.chunk == 0 || text.size() < hashLength) return std::nullopt;
   origin.job = text.substr(0, hashLength);
   return origin;

@@ -36,7 +36,7 @@ std::string padded(std::int64_t number, int digits) {
 
 // How much longer the text gets with one more element. The beginning and the end of a range count;
 // that an end may have a digit more than when it was counted is what the limit has room for.
-std::size_t lengthOf(std::int32_t element, const std::vector<std::int32_t>& elements) {
+std::size_t spanLength(std::int32_t element, const std::vector<std::int32_t>& elements) {
   const std::size_t count = elements.size();
   const bool isInRange =
       count >= 2 && elements[count - 1] == element - 1 && elements[count - 2] == element - 2;
@@ -49,11 +49,11 @@ void appendFitting(const ArrayPart& part, std::vector<ArrayPart>* parts) {
   fitting.elements.clear();
   std::size_t length = 0;
   for (const std::int32_t element : part.elements) {
-    length += lengthOf(element, fitting.elements);
+    length += spanLength(element, fitting.elements);
     if (length > longestElements) {
       parts->push_back(fitting);
       fitting.elements.clear();
-      length = lengthOf(element, fitting.elements);
+      length = spanLength(element, fitting.elements);
     }
     fitting.elements.push_back(element);
   }

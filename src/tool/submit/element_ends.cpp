@@ -6,8 +6,8 @@
 #include <sstream>
 #include <string>
 
-#include "tool/batch/identity.h"
 #include "tool/batch/summary.h"
+#include "tool/batch/task_user.h"
 #include "tool/system/paths.h"
 
 namespace runlet_tool {

@@ -47,8 +47,8 @@ Words environmentFor(std::string_view program) {
   return environment;
 }
 
-ProgramResult run(const Words& arguments, std::string_view input = "") {
-  return runProgram(arguments, input, environmentFor(arguments.front()));
+ProgramResult runEngine(const Words& arguments, std::string_view input = "") {
+  return runSubprocess(arguments, input, environmentFor(arguments.front()));
 }
 
 // Why a program has not done what it was to do, in one line.
@@ -99,7 +99,7 @@ Answer answerOf(const std::string& program, const ProgramResult& result) {
 
 ProgramResult runFor(const std::vector<ArrayId>& arrays, Words arguments) {
   addCluster(arrays.front(), &arguments);
-  return run(arguments);
+  return runEngine(arguments);
 }
 
 // That squeue knows none of the arrays is an answer, whatever its status.
@@ -128,12 +128,12 @@ std::optional<ArrayOrigin> originInCommand(std::string_view line) {
 }  // namespace
 
 std::int64_t askMaxArraySize() {
-  const ProgramResult result = run({"scontrol", "show", "config"});
+  const ProgramResult result = runEngine({"scontrol", "show", "config"});
   return readMaxArraySize(result.output).value_or(defaultMaxArraySize);
 }
 
 std::optional<ArrayId> submitArray(const Words& arguments, const std::string& script) {
-  const ProgramResult result = run(arguments, script);
+  const ProgramResult result = runEngine(arguments, script);
   passOn(result.error);
   if (!hasSucceeded(result)) {
     say(result.startError != 0 ? failureOf("sbatch", result)
@@ -152,7 +152,7 @@ std::optional<ArrayId> submitArray(const Words& arguments, const std::string& sc
 bool cancelArray(const ArrayId& array) {
   Words arguments = {"scancel", array.number};
   addCluster(array, &arguments);
-  const ProgramResult result = run(arguments);
+  const ProgramResult result = runEngine(arguments);
   if (hasSucceeded(result)) return true;
   say("array " + array.number + " is left: " + failureOf("scancel", result));
   return false;

@@ -14,7 +14,7 @@ constexpr std::string_view digits = "0123456789";
 constexpr std::int32_t highestElement = 4'000'000;
 
 // Takes what is in front of the first `separator` off the front of `*text`, and that as well.
-std::string_view take(char separator, std::string_view* text) {
+std::string_view takeUntil(char separator, std::string_view* text) {
   const std::string_view part = text->substr(0, text->find(separator));
   text->remove_prefix(std::min(part.size() + 1, text->size()));
   return part;
@@ -22,7 +22,7 @@ std::string_view take(char separator, std::string_view* text) {
 
 std::vector<std::string_view> split(char separator, std::string_view text) {
   std::vector<std::string_view> parts;
-  while (!text.empty()) parts.push_back(take(separator, &text));
+  while (!text.empty()) parts.push_back(takeUntil(separator, &text));
   return parts;
 }
 
@@ -39,7 +39,7 @@ bool isNumber(std::string_view text) {
 
 // Nothing where there are other characters than digits, or too many of them.
 template <typename Number>
-std::optional<Number> numberOf(std::string_view text) {
+std::optional<Number> parseNumber(std::string_view text) {
   Number number = 0;
   const bool isFit =
       isNumber(text) &&
@@ -70,7 +70,7 @@ TaskEnd inLowerCase(std::string_view word) {
 }
 
 // Without a code that tells of a failure it was the engine that failed, before there was a process.
-TaskEnd endOf(const FinalState& state, int waitStatus) {
+TaskEnd taskEndOf(const FinalState& state, int waitStatus) {
   if (state.kind == Kind::completed) return {Ending::succeeded, 0, ""};
   if (state.kind == Kind::timedOut) return {Ending::timedOut, 0, ""};
   const TaskEnd end = endOfStatus(waitStatus);
@@ -78,16 +78,16 @@ TaskEnd endOf(const FinalState& state, int waitStatus) {
   return isItsOwn ? end : inLowerCase(state.name);
 }
 
-std::optional<TaskEnd> endOf(std::string_view state, int waitStatus) {
+std::optional<TaskEnd> taskEndOf(std::string_view state, int waitStatus) {
   const auto* const row = std::find_if(std::begin(finalStates), std::end(finalStates),
                                        [=](const FinalState& each) { return each.name == state; });
-  return row == std::end(finalStates) ? std::nullopt : std::optional(endOf(*row, waitStatus));
+  return row == std::end(finalStates) ? std::nullopt : std::optional(taskEndOf(*row, waitStatus));
 }
 
 // "3:0" is the exit code 3, "0:9" the signal 9.
 int waitStatusOf(std::string_view text) {
-  const int code = numberOf<int>(take(':', &text)).value_or(0);
-  const int signal = numberOf<int>(text).value_or(0);
+  const int code = parseNumber<int>(takeUntil(':', &text)).value_or(0);
+  const int signal = parseNumber<int>(text).value_or(0);
   return (code & 0xff) << 8 | (signal & 0x7f);
 }
 
@@ -97,8 +97,8 @@ void addElements(std::string_view text, const std::string& array, const std::opt
   if (text.starts_with('[')) text.remove_prefix(1);
   text = text.substr(0, text.find_first_of("]%"));
   for (std::string_view range : split(',', text)) {
-    const std::optional first = numberOf<std::int32_t>(take('-', &range));
-    const std::optional last = range.empty() ? first : numberOf<std::int32_t>(range);
+    const std::optional first = parseNumber<std::int32_t>(takeUntil('-', &range));
+    const std::optional last = range.empty() ? first : parseNumber<std::int32_t>(range);
     if (!first || !last || *last > highestElement) continue;
     for (std::int32_t i = *first; i <= *last; ++i) states->insert({{array, i}, end});
   }
@@ -108,7 +108,7 @@ void addElements(std::string_view text, const std::string& array, const std::opt
 
 std::optional<ArrayId> readReply(std::string_view text) {
   if (text.ends_with('\n')) text.remove_suffix(1);
-  const std::string_view number = take(';', &text);
+  const std::string_view number = takeUntil(';', &text);
   const bool isWord = text.find_first_of(" \n") == std::string_view::npos;
   if (!isNumber(number) || !isWord) return std::nullopt;
   return ArrayId{std::string(number), std::string(text)};
@@ -118,7 +118,7 @@ std::optional<std::int64_t> readMaxArraySize(std::string_view text) {
   for (const std::string_view line : split('\n', text)) {
     const std::vector<std::string_view> words = wordsOf(line);
     const bool isIt = words.size() == 3 && words[0] == "MaxArraySize" && words[1] == "=";
-    if (isIt) return numberOf<std::int64_t>(words[2]);
+    if (isIt) return parseNumber<std::int64_t>(words[2]);
   }
   return std::nullopt;
 }
@@ -127,22 +127,22 @@ void readQueue(std::string_view text, ElementStates* states) {
   for (const std::string_view line : split('\n', text)) {
     const std::vector<std::string_view> words = wordsOf(line);
     if (words.size() != 4 || !isNumber(words[0])) continue;
-    const std::optional element = numberOf<std::int32_t>(words[1]);
-    const std::optional status = numberOf<int>(words[3]);
+    const std::optional element = parseNumber<std::int32_t>(words[1]);
+    const std::optional status = parseNumber<int>(words[3]);
     if (element && status) {
-      (*states)[{std::string(words[0]), *element}] = endOf(words[2], *status);
+      (*states)[{std::string(words[0]), *element}] = taskEndOf(words[2], *status);
     }
   }
 }
 
 void readAccounts(std::string_view text, ElementStates* states) {
   for (std::string_view line : split('\n', text)) {
-    std::string_view id = take('|', &line);
-    const std::string_view array = take('_', &id);
-    std::string_view state = take('|', &line);
-    const std::string_view word = take(' ', &state);  // "CANCELLED by 1000"
+    std::string_view id = takeUntil('|', &line);
+    const std::string_view array = takeUntil('_', &id);
+    std::string_view state = takeUntil('|', &line);
+    const std::string_view word = takeUntil(' ', &state);  // "CANCELLED by 1000"
     if (!isNumber(array)) continue;
-    addElements(id, std::string(array), endOf(word, waitStatusOf(line)), states);
+    addElements(id, std::string(array), taskEndOf(word, waitStatusOf(line)), states);
   }
 }
 

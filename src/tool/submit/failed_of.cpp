@@ -19,7 +19,7 @@ struct KnownArray {
   ArrayOrigin origin;
 };
 
-int fail(const std::string& text) {
+int giveUp(const std::string& text) {
   std::fprintf(stderr, "runlet-job: submit: %s\n", text.c_str());
   return exitUnreadable;
 }
@@ -41,9 +41,9 @@ int askOrigins(const std::vector<ArrayId>& ids, const Batch& batch,
   for (const ArrayId& id : ids) {
     KnownArray array = {id, {}};
     const std::string failure = askOrigin(id, &array.origin);
-    if (!failure.empty()) return fail(failure);
+    if (!failure.empty()) return giveUp(failure);
     if (array.origin.job != jobHash(batch.context.jobFile)) {
-      return fail(id.number + " is of another job file than " + batch.context.jobFile);
+      return giveUp(id.number + " is of another job file than " + batch.context.jobFile);
     }
     arrays->push_back(array);
   }
@@ -72,13 +72,13 @@ int askStates(const std::vector<ArrayId>& ids, const std::vector<KnownArray>& ar
               ElementStates* states) {
   std::string failure = askQueue(ids, states);
   if (failure.empty() && hasForgottenAny(arrays, *states)) failure = askAccounts(ids, states);
-  if (!failure.empty()) return fail(failure);
+  if (!failure.empty()) return giveUp(failure);
   for (const KnownArray& array : arrays) {
     const std::size_t count = array.origin.elementCount;
     const std::size_t known = count - countForgotten(array, *states);
     if (known == count) continue;
-    return fail("the engine knows only " + std::to_string(known) + " of the " +
-                quantity(count, "element") + " of " + array.id.number);
+    return giveUp("the engine knows only " + std::to_string(known) + " of the " +
+                  quantity(count, "element") + " of " + array.id.number);
   }
   return exitFine;
 }

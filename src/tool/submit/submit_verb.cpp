@@ -50,14 +50,14 @@ bool submitAll(const Batch& batch, const SubmitOptions& options,
   return true;
 }
 
-std::string idsText(const std::vector<SubmittedArray>& arrays, const char* separator) {
+std::string arrayIdsText(const std::vector<SubmittedArray>& arrays, const char* separator) {
   std::string text;
   for (const SubmittedArray& array : arrays) text.append(array.id.number).append(separator);
   return text;
 }
 
 std::string farewellText(const std::vector<SubmittedArray>& arrays) {
-  std::string ids = idsText(arrays, " ");
+  std::string ids = arrayIdsText(arrays, " ");
   ids.pop_back();
   return std::string(overBar()) + "runlet-job: submit: the tasks go on; to stop them: scancel " +
          ids + "\n";
@@ -68,7 +68,7 @@ int submitParts(const Batch& batch, const SubmitOptions& options,
   SignalHold hold;
   std::vector<SubmittedArray> arrays;
   if (!submitAll(batch, options, parts, hold, &arrays)) return exitUnreadable;
-  put(idsText(arrays, "\n"));
+  put(arrayIdsText(arrays, "\n"));
   std::fflush(stdout);  // the ids are wanted even if the waiting ends early
   if (!options.isWaiting) return exitFine;
   const Farewell farewell(farewellText(arrays));
@@ -76,7 +76,8 @@ int submitParts(const Batch& batch, const SubmitOptions& options,
   return writeSummary(batch, awaitTasks(batch, arrays), stderr);
 }
 
-int show(const Batch& batch, const SubmitOptions& options, const std::vector<ArrayPart>& parts) {
+int showCommands(const Batch& batch, const SubmitOptions& options,
+                 const std::vector<ArrayPart>& parts) {
   for (const ArrayPart& part : parts) put(shellText(sbatchCommand(batch, options, part)));
   return exitFine;
 }
@@ -88,7 +89,7 @@ int submitBatch(const Batch& batch, const SubmitOptions& options) {
   }
   const std::vector<ArrayPart> parts =
       planArrays(batch.tasks, batch.context.taskList.size(), options.chunk, askMaxArraySize());
-  if (options.isDryRun) return show(batch, options, parts);
+  if (options.isDryRun) return showCommands(batch, options, parts);
   return makeLogFolder(batch, verbName) ? submitParts(batch, options, parts) : exitUnreadable;
 }
 

@@ -104,8 +104,8 @@ int waitFor(pid_t pid) {
 
 }  // namespace
 
-ProgramResult runProgram(const std::vector<std::string>& arguments, std::string_view input,
-                         const std::vector<std::string>& environment) {
+ProgramResult runSubprocess(const std::vector<std::string>& arguments, std::string_view input,
+                            const std::vector<std::string>& environment) {
   const Stream streams[] = {Stream(input), Stream(""), Stream("")};
   const ChildSignal signal;
   ProgramResult result;

@@ -17,7 +17,7 @@ struct ProgramResult {
 // Runs a program, looked for along PATH, and waits until it has ended. `arguments` has its name
 // first, `environment` is as in environ; `input` is what it finds on its standard input, a file in
 // memory, and so are both outputs. It gets no other descriptor that is opened here.
-ProgramResult runProgram(const std::vector<std::string>& arguments, std::string_view input,
-                         const std::vector<std::string>& environment);
+ProgramResult runSubprocess(const std::vector<std::string>& arguments, std::string_view input,
+                            const std::vector<std::string>& environment);
 
 }  // namespace runlet_tool

@@ -72,7 +72,7 @@ void addKnownEnds(const WatchedElements& elements, ElementStates* states) {
 }
 
 // Empty, or why there was no answer.
-std::string look(const std::vector<ArrayId>& ids, WatchedElements* elements) {
+std::string updateAll(const std::vector<ArrayId>& ids, WatchedElements* elements) {
   ElementStates states;
   std::string failure = askQueue(ids, &states);
   addKnownEnds(*elements, &states);
@@ -96,7 +96,7 @@ void awaitElements(const std::vector<ArrayId>& ids, WatchedElements* elements) {
   bool isSilenceSaid = false;
   for (int count = 1;; ++count) {
     const Clock::time_point begin = Clock::now();
-    const std::string failure = look(ids, elements);
+    const std::string failure = updateAll(ids, elements);
     if (!failure.empty() && !isSilenceSaid) saySilent(failure);
     isSilenceSaid = isSilenceSaid || !failure.empty();
     const std::size_t ended = countEnded(*elements);

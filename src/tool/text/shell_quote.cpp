@@ -28,12 +28,12 @@ bool isSafe(std::string_view word) {
   return !word.empty() && word.find_first_not_of(safeCharacters) == std::string_view::npos;
 }
 
-bool isControl(char c) {
+bool needsCode(char c) {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
 }
 
 bool needsCodes(std::string_view word) {
-  return std::any_of(word.begin(), word.end(), isControl) || !isUtf8(word);
+  return std::any_of(word.begin(), word.end(), needsCode) || !isUtf8(word);
 }
 
 void appendSingleQuoted(std::string_view word, std::string* line) {
@@ -58,7 +58,7 @@ void appendCode(char c, std::string* line) {
 void appendWithCodes(std::string_view word, std::string* line) {
   *line += "$'";
   while (!word.empty()) {
-    const std::size_t length = std::max<std::size_t>(utf8Length(word), 1);
+    const std::size_t length = std::max<std::size_t>(utf8CharacterLength(word), 1);
     const char c = word.front();
     if (length > 1 || (c >= ' ' && c <= '~' && c != '\'' && c != '\\')) {
       *line += word.substr(0, length);

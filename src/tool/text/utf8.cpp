@@ -17,23 +17,23 @@ constexpr Form forms[] = {
     {0xf0, 0xf0, 4, 0x90, 0xbf}, {0xf1, 0xf3, 4, 0x80, 0xbf}, {0xf4, 0xf4, 4, 0x80, 0x8f},
 };
 
-bool isWithin(char c, unsigned char first, unsigned char last) {
+bool isBetween(char c, unsigned char first, unsigned char last) {
   const auto byte = static_cast<unsigned char>(c);
   return first <= byte && byte <= last;
 }
 
 bool hasForm(std::string_view text, const Form& form) {
-  if (!isWithin(text[0], form.first, form.last) || text.size() < form.length) return false;
-  if (form.length > 1 && !isWithin(text[1], form.secondFirst, form.secondLast)) return false;
+  if (!isBetween(text[0], form.first, form.last) || text.size() < form.length) return false;
+  if (form.length > 1 && !isBetween(text[1], form.secondFirst, form.secondLast)) return false;
   for (std::size_t i = 2; i < form.length; ++i) {
-    if (!isWithin(text[i], 0x80, 0xbf)) return false;
+    if (!isBetween(text[i], 0x80, 0xbf)) return false;
   }
   return true;
 }
 
 }  // namespace
 
-std::size_t utf8Length(std::string_view text) {
+std::size_t utf8CharacterLength(std::string_view text) {
   if (text.empty()) return 0;
   for (const Form& form : forms) {
     if (hasForm(text, form)) return form.length;
@@ -43,7 +43,7 @@ std::size_t utf8Length(std::string_view text) {
 
 bool isUtf8(std::string_view text) {
   while (!text.empty()) {
-    const std::size_t length = utf8Length(text);
+    const std::size_t length = utf8CharacterLength(text);
     if (length == 0) return false;
     text.remove_prefix(length);
   }

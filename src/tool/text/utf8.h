@@ -9,7 +9,7 @@ namespace runlet_tool {
 
 // How many bytes the UTF-8 character at the start of `text` has; 0 when there is none, because the
 // text is empty or because what it begins with is not UTF-8.
-std::size_t utf8Length(std::string_view text);
+std::size_t utf8CharacterLength(std::string_view text);
 
 bool isUtf8(std::string_view text);
 

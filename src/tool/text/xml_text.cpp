@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view noCharacters[] = {"\xef\xbf\xbe", "\xef\xbf\xbf"};
 
-bool isControl(char c) {
+bool isForbidden(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte < 0x20 && c != '\t' && c != '\n' && c != '\r';
 }
@@ -26,7 +26,7 @@ bool isWhite(char c) {
 std::string characterObstacle(std::string_view text, std::size_t length) {
   const auto byte = static_cast<unsigned>(static_cast<unsigned char>(text[0]));
   if (length == 0) return withoutLineEnd("the byte 0x%02X is not UTF-8", byte);
-  if (isControl(text[0])) return withoutLineEnd("XML has no character U+%04X", byte);
+  if (isForbidden(text[0])) return withoutLineEnd("XML has no character U+%04X", byte);
   for (const std::string_view character : noCharacters) {
     if (!text.starts_with(character)) continue;
     return std::string("XML has no character ") + (text[2] == '\xbe' ? "U+FFFE" : "U+FFFF");
@@ -77,7 +77,7 @@ std::string escape(std::string_view text, bool alone) {
 std::string xmlObstacle(std::string_view text) {
   for (std::size_t at = 0; at < text.size();) {
     const std::string_view rest = text.substr(at);
-    const std::size_t length = utf8Length(rest);
+    const std::size_t length = utf8CharacterLength(rest);
     const std::string obstacle = characterObstacle(rest, length);
     if (!obstacle.empty()) return obstacle + ", at byte " + std::to_string(at + 1);
     at += length;

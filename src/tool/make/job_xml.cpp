@@ -1,4 +1,4 @@
-#include "tool/make/job_text.h"
+#include "tool/make/job_xml.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -20,16 +20,17 @@ std::string inBraces(std::string_view text) {
   return braced.append(escapeBraced(text)).append("}");
 }
 
-void appendLine(std::string_view name, std::string_view text, std::string* out) {
+void appendElementLine(std::string_view name, std::string_view text, std::string* out) {
   *out += "    ";
   appendElement(name, text, out);
   *out += '\n';
 }
 
 void appendTexts(const runlet::AdapterContext& job, std::string* out) {
-  if (!job.workingFolder.empty()) appendLine("WorkingFolder", escapeAlone(job.workingFolder), out);
-  if (!job.logFolder.empty()) appendLine("LogFolder", escapeAlone(job.logFolder), out);
-  if (!job.outputs.empty()) appendLine("Outputs", escapeAlone(job.outputs), out);
+  if (!job.workingFolder.empty())
+    appendElementLine("WorkingFolder", escapeAlone(job.workingFolder), out);
+  if (!job.logFolder.empty()) appendElementLine("LogFolder", escapeAlone(job.logFolder), out);
+  if (!job.outputs.empty()) appendElementLine("Outputs", escapeAlone(job.outputs), out);
 }
 
 // An id is 32 bits without a sign to the system.
@@ -38,12 +39,12 @@ std::string idText(std::int32_t id) {
 }
 
 void appendNumbers(const runlet::AdapterContext& job, std::string* out) {
-  appendLine("TaskNameIdx", std::to_string(job.taskNameIdx), out);
-  appendLine("TaskTimeout", std::to_string(job.taskTimeout), out);
-  appendLine("uid", idText(job.uid), out);
-  appendLine("gid", idText(job.gid), out);
-  appendLine("umask", std::to_string(job.umask), out);
-  appendLine("redirectStderr", job.redirectStderr ? "yes" : "no", out);
+  appendElementLine("TaskNameIdx", std::to_string(job.taskNameIdx), out);
+  appendElementLine("TaskTimeout", std::to_string(job.taskTimeout), out);
+  appendElementLine("uid", idText(job.uid), out);
+  appendElementLine("gid", idText(job.gid), out);
+  appendElementLine("umask", std::to_string(job.umask), out);
+  appendElementLine("redirectStderr", job.redirectStderr ? "yes" : "no", out);
 }
 
 void appendTasks(const runlet::AdapterContext& job, std::string* out) {
@@ -71,7 +72,7 @@ void appendParams(const runlet::AdapterContext& job, std::string* out) {
 
 std::string jobText(const runlet::AdapterContext& job, const std::string& argumentTemplate) {
   std::string out = "<Job>\n  <cmdData>\n";
-  appendLine("Arguments", inBraces(argumentTemplate), &out);
+  appendElementLine("Arguments", inBraces(argumentTemplate), &out);
   appendTexts(job, &out);
   appendNumbers(job, &out);
   appendTasks(job, &out);

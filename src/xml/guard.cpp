@@ -1,23 +1,26 @@
-#include "job/xml_extent.h"
+#include "xml/guard.h"
 
 #include <strings.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 
+#include "xml/limits.h"
+
 namespace runlet {
 namespace {
 
 // The functions below move through the text and yield where they got to. They yield null where
-// the library gives the whole text up, so that nothing behind that place matters.
+// the library gives the whole text up, so that nothing after that place matters.
 
-const char* behind(const char* found, std::size_t length) {
+const char* after(const char* found, std::size_t length) {
   return found == nullptr ? nullptr : found + length;
 }
 
-// Right behind the next `c`. Tags end too soon for a library call to pay.
-const char* behindNext(const char* text, char c) {
+// Right after the next `c`. Tags end too soon for a library call to pay.
+const char* afterNext(const char* text, char c) {
   while (*text != '\0' && *text != c) ++text;
   return *text == '\0' ? nullptr : text + 1;
 }
@@ -100,7 +103,7 @@ int utf8Length(char lead) {
 // One character of text or of a quoted value.
 const char* skipCharacter(const char* text) {
   if (text[0] == '&' && text[1] == '#' && text[2] != '\0') {
-    return behindNext(text + 2, ';');
+    return afterNext(text + 2, ';');
   }
   const auto length = static_cast<std::size_t>(utf8Length(*text));
   return text + strnlen(text, length);
@@ -130,7 +133,7 @@ const char* skipAttribute(const char* text) {
   text = skipSpace(text);
   if (*text != '=') return nullptr;
   text = skipSpace(text + 1);
-  if (*text == '\'' || *text == '"') return behind(skipCharactersUpTo(text + 1, *text), 1);
+  if (*text == '\'' || *text == '"') return after(skipCharactersUpTo(text + 1, *text), 1);
   return skipUnquotedValue(text);
 }
 
@@ -172,60 +175,84 @@ StartTag readStartTag(const char* text) {
 // Markup that is no element, `text` standing at its "<".
 const char* skipOtherMarkup(const char* text) {
   if (beginsWithAnyCase(text, "<?xml")) return skipDeclaration(text);
-  if (beginsWith(text, "<!--")) return behind(std::strstr(text + 4, "-->"), 3);
-  if (beginsWith(text, "<![CDATA[")) return behind(std::strstr(text + 9, "]]>"), 3);
-  return behindNext(text, '>');
+  if (beginsWith(text, "<!--")) return after(std::strstr(text + 4, "-->"), 3);
+  if (beginsWith(text, "<![CDATA[")) return after(std::strstr(text + 9, "]]>"), 3);
+  return afterNext(text, '>');
 }
 
 struct Limit {
-  std::size_t XmlExtent::*figure;
+  std::size_t XmlCost::*figure;
   const char* refusal;
 };
 
 constexpr Limit limits[] = {
-    {&XmlExtent::depth, "Elements nested too deep."},
-    {&XmlExtent::attributes, "Too many attributes."},
-    {&XmlExtent::steps, "Too many nested elements."},
+    {&XmlCost::depth, "Elements nested too deep."},
+    {&XmlCost::attributes, "Too many attributes."},
+    {&XmlCost::comparisons, "Too many attributes."},
+    {&XmlCost::levels, "Too many nested elements."},
 };
 
-bool isWithin(const XmlExtent& extent, const XmlExtent& enough) {
-  return extent.depth <= enough.depth && extent.attributes <= enough.attributes &&
-         extent.steps <= enough.steps;
+// Null when no figure is beyond that of `most`.
+const Limit* limitBroken(const XmlCost& cost, const XmlCost& most) {
+  const auto isBroken = [&](const Limit& limit) { return cost.*limit.figure > most.*limit.figure; };
+  const Limit* found = std::find_if(std::begin(limits), std::end(limits), isBroken);
+  return found == std::end(limits) ? nullptr : found;
+}
+
+void addAttributes(std::size_t count, XmlCost* cost) {
+  cost->attributes = std::max(cost->attributes, count);
+  cost->comparisons += count * (count - 1) / 2;
+}
+
+std::size_t maxDepth() {
+  rlimit limit{};
+  const bool isKnown = getrlimit(RLIMIT_STACK, &limit) == 0;
+  const std::size_t stack = std::min<rlim_t>(isKnown ? limit.rlim_cur : 0, maxStack);
+  const std::size_t taken = std::max(stack / 4, minArgumentSpace) + stackReserve;
+  return std::max(stack > taken ? (stack - taken) / stackPerLevel : 0, minDepth);
 }
 
 }  // namespace
 
-XmlExtent measureXml(const char* text, const XmlExtent& enough) {
-  XmlExtent extent = {0, 0, 0};
+XmlCost costOf(const char* text, const XmlCost& most) {
+  XmlCost cost = {0, 0, 0, 0};
   std::size_t depth = 0;
-  while (text != nullptr && isWithin(extent, enough)) {
+  while (text != nullptr && limitBroken(cost, most) == nullptr) {
+    text = skipSpace(text);
+    if (depth > 0 && *text != '<' && *text != '\0') {
+      cost.levels += depth;  // a text is a node, too
+      text = skipCharactersUpTo(text, '<');
+    }
     // Outside the root only markup is read: the library stops at anything else.
-    text = depth == 0 ? skipSpace(text) : skipCharactersUpTo(text, '<');
     if (text == nullptr || *text != '<') break;
-    extent.steps += depth;
     if (depth > 0 && text[1] == '/') {
-      text = behindNext(text, '>');
+      text = afterNext(text, '>');
       --depth;
-    } else if (is(text[1], nameStart)) {
+      continue;
+    }
+    cost.levels += depth;
+    if (is(text[1], nameStart)) {
       const StartTag tag = readStartTag(text);
       // A level as well if the element ends at once, or the library gives up in its tag.
-      extent.depth = std::max(extent.depth, depth + 1);
-      extent.attributes = std::max(extent.attributes, tag.attributes);
+      cost.depth = std::max(cost.depth, depth + 1);
+      addAttributes(tag.attributes, &cost);
       text = tag.end;
       if (tag.open) ++depth;
     } else {
       text = skipOtherMarkup(text);
     }
   }
-  return extent;
+  return cost;
+}
+
+XmlCost xmlLimits() {
+  return {maxDepth(), maxAttributes, maxComparisons, maxLevels};
 }
 
 const char* refusalOf(const char* text) {
-  const XmlExtent extent = measureXml(text, xmlLimits);
-  for (const Limit& limit : limits) {
-    if (extent.*limit.figure > xmlLimits.*limit.figure) return limit.refusal;
-  }
-  return nullptr;
+  const XmlCost most = xmlLimits();
+  const Limit* broken = limitBroken(costOf(text, most), most);
+  return broken == nullptr ? nullptr : broken->refusal;
 }
 
 }  // namespace runlet

@@ -1,4 +1,4 @@
-#include "tool/command_line.h"
+#include "tool/run_command_line.h"
 
 #include <CLI/CLI.hpp>
 #include <cerrno>

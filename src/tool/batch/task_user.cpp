@@ -1,4 +1,4 @@
-#include "tool/batch/identity.h"
+#include "tool/batch/task_user.h"
 
 #include <grp.h>
 #include <unistd.h>
@@ -21,14 +21,14 @@ std::string idsText(std::int32_t uid, std::int32_t gid) {
   return text.append("group ").append(std::to_string(gid));
 }
 
-bool take(const AdapterContext& context) {
+bool switchTo(const AdapterContext& context) {
   return setgroups(0, nullptr) == 0 && setegid(static_cast<gid_t>(context.gid)) == 0 &&
          seteuid(static_cast<uid_t>(context.uid)) == 0;
 }
 
 }  // namespace
 
-std::string settleIdentity(AdapterContext* context) {
+std::string settleTaskUser(AdapterContext* context) {
   if (geteuid() == 0 || context->gid == notGiven) return "";
   const auto uid = static_cast<std::int32_t>(geteuid());
   const auto gid = static_cast<std::int32_t>(getegid());
@@ -44,7 +44,7 @@ AsTaskUser::AsTaskUser(const AdapterContext& context)
     : isRoot_(geteuid() == 0),
       group_(getegid()),
       groups_(ownGroups()),
-      isTaken_(!isRoot_ || take(context)) {}
+      isTaken_(!isRoot_ || switchTo(context)) {}
 
 AsTaskUser::~AsTaskUser() {
   if (!isRoot_) return;

@@ -15,7 +15,7 @@ namespace runlet_tool {
 //
 // Yields what is then not as the job says, for a message: "user 1000 and group 1000, not as the
 // job's user 1001 and group 100: only root may switch". Empty when all is.
-std::string settleIdentity(runlet::AdapterContext* context);
+std::string settleTaskUser(runlet::AdapterContext* context);
 
 // While it lives, files are looked at, made and opened with the rights of the tasks' user and
 // group alone, where the caller is root: a folder may belong to that user, and root is not to write
