@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <string_view>
 
 namespace runlet_model {
 
@@ -26,9 +27,9 @@ std::string upToNul(const std::string& text) {
   return text.substr(0, text.find('\0'));
 }
 
-std::string digitsAt(const std::string& text, std::size_t at) {
+std::string digitsAt(std::string_view text, std::size_t at) {
   const std::size_t end = text.find_first_not_of(digits, at);
-  return text.substr(at, end == std::string::npos ? end : end - at);
+  return std::string(text.substr(at, end == std::string::npos ? end : end - at));
 }
 
 // Whether a run of digits stands for a number above `limit`, itself such a run.
@@ -99,17 +100,18 @@ std::optional<std::string> stripBraceIntoArea(const std::string& text) {
 
 std::vector<std::string> words(const std::string& line) {
   std::vector<std::string> found;
-  std::string rest = upToNul(line);
+  const std::string whole = upToNul(line);
+  std::string_view rest = whole;
   while (true) {
-    rest.erase(0, std::min(rest.find_first_not_of(' '), rest.size()));
+    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
     if (rest.empty()) return found;
     const bool quoted = rest.front() == '"';
-    if (quoted) rest.erase(0, 1);
+    if (quoted) rest.remove_prefix(1);
     const std::size_t end = rest.find(quoted ? '"' : ' ');
     if (quoted && end == std::string::npos) return found;
-    found.push_back(rest.substr(0, end));
+    found.emplace_back(rest.substr(0, end));
     if (end == std::string::npos) return found;
-    rest.erase(0, end + 1);
+    rest.remove_prefix(end + 1);
   }
 }
 
@@ -173,24 +175,24 @@ struct Piece {
 };
 
 // Takes `count` characters off the front.
-std::string take(std::string& rest, std::size_t count) {
-  const std::string taken = rest.substr(0, count);
-  rest.erase(0, count);
+std::string take(std::string_view& rest, std::size_t count) {
+  std::string taken(rest.substr(0, count));
+  rest.remove_prefix(taken.size());
   return taken;
 }
 
-bool takeIf(std::string& rest, const std::string& prefix) {
+bool takeIf(std::string_view& rest, std::string_view prefix) {
   if (rest.compare(0, prefix.size(), prefix) != 0) return false;
-  rest.erase(0, prefix.size());
+  rest.remove_prefix(prefix.size());
   return true;
 }
 
-std::string takeDigits(std::string& rest) {
+std::string takeDigits(std::string_view& rest) {
   return take(rest, digitsAt(rest, 0).size());
 }
 
 // Takes a placeholder, of which the "%" is gone already.
-Piece takePlaceholder(std::string& rest) {
+Piece takePlaceholder(std::string_view& rest) {
   Piece piece;
   piece.widthDigits = takeDigits(rest);
   if (takeIf(rest, "%")) {
@@ -211,7 +213,8 @@ Piece takePlaceholder(std::string& rest) {
 
 std::vector<Piece> piecesOf(const std::string& pattern) {
   std::vector<Piece> pieces;
-  std::string rest = upToNul(pattern);
+  const std::string whole = upToNul(pattern);
+  std::string_view rest = whole;
   while (!rest.empty()) {
     if (takeIf(rest, "%")) {
       pieces.push_back(takePlaceholder(rest));

@@ -404,11 +404,9 @@ TEST_F(ApplicationPath, EndsTheProcessWhereTheLineHasNoSpace) {
 TEST_F(ApplicationPath, GoesOnWhenTheChmodFails) {
   const std::string command = bin_ + "missing -x";
   const ProcessResult result = runWith(bin_, "missing -x");
-  EXPECT_EQ(result.error, "/bin/chmod: cannot access '" + bin_ +
-                              "missing': No such file or directory\n" +
-                              "Runlet adapter: Cannot execute command:'" + command +
-                              "':No such file or directory\n"
-                              "Runlet adapter: Process exit abnormally,Exit code is -127\n");
+  EXPECT_EQ(result.error, chmodError(bin_ + "missing") +
+                              cannotExecute(command, "No such file or directory") +
+                              exitCodeLine(-127));
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
@@ -497,8 +495,7 @@ TEST_F(Faults, OnATerminalTheLinesGoOutAtOnce) {
   close(terminal);
   std::erase(text, '\r');
   const std::string command = bin + "missing -x";
-  const std::string begin = calling(command, folder()) + "/bin/chmod: cannot access '" + bin +
-                            "missing': No such file or directory\n";
+  const std::string begin = calling(command, folder()) + chmodError(bin + "missing");
   const std::string child =
       "Runlet adapter: Cannot execute command:'" + command + "':No such file or directory\n";
   const std::string end = "Runlet adapter: Process exit abnormally,Exit code is -127\n";

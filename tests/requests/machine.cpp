@@ -9,6 +9,8 @@
 #include <sstream>
 #include <utility>
 
+#include "process.h"
+
 namespace runlet_model {
 namespace {
 
@@ -19,6 +21,17 @@ constexpr unsigned executeRight = 1;
 
 std::string join(const std::string& folder, const std::string& name) {
   return folder == "/" ? "/" + name : folder + "/" + name;
+}
+
+// What the system's chmod calls itself in its messages: its path or, on newer systems, its name.
+const std::string& chmodName() {
+  static const std::string name = [] {
+    runlet_test::ProcessOptions options;
+    options.arguments = {"/bin/chmod", "755", ""};
+    const std::string error = runlet_test::runProcess(options).error;
+    return error.substr(0, error.find(':'));
+  }();
+  return name;
 }
 
 std::string parentOf(const std::string& path) {
@@ -132,11 +145,11 @@ std::string Machine::makeExecutable(const Identity& who, const std::string& curr
                                     const std::string& path) {
   const Place place = find(who, current, path);
   if (place.error != 0) {
-    return "/bin/chmod: cannot access '" + path + "': " + std::strerror(place.error) + "\n";
+    return chmodName() + ": cannot access '" + path + "': " + std::strerror(place.error) + "\n";
   }
   if (place.path.rfind(folder_, 0) != 0) throw Beyond("changes no mode outside the folder");
   if (who.uid != 0 && who.uid != owner_) {
-    return "/bin/chmod: changing permissions of '" + path + "': " + std::strerror(EPERM) + "\n";
+    return chmodName() + ": changing permissions of '" + path + "': " + std::strerror(EPERM) + "\n";
   }
   entries_.at(place.path).mode = 0755;
   return "";

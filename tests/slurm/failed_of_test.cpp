@@ -114,7 +114,9 @@ TEST_F(SlurmFailures, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
   write(job);
   const std::string first = submittedOne();
   EXPECT_TRUE(eventually([&] {
-    return elementsOf(first)[2].state == "FAILED" && elementsOf(first)[3].state == "COMPLETED";
+    std::map<int, Element> elements = elementsOf(first);
+    return elements[1].state == "COMPLETED" && elements[2].state == "FAILED" &&
+           elements[3].state == "COMPLETED";
   }));
   const std::string second = submittedOne(
       {"--failed-of", first}, "runlet-job: submit: left out, for they have not ended: tasks 4\n");

@@ -145,6 +145,20 @@ std::string cannotEnter(const std::string& folder, const std::string& reason) {
   return line.append(folder).append("': ").append(reason);
 }
 
+std::string errorOf(const std::vector<std::string>& command, const std::function<void()>& prepare) {
+  ProcessOptions options;
+  options.arguments = command;
+  options.prepare = prepare;
+  const ProcessResult result = runProcess(options);
+  EXPECT_NE(describeStatus(result.waitStatus), "exit 0") << command[0];
+  EXPECT_NE(result.error, "") << command[0];
+  return result.error;
+}
+
+std::string chmodError(const std::string& file, const std::function<void()>& prepare) {
+  return errorOf({"/bin/chmod", "755", file}, prepare);
+}
+
 std::string cannotFork(const std::string& command, const std::string& wait) {
   std::string text = "Runlet adapter: Cannot start a new child process\n";
   text.append(wait).append("Cannot start ").append(command);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -106,6 +107,14 @@ std::string infoReply(const std::string& name);
 std::string exitCodeLine(int code);
 std::string cannotExecute(const std::string& command, const std::string& reason);
 std::string cannotEnter(const std::string& folder, const std::string& reason);
+
+// What a program of the system writes when it fails: the words and the name in front differ from
+// one system to another. `prepare` is called in its process, to become the user that it runs as.
+std::string errorOf(const std::vector<std::string>& command,
+                    const std::function<void()>& prepare = {});
+
+// The same for the /bin/chmod that cannot make the file executable.
+std::string chmodError(const std::string& file, const std::function<void()>& prepare = {});
 
 // What a failed fork writes, with what the wait behind it says: as a rule that there is no child.
 std::string cannotFork(const std::string& command,

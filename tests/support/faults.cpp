@@ -2,14 +2,17 @@
 // environment variable RUNLET_FAULT says which.
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/resource.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -54,8 +57,23 @@ extern "C" passwd* getpwnam(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getpwnam"))(name);
 }
 
-// A disk that fails, and a signal at a file server that takes its time.
-extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t offset) {
+// A system on which /proc is not mounted.
+extern "C" int open(const char* path, int flags, ...) {
+  if (faultIs("no-proc") && std::strncmp(path, "/proc/", 6) == 0) {
+    errno = ENOENT;
+    return -1;
+  }
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  using Function = int (*)(const char*, int, ...);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "open"))(path, flags, mode);
+}
+
+// A disk that fails, a signal at a file server that takes its time, a system that gives few bytes
+// at a time, and a file that becomes shorter once some bytes of it were read.
+extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
   if (faultIs("read-error")) {
     errno = EIO;
     return -1;
@@ -65,16 +83,35 @@ extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t o
     errno = EINTR;
     return -1;
   }
-  using Function = ssize_t (*)(int, void*, std::size_t, off_t);
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pread"))(descriptor, buffer, size, offset);
+  static bool isFirst = true;
+  if (faultIs("shrinking-file") && !isFirst) return 0;
+  isFirst = false;
+  const bool isShort = faultIs("short-reads") || faultIs("shrinking-file");
+  using Function = ssize_t (*)(int, void*, std::size_t);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "read"))(descriptor, buffer,
+                                                              isShort && size > 100 ? 100 : size);
+}
+
+// A system, or a part of one, that has no other ids than root's.
+static bool isRefused(unsigned id) {
+  if (id == 0 || !faultIs("only-root")) return false;
+  errno = EINVAL;
+  return true;
 }
 
 // A call that succeeds may leave any error number behind, which then is no reason for anything.
 extern "C" int setgid(gid_t gid) {
+  if (isRefused(gid)) return -1;
   using Function = int (*)(gid_t);
   const int result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setgid"))(gid);
   if (result == 0 && faultIs("no-such-user")) errno = EBUSY;
   return result;
+}
+
+extern "C" int setuid(uid_t uid) {
+  if (isRefused(uid)) return -1;
+  using Function = int (*)(uid_t);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setuid"))(uid);
 }
 
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {

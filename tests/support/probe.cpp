@@ -2,6 +2,7 @@
 // argument.
 
 #include <dirent.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,6 +36,12 @@ std::vector<int> openDescriptors() {
   return descriptors;
 }
 
+// Every line of a file of the system's about this process, with `kind` before it.
+void copyLines(const char* path, const char* kind, std::ofstream* report) {
+  std::ifstream text(path);
+  for (std::string line; std::getline(text, line);) *report << kind << " " << line << "\n";
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -52,9 +59,17 @@ int main(int argc, char* argv[]) {
   }
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
-    for (const char* name : {"Uid:", "Gid:", "Groups:", "Umask:"}) {
+    for (const char* name : {"Uid:", "Gid:", "Groups:", "Umask:", "SigBlk:", "SigIgn:", "SigCgt:",
+                             "CapInh:", "CapPrm:", "CapEff:", "CapBnd:", "NoNewPrivs:"}) {
       if (line.rfind(name, 0) == 0) report << line << "\n";
     }
   }
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    report << "variable " << visible(*variable) << "\n";
+  }
+  report << "priority " << getpriority(PRIO_PROCESS, 0) << "\n";
+  copyLines("/proc/self/limits", "limit", &report);
+  copyLines("/proc/self/oom_score_adj", "oom", &report);
+  copyLines("/proc/self/cgroup", "cgroup", &report);
   return report.flush() ? 0 : 1;
 }

@@ -13,7 +13,7 @@
 
 #include "adapter_test.h"
 #include "temp_folder.h"
-#include "tool/batch/identity.h"
+#include "tool/batch/task_user.h"
 
 namespace runlet_tool {
 namespace {

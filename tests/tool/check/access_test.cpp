@@ -31,23 +31,23 @@ TEST_F(AccessOfAnother, ToAFolderNeedsTheRightToSearchIt) {
   folder_.makeFolder("closed", 0700);
   folder_.makeFolder("closed/in", 0755);
   folder_.write("file", "");
-  EXPECT_EQ(enterFolder(other_, folder_.path(), "open"), Access::granted);
-  EXPECT_EQ(enterFolder(other_, "/", folder_.file("open")), Access::granted);
-  EXPECT_EQ(enterFolder(other_, folder_.path(), "ofGroup"), Access::denied);
-  EXPECT_EQ(enterFolder(groupMember_, folder_.path(), "ofGroup"), Access::granted);
-  EXPECT_EQ(enterFolder(lateMember_, folder_.path(), "ofGroup"), Access::granted);
-  EXPECT_EQ(enterFolder(other_, folder_.path(), "closed"), Access::denied);
-  EXPECT_EQ(enterFolder(other_, folder_.path(), "closed/in"), Access::denied);
-  EXPECT_EQ(enterFolder(other_, folder_.path(), "file"), Access::missing);
-  EXPECT_EQ(enterFolder(other_, folder_.path(), "none"), Access::missing);
+  EXPECT_EQ(accessToFolder(other_, folder_.path(), "open"), Access::granted);
+  EXPECT_EQ(accessToFolder(other_, "/", folder_.file("open")), Access::granted);
+  EXPECT_EQ(accessToFolder(other_, folder_.path(), "ofGroup"), Access::denied);
+  EXPECT_EQ(accessToFolder(groupMember_, folder_.path(), "ofGroup"), Access::granted);
+  EXPECT_EQ(accessToFolder(lateMember_, folder_.path(), "ofGroup"), Access::granted);
+  EXPECT_EQ(accessToFolder(other_, folder_.path(), "closed"), Access::denied);
+  EXPECT_EQ(accessToFolder(other_, folder_.path(), "closed/in"), Access::denied);
+  EXPECT_EQ(accessToFolder(other_, folder_.path(), "file"), Access::missing);
+  EXPECT_EQ(accessToFolder(other_, folder_.path(), "none"), Access::missing);
 }
 
 TEST_F(AccessOfAnother, ToTheOwnersFileIsTheOwners) {
   const Identity owner = {geteuid(), strangers, {}};  // not the caller: the group is another
   folder_.write("file", "", 0655);
-  EXPECT_EQ(executeFile(other_, folder_.path(), "file"), Access::granted);
+  EXPECT_EQ(accessToProgram(other_, folder_.path(), "file"), Access::granted);
   // Root may execute what anybody may.
-  EXPECT_EQ(executeFile(owner, folder_.path(), "file"),
+  EXPECT_EQ(accessToProgram(owner, folder_.path(), "file"),
             geteuid() == 0 ? Access::granted : Access::denied);
 }
 
@@ -56,16 +56,16 @@ TEST_F(AccessOfAnother, IsAllToRoot) {
   folder_.makeFolder("closed", 0000);
   folder_.write("program", "", 0001);
   folder_.write("text", "", 0666);
-  EXPECT_EQ(enterFolder(root, folder_.path(), "closed"), Access::granted);
-  EXPECT_EQ(executeFile(root, folder_.path(), "program"), Access::granted);
-  EXPECT_EQ(executeFile(root, folder_.path(), "text"), Access::denied);
+  EXPECT_EQ(accessToFolder(root, folder_.path(), "closed"), Access::granted);
+  EXPECT_EQ(accessToProgram(root, folder_.path(), "program"), Access::granted);
+  EXPECT_EQ(accessToProgram(root, folder_.path(), "text"), Access::denied);
 }
 
 TEST_F(AccessOfAnother, FollowsLinks) {
   folder_.makeFolder("closed", 0700);
   folder_.write("closed/program", "", 0755);
   ASSERT_EQ(symlink("closed/program", folder_.file("link").c_str()), 0);
-  EXPECT_EQ(executeFile(other_, folder_.path(), "link"), Access::denied);
+  EXPECT_EQ(accessToProgram(other_, folder_.path(), "link"), Access::denied);
 }
 
 // Not from the path that it comes to in the end.
@@ -77,24 +77,24 @@ TEST_F(AccessOfAnother, GoesOneStepAfterTheOther) {
   ASSERT_EQ(symlink("loop", folder_.file("loop").c_str()), 0);
   ASSERT_EQ(symlink((folder_.path() + "/open").c_str(), folder_.file("full").c_str()), 0);
   const std::string closed = folder_.file("closed");
-  EXPECT_EQ(enterFolder(other_, folder_.path(), "closed/.."), Access::denied);
-  EXPECT_EQ(executeFile(other_, closed, "../open/program"), Access::denied);
-  EXPECT_EQ(executeFile(other_, closed, folder_.file("open/program")), Access::granted);
-  EXPECT_EQ(executeFile(other_, folder_.path(), "full/../open/program"), Access::granted);
-  EXPECT_EQ(executeFile(other_, folder_.path(), "loop"), Access::missing);
-  EXPECT_EQ(executeFile(other_, folder_.path(), "open/program/"), Access::missing);
-  EXPECT_EQ(executeFile(other_, folder_.path(), "open/text"), Access::denied);
-  EXPECT_EQ(executeFile(other_, folder_.path(), "open/text", FileMode::executable),
+  EXPECT_EQ(accessToFolder(other_, folder_.path(), "closed/.."), Access::denied);
+  EXPECT_EQ(accessToProgram(other_, closed, "../open/program"), Access::denied);
+  EXPECT_EQ(accessToProgram(other_, closed, folder_.file("open/program")), Access::granted);
+  EXPECT_EQ(accessToProgram(other_, folder_.path(), "full/../open/program"), Access::granted);
+  EXPECT_EQ(accessToProgram(other_, folder_.path(), "loop"), Access::missing);
+  EXPECT_EQ(accessToProgram(other_, folder_.path(), "open/program/"), Access::missing);
+  EXPECT_EQ(accessToProgram(other_, folder_.path(), "open/text"), Access::denied);
+  EXPECT_EQ(accessToProgram(other_, folder_.path(), "open/text", FileMode::executable),
             Access::granted);
-  EXPECT_EQ(executeFile(other_, closed, "../open/text", FileMode::executable), Access::denied);
+  EXPECT_EQ(accessToProgram(other_, closed, "../open/text", FileMode::executable), Access::denied);
 }
 
 TEST_F(AccessOfAnother, OfTheCallerIsForTheSystemToSay) {
   const Identity self = {geteuid(), getegid(), {}};
   folder_.write("program", "", 0711);
   folder_.write("text", "", 0644);
-  EXPECT_EQ(executeFile(self, folder_.path(), "program"), Access::granted);
-  EXPECT_EQ(executeFile(self, folder_.path(), "text"), Access::denied);
+  EXPECT_EQ(accessToProgram(self, folder_.path(), "program"), Access::granted);
+  EXPECT_EQ(accessToProgram(self, folder_.path(), "text"), Access::denied);
 }
 
 TEST_F(AccessOfAnother, ToAProgramGoesAlongThePath) {

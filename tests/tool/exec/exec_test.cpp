@@ -415,6 +415,14 @@ TEST_F(ExecStreams, BeginWithTheCallingLineInOneFile) {
     runProcess(options);
     EXPECT_EQ(readFile(output_), calling(row.command, folder()) + row.rest);
   }
+  // Also before what is said of a program that cannot be made executable.
+  job.arguments = "missing x";
+  write(job);
+  options.arguments = exec(task(1, {"-a", folder_.file("x")})).arguments;
+  runProcess(options);
+  const std::string path = folder_.file("missing");
+  EXPECT_EQ(readFile(output_), calling(path + " x", folder()) + chmodError(path) +
+                                   cannotExecute(path + " x", "No such file or directory"));
 }
 
 // The line is there before the program runs, not only when its buffer is full.
@@ -517,8 +525,7 @@ TEST_F(ExecApplication, ThatIsEmptyIsNone) {
 TEST_F(ExecApplication, WithoutItsProgramIsToldByTheChmodToo) {
   const std::string path = bin_ + "missing";
   expectTool(becomeWith("missing x", bin_ + "tool"), calling(path + " x", folder()),
-             "/bin/chmod: cannot access '" + path + "': No such file or directory\n" +
-                 cannotExecute(path + " x", "No such file or directory"),
+             chmodError(path) + cannotExecute(path + " x", "No such file or directory"),
              "exit 127");
 }
 

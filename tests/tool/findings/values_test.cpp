@@ -115,7 +115,7 @@ TEST_F(ValueFindings, RJ032UmaskOutOfRange) {
 TEST_F(ValueFindings, RJ033FlagThatMeansNo) {
   expectFound({{"RJ033", "warning", 4, 21, "enable", ""}});
   const std::string lines = called("/bin/cat /nowhere");
-  const std::string message = "/bin/cat: /nowhere: No such file or directory\n";
+  const std::string message = errorOf({"/bin/cat", "/nowhere"});
   expectBad(lines, message + exitCodeLine(1));
   expectMended(lines + message, exitCodeLine(1));
 }

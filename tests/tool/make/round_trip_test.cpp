@@ -9,7 +9,7 @@
 #include <regex>
 
 #include "adapter/context.h"
-#include "exec/command.h"
+#include "exec/start.h"
 #include "exec/words.h"
 #include "job/parameter_file.h"
 #include "model.h"
@@ -333,11 +333,11 @@ void expectCommands(const runlet::AdapterContext& job, const Wish& wish) {
   const bool isTemplate = wish.options.command.size() == 1;
   EXPECT_TRUE(!isTemplate || job.arguments == wish.options.command.front());
   for (std::size_t task = 0; task < wish.tasks.size() && !isTemplate; ++task) {
-    runlet::Command command;
+    runlet::TaskStart start;
     Strings words;
-    ASSERT_TRUE(composeCommand(job, static_cast<std::int32_t>(task), &command));
+    ASSERT_TRUE(composeStart(job, static_cast<std::int32_t>(task), &start));
     ASSERT_TRUE(expandWords(wish, static_cast<std::int32_t>(task), &words));
-    EXPECT_EQ(splitAsAdapter(command.line), words);
+    EXPECT_EQ(splitAsAdapter(start.commandLine), words);
   }
 }
 

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "temp_folder.h"
-#include "tool/make/job_text.h"
+#include "tool/make/job_xml.h"
 
 namespace runlet_tool {
 namespace {

@@ -92,13 +92,24 @@ std::vector<Kind> machineKinds() {
   Kind rights = usual();
   rights.odd.rights = 50;
   rights.odd.appPaths = 30;
-  rights.odd.folders = 70;
+  rights.odd.folders = 90;
   return {programs, rights};
+}
+
+// What no test may leave to chance.
+std::vector<Kind> rareKinds() {
+  Kind scripts = sound();
+  scripts.scripts = 100;
+  Kind lacking = sound();
+  lacking.emptyProgram = 30;
+  lacking.bareJobFile = 40;
+  lacking.lostValue = 40;
+  return {scripts, lacking};
 }
 
 const Kind& pickKind(Random* random, const std::vector<Kind>& faulty) {
   static const Kind soundKind = sound();
-  return random->chance(40) ? soundKind : random->pick(faulty);
+  return random->chance(30) ? soundKind : random->pick(faulty);
 }
 
 // Puts `text` in the place of one of the places where `part` stands.
@@ -111,6 +122,15 @@ void replaceOne(Random* random, const std::string& part, const std::string& text
     at = whole->find(part, at + part.size());
   }
   whole->replace(at, part.size(), text);
+}
+
+// Leaves the job one parameter, which has no value.
+void loseValue(std::string* jobText) {
+  const std::size_t begin = jobText->find("<JobParams");
+  const std::size_t end = jobText->find('>', jobText->find("/JobParams", begin));
+  if (begin == std::string::npos || end == std::string::npos) return;
+  const std::string lost = "<JobParams><Param><Name>{name}</Name></Param></JobParams>";
+  jobText->replace(begin, end + 1 - begin, lost);
 }
 
 // White space that is typed, condensed or odd, bytes that are not UTF-8, and characters that the
@@ -235,6 +255,7 @@ const Kind& anyKind(Random* random) {
   static const std::vector<Kind> kinds = [] {
     std::vector<Kind> all = faultyKinds();
     for (const Kind& kind : machineKinds()) all.push_back(kind);
+    for (const Kind& kind : rareKinds()) all.push_back(kind);
     return all;
   }();
   return pickKind(random, kinds);
@@ -306,6 +327,7 @@ Scene::Scene(Random* random, const Kind& kind, bool mayLackRights) {
                                           folder_ + "/$x/tool", "a b/tool", folder_ + "/(a)/tool"});
   }
   if (random->chance(kind.otherPrograms)) changeProgram(random);
+  makeRare(random, kind);
   if (random->chance(kind.rough)) roughen(random, &case_.jobText);
   makeFolders();
   makePrograms(random, kind.shellPath > 0);
@@ -322,6 +344,24 @@ void Scene::changeProgram(Random* random) {
   if (program != "%tp1") return;
   for (const auto& [value, name] : {std::pair("shot_A", "plain"), std::pair("101", "recorder")}) {
     replaceOne(random, value, name, &case_.jobText);
+  }
+}
+
+void Scene::makeRare(Random* random, const Kind& kind) {
+  if (random->chance(kind.scripts)) {
+    scripts_ = random->chance(30) ? Strings{"#!/missing/sh\nexit 5\n"} : goodScripts();
+    replaceOne(random, "recorder", "script", &case_.jobText);
+  }
+  if (random->chance(kind.emptyProgram)) {
+    replaceOne(random, folder_ + "/bin/recorder", "\"\"", &case_.jobText);
+  }
+  if (random->chance(kind.bareJobFile)) {
+    case_.jobPath = folder_ + "/job.xml";
+    jobFile_ = "job.xml";
+  }
+  if (random->chance(kind.lostValue)) {
+    loseValue(&case_.jobText);
+    replaceOne(random, "recorder", "recorder %jp1", &case_.jobText);
   }
 }
 
@@ -366,9 +406,12 @@ void Scene::makePrograms(Random* random, bool withShellPaths) const {
   writeScript(random, "closed/secret", 0755);
 }
 
+Strings Scene::goodScripts() const {
+  return {"exit 6\n", "#!/bin/sh\nexit 5\n", "#! /bin/sh -e\nexit 7\n",
+          "#!" + folder_ + "/bin/recorder\n"};
+}
+
 void Scene::writeScript(Random* random, const std::string& name, unsigned mode) const {
-  const Strings good = {"exit 6\n", "#!/bin/sh\nexit 5\n", "#! /bin/sh -e\nexit 7\n",
-                        "#!" + folder_ + "/bin/recorder\n"};
   const Strings odd = {"",
                        "#!\n",
                        "#!   \n",
@@ -383,7 +426,8 @@ void Scene::writeScript(Random* random, const std::string& name, unsigned mode) 
                        "#!" + folder_ + "/closed/secret\n",
                        "#!/" + std::string(300, 'x') + "\n",
                        "# no interpreter\nexit 4\n"};
-  base_.write(inScene(name), random->pick(random->chance(50) ? odd : good), mode);
+  const Strings any = random->chance(50) ? odd : goodScripts();
+  base_.write(inScene(name), random->pick(scripts_.empty() ? any : scripts_), mode);
 }
 
 Strings Scene::options(const Range& range) const {

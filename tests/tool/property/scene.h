@@ -25,6 +25,11 @@ struct Kind {
   unsigned rough = 0;  // how often, in percent, texts have white space and bytes of all sorts
   unsigned otherPrograms = 0;  // how often the program is another one than the recorder
   unsigned shellPath = 0;      // how often the application's path means something to a shell
+  // What would hardly ever come about by chance, and how often, in percent:
+  unsigned scripts = 0;       // the program is a script: a good one, or without its interpreter
+  unsigned emptyProgram = 0;  // the program has no name
+  unsigned bareJobFile = 0;   // the job file is given by its name alone
+  unsigned lostValue = 0;     // the command has a parameter without a value
 };
 
 // A third of them without a fault on purpose, the others of all kinds.
@@ -112,11 +117,13 @@ class Scene {
 
  private:
   void changeProgram(runlet_model::Random* random);
+  void makeRare(runlet_model::Random* random, const Kind& kind);
   static std::string makeDeepFolder(const TempFolder& base);
   std::string inScene(const std::string& name) const;  // seen from `base_`
   void makeFolders() const;
   void makeRecorder(const std::string& folder) const;
   void makePrograms(runlet_model::Random* random, bool withShellPaths) const;
+  Strings goodScripts() const;
   void writeScript(runlet_model::Random* random, const std::string& name, unsigned mode) const;
   Strings options(const Range& range) const;
   ProcessOptions program(const std::string& path, const Strings& words) const;
@@ -133,6 +140,7 @@ class Scene {
   std::string jobFile_;
   std::string appPath_;
   std::string userName_;
+  Strings scripts_;  // the texts that scripts have; empty: good ones and odd ones
 };
 
 }  // namespace runlet_test

@@ -150,8 +150,7 @@ TEST_F(Run, HasOneTaskAtATimeUnlessMoreAreAskedFor) {
 TEST_F(Run, NeedsAPositiveNumberOfTasksAtATime) {
   for (const char* number : {"0", "-1", "two", "1.5", "2147483648"}) {
     expectTool(run({"exit 0"}, {std::string("--jobs=") + number}), "",
-               std::string("runlet-job: --jobs: Value ") + number +
-                   " not in range 1 to 2147483647\nSee: runlet-job --help\n",
+               "runlet-job: --jobs: " + notPositive(number) + "\nSee: runlet-job --help\n",
                "exit 2");
   }
   EXPECT_FALSE(exists(folder_.file("logs")));

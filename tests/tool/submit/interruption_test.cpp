@@ -64,7 +64,7 @@ TEST(SignalHold, IsForProgramsToo) {
   const auto run = [] {
     setDispositions(SIG_DFL);
     const SignalHold hold;
-    const ProgramResult result = runProgram({"cat", "/proc/self/status"}, "", {});
+    const ProgramResult result = runSubprocess({"cat", "/proc/self/status"}, "", {});
     _exit(result.output.find("\nSigBlk:\t0000000000004003\n") == std::string::npos ? 1 : 0);
   };
   EXPECT_EXIT(run(), ExitedWithCode(0), "");

@@ -501,9 +501,9 @@ struct WrongCase {
 TEST_F(Submit, RefusesAWrongCommandLine) {
   write(quietJob(3));
   const WrongCase cases[] = {
-      {{"--throttle", "0"}, "--throttle: Value 0 not in range 1 to 2147483647"},
-      {{"--chunk", "0"}, "--chunk: Value 0 not in range 1 to 2147483647"},
-      {{"--chunk", "2147483648"}, "--chunk: Value 2147483648 not in range 1 to 2147483647"},
+      {{"--throttle", "0"}, "--throttle: " + notPositive("0")},
+      {{"--chunk", "0"}, "--chunk: " + notPositive("0")},
+      {{"--chunk", "2147483648"}, "--chunk: " + notPositive("2147483648")},
       {{"--dry-run", "--wait"}, "--dry-run excludes --wait"},
       {{"--failed-of", "12", "-s", "1"}, "-s excludes --failed-of"},
       {{"--failed-of", "12", "-n", "1"}, "-n excludes --failed-of"},

@@ -17,8 +17,8 @@ namespace runlet_tool {
 namespace {
 
 ProgramResult shell(const std::string& command, std::string_view input = "") {
-  return runProgram({"sh", "-c", command, "name", "a b", "", "$(x)\n\\"}, input,
-                    {"PATH=/usr/bin:/bin", "KEY=a value"});
+  return runSubprocess({"sh", "-c", command, "name", "a b", "", "$(x)\n\\"}, input,
+                       {"PATH=/usr/bin:/bin", "KEY=a value"});
 }
 
 TEST(Subprocess, GetsItsArgumentsItsInputAndItsEnvironment) {
@@ -56,10 +56,10 @@ void expectInChild(const std::function<bool()>& holds) {
 TEST(Subprocess, IsLookedForAlongThePathAndMayBeMissing) {
   expectInChild([] {
     setenv("PATH", "/nowhere:/usr/bin", 1);
-    return runProgram({"true"}, "", {}).startError == 0 &&
-           runProgram({"no-such-program"}, "", {}).startError == ENOENT &&
-           runProgram({""}, "", {}).startError == ENOENT &&
-           runProgram({"/"}, "", {}).startError == EACCES;
+    return runSubprocess({"true"}, "", {}).startError == 0 &&
+           runSubprocess({"no-such-program"}, "", {}).startError == ENOENT &&
+           runSubprocess({""}, "", {}).startError == ENOENT &&
+           runSubprocess({"/"}, "", {}).startError == EACCES;
   });
 }
 

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <limits>
+
 namespace runlet_test {
 
 ProcessOptions tool(const std::vector<std::string>& arguments) {
@@ -21,6 +25,10 @@ void expectTool(const ProcessResult& result, const std::string& output, const st
   EXPECT_EQ(result.output, output);
   EXPECT_EQ(result.error, error);
   EXPECT_EQ(describeStatus(result.waitStatus), status);
+}
+
+std::string notPositive(const std::string& value) {
+  return CLI::Range(1, std::numeric_limits<std::int32_t>::max())(value);
 }
 
 }  // namespace runlet_test

@@ -18,4 +18,8 @@ ProcessResult runTool(const std::vector<std::string>& arguments);
 void expectTool(const ProcessResult& result, const std::string& output, const std::string& error,
                 const std::string& status);
 
+// What is said of a value that is no positive number. The library of the options has the words for
+// it, other ones in each version.
+std::string notPositive(const std::string& value);
+
 }  // namespace runlet_test

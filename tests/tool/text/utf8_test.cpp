@@ -35,7 +35,7 @@ TEST(Utf8, KnowsTheLengthOfACharacter) {
       {"\xf5\x80\x80\x80", 0},
       {"\xff", 0},
   };
-  for (const Row& row : rows) EXPECT_EQ(utf8Length(row.text), row.length) << row.text;
+  for (const Row& row : rows) EXPECT_EQ(utf8CharacterLength(row.text), row.length) << row.text;
 }
 
 TEST(Utf8, HoldsForAWholeText) {

@@ -1,12 +1,16 @@
 #include "findings.h"
 
+#include <grp.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <ostream>
 #include <regex>
+#include <stdexcept>
 
 #include "tool_run.h"
 
@@ -20,11 +24,27 @@ namespace {
 using Json = nlohmann::json;
 
 // The id of the user and group in the samples.
-constexpr char sampleId[] = "1000";
+constexpr unsigned sampleId = 1000;
 
-// One under which the caller may run tasks.
-std::string idFor(unsigned own) {
-  return std::to_string(geteuid() == 0 ? otherId : own);
+std::optional<Account> asPlain(const passwd& entry) {
+  const group* own = getgrgid(entry.pw_gid);
+  if (entry.pw_uid == 0 || own == nullptr) return std::nullopt;
+  const std::string name = own->gr_name;
+  int count = 0;  // of all groups, the user's own among them; there is no room for any
+  getgrouplist(entry.pw_name, entry.pw_gid, nullptr, &count);
+  if (count != 1) return std::nullopt;
+  return Account{entry.pw_uid, entry.pw_gid, name};
+}
+
+Account findPlainAccount() {
+  std::optional<Account> found;
+  setpwent();
+  for (const passwd* entry = getpwent(); entry != nullptr && !found; entry = getpwent()) {
+    found = asPlain(*entry);
+  }
+  endpwent();
+  if (!found) throw std::runtime_error("every user but root has further groups");
+  return *found;
 }
 
 std::string code() {
@@ -129,6 +149,11 @@ std::string statusFor(const std::vector<Found>& findings, bool strict) {
 
 }  // namespace
 
+const Account& plainAccount() {
+  static const Account account = findPlainAccount();
+  return account;
+}
+
 std::ostream& operator<<(std::ostream& out, const Found& found) {
   return out << found.line << ":" << found.column << ": " << found.severity << " " << found.code
              << ": '" << found.text << "' [" << found.tasks << "]";
@@ -145,12 +170,25 @@ std::string Findings::text(const std::string& sample) const {
   return withLetters(replaceAll(text, "@FOLDER@", folder()));
 }
 
-void Findings::writeSample(const std::string& sample, const std::string& uid,
-                           const std::string& gid) const {
+void Findings::writeSample(const std::string& sample, unsigned uid, unsigned gid) const {
   std::string own = text(sample);
   if (own.empty()) return;  // a sample may be a file that is not there
-  own = replaceAll(own, "<uid>1000<", "<uid>" + uid + "<");
-  folder_.write(sample + ".xml", replaceAll(own, "<gid>1000<", "<gid>" + gid + "<"));
+  own = replaceAll(own, "<uid>1000<", "<uid>" + std::to_string(uid) + "<");
+  own = replaceAll(own, "<gid>1000<", "<gid>" + std::to_string(gid) + "<");
+  folder_.write(sample + ".xml", own);
+}
+
+// What is asked of this machine has to be about a user that it has.
+void Findings::writeSampleToCheck(const std::string& sample) const {
+  if (host_) return writeSample(sample, plainAccount().uid, plainAccount().gid);
+  writeSample(sample, sampleId, sampleId);
+}
+
+// For a user as whom the caller may run tasks.
+void Findings::writeSampleToRun(const std::string& sample) const {
+  if (geteuid() != 0) return writeSample(sample, getuid(), getgid());
+  if (host_) return writeSample(sample, plainAccount().uid, plainAccount().gid);
+  writeSample(sample, otherId, otherId);
 }
 
 int Findings::tasksOf(const std::string& sample) const {
@@ -175,9 +213,7 @@ ProcessResult Findings::check(const std::string& sample, const Strings& more) co
 
 void Findings::expectCheck(const std::string& sample, const std::vector<Found>& findings) {
   SCOPED_TRACE(sample);
-  // What is asked of this machine has to be about users that it has.
-  const std::string id = host_ ? std::to_string(otherId) : sampleId;
-  writeSample(sample, id, id);
+  writeSampleToCheck(sample);
   const ProcessResult result = check(sample, {"--json"});
   EXPECT_EQ(result.error, "");
   EXPECT_EQ(describeStatus(result.waitStatus), statusFor(findings, false));
@@ -197,13 +233,13 @@ void Findings::expectCheck(const std::string& sample, const std::vector<Found>& 
 }
 
 void Findings::expectTold(const std::string& text) {
-  writeSample(bad, sampleId, sampleId);
+  writeSampleToCheck(bad);
   const std::string output = check(bad, {}).output;
   EXPECT_NE(output.find(text), std::string::npos) << text << "\n" << output;
 }
 
 Summary Findings::summaryOf(const std::string& sample) const {
-  writeSample(sample, sampleId, sampleId);
+  writeSampleToCheck(sample);
   const ProcessResult result = check(sample, {"--json"});
   const Json json = Json::parse(result.output, nullptr, false);
   if (!json.is_object()) return {result.error, 0, 0};
@@ -222,7 +258,7 @@ void Findings::expectFound(const std::vector<Found>& findings) {
 }
 
 ProcessResult Findings::runRequest(const std::string& sample, const Strings& request) const {
-  writeSample(sample, idFor(getuid()), idFor(getgid()));
+  writeSampleToRun(sample);
   Strings arguments = request;
   arguments.insert(arguments.end(), {"-j", jobName(sample)});
   arguments.insert(arguments.end(), options_.begin(), options_.end());

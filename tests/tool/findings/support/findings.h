@@ -40,6 +40,16 @@ inline constexpr char samplesFolder[] = RUNLET_SOURCES "/tests/tool/samples";
 extern const std::string bad;
 extern const std::string mended;
 
+// An account that is not root's and has no group but its own, where a job can be without a finding.
+struct Account {
+  unsigned uid = 0;
+  unsigned gid = 0;
+  std::string group;  // name of the group
+};
+
+// One that this system has; the same every time.
+const Account& plainAccount();
+
 // A test is named after the finding that it is about, and that names the folder of its samples.
 class Findings : public AdapterTest {
  protected:
@@ -95,7 +105,9 @@ class Findings : public AdapterTest {
   std::string jobName(const std::string& sample) const;
   // The sample with everything in its place but the ids.
   std::string text(const std::string& sample) const;
-  void writeSample(const std::string& sample, const std::string& uid, const std::string& gid) const;
+  void writeSample(const std::string& sample, unsigned uid, unsigned gid) const;
+  void writeSampleToCheck(const std::string& sample) const;
+  void writeSampleToRun(const std::string& sample) const;
   int tasksOf(const std::string& sample) const;
   ProcessResult check(const std::string& sample, const Strings& more) const;
   ProcessResult runRequest(const std::string& sample, const Strings& request) const;

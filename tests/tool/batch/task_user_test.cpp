@@ -1,6 +1,6 @@
 // Who the tasks run as, function by function.
 
-#include "tool/batch/identity.h"
+#include "tool/batch/task_user.h"
 
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@ int wrongRows(const Row (&rows)[Count]) {
   int wrong = 0;
   for (const Row& row : rows) {
     runlet::AdapterContext context = contextOf(row.uid, row.gid);
-    const std::string note = settleIdentity(&context);
+    const std::string note = settleTaskUser(&context);
     if (note == row.note && context.uid == row.uidThen && context.gid == row.gidThen) continue;
     std::fprintf(stderr, "%d %d: %s, %d %d\n", row.uid, row.gid, note.c_str(), context.uid,
                  context.gid);
