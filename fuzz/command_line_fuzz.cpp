@@ -9,8 +9,6 @@
 
 namespace {
 
-using runlet_fuzz::require;
-
 constexpr std::size_t maxArguments = 24;
 
 std::vector<std::string> argumentsOf(const std::uint8_t* data, std::size_t size) {
@@ -28,7 +26,7 @@ std::vector<std::string> sorted(std::vector<std::string> texts) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
   std::vector<std::string> arguments = argumentsOf(data, size);
   std::vector<char*> argv;
   argv.reserve(arguments.size() + 1);
@@ -45,5 +43,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
           "a line for a missing opcode");
   const std::vector<std::string> left(argv.begin(), argv.end() - 1);
   require(sorted(left) == sorted(arguments), "the arguments stay as they are");
-  return 0;
 }

@@ -16,7 +16,7 @@ using runlet_model::Outcome;
 using runlet_model::Result;
 
 constexpr std::size_t valueCount = 5;
-constexpr std::size_t taskCount = 100;
+constexpr std::int32_t taskCount = 100;
 constexpr char unchanged[] = "as it was";
 
 Result expand(const runlet::AdapterContext& context, const std::string& pattern,
@@ -33,20 +33,23 @@ Result expand(const runlet::AdapterContext& context, const std::string& pattern,
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 2) return 0;
+void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 2) return;
   const std::int32_t taskIndex = data[0] < 128 ? data[0] : data[0] - 256;
-  const std::vector<std::string> texts = runlet_fuzz::texts(data + 2, size - 2, 2 + valueCount);
+  const std::vector<std::string> given = texts(data + 2, size - 2, 2 + valueCount);
   runlet_model::Lists lists;
-  lists.taskList.assign(taskCount, texts[1]);
+  // The others do not matter, and the entry may be long.
+  lists.taskList.assign(taskCount, "another");
+  if (taskIndex >= 0 && taskIndex < taskCount) {
+    lists.taskList[static_cast<std::size_t>(taskIndex)] = given[1];
+  }
   lists.paramNames.assign(data[1] % (valueCount + 2), "name");
-  lists.paramValues.assign(texts.begin() + 2, texts.end());
+  lists.paramValues.assign(given.begin() + 2, given.end());
 
   runlet::AdapterContext context;
   context.taskList.assign(lists.taskList.begin(), lists.taskList.end());
   context.paramNames.assign(lists.paramNames.begin(), lists.paramNames.end());
   context.paramValues.assign(lists.paramValues.begin(), lists.paramValues.end());
-  const Result expected = runlet_model::fillIn(lists, texts[0], taskIndex);
-  require(expand(context, texts[0], taskIndex) == expected, "the model's expansion");
-  return 0;
+  const Result expected = runlet_model::fillIn(lists, given[0], taskIndex);
+  require(expand(context, given[0], taskIndex) == expected, "the model's expansion");
 }

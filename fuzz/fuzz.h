@@ -8,10 +8,14 @@
 #include <string>
 #include <vector>
 
-// One input, whatever its bytes. Each target defines it.
+// One input of the fuzzer, whatever its bytes: handed to the target as it is (plain.cpp), or as the
+// large input that it describes (large.cpp).
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace runlet_fuzz {
+
+// Tries one input. Each target defines it.
+void tryInput(const std::uint8_t* data, std::size_t size);
 
 // Ends the process, with `what` on standard error, if `held` is false.
 void require(bool held, const char* what);

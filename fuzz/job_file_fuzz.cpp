@@ -7,8 +7,6 @@
 
 namespace {
 
-using runlet_fuzz::require;
-
 bool isReport(const std::string& text, const std::string& path) {
   const std::string notLoaded =
       "Runlet adapter: Could not load parameter file " + path + ". Error='";
@@ -20,7 +18,7 @@ bool isReport(const std::string& text, const std::string& path) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
   static const runlet_fuzz::MemoryFile file("job.xml");
   file.write(data, size);
   runlet::AdapterContext context;
@@ -30,9 +28,16 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   try {
     report = runlet_fuzz::standardErrorOf([&] { loaded = loadParameterFile(&context); });
   } catch (const std::length_error&) {
-    return 0;  // reversed braces
+    return;  // reversed braces
   }
   require(loaded ? report.empty() : isReport(report, context.jobFile), "one line for a failure");
   for (const std::string& entry : context.taskList) require(!entry.empty(), "no empty entry");
-  return 0;
+  for (const runlet::StringList* list :
+       {&context.taskList, &context.paramNames, &context.paramValues}) {
+    // So every byte is read.
+    for (const std::string& text : *list) {
+      require(text.find('\0') == std::string::npos && *(text.data() + text.size()) == '\0',
+              "texts that end with their only NUL");
+    }
+  }
 }

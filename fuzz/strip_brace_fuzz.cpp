@@ -36,9 +36,8 @@ std::optional<std::string> stripIntoArea(const std::string& text) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
   const std::string text = runlet_fuzz::texts(data, size, 1)[0];
   require(strip(text) == runlet_model::stripBrace(text), "the model's text");
   require(stripIntoArea(text) == runlet_model::stripBraceIntoArea(text), "the model's area");
-  return 0;
 }

@@ -4,7 +4,7 @@
 #include "fuzz.h"
 #include "model.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
   const std::string line = runlet_fuzz::texts(data, size, 1)[0];
   // Exactly as long as the launcher makes it.
   std::vector<char> scratch(line.c_str(), line.c_str() + line.size() + 1);
@@ -12,5 +12,4 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   runlet_fuzz::require(!pointers.empty() && pointers.back() == nullptr, "a null at the end");
   const std::vector<std::string> words(pointers.begin(), pointers.end() - 1);
   runlet_fuzz::require(words == runlet_model::words(line), "the model's words");
-  return 0;
 }
