@@ -59,7 +59,7 @@ class Figures:
 def benchmarks(results, program, figure="real_time"):
     """A run with repetitions is one round, of their medians."""
     rounds = Rounds()
-    for path in results.glob(f"{program}-*.json"):
+    for path in sorted(results.glob(f"{program}-*.json")):
         for run in json.loads(path.read_text())["benchmarks"]:
             if run.get("aggregate_name") == "median" or run["repetitions"] == 1:
                 rounds.add(run["run_name"].removesuffix("/real_time"), run[figure])
@@ -93,18 +93,19 @@ def checks(figures):
         time_ratio = load.ratio(f"load/adapter/{tasks}", f"load/library/{tasks}")
         peak = figures.memory[f"adapter/{tasks}"] / figures.memory[f"library/{tasks}"]
         step = MEMORY_STEP / figures.memory[f"library/{tasks}"]
-        rows.append((f"load of {tasks:,} tasks / library alone", time_ratio, 0.90, 1.15))
-        rows.append((f"peak memory for {tasks:,} tasks / library alone", peak, 1.03 + step, 1.15 + step))
+        rows.append((f"load of {tasks:,} tasks / library alone", time_ratio, 0.95, 1.15))
+        if tasks >= 100000:
+            rows.append((f"peak memory for {tasks:,} tasks / library alone", peak, 1.02 + step, 1.15 + step))
     most = figures.sizes[-1]
     growth = load.ratio(f"load/adapter/{most}", "load/adapter/1000") / (most / 1000)
-    rows.append((f"load for each of {most:,} tasks / of 1,000", growth, 1.30, 1.60))
-    for tasks, limit in ((100000, 1.3), (1000000, 3.0)):
+    rows.append((f"load for each of {most:,} tasks / of 1,000", growth, 1.50, 1.80))
+    for tasks, limit in ((10000, 1.1), (100000, 1.8)):
         if tasks in figures.sizes:
             ratio = launch.ratio(f"launch/{tasks}", "launch/10")
             rows.append((f"launch in a job of {tasks:,} tasks / of 10", ratio, limit, limit * 1.5))
-    for what, gross in (("GetInfo", 1.35), ("task", 1.30)):
+    for what, limit, gross in (("GetInfo", 1.15, 1.40), ("task", 1.10, 1.30)):
         ratio = processes.ratio(f"{what}, adapter", f"{what}, bare")
-        rows.append((f"process of a {what} / bare C program", ratio, 1.10, gross))
+        rows.append((f"process of a {what} / bare C program", ratio, limit, gross))
     for tool in TOOLS:
         if f"task, {tool}" in processes:
             ratio = processes.ratio("task, adapter", f"task, {tool}")
@@ -208,7 +209,6 @@ VARIANTS = [
     ("bare", "bare C program"),
     ("adapter", "**the adapter as released**"),
     ("shared", "libstdc++ and TinyXML not linked in"),
-    ("iostreams", "linked in, with the iostream objects"),
     ("lazy", "released, but relocated lazily"),
     ("writable_relocations", "the same, and relocations left writable"),
     ("fixed_addresses", "released, but at fixed addresses"),
