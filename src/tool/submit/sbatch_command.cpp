@@ -27,13 +27,14 @@ exec "$program" exec "$job" --task "$((base + SLURM_ARRAY_TASK_ID))" "$@"
 
 constexpr char chunkScript[] = R"sh(#!/bin/sh
 # An element of the array runs some tasks, one after the other, but none above the last.
-# Arguments: program, job file, base, chunk, last [, -a, application]
-program=$1 job=$2 base=$3 chunk=$4 last=$5
-shift 5
+# Arguments: program, job file, its hash, base, chunk, last [, -a, application]
+program=$1 job=$2 hash=$3 base=$4 chunk=$5 last=$6
+shift 6
 first=$((base + SLURM_ARRAY_TASK_ID * chunk))
 count=$((last - first + 1))
 [ "$count" -le "$chunk" ] || count=$chunk
-exec "$program" run "$job" -s "$first" -n "$count" "$@"
+id=$hash:${SLURM_ARRAY_JOB_ID}_$SLURM_ARRAY_TASK_ID
+exec "$program" run "$job" -s "$first" -n "$count" --tell-ends "$id" "$@"
 )sh";
 
 constexpr char endOfScript[] = "END";
@@ -83,7 +84,9 @@ void addUser(const Batch& batch, Words* words) {
 
 void addScriptArguments(const Batch& batch, const ArrayPart& part, Words* words) {
   const ArrayLayout& layout = part.layout;
-  words->insert(words->end(), {ownPath(), batch.context.jobFile, std::to_string(layout.base)});
+  words->insert(words->end(), {ownPath(), batch.context.jobFile});
+  if (layout.chunk > 1) words->push_back(jobHash(batch.context.jobFile));
+  words->push_back(std::to_string(layout.base));
   if (layout.chunk > 1) {
     words->insert(words->end(), {std::to_string(layout.chunk), std::to_string(layout.last)});
   }

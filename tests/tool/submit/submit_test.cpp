@@ -11,6 +11,7 @@
 
 #include "adapter_test.h"
 #include "fake_engine.h"
+#include "tool/submit/array_comment.h"
 
 namespace runlet_test {
 namespace {
@@ -28,13 +29,14 @@ constexpr char taskScript[] =
 constexpr char chunkScript[] =
     "#!/bin/sh\n"
     "# An element of the array runs some tasks, one after the other, but none above the last.\n"
-    "# Arguments: program, job file, base, chunk, last [, -a, application]\n"
-    "program=$1 job=$2 base=$3 chunk=$4 last=$5\n"
-    "shift 5\n"
+    "# Arguments: program, job file, its hash, base, chunk, last [, -a, application]\n"
+    "program=$1 job=$2 hash=$3 base=$4 chunk=$5 last=$6\n"
+    "shift 6\n"
     "first=$((base + SLURM_ARRAY_TASK_ID * chunk))\n"
     "count=$((last - first + 1))\n"
     "[ \"$count\" -le \"$chunk\" ] || count=$chunk\n"
-    "exec \"$program\" run \"$job\" -s \"$first\" -n \"$count\" \"$@\"\n";
+    "id=$hash:${SLURM_ARRAY_JOB_ID}_$SLURM_ARRAY_TASK_ID\n"
+    "exec \"$program\" run \"$job\" -s \"$first\" -n \"$count\" --tell-ends \"$id\" \"$@\"\n";
 
 class Submit : public SubmitTest {
  protected:
@@ -147,8 +149,8 @@ TEST_F(Submit, MakesSeveralTasksOneElement) {
   expected = replaced(expected, "--array", "--array=1-5");
   expected = replaced(expected, "--output", "--output=" + folder_.file("job-chunk-%1a.log"));
   expected = replaced(expected, "--time", "--time=20");
-  expected.back() = "2";
-  expected.insert(expected.end(), {"4", "25", "-a", "/app/x"});
+  expected.back() = runlet_tool::jobHash(jobFile_);
+  expected.insert(expected.end(), {"2", "4", "25", "-a", "/app/x"});
   EXPECT_EQ(arguments, expected);
   EXPECT_EQ(engine_.input("sbatch", 1), chunkScript);
 }
@@ -471,7 +473,7 @@ class ScriptOfSubmit : public Submit {
         folder_.write("a program", "#!/bin/sh\nprintf '<%s>' \"$@\"\n", 0755);
     options.arguments = {"/bin/sh", folder_.write("script", script), program};
     options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
-    options.environment = {{"SLURM_ARRAY_TASK_ID", element}};
+    options.environment = {{"SLURM_ARRAY_JOB_ID", "12"}, {"SLURM_ARRAY_TASK_ID", element}};
     const ProcessResult result = runProcess(options);
     EXPECT_EQ(result.error, "");
     return result.output;
@@ -486,11 +488,14 @@ TEST_F(ScriptOfSubmit, BecomesTheTask) {
 }
 
 TEST_F(ScriptOfSubmit, RunsTheTasksOfAChunkButNoneAboveTheLast) {
-  EXPECT_EQ(runScript(chunkScript, "0", {"/a b", "3", "5", "17"}), "<run></a b><-s><3><-n><5>");
-  EXPECT_EQ(runScript(chunkScript, "2", {"/j", "3", "5", "17"}), "<run></j><-s><13><-n><5>");
-  EXPECT_EQ(runScript(chunkScript, "2", {"/j", "3", "5", "16", "-a", "x"}),
-            "<run></j><-s><13><-n><4><-a><x>");
-  EXPECT_EQ(runScript(chunkScript, "0", {"/j", "3", "2147483647", "3"}), "<run></j><-s><3><-n><1>");
+  EXPECT_EQ(runScript(chunkScript, "0", {"/a b", "f0", "3", "5", "17"}),
+            "<run></a b><-s><3><-n><5><--tell-ends><f0:12_0>");
+  EXPECT_EQ(runScript(chunkScript, "2", {"/j", "f0", "3", "5", "17"}),
+            "<run></j><-s><13><-n><5><--tell-ends><f0:12_2>");
+  EXPECT_EQ(runScript(chunkScript, "2", {"/j", "f0", "3", "5", "16", "-a", "x"}),
+            "<run></j><-s><13><-n><4><--tell-ends><f0:12_2><-a><x>");
+  EXPECT_EQ(runScript(chunkScript, "0", {"/j", "f0", "3", "2147483647", "3"}),
+            "<run></j><-s><3><-n><1><--tell-ends><f0:12_0>");
 }
 
 struct WrongCase {
