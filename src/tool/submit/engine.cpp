@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tool/submit/sbatch_environment.h"
 #include "tool/submit/subprocess.h"
 #include "tool/text/shell_quote.h"
 
@@ -18,13 +19,12 @@ using Words = std::vector<std::string>;
 constexpr std::int64_t defaultMaxArraySize = 1001;
 
 // Variables that change what a program does in a way that is not wanted here: they leave something
-// out of the answer, or have sbatch wait.
+// out of the answer.
 struct Unwanted {
   std::string_view program;
   std::string_view beginning;
 };
-constexpr Unwanted unwanted[] = {{"sbatch", "SBATCH_WAIT="},
-                                 {"squeue", "SQUEUE_"},
+constexpr Unwanted unwanted[] = {{"squeue", "SQUEUE_"},
                                  {"sacct", "SACCT_"},
                                  {"sacct", "SLURM_BITSTR_LEN="},
                                  {"scancel", "SCANCEL_"}};
@@ -47,8 +47,13 @@ Words environmentFor(std::string_view program) {
   return environment;
 }
 
-ProgramResult runEngine(const Words& arguments, std::string_view input = "") {
-  return runSubprocess(arguments, input, environmentFor(arguments.front()));
+ProgramResult runEngine(const Words& arguments) {
+  return runSubprocess(arguments, "", environmentFor(arguments.front()));
+}
+
+ProgramResult runSbatch(const SbatchCommand& command) {
+  const MaskForNewFiles mask(command.mask);
+  return runSubprocess(command.arguments, command.script, command.environment);
 }
 
 // Why a program has not done what it was to do, in one line.
@@ -132,8 +137,8 @@ std::int64_t askMaxArraySize() {
   return readMaxArraySize(result.output).value_or(defaultMaxArraySize);
 }
 
-std::optional<ArrayId> submitArray(const Words& arguments, const std::string& script) {
-  const ProgramResult result = runEngine(arguments, script);
+std::optional<ArrayId> submitArray(const SbatchCommand& command) {
+  const ProgramResult result = runSbatch(command);
   passOn(result.error);
   if (!hasSucceeded(result)) {
     say(result.startError != 0 ? failureOf("sbatch", result)

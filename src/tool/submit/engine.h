@@ -8,6 +8,7 @@
 
 #include "tool/submit/array_comment.h"
 #include "tool/submit/engine_text.h"
+#include "tool/submit/sbatch_command.h"
 
 namespace runlet_tool {
 
@@ -15,10 +16,9 @@ namespace runlet_tool {
 // not tell.
 std::int64_t askMaxArraySize();
 
-// Submits an array: `arguments` is the command, sbatch itself first. What sbatch writes to standard
-// error is passed on. Nothing, after a message, when there is no array.
-std::optional<ArrayId> submitArray(const std::vector<std::string>& arguments,
-                                   const std::string& script);
+// Submits an array. What sbatch writes to standard error is passed on. Nothing, after a message,
+// when there is no array.
+std::optional<ArrayId> submitArray(const SbatchCommand& command);
 
 // Ends an array. False, after a message, when that was not possible.
 bool cancelArray(const ArrayId& array);

@@ -8,6 +8,7 @@
 
 #include "tool/batch/logs.h"
 #include "tool/submit/array_comment.h"
+#include "tool/submit/sbatch_environment.h"
 #include "tool/system/paths.h"
 #include "tool/text/format.h"
 #include "tool/text/shell_quote.h"
@@ -116,14 +117,21 @@ SbatchCommand sbatchCommand(const Batch& batch, const SubmitOptions& options,
   words.insert(words.end(), options.sbatchOptions.begin(), options.sbatchOptions.end());
   words.emplace_back("/dev/stdin");
   addScriptArguments(batch, part, &words);
-  return {words, part.layout.chunk > 1 ? chunkScript : taskScript};
+  return {words, part.layout.chunk > 1 ? chunkScript : taskScript,
+          sbatchEnvironment(batch.context, options.keptVariables), sbatchMask(batch.context)};
 }
 
 std::string shellText(const SbatchCommand& command) {
-  std::string text;
-  for (const std::string& word : command.arguments) appendShellWord(word, &text);
-  return text.append(" <<'").append(endOfScript).append("'\n") + command.script + endOfScript +
-         "\n";
+  Words words;
+  if (geteuid() == 0) {
+    words = {"/usr/bin/env", "-i"};
+    words.insert(words.end(), command.environment.begin(), command.environment.end());
+  }
+  words.insert(words.end(), command.arguments.begin(), command.arguments.end());
+  std::string line;
+  for (const std::string& word : words) appendShellWord(word, &line);
+  return withoutLineEnd("(umask %04o", static_cast<unsigned>(command.mask)) + "\n" + line + " <<'" +
+         endOfScript + "'\n" + command.script + endOfScript + "\n)\n";
 }
 
 }  // namespace runlet_tool

@@ -14,6 +14,7 @@
 #include "tool/submit/failed_of.h"
 #include "tool/submit/interruption.h"
 #include "tool/submit/sbatch_command.h"
+#include "tool/submit/sbatch_environment.h"
 #include "tool/submit/submit_options.h"
 #include "tool/submit/wait.h"
 #include "tool/text/decimal.h"
@@ -41,7 +42,7 @@ bool submitAll(const Batch& batch, const SubmitOptions& options,
                std::vector<SubmittedArray>* arrays) {
   for (const ArrayPart& part : parts) {
     const SbatchCommand command = sbatchCommand(batch, options, part);
-    const std::optional<ArrayId> id = submitArray(command.arguments, command.script);
+    const std::optional<ArrayId> id = submitArray(command);
     if (id) arrays->push_back({*id, part});
     if (id && !hold.isInterrupted()) continue;
     cancel(*arrays);
@@ -145,6 +146,10 @@ void addSubmit(CLI::App* app, Action* action) {
       addRepeated(verb, "--sbatch-option", "OPTION",
                   "An option for sbatch, with its value in one word; may be repeated",
                   complaintAboutSbatchOption);
+  CLI::Option* keptVariables =
+      addRepeated(verb, "--keep-env", "NAME",
+                  "A variable of root's environment for the tasks, too; may be repeated",
+                  complaintAboutVariable);
   addFlags(verb, options.get());
   CLI::Option* failedOf = addRepeated(
       verb, "--failed-of", "JOBID",
@@ -152,6 +157,7 @@ void addSubmit(CLI::App* app, Action* action) {
   for (const char* name : {"-s", "-n", "--chunk"}) failedOf->excludes(verb->get_option(name));
   verb->callback([=] {
     options->sbatchOptions = sbatchOptions->results();
+    options->keptVariables = keptVariables->results();
     options->failedOf = failedOf->results();
     *action = [=] { return submit(*options); };
   });

@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 
 #include "adapter_test.h"
@@ -17,6 +19,7 @@ namespace runlet_test {
 namespace {
 
 using Calls = std::vector<std::vector<std::string>>;
+using Variables = std::vector<std::pair<std::string, std::string>>;
 
 constexpr char taskScript[] =
     "#!/bin/sh\n"
@@ -42,6 +45,29 @@ class Submit : public SubmitTest {
  protected:
   void SetUp() override {
     engine_.reply("sbatch", "echo 12");
+  }
+
+  // Takes all variables from the process but these.
+  static void haveOnly(const Variables& variables) {
+    clearenv();
+    for (const auto& [name, value] : variables) setenv(name.c_str(), value.c_str(), 1);
+  }
+
+  // Asserts what sbatch gets, in order, of these variables and a PATH; what its shell adds aside.
+  void expectEnvironment(ProcessOptions options, Variables variables,
+                         const std::string& expected) const {
+    const std::string file = folder_.write("environment", "", 0666);
+    engine_.reply("sbatch",
+                  "/usr/bin/env | LC_ALL=C /usr/bin/sort | "
+                  "/bin/grep -Ev '^(PWD|OLDPWD|SHLVL|_)=' > '" +
+                      file + "'; echo 12");
+    variables.emplace_back("PATH", engine_.path());
+    options.prepare = [variables, become = options.prepare] {
+      haveOnly(variables);
+      if (become) become();
+    };
+    EXPECT_EQ(runProcess(options).output, "12\n");
+    EXPECT_EQ(readFile(file), expected);
   }
 
   // The arguments of sbatch when the verb gets `arguments`.
@@ -378,28 +404,115 @@ TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
   engine_.reply("scontrol", "echo 'MaxArraySize = 20'");
   engine_.reply("sbatch",
                 "printf '%s|' \"$SBATCH_WAIT\" \"$SBATCH_WAIT_ALL_NODES\" "
-                "\"$SCANCEL_NAME\" >&2; echo 12");
+                "\"$SBATCH_QOS\" >&2; echo 12");
   engine_.reply("sbatch", 2, "exit 1");
   engine_.reply("scancel", "printf '%s|' \"$SBATCH_WAIT\" \"$SCANCEL_NAME\" >&2; exit 1");
   ProcessOptions options = submit({});
-  options.environment.insert(
-      options.environment.end(),
-      {{"SBATCH_WAIT", "1"}, {"SBATCH_WAIT_ALL_NODES", "0"}, {"SCANCEL_NAME", "name"}});
+  options.environment.insert(options.environment.end(), {{"SBATCH_WAIT", "1"},
+                                                         {"SBATCH_WAIT_ALL_NODES", "0"},
+                                                         {"SBATCH_QOS", "low"},
+                                                         {"SCANCEL_NAME", "name"}});
   const ProcessResult result = runProcess(options);
-  EXPECT_EQ(result.error, withWarning("|0|name|runlet-job: submit: sbatch failed with exit code 1\n"
+  EXPECT_EQ(result.error, withWarning("|0|low|runlet-job: submit: sbatch failed with exit code 1\n"
                                       "runlet-job: submit: array 12 is left: 1||\n"));
 }
 
 TEST_F(Submit, SubmitsNothingWhenItIsToTellTheCommandsAlone) {
   write(quietJob(2).set("LogFolder", "logs"));
-  const std::string command =
-      "sbatch --parsable '--comment=" + comment("0:1:2:2") + "' '--job-name=job' '--array=1-2' " +
-      "--requeue '--open-mode=truncate' '--output=" + folder_.file("logs/job-%1a.log") +
-      "' '--chdir=" + folder_.path() + "' '--time=5' /dev/stdin " + ownPath() + " " + jobFile_ +
-      " 0 <<'END'\n" + taskScript + "END\n";
-  expectSubmit({"--dry-run"}, command, "", "exit 0");
+  std::string command = "(umask 0022\n";
+  if (geteuid() == 0) {
+    command += "/usr/bin/env -i 'HOME=" + std::string(getpwuid(0)->pw_dir) +
+               "' 'LOGNAME=root' 'PATH=" + engine_.path() + "' 'SHELL=" + getpwuid(0)->pw_shell +
+               "' 'USER=root' ";
+  }
+  command += "sbatch --parsable '--comment=" + comment("0:1:2:2") +
+             "' '--job-name=job' '--array=1-2' " +
+             "--requeue '--open-mode=truncate' '--output=" + folder_.file("logs/job-%1a.log") +
+             "' '--chdir=" + folder_.path() + "' '--time=5' /dev/stdin " + ownPath() + " " +
+             jobFile_ + " 0 <<'END'\n" + taskScript + "END\n)\n";
+  ProcessOptions options = submit({"--dry-run"});
+  options.prepare = [this] { haveOnly({{"PATH", engine_.path()}}); };
+  expectTool(runProcess(options), command, withWarning(""), "exit 0");
   EXPECT_EQ(engine_.calls("sbatch"), Calls{});
   EXPECT_FALSE(std::filesystem::exists(folder_.file("logs")));
+}
+
+// Every kind of variable that goes on, and some that do not.
+const Variables variablesOfRoot = {{"HOME", "/root"},
+                                   {"LANG", "C"},
+                                   {"LANGUAGE", "en"},
+                                   {"LC_ALL", "C"},
+                                   {"LC_TIME", "C"},
+                                   {"LD_LIBRARY_PATH", "/root/lib"},
+                                   {"LOGNAME", "root"},
+                                   {"PATHS", "/root"},
+                                   {"SBATCH_QOS", "night"},
+                                   {"SBATCH_WAIT", "1"},
+                                   {"SECRET_TOKEN", "x"},
+                                   {"SLURM_CLUSTERS", "lab"},
+                                   {"SLURM_CONF", "/etc/slurm.conf"},
+                                   {"SLURM_JWT", "x"},
+                                   {"SLURM_UMASK", "0000"},
+                                   {"TZ", "UTC"},
+                                   {"USER", "root"}};
+
+TEST_F(Submit, HandsOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
+  REQUIRE_ROOT();
+  write(quietJob(1).set("uid", std::to_string(otherId)));
+  std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
+  const passwd* const user = getpwuid(otherId);
+  ASSERT_NE(user, nullptr);
+  expectEnvironment(
+      submit({}), variablesOfRoot,
+      std::string("HOME=") + user->pw_dir + "\nLANG=C\nLANGUAGE=en\nLC_ALL=C\n" +
+          "LC_TIME=C\nLOGNAME=" + user->pw_name + "\nPATH=" + engine_.path() +
+          "\nSBATCH_QOS=night\nSHELL=" + user->pw_shell +
+          "\nSLURM_CLUSTERS=lab\nSLURM_CONF=/etc/slurm.conf\nTZ=UTC\nUSER=" + user->pw_name + "\n");
+}
+
+TEST_F(Submit, HandsOnTheVariablesOfRootThatAreNamed) {
+  REQUIRE_ROOT();
+  write(quietJob(1));
+  const passwd* const user = getpwuid(0);
+  expectEnvironment(
+      submit({"--keep-env", "LICENCE", "--keep-env", "HOME", "--keep-env=NONE", "--keep-env=LIC"}),
+      {{"HOME", "/opt"}, {"LICENCE", "27000@server"}, {"OTHER", "x"}},
+      "HOME=/opt\nLICENCE=27000@server\nLOGNAME=root\nPATH=" + engine_.path() +
+          "\nSHELL=" + user->pw_shell + "\nUSER=root\n");
+}
+
+TEST_F(Submit, KnowsNothingOfAUserWhomTheSystemDoesNotKnow) {
+  REQUIRE_ROOT();
+  uid_t unknown = 61234;
+  while (getpwuid(unknown) != nullptr) ++unknown;
+  write(quietJob(1).set("uid", std::to_string(unknown)));
+  std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
+  expectEnvironment(submit({}), {{"HOME", "/root"}}, "PATH=" + engine_.path() + "\n");
+}
+
+TEST_F(Submit, HandsOnTheEnvironmentOfAnybodyElse) {
+  folder_.makeFolder("logs", 0777);
+  write(quietJob(1).set("LogFolder", "logs"));
+  const std::string expected = "HOME=/home/x\nPATH=" + engine_.path() + "\nSECRET_TOKEN=x\n";
+  expectEnvironment(
+      unprivileged({"--keep-env", "OTHER"}),
+      {{"HOME", "/home/x"}, {"SBATCH_WAIT", "1"}, {"SECRET_TOKEN", "x"}, {"SLURM_UMASK", "0"}},
+      expected);
+}
+
+TEST_F(Submit, HasLogsMadeUnderTheJobsMask) {
+  engine_.reply("sbatch", "umask >&2; echo 12");
+  const std::pair<const char*, const char*> rows[] = {
+      {"0", "0022"},  {"18", "0022"},  {"63", "0077"},
+      {"23", "0027"}, {"511", "0777"}, {"-1", "0777"},
+  };
+  for (const auto& [mask, expected] : rows) {
+    write(quietJob(1).set("umask", mask));
+    const std::string error = run({}).error;
+    EXPECT_EQ(error.substr(error.find_last_of('\n', error.size() - 2) + 1),
+              std::string(expected) + "\n")
+        << mask;
+  }
 }
 
 // What a user can write: nothing of it is taken for anything else, by the program or by a shell.
@@ -516,6 +629,7 @@ TEST_F(Submit, RefusesAWrongCommandLine) {
       {{"--failed-of", "12_1"}, "--failed-of: 12_1 is no id of an array"},
       {{"--sbatch-option", "--wait"},
        "--sbatch-option: --wait cannot be given, for runlet-job sets it or depends on it"},
+      {{"--keep-env", "A=b"}, "--keep-env: A=b is no name of a variable"},
       {{"--sbatch-option=x"},
        "--sbatch-option: x is no option: write an option with its value in one word, as --mem=4G"},
       {{"--sbatch-option"}, "--sbatch-option: 1 required OPTION missing"},
