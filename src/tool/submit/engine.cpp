@@ -1,5 +1,6 @@
 #include "tool/submit/engine.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,12 +62,15 @@ std::string failureOf(const std::string& program, const ProgramResult& result) {
   if (result.startError != 0) {
     return "cannot run " + program + ": " + std::strerror(result.startError);
   }
+  if (result.answerError != 0) {
+    return "the answer of " + program + " is lost: " + std::strerror(result.answerError);
+  }
   const std::string text = result.error.substr(0, result.error.find('\n'));
   return text.empty() ? program + " " + describe(endOfStatus(result.waitStatus)) : text;
 }
 
 bool hasSucceeded(const ProgramResult& result) {
-  return result.startError == 0 && result.waitStatus == 0;
+  return result.startError == 0 && result.answerError == 0 && result.waitStatus == 0;
 }
 
 bool hasSaid(const ProgramResult& result, std::string_view text) {
@@ -79,6 +83,29 @@ void say(const std::string& text) {
 
 void passOn(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+// Why there is no array to be relied on. What sbatch wrote to standard error has been passed on.
+std::string complaintOf(const ProgramResult& result) {
+  if (result.startError != 0 || result.answerError != 0) return failureOf("sbatch", result);
+  if (result.waitStatus != 0) return "sbatch " + describe(endOfStatus(result.waitStatus));
+  std::string text = "sbatch has told no id, but";
+  appendShellWord(result.output, &text);
+  return text;
+}
+
+// An sbatch that ends by itself and tells of a failure has queued nothing.
+bool mayHaveQueued(const ProgramResult& result) {
+  const bool hasRefused = result.answerError == 0 && WIFEXITED(result.waitStatus) &&
+                          WEXITSTATUS(result.waitStatus) != 0;
+  return result.startError == 0 && !hasRefused;
+}
+
+std::string whereToLook(const SbatchCommand& command) {
+  std::string text = "an array may be queued all the same; before you submit again, look for " +
+                     command.comment + " in: squeue --Format=ArrayJobID,Comment:200";
+  appendShellWord("--name=" + command.name, &text);
+  return text;
 }
 
 void addCluster(const ArrayId& array, Words* arguments) {
@@ -137,21 +164,14 @@ std::int64_t askMaxArraySize() {
   return readMaxArraySize(result.output).value_or(defaultMaxArraySize);
 }
 
-std::optional<ArrayId> submitArray(const SbatchCommand& command) {
+Submission submitArray(const SbatchCommand& command) {
   const ProgramResult result = runSbatch(command);
   passOn(result.error);
-  if (!hasSucceeded(result)) {
-    say(result.startError != 0 ? failureOf("sbatch", result)
-                               : "sbatch " + describe(endOfStatus(result.waitStatus)));
-    return std::nullopt;
-  }
-  std::optional<ArrayId> array = readReply(result.output);
-  if (!array) {
-    std::string text = "sbatch has told no id, but";
-    appendShellWord(result.output, &text);
-    say(text);
-  }
-  return array;
+  const std::optional<ArrayId> id = readReply(result.output);
+  const bool isSound = hasSucceeded(result) && id;
+  if (!isSound) say(complaintOf(result));
+  if (!id && mayHaveQueued(result)) say(whereToLook(command));
+  return {id, isSound};
 }
 
 bool cancelArray(const ArrayId& array) {

@@ -117,8 +117,12 @@ SbatchCommand sbatchCommand(const Batch& batch, const SubmitOptions& options,
   words.insert(words.end(), options.sbatchOptions.begin(), options.sbatchOptions.end());
   words.emplace_back("/dev/stdin");
   addScriptArguments(batch, part, &words);
-  return {words, part.layout.chunk > 1 ? chunkScript : taskScript,
-          sbatchEnvironment(batch.context, options.keptVariables), sbatchMask(batch.context)};
+  return {words,
+          part.layout.chunk > 1 ? chunkScript : taskScript,
+          batch.name,
+          commentOf(batch, part),
+          sbatchEnvironment(batch.context, options.keptVariables),
+          sbatchMask(batch.context)};
 }
 
 std::string shellText(const SbatchCommand& command) {

@@ -14,6 +14,8 @@ namespace runlet_tool {
 struct SbatchCommand {
   std::vector<std::string> arguments;    // sbatch itself first
   std::string script;                    // for its standard input
+  std::string name;                      // of the array
+  std::string comment;                   // on it
   std::vector<std::string> environment;  // each as "NAME=VALUE"
   mode_t mask;                           // for new files
 };

@@ -42,9 +42,9 @@ bool submitAll(const Batch& batch, const SubmitOptions& options,
                std::vector<SubmittedArray>* arrays) {
   for (const ArrayPart& part : parts) {
     const SbatchCommand command = sbatchCommand(batch, options, part);
-    const std::optional<ArrayId> id = submitArray(command);
-    if (id) arrays->push_back({*id, part});
-    if (id && !hold.isInterrupted()) continue;
+    const Submission submission = submitArray(command);
+    if (submission.id) arrays->push_back({*submission.id, part});
+    if (submission.isSound && !hold.isInterrupted()) continue;
     cancel(*arrays);
     return false;
   }
@@ -57,11 +57,15 @@ std::string arrayIdsText(const std::vector<SubmittedArray>& arrays, const char* 
   return text;
 }
 
-std::string farewellText(const std::vector<SubmittedArray>& arrays) {
+std::string listed(const std::vector<SubmittedArray>& arrays) {
   std::string ids = arrayIdsText(arrays, " ");
   ids.pop_back();
+  return ids;
+}
+
+std::string farewellText(const std::vector<SubmittedArray>& arrays) {
   return std::string(overBar()) + "runlet-job: submit: the tasks go on; to stop them: scancel " +
-         ids + "\n";
+         listed(arrays) + "\n";
 }
 
 int submitParts(const Batch& batch, const SubmitOptions& options,
@@ -71,6 +75,7 @@ int submitParts(const Batch& batch, const SubmitOptions& options,
   if (!submitAll(batch, options, parts, hold, &arrays)) return exitUnreadable;
   put(arrayIdsText(arrays, "\n"));
   std::fflush(stdout);  // the ids are wanted even if the waiting ends early
+  if (std::ferror(stdout) != 0) say("queued: " + listed(arrays));
   if (!options.isWaiting) return exitFine;
   const Farewell farewell(farewellText(arrays));
   hold.release();

@@ -47,6 +47,20 @@ class Submit : public SubmitTest {
     engine_.reply("sbatch", "echo 12");
   }
 
+  // How the array is to be found that may be there without an id.
+  std::string whereToLook(const std::string& numbers) const {
+    return "runlet-job: submit: an array may be queued all the same; before you submit again, look "
+           "for " +
+           comment(numbers) + " in: squeue --Format=ArrayJobID,Comment:200 '--name=job'\n";
+  }
+
+  ProcessOptions withFault(const std::string& fault) const {
+    ProcessOptions options = submit({});
+    options.environment.insert(options.environment.end(),
+                               {{"LD_PRELOAD", faultsPath}, {"RUNLET_FAULT", fault}});
+    return options;
+  }
+
   // Takes all variables from the process but these.
   static void haveOnly(const Variables& variables) {
     clearenv();
@@ -337,14 +351,77 @@ TEST_F(Submit, PassesOnWhatTheEngineSays) {
   engine_.reply("sbatch", "echo 'sbatch: error: no' >&2; exit 3");
   expectSubmit({}, "", "sbatch: error: no\nrunlet-job: submit: sbatch failed with exit code 3\n",
                "exit 2");
-  engine_.reply("sbatch", "echo 12; kill -9 $$");
-  expectSubmit({}, "", "runlet-job: submit: sbatch killed by signal 9 (Killed)\n", "exit 2");
   engine_.reply("sbatch", "printf 'job\\033 12\\n'");
-  expectSubmit({}, "", "runlet-job: submit: sbatch has told no id, but $'job\\033 12\\012'\n",
+  expectSubmit({}, "",
+               "runlet-job: submit: sbatch has told no id, but $'job\\033 12\\012'\n" +
+                   whereToLook("0:1:1:1"),
                "exit 2");
   engine_.remove("sbatch");
   expectSubmit({}, "", "runlet-job: submit: cannot run sbatch: No such file or directory\n",
                "exit 2");
+}
+
+// It may have ended after it had the engine queue the array.
+TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
+  write(quietJob(1));
+  engine_.reply("sbatch", "kill -9 $$");
+  expectSubmit({}, "",
+               "runlet-job: submit: sbatch killed by signal 9 (Killed)\n" + whereToLook("0:1:1:1"),
+               "exit 2");
+  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+  engine_.reply("sbatch", "echo '12;lab'; kill -9 $$");
+  expectSubmit({}, "",
+               "runlet-job: submit: sbatch killed by signal 9 (Killed)\n"
+               "runlet-job: submit: what had been submitted has been cancelled\n",
+               "exit 2");
+  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12", "--clusters=lab"}}));
+}
+
+TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheAnswerIsLost) {
+  write(quietJob(20));
+  engine_.reply("sbatch", "echo 12; echo no room >&2");
+  expectTool(runProcess(withFault("lost-answers")), "",
+             withWarning("runlet-job: submit: the answer of sbatch is lost: Input/output error\n" +
+                         whereToLook("0:1:20:20")),
+             "exit 2");
+  EXPECT_EQ(engine_.calls("sbatch").size(), 1U);
+  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+}
+
+TEST_F(Submit, CancelsAnArrayWhoseSubmissionMayNotHaveEnded) {
+  write(quietJob(1));
+  expectTool(runProcess(withFault("lost-ends")), "",
+             withWarning("runlet-job: submit: the answer of sbatch is lost: No child processes\n"
+                         "runlet-job: submit: array 12 is left: the answer of scancel is lost: No "
+                         "child processes\n"),
+             "exit 2");
+  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}}));
+  engine_.reply("sbatch", "");
+  expectTool(runProcess(withFault("lost-ends")), "",
+             withWarning("runlet-job: submit: the answer of sbatch is lost: No child processes\n" +
+                         whereToLook("0:1:1:1")),
+             "exit 2");
+}
+
+TEST_F(Submit, SaysThatThereIsNoProcessForSbatch) {
+  write(quietJob(1));
+  expectTool(
+      runProcess(withFault("no-process")), "",
+      withWarning("runlet-job: submit: cannot run sbatch: Resource temporarily unavailable\n"),
+      "exit 2");
+  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+}
+
+// Whatever has been lost, the command does not try it a second time.
+TEST_F(Submit, IsNotTriedAgainForTheFailedTasksOfAnArray) {
+  write(quietJob(2));
+  engine_.reply("squeue", 1, "echo '" + comment("0:1:2:2") + "'");
+  engine_.reply("squeue", "echo 9 1 FAILED 256; echo 9 2 COMPLETED 0");
+  engine_.reply("sbatch", "kill -9 $$");
+  expectSubmit({"--failed-of", "9"}, "",
+               "runlet-job: submit: sbatch killed by signal 9 (Killed)\n" + whereToLook("0:1:1:1"),
+               "exit 2");
+  EXPECT_EQ(engine_.calls("sbatch").size(), 1U);
 }
 
 TEST_F(Submit, LeavesNothingWhereALaterArrayIsRefused) {
@@ -649,7 +726,9 @@ TEST_F(Submit, TellsWhenTheIdCannotBeWritten) {
   ProcessOptions options = submit({});
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
   expectTool(runProcess(options), "",
-             withWarning("runlet-job: cannot write: No space left on device\n"), "exit 2");
+             withWarning("runlet-job: submit: queued: 12\n"
+                         "runlet-job: cannot write: No space left on device\n"),
+             "exit 2");
 }
 
 }  // namespace
