@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "tool/batch/end_lines.h"
 #include "tool/batch/task_user.h"
@@ -34,7 +35,10 @@ std::string lastLines(int file, off_t size) {
 
 // Empty where there is no such file that can be read.
 std::string lastLines(const std::string& path) {
-  // A link could lead to what is not the task's user's, a pipe would be waited for.
+  // To open a pipe or a device may do something to it, and be waited for; a link could lead to what
+  // is not the tasks' user's. Whoever exchanges the file meanwhile has it opened, but not read.
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(path, error))) return "";
   const int file = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (file == -1) return "";
   struct stat status = {};
