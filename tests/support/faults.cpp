@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pwd.h>
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -92,6 +93,26 @@ extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
                                                               isShort && size > 100 ? 100 : size);
 }
 
+// Answers of programs that cannot be read.
+extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t place) {
+  if (faultIs("lost-answers")) {
+    errno = EIO;
+    return -1;
+  }
+  using Function = ssize_t (*)(int, void*, std::size_t, off_t);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pread"))(descriptor, buffer, size, place);
+}
+
+// A system that has no room for another process.
+extern "C" int posix_spawnp(pid_t* pid, const char* file, const posix_spawn_file_actions_t* actions,
+                            const posix_spawnattr_t* attributes, char* const* arguments,
+                            char* const* environment) {
+  if (faultIs("no-process")) return EAGAIN;
+  using Function = decltype(&posix_spawnp);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "posix_spawnp"))(
+      pid, file, actions, attributes, arguments, environment);
+}
+
 // A system, or a part of one, that has no other ids than root's.
 static bool isRefused(unsigned id) {
   if (id == 0 || !faultIs("only-root")) return false;
@@ -124,6 +145,11 @@ extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
   using Function = pid_t (*)(pid_t, int*, int);
   const pid_t result =
       reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);
+  if (faultIs("lost-ends")) {
+    // As if somebody else had waited for the child.
+    errno = ECHILD;
+    return -1;
+  }
   if (!faultIs("interrupted-wait")) return result;
   // As if a signal had come while the child ran; a second wait would succeed.
   unsetenv("RUNLET_FAULT");

@@ -125,7 +125,8 @@ const Row rows[] = {
     {{"run", "--jobs", ""}, ""},
     {{"submit", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
     {{"submit", "-"},
-     "--chunk\n--dry-run\n--failed-of\n--help\n--partition\n--sbatch-option\n--throttle\n--wait\n"
+     "--chunk\n--dry-run\n--failed-of\n--help\n--keep-env\n--partition\n--sbatch-option\n--"
+     "throttle\n--wait\n"
      "-a\n-n\n-s\n"},
     {{"submit", "--throttle", ""}, ""},
     {{"submit", "--partition", "f"}, "farm\nfast\n"},

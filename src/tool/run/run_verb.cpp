@@ -6,13 +6,16 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <string>
 
+#include "tool/batch/end_lines.h"
 #include "tool/batch/job_batch.h"
 #include "tool/batch/logs.h"
 #include "tool/batch/summary.h"
 #include "tool/run/held_signals.h"
 #include "tool/run/scheduler.h"
 #include "tool/text/decimal.h"
+#include "tool/text/output.h"
 
 namespace runlet_tool {
 namespace {
@@ -23,6 +26,7 @@ constexpr std::chrono::seconds grace(10);
 struct RunOptions {
   BatchOptions batch;
   std::int32_t jobs = 1;
+  std::string endLinesId;  // empty = no lines for another runlet-job
 };
 
 std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
@@ -38,6 +42,11 @@ TaskSource taskSource(const Batch& batch) {
 }
 
 int runJob(const RunOptions& options) {
+  const std::string& id = options.endLinesId;
+  if (!id.empty() && !isEndLinesId(id)) {
+    std::fprintf(stderr, "runlet-job: run: --tell-ends: %s is no id\n", id.c_str());
+    return exitUnreadable;
+  }
   Batch batch;
   const int refusal = prepareBatch(options.batch, name, &batch);
   if (refusal != exitFine) return refusal;
@@ -47,6 +56,7 @@ int runJob(const RunOptions& options) {
   const RunOutcome outcome =
       runTasks(taskSource(batch), {options.jobs, timeLimitOf(batch), grace}, signals);
   const int status = writeSummary(batch, outcome.ends, stdout);
+  if (!id.empty()) put(endLines(id, batch.tasks, outcome.ends));
   if (outcome.signal != 0) {
     std::fflush(stdout);  // whether it worked no longer matters to the status
     endBySignal(outcome.signal);
@@ -64,6 +74,8 @@ void addRun(CLI::App* app, Action* action) {
       ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
+  // For the arrays of `submit` alone, and not shown.
+  verb->add_option("--tell-ends", options->endLinesId)->group("");
   verb->callback([=] { *action = [=] { return runJob(*options); }; });
 }
 

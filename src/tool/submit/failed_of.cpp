@@ -89,7 +89,7 @@ std::vector<TaskEnd> endsOf(const Batch& batch, const std::vector<KnownArray>& a
   std::vector<TaskEnd> ends(batch.tasks.size(), succeeded);
   for (const KnownArray& array : arrays) {
     for (const auto& [element, end] : statesOf(array.id, states)) {
-      setEnds(batch, array.origin.layout, element.second, end.value_or(notEnded), &ends);
+      setEnds(batch, array.origin.layout, element, end.value_or(notEnded), &ends);
     }
   }
   return ends;

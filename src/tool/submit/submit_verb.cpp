@@ -14,6 +14,7 @@
 #include "tool/submit/failed_of.h"
 #include "tool/submit/interruption.h"
 #include "tool/submit/sbatch_command.h"
+#include "tool/submit/sbatch_environment.h"
 #include "tool/submit/submit_options.h"
 #include "tool/submit/wait.h"
 #include "tool/text/decimal.h"
@@ -41,9 +42,9 @@ bool submitAll(const Batch& batch, const SubmitOptions& options,
                std::vector<SubmittedArray>* arrays) {
   for (const ArrayPart& part : parts) {
     const SbatchCommand command = sbatchCommand(batch, options, part);
-    const std::optional<ArrayId> id = submitArray(command.arguments, command.script);
-    if (id) arrays->push_back({*id, part});
-    if (id && !hold.isInterrupted()) continue;
+    const Submission submission = submitArray(command);
+    if (submission.id) arrays->push_back({*submission.id, part});
+    if (submission.isSound && !hold.isInterrupted()) continue;
     cancel(*arrays);
     return false;
   }
@@ -56,11 +57,15 @@ std::string arrayIdsText(const std::vector<SubmittedArray>& arrays, const char* 
   return text;
 }
 
-std::string farewellText(const std::vector<SubmittedArray>& arrays) {
+std::string listed(const std::vector<SubmittedArray>& arrays) {
   std::string ids = arrayIdsText(arrays, " ");
   ids.pop_back();
+  return ids;
+}
+
+std::string farewellText(const std::vector<SubmittedArray>& arrays) {
   return std::string(overBar()) + "runlet-job: submit: the tasks go on; to stop them: scancel " +
-         ids + "\n";
+         listed(arrays) + "\n";
 }
 
 int submitParts(const Batch& batch, const SubmitOptions& options,
@@ -70,6 +75,7 @@ int submitParts(const Batch& batch, const SubmitOptions& options,
   if (!submitAll(batch, options, parts, hold, &arrays)) return exitUnreadable;
   put(arrayIdsText(arrays, "\n"));
   std::fflush(stdout);  // the ids are wanted even if the waiting ends early
+  if (std::ferror(stdout) != 0) say("queued: " + listed(arrays));
   if (!options.isWaiting) return exitFine;
   const Farewell farewell(farewellText(arrays));
   hold.release();
@@ -145,6 +151,10 @@ void addSubmit(CLI::App* app, Action* action) {
       addRepeated(verb, "--sbatch-option", "OPTION",
                   "An option for sbatch, with its value in one word; may be repeated",
                   complaintAboutSbatchOption);
+  CLI::Option* keptVariables =
+      addRepeated(verb, "--keep-env", "NAME",
+                  "A variable of root's environment for the tasks, too; may be repeated",
+                  complaintAboutVariable);
   addFlags(verb, options.get());
   CLI::Option* failedOf = addRepeated(
       verb, "--failed-of", "JOBID",
@@ -152,6 +162,7 @@ void addSubmit(CLI::App* app, Action* action) {
   for (const char* name : {"-s", "-n", "--chunk"}) failedOf->excludes(verb->get_option(name));
   verb->callback([=] {
     options->sbatchOptions = sbatchOptions->results();
+    options->keptVariables = keptVariables->results();
     options->failedOf = failedOf->results();
     *action = [=] { return submit(*options); };
   });

@@ -262,6 +262,27 @@ TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasToldWhatIsLeft) {
   }
 }
 
+// For `submit`, which started it on a cluster.
+TEST_F(Run, TellsTheEndsInLinesThatAProgramReadsWhereItIsAskedTo) {
+  const Strings tasks = {"exit 3", "kill -9 $$", "exit 3", "kill -TERM $PPID; sleep 60", "exit 0"};
+  expectRun(run(tasks, {"--tell-ends", "ab:12_3"}),
+            line(1, "failed with exit code 3", tasks[0]) +
+                line(2, "killed by signal 9 (Killed)", tasks[1]) +
+                line(3, "failed with exit code 3", tasks[2]) + line(4, "interrupted", tasks[3]) +
+                line(5, "not started", tasks[4]) +
+                "5 tasks: 2 failed (1, 3), 1 killed (2), 1 interrupted (4), 1 not started (5)\n"
+                "runlet-job-ends ab:12_3 failed 3 1,3\n"
+                "runlet-job-ends ab:12_3 killed 9 2\n"
+                "runlet-job-ends ab:12_3 interrupted 0 4\n"
+                "runlet-job-ends ab:12_3 not-started 0 5\n",
+            "signal 15");
+}
+
+TEST_F(Run, TellsNoEndsWithAnIdThatIsNotOneWord) {
+  expectTool(run({"exit 0"}, {"--tell-ends", "a b"}), "",
+             "runlet-job: run: --tell-ends: a b is no id\n", "exit 2");
+}
+
 // The first process of a container cannot end by a signal of its own.
 TEST_F(Run, EndsWithTheStatusOfFailedTasksWhereNoSignalEndsIt) {
   REQUIRE_MOUNTS();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "fake_engine.h"
+#include "tool/submit/array_comment.h"
 
 namespace runlet_test {
 namespace {
@@ -147,9 +148,10 @@ TEST_F(FailedOf, IsRefusedWhereTheEngineDoesNotAnswer) {
 TEST_F(FailedOf, OfAnArrayOfChunksIsAboutTheirTasks) {
   write(quietJob(12));
   know({{"12", comment("3:4:12:3")}}, "12 0 FAILED 256\\n12 1 COMPLETED 0\\n12 2 FAILED 256\\n");
-  folder_.write("job-chunk-0.log",
-                "task 3: succeeded: x\ntask 4: failed with exit code 1: x\ntask 5: not started: x\n"
-                "task 6: succeeded: x\ntask 7: failed with exit code 1: x\n");
+  const std::string label = "runlet-job-ends " + runlet_tool::jobHash(jobFile_) + ":12_0 ";
+  folder_.write("job-chunk-0.log", "task 6: failed with exit code 1: x\n" + label +
+                                       "succeeded 0 3,6\n" + label + "failed 1 4,7\n" + label +
+                                       "not-started 0 5\n");
   expectArray({"12"}, "4-5,11-12", 4, 12, "");
 }
 
