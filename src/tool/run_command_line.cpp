@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "tool/check/check_verb.h"
 #include "tool/exec/become_task.h"
@@ -56,9 +57,7 @@ int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, const ch
   return app.exit(error) == 0 ? finish(exitFine) : refusal(app);
 }
 
-}  // namespace
-
-int runCommandLine(int argc, const char* const* argv) {
+int readAndDo(int argc, const char* const* argv) {
   CLI::App app("Makes, shows, checks and runs job files.", "runlet-job");
   app.set_version_flag("--version", "runlet-job " RUNLET_VERSION);
   app.require_subcommand(1);
@@ -78,6 +77,17 @@ int runCommandLine(int argc, const char* const* argv) {
     return refuse(app, error, argc, argv);
   }
   return finish(action());
+}
+
+}  // namespace
+
+int runCommandLine(int argc, const char* const* argv) {
+  try {
+    return readAndDo(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::fputs("runlet-job: out of memory\n", stderr);
+    return argc > 1 && std::strcmp(argv[1], "exec") == 0 ? exitNoTask : exitUnreadable;
+  }
 }
 
 }  // namespace runlet_tool
