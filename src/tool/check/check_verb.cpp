@@ -12,6 +12,7 @@
 #include "tool/check/inspect.h"
 #include "tool/text/output.h"
 #include "tool/text/terminal.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -43,7 +44,8 @@ int check(const CheckOptions& options) {
     if (options.inJson) {
       jobs.push_back(findingsJson(job, report));
     } else {
-      put(findingsText(job, report, wantsColour(stdout)) + summaryText(job, report));
+      const std::string shownFile = visible(job);
+      put(findingsText(shownFile, report, wantsColour(stdout)) + summaryText(shownFile, report));
     }
   }
   if (options.inJson) {
@@ -67,7 +69,7 @@ int explain(const std::vector<std::string>& codes) {
   for (const std::string& code : codes) {
     const Rule* rule = findRule(code);
     if (rule == nullptr) {
-      std::fprintf(stderr, "runlet-job: explain: there is no finding %s\n", code.c_str());
+      std::fprintf(stderr, "runlet-job: explain: there is no finding %s\n", visible(code).c_str());
       status = exitUnreadable;
       continue;
     }

@@ -9,6 +9,7 @@
 
 #include "tool/submit/subprocess.h"
 #include "tool/text/shell_quote.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -56,7 +57,7 @@ std::string failureOf(const std::string& program, const ProgramResult& result) {
   if (result.startError != 0) {
     return "cannot run " + program + ": " + std::strerror(result.startError);
   }
-  const std::string text = result.error.substr(0, result.error.find('\n'));
+  const std::string text = visible(result.error.substr(0, result.error.find('\n')));
   return text.empty() ? program + " " + describe(endOfStatus(result.waitStatus)) : text;
 }
 
@@ -72,7 +73,8 @@ void say(const std::string& text) {
   std::fprintf(stderr, "runlet-job: submit: %s\n", text.c_str());
 }
 
-void passOn(const std::string& text) {
+void passOn(const std::string& error) {
+  const std::string text = visibleLines(error);
   std::fwrite(text.data(), 1, text.size(), stderr);
 }
 

@@ -103,13 +103,14 @@ std::string placeOf(const Json& job, const Found& found) {
   return file + ":" + std::to_string(found.line) + ":" + std::to_string(found.column);
 }
 
-// Every control character as \xNN.
+// TAB as \t, every other ASCII control character as \xNN.
 std::string visible(const std::string& text) {
   std::string out;
   for (const char c : text) {
     char code[8];
     std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(c));
-    out += c >= '\0' && c < ' ' ? std::string(code) : std::string(1, c);
+    const bool isControl = c >= '\0' && c < ' ';
+    out += c == '\t' ? "\\t" : isControl ? std::string(code) : std::string(1, c);
   }
   return out;
 }
