@@ -16,7 +16,7 @@ struct Question {
 };
 
 // Nothing is run and nothing changed. Without an error among the findings the adapter starts every
-// task; with one it does not (but see RuleId::shellInChmod).
+// task; with one it does not, unless that is an error for its danger alone (see isOfDanger).
 Report inspect(const Question& question);
 
 }  // namespace runlet_tool

@@ -245,10 +245,13 @@ Summary Findings::summaryOf(const std::string& sample) const {
   const Json json = Json::parse(result.output, nullptr, false);
   if (!json.is_object()) return {result.error, 0, 0};
   const Json& job = json.at("jobs").at(0);
-  Summary summary{"", job.at("errors"), job.at("tasks")};
+  Summary summary{"", 0, job.at("tasks")};
   for (const Json& finding : job.at("findings")) {
     if (!summary.codes.empty()) summary.codes += ' ';
-    summary.codes += finding.at("code").get<std::string>();
+    const auto code = finding.at("code").get<std::string>();
+    summary.codes += code;
+    const bool isOfDanger = code == "RJ034" || code == "RJ076";
+    if (finding.at("severity") == "error" && !isOfDanger) ++summary.errors;
   }
   return summary;
 }
