@@ -14,6 +14,7 @@
 #include "tool/run/run_verb.h"
 #include "tool/schema/schema_verb.h"
 #include "tool/submit/submit_verb.h"
+#include "tool/text/visible.h"
 #include "tool/verb.h"
 
 namespace runlet_tool {
@@ -36,7 +37,7 @@ int finish(int status) {
 // What is wrong with the command line, in one line, and where to read on.
 std::string complaint(const CLI::App* app, const CLI::Error& error) {
   std::string text = "runlet-job: ";
-  return text.append(error.what()) + "\nSee: " + app->get_name() + " --help\n";
+  return text.append(visible(error.what())) + "\nSee: " + app->get_name() + " --help\n";
 }
 
 // What a wrong command line ends with.
@@ -51,7 +52,8 @@ bool isUnknownVerb(const CLI::App& app, int argc, const char* const* argv) {
 
 int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, const char* const* argv) {
   if (isUnknownVerb(app, argc, argv)) {
-    std::fprintf(stderr, "runlet-job: There is no verb %s\nSee: runlet-job --help\n", argv[1]);
+    std::fprintf(stderr, "runlet-job: There is no verb %s\nSee: runlet-job --help\n",
+                 visible(argv[1]).c_str());
     return exitUnreadable;
   }
   return app.exit(error) == 0 ? finish(exitFine) : refusal(app);

@@ -106,7 +106,7 @@ const Row rows[] = {
     {{"expand", "-a", "f"}, "frames.tsv\n"},
     {{"expand", "-u", "roo"}, "root\n"},
     {{"check", "dawn.xml", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
-    {{"check", "--"}, "--help\n--host\n--json\n--strict\n"},
+    {{"check", "--"}, "--all\n--help\n--host\n--json\n--strict\n"},
     {{"check", "--strict", "d"}, "dawn.xml\ndusk light.xml\n"},
     {{"explain", "RJ00"}, "RJ001\nRJ002\nRJ003\nRJ004\nRJ005\nRJ006\nRJ007\nRJ008\nRJ009\n"},
     {{"explain", "RJ001", "RJ002"}, "RJ002\n"},

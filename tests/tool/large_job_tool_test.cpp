@@ -71,8 +71,8 @@ class LargeJobTool : public testing::Test {
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
     std::string expected;
     for (std::size_t i = 0; i < job.lists.taskList.size(); ++i) {
-      expected += "task " + std::to_string(i + 1) + "\n  Calling '" + lineOf(job, pattern, i) +
-                  "' from '/srv/clouds'\n";
+      expected += "task " + std::to_string(i + 1) + "\n  Calling '" +
+                  shown(lineOf(job, pattern, i)) + "' from '/srv/clouds'\n";
     }
     EXPECT_EQ(difference(expected, callingLines(result.output)), "");
     if (text.size() <= longestForJson) expectJson(job, pattern);
@@ -101,6 +101,13 @@ class LargeJobTool : public testing::Test {
  private:
   static std::string lineOf(const LargeJob& job, const std::string& pattern, std::size_t index) {
     return fillIn(job.lists, pattern, static_cast<std::int32_t>(index)).text;
+  }
+
+  // As it is shown to people: of what the jobs hold only the TAB is not shown as it is.
+  static std::string shown(const std::string& line) {
+    std::string text;
+    for (const char c : line) text += c == '\t' ? "\\t" : std::string(1, c);
+    return text;
   }
 
   // The first line of every task and the one that the adapter writes, without the others.

@@ -14,7 +14,9 @@
 #include "tool/expand/loading.h"
 #include "tool/system/paths.h"
 #include "tool/text/format.h"
+#include "tool/text/shell_quote.h"
 #include "tool/text/terminal.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -30,8 +32,10 @@ std::string requestUser() {
 void sayWarnings(const AdapterContext& context, const char* verb, const Report& report) {
   const std::size_t count = report.count(Severity::warning);
   if (count == 0) return;
-  std::fprintf(stderr, "runlet-job: %s: %s; see: runlet-job check %s\n", verb,
-               quantity(count, "warning").c_str(), context.jobFile.c_str());
+  std::string command = "runlet-job check";
+  appendShellWord(context.jobFile, &command);
+  std::fprintf(stderr, "runlet-job: %s: %s; see: %s\n", verb, quantity(count, "warning").c_str(),
+               command.c_str());
 }
 
 int checkJob(const AdapterContext& context, const char* verb) {
@@ -40,8 +44,9 @@ int checkJob(const AdapterContext& context, const char* verb) {
     sayWarnings(context, verb, report);
     return exitFine;
   }
-  const std::string text = findingsText(context.jobFile, report, wantsColour(stderr)) +
-                           summaryText(context.jobFile, report);
+  const std::string shownFile = visible(context.jobFile);
+  const std::string text =
+      findingsText(shownFile, report, wantsColour(stderr)) + summaryText(shownFile, report);
   std::fputs(text.c_str(), stderr);
   return report.isReadable ? exitFailing : exitUnreadable;
 }
@@ -50,7 +55,7 @@ int checkJob(const AdapterContext& context, const char* verb) {
 bool reload(AdapterContext* context) {
   const LoadResult result = loadJob(context);
   const bool isLoaded = result.loading == Loading::loaded;
-  if (!isLoaded) std::fprintf(stderr, "%s\n", result.message.c_str());
+  if (!isLoaded) std::fprintf(stderr, "%s\n", shownMessage(result).c_str());
   return isLoaded;
 }
 
@@ -67,7 +72,7 @@ bool selectTasks(const char* verb, Batch* batch) {
   }
   if (!batch->tasks.empty()) return true;
   std::fprintf(stderr, "runlet-job: %s: %s has no task in that range, only %s\n", verb,
-               batch->context.jobFile.c_str(),
+               visible(batch->context.jobFile).c_str(),
                quantity(batch->context.taskList.size(), "task").c_str());
   return false;
 }

@@ -11,6 +11,7 @@
 #include "tool/batch/task_user.h"
 #include "tool/system/paths.h"
 #include "tool/text/format.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -40,7 +41,7 @@ bool makeLogFolder(const Batch& batch, const char* verb) {
   const int error = user.isTaken() ? makeWritable(batch.logFolder) : errno;
   if (error == 0) return true;
   std::fprintf(stderr, "runlet-job: %s: no logs can be written to %s: %s\n", verb,
-               batch.logFolder.c_str(), std::strerror(error));
+               visible(batch.logFolder).c_str(), std::strerror(error));
   return false;
 }
 

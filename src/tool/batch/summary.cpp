@@ -9,6 +9,7 @@
 #include "tool/text/shell_quote.h"
 #include "tool/text/task_numbers.h"
 #include "tool/text/terminal.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -22,7 +23,7 @@ using Totals = std::map<std::pair<Ending, std::string>, TaskNumbers>;
 
 std::string endingName(const Totals::value_type& total) {
   const auto& [ending, word] = total.first;
-  return ending == Ending::other ? word : totalNames[static_cast<std::size_t>(ending)];
+  return ending == Ending::other ? visible(word) : totalNames[static_cast<std::size_t>(ending)];
 }
 
 // "6 tasks: 4 succeeded, 2 failed (3, 5)"
@@ -44,7 +45,7 @@ std::string taskText(const Batch& batch, std::int32_t task, const TaskEnd& end, 
   previewCommand(batch.context, task - 1, preview);
   const bool isFine = end.ending == Ending::succeeded;
   std::string text = "task " + std::to_string(task) + ": ";
-  text += coloured(describe(end), isFine ? Colour::none : Colour::red, hasColour);
+  text += coloured(visible(describe(end)), isFine ? Colour::none : Colour::red, hasColour);
   text.append(": ").append(shellCommand(preview->words)).append("\n");
   if (isFine || end.ending == Ending::notStarted) return text;
   std::string log;

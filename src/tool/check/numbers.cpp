@@ -68,16 +68,9 @@ bool isId(const Number& number) {
 }
 
 void inspectDigits(const Number& number, Inspection* inspection) {
-  if (hasDigits(number)) return;
-  const std::string name = number.name;
-  if (isId(number)) {
-    findNumber(number, RuleId::idWithoutDigits, "This is no number and counts as 0, which is root.",
-               "Write the number of the " + std::string(name == "uid" ? "user." : "group."),
-               inspection);
-  } else {
-    findNumber(number, RuleId::noDigits, "This is no number and counts as 0.",
-               "Write a decimal number.", inspection);
-  }
+  if (hasDigits(number) || isId(number)) return;
+  findNumber(number, RuleId::noDigits, "This is no number and counts as 0.",
+             "Write a decimal number.", inspection);
 }
 
 void inspectRest(const Number& number, Inspection* inspection) {
@@ -133,15 +126,37 @@ void inspectMask(const Number& number, Inspection* inspection) {
   }
 }
 
+// Whether the file has a plain 0 there, and nothing more. What the text has become may be less.
+bool saysZero(const Number& number, const Source& source) {
+  if (isCutOff(*number.node)) return false;
+  const std::size_t begin = source.offsetOf(*number.node);
+  std::string_view text = source.text();
+  text = text.substr(begin, source.textEnd(begin) - begin);
+  text = text.substr(0, text.find_last_not_of(whiteSpace) + 1);
+  if (text.starts_with('-') || text.starts_with('+')) text.remove_prefix(1);
+  return !text.empty() && text.find_first_not_of('0') == std::string_view::npos;
+}
+
+// Yields whether there is something to find.
+bool inspectHiddenRoot(const Number& number, const char* whose, Inspection* inspection) {
+  if (number.value != 0 || saysZero(number, *inspection->source)) return false;
+  findNumber(number, RuleId::hiddenRoot,
+             hasDigits(number) ? "This comes to 0, which is root, without being written so."
+                               : "This is no number and counts as 0, which is root.",
+             std::string("Write the number of the ") + whose + ".", inspection);
+  return true;
+}
+
 void inspectUser(const Number& number, Inspection* inspection) {
   inspection->uid = placeOf(*number.node);
-  if (number.value != 0 || !hasDigits(number)) return;
+  if (inspectHiddenRoot(number, "user", inspection) || number.value != 0) return;
   findNumber(number, RuleId::rootUser, "User 0 is root: the tasks have all rights on the machine.",
              "Write the number of a user without such rights.", inspection);
 }
 
 void inspectGroup(const Number& number, Inspection* inspection) {
   inspection->gid = placeOf(*number.node);
+  inspectHiddenRoot(number, "group", inspection);
 }
 
 void inspectTimeLimit(const Number& number, Inspection* inspection) {

@@ -4,6 +4,8 @@
 #include <stdexcept>
 
 #include "job/strip_brace.h"
+#include "tool/text/utf8.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -17,12 +19,14 @@ bool hasContent(const TiXmlNode* node) {
 }
 
 void findCutOff(const TiXmlNode& node, const std::string& name, Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::cutOffText)) return;
   find(inspection, RuleId::cutOffText, placeOf(node), inspection->source->excerpt(node),
        "The text of " + name + " ends in front of this, and the rest is dropped.",
        "Write the text in one piece, and comments outside of " + name + ".");
 }
 
 void findHidden(const TiXmlElement& element, Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::cutOffText)) return;
   const TiXmlNode& first = *element.FirstChild();
   find(inspection, RuleId::cutOffText, placeOf(first), inspection->source->excerpt(first),
        "An element that does not begin with its text has none, so " + element.ValueStr() +
@@ -62,6 +66,12 @@ constexpr WritingRow typedTab = {
 constexpr WritingRow bareAmpersand = {
     RuleId::droppedAmpersand, "An & that begins no reference is dropped; what follows it stays.",
     "Write &amp; for an &."};
+
+constexpr WritingRow controlCharacter = {
+    RuleId::controlCharacter,
+    "A terminal or an editor acts on this character and does not show it, so the text may look "
+    "like another one.",
+    "Take it out."};
 
 // In the order of TextKind.
 constexpr WritingRow condensedRows[] = {
@@ -118,6 +128,25 @@ void inspectAmpersand(const Region& region, std::int32_t number, Inspection* ins
   const std::size_t at = inspection->source->bareAmpersandWithin(region.begin, region.end);
   if (at == std::string::npos) return;
   findWriting(bareAmpersand, "&", at, number, inspection);
+}
+
+// The first one that is neither TAB nor line end, which have findings of their own.
+std::size_t controlCharacterIn(std::string_view text) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool isUsual = text[at] == '\t' || text[at] == '\n';
+    if (!isUsual && isControlCharacter(text.substr(at))) return at;
+  }
+  return std::string_view::npos;
+}
+
+// Also in a CDATA section, where there is nothing odd about the writing.
+void inspectControlCharacters(const TiXmlText& text, std::int32_t number, Inspection* inspection) {
+  const std::string& value = text.ValueStr();
+  const std::size_t at = controlCharacterIn(value);
+  if (at == std::string_view::npos) return;
+  const std::string character = value.substr(at, utf8CharacterLength(value.substr(at, 4)));
+  findWriting(controlCharacter, character, inspection->source->offsetIn(text, at), number,
+              inspection);
 }
 
 struct Dropped {
@@ -181,13 +210,18 @@ const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection)
     if (hasContent(first)) findHidden(*element, inspection);
     return nullptr;
   }
-  const TiXmlNode* second = first->NextSibling();
-  if (hasContent(second)) findCutOff(*second, element->ValueStr(), inspection);
-  return first->ToText();
+  const TiXmlText* text = first->ToText();
+  if (isCutOff(*text)) findCutOff(*text->NextSibling(), element->ValueStr(), inspection);
+  return text;
+}
+
+bool isCutOff(const TiXmlText& text) {
+  return hasContent(text.NextSibling());
 }
 
 void inspectWriting(const TiXmlText& text, TextKind kind, std::int32_t number,
                     Inspection* inspection) {
+  inspectControlCharacters(text, number, inspection);
   if (text.CDATA() || !inspection->source->hasOddWriting()) return;
   const Region region = regionOf(*inspection->source, text, kind);
   inspectWhiteSpace(region, kind, number, inspection);

@@ -10,6 +10,7 @@
 #include "tool/batch/task_user.h"
 #include "tool/expand/loading.h"
 #include "tool/text/format.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -20,21 +21,21 @@ using runlet::SetUp;
 bool loadTaskJob(AdapterContext* context) {
   const LoadResult result = loadJob(context);
   if (result.loading == Loading::loaded) return true;
-  const bool hasText = !result.message.empty();
-  std::fprintf(stderr, "%s\n", hasText ? result.message.c_str() : noJobFileText);
+  std::fprintf(stderr, "%s\n", shownMessage(result).c_str());
   return false;
 }
 
 bool requireTask(const AdapterContext& context, std::int32_t number) {
   if (number >= 1 && isTask(context, number - 1)) return true;
   std::fprintf(stderr, "runlet-job: exec: there is no task %d in %s, which has %s\n",
-               static_cast<int>(number), context.jobFile.c_str(),
+               static_cast<int>(number), visible(context.jobFile).c_str(),
                quantity(context.taskList.size(), "task").c_str());
   return false;
 }
 
 // The adapter's own set-up. Other than the adapter, goes on after an exception that would end the
-// process, says what the system would say of it, and ends the line of every text.
+// process, says what the system would say of it, and ends the line of every text. The texts are the
+// adapter's, byte for byte, whatever is in them: logs of tasks are the same on every way to run.
 bool setUp(AdapterContext* context, std::int32_t number, runlet::TaskStart* start) {
   try {
     const SetUp result = setUpTask(context, number - 1, start);

@@ -1,5 +1,6 @@
 #include "tool/expand/expand_verb.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -14,6 +15,7 @@
 #include "tool/expand/preview.h"
 #include "tool/expand/range_options.h"
 #include "tool/expand/report.h"
+#include "tool/expand/work_limit.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {
@@ -41,7 +43,13 @@ std::unique_ptr<ExpandReport> makeReport(bool inJson) {
   return std::make_unique<TextExpandReport>(wantsColour(stdout));
 }
 
-// Whether all tasks of the request are started.
+// 0 where that cannot be told; the job has been loaded from it.
+std::size_t sizeOf(const std::string& file) {
+  struct stat status {};
+  return stat(file.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+// Whether all tasks of the request are started, as far as they are told of, and that is all.
 bool reportTasks(const runlet::AdapterContext& context, ExpandReport* report) {
   const runlet::TaskRange range = requestedTasks(context);
   const auto size = static_cast<std::int32_t>(context.taskList.size());
@@ -52,8 +60,15 @@ bool reportTasks(const runlet::AdapterContext& context, ExpandReport* report) {
   Preview preview;
   bool allStart = true;
   bool isOver = false;
+  WorkLimit limit(sizeOf(context.jobFile));
   for (std::int32_t index = range.first; index < end; ++index) {
+    if (limit.isSpent()) {
+      report->cut(index, end - index);
+      return false;
+    }
     if (!isOver) previewTask(context, index, index == range.first, &preview);
+    limit.addPreview(preview, context, index);
+    limit.addOutput(preview);
     report->task(index + 1, preview);
     allStart = allStart && preview.outcome == Outcome::starts;
     if (!isOver && endsRequest(preview.outcome)) {

@@ -7,6 +7,7 @@
 #include "adapter/messages.h"
 #include "job/parameter_file.h"
 #include "tool/text/format.h"
+#include "tool/text/visible.h"
 #include "xml/document.h"
 
 namespace runlet_tool {
@@ -14,6 +15,11 @@ namespace runlet_tool {
 std::string terminateText(const char* type, const char* what) {
   constexpr char format[] = "terminate called after throwing an instance of '%s'\n  what():  %s";
   return withoutLineEnd(format, type, what);
+}
+
+std::string shownMessage(const LoadResult& result) {
+  if (result.message.empty()) return noJobFileText;
+  return result.loading == Loading::ends ? result.message : visible(result.message);
 }
 
 LoadResult loadDocument(TiXmlDocument* document) {

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "job/fill_in.h"
+#include "tool/text/visible.h"
 #include "tool/text/xml_text.h"
 
 namespace runlet_tool {
@@ -68,7 +69,7 @@ bool appendLines(const std::string& path, std::string_view text, runlet::StringL
   if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
   if (text.empty()) return complain("--tasks", path, "no line, so no task", complaint);
   for (std::size_t number = 1; !text.empty(); ++number) {
-    const std::string place = path + ":" + std::to_string(number) + ":";
+    const std::string place = visible(path) + ":" + std::to_string(number) + ":";
     if (!appendTaskLine(place, takeLine(&text), tasks, complaint)) return false;
   }
   return true;

@@ -11,6 +11,7 @@
 #include "tool/submit/sbatch_environment.h"
 #include "tool/submit/subprocess.h"
 #include "tool/text/shell_quote.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -65,7 +66,8 @@ std::string failureOf(const std::string& program, const ProgramResult& result) {
   if (result.answerError != 0) {
     return "the answer of " + program + " is lost: " + std::strerror(result.answerError);
   }
-  const std::string text = result.error.substr(0, result.error.find('\n'));
+  const std::string text = visible(result.error.substr(0, result.error.find('
+')));
   return text.empty() ? program + " " + describe(endOfStatus(result.waitStatus)) : text;
 }
 
@@ -81,7 +83,8 @@ void say(const std::string& text) {
   std::fprintf(stderr, "runlet-job: submit: %s\n", text.c_str());
 }
 
-void passOn(const std::string& text) {
+void passOn(const std::string& error) {
+  const std::string text = visibleLines(error);
   std::fwrite(text.data(), 1, text.size(), stderr);
 }
 

@@ -19,6 +19,7 @@
 #include "tool/submit/wait.h"
 #include "tool/text/decimal.h"
 #include "tool/text/output.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -90,7 +91,7 @@ int showCommands(const Batch& batch, const SubmitOptions& options,
 
 int submitBatch(const Batch& batch, const SubmitOptions& options) {
   if (!canNameLogs(batch)) {
-    say("sbatch cannot be told of a log folder with a backslash: " + batch.logFolder);
+    say("sbatch cannot be told of a log folder with a backslash: " + visible(batch.logFolder));
     return exitFailing;
   }
   const std::vector<ArrayPart> parts =

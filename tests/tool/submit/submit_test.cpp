@@ -297,6 +297,13 @@ TEST_F(Submit, DoesNothingForAJobThatIsRefused) {
   EXPECT_EQ(refused.output, "");
   EXPECT_NE(refused.error.find("error RJ006"), std::string::npos) << refused.error;
   EXPECT_EQ(describeStatus(refused.waitStatus), "exit 1");
+  write(quietJob(1).set("uid", "ann"));
+  expectTool(run({}), "",
+             jobFile_ +
+                 ":7:6: error RJ034: ann: This is no number and counts as 0, which is root.\n"
+                 "    Write the number of the user.\n" +
+                 jobFile_ + ": 1 task, 1 error\n",
+             "exit 1");
   std::filesystem::remove(jobFile_);
   EXPECT_EQ(describeStatus(run({}).waitStatus), "exit 2");
   for (const char* program : {"sbatch", "scontrol"}) EXPECT_EQ(engine_.calls(program), Calls{});
