@@ -66,8 +66,7 @@ std::string failureOf(const std::string& program, const ProgramResult& result) {
   if (result.answerError != 0) {
     return "the answer of " + program + " is lost: " + std::strerror(result.answerError);
   }
-  const std::string text = visible(result.error.substr(0, result.error.find('
-')));
+  const std::string text = visible(result.error.substr(0, result.error.find('\n')));
   return text.empty() ? program + " " + describe(endOfStatus(result.waitStatus)) : text;
 }
 
