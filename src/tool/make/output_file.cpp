@@ -45,7 +45,7 @@ std::string keepOwner(int descriptor, const struct stat& old) {
 std::string fill(int descriptor, std::string_view text, const OutputPlace& place) {
   const int error = writeAll(descriptor, text);
   if (error != 0) return textOf(error);
-  const std::string reason = place.old ? keepOwner(descriptor, *place.old) : "";
+  std::string reason = place.old ? keepOwner(descriptor, *place.old) : "";
   if (!reason.empty()) return reason;
   const mode_t mode = place.old ? place.old->st_mode & permissionBits : newFileMode();
   // In the place of the old file, the new one has to be on the disk.
@@ -84,7 +84,7 @@ int writeAll(int descriptor, std::string_view text) {
 
 std::string writeFile(const std::string& path, std::string_view text) {
   OutputPlace place;
-  const std::string reason = findOutputPlace(path, &place);
+  std::string reason = findOutputPlace(path, &place);
   if (!reason.empty()) return reason;
   return place.stream == -1 ? replace(place, text) : textOf(writeAll(place.stream, text));
 }

@@ -126,7 +126,7 @@ std::string takeStep(Way* way, OutputPlace* place) {
     return endAtNothing(errno, *way, name, place);
   }
   if (S_ISLNK(status.st_mode)) {
-    const std::string reason = follow(found, status, name, way);
+    std::string reason = follow(found, status, name, way);
     if (!reason.empty()) return reason;
     place->stream = namedDescriptor(way->rest);
     return setOut(way);
