@@ -104,6 +104,10 @@ std::string statusOf(pid_t pid) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+std::chrono::microseconds timeOf(const timeval& time) {
+  return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+}
+
 }  // namespace
 
 void openAs(int descriptor, const std::string& path, int flags) {
@@ -172,6 +176,7 @@ ProcessResult Process::finish() {
   result_.ending = statusOf(result_.pid);
   rusage usage{};
   wait4(result_.pid, &result_.waitStatus, 0, &usage);
+  result_.cpuTime = timeOf(usage.ru_utime) + timeOf(usage.ru_stime);
   result_.peakMemory = static_cast<std::size_t>(usage.ru_maxrss) * 1024;
   const ProcessResult result = result_;
   result_.pid = -1;

@@ -95,7 +95,7 @@ const Row rows[] = {
     {{"expand", "-a", "f"}, "frames.tsv\n"},
     {{"expand", "-u", "roo"}, "root\n"},
     {{"check", "dawn.xml", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
-    {{"check", "--"}, "--help\n--host\n--json\n--strict\n"},
+    {{"check", "--"}, "--all\n--help\n--host\n--json\n--strict\n"},
     {{"check", "--strict", "d"}, "dawn.xml\ndusk light.xml\n"},
     {{"explain", ""}, "RJ001\nRJ002\n"},
     {{"explain", "RJ001", "RJ002"}, "RJ002\n"},
@@ -139,7 +139,7 @@ TEST_F(Completion, ProposesWhatMayStandThere) {
 
 TEST_F(Completion, ProposesTheCodesOfTheProgramItself) {
   EXPECT_EQ(proposalsOf(RUNLET_JOB, {"explain", "RJ06"}),
-            "RJ060\nRJ061\nRJ062\nRJ063\nRJ064\nRJ065\nRJ066\nRJ067\nRJ068\n");
+            "RJ060\nRJ061\nRJ062\nRJ063\nRJ064\nRJ065\nRJ066\nRJ067\nRJ068\nRJ069\n");
 }
 
 }  // namespace

@@ -26,6 +26,7 @@ struct CheckOptions {
   bool isOfHost = false;
   bool inJson = false;
   bool isStrict = false;
+  bool wantsAll = false;
 };
 
 int statusOf(const Report& report, bool isStrict) {
@@ -39,7 +40,8 @@ int check(const CheckOptions& options) {
   int status = exitFine;
   Json jobs = Json::array();
   for (const std::string& job : options.jobs) {
-    const Report report = inspect({job, options.appPath, options.userName, options.isOfHost});
+    const Report report =
+        inspect({job, options.appPath, options.userName, options.isOfHost, options.wantsAll});
     status = std::max(status, statusOf(report, options.isStrict));
     if (options.inJson) {
       jobs.push_back(findingsJson(job, report));
@@ -94,6 +96,7 @@ void addCheck(CLI::App* app, Action* action) {
   verb->add_flag("--host", options->isOfHost,
                  "Look at this machine's folders, programs and users as well");
   verb->add_flag("--json", options->inJson, "Write JSON, as runlet-job(1) describes it");
+  verb->add_flag("--all", options->wantsAll, "Show every finding, not only the first 20 of a code");
   verb->add_flag("--strict", options->isStrict, "Fail for warnings as well");
   verb->callback([=] { *action = [=] { return check(*options); }; });
 }

@@ -40,12 +40,14 @@ std::size_t templateOffset(const Line& line, std::size_t at) {
   const std::size_t prefix = prefixLength(line);
   if (at < prefix) return 0;
   const std::size_t offset = at - prefix;
-  const PlaceholderUse* last = nullptr;
-  for (const PlaceholderUse& use : line.preview.uses) {
-    if (use.valueBegin <= offset) last = &use;
-  }
-  if (last == nullptr) return offset;
-  return offset < last->valueEnd ? last->begin : last->end + (offset - last->valueEnd);
+  const std::vector<PlaceholderUse>& uses = line.preview.uses;
+  const auto isBehind = [](std::size_t wanted, const PlaceholderUse& use) {
+    return wanted < use.valueBegin;
+  };
+  const auto next = std::upper_bound(uses.begin(), uses.end(), offset, isBehind);
+  if (next == uses.begin()) return offset;
+  const PlaceholderUse& last = *(next - 1);
+  return offset < last.valueEnd ? last.begin : last.end + (offset - last.valueEnd);
 }
 
 void findIn(const Line& line, RuleId rule, std::size_t at, std::string_view text, std::string why,

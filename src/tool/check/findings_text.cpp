@@ -26,13 +26,21 @@ std::string tasksText(const Finding& finding, std::int32_t taskCount) {
   return (count == 1 ? " [task " : " [tasks ") + finding.tasks.text() + "]";
 }
 
+std::string ruleText(const Rule& rule, bool hasColour) {
+  const Colour colour = colours[static_cast<std::size_t>(rule.severity)];
+  return coloured(std::string(nameOf(rule.severity)) + " " + codeOf(rule), colour, hasColour);
+}
+
+std::string leftOutText(const std::string& shownFile, const Rule& rule, std::size_t count,
+                        bool hasColour) {
+  return shownFile + ": " + ruleText(rule, hasColour) + ": and " + std::to_string(count) +
+         " more, which runlet-job check --all shows\n";
+}
+
 std::string findingText(const std::string& shownFile, const Finding& finding,
                         std::int32_t taskCount, bool hasColour) {
-  const Severity severity = finding.rule->severity;
-  const Colour colour = colours[static_cast<std::size_t>(severity)];
   std::string text = placeText(shownFile, finding.place) + ": ";
-  text += coloured(std::string(nameOf(severity)) + " " + codeOf(*finding.rule), colour, hasColour);
-  text += ": ";
+  text += ruleText(*finding.rule, hasColour) + ": ";
   if (!finding.text.empty()) text += visible(finding.text) + ": ";
   text += visible(finding.why) + "\n    " + visible(finding.instead);
   return text + tasksText(finding, taskCount) + "\n";
@@ -41,6 +49,12 @@ std::string findingText(const std::string& shownFile, const Finding& finding,
 Json tasksJson(const Finding& finding, std::int32_t taskCount) {
   if (finding.tasks.count() == 0) return {};
   return finding.tasks.count() == taskCount ? "all" : finding.tasks.text(",");
+}
+
+Json leftOutJson(const Report& report) {
+  Json counts = Json::object();
+  for (const auto& [rule, count] : report.leftOut) counts[codeOf(ruleOf(rule))] = count;
+  return counts;
 }
 
 Json findingJson(const Finding& finding, std::int32_t taskCount) {
@@ -60,6 +74,9 @@ std::string findingsText(const std::string& shownFile, const Report& report, boo
   std::string text;
   for (const Finding& finding : report.findings) {
     text += findingText(shownFile, finding, report.taskCount, hasColour);
+  }
+  for (const auto& [rule, count] : report.leftOut) {
+    text += leftOutText(shownFile, ruleOf(rule), count, hasColour);
   }
   return text;
 }
@@ -84,6 +101,7 @@ Json findingsJson(const std::string& jobFile, const Report& report) {
           {"errors", report.count(Severity::error)},
           {"warnings", report.count(Severity::warning)},
           {"notes", report.count(Severity::note)},
+          {"leftOut", leftOutJson(report)},
           {"findings", findings}};
 }
 

@@ -8,8 +8,8 @@
 
 namespace runlet_tool {
 
-// For people: two lines a finding. `shownFile` is put before every place as it is: the caller
-// has made the name of the job file fit to be shown.
+// For people: two lines a finding, and one for each rule of which some are left out. `shownFile` is
+// put before every place as it is: the caller has made the name of the job file fit to be shown.
 std::string findingsText(const std::string& shownFile, const Report& report, bool hasColour);
 
 // "job.xml: 12 tasks, 1 error, 2 warnings\n", with the name likewise.

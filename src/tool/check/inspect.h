@@ -13,10 +13,19 @@ struct Question {
   std::string appPath;    // -a; empty = not given
   std::string userName;   // -u; empty = not given
   bool isOfHost = false;  // whether to look at this machine's folders, programs and users
+  bool wantsAll = false;  // whether to keep more than `mostFindings` findings of a rule
 };
 
+// The first so many of a rule are kept, the others counted: a job file can have as many findings as
+// it has elements or placeholders.
+inline constexpr std::size_t mostFindings = 20;
+
+// Takes time and memory in proportion to the size of the file: where the tasks together would take
+// more, those beyond are left alone, which is a finding (RuleId::tasksNotLookedAt).
+//
 // Nothing is run and nothing changed. Without an error among the findings the adapter starts every
-// task; with one it does not, unless that is an error for its danger alone (see isOfDanger).
+// task that was looked at; with one it does not start all, unless that is an error for its danger
+// alone (see isOfDanger).
 Report inspect(const Question& question);
 
 }  // namespace runlet_tool

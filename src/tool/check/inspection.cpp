@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "tool/expand/loading.h"
+#include "tool/text/format.h"
 
 namespace runlet_tool {
 namespace {
@@ -37,34 +38,56 @@ void sort(std::vector<Finding>* findings) {
 
 }  // namespace
 
-Finding& find(Inspection* inspection, RuleId rule, Place place, std::string_view text,
-              std::string why, std::string instead) {
-  std::vector<Finding>& findings = inspection->report.findings;
-  findings.push_back(
+bool leaveOut(Inspection* inspection, RuleId rule) {
+  const bool isFull = !inspection->question->wantsAll && inspection->kept[rule] >= mostFindings;
+  if (isFull) ++inspection->report.leftOut[rule];
+  return isFull;
+}
+
+void find(Inspection* inspection, RuleId rule, Place place, std::string_view text, std::string why,
+          std::string instead) {
+  if (leaveOut(inspection, rule)) return;
+  ++inspection->kept[rule];
+  inspection->report.findings.push_back(
       {&ruleOf(rule), place, std::string(text), std::move(why), std::move(instead), {}});
-  return findings.back();
 }
 
 bool addTaskToFinding(Inspection* inspection, RuleId rule, std::size_t offset,
                       std::int32_t number) {
+  inspection->limit.addLookUp();
   const auto row = inspection->ofTasks.find({rule, offset});
-  if (row == inspection->ofTasks.end()) return false;
-  inspection->report.findings[row->second].tasks.add(number);
+  if (row == inspection->ofTasks.end()) {
+    if (!leaveOut(inspection, rule)) return false;
+    inspection->ofTasks[{rule, offset}] = leftOutFinding;
+  } else if (row->second != leftOutFinding) {
+    inspection->report.findings[row->second].tasks.add(number);
+  }
   return true;
 }
 
-Finding& findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number,
-                     Place place, std::string_view text, std::string why, std::string instead) {
-  inspection->ofTasks[{rule, offset}] = inspection->report.findings.size();
-  Finding& finding = find(inspection, rule, place, text, std::move(why), std::move(instead));
-  finding.tasks.add(number);
-  return finding;
+void findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number,
+                 Place place, std::string_view text, std::string why, std::string instead) {
+  std::vector<Finding>& findings = inspection->report.findings;
+  const std::size_t index = findings.size();
+  find(inspection, rule, place, text, std::move(why), std::move(instead));
+  const bool isKept = findings.size() > index;
+  inspection->ofTasks[{rule, offset}] = isKept ? index : leftOutFinding;
+  if (isKept) findings.back().tasks.add(number);
+}
+
+void findTasksNotLookedAt(Inspection* inspection, std::int32_t number) {
+  if (inspection->kept[RuleId::tasksNotLookedAt] > 0) return;
+  find(inspection, RuleId::tasksNotLookedAt, Place{}, "",
+       "Of the " + quantity(inspection->context.taskList.size(), "task") + " only the first " +
+           std::to_string(number) + " were looked at: the others would take too long.",
+       "Shorten the template, or look at single tasks with runlet-job expand -s.");
 }
 
 Place placeInTemplate(const Inspection& inspection, std::size_t offset) {
   if (!inspection.arguments.has_value()) return inspection.templateElement;
   const BracedText& text = *inspection.arguments;
-  return inspection.source->placeOf(inspection.source->offsetIn(*text.node, text.begin + offset));
+  return inspection.source->placeOf(
+      inspection.source->offsetIn(*text.node, text.begin + offset, text.marks));
 }
 
 Report inspect(const Question& question) {
@@ -80,6 +103,7 @@ Report inspect(const Question& question) {
   Inspection inspection{};
   inspection.question = &question;
   inspection.source = &source;
+  inspection.limit = WorkLimit(source.text().size());
   inspection.context.jobFile = question.jobFile;
   inspection.context.appPath = question.appPath;
   inspection.context.userName = question.userName;

@@ -257,6 +257,13 @@ const std::vector<Rule>& allRules() {
        "one "
        "wide, %tp4294967297 is field 1.\n"
        "Write the number that is meant."},
+      {RuleId::tasksNotLookedAt, warning, "not all tasks were looked at",
+       "What the tasks of a small file come to can be without measure: a long template for each of "
+       "many tasks, or many placeholders that each look up a field of a long entry. Beyond an "
+       "amount of work that grows with the file, which a usual job has no use for, the "
+       "tasks that are left are not looked at. Nothing is known of them then, whatever else is "
+       "found or not found.\n"
+       "Shorten the template, or look at single tasks with runlet-job expand -s."},
       {RuleId::openQuote, warning, "a quote is not closed",
        "A word that begins with a double quote runs to the next one. When there is none, the word "
        "is "

@@ -66,6 +66,7 @@ enum class RuleId {
   longExpansion = 66,
   longDigits = 67,
   placeholderBeyond32Bits = 68,
+  tasksNotLookedAt = 69,
   openQuote = 70,
   quoteInWord = 71,
   behindQuote = 72,

@@ -19,12 +19,14 @@ bool hasContent(const TiXmlNode* node) {
 }
 
 void findCutOff(const TiXmlNode& node, const std::string& name, Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::cutOffText)) return;
   find(inspection, RuleId::cutOffText, placeOf(node), inspection->source->excerpt(node),
        "The text of " + name + " ends in front of this, and the rest is dropped.",
        "Write the text in one piece, and comments outside of " + name + ".");
 }
 
 void findHidden(const TiXmlElement& element, Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::cutOffText)) return;
   const TiXmlNode& first = *element.FirstChild();
   find(inspection, RuleId::cutOffText, placeOf(first), inspection->source->excerpt(first),
        "An element that does not begin with its text has none, so " + element.ValueStr() +

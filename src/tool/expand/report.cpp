@@ -118,6 +118,12 @@ void TextExpandReport::task(std::int32_t number, const Preview& preview) {
   put(text_);
 }
 
+void TextExpandReport::cut(std::int32_t number, std::int32_t leftOut) {
+  std::fprintf(
+      stderr, "runlet-job: expand: %s after task %d would take too long; -s and -n show them\n",
+      quantity(static_cast<std::size_t>(leftOut), "task").c_str(), static_cast<int>(number));
+}
+
 void JsonExpandReport::begin(const std::string& job, const LoadResult& result) {
   const bool inBytes = !isUtf8(job) || !isUtf8(result.message);
   const JsonStrings string(inBytes);
@@ -153,8 +159,12 @@ void JsonExpandReport::task(std::int32_t number, const Preview& preview) {
   isFirst_ = false;
 }
 
+void JsonExpandReport::cut(std::int32_t /*number*/, std::int32_t leftOut) {
+  leftOut_ = leftOut;
+}
+
 void JsonExpandReport::end() {
-  put("\n]}\n");
+  put("\n], \"leftOut\": " + std::to_string(leftOut_) + "}\n");
 }
 
 }  // namespace runlet_tool
