@@ -276,14 +276,16 @@ TEST_F(BoundedWork, OfExpandLeavesTasksOutAndSaysSo) {
   EXPECT_GT(shown, 1000);
   EXPECT_EQ(result.error, "runlet-job: expand: " + std::to_string(count - shown) +
                               " tasks after task " + std::to_string(shown) +
-                              " would take too long; show them with -s and -n\n");
+                              " would take too long; -s and -n show them\n");
   const Json json = Json::parse(runOn({"expand", "--json"}).output);
   EXPECT_EQ(json.at("tasks").size(), shown);
   EXPECT_EQ(json.at("leftOut"), count - shown);
-  const ProcessResult next = runOn({"expand", "-s", std::to_string(shown + 1)});
+  const ProcessResult next =
+      runOn({"expand", "-s", std::to_string(shown + 1), "-n", std::to_string(count)});
   EXPECT_EQ(describeStatus(next.waitStatus), "exit 0");
   EXPECT_EQ(next.error, "");
   EXPECT_TRUE(next.output.starts_with("task " + std::to_string(shown + 1) + "\n"));
+  EXPECT_NE(next.output.find("\ntask " + std::to_string(count) + "\n"), std::string::npos);
 }
 
 // However far inside of it, and whatever is dropped in front.

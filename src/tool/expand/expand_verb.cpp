@@ -49,8 +49,9 @@ std::size_t sizeOf(const std::string& file) {
   return stat(file.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
-// Whether all tasks of the request are started, as far as they are told of, and that is all.
-bool reportTasks(const runlet::AdapterContext& context, ExpandReport* report) {
+// Whether all tasks of the request are started, and told of: where `isBounded`, only so many are as
+// the size of the file allows.
+bool reportTasks(const runlet::AdapterContext& context, bool isBounded, ExpandReport* report) {
   const runlet::TaskRange range = requestedTasks(context);
   const auto size = static_cast<std::int32_t>(context.taskList.size());
   const std::int32_t end = std::min(range.end, size);
@@ -62,7 +63,7 @@ bool reportTasks(const runlet::AdapterContext& context, ExpandReport* report) {
   bool isOver = false;
   WorkLimit limit(sizeOf(context.jobFile));
   for (std::int32_t index = range.first; index < end; ++index) {
-    if (limit.isSpent()) {
+    if (isBounded && limit.isSpent()) {
       report->cut(index, end - index);
       return false;
     }
@@ -86,7 +87,9 @@ int expandJob(const ExpandOptions& options) {
   const std::unique_ptr<ExpandReport> report = makeReport(options.inJson);
   report->begin(options.job, result);
   const bool isLoaded = result.loading == Loading::loaded;
-  const bool allStart = isLoaded && reportTasks(context, report.get());
+  // Who gives a number of tasks wants them.
+  const bool isBounded = !options.range.count.has_value();
+  const bool allStart = isLoaded && reportTasks(context, isBounded, report.get());
   report->end();
   if (result.loading == Loading::unreadable) return exitUnreadable;
   return allStart ? exitFine : exitFailing;

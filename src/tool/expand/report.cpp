@@ -120,8 +120,7 @@ void TextExpandReport::task(std::int32_t number, const Preview& preview) {
 
 void TextExpandReport::cut(std::int32_t number, std::int32_t leftOut) {
   std::fprintf(
-      stderr,
-      "runlet-job: expand: %s after task %d would take too long; show them with -s and -n\n",
+      stderr, "runlet-job: expand: %s after task %d would take too long; -s and -n show them\n",
       quantity(static_cast<std::size_t>(leftOut), "task").c_str(), static_cast<int>(number));
 }
 

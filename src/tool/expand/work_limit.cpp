@@ -27,11 +27,11 @@ std::size_t templateLength(const Preview& preview, const runlet::AdapterContext&
 std::size_t workOf(const PlaceholderUse& use, std::size_t entryLength) {
   switch (use.form) {
     case PlaceholderForm::taskField:
-      return 300 + entryLength;
+      return 100 + entryLength;
     case PlaceholderForm::jobParam:
-      return 300;
-    default:
       return 100;
+    default:
+      return 50;
   }
 }
 
