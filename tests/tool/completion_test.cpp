@@ -150,9 +150,55 @@ TEST_F(Completion, ProposesWhatMayStandThere) {
   }
 }
 
-TEST_F(Completion, ProposesTheCodesOfTheProgramItself) {
-  EXPECT_EQ(proposalsOf(RUNLET_JOB, {"explain", "RJ06"}),
-            "RJ060\nRJ061\nRJ062\nRJ063\nRJ064\nRJ065\nRJ066\nRJ067\nRJ068\nRJ069\n");
+TEST_F(Completion, ProposesTheCodeOfEveryRule) {
+  std::string codes;
+  for (const runlet_tool::Rule& rule : runlet_tool::allRules()) codes += codeOf(rule) + "\n";
+  EXPECT_EQ(proposalsFor({"explain", ""}), codes);
+}
+
+TEST_F(Completion, DoesNotRunTheProgram) {
+  for (const Row& row : rows) proposalsFor(row.words);
+  EXPECT_EQ(filesInFolder(),
+            (std::set<std::string>{"dawn.xml", "dusk light.xml", "frames.tsv", "shots"}));
+}
+
+// As text that is put into the command line, and as none that the shell reads meanwhile.
+TEST_F(Completion, TakesWhatSinfoPrintsForText) {
+  setPartitions(
+      "#!/bin/sh\n"
+      "cat <<'end'\n"
+      "$(touch one)\n"
+      "`touch two`\n"
+      "${x:=$(touch three)}\n"
+      "fast; touch four\n"
+      "*\n"
+      "\n"
+      "night\n"
+      "end\n");
+  EXPECT_EQ(proposalsFor({"submit", "--partition", ""}),
+            "\\$\\(touch\\ one\\)\n"
+            "\\$\\{x:=\\$\\(touch\\ three\\)\\}\n"
+            "\\*\n"
+            "\\`touch\\ two\\`\n"
+            "fast\\;\\ touch\\ four\n"
+            "night\n");
+  EXPECT_EQ(proposalsFor({"submit", "--partition", "fa"}), "fast\\;\\ touch\\ four\n");
+  EXPECT_EQ(proposalsFor({"submit", "--partition", "[fn]"}), "");
+  EXPECT_EQ(filesInFolder(),
+            (std::set<std::string>{"dawn.xml", "dusk light.xml", "frames.tsv", "shots"}));
+}
+
+// readline quotes them.
+TEST_F(Completion, TakesNamesOfFilesForText) {
+  folder_.write("$(touch one).xml", "");
+  folder_.write("`touch two`.xml", "");
+  folder_.makeFolder("$(touch three)");
+  const std::set<std::string> files = filesInFolder();
+  EXPECT_EQ(proposalsFor({"check", "$"}), "$(touch one).xml\n$(touch three)\n");
+  EXPECT_EQ(proposalsFor({"check", "`"}), "`touch two`.xml\n");
+  EXPECT_EQ(proposalsFor({"check", "$(touch three)/"}), "");
+  EXPECT_EQ(proposalsFor({"make", "--", "ls", "$(touch o"}), "$(touch one).xml\n");
+  EXPECT_EQ(filesInFolder(), files);
 }
 
 }  // namespace
