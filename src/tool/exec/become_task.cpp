@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "adapter/messages.h"
 #include "adapter/task_range.h"
 #include "exec/child.h"
 #include "exec/start.h"
@@ -15,7 +16,7 @@ namespace runlet_tool {
 namespace {
 
 using runlet::AdapterContext;
-using runlet::SetUp;
+using runlet::TaskStart;
 
 bool loadTaskJob(AdapterContext* context) {
   const LoadResult result = loadJob(context);
@@ -33,18 +34,40 @@ bool requireTask(const AdapterContext& context, std::int32_t number) {
   return false;
 }
 
-// The adapter's own set-up. Other than the adapter, goes on after an exception that would end the
-// process, says what the system would say of it, and ends the line of every text.
-bool setUp(AdapterContext* context, std::int32_t number, runlet::TaskStart* start) {
+bool enterFolder(const std::string& folder) {
+  if (runlet::enterRunFolder(folder)) return true;
+  std::fputc('\n', stderr);  // which the adapter's text lacks
+  return false;
+}
+
+// Other than the adapter, goes on after an exception that would end the process, and says what the
+// system would say of it.
+bool compose(const AdapterContext& context, std::int32_t number, TaskStart* start) {
   try {
-    const SetUp result = setUpTask(context, number - 1, start);
-    const bool endsLine = result == SetUp::done || result == SetUp::fillInFailed;
-    if (!endsLine) std::fputc('\n', stderr);
-    return result == SetUp::done;
+    if (composeStart(context, number - 1, start)) return true;
+    std::fputs(runlet::fillInFailedText, stderr);
   } catch (const std::out_of_range& error) {
     std::fprintf(stderr, "%s\n", terminateText("std::out_of_range", error.what()).c_str());
-    return false;
   }
+  return false;
+}
+
+// All that the adapter does between entering the folder and starting the program.
+bool setUp(TaskStart* start) {
+  // The "Calling" line goes out at once: the log of the task begins with it. The adapter keeps it
+  // for the line about the process, which is not written here.
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  announceStart(*start);
+  makeExecutable(*start);
+  if (takeUserRights(&start->rights)) return true;
+  std::fputc('\n', stderr);
+  return false;
+}
+
+// Yields only when there is no program to become: the exit status for that.
+int becomeProgramOf(const TaskStart& start) {
+  const int error = runlet::becomeProgram(start.commandLine, start.redirectStderr);
+  return error == ENOENT ? exitNotFound : exitCannotExecute;
 }
 
 void sayWhose(const std::string& note, std::int32_t number) {
@@ -59,14 +82,17 @@ int becomeTask(AdapterContext* context, std::int32_t number) {
   if (!loadTaskJob(context) || !requireTask(*context, number)) return exitNoTask;
   // The one step that the adapter does not have: the caller's identity in place of the job's.
   const std::string note = settleTaskUser(context);
-  // The "Calling" line goes out at once: the log of the task begins with it. The adapter keeps it
-  // for the line about the process, which is not written here.
-  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-  runlet::TaskStart start;
-  if (!setUp(context, number, &start)) return exitNoTask;
+  TaskStart start;
+  // The folder first: where the command cannot be composed either, the folder is what is reported.
+  if (!enterFolder(runFolder(*context)) || !compose(*context, number, &start)) return exitNoTask;
+  if (!setUp(&start)) return exitNoTask;
   sayWhose(note, number);
-  const int error = runlet::becomeProgram(start.commandLine, start.redirectStderr);
-  return error == ENOENT ? exitNotFound : exitCannotExecute;
+  return becomeProgramOf(start);
+}
+
+int becomeStart(TaskStart* start) {
+  if (!enterFolder(start->folder) || !setUp(start)) return exitNoTask;
+  return becomeProgramOf(*start);
 }
 
 }  // namespace runlet_tool

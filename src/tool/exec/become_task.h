@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "adapter/context.h"
+#include "exec/start.h"
 
 namespace runlet_tool {
 
@@ -21,5 +23,8 @@ inline constexpr int exitNotFound = 127;       // its program is not there
 // Returns only where that fails, with one of the statuses, after the adapter's text for it on
 // standard error, or this program's own where the adapter has none.
 int becomeTask(runlet::AdapterContext* context, std::int32_t number);
+
+// The same for a start that has been composed, in a process whose two outputs are the task's log.
+int becomeStart(runlet::TaskStart* start);
 
 }  // namespace runlet_tool

@@ -4,14 +4,17 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <optional>
 
+#include "exec/start.h"
 #include "tool/batch/job_batch.h"
 #include "tool/batch/logs.h"
 #include "tool/batch/summary.h"
 #include "tool/run/held_signals.h"
 #include "tool/run/scheduler.h"
+#include "tool/run/starter.h"
 #include "tool/text/decimal.h"
 
 namespace runlet_tool {
@@ -31,13 +34,24 @@ std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
   return std::chrono::minutes(limit);
 }
 
-TaskSource taskSource(const Batch& batch) {
+TaskSource taskSource(const Batch& batch, Starter* starter) {
   return {batch.tasks.size(),
-          [&batch](std::size_t index) { return execArguments(batch, batch.tasks[index]); },
-          [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); }};
+          [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); },
+          [&batch, starter](std::size_t index, int log, pid_t* process) {
+            runlet::TaskStart start;
+            // Succeeds: the check has composed every task.
+            composeStart(batch.context, batch.tasks[index] - 1, &start);
+            return starter->start(start, log, process);
+          }};
 }
 
 int runJob(const RunOptions& options) {
+  Starter starter;  // while this process is small
+  if (starter.error() != 0) {
+    std::fprintf(stderr, "runlet-job: run: no process can be made for the start of tasks: %s\n",
+                 std::strerror(starter.error()));
+    return exitUnreadable;
+  }
   Batch batch;
   const int refusal = prepareBatch(options.batch, name, &batch);
   if (refusal != exitFine) return refusal;
@@ -45,7 +59,7 @@ int runJob(const RunOptions& options) {
   // Until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;
   const RunOutcome outcome =
-      runTasks(taskSource(batch), {options.jobs, timeLimitOf(batch), grace}, signals);
+      runTasks(taskSource(batch, &starter), {options.jobs, timeLimitOf(batch), grace}, signals);
   const int status = writeSummary(batch, outcome.ends, stdout);
   if (outcome.signal != 0) {
     std::fflush(stdout);  // whether it worked no longer matters to the status

@@ -5,12 +5,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <set>
 #include <unordered_map>
 #include <utility>
 
-#include "tool/run/spawn.h"
+#include "tool/run/starter.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {
@@ -90,6 +91,7 @@ class Scheduler {
   Progress progress_;
   RunOutcome outcome_;
   std::size_t next_ = 0;  // task to be started
+  bool hasStarter_ = true;
   Processes processes_;
   std::set<std::pair<Instant, pid_t>> deadlines_;  // of all processes
 };
@@ -114,7 +116,7 @@ RunOutcome Scheduler::run() {
 }
 
 bool Scheduler::mayStart() const {
-  return outcome_.signal == 0 && next_ < source_.count &&
+  return hasStarter_ && outcome_.signal == 0 && next_ < source_.count &&
          processes_.size() < static_cast<std::size_t>(limits_.atATime);
 }
 
@@ -133,8 +135,16 @@ void Scheduler::startNext() {
     return;
   }
   pid_t process = 0;
-  const int error = spawnProgram(source_.arguments(task), log, signals_.maskBefore(), &process);
+  const int error = source_.start(task, log, &process);
   close(log);
+  if (error == starterGone) {
+    hasStarter_ = false;
+    std::fputs(
+        "runlet-job: run: the process that starts the tasks has ended; no further task is "
+        "started\n",
+        stderr);
+    return;
+  }
   if (error != 0) {
     outcome_.ends[task] = withoutProcess("cannot be started", error);
     return;

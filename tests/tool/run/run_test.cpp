@@ -194,7 +194,7 @@ TEST_F(Run, IsSeenFromTheFolderThatItIsStartedIn) {
             calling("/bin/sh -c \"pwd\"", "work") + work + "\n");
 }
 
-TEST_F(Run, HasTasksInAGroupOfTheirOwnWithTheirThreeStreams) {
+TEST_F(Run, HasTasksInASessionOfTheirOwnWithTheirThreeStreams) {
   job_.arguments = probePath + " %tp1";
   job_.set("redirectStderr", "no");
   const std::string report = folder_.file("report");
@@ -204,13 +204,95 @@ TEST_F(Run, HasTasksInAGroupOfTheirOwnWithTheirThreeStreams) {
   const std::size_t pidStart = text.find("\npid ") + 5;
   const std::string pid = text.substr(pidStart, text.find('\n', pidStart) - pidStart);
   const std::string starter = std::to_string(result.pid);
-  EXPECT_NE(text.find("\nparent " + starter + "\ngroup " + pid + "\nsession " + starter + "\n"),
+  EXPECT_NE(text.find("\nparent " + starter + "\ngroup " + pid + "\nsession " + pid + "\n"),
             std::string::npos)
       << text;
   EXPECT_NE(text.find("\ndescriptor 0 /dev/null\ndescriptor 1 " + logPath(1) + "\ndescriptor 2 " +
                       logPath(1) + "\nUmask:"),
             std::string::npos)
       << text;
+}
+
+// Whatever a task writes over it.
+TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
+  const Strings tasks = {"echo broken >shot.xml", "echo second", "rm shot.xml", "echo last"};
+  expectRun(run(tasks),
+            line(1, "succeeded", tasks[0]) + line(2, "succeeded", tasks[1]) +
+                line(3, "succeeded", tasks[2]) + line(4, "succeeded", tasks[3]) +
+                "4 tasks: 4 succeeded\n",
+            "exit 0");
+  expectLog(2, tasks[1], "second\n");
+  expectLog(4, tasks[3], "last\n");
+}
+
+// As by an upgrade while the job runs.
+TEST_F(Run, IsNotConcernedWhenItsProgramIsReplaced) {
+  const std::string program = folder_.file("runlet-job");
+  std::filesystem::copy_file(RUNLET_JOB, program);
+  const Strings tasks = {"rm runlet-job; echo exit 9 >runlet-job; chmod +x runlet-job", "echo x"};
+  ProcessOptions started = options(tasks);
+  started.program = program;
+  expectRun(
+      runProcess(started),
+      line(1, "succeeded", tasks[0]) + line(2, "succeeded", tasks[1]) + "2 tasks: 2 succeeded\n",
+      "exit 0");
+}
+
+constexpr char starterGone[] =
+    "runlet-job: run: the process that starts the tasks has ended; no further task is started\n";
+
+// The child of that process which is no task: a task leads a session. -1 if there is none.
+pid_t starterOf(pid_t process) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const pid_t other = std::atoi(entry.path().filename().c_str());
+    const std::string status = other > 0 ? readFile(entry.path() / "status") : "";
+    const bool isChild =
+        status.find("\nPPid:\t" + std::to_string(process) + "\n") != std::string::npos;
+    if (isChild && getsid(other) != other) return other;
+  }
+  return -1;
+}
+
+TEST_F(Run, StartsNothingMoreWhenItsStarterHasEnded) {
+  const Strings tasks = {"touch ready; until [ -e go ]; do sleep 0.01; done; exit 4", "exit 0",
+                         "exit 0"};
+  Process process(options(tasks));
+  ASSERT_TRUE(eventually([&] { return exists(folder_.file("ready")); }));
+  const pid_t starter = starterOf(process.pid());
+  ASSERT_GT(starter, 0);
+  ASSERT_EQ(kill(starter, SIGKILL), 0);
+  ASSERT_TRUE(eventually([&] { return starterOf(process.pid()) == -1; }));
+  folder_.write("go", "");
+  expectTool(process.finish(),
+             line(1, "failed with exit code 4", tasks[0]) + line(2, "not started", tasks[1]) +
+                 line(3, "not started", tasks[2]) + "3 tasks: 1 failed (1), 2 not started (2-3)\n",
+             warnings() + starterGone, "exit 1");
+}
+
+TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
+  ProcessOptions started = options({"touch ran"});
+  started.environment.insert(started.environment.end(),
+                             {{"LD_PRELOAD", faultsPath},
+                              {"RUNLET_FAULT", "lost-answer"},
+                              {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  expectTool(runProcess(started),
+             line(1, "not started", "touch ran") + "1 task: 1 not started (1)\n",
+             warnings() + starterGone, "exit 1");
+  EXPECT_FALSE(exists(folder_.file("ran")));
+}
+
+TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
+  ProcessOptions started = options({"touch ran"});
+  started.environment.insert(started.environment.end(),
+                             {{"LD_PRELOAD", faultsPath},
+                              {"RUNLET_FAULT", "few-descriptors"},
+                              {"RUNLET_DESCRIPTORS", "3"},
+                              {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  expectTool(runProcess(started), "",
+             "runlet-job: run: no process can be made for the start of tasks: Too many open "
+             "files\n",
+             "exit 2");
+  EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
 TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
@@ -314,6 +396,21 @@ TEST_F(RunAsAnother, HasLogsOfThatUser) {
     EXPECT_EQ(status.st_uid, otherId) << path;
     EXPECT_EQ(status.st_gid, otherId) << path;
   }
+}
+
+// A user who may write to the job file decides nothing for the tasks that are still to come.
+TEST_F(RunAsAnother, RunsNoTaskAsRootForAnEditOfTheJob) {
+  const std::string edit = "echo \"$(sed s/65534/0/g shot.xml)\" >shot.xml; grep -c 65534 shot.xml";
+  job_.arguments = "/bin/sh %tp1";
+  chmod(folder_.path().c_str(), 0777);
+  folder_.write("edit", edit);
+  folder_.write("who", "id -u");
+  ProcessOptions started = options({"edit", "who"});
+  chmod(jobFile_.c_str(), 0666);
+  const ProcessResult result = runProcess(started);
+  EXPECT_EQ(result.error, "");
+  EXPECT_TRUE(readFile(logPath(1)).ends_with("\n0\n")) << readFile(logPath(1));
+  EXPECT_TRUE(readFile(logPath(2)).ends_with("\n65534\n")) << readFile(logPath(2));
 }
 
 TEST_F(RunAsAnother, DoesNotWriteWhereALinkOfThatUserLeads) {
