@@ -275,9 +275,17 @@ TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
                              {{"LD_PRELOAD", faultsPath},
                               {"RUNLET_FAULT", "lost-answer"},
                               {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  // Every process that is started has it open to write to.
+  const std::string life = folder_.file("life");
+  ASSERT_EQ(mkfifo(life.c_str(), 0600), 0);
+  const int end = open(life.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  started.prepare = [&] { openAs(7, life, O_WRONLY); };
   expectTool(runProcess(started),
              line(1, "not started", "touch ran") + "1 task: 1 not started (1)\n",
              warnings() + starterGone, "exit 1");
+  char byte = 0;
+  EXPECT_TRUE(eventually([&] { return read(end, &byte, 1) == 0; }));
+  close(end);
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
