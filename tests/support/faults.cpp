@@ -122,9 +122,24 @@ extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
     if (status != nullptr) *status = W_STOPCODE(SIGSTOP);
     return pid;
   }
+  // As if somebody else had taken the first status that is of interest, or nobody could.
+  static pid_t lost = 0;
+  if (lost == 0 && status != nullptr && (faultIs("lost-status") || faultIs("kept-status"))) {
+    lost = pid;
+    status = nullptr;
+  }
+  if (pid == lost && faultIs("kept-status")) {
+    errno = ECHILD;
+    return -1;
+  }
   using Function = pid_t (*)(pid_t, int*, int);
   const pid_t result =
       reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);
+  if (pid == lost && result == pid) {
+    lost = -2;
+    errno = ECHILD;
+    return -1;
+  }
   if (!faultIs("interrupted-wait")) return result;
   // As if a signal had come while the child ran; a second wait would succeed.
   unsetenv("RUNLET_FAULT");
@@ -162,4 +177,25 @@ extern "C" ssize_t send(int socket, const void* bytes, std::size_t size, int fla
   if (size == 8 && faultIs("lost-answer")) std::raise(SIGKILL);
   using Function = ssize_t (*)(int, const void*, std::size_t, int);
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "send"))(socket, bytes, size, flags);
+}
+
+// A system that does not tell about children, or knows none; but not before the first has ended.
+extern "C" int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
+  using Function = int (*)(idtype_t, id_t, siginfo_t*, int);
+  const int result =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitid"))(type, id, info, options);
+  const bool isFine = result == 0 && info->si_pid == 0;
+  if (isFine || !(faultIs("waitid-refused") || faultIs("no-children"))) return result;
+  errno = faultIs("no-children") ? ECHILD : EPERM;
+  return -1;
+}
+
+// Standard error that cannot be joined to standard output.
+extern "C" int dup2(int from, int to) noexcept {
+  if (from == STDOUT_FILENO && to == STDERR_FILENO && faultIs("dup2-refused")) {
+    errno = EBUSY;
+    return -1;
+  }
+  using Function = int (*)(int, int);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "dup2"))(from, to);
 }

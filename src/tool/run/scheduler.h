@@ -47,7 +47,8 @@ struct RunOutcome {
 // second signal kills them at once. A task without a process has a word for its end that tells why.
 //
 // Where there is no starter any more, standard error says so, no further task is started, and those
-// that run go on.
+// that run go on. Where the system does not tell how tasks end, it says so too, and those that run
+// are killed.
 RunOutcome runTasks(const TaskSource& source, const SchedulerLimits& limits,
                     const HeldSignals& signals);
 

@@ -1,9 +1,10 @@
 #include "tool/submit/element_ends.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "tool/batch/summary.h"
@@ -13,16 +14,28 @@
 namespace runlet_tool {
 namespace {
 
+// All that can be read of the file.
+std::string textOf(int file) {
+  std::string text;
+  char part[4096];
+  for (ssize_t count = 0; (count = read(file, part, sizeof part)) > 0;) {
+    text.append(part, static_cast<std::size_t>(count));
+  }
+  return text;
+}
+
 // With the tasks' rights: where others cannot write, root may not be able to read. Empty where
 // there is no such file.
 std::string readAsTaskUser(const Batch& batch, const std::string& path) {
-  const AsTaskUser user(batch.context);
-  std::error_code error;
-  // Reading what is no regular file might not end.
-  if (!user.isTaken() || !std::filesystem::is_regular_file(path, error)) return "";
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
+  // Reading what is no regular file might not end, and opening it might not either.
+  const int file = doAsTaskUser(
+      batch.context, [&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); });
+  if (file == -1) return "";
+  struct stat status {};
+  std::string text;
+  if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) text = textOf(file);
+  close(file);
+  return text;
 }
 
 // Whether the element has been at work, and then begun its log anew: one that was cancelled or lost

@@ -59,6 +59,17 @@ class Run : public testing::Test {
     return tool(arguments);
   }
 
+  // With a fault of tests/support/faults.cpp.
+  ProcessOptions withFault(const std::string& fault, const Strings& tasks,
+                           const Strings& more = {}) {
+    ProcessOptions started = options(tasks, more);
+    started.environment.insert(started.environment.end(),
+                               {{"LD_PRELOAD", faultsPath},
+                                {"RUNLET_FAULT", fault},
+                                {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+    return started;
+  }
+
   ProcessResult run(const Strings& tasks, const Strings& more = {}) {
     return runProcess(options(tasks, more));
   }
@@ -270,11 +281,7 @@ TEST_F(Run, StartsNothingMoreWhenItsStarterHasEnded) {
 }
 
 TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
-  ProcessOptions started = options({"touch ran"});
-  started.environment.insert(started.environment.end(),
-                             {{"LD_PRELOAD", faultsPath},
-                              {"RUNLET_FAULT", "lost-answer"},
-                              {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  ProcessOptions started = withFault("lost-answer", {"touch ran"});
   // Every process that is started has it open to write to.
   const std::string life = folder_.file("life");
   ASSERT_EQ(mkfifo(life.c_str(), 0600), 0);
@@ -290,17 +297,54 @@ TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
 }
 
 TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
-  ProcessOptions started = options({"touch ran"});
-  started.environment.insert(started.environment.end(),
-                             {{"LD_PRELOAD", faultsPath},
-                              {"RUNLET_FAULT", "few-descriptors"},
-                              {"RUNLET_DESCRIPTORS", "3"},
-                              {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  ProcessOptions started = withFault("few-descriptors", {"touch ran"});
+  started.environment.emplace_back("RUNLET_DESCRIPTORS", "3");
   expectTool(runProcess(started), "",
              "runlet-job: run: no process can be made for the start of tasks: Too many open "
              "files\n",
              "exit 2");
   EXPECT_FALSE(exists(folder_.file("ran")));
+}
+
+// It is not taken for a success.
+TEST_F(Run, TellsThatTheEndOfATaskIsUnknown) {
+  const std::string end = "end unknown (No child processes)";
+  expectRun(runProcess(withFault("lost-status", {"exit 3", "exit 4"})),
+            line(1, end, "exit 3") + line(2, "failed with exit code 4", "exit 4") +
+                "2 tasks: 1 failed (2), 1 " + end + " (1)\n",
+            "exit 1");
+}
+
+std::string cannotFindOut(const std::string& reason) {
+  return "runlet-job: run: how tasks end cannot be found out: " + reason +
+         "; those that run are killed, and no further task is started\n";
+}
+
+// Nor waited for when there is nothing to wait for.
+TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
+  const struct {
+    const char* fault;
+    std::string reason;
+  } rows[] = {{"waitid-refused", "Operation not permitted"}, {"no-children", "No child processes"}};
+  const Strings tasks = {"until [ -e ready ]; do sleep 0.01; done", "touch ready; sleep 60",
+                         "exit 0"};
+  for (const auto& row : rows) {
+    unlink(folder_.file("ready").c_str());
+    const std::string end = "end unknown (" + row.reason + ")";
+    expectTool(runProcess(withFault(row.fault, tasks, {"--jobs", "2"})),
+               line(1, end, tasks[0]) + line(2, end, tasks[1]) + line(3, "not started", tasks[2]) +
+                   "3 tasks: 1 not started (3), 2 " + end + " (1-2)\n",
+               warnings() + cannotFindOut(row.reason), "exit 1");
+  }
+}
+
+// The status of a process that nobody takes stays in front of all others.
+TEST_F(Run, EndsWhereNoStatusCanBeTaken) {
+  const std::string end = "end unknown (No child processes)";
+  expectTool(runProcess(withFault("kept-status", {"exit 3", "exit 4"})),
+             line(1, end, "exit 3") + line(2, "not started", "exit 4") +
+                 "2 tasks: 1 not started (2), 1 " + end + " (1)\n",
+             warnings() + cannotFindOut("No child processes"), "exit 1");
 }
 
 TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
@@ -314,11 +358,7 @@ TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
 TEST_F(Run, EndsTasksOverTheTimeLimitInMinutes) {
   job_.set("TaskTimeout", "1");
   const Strings tasks = {"sleep 0.3", "sleep 60", "trap : TERM; while :; do sleep 60; done"};
-  ProcessOptions started = options(tasks, {"--jobs", "3"});
-  started.environment.insert(started.environment.end(),
-                             {{"LD_PRELOAD", faultsPath},
-                              {"RUNLET_FAULT", "fast-clock"},
-                              {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  const ProcessOptions started = withFault("fast-clock", tasks, {"--jobs", "3"});
   const auto start = Clock::now();
   expectRun(runProcess(started),
             line(1, "succeeded", tasks[0]) + line(2, "timed out", tasks[1]) +
