@@ -1,7 +1,11 @@
 #include "tool/exec/become_task.h"
 
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 
 #include "adapter/messages.h"
@@ -9,6 +13,8 @@
 #include "exec/child.h"
 #include "exec/start.h"
 #include "tool/batch/task_user.h"
+#include "tool/exec/task_rights.h"
+#include "tool/exec/user_entry.h"
 #include "tool/expand/loading.h"
 #include "tool/text/format.h"
 
@@ -16,6 +22,7 @@ namespace runlet_tool {
 namespace {
 
 using runlet::AdapterContext;
+using runlet::OldStderr;
 using runlet::TaskStart;
 
 bool loadTaskJob(AdapterContext* context) {
@@ -52,21 +59,30 @@ bool compose(const AdapterContext& context, std::int32_t number, TaskStart* star
   return false;
 }
 
+// What the starter has open beside the three streams.
+bool closeOthers() {
+  if (close_range(STDERR_FILENO + 1, ~0U, 0) == 0) return true;
+  std::fprintf(stderr, "runlet-job: open files cannot be kept from the task: %s\n",
+               std::strerror(errno));
+  return false;
+}
+
 // All that the adapter does between entering the folder and starting the program.
-bool setUp(TaskStart* start) {
+bool setUp(TaskStart* start, const KeptVariables& kept) {
   // The "Calling" line goes out at once: the log of the task begins with it. The adapter keeps it
   // for the line about the process, which is not written here.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   announceStart(*start);
   makeExecutable(*start);
-  if (takeUserRights(&start->rights)) return true;
-  std::fputc('\n', stderr);
-  return false;
+  const bool isOther = isOfAnother(start->rights);
+  if (isOther) setEnvironmentOf(static_cast<uid_t>(start->rights.uid), kept);
+  return takeTaskRights(&start->rights) && (!isOther || closeOthers());
 }
 
 // Yields only when there is no program to become: the exit status for that.
-int becomeProgramOf(const TaskStart& start) {
-  const int error = runlet::becomeProgram(start.commandLine, start.redirectStderr);
+int becomeProgramOf(const TaskStart& start, bool isOther) {
+  const OldStderr old = isOther ? OldStderr::closes : OldStderr::stays;
+  const int error = runlet::becomeProgram(start.commandLine, start.redirectStderr, old);
   return error == ENOENT ? exitNotFound : exitCannotExecute;
 }
 
@@ -78,21 +94,30 @@ void sayWhose(const std::string& note, std::int32_t number) {
 
 }  // namespace
 
-int becomeTask(AdapterContext* context, std::int32_t number) {
+void addKeptVariables(CLI::App* verb, KeptVariables* kept) {
+  verb->add_option("--keep-env", *kept, "Keep this variable for a task of another user; repeatable")
+      ->expected(1)
+      ->take_all()
+      ->type_name("NAME");
+}
+
+int becomeTask(AdapterContext* context, std::int32_t number, const KeptVariables& kept) {
   if (!loadTaskJob(context) || !requireTask(*context, number)) return exitNoTask;
   // The one step that the adapter does not have: the caller's identity in place of the job's.
   const std::string note = settleTaskUser(context);
   TaskStart start;
   // The folder first: where the command cannot be composed either, the folder is what is reported.
   if (!enterFolder(runFolder(*context)) || !compose(*context, number, &start)) return exitNoTask;
-  if (!setUp(&start)) return exitNoTask;
+  const bool isOther = isOfAnother(start.rights);
+  if (!setUp(&start, kept)) return exitNoTask;
   sayWhose(note, number);
-  return becomeProgramOf(start);
+  return becomeProgramOf(start, isOther);
 }
 
-int becomeStart(TaskStart* start) {
-  if (!enterFolder(start->folder) || !setUp(start)) return exitNoTask;
-  return becomeProgramOf(*start);
+int becomeStart(TaskStart* start, const KeptVariables& kept) {
+  const bool isOther = isOfAnother(start->rights);
+  if (!enterFolder(start->folder) || !setUp(start, kept)) return exitNoTask;
+  return becomeProgramOf(*start, isOther);
 }
 
 }  // namespace runlet_tool

@@ -12,6 +12,7 @@
 #include "tool/batch/job_batch.h"
 #include "tool/batch/logs.h"
 #include "tool/batch/summary.h"
+#include "tool/exec/become_task.h"
 #include "tool/run/held_signals.h"
 #include "tool/run/scheduler.h"
 #include "tool/run/starter.h"
@@ -26,6 +27,7 @@ constexpr std::chrono::seconds grace(10);
 struct RunOptions {
   BatchOptions batch;
   std::int32_t jobs = 1;
+  KeptVariables kept;
 };
 
 std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
@@ -46,7 +48,7 @@ TaskSource taskSource(const Batch& batch, Starter* starter) {
 }
 
 int runJob(const RunOptions& options) {
-  Starter starter;  // while this process is small
+  Starter starter(options.kept);  // while this process is small
   if (starter.error() != 0) {
     std::fprintf(stderr, "runlet-job: run: no process can be made for the start of tasks: %s\n",
                  std::strerror(starter.error()));
@@ -78,6 +80,7 @@ void addRun(CLI::App* app, Action* action) {
       ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
+  addKeptVariables(verb, &options->kept);
   verb->callback([=] { *action = [=] { return runJob(*options); }; });
 }
 

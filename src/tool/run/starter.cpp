@@ -11,7 +11,6 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "tool/exec/become_task.h"
 #include "tool/run/starter_message.h"
 
 namespace runlet_tool {
@@ -55,14 +54,15 @@ bool takeStreams(int log) {
          dup2(log, STDOUT_FILENO) != -1 && dup2(log, STDERR_FILENO) != -1;
 }
 
-[[noreturn]] void runTask(int socket, StartRequest* request, const sigset_t& mask) {
+[[noreturn]] void runTask(int socket, StartRequest* request, const sigset_t& mask,
+                          const KeptVariables& kept) {
   close(socket);  // whose end tells the run that the starter has ended
   char leave = 0;
   if (!receiveBytes(request->leave, &leave, 1)) _exit(exitNoTask);
   setsid();
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   if (!takeStreams(request->log)) _exit(exitNoTask);
-  _exit(becomeStart(&request->start));  // all that was written has gone out, line by line
+  _exit(becomeStart(&request->start, kept));  // all that was written has gone out, line by line
 }
 
 // A copy of this process, as fork makes it, that is a child of this one's parent.
@@ -71,15 +71,16 @@ pid_t forkSibling() {
       syscall(SYS_clone, CLONE_PARENT | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
 }
 
-StartAnswer startTask(int socket, StartRequest* request, const sigset_t& mask) {
+StartAnswer startTask(int socket, StartRequest* request, const sigset_t& mask,
+                      const KeptVariables& kept) {
   const pid_t process = forkSibling();
-  if (process == 0) runTask(socket, request, mask);
+  if (process == 0) runTask(socket, request, mask, kept);
   return {process == -1 ? errno : 0, process};
 }
 
 // Until the run has ended, which is all that ends this process: signals from a terminal are for the
 // run and the tasks.
-[[noreturn]] void serve(int socket) {
+[[noreturn]] void serve(int socket, const KeptVariables& kept) {
   sigset_t all;
   sigset_t mask;
   sigfillset(&all);
@@ -89,7 +90,7 @@ StartAnswer startTask(int socket, StartRequest* request, const sigset_t& mask) {
   while (true) {
     StartRequest request;
     if (!receiveRequest(socket, &request)) break;
-    const StartAnswer answer = startTask(socket, &request, mask);
+    const StartAnswer answer = startTask(socket, &request, mask, kept);
     close(request.log);
     close(request.leave);
     if (!sendBytes(socket, &answer, sizeof answer)) break;
@@ -99,13 +100,13 @@ StartAnswer startTask(int socket, StartRequest* request, const sigset_t& mask) {
 
 }  // namespace
 
-Starter::Starter() {
+Starter::Starter(const KeptVariables& kept) {
   Sockets sockets;
   error_ = makeSockets(&sockets);
   if (error_ == 0) process_ = fork();
   if (process_ == 0) {
     close(sockets.ours);
-    serve(sockets.theirs);
+    serve(sockets.theirs, kept);
   }
   if (error_ == 0 && process_ == -1) error_ = errno;
   close(sockets.theirs);

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include "exec/start.h"
+#include "tool/exec/become_task.h"
 
 namespace runlet_tool {
 
@@ -19,7 +20,8 @@ inline constexpr int starterGone = -1;
 // default disposition. The other process ends with the object, or with this process.
 class Starter {
  public:
-  Starter();
+  // Of the variables of the environment those in `kept` stay for tasks of another user, too.
+  explicit Starter(const KeptVariables& kept = {});
   ~Starter();
   Starter(const Starter&) = delete;
   Starter& operator=(const Starter&) = delete;
