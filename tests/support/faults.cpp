@@ -288,3 +288,9 @@ extern "C" long syscall(long number, ...) noexcept {
   }
   return result;
 }
+
+extern "C" int pipe2(int* ends, int flags) noexcept {
+  using Function = int (*)(int*, int);
+  if (refusedIf(faultIs("no-pipes")) != 0) return -1;
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pipe2"))(ends, flags);
+}

@@ -13,6 +13,7 @@
 #include "exec/child.h"
 #include "exec/start.h"
 #include "tool/batch/task_user.h"
+#include "tool/exec/relay.h"
 #include "tool/exec/task_rights.h"
 #include "tool/exec/user_entry.h"
 #include "tool/expand/loading.h"
@@ -75,7 +76,10 @@ bool setUp(TaskStart* start, const KeptVariables& kept) {
   announceStart(*start);
   makeExecutable(*start);
   const bool isOther = isOfAnother(start->rights);
-  if (isOther) setEnvironmentOf(static_cast<uid_t>(start->rights.uid), kept);
+  if (isOther) {
+    setEnvironmentOf(static_cast<uid_t>(start->rights.uid), kept);
+    leaveTerminal();
+  }
   return takeTaskRights(&start->rights) && (!isOther || closeOthers());
 }
 
@@ -109,9 +113,12 @@ int becomeTask(AdapterContext* context, std::int32_t number, const KeptVariables
   // The folder first: where the command cannot be composed either, the folder is what is reported.
   if (!enterFolder(runFolder(*context)) || !compose(*context, number, &start)) return exitNoTask;
   const bool isOther = isOfAnother(start.rights);
-  if (!setUp(&start, kept)) return exitNoTask;
-  sayWhose(note, number);
-  return becomeProgramOf(start, isOther);
+  const auto become = [&] {
+    if (!setUp(&start, kept)) return exitNoTask;
+    sayWhose(note, number);
+    return becomeProgramOf(start, isOther);
+  };
+  return isOther && hasTerminal() ? relayTask(become) : become();
 }
 
 int becomeStart(TaskStart* start, const KeptVariables& kept) {
