@@ -7,9 +7,14 @@
 namespace runlet {
 
 // An ordered list of strings that owns them by value. Adds nothing to the vector but the
-// virtual destructor.
+// virtual destructor, beside which a move has to be asked for.
 class StringList : public std::vector<std::string> {
  public:
+  StringList() = default;
+  StringList(const StringList&) = default;
+  StringList(StringList&&) = default;
+  StringList& operator=(const StringList&) = default;
+  StringList& operator=(StringList&&) = default;
   virtual ~StringList() = default;
 };
 

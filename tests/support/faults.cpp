@@ -3,9 +3,13 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <grp.h>
+#include <linux/capability.h>
 #include <pwd.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -142,11 +146,23 @@ extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
     if (status != nullptr) *status = W_STOPCODE(SIGSTOP);
     return pid;
   }
+  // As if somebody else had taken the first status that is of interest, or nobody could.
+  static pid_t lost = 0;
+  if (lost == 0 && status != nullptr && (faultIs("lost-status") || faultIs("kept-status"))) {
+    lost = pid;
+    status = nullptr;
+  }
+  if (pid == lost && faultIs("kept-status")) {
+    errno = ECHILD;
+    return -1;
+  }
   using Function = pid_t (*)(pid_t, int*, int);
   const pid_t result =
       reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);
-  if (faultIs("lost-ends")) {
-    // As if somebody else had waited for the child.
+  const bool isLost = pid == lost && result == pid;
+  if (isLost) lost = -2;
+  // Of the other fault: as if somebody else had waited for each child.
+  if (isLost || faultIs("lost-ends")) {
     errno = ECHILD;
     return -1;
   }
@@ -179,4 +195,125 @@ extern "C" int sigtimedwait(const sigset_t* signals, siginfo_t* info, const time
   }
   using Function = int (*)(const sigset_t*, siginfo_t*, const timespec*);
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "sigtimedwait"))(signals, info, &real);
+}
+
+// A process that is ended right before it tells another one of eight bytes, a process id among
+// them.
+extern "C" ssize_t send(int socket, const void* bytes, std::size_t size, int flags) {
+  if (size == 8 && faultIs("lost-answer")) std::raise(SIGKILL);
+  using Function = ssize_t (*)(int, const void*, std::size_t, int);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "send"))(socket, bytes, size, flags);
+}
+
+// A system that does not tell about children, or knows none; but not before the first has ended.
+extern "C" int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
+  using Function = int (*)(idtype_t, id_t, siginfo_t*, int);
+  const int result =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitid"))(type, id, info, options);
+  const bool isFine = result == 0 && info->si_pid == 0;
+  if (isFine || !(faultIs("waitid-refused") || faultIs("no-children"))) return result;
+  errno = faultIs("no-children") ? ECHILD : EPERM;
+  return -1;
+}
+
+// Standard error that cannot be joined to standard output.
+extern "C" int dup2(int from, int to) noexcept {
+  if (from == STDOUT_FILENO && to == STDERR_FILENO && faultIs("dup2-refused")) {
+    errno = EBUSY;
+    return -1;
+  }
+  using Function = int (*)(int, int);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "dup2"))(from, to);
+}
+
+// A user with two groups, whoever it is.
+extern "C" passwd* getpwuid(uid_t uid) {
+  using Function = passwd* (*)(uid_t);
+  if (!faultIs("known-user")) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getpwuid"))(uid);
+  }
+  static char name[] = "shot";
+  static char home[] = "/home/shot";
+  static char shell[] = "/bin/shots";
+  static passwd entry{};
+  entry.pw_name = name;
+  entry.pw_uid = uid;
+  entry.pw_gid = 73;
+  entry.pw_dir = home;
+  entry.pw_shell = shell;
+  return &entry;
+}
+
+extern "C" int getgrouplist(const char* user, gid_t group, gid_t* groups, int* count) {
+  using Function = int (*)(const char*, gid_t, gid_t*, int*);
+  if (!faultIs("known-user")) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getgrouplist"))(user, group, groups, count);
+  }
+  const int room = *count;
+  *count = 2;
+  if (room < 2) return -1;
+  groups[0] = group;
+  groups[1] = 7;
+  return 2;
+}
+
+static int refusedIf(bool isRefused) {
+  if (isRefused) errno = EPERM;
+  return isRefused ? -1 : 0;
+}
+
+// A process that is told that it has given its rights up, and has not.
+extern "C" int getresuid(uid_t* real, uid_t* effective, uid_t* saved) noexcept {
+  using Function = int (*)(uid_t*, uid_t*, uid_t*);
+  const int result =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getresuid"))(real, effective, saved);
+  if (faultIs("keeps-root")) *saved = 0;
+  return result;
+}
+
+extern "C" int getresgid(gid_t* real, gid_t* effective, gid_t* saved) noexcept {
+  using Function = int (*)(gid_t*, gid_t*, gid_t*);
+  const int result =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getresgid"))(real, effective, saved);
+  if (faultIs("keeps-group")) *real = 0;
+  return result;
+}
+
+extern "C" int setgroups(std::size_t count, const gid_t* groups) noexcept {
+  using Function = int (*)(std::size_t, const gid_t*);
+  if (refusedIf(faultIs("no-setgroups")) != 0) return -1;
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setgroups"))(count, groups);
+}
+
+extern "C" int close_range(unsigned first, unsigned last, int flags) noexcept {
+  using Function = int (*)(unsigned, unsigned, int);
+  if (refusedIf(faultIs("close-range-refused")) != 0) return -1;
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "close_range"))(first, last, flags);
+}
+
+// Calls that the C library has no functions for.
+extern "C" long syscall(long number, ...) noexcept {
+  long values[6];
+  va_list arguments;
+  va_start(arguments, number);
+  for (long& value : values) value = va_arg(arguments, long);
+  va_end(arguments);
+  if (number == SYS_keyctl && (faultIs("no-keyrings") || faultIs("keyring-quota"))) {
+    errno = faultIs("no-keyrings") ? ENOSYS : EDQUOT;
+    return -1;
+  }
+  if (number == SYS_capget && refusedIf(faultIs("capget-refused")) != 0) return -1;
+  using Function = long (*)(long, ...);
+  const long result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "syscall"))(
+      number, values[0], values[1], values[2], values[3], values[4], values[5]);
+  if (number == SYS_capget && faultIs("keeps-capability")) {
+    reinterpret_cast<__user_cap_data_struct*>(values[1])->permitted |= 1U << CAP_SETUID;
+  }
+  return result;
+}
+
+extern "C" int pipe2(int* ends, int flags) noexcept {
+  using Function = int (*)(int*, int);
+  if (refusedIf(faultIs("no-pipes")) != 0) return -1;
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pipe2"))(ends, flags);
 }

@@ -11,7 +11,6 @@
 #include "tool/batch/task_user.h"
 #include "tool/check/findings_text.h"
 #include "tool/check/inspect.h"
-#include "tool/expand/loading.h"
 #include "tool/system/paths.h"
 #include "tool/text/format.h"
 #include "tool/text/shell_quote.h"
@@ -38,25 +37,18 @@ void sayWarnings(const AdapterContext& context, const char* verb, const Report& 
                command.c_str());
 }
 
-int checkJob(const AdapterContext& context, const char* verb) {
-  const Report report = inspect({context.jobFile, context.appPath, requestUser()});
+// Loads the file once: the job that was checked, whatever becomes of its file, is `*context` then.
+int checkJob(const Question& question, const char* verb, AdapterContext* context) {
+  const Report report = inspect(question, context);
   if (report.isReadable && report.count(Severity::error) == 0) {
-    sayWarnings(context, verb, report);
+    sayWarnings(*context, verb, report);
     return exitFine;
   }
-  const std::string shownFile = visible(context.jobFile);
+  const std::string shownFile = visible(question.jobFile);
   const std::string text =
       findingsText(shownFile, report, wantsColour(stderr)) + summaryText(shownFile, report);
   std::fputs(text.c_str(), stderr);
   return report.isReadable ? exitFailing : exitUnreadable;
-}
-
-// Whether the file can be loaded still: it might have been changed since it was checked.
-bool reload(AdapterContext* context) {
-  const LoadResult result = loadJob(context);
-  const bool isLoaded = result.loading == Loading::loaded;
-  if (!isLoaded) std::fprintf(stderr, "%s\n", shownMessage(result).c_str());
-  return isLoaded;
 }
 
 void settle(AdapterContext* context, const char* verb) {
@@ -101,12 +93,11 @@ void addBatchOptions(CLI::App* verb, BatchOptions* options) {
 
 int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   AdapterContext& context = batch->context;
-  context.jobFile = fullPath(currentFolder(), options.job);
-  context.appPath = options.appPath;
-  setRange(options.range, &context);
-  const int status = checkJob(context, verb);
+  const std::string jobFile = fullPath(currentFolder(), options.job);
+  const int status = checkJob({jobFile, options.appPath, requestUser()}, verb, &context);
   if (status != exitFine) return status;
-  if (!reload(&context)) return exitUnreadable;
+  context.userName.clear();  // which was for the check alone
+  setRange(options.range, &context);
   settle(&context, verb);
   if (!selectTasks(verb, batch)) return exitFailing;
   batch->name = jobName(context.jobFile);
@@ -114,14 +105,6 @@ int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   const bool hasLogFolder = !context.logFolder.empty();
   batch->logFolder = hasLogFolder ? fullPath(batch->folder, context.logFolder) : batch->folder;
   return exitFine;
-}
-
-std::vector<std::string> execArguments(const Batch& batch, std::int32_t task) {
-  std::vector<std::string> arguments = {ownPath(), "exec", batch.context.jobFile, "--task",
-                                        std::to_string(task)};
-  if (batch.context.appPath.empty()) return arguments;
-  arguments.insert(arguments.end(), {"-a", batch.context.appPath});
-  return arguments;
 }
 
 }  // namespace runlet_tool

@@ -16,12 +16,21 @@
 namespace runlet_tool {
 namespace {
 
-// 0, or the error number of what stands in the way of logs in that folder.
+// A descriptor of that folder, in which there can be logs then; -1 with the reason in errno.
 int makeWritable(const std::string& folder) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
-  if (error) return error.value();
-  return faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
+  errno = error.value();
+  if (error || faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) return -1;
+  return open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+}
+
+int openWithoutWaiting(const std::string& path) {
+  // Not to wait for somebody who reads a pipe of that name: root would wait for any user.
+  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  const int log = open(path.c_str(), flags, 0666);
+  if (log != -1) fcntl(log, F_SETFL, 0);  // the task's writes are to wait as ever
+  return log;
 }
 
 }  // namespace
@@ -37,22 +46,15 @@ std::string logPath(const Batch& batch, std::int32_t task) {
 }
 
 bool makeLogFolder(const Batch& batch, const char* verb) {
-  const AsTaskUser user(batch.context);
-  const int error = user.isTaken() ? makeWritable(batch.logFolder) : errno;
-  if (error == 0) return true;
+  const int folder = doAsTaskUser(batch.context, [&] { return makeWritable(batch.logFolder); });
+  if (folder != -1) return close(folder) == 0;
   std::fprintf(stderr, "runlet-job: %s: no logs can be written to %s: %s\n", verb,
-               visible(batch.logFolder).c_str(), std::strerror(error));
+               visible(batch.logFolder).c_str(), std::strerror(errno));
   return false;
 }
 
 int openLog(const Batch& batch, std::int32_t task) {
-  const AsTaskUser user(batch.context);
-  if (!user.isTaken()) return -1;
-  // Not to wait for somebody who reads a pipe of that name: root would wait for any user.
-  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-  const int log = open(logPath(batch, task).c_str(), flags, 0666);
-  if (log != -1) fcntl(log, F_SETFL, 0);  // the task's writes are to wait as ever
-  return log;
+  return doAsTaskUser(batch.context, [&] { return openWithoutWaiting(logPath(batch, task)); });
 }
 
 }  // namespace runlet_tool

@@ -15,11 +15,13 @@ int logDigits(const Batch& batch);
 std::string logPath(const Batch& batch, std::int32_t task);
 
 // Makes the log folder, with the folders in front of it, as the user that the tasks run as, where
-// it is not there yet. False, with a message on standard error, when it cannot be made.
+// it is not there yet. Who may enter it is up to the job's mask; nobody but that user may write to
+// it. False, with a message on standard error, when it cannot be made.
 bool makeLogFolder(const Batch& batch, const char* verb);
 
 // Opens the task's log for writing, empty, as the user that the tasks run as: a log folder may
-// belong to that user, who must not have root write where a link of his leads. -1, with the
+// belong to that user, who must not have root write where a link of his leads. Who may read a new
+// log is up to the job's mask; nobody but that user may write to it. -1, with the
 // reason in errno, when it cannot be opened. The descriptor closes on exec.
 int openLog(const Batch& batch, std::int32_t task);
 

@@ -1,12 +1,14 @@
 #include "tool/batch/task_user.h"
 
 #include <grp.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
-
-#include "tool/check/access.h"
+#include <cstring>
 
 namespace runlet_tool {
 namespace {
@@ -21,9 +23,71 @@ std::string idsText(std::int32_t uid, std::int32_t gid) {
   return text.append("group ").append(std::to_string(gid));
 }
 
-bool switchTo(const AdapterContext& context) {
-  return setgroups(0, nullptr) == 0 && setegid(static_cast<gid_t>(context.gid)) == 0 &&
-         seteuid(static_cast<uid_t>(context.uid)) == 0;
+bool becomeTaskUser(const AdapterContext& context) {
+  return setgroups(0, nullptr) == 0 && setgid(static_cast<gid_t>(context.gid)) == 0 &&
+         setuid(static_cast<uid_t>(context.uid)) == 0;
+}
+
+int doWithMask(std::int32_t mask, const std::function<int()>& work) {
+  constexpr mode_t neverForOthers = S_IWGRP | S_IWOTH;
+  constexpr mode_t alwaysForOwner = S_IRWXU;
+  const mode_t before =
+      umask((static_cast<mode_t>(mask) | neverForOthers) & ~alwaysForOwner & ACCESSPERMS);
+  const int descriptor = work();
+  umask(before);
+  return descriptor;
+}
+
+// What the process that does the work says at its end; the descriptor is beside it, if there is
+// one.
+struct Answer {
+  int error = 0;
+};
+
+// An answer and room for a descriptor.
+struct Message {
+  Message() {
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+  }
+
+  Answer answer;
+  iovec part{&answer, sizeof answer};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+  msghdr message{};
+};
+
+void sendAnswer(int socket, int descriptor, int error) {
+  Message sent;
+  sent.answer.error = error;
+  cmsghdr* const rights = CMSG_FIRSTHDR(&sent.message);
+  rights->cmsg_level = SOL_SOCKET;
+  rights->cmsg_type = SCM_RIGHTS;
+  rights->cmsg_len = CMSG_LEN(sizeof descriptor);
+  std::memcpy(CMSG_DATA(rights), &descriptor, sizeof descriptor);
+  if (error != 0) sent.message.msg_controllen = 0;
+  sendmsg(socket, &sent.message, MSG_NOSIGNAL);
+}
+
+// The descriptor; -1 with the reason in errno, EIO where the process has ended without an answer.
+int receiveAnswer(int socket) {
+  Message received;
+  received.answer.error = EIO;
+  recvmsg(socket, &received.message, MSG_CMSG_CLOEXEC);
+  int descriptor = -1;
+  const cmsghdr* const rights = CMSG_FIRSTHDR(&received.message);
+  if (rights != nullptr) std::memcpy(&descriptor, CMSG_DATA(rights), sizeof descriptor);
+  errno = received.answer.error;
+  return descriptor;
+}
+
+[[noreturn]] void workInChild(int socket, const AdapterContext& context,
+                              const std::function<int()>& work) {
+  const int descriptor = becomeTaskUser(context) ? doWithMask(context.umask, work) : -1;
+  sendAnswer(socket, descriptor, descriptor == -1 ? errno : 0);
+  _exit(EXIT_SUCCESS);
 }
 
 }  // namespace
@@ -40,19 +104,23 @@ std::string settleTaskUser(AdapterContext* context) {
   return idsText(uid, gid) + ", not as the job's " + wanted + ": only root may switch";
 }
 
-AsTaskUser::AsTaskUser(const AdapterContext& context)
-    : isRoot_(geteuid() == 0),
-      group_(getegid()),
-      groups_(ownGroups()),
-      isTaken_(!isRoot_ || switchTo(context)) {}
-
-AsTaskUser::~AsTaskUser() {
-  if (!isRoot_) return;
-  const int error = errno;  // of what was done meanwhile
-  const bool isBack =
-      seteuid(0) == 0 && setegid(group_) == 0 && setgroups(groups_.size(), groups_.data()) == 0;
-  if (!isBack) std::abort();  // to go on with other rights than those that it had
+int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work) {
+  if (geteuid() != 0) return doWithMask(context.umask, work);
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return -1;
+  const pid_t child = fork();
+  if (child == 0) workInChild(ends[1], context, work);
+  int error = errno;  // of the fork, if it failed
+  close(ends[1]);
+  int descriptor = -1;
+  if (child != -1) {
+    descriptor = receiveAnswer(ends[0]);
+    error = errno;
+    waitpid(child, nullptr, 0);
+  }
+  close(ends[0]);
   errno = error;
+  return descriptor;
 }
 
 }  // namespace runlet_tool

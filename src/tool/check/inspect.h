@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "adapter/context.h"
 #include "tool/check/finding.h"
 
 namespace runlet_tool {
@@ -26,6 +27,9 @@ inline constexpr std::size_t mostFindings = 20;
 // Nothing is run and nothing changed. Without an error among the findings the adapter starts every
 // task that was looked at; with one it does not start all, unless that is an error for its danger
 // alone (see isOfDanger).
-Report inspect(const Question& question);
+//
+// `*job`, where it is given, becomes the job as it was inspected, with the paths and the user of
+// the question. Without an error among the findings that is a job as `loadJob` loads it.
+Report inspect(const Question& question, runlet::AdapterContext* job = nullptr);
 
 }  // namespace runlet_tool

@@ -90,7 +90,7 @@ Place placeInTemplate(const Inspection& inspection, std::size_t offset) {
       inspection.source->offsetIn(*text.node, text.begin + offset, text.marks));
 }
 
-Report inspect(const Question& question) {
+Report inspect(const Question& question, runlet::AdapterContext* job) {
   SourceDocument document(question.jobFile.c_str());
   document.SetTabSize(1);  // every TAB one column
   const LoadResult loaded = loadDocument(&document);
@@ -113,6 +113,7 @@ Report inspect(const Question& question) {
   if (read.loading == Loading::loaded && question.isOfHost) inspectHost(&inspection);
   inspection.report.taskCount = static_cast<std::int32_t>(inspection.context.taskList.size());
   sort(&inspection.report.findings);
+  if (job != nullptr) *job = std::move(inspection.context);
   return std::move(inspection.report);
 }
 

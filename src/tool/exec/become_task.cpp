@@ -1,13 +1,21 @@
 #include "tool/exec/become_task.h"
 
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 
+#include "adapter/messages.h"
 #include "adapter/task_range.h"
 #include "exec/child.h"
 #include "exec/start.h"
 #include "tool/batch/task_user.h"
+#include "tool/exec/relay.h"
+#include "tool/exec/task_rights.h"
+#include "tool/exec/user_entry.h"
 #include "tool/expand/loading.h"
 #include "tool/text/format.h"
 #include "tool/text/visible.h"
@@ -16,7 +24,8 @@ namespace runlet_tool {
 namespace {
 
 using runlet::AdapterContext;
-using runlet::SetUp;
+using runlet::OldStderr;
+using runlet::TaskStart;
 
 bool loadTaskJob(AdapterContext* context) {
   const LoadResult result = loadJob(context);
@@ -33,19 +42,52 @@ bool requireTask(const AdapterContext& context, std::int32_t number) {
   return false;
 }
 
-// The adapter's own set-up. Other than the adapter, goes on after an exception that would end the
-// process, says what the system would say of it, and ends the line of every text. The texts are the
-// adapter's, byte for byte, whatever is in them: logs of tasks are the same on every way to run.
-bool setUp(AdapterContext* context, std::int32_t number, runlet::TaskStart* start) {
+bool enterFolder(const std::string& folder) {
+  if (runlet::enterRunFolder(folder)) return true;
+  std::fputc('\n', stderr);  // which the adapter's text lacks
+  return false;
+}
+
+// Other than the adapter, goes on after an exception that would end the process, and says what the
+// system would say of it.
+bool compose(const AdapterContext& context, std::int32_t number, TaskStart* start) {
   try {
-    const SetUp result = setUpTask(context, number - 1, start);
-    const bool endsLine = result == SetUp::done || result == SetUp::fillInFailed;
-    if (!endsLine) std::fputc('\n', stderr);
-    return result == SetUp::done;
+    if (composeStart(context, number - 1, start)) return true;
+    std::fputs(runlet::fillInFailedText, stderr);
   } catch (const std::out_of_range& error) {
     std::fprintf(stderr, "%s\n", terminateText("std::out_of_range", error.what()).c_str());
-    return false;
   }
+  return false;
+}
+
+// What the starter has open beside the three streams.
+bool closeOthers() {
+  if (close_range(STDERR_FILENO + 1, ~0U, 0) == 0) return true;
+  std::fprintf(stderr, "runlet-job: open files cannot be kept from the task: %s\n",
+               std::strerror(errno));
+  return false;
+}
+
+// All that the adapter does between entering the folder and starting the program.
+bool setUp(TaskStart* start, const KeptVariables& kept) {
+  // The "Calling" line goes out at once: the log of the task begins with it. The adapter keeps it
+  // for the line about the process, which is not written here.
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  announceStart(*start);
+  makeExecutable(*start);
+  const bool isOther = isOfAnother(start->rights);
+  if (isOther) {
+    setEnvironmentOf(static_cast<uid_t>(start->rights.uid), kept);
+    leaveTerminal();
+  }
+  return takeTaskRights(&start->rights) && (!isOther || closeOthers());
+}
+
+// Yields only when there is no program to become: the exit status for that.
+int becomeProgramOf(const TaskStart& start, bool isOther) {
+  const OldStderr old = isOther ? OldStderr::closes : OldStderr::stays;
+  const int error = runlet::becomeProgram(start.commandLine, start.redirectStderr, old);
+  return error == ENOENT ? exitNotFound : exitCannotExecute;
 }
 
 void sayWhose(const std::string& note, std::int32_t number) {
@@ -56,18 +98,33 @@ void sayWhose(const std::string& note, std::int32_t number) {
 
 }  // namespace
 
-int becomeTask(AdapterContext* context, std::int32_t number) {
+void addKeptVariables(CLI::App* verb, KeptVariables* kept) {
+  verb->add_option("--keep-env", *kept, "Keep this variable for a task of another user; repeatable")
+      ->expected(1)
+      ->take_all()
+      ->type_name("NAME");
+}
+
+int becomeTask(AdapterContext* context, std::int32_t number, const KeptVariables& kept) {
   if (!loadTaskJob(context) || !requireTask(*context, number)) return exitNoTask;
   // The one step that the adapter does not have: the caller's identity in place of the job's.
   const std::string note = settleTaskUser(context);
-  // The "Calling" line goes out at once: the log of the task begins with it. The adapter keeps it
-  // for the line about the process, which is not written here.
-  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-  runlet::TaskStart start;
-  if (!setUp(context, number, &start)) return exitNoTask;
-  sayWhose(note, number);
-  const int error = runlet::becomeProgram(start.commandLine, start.redirectStderr);
-  return error == ENOENT ? exitNotFound : exitCannotExecute;
+  TaskStart start;
+  // The folder first: where the command cannot be composed either, the folder is what is reported.
+  if (!enterFolder(runFolder(*context)) || !compose(*context, number, &start)) return exitNoTask;
+  const bool isOther = isOfAnother(start.rights);
+  const auto become = [&] {
+    if (!setUp(&start, kept)) return exitNoTask;
+    sayWhose(note, number);
+    return becomeProgramOf(start, isOther);
+  };
+  return isOther && hasTerminal() ? relayTask(become) : become();
+}
+
+int becomeStart(TaskStart* start, const KeptVariables& kept) {
+  const bool isOther = isOfAnother(start->rights);
+  if (!enterFolder(start->folder) || !setUp(start, kept)) return exitNoTask;
+  return becomeProgramOf(*start, isOther);
 }
 
 }  // namespace runlet_tool

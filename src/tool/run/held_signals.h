@@ -20,11 +20,6 @@ class HeldSignals {
   // Takes the next of the signals. 0 when there is none for `time`; it may be none earlier, too.
   int await(std::chrono::milliseconds time) const;
 
-  // The mask that there was before: that of programs to be started.
-  const sigset_t& maskBefore() const {
-    return before_;
-  }
-
  private:
   sigset_t held_{};
   sigset_t before_{};

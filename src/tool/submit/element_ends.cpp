@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 
 #include "tool/batch/end_lines.h"
 #include "tool/batch/task_user.h"
@@ -33,25 +32,25 @@ std::string lastLines(int file, off_t size) {
   return begin == 0 ? text : text.erase(0, std::min(text.find('\n'), text.size()));
 }
 
-// Empty where there is no such file that can be read.
-std::string lastLines(const std::string& path) {
-  // To open a pipe or a device may do something to it, and be waited for; a link could lead to what
-  // is not the tasks' user's. Whoever exchanges the file meanwhile has it opened, but not read.
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(path, error))) return "";
-  const int file = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+// Opens the file. To open a pipe or a device may do something to it, and be waited for; a link
+// could lead to what is not the tasks' user's. Whoever exchanges the file meanwhile has it opened,
+// but not read.
+int openLogFile(const std::string& path) {
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return -1;
+  return open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+// With the tasks' rights: where others cannot write, root may not be able to read. Empty where
+// there is no such file.
+std::string readAsTaskUser(const Batch& batch, const std::string& path) {
+  const int file = doAsTaskUser(batch.context, [&] { return openLogFile(path); });
   if (file == -1) return "";
   struct stat status = {};
   const bool isRegular = fstat(file, &status) == 0 && S_ISREG(status.st_mode);
-  const std::string text = isRegular ? lastLines(file, status.st_size) : "";
+  std::string text = isRegular ? lastLines(file, status.st_size) : "";
   close(file);
   return text;
-}
-
-// With the tasks' rights: where others cannot write, root may not be able to read.
-std::string readAsTaskUser(const Batch& batch, const std::string& path) {
-  const AsTaskUser user(batch.context);
-  return user.isTaken() ? lastLines(path) : "";
 }
 
 // Whether the element has been at work, and then begun its log anew: one that was cancelled or lost

@@ -13,7 +13,6 @@
 
 #include "adapter_test.h"
 #include "temp_folder.h"
-#include "tool/batch/task_user.h"
 
 namespace runlet_tool {
 namespace {
@@ -87,6 +86,48 @@ TEST(Logs, AreInAFolderThatIsMadeForThem) {
   EXPECT_GE(runlet_test::modeOf(folder.file("a/b c/d")), 0);
 }
 
+// Whatever the mask of this process is; it stays.
+void expectModes(bool isOfAnother) {
+  const struct {
+    mode_t own;
+    std::int32_t ofJob;
+    int log;
+    int folder;
+  } rows[] = {
+      {022, 022, 0644, 0755}, {022, 077, 0600, 0700}, {077, 022, 0644, 0755},
+      {0, 0, 0644, 0755},     {022, 027, 0640, 0750}, {0, 0777, 0600, 0700},
+      {0777, 0, 0644, 0755},  {0, 0400, 0644, 0755},  {022, -1, 0600, 0700},
+  };
+  const mode_t before = umask(0);
+  for (const auto& row : rows) {
+    const TempFolder folder;
+    Batch batch;
+    const std::string logs = folder.makeFolder("open", 0777) + "/a/b";
+    isOfAnother ? fillForAnother(logs, &batch) : fill(1, logs, &batch);
+    batch.context.umask = row.ofJob;
+    umask(row.own);
+    ASSERT_TRUE(makeLogFolder(batch, "run"));
+    const int log = openLog(batch, 1);
+    EXPECT_GE(log, 0);
+    close(log);
+    EXPECT_EQ(umask(row.own), row.own);
+    EXPECT_EQ(runlet_test::modeOf(logPath(batch, 1)), row.log) << row.own << " " << row.ofJob;
+    for (const std::string& path : {logs, folder.file("open/a")}) {
+      EXPECT_EQ(runlet_test::modeOf(path), row.folder) << row.own << " " << row.ofJob;
+    }
+  }
+  umask(before);
+}
+
+TEST(Logs, AreForThoseThatTheMaskOfTheJobLeavesThemTo) {
+  expectModes(false);
+}
+
+TEST(LogsOfAnother, AreForThoseThatTheMaskOfTheJobLeavesThemTo) {
+  REQUIRE_ROOT();
+  expectModes(true);
+}
+
 void expectNoLogFolder(const Batch& batch, const std::string& reason) {
   testing::internal::CaptureStderr();
   EXPECT_FALSE(makeLogFolder(batch, "submit"));
@@ -158,32 +199,14 @@ TEST(LogsOfAnother, AreRefusedInAFolderThatThatUserCannotMake) {
   expectNoLogFolder(batch, "Permission denied");
 }
 
-TEST(AsTaskUser, GivesBackTheGroupsThatItPutAside) {
-  REQUIRE_ROOT();
-  const gid_t groups[] = {7, 9};
-  const auto change = [&] {
-    if (setgroups(2, groups) != 0) _exit(2);
-    Batch batch;
-    fillForAnother("", &batch);
-    {
-      const AsTaskUser user(batch.context);
-      if (!user.isTaken() || getgroups(0, nullptr) != 0 || geteuid() != otherId) _exit(3);
-    }
-    gid_t after[2] = {};
-    _exit(getgroups(2, after) == 2 && after[0] == 7 && after[1] == 9 && geteuid() == 0 ? 0 : 4);
-  };
-  EXPECT_EXIT(change(), testing::ExitedWithCode(0), "");
-}
-
 // Where root has lost the right to become another user, as in a container.
-TEST(AsTaskUser, IsNotTakenWithoutTheRight) {
+TEST(LogsOfAnother, AreRefusedWithoutTheRightToBecomeThatUser) {
   REQUIRE_ROOT();
   Batch batch;
   fillForAnother("", &batch);
   batch.context.uid = -1;  // is refused by the system
   const TempFolder folder;
   batch.logFolder = folder.file("logs");
-  EXPECT_FALSE(AsTaskUser(batch.context).isTaken());
   expectNoLogFolder(batch, "Invalid argument");
   EXPECT_EQ(openLog(batch, 1), -1);
   EXPECT_EQ(runlet_test::modeOf(folder.file("logs")), -1);

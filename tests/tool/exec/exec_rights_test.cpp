@@ -5,8 +5,10 @@
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "exec_run.h"
@@ -157,6 +159,25 @@ class ExecRightsOfRoot : public ExecRights {
   void SetUp() override {
     REQUIRE_ROOT();
   }
+
+  // A fault of tests/support/faults.cpp.
+  ProcessOptions withFault(const std::string& fault, const Strings& more = {}) const {
+    ProcessOptions options = exec(task(1, more));
+    options.arguments.insert(options.arguments.end(), {"--keep-env", "RUNLET_FAULT"});
+    options.environment.insert(options.environment.end(),
+                               {{"LD_PRELOAD", faultsPath},
+                                {"RUNLET_FAULT", fault},
+                                {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+    return options;
+  }
+
+  // Whether the variable may be that of the tests, or of whoever started them.
+  static bool isInherited(const std::string& variable) {
+    const std::string name = variable.substr(0, variable.find('='));
+    const Strings own = {"LC_ALL", "LC_TIME"};
+    if (name == "RUNLET_FAULT") return true;
+    return name.starts_with("LC_") && std::find(own.begin(), own.end(), name) == own.end();
+  }
 };
 
 TEST_F(ExecRightsOfRoot, BecomeTheJobsUserAndGroup) {
@@ -182,15 +203,138 @@ TEST_F(ExecRightsOfRoot, BecomeTheJobsUserAndGroup) {
   }
 }
 
-TEST_F(ExecRightsOfRoot, LeaveSupplementaryGroupsAlone) {
-  setIds("71", "72");
+// Ids that no user database knows.
+void setStrangeGroups() {
+  const gid_t groups[] = {5, 12345};
+  if (setgroups(2, groups) != 0) _exit(97);
+}
+
+TEST_F(ExecRightsOfRoot, HaveNoGroupOfRootForAnotherUser) {
+  setIds("4200071", "72");
   ProcessOptions options = exec(task());
-  options.prepare = [] {
-    const gid_t groups[] = {5, 12345};
-    if (setgroups(2, groups) != 0) _exit(97);
-  };
+  options.prepare = setStrangeGroups;
+  expectTool(runProcess(options), calling_, "", "exit 0");
+  EXPECT_EQ(workReport()["Groups:"], Strings{" "});
+
+  setIds("0", "72");
   expectTool(runProcess(options), calling_, "", "exit 0");
   EXPECT_EQ(workReport()["Groups:"], Strings{"5 12345 "});
+}
+
+TEST_F(ExecRightsOfRoot, IncludeTheGroupsOfTheUser) {
+  setIds("71", "72");
+  ProcessOptions options = withFault("known-user");
+  options.prepare = setStrangeGroups;
+  expectTool(runProcess(options), calling_, "", "exit 0");
+  EXPECT_EQ(workReport()["Groups:"], Strings{"7 73 "});
+}
+
+TEST_F(ExecRightsOfRoot, HaveTheEnvironmentOfTheUser) {
+  const Strings common = {"LANG=de", "LANGUAGE=en", "LC_ALL=C", "LC_TIME=x=y",
+                          "PATH=/usr/bin:/bin"};
+  const struct {
+    std::string fault;
+    Strings kept;
+    Strings variables;
+  } rows[] = {
+      {"none", {}, {"HOME=/", "LOGNAME=4200071", "SHELL=/bin/sh", "USER=4200071"}},
+      {"known-user", {}, {"HOME=/home/shot", "LOGNAME=shot", "SHELL=/bin/shots", "USER=shot"}},
+      {"none",
+       {"--keep-env", "SHOT", "--keep-env", "HOME", "--keep-env", "MISSING"},
+       {"HOME=/of/root", "LOGNAME=4200071", "SHELL=/bin/sh", "SHOT=a b", "USER=4200071"}},
+  };
+  setIds("4200071", "72");
+  for (const auto& row : rows) {
+    ProcessOptions options = withFault(row.fault, row.kept);
+    options.environment.insert(options.environment.end(), {{"LANG", "de"},
+                                                           {"LANGUAGE", "en"},
+                                                           {"LC_TIME", "x=y"},
+                                                           {"HOME", "/of/root"},
+                                                           {"SHOT", "a b"},
+                                                           {"SECRET", "of root"}});
+    expectTool(runProcess(options), calling_, "", "exit 0");
+    Strings variables = workReport()["variable"];
+    std::erase_if(variables, [](const std::string& name) { return isInherited(name); });
+    std::sort(variables.begin(), variables.end());
+    Strings expected = row.variables;
+    expected.insert(expected.end(), common.begin(), common.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(variables, expected);
+  }
+}
+
+TEST_F(ExecRightsOfRoot, LeaveOpenFilesOfRootBehind) {
+  const std::string secret = folder_.write("secret", "of root", 0600);
+  for (const char* redirect : {"yes", "no"}) {
+    job_.set("redirectStderr", redirect);
+    setIds("71", "72");
+    ProcessOptions options = exec(task());
+    options.prepare = [&] { openAs(6, secret, O_RDONLY); };
+    expectTool(runProcess(options), calling_, "", "exit 0");
+    EXPECT_EQ(workReport()["descriptor"].size(), 3U);
+  }
+}
+
+// As of a service that was given the right to switch users in place of being root.
+void haveAmbientCapabilities(uid_t uid) {
+  const unsigned rights = 1U << CAP_SETUID | 1U << CAP_SETGID;
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct sets[2]{{rights, rights, rights}, {0, 0, 0}};
+  const bool isDone = prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) == 0 && setgroups(0, nullptr) == 0 &&
+                      setgid(uid) == 0 && setuid(uid) == 0 &&
+                      syscall(SYS_capset, &header, sets) == 0 &&
+                      prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_SETUID, 0, 0) == 0 &&
+                      prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_SETGID, 0, 0) == 0;
+  if (!isDone) _exit(97);
+}
+
+TEST_F(ExecRightsOfRoot, DoNotIncludeAmbientCapabilities) {
+  setIds("71", "72");
+  ProcessOptions options = unprivilegedExec(task());
+  options.prepare = [] { haveAmbientCapabilities(otherId); };
+  expectTool(runProcess(options), calling_, note(1, otherId, otherId, "user 71 and group 72"),
+             "exit 0");
+  Report lines = workReport();
+  for (const char* kind : {"CapPrm:", "CapEff:"}) {
+    EXPECT_EQ(lines[kind], Strings{"0000000000000000"}) << kind;
+  }
+  expectRanAs(otherId, otherId);
+}
+
+TEST_F(ExecRightsOfRoot, AreNoMoreThanTheUsersOrNothingIsStarted) {
+  const std::string more =
+      "runlet-job: the task is not started: it would have more rights than user 71 and group 72\n";
+  const struct {
+    const char* fault;
+    std::string error;
+  } rows[] = {
+      {"keeps-root", more},
+      {"keeps-group", more},
+      {"keeps-capability", more},
+      {"capget-refused", more},
+      {"no-setgroups",
+       "runlet-job: the groups of user 71 cannot be taken: Operation not permitted\n"},
+      {"close-range-refused",
+       "runlet-job: open files cannot be kept from the task: Operation not permitted\n"},
+      {"keyring-quota", "runlet-job: no session keyring for the task: Disk quota exceeded\n"},
+  };
+  setIds("71", "72");
+  for (const auto& row : rows) {
+    expectTool(runProcess(withFault(row.fault)), calling_, row.error, "exit 125");
+    EXPECT_FALSE(std::filesystem::exists(work_ + "/report")) << row.fault;
+  }
+}
+
+// And which it can do without, with a note.
+TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
+  setIds("71", "72");
+  expectTool(runProcess(withFault("no-keyrings")), calling_,
+             "runlet-job: no session keyring for the task: Function not implemented; it keeps the "
+             "one of its starter\n",
+             "exit 0");
+  expectRanAs(71, 72);
+  setIds("0", "0");
+  expectTool(runProcess(withFault("no-keyrings")), calling_, "", "exit 0");
 }
 
 TEST_F(ExecRightsOfRoot, NeedAUser) {

@@ -1,0 +1,216 @@
+#include "tool/exec/relay.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "tool/exec/become_task.h"
+#include "tool/run/held_signals.h"
+#include "tool/text/utf8.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr std::size_t longestCharacter = 4;  // bytes of UTF-8
+
+// An output of the task that goes to a terminal.
+struct Output {
+  int stream = -1;  // of this process
+  int source = -1;  // what the task writes can be read here; -1 = nothing more
+  std::string rest;
+};
+
+using Outputs = std::array<Output, 2>;
+
+// U+0080 to U+009F are control characters too.
+bool isControl(std::string_view character) {
+  const auto first = static_cast<unsigned char>(character[0]);
+  if (character.size() == 1)
+    return (first < ' ' && first != '\n' && first != '\t') || first == 0x7f;
+  return first == 0xc2 && static_cast<unsigned char>(character[1]) < 0xa0;
+}
+
+void appendBytes(std::string_view bytes, std::string* text) {
+  for (const char byte : bytes) {
+    char code[8];
+    std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(byte) & 0xffU);
+    *text += code;
+  }
+}
+
+// Whether `text`, which does not begin with a character, may with more bytes after it.
+bool mayBecomeCharacter(std::string_view text) {
+  if (text.size() >= longestCharacter) return false;
+  for (const char* more : {"\x80", "\x80\x80", "\xa0\x80", "\x90\x80\x80", "\x80\x80\x80"}) {
+    if (utf8CharacterLength(std::string(text) + more) != 0) return true;
+  }
+  return false;
+}
+
+void writeAll(int stream, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = write(stream, text.data(), text.size());
+    if (count < 0) return;  // the terminal is gone, and the task goes on without
+    text.remove_prefix(static_cast<std::size_t>(count));
+  }
+}
+
+// Shows what there is, without waiting for more: no more than a pipe holds, since others may go on
+// writing after the task has ended.
+void relay(Output* output) {
+  char part[65536];
+  const ssize_t count = read(output->source, part, sizeof part);
+  if (count > 0) {
+    writeAll(output->stream, shown({part, static_cast<std::size_t>(count)}, &output->rest));
+  }
+  if (count > 0 || (count == -1 && errno == EAGAIN)) return;
+  close(output->source);
+  output->source = -1;
+}
+
+struct Pipes {
+  Outputs outputs;
+  int writeEnds[2] = {-1, -1};
+};
+
+// One for each output that is a terminal. False with the reason in errno.
+bool makePipes(Pipes* pipes) {
+  for (int i = 0; i < 2; ++i) {
+    int ends[2];
+    if (isatty(STDOUT_FILENO + i) == 0) continue;
+    if (pipe2(ends, O_CLOEXEC) != 0) return false;
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    pipes->outputs[static_cast<std::size_t>(i)] = {STDOUT_FILENO + i, ends[0], ""};
+    pipes->writeEnds[i] = ends[1];
+  }
+  return true;
+}
+
+void showRest(const Output& output) {
+  std::string text;
+  appendBytes(output.rest, &text);
+  writeAll(output.stream, text);
+}
+
+// In the child: the streams that are terminals become others. False where that fails.
+bool replaceTerminals(const int (&writeEnds)[2]) {
+  for (int i = 0; i < 2; ++i) {
+    if (writeEnds[i] != -1 && dup2(writeEnds[i], STDOUT_FILENO + i) == -1) return false;
+  }
+  if (isatty(STDIN_FILENO) == 0) return true;
+  const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  return input != -1 && dup2(input, STDIN_FILENO) != -1;
+}
+
+// Until the child has ended, whose wait status is yielded.
+int attend(pid_t child, int signals, Outputs* outputs) {
+  while (true) {
+    pollfd events[] = {
+        {signals, POLLIN, 0}, {(*outputs)[0].source, POLLIN, 0}, {(*outputs)[1].source, POLLIN, 0}};
+    poll(events, std::size(events), -1);
+    signalfd_siginfo info{};
+    if (read(signals, &info, sizeof info) == sizeof info && info.ssi_signo != SIGCHLD) {
+      const auto signal = static_cast<int>(info.ssi_signo);
+      if (kill(-child, signal) != 0) kill(child, signal);
+    }
+    int status = W_EXITCODE(exitNoTask, 0);  // where the end cannot be found out
+    const bool hasEnded = waitpid(child, &status, WNOHANG) != 0;
+    for (Output& output : *outputs) {
+      if (output.source != -1) relay(&output);
+    }
+    if (hasEnded) return status;
+  }
+}
+
+sigset_t relayedSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGCHLD);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    struct sigaction action {};
+    sigaction(signal, nullptr, &action);
+    if (action.sa_handler != SIG_IGN) sigaddset(&set, signal);
+  }
+  return set;
+}
+
+}  // namespace
+
+bool hasTerminal() {
+  return isatty(STDIN_FILENO) != 0 || isatty(STDOUT_FILENO) != 0 || isatty(STDERR_FILENO) != 0;
+}
+
+void leaveTerminal() {
+  const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (terminal == -1) return;
+  if (setsid() == -1) {
+    // The first process of a session takes the terminal from all of it, which brings a SIGHUP.
+    struct sigaction ignored {};
+    struct sigaction before {};
+    ignored.sa_handler = SIG_IGN;
+    sigaction(SIGHUP, &ignored, &before);
+    ioctl(terminal, TIOCNOTTY);
+    sigaction(SIGHUP, &before, nullptr);
+  }
+  close(terminal);
+}
+
+std::string shown(std::string_view text, std::string* rest) {
+  const std::string whole = *rest + std::string(text);
+  rest->clear();
+  std::string result;
+  for (std::string_view left = whole; !left.empty();) {
+    const std::size_t length = utf8CharacterLength(left);
+    if (length == 0 && mayBecomeCharacter(left)) {
+      *rest = left;
+      break;
+    }
+    const std::string_view character = left.substr(0, length == 0 ? 1 : length);
+    if (length == 0 || isControl(character)) {
+      appendBytes(character, &result);
+    } else {
+      result += character;
+    }
+    left.remove_prefix(character.size());
+  }
+  return result;
+}
+
+int relayTask(const std::function<int()>& become) {
+  Pipes pipes;
+  const sigset_t held = relayedSignals();
+  sigset_t before;
+  sigprocmask(SIG_BLOCK, &held, &before);
+  std::signal(SIGCHLD, SIG_DFL);  // or the end of the child could not be waited for
+  const int signals = signalfd(-1, &held, SFD_NONBLOCK | SFD_CLOEXEC);
+  const bool isReady = makePipes(&pipes) && signals != -1;
+  const pid_t child = isReady ? fork() : -1;
+  if (child == 0) {
+    setsid();
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    _exit(replaceTerminals(pipes.writeEnds) ? become() : exitNoTask);
+  }
+  if (child == -1) {
+    std::fprintf(stderr, "runlet-job: exec: the task cannot be kept from the terminal: %s\n",
+                 std::strerror(errno));
+    return exitNoTask;
+  }
+  for (const int end : pipes.writeEnds) close(end);
+  const int status = attend(child, signals, &pipes.outputs);
+  for (const Output& output : pipes.outputs) showRest(output);
+  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);  // a core file is the task's to leave
+  if (WIFSIGNALED(status)) endBySignal(WTERMSIG(status));
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,32 @@
+// A task of another user, kept from the terminal of whoever starts it.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace runlet_tool {
+
+// Whether any of the three standard streams is a terminal.
+bool hasTerminal();
+
+// Gives up the controlling terminal, in which the process could still type, if there is one.
+void leaveTerminal();
+
+// Does `become` in a child that leads a session of its own: its standard input is empty where it
+// was a terminal, and its outputs go through this process where they were one, with `shown` for
+// what is in them. `become` is to become a program, and yields an exit status where it cannot.
+//
+// SIGINT, SIGTERM, SIGHUP and SIGQUIT go to the process group of the child, unless they are
+// ignored. Yields the child's exit status once it has ended and what it has written until then is
+// shown; where a signal has ended the child, this process ends by the same. What the child leaves
+// behind has nowhere to write then. Yields 125, after a line on standard error, where there can be
+// no child.
+int relayTask(const std::function<int()>& become);
+
+// `text` for a terminal: line ends, TABs and what is printable stay, every other byte is \xNN.
+// Bytes at the end that may be the beginning of a character are left in `*rest`, which comes before
+// `text` and is what the call before has left.
+std::string shown(std::string_view text, std::string* rest);
+
+}  // namespace runlet_tool

@@ -1,0 +1,103 @@
+#include "tool/exec/task_rights.h"
+
+#include <grp.h>
+#include <linux/capability.h>
+#include <linux/keyctl.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "tool/exec/user_entry.h"
+
+namespace runlet_tool {
+namespace {
+
+using runlet::UserRights;
+
+// 0, or the error number.
+int setGroups(uid_t uid) {
+  const std::vector<gid_t> groups = groupsOf(uid);
+  return setgroups(groups.size(), groups.data()) == 0 ? 0 : errno;
+}
+
+// For the time in which a process of the user has memory of the starter. A change of ids sets it
+// anew, a new program as well.
+void leaveNoCore() {
+  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+}
+
+bool hasIds(const UserRights& rights) {
+  const auto wantedUser = static_cast<uid_t>(rights.uid);
+  const auto wantedGroup = static_cast<gid_t>(rights.gid);
+  uid_t user[3];
+  gid_t group[3];
+  if (getresuid(&user[0], &user[1], &user[2]) != 0) return false;
+  if (getresgid(&group[0], &group[1], &group[2]) != 0) return false;
+  for (int i = 0; i < 3; ++i) {
+    if (user[i] != wantedUser || group[i] != wantedGroup) return false;
+  }
+  return true;
+}
+
+// Ambient ones would survive the change of user and the program's start.
+bool dropCapabilities() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3]{};
+  prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
+  if (syscall(SYS_capget, &header, sets) != 0) return false;
+  for (__user_cap_data_struct& set : sets) set.permitted = set.effective = 0;
+  if (syscall(SYS_capset, &header, sets) != 0) return false;
+  if (syscall(SYS_capget, &header, sets) != 0) return false;
+  bool hasNone = prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_IS_SET, CAP_SETUID, 0, 0) <= 0;
+  for (const __user_cap_data_struct& set : sets) hasNone &= (set.permitted | set.effective) == 0;
+  return hasNone;
+}
+
+// With the starter's, the task could use keys of the starter.
+bool joinOwnKeyring() {
+  if (syscall(SYS_keyctl, KEYCTL_JOIN_SESSION_KEYRING, nullptr) != -1) return true;
+  const bool isBarred = errno == ENOSYS || errno == EPERM || errno == EACCES;
+  std::fprintf(stderr, "runlet-job: no session keyring for the task: %s%s\n", std::strerror(errno),
+               isBarred ? "; it keeps the one of its starter" : "");
+  return isBarred;
+}
+
+bool keepsNothing(const UserRights& rights) {
+  if (hasIds(rights) && (rights.uid == 0 || dropCapabilities())) return true;
+  std::fprintf(stderr,
+               "runlet-job: the task is not started: it would have more rights than user %u and "
+               "group %u\n",
+               static_cast<unsigned>(rights.uid), static_cast<unsigned>(rights.gid));
+  return false;
+}
+
+}  // namespace
+
+bool isOfAnother(const UserRights& rights) {
+  return static_cast<uid_t>(rights.uid) != geteuid();
+}
+
+bool takeTaskRights(UserRights* rights) {
+  const bool isOther = isOfAnother(*rights);
+  if (isOther) leaveNoCore();
+  const int groupsError = isOther ? setGroups(static_cast<uid_t>(rights->uid)) : 0;
+  // Before that error: where no group can be set at all, the job's own is what is reported.
+  if (!takeUserRights(rights)) {
+    std::fputc('\n', stderr);  // which the adapter's text lacks
+    return false;
+  }
+  if (isOther) leaveNoCore();
+  if (groupsError != 0) {
+    std::fprintf(stderr, "runlet-job: the groups of user %u cannot be taken: %s\n",
+                 static_cast<unsigned>(rights->uid), std::strerror(groupsError));
+    return false;
+  }
+  return keepsNothing(*rights) && (!isOther || joinOwnKeyring());
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,23 @@
+// Rights of a task that no farm server stands in for: it gets no more than its user has.
+#pragma once
+
+#include "exec/user_rights.h"
+
+namespace runlet_tool {
+
+// Whether the task is of another user than this process.
+bool isOfAnother(const runlet::UserRights& rights);
+
+// Switches the process to the group, the user and the mask of `*rights`, as takeUserRights does,
+// and looks whether it has kept nothing: the real, effective and saved ids are those, and unless
+// the user is root it has no capability that a program could inherit.
+//
+// For another user it also takes that user's supplementary groups, joins a session keyring of its
+// own, and leaves no core file, since its memory is still the starter's.
+//
+// False, after a line on standard error, where anything of that fails; then the process may have
+// any of those rights and must not become a program. A system that has no keyrings, or keeps them
+// from this process, gets a note instead.
+bool takeTaskRights(runlet::UserRights* rights);
+
+}  // namespace runlet_tool
