@@ -99,6 +99,9 @@ class ExecComparison {
     const int code = cutCode(&error_);
     const std::string note = this->note();
     std::string error = exec_.result.error;
+    // Where the system keeps keyrings from the tests, as in some containers.
+    const std::size_t keyring = error.find("runlet-job: no session keyring for the task: ");
+    if (keyring != std::string::npos) error.erase(keyring, error.find('\n', keyring) + 1 - keyring);
     if (!note.empty()) mark("note");
     expect(note.empty() || error.find(note) != std::string::npos, "note: " + note);
     if (!note.empty() && error.find(note) != std::string::npos) {

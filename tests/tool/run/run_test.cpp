@@ -99,7 +99,7 @@ class Run : public testing::Test {
   }
 
   void expectLog(int task, const std::string& script, const std::string& text) const {
-    EXPECT_EQ(readFile(logPath(task)),
+    EXPECT_EQ(withoutKeyringNote(readFile(logPath(task))),
               calling("/bin/sh -c \"" + script + "\"", folder_.path()) + text);
   }
 
