@@ -17,6 +17,7 @@
 #include "tool/exec/become_task.h"
 #include "tool/run/held_signals.h"
 #include "tool/text/utf8.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -32,12 +33,8 @@ struct Output {
 
 using Outputs = std::array<Output, 2>;
 
-// U+0080 to U+009F are control characters too.
-bool isControl(std::string_view character) {
-  const auto first = static_cast<unsigned char>(character[0]);
-  if (character.size() == 1)
-    return (first < ' ' && first != '\n' && first != '\t') || first == 0x7f;
-  return first == 0xc2 && static_cast<unsigned char>(character[1]) < 0xa0;
+bool isPrintable(std::string_view character) {
+  return character == "\n" || character == "\t" || !isControlCharacter(character);
 }
 
 void appendBytes(std::string_view bytes, std::string* text) {
@@ -176,10 +173,10 @@ std::string shown(std::string_view text, std::string* rest) {
       break;
     }
     const std::string_view character = left.substr(0, length == 0 ? 1 : length);
-    if (length == 0 || isControl(character)) {
-      appendBytes(character, &result);
-    } else {
+    if (length != 0 && isPrintable(character)) {
       result += character;
+    } else {
+      appendBytes(character, &result);
     }
     left.remove_prefix(character.size());
   }

@@ -24,7 +24,8 @@ void leaveTerminal();
 // no child.
 int relayTask(const std::function<int()>& become);
 
-// `text` for a terminal: line ends, TABs and what is printable stay, every other byte is \xNN.
+// `text` for a terminal: line ends and TABs stay, the bytes of other control characters (see
+// isControlCharacter) and of what is not UTF-8 become \xNN.
 // Bytes at the end that may be the beginning of a character are left in `*rest`, which comes before
 // `text` and is what the call before has left.
 std::string shown(std::string_view text, std::string* rest);
