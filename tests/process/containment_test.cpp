@@ -109,7 +109,7 @@ void becomeStarterWithCapabilities() {
   bool isDone = prctl(PR_SET_KEEPCAPS, 1) == 0 && setgroups(0, nullptr) == 0 &&
                 setgid(starterId) == 0 && setuid(starterId) == 0;
   isDone = isDone && syscall(SYS_capset, &header, data) == 0;
-  for (const unsigned long capability : {CAP_SETUID, CAP_SETGID}) {
+  for (const unsigned long capability : {0UL + CAP_SETUID, 0UL + CAP_SETGID}) {
     isDone = isDone && prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, capability, 0, 0) == 0;
   }
   if (!isDone) _exit(97);
