@@ -1,7 +1,6 @@
 #include "tool/check/command_words.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <string_view>
 
@@ -161,18 +160,6 @@ void inspectProgram(const Line& line) {
            "There is no program to start, which is reported as \"No such file or directory\".",
            "Write the program and its arguments into Arguments.");
   }
-}
-
-constexpr char safeInShell[] =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
-
-// Bytes beyond ASCII are letters to a shell.
-bool isSafeInShell(std::string_view path) {
-  const auto isSafe = [](char c) {
-    return static_cast<unsigned char>(c) >= 0x80 ||
-           (c != '\0' && std::strchr(safeInShell, c) != nullptr);
-  };
-  return !path.starts_with('-') && std::all_of(path.begin(), path.end(), isSafe);
 }
 
 void inspectChmod(const Line& line) {

@@ -10,6 +10,7 @@
 
 #include "adapter/task_range.h"
 #include "job/int32.h"
+#include "tool/check/danger.h"
 #include "tool/check/texts.h"
 
 namespace runlet_tool {
@@ -130,11 +131,7 @@ void inspectMask(const Number& number, Inspection* inspection) {
 bool saysZero(const Number& number, const Source& source) {
   if (isCutOff(*number.node)) return false;
   const std::size_t begin = source.offsetOf(*number.node);
-  std::string_view text = source.text();
-  text = text.substr(begin, source.textEnd(begin) - begin);
-  text = text.substr(0, text.find_last_not_of(whiteSpace) + 1);
-  if (text.starts_with('-') || text.starts_with('+')) text.remove_prefix(1);
-  return !text.empty() && text.find_first_not_of('0') == std::string_view::npos;
+  return isPlainZero(std::string_view(source.text()).substr(begin, source.textEnd(begin) - begin));
 }
 
 // Yields whether there is something to find.

@@ -13,6 +13,7 @@
 #include "exec/child.h"
 #include "exec/start.h"
 #include "tool/batch/task_user.h"
+#include "tool/check/danger.h"
 #include "tool/exec/relay.h"
 #include "tool/exec/task_rights.h"
 #include "tool/exec/user_entry.h"
@@ -29,9 +30,15 @@ using runlet::TaskStart;
 
 bool loadTaskJob(AdapterContext* context) {
   const LoadResult result = loadJob(context);
-  if (result.loading == Loading::loaded) return true;
-  std::fprintf(stderr, "%s\n", shownMessage(result).c_str());
-  return false;
+  if (result.loading != Loading::loaded) {
+    std::fprintf(stderr, "%s\n", shownMessage(result).c_str());
+  } else if (result.hiddenRoot != nullptr) {
+    std::fprintf(stderr,
+                 "runlet-job: the task is not started: the %s of %s is root's without saying so; "
+                 "see: runlet-job explain RJ034\n",
+                 result.hiddenRoot, visible(context->jobFile).c_str());
+  }
+  return result.loading == Loading::loaded && result.hiddenRoot == nullptr;
 }
 
 bool requireTask(const AdapterContext& context, std::int32_t number) {
@@ -60,6 +67,17 @@ bool compose(const AdapterContext& context, std::int32_t number, TaskStart* star
   return false;
 }
 
+// The program of another user is made executable with the starter's rights, in a folder that the
+// starter names. The job is not to lead out of that folder, nor to anything but a chmod.
+bool requireSafePath(const TaskStart& start) {
+  const bool isSafe = isSafeInShell(start.chmodPath);
+  if (isSafe && ("/" + start.chmodPath + "/").find("/../") == std::string::npos) return true;
+  std::fprintf(stderr, "runlet-job: the task is not started: with -a %s %s\n",
+               isSafe ? "root would change the mode of" : "a shell of root's would read the path",
+               visible(start.chmodPath).c_str());
+  return false;
+}
+
 // What the starter has open beside the three streams.
 bool closeOthers() {
   if (close_range(STDERR_FILENO + 1, ~0U, 0) == 0) return true;
@@ -70,12 +88,13 @@ bool closeOthers() {
 
 // All that the adapter does between entering the folder and starting the program.
 bool setUp(TaskStart* start, const KeptVariables& kept) {
+  const bool isOther = isOfAnother(start->rights);
+  if (isOther && !requireSafePath(*start)) return false;
   // The "Calling" line goes out at once: the log of the task begins with it. The adapter keeps it
   // for the line about the process, which is not written here.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   announceStart(*start);
   makeExecutable(*start);
-  const bool isOther = isOfAnother(start->rights);
   if (isOther) {
     setEnvironmentOf(static_cast<uid_t>(start->rights.uid), kept);
     leaveTerminal();

@@ -7,9 +7,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <vector>
 
 #include "tool/exec/user_entry.h"
@@ -44,18 +46,17 @@ bool hasIds(const UserRights& rights) {
   return true;
 }
 
-// Ambient ones would survive the change of user and the program's start.
+// Ambient ones would survive the change of user and the start of the program. They go with the
+// permitted ones.
 bool dropCapabilities() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3]{};
-  prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
-  if (syscall(SYS_capget, &header, sets) != 0) return false;
-  for (__user_cap_data_struct& set : sets) set.permitted = set.effective = 0;
-  if (syscall(SYS_capset, &header, sets) != 0) return false;
-  if (syscall(SYS_capget, &header, sets) != 0) return false;
-  bool hasNone = prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_IS_SET, CAP_SETUID, 0, 0) <= 0;
-  for (const __user_cap_data_struct& set : sets) hasNone &= (set.permitted | set.effective) == 0;
-  return hasNone;
+  if (syscall(SYS_capset, &header, sets) != 0 || syscall(SYS_capget, &header, sets) != 0) {
+    return false;
+  }
+  return std::all_of(std::begin(sets), std::end(sets), [](const __user_cap_data_struct& set) {
+    return (set.permitted | set.effective | set.inheritable) == 0;
+  });
 }
 
 // With the starter's, the task could use keys of the starter.

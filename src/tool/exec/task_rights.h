@@ -10,7 +10,7 @@ bool isOfAnother(const runlet::UserRights& rights);
 
 // Switches the process to the group, the user and the mask of `*rights`, as takeUserRights does,
 // and looks whether it has kept nothing: the real, effective and saved ids are those, and unless
-// the user is root it has no capability that a program could inherit.
+// the user is root it has no capability.
 //
 // For another user it also takes that user's supplementary groups, joins a session keyring of its
 // own, and leaves no core file, since its memory is still the starter's.

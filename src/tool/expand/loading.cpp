@@ -6,6 +6,7 @@
 
 #include "adapter/messages.h"
 #include "job/parameter_file.h"
+#include "tool/check/danger.h"
 #include "tool/text/format.h"
 #include "tool/text/visible.h"
 #include "xml/document.h"
@@ -34,7 +35,7 @@ LoadResult loadDocument(TiXmlDocument* document) {
 LoadResult readDocument(const TiXmlDocument& document, runlet::AdapterContext* context) {
   try {
     const char* message = readJobDocument(document, context);
-    if (message == nullptr) return {};
+    if (message == nullptr) return {Loading::loaded, "", hiddenRootIn(document)};
     return {Loading::refused, withoutLineEnd("%s", message)};
   } catch (const std::length_error& error) {
     return {Loading::ends, terminateText("std::length_error", error.what())};

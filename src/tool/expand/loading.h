@@ -21,6 +21,9 @@ struct LoadResult {
   // The adapter's own text, without its line end; empty when loaded, and where it has none: for an
   // empty path.
   std::string message;
+  // Of a job that is loaded: "uid" or "gid" where that id is root's without saying so (see
+  // hiddenRootIn), else null.
+  const char* hiddenRoot = nullptr;
 };
 
 // What is said in place of a message that the adapter does not have.

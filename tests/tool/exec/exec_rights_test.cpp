@@ -153,6 +153,28 @@ TEST_F(ExecRights, OfTheCallerHoldForFolderAndProgram) {
   EXPECT_EQ(modeOf(bin + "render"), 0700);
 }
 
+// Whoever starts it: whether it matters is not for a look at the caller to decide.
+TEST_F(ExecRights, AreNotRootsForAnIdThatDoesNotSayZero) {
+  const std::string own = std::to_string(getegid());
+  const struct {
+    const char* uid;
+    std::string gid;
+    const char* name;
+  } rows[] = {
+      {"ann", own, "uid"},   {"0x3e8", own, "uid"}, {"4294967296", own, "uid"},
+      {"0", "staff", "gid"}, {"-", "staff", "uid"}, {"71", "0.5", "gid"},
+  };
+  for (const auto& row : rows) {
+    setIds(row.uid, row.gid);
+    const std::string refusal = std::string("runlet-job: the task is not started: the ") +
+                                row.name + " of " + jobFile_ +
+                                " is root's without saying so; see: runlet-job explain RJ034\n";
+    expectTool(become(), "", refusal, "exit 125");
+    expectTool(runProcess(unprivilegedExec(task())), "", refusal, "exit 125");
+  }
+  EXPECT_FALSE(std::filesystem::exists(work_ + "/report"));
+}
+
 // With root from here on: the change of identity is a real one.
 class ExecRightsOfRoot : public ExecRights {
  protected:
@@ -368,6 +390,32 @@ TEST_F(ExecRightsOfRoot, AreTakenBehindFolderAndChmod) {
   expectTool(become(1, {"-a", bin}), calling(bin + "render x", closed) + "71\n" + closed + "\n", "",
              "exit 0");
   EXPECT_EQ(modeOf(bin + "render"), 0755);
+}
+
+TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
+  const std::string bin = folder_.makeFolder("bin") + "/";
+  folder_.write("secret", "", 0600);
+  const struct {
+    std::string program;
+    const char* what;
+  } rows[] = {
+      {"render>made", "a shell of root's would read the path "},
+      {"$(touch${IFS}made)", "a shell of root's would read the path "},
+      {"../secret", "root would change the mode of "},
+      {"x/../../secret", "root would change the mode of "},
+      {"..", "root would change the mode of "},
+  };
+  setIds("71", "72");
+  for (const auto& row : rows) {
+    job_.arguments = row.program + " x";
+    write(job_);
+    expectTool(
+        become(1, {"-a", bin}), "",
+        "runlet-job: the task is not started: with -a " + (row.what + bin) + row.program + "\n",
+        "exit 125");
+  }
+  EXPECT_FALSE(std::filesystem::exists(work_ + "/made"));
+  EXPECT_EQ(modeOf(folder_.file("secret")), 0600);
 }
 
 // And the program is looked for with those of the task.

@@ -58,6 +58,10 @@ class ExecComparison {
   // False when the tasks behind this one cannot come to anything else.
   bool compare(Trial* trial) {
     trial_ = trial;
+    if (isDanger()) {
+      compareDanger();
+      return at_.has_value();
+    }
     expect(exec_.shellCommands == adapter_.shellCommands, "what the shell is given");
     expect(exec_.modes == adapter_.modes, "modes of the files");
     if (!adapter_.shellCommands.empty()) mark("chmod");
@@ -68,6 +72,27 @@ class ExecComparison {
   }
 
  private:
+  // What the adapter does and exec does not: an id that comes to root unsaid, and a chmod of root's
+  // with a text of the job's that leads elsewhere.
+  bool isDanger() const {
+    return exec_.result.error.starts_with("runlet-job: the task is not started: ");
+  }
+
+  void compareDanger() {
+    mark("danger");
+    const std::string& error = exec_.result.error;
+    const std::string id = error.find(" uid of ") != std::string::npos ? "uid" : "gid";
+    const std::string ofId = "runlet-job: the task is not started: the " + id + " of " +
+                             scene_.fullJobFile() +
+                             " is root's without saying so; see: runlet-job explain RJ034\n";
+    const bool isOfPath = error.find("started: with -a ") != std::string::npos;
+    expect(isOfPath ? geteuid() == 0 && !scene_.isUnprivileged() : error == ofId, "standard error");
+    expect(exec_.result.output.empty() && exec_.children.empty() && exec_.shellCommands.empty(),
+           "something was done");
+    expectStatus("exit 125");
+    if (!trial_->differences.empty()) showBoth(describeStatus(adapter_.result.waitStatus));
+  }
+
   void compareAs(const std::string& status) {
     if (at_) return compareStarted();
     if (status == "exit 255") return compareRefused();
@@ -247,6 +272,7 @@ TEST_F(ExecProperty, BecomesWhatTheAdapterWouldStart) {
            {"a script", 10},
            {"another folder", 200},
            {"chmod", 100},
+           {"danger", 5},
            {"ended", 40},
            {"error apart", 200},
            {"error joined", 400},

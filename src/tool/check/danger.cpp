@@ -1,0 +1,51 @@
+#include "tool/check/danger.h"
+
+#include <tinyxml.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "job/int32.h"
+#include "tool/check/source.h"
+#include "tool/check/texts.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr char safeInShell[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
+
+// The element has text: without it the job could not be read.
+bool isHiddenRoot(const TiXmlElement& element) {
+  const TiXmlText& text = *element.FirstChild()->ToText();
+  return runlet::decimalInt32(text.Value()) == 0 &&
+         (text.CDATA() || isCutOff(text) || !isPlainZero(text.Value()));
+}
+
+}  // namespace
+
+bool isPlainZero(std::string_view text) {
+  text = text.substr(0, text.find_last_not_of(whiteSpace) + 1);
+  if (text.starts_with('-') || text.starts_with('+')) text.remove_prefix(1);
+  return !text.empty() && text.find_first_not_of('0') == std::string_view::npos;
+}
+
+const char* hiddenRootIn(const TiXmlDocument& document) {
+  const TiXmlNode* cmdData = document.FirstChild()->FirstChild("cmdData");
+  for (const char* name : {"uid", "gid"}) {
+    const TiXmlElement* element = cmdData->FirstChildElement(name);
+    if (element != nullptr && isHiddenRoot(*element)) return name;
+  }
+  return nullptr;
+}
+
+bool isSafeInShell(std::string_view path) {
+  // Bytes beyond ASCII are letters to a shell.
+  const auto isSafe = [](char c) {
+    return static_cast<unsigned char>(c) >= 0x80 ||
+           (c != '\0' && std::strchr(safeInShell, c) != nullptr);
+  };
+  return !path.starts_with('-') && std::all_of(path.begin(), path.end(), isSafe);
+}
+
+}  // namespace runlet_tool
