@@ -4,6 +4,8 @@
 #include <iterator>
 #include <string_view>
 
+#include "tool/check/danger.h"
+
 namespace runlet_tool {
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -13,10 +13,10 @@
 #include "exec/child.h"
 #include "exec/start.h"
 #include "tool/batch/task_user.h"
+#include "tool/batch/user_environment.h"
 #include "tool/check/danger.h"
 #include "tool/exec/relay.h"
 #include "tool/exec/task_rights.h"
-#include "tool/exec/user_entry.h"
 #include "tool/expand/loading.h"
 #include "tool/text/format.h"
 #include "tool/text/visible.h"
@@ -78,6 +78,14 @@ bool requireSafePath(const TaskStart& start) {
   return false;
 }
 
+void setEnvironment(const std::vector<std::string>& variables) {
+  clearenv();
+  for (const std::string& variable : variables) {
+    const std::size_t end = variable.find('=');
+    setenv(variable.substr(0, end).c_str(), variable.c_str() + end + 1, 1);
+  }
+}
+
 // What the starter has open beside the three streams.
 bool closeOthers() {
   if (close_range(STDERR_FILENO + 1, ~0U, 0) == 0) return true;
@@ -96,7 +104,7 @@ bool setUp(TaskStart* start, const KeptVariables& kept) {
   announceStart(*start);
   makeExecutable(*start);
   if (isOther) {
-    setEnvironmentOf(static_cast<uid_t>(start->rights.uid), kept);
+    setEnvironment(userEnvironment(static_cast<uid_t>(start->rights.uid), kept));
     leaveTerminal();
   }
   return takeTaskRights(&start->rights) && (!isOther || closeOthers());
@@ -116,13 +124,6 @@ void sayWhose(const std::string& note, std::int32_t number) {
 }
 
 }  // namespace
-
-void addKeptVariables(CLI::App* verb, KeptVariables* kept) {
-  verb->add_option("--keep-env", *kept, "Keep this variable for a task of another user; repeatable")
-      ->expected(1)
-      ->take_all()
-      ->type_name("NAME");
-}
 
 int becomeTask(AdapterContext* context, std::int32_t number, const KeptVariables& kept) {
   if (!loadTaskJob(context) || !requireTask(*context, number)) return exitNoTask;

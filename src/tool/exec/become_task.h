@@ -7,7 +7,6 @@
 
 #include "adapter/context.h"
 #include "exec/start.h"
-#include "tool/verb.h"
 
 namespace runlet_tool {
 
@@ -21,9 +20,6 @@ inline constexpr int exitNotFound = 127;       // its program is not there
 // it has that user's supplementary groups and environment, no descriptors but its three streams, no
 // capabilities and a session keyring of its own. These of the caller's variables stay.
 using KeptVariables = std::vector<std::string>;
-
-// Adds --keep-env to `verb`.
-void addKeptVariables(CLI::App* verb, KeptVariables* kept);
 
 // Becomes the task `number` (from 1) of the job that `context` names with `jobFile` and `appPath`:
 // in its folder, with its group, user, mask and outputs, after announcing it on standard output as

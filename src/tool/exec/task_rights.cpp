@@ -3,6 +3,7 @@
 #include <grp.h>
 #include <linux/capability.h>
 #include <linux/keyctl.h>
+#include <pwd.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -14,12 +15,22 @@
 #include <iterator>
 #include <vector>
 
-#include "tool/exec/user_entry.h"
-
 namespace runlet_tool {
 namespace {
 
 using runlet::UserRights;
+
+// Of that user, the primary one among them; none for a user whom the database does not know.
+std::vector<gid_t> groupsOf(uid_t uid) {
+  const passwd* const entry = getpwuid(uid);
+  if (entry == nullptr) return {};
+  int count = 0;
+  getgrouplist(entry->pw_name, entry->pw_gid, nullptr, &count);  // yields how many there are
+  std::vector<gid_t> groups(static_cast<std::size_t>(count));
+  getgrouplist(entry->pw_name, entry->pw_gid, groups.data(), &count);
+  groups.resize(std::min(groups.size(), static_cast<std::size_t>(count)));
+  return groups;
+}
 
 // 0, or the error number.
 int setGroups(uid_t uid) {

@@ -14,6 +14,7 @@
 #include "tool/batch/job_batch.h"
 #include "tool/batch/logs.h"
 #include "tool/batch/summary.h"
+#include "tool/batch/user_environment.h"
 #include "tool/exec/become_task.h"
 #include "tool/run/held_signals.h"
 #include "tool/run/scheduler.h"
@@ -93,7 +94,8 @@ void addRun(CLI::App* app, Action* action) {
       ->type_name("K");
   // For the arrays of `submit` alone, and not shown.
   verb->add_option("--tell-ends", options->endLinesId)->group("");
-  addKeptVariables(verb, &options->kept);
+  addKeptVariables(verb, "Keep this variable for a task of another user; repeatable",
+                   &options->kept);
   verb->callback([=] { *action = [=] { return runJob(*options); }; });
 }
 

@@ -10,10 +10,9 @@
 
 namespace runlet_tool {
 
-// The variables, each as "NAME=VALUE", out of this process's own. For root these are only those
-// that configure sbatch, or say where programs are and how they are to speak, and those that
-// `keptNames` names; HOME, LOGNAME, SHELL and USER are the job's user's then, or are not there if
-// the system does not know that user. `context` has been settled, see batch/task_user.h.
+// The variables, each as "NAME=VALUE", in order: this process's own, but for root those of
+// userEnvironment for the job's user, with what configures the cluster's programs. None of them has
+// sbatch wait, or sets another mask. `context` has been settled, see batch/task_user.h.
 std::vector<std::string> sbatchEnvironment(const runlet::AdapterContext& context,
                                            const std::vector<std::string>& keptNames);
 
@@ -32,8 +31,5 @@ class MaskForNewFiles {
  private:
   mode_t before_;
 };
-
-// What is wrong with the name of a variable; empty if nothing is.
-std::string complaintAboutVariable(const std::string& name);
 
 }  // namespace runlet_tool

@@ -10,11 +10,11 @@
 
 #include "tool/batch/logs.h"
 #include "tool/batch/summary.h"
+#include "tool/batch/user_environment.h"
 #include "tool/submit/engine.h"
 #include "tool/submit/failed_of.h"
 #include "tool/submit/interruption.h"
 #include "tool/submit/sbatch_command.h"
-#include "tool/submit/sbatch_environment.h"
 #include "tool/submit/submit_options.h"
 #include "tool/submit/wait.h"
 #include "tool/text/decimal.h"
@@ -152,10 +152,8 @@ void addSubmit(CLI::App* app, Action* action) {
       addRepeated(verb, "--sbatch-option", "OPTION",
                   "An option for sbatch, with its value in one word; may be repeated",
                   complaintAboutSbatchOption);
-  CLI::Option* keptVariables =
-      addRepeated(verb, "--keep-env", "NAME",
-                  "A variable of root's environment for the tasks, too; may be repeated",
-                  complaintAboutVariable);
+  addKeptVariables(verb, "A variable of root's environment for the tasks, too; may be repeated",
+                   &options->keptVariables);
   addFlags(verb, options.get());
   CLI::Option* failedOf = addRepeated(
       verb, "--failed-of", "JOBID",
@@ -163,7 +161,6 @@ void addSubmit(CLI::App* app, Action* action) {
   for (const char* name : {"-s", "-n", "--chunk"}) failedOf->excludes(verb->get_option(name));
   verb->callback([=] {
     options->sbatchOptions = sbatchOptions->results();
-    options->keptVariables = keptVariables->results();
     options->failedOf = failedOf->results();
     *action = [=] { return submit(*options); };
   });

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tool/submit/sbatch_environment.h"
+#include "tool/batch/user_environment.h"
 
 namespace runlet_tool {
 namespace {

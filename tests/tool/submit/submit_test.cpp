@@ -565,13 +565,16 @@ TEST_F(Submit, HandsOnTheVariablesOfRootThatAreNamed) {
           "\nSHELL=" + user->pw_shell + "\nUSER=root\n");
 }
 
-TEST_F(Submit, KnowsNothingOfAUserWhomTheSystemDoesNotKnow) {
+TEST_F(Submit, NamesAUserWhomTheSystemDoesNotKnowByTheNumber) {
   REQUIRE_ROOT();
   uid_t unknown = 61234;
   while (getpwuid(unknown) != nullptr) ++unknown;
   write(quietJob(1).set("uid", std::to_string(unknown)));
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
-  expectEnvironment(submit({}), {{"HOME", "/root"}}, "PATH=" + engine_.path() + "\n");
+  const std::string name = std::to_string(unknown);
+  expectEnvironment(submit({}), {{"HOME", "/root"}},
+                    "HOME=/\nLOGNAME=" + name + "\nPATH=" + engine_.path() +
+                        "\nSHELL=/bin/sh\nUSER=" + name + "\n");
 }
 
 TEST_F(Submit, HandsOnTheEnvironmentOfAnybodyElse) {
