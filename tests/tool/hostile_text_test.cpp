@@ -166,7 +166,8 @@ TEST_F(HostileText, IsFoundByItsCharacters) {
   job.set("TaskTimeout", "5");
   folder_.write("job.xml", job.text());
   const std::string text = runTool({"check", jobFile_}).output;
-  for (const std::string& tasks : {"RJ040: \\x1b: @ [tasks 2-3]", "RJ040: \\u202e: @ [task 3]"}) {
+  const std::string rows[] = {"RJ040: \\x1b: @ [tasks 2-3]", "RJ040: \\u202e: @ [task 3]"};
+  for (const std::string& tasks : rows) {
     const std::size_t part = tasks.find('@');
     const std::size_t begin = text.find(tasks.substr(0, part));
     ASSERT_NE(begin, std::string::npos) << text;

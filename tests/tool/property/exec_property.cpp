@@ -75,7 +75,9 @@ class ExecComparison {
   // What the adapter does and exec does not: an id that comes to root unsaid, and a chmod of root's
   // with a text of the job's that leads elsewhere.
   bool isDanger() const {
-    return exec_.result.error.starts_with("runlet-job: the task is not started: ");
+    const std::string& error = exec_.result.error;
+    return error.starts_with("runlet-job: the task is not started: ") ||
+           error.starts_with("runlet-job: -a ");
   }
 
   void compareDanger() {
@@ -85,7 +87,8 @@ class ExecComparison {
     const std::string ofId = "runlet-job: the task is not started: the " + id + " of " +
                              scene_.fullJobFile() +
                              " is root's without saying so; see: runlet-job explain RJ034\n";
-    const bool isOfPath = error.find("started: with -a ") != std::string::npos;
+    const bool isOfPath = error.find(": with -a ") != std::string::npos ||
+                          error.find(" has to be a full path\n") != std::string::npos;
     expect(isOfPath ? geteuid() == 0 && !scene_.isUnprivileged() : error == ofId, "standard error");
     expect(exec_.result.output.empty() && exec_.children.empty() && exec_.shellCommands.empty(),
            "something was done");
