@@ -45,7 +45,7 @@ struct Way {
   bool endsInLink = false;  // the file was given by a link to it
 };
 
-std::string withoutSlashesInFront(const std::string& path) {
+std::string withoutLeadingSlashes(const std::string& path) {
   return path.substr(std::min(path.find_first_not_of('/'), path.size()));
 }
 
@@ -55,7 +55,7 @@ std::string setOut(Way* way) {
   if (isFull || way->folder.number() == -1) {
     way->folder = OwnDescriptor(open(isFull ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   }
-  way->rest = withoutSlashesInFront(way->rest);
+  way->rest = withoutLeadingSlashes(way->rest);
   if (way->rest.empty() || way->rest.ends_with('/')) way->rest += '.';
   return way->folder.number() == -1 ? std::strerror(errno) : "";
 }
@@ -63,7 +63,7 @@ std::string setOut(Way* way) {
 std::string takeName(std::string* rest) {
   const std::size_t end = std::min(rest->find('/'), rest->size());
   std::string name = rest->substr(0, end);
-  *rest = withoutSlashesInFront(rest->substr(end));
+  *rest = withoutLeadingSlashes(rest->substr(end));
   return name;
 }
 
