@@ -180,8 +180,8 @@ const std::vector<Rule>& allRules() {
        "Every byte of a text reaches the program, the log and whoever reads the job as it is. An "
        "escape, a carriage return or a character that changes the direction of writing is not "
        "shown but acted on: a terminal or an editor may hide a part of the command or show it in "
-       "another order. TAB and line end do not count as such here. Of each text only the first "
-       "such character is reported.\n"
+       "another order. TAB and line end do not count as such here. A character that a text "
+       "has several times is reported once.\n"
        "Take the character out. A program that needs it can make it itself."},
       {RuleId::taskWithoutText, warning, "a Task without text is no task",
        "A Task without Params, or whose Params is empty, is passed over, and all tasks behind it "
@@ -264,8 +264,8 @@ const std::vector<Rule>& allRules() {
        "template for each of many tasks, or many placeholders that each look up a field of a long "
        "entry. Beyond an amount of work that grows with the file, far above that of a usual job, "
        "the tasks that are left are not looked at. They may have errors that are not reported, so "
-       "run and submit refuse a range with such a task.\n"
-       "Shorten the template, or look at single tasks with runlet-job expand -s."},
+       "run and submit refuse the job unless -n says how many tasks to run.\n"
+       "Shorten the template, or look at all tasks, however long it takes, with check --all."},
       {RuleId::openQuote, warning, "a quote is not closed",
        "A word that begins with a double quote runs to the next one. When there is none, the word "
        "is "
