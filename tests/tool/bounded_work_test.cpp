@@ -252,6 +252,22 @@ TEST_F(BoundedWork, RJ069TasksThatWouldTakeTooLong) {
   ASSERT_TRUE(why.starts_with(begin)) << why;
   EXPECT_GT(std::stoi(why.substr(begin.size())), 1000);
   EXPECT_TRUE(why.ends_with(" were looked at: the others would take too long.")) << why;
+
+  const Json all = Json::parse(check({"--all", "--json"})).at("jobs").at(0);
+  ASSERT_EQ(all.at("findings").size(), 1U) << all.at("findings");
+  EXPECT_EQ(all.at("findings").at(0).at("code"), "RJ066");
+  EXPECT_EQ(all.at("findings").at(0).at("tasks"), count);
+
+  // Nor are such tasks run: what was not looked at may not even be a command.
+  for (const char* verb : {"run", "submit"}) {
+    const ProcessResult result = runOn({verb});
+    EXPECT_EQ(result.output, "");
+    EXPECT_TRUE(result.error.starts_with(jobFile_ + ": warning RJ069: Of the ")) << result.error;
+    EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
+    const ProcessResult last = runOn({verb, "-s", count, "-n", "1"});
+    EXPECT_NE(last.error.find("error RJ066: "), std::string::npos) << last.error;
+    EXPECT_EQ(last.error.find("RJ069"), std::string::npos);
+  }
 }
 
 TEST_F(BoundedWork, OfProgramsOfTheMachineIsBoundedToo) {
@@ -277,7 +293,9 @@ TEST_F(BoundedWork, OfExpandLeavesTasksOutAndSaysSo) {
   EXPECT_EQ(result.error, "runlet-job: expand: left out " + std::to_string(count - shown) +
                               " tasks after task " + std::to_string(shown) +
                               " because all would take too long; show the rest with -s and -n\n");
-  const Json json = Json::parse(runOn({"expand", "--json"}).output);
+  const ProcessResult inJson = runOn({"expand", "--json"});
+  EXPECT_EQ(inJson.error, result.error);
+  const Json json = Json::parse(inJson.output);
   EXPECT_EQ(json.at("tasks").size(), shown);
   EXPECT_EQ(json.at("leftOut"), count - shown);
   const ProcessResult next =

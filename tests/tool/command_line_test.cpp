@@ -25,6 +25,20 @@ TEST(ToolCommandLine, TellsItsVerbs) {
   }
 }
 
+// An option that may be repeated does not take the words after its own.
+TEST(ToolCommandLine, MayNameTheJobAfterAnOption) {
+  for (const char* verb : {"run", "submit"}) {
+    const ProcessResult result = runTool({verb, "--keep-env", "NAME", "/nowhere/job.xml"});
+    EXPECT_TRUE(result.error.starts_with("/nowhere/job.xml: error RJ001: ")) << result.error;
+    EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+  }
+  expectTool(
+      runTool({"exec", "--keep-env", "NAME", "/nowhere/job.xml", "--task", "1"}), "",
+      "Runlet adapter: Could not load parameter file /nowhere/job.xml. Error='Failed to open "
+      "file'.Exiting.\n",
+      "exit 125");
+}
+
 TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
   struct Row {
     std::vector<std::string> arguments;

@@ -100,6 +100,8 @@ const Row rows[] = {
     {{"x"}, ""},
     {{"expand", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
     {{"expand", "du"}, "dusk light.xml\n"},
+    {{"expand", "$((x[$(touch ran)]))/"}, ""},
+    {{"expand", "`touch ran`/"}, ""},
     {{"expand", "-"}, "--help\n--json\n-a\n-n\n-s\n-u\n"},
     {{"expand", "dawn.xml", "--j"}, "--json\n"},
     {{"expand", "-s", ""}, ""},

@@ -158,6 +158,23 @@ TEST_F(HostileText, OfACommandIsShownByExpandAndWrittenAsItIsByExec) {
   expectTool(become(), calling("/bin/echo \"x\xc2\x9b\"", runFolder) + "x\xc2\x9b\n", "", "exit 0");
 }
 
+// Each of them for the tasks that have it, also beside another one.
+TEST_F(HostileText, IsFoundByItsCharacters) {
+  Job job;
+  job.arguments = "/bin/echo %tp1";
+  job.tasks = {"a", "b\x1b\x1b", "c\xe2\x80\xae\x1b", "d\r"};
+  job.set("TaskTimeout", "5");
+  folder_.write("job.xml", job.text());
+  const std::string text = runTool({"check", jobFile_}).output;
+  for (const std::string& tasks : {"RJ040: \\x1b: @ [tasks 2-3]", "RJ040: \\u202e: @ [task 3]"}) {
+    const std::size_t part = tasks.find('@');
+    const std::size_t begin = text.find(tasks.substr(0, part));
+    ASSERT_NE(begin, std::string::npos) << text;
+    const std::size_t end = text.find("\n", text.find("\n", begin) + 1);
+    EXPECT_TRUE(text.substr(begin, end - begin).ends_with(tasks.substr(part + 1))) << text;
+  }
+}
+
 TEST_F(HostileText, OfARefusalIsShown) {
   Job job;
   job.arguments = "/bin/echo %t\x1b";

@@ -37,10 +37,16 @@ void sayWarnings(const AdapterContext& context, const char* verb, const Report& 
                command.c_str());
 }
 
+bool isOfAllTasks(const Report& report) {
+  return std::none_of(report.findings.begin(), report.findings.end(), [](const Finding& finding) {
+    return finding.rule->id == RuleId::tasksNotLookedAt;
+  });
+}
+
 // Loads the file once: the job that was checked, whatever becomes of its file, is `*context` then.
 int checkJob(const Question& question, const char* verb, AdapterContext* context) {
   const Report report = inspect(question, context);
-  if (report.isReadable && report.count(Severity::error) == 0) {
+  if (report.isReadable && report.count(Severity::error) == 0 && isOfAllTasks(report)) {
     sayWarnings(*context, verb, report);
     return exitFine;
   }
@@ -94,7 +100,10 @@ void addBatchOptions(CLI::App* verb, BatchOptions* options) {
 int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   AdapterContext& context = batch->context;
   const std::string jobFile = fullPath(currentFolder(), options.job);
-  const int status = checkJob({jobFile, options.appPath, requestUser()}, verb, &context);
+  Question question = {jobFile, options.appPath, requestUser()};
+  question.looksAtAllTasks =
+      options.range.count.has_value();  // who gives a number wants those tasks
+  const int status = checkJob(question, verb, &context);
   if (status != exitFine) return status;
   context.userName.clear();  // which was for the check alone
   setRange(options.range, &context);

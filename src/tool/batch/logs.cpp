@@ -1,12 +1,12 @@
 #include "tool/batch/logs.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 
 #include "tool/batch/task_user.h"
 #include "tool/system/paths.h"
@@ -16,21 +16,35 @@
 namespace runlet_tool {
 namespace {
 
+// What neither logs nor their folders are made for: what the job's mask says, and that others write
+// to them. Their owner may do everything.
+mode_t maskFor(const Batch& batch) {
+  constexpr mode_t neverForOthers = S_IWGRP | S_IWOTH;
+  constexpr mode_t alwaysForOwner = S_IRWXU;
+  return (static_cast<mode_t>(batch.context.umask) | neverForOthers) & ~alwaysForOwner;
+}
+
+// The folder with those above it. 0, or the error number.
+int makeFolders(const std::string& folder, mode_t mode) {
+  for (std::size_t end = 0; end != std::string::npos;) {
+    end = folder.find('/', end + 1);
+    if (mkdir(folder.substr(0, end).c_str(), mode) != 0 && errno != EEXIST) return errno;
+  }
+  return 0;
+}
+
 // A descriptor of that folder, in which there can be logs then; -1 with the reason in errno.
-int makeWritable(const std::string& folder) {
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  errno = error.value();
-  if (error || faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) return -1;
+int makeWritable(const std::string& folder, mode_t mode) {
+  errno = makeFolders(folder, mode);
+  if (errno != 0 || faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) return -1;
   return open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
 }
 
-int openWithoutWaiting(const std::string& path) {
-  // Not to wait for somebody who reads a pipe of that name: root would wait for any user.
-  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-  const int log = open(path.c_str(), flags, 0666);
-  if (log != -1) fcntl(log, F_SETFL, 0);  // the task's writes are to wait as ever
-  return log;
+// A log is a file of its own: what is there may be another user's, open to others, or a link or
+// pipe that leads to somebody's terminal.
+int openNew(const std::string& path, mode_t mode) {
+  if (unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
+  return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
 }
 
 }  // namespace
@@ -46,7 +60,8 @@ std::string logPath(const Batch& batch, std::int32_t task) {
 }
 
 bool makeLogFolder(const Batch& batch, const char* verb) {
-  const int folder = doAsTaskUser(batch.context, [&] { return makeWritable(batch.logFolder); });
+  const int folder = doAsTaskUser(
+      batch.context, [&] { return makeWritable(batch.logFolder, 0777 & ~maskFor(batch)); });
   if (folder != -1) return close(folder) == 0;
   std::fprintf(stderr, "runlet-job: %s: no logs can be written to %s: %s\n", verb,
                visible(batch.logFolder).c_str(), std::strerror(errno));
@@ -54,7 +69,8 @@ bool makeLogFolder(const Batch& batch, const char* verb) {
 }
 
 int openLog(const Batch& batch, std::int32_t task) {
-  return doAsTaskUser(batch.context, [&] { return openWithoutWaiting(logPath(batch, task)); });
+  return doAsTaskUser(batch.context,
+                      [&] { return openNew(logPath(batch, task), 0666 & ~maskFor(batch)); });
 }
 
 }  // namespace runlet_tool

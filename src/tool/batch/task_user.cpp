@@ -1,14 +1,19 @@
 #include "tool/batch/task_user.h"
 
 #include <grp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+
+#include "tool/system/stop_signals.h"
 
 namespace runlet_tool {
 namespace {
@@ -28,11 +33,8 @@ bool becomeTaskUser(const AdapterContext& context) {
          setuid(static_cast<uid_t>(context.uid)) == 0;
 }
 
-int doWithMask(std::int32_t mask, const std::function<int()>& work) {
-  constexpr mode_t neverForOthers = S_IWGRP | S_IWOTH;
-  constexpr mode_t alwaysForOwner = S_IRWXU;
-  const mode_t before =
-      umask((static_cast<mode_t>(mask) | neverForOthers) & ~alwaysForOwner & ACCESSPERMS);
+int doWithoutMask(const std::function<int()>& work) {
+  const mode_t before = umask(0);
   const int descriptor = work();
   umask(before);
   return descriptor;
@@ -71,6 +73,26 @@ void sendAnswer(int socket, int descriptor, int error) {
   sendmsg(socket, &sent.message, MSG_NOSIGNAL);
 }
 
+bool isAskedToEnd() {
+  sigset_t pending;
+  sigpending(&pending);
+  const auto signals = stopSignals();
+  return std::any_of(signals.begin(), signals.end(),
+                     [&](int signal) { return sigismember(&pending, signal) == 1; });
+}
+
+// False with a reason in errno where that takes too long, or this process is asked to end: the
+// user can stop the process, and a folder be on a server that does not answer.
+bool awaitAnswer(int socket) {
+  constexpr int slice = 100;  // milliseconds
+  pollfd event{socket, POLLIN, 0};
+  for (int left = 30'000; poll(&event, 1, slice) == 0; left -= slice) {
+    errno = ETIMEDOUT;
+    if (left <= 0 || isAskedToEnd()) return false;
+  }
+  return true;
+}
+
 // The descriptor; -1 with the reason in errno, EIO where the process has ended without an answer.
 int receiveAnswer(int socket) {
   Message received;
@@ -85,7 +107,8 @@ int receiveAnswer(int socket) {
 
 [[noreturn]] void workInChild(int socket, const AdapterContext& context,
                               const std::function<int()>& work) {
-  const int descriptor = becomeTaskUser(context) ? doWithMask(context.umask, work) : -1;
+  setsid();  // or the work could get at the terminal of whoever starts the tasks
+  const int descriptor = becomeTaskUser(context) ? doWithoutMask(work) : -1;
   sendAnswer(socket, descriptor, descriptor == -1 ? errno : 0);
   _exit(EXIT_SUCCESS);
 }
@@ -105,7 +128,7 @@ std::string settleTaskUser(AdapterContext* context) {
 }
 
 int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work) {
-  if (geteuid() != 0) return doWithMask(context.umask, work);
+  if (geteuid() != 0) return doWithoutMask(work);
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return -1;
   const pid_t child = fork();
@@ -114,8 +137,9 @@ int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work
   close(ends[1]);
   int descriptor = -1;
   if (child != -1) {
-    descriptor = receiveAnswer(ends[0]);
+    if (awaitAnswer(ends[0])) descriptor = receiveAnswer(ends[0]);
     error = errno;
+    kill(child, SIGKILL);  // if the user has stopped it
     waitpid(child, nullptr, 0);
   }
   close(ends[0]);

@@ -16,15 +16,15 @@ namespace runlet_tool {
 std::string settleTaskUser(runlet::AdapterContext* context);
 
 // Has `work` look at, make or open files with the rights of the tasks' user and group alone, where
-// the caller is root: a folder may belong to that user, and root is not to write where links in it
-// lead. It is done in a process of its own then, so that this one never has other rights than its
-// own. `context` has been settled.
+// the caller is root: a folder may belong to that user, who must not have root write where links in
+// it lead. It is done in a process of its own then, without a controlling terminal, so that this
+// one never has other rights than its own. `context` has been settled.
 //
-// Files are made with the job's mask, but never for others or the group to write to, and always for
-// their owner to read, write and enter. The mask of this process is as before afterwards.
+// Files are made with the modes that `work` gives: no mask is applied to them.
 //
-// `work` yields a descriptor, or -1 with the reason in errno; so does this. The descriptor closes
-// on exec and is the caller's.
+// `work` yields a descriptor, or -1 with the reason in errno; so does this. It is ETIMEDOUT where
+// that takes more than 30 seconds, or until a signal to end comes that is blocked. The descriptor
+// closes on exec and is the caller's.
 int doAsTaskUser(const runlet::AdapterContext& context, const std::function<int()>& work);
 
 }  // namespace runlet_tool

@@ -51,6 +51,7 @@ void addUser(uid_t uid, Words* environment) {
 void addKeptVariables(CLI::App* verb, const std::string& help, Words* names) {
   verb->add_option("--keep-env", *names, help)
       ->expected(1)
+      ->allow_extra_args(false)  // or the words after the name would be names, too
       ->take_all()
       ->check(CLI::Validator(complaintAboutVariable, ""))
       ->type_name("NAME");

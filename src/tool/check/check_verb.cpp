@@ -40,8 +40,8 @@ int check(const CheckOptions& options) {
   int status = exitFine;
   Json jobs = Json::array();
   for (const std::string& job : options.jobs) {
-    const Report report =
-        inspect({job, options.appPath, options.userName, options.isOfHost, options.wantsAll});
+    const Report report = inspect({job, options.appPath, options.userName, options.isOfHost,
+                                   options.wantsAll, options.wantsAll});
     status = std::max(status, statusOf(report, options.isStrict));
     if (options.inJson) {
       jobs.push_back(findingsJson(job, report));
@@ -96,7 +96,8 @@ void addCheck(CLI::App* app, Action* action) {
   verb->add_flag("--host", options->isOfHost,
                  "Look at this machine's folders, programs and users as well");
   verb->add_flag("--json", options->inJson, "Write JSON, as runlet-job(1) describes it");
-  verb->add_flag("--all", options->wantsAll, "Show every finding, not only the first 20 of a code");
+  verb->add_flag("--all", options->wantsAll,
+                 "Look at all tasks, and show every finding, not only the first 20 of a code");
   verb->add_flag("--strict", options->isStrict, "Fail for warnings as well");
   verb->callback([=] { *action = [=] { return check(*options); }; });
 }

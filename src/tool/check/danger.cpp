@@ -15,26 +15,27 @@ namespace {
 constexpr char safeInShell[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
 
-// The element has text: without it the job could not be read.
-bool isHiddenRoot(const TiXmlElement& element) {
-  const TiXmlText& text = *element.FirstChild()->ToText();
-  return runlet::decimalInt32(text.Value()) == 0 &&
-         (text.CDATA() || isCutOff(text) || !isPlainZero(text.Value()));
-}
-
-}  // namespace
-
+// Whether the text says 0: digits 0, maybe with a sign before them or white space after them.
 bool isPlainZero(std::string_view text) {
   text = text.substr(0, text.find_last_not_of(whiteSpace) + 1);
   if (text.starts_with('-') || text.starts_with('+')) text.remove_prefix(1);
   return !text.empty() && text.find_first_not_of('0') == std::string_view::npos;
 }
 
+}  // namespace
+
+// What comes after a NUL does not count for the number, but its author may think so.
+bool isHiddenRoot(const TiXmlText& text) {
+  return runlet::decimalInt32(text.Value()) == 0 &&
+         (text.CDATA() || isCutOff(text) || !isPlainZero(text.ValueStr()));
+}
+
 const char* hiddenRootIn(const TiXmlDocument& document) {
   const TiXmlNode* cmdData = document.FirstChild()->FirstChild("cmdData");
   for (const char* name : {"uid", "gid"}) {
     const TiXmlElement* element = cmdData->FirstChildElement(name);
-    if (element != nullptr && isHiddenRoot(*element)) return name;
+    // It has text: without it the job could not be read.
+    if (element != nullptr && isHiddenRoot(*element->FirstChild()->ToText())) return name;
   }
   return nullptr;
 }

@@ -4,15 +4,16 @@
 #include <string_view>
 
 class TiXmlDocument;
+class TiXmlText;
 
 namespace runlet_tool {
 
-// Whether an id of that text says that it is 0, which is root: digits 0, maybe with a sign before
-// them or white space after them.
-bool isPlainZero(std::string_view text);
+// Whether the text of an id comes to 0, which is root, in another way than as a plain 0, as a name
+// does.
+bool isHiddenRoot(const TiXmlText& text);
 
-// "uid" or "gid" if that element of a job comes to 0 in another way, as a name does; else null. The
-// job has been read from the document.
+// "uid" or "gid" if that element of a job is such a one; else null. The job has been read from the
+// document.
 const char* hiddenRootIn(const TiXmlDocument& document);
 
 // Whether the shell that the adapter hands the path to takes it for one word, and for no option.

@@ -10,11 +10,12 @@ namespace runlet_tool {
 
 // A request for all tasks of a job, with what the server would give.
 struct Question {
-  std::string jobFile;    // -j, exactly as given
-  std::string appPath;    // -a; empty = not given
-  std::string userName;   // -u; empty = not given
-  bool isOfHost = false;  // whether to look at this machine's folders, programs and users
-  bool wantsAll = false;  // whether to keep more than `mostFindings` findings of a rule
+  std::string jobFile;           // -j, exactly as given
+  std::string appPath;           // -a; empty = not given
+  std::string userName;          // -u; empty = not given
+  bool isOfHost = false;         // whether to look at this machine's folders, programs and users
+  bool wantsAll = false;         // whether to keep more than `mostFindings` findings of a rule
+  bool looksAtAllTasks = false;  // whether to do so however long it takes
 };
 
 // The first so many of a rule are kept, the others counted: a job file can have as many findings as
@@ -22,7 +23,8 @@ struct Question {
 inline constexpr std::size_t mostFindings = 20;
 
 // Takes time and memory in proportion to the size of the file: where the tasks together would take
-// more, those beyond are left alone, which is a finding (RuleId::tasksNotLookedAt).
+// more, those beyond are left alone, which is a finding (RuleId::tasksNotLookedAt), unless all are
+// to be looked at.
 //
 // Nothing is run and nothing changed. Without an error among the findings the adapter starts every
 // task that was looked at; with one it does not start all, unless that is an error for its danger

@@ -80,7 +80,7 @@ void findTasksNotLookedAt(Inspection* inspection, std::int32_t number) {
   find(inspection, RuleId::tasksNotLookedAt, Place{}, "",
        "Of the " + quantity(inspection->context.taskList.size(), "task") + " only the first " +
            std::to_string(number) + " were looked at: the others would take too long.",
-       "Shorten the template, or look at single tasks with runlet-job expand -s.");
+       "Shorten the template, or have all tasks looked at, with runlet-job check --all.");
 }
 
 Place placeInTemplate(const Inspection& inspection, std::size_t offset) {
@@ -103,7 +103,7 @@ Report inspect(const Question& question, runlet::AdapterContext* job) {
   Inspection inspection{};
   inspection.question = &question;
   inspection.source = &source;
-  inspection.limit = WorkLimit(source.text().size());
+  if (!question.looksAtAllTasks) inspection.limit = WorkLimit(source.text().size());
   inspection.context.jobFile = question.jobFile;
   inspection.context.appPath = question.appPath;
   inspection.context.userName = question.userName;

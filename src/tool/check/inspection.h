@@ -45,7 +45,7 @@ struct Inspection {
   // `leftOutFinding` where it is only counted.
   std::map<std::pair<RuleId, std::size_t>, std::size_t> ofTasks;
 
-  WorkLimit limit{0};  // of the work for all tasks
+  WorkLimit limit;  // of the work for all tasks
 };
 
 // Where a finding of tasks is not about a place in the template.

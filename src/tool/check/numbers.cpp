@@ -127,16 +127,9 @@ void inspectMask(const Number& number, Inspection* inspection) {
   }
 }
 
-// Whether the file has a plain 0 there, and nothing more. What the text has become may be less.
-bool saysZero(const Number& number, const Source& source) {
-  if (isCutOff(*number.node)) return false;
-  const std::size_t begin = source.offsetOf(*number.node);
-  return isPlainZero(std::string_view(source.text()).substr(begin, source.textEnd(begin) - begin));
-}
-
 // Yields whether there is something to find.
 bool inspectHiddenRoot(const Number& number, const char* whose, Inspection* inspection) {
-  if (number.value != 0 || saysZero(number, *inspection->source)) return false;
+  if (!isHiddenRoot(*number.node)) return false;
   findNumber(number, RuleId::hiddenRoot,
              hasDigits(number) ? "This comes to 0, which is root, without being written so."
                                : "This is no number and counts as 0, which is root.",

@@ -1,6 +1,7 @@
 #include "tool/check/texts.h"
 
 #include <algorithm>
+#include <set>
 #include <stdexcept>
 
 #include "job/strip_brace.h"
@@ -98,14 +99,15 @@ std::size_t offsetInSource(std::string_view part, const Source& source) {
   return static_cast<std::size_t>(part.data() - source.text().data());
 }
 
+// What is found for several tasks is one finding for each `kind` of it.
 void findWriting(const WritingRow& row, const std::string& text, std::size_t offset,
-                 std::int32_t number, Inspection* inspection) {
-  if (number != 0 && addTaskToFinding(inspection, row.rule, noOffset, number)) return;
+                 std::int32_t number, Inspection* inspection, std::size_t kind = noOffset) {
+  if (number != 0 && addTaskToFinding(inspection, row.rule, kind, number)) return;
   const Place place = inspection->source->placeOf(offset);
   if (number == 0) {
     find(inspection, row.rule, place, text, row.why, row.instead);
   } else {
-    findForTask(inspection, row.rule, noOffset, number, place, text, row.why, row.instead);
+    findForTask(inspection, row.rule, kind, number, place, text, row.why, row.instead);
   }
 }
 
@@ -130,23 +132,33 @@ void inspectAmpersand(const Region& region, std::int32_t number, Inspection* ins
   findWriting(bareAmpersand, "&", at, number, inspection);
 }
 
-// The first one that is neither TAB nor line end, which have findings of their own.
-std::size_t controlCharacterIn(std::string_view text) {
-  for (std::size_t at = 0; at < text.size(); ++at) {
+// The first one from `at` on that is neither TAB nor line end, which have findings of their own.
+std::size_t controlCharacterIn(std::string_view text, std::size_t at) {
+  for (; at < text.size(); ++at) {
     const bool isUsual = text[at] == '\t' || text[at] == '\n';
     if (!isUsual && isControlCharacter(text.substr(at))) return at;
   }
   return std::string_view::npos;
 }
 
-// Also in a CDATA section, where there is nothing odd about the writing.
+std::size_t kindOf(const std::string& character) {
+  std::size_t kind = 0;
+  for (const char c : character) kind = kind << 8U | static_cast<unsigned char>(c);
+  return kind;
+}
+
+// Also in a CDATA section, where there is nothing odd about the writing. Each character once.
 void inspectControlCharacters(const TiXmlText& text, std::int32_t number, Inspection* inspection) {
   const std::string& value = text.ValueStr();
-  const std::size_t at = controlCharacterIn(value);
-  if (at == std::string_view::npos) return;
-  const std::string character = value.substr(at, utf8CharacterLength(value.substr(at, 4)));
-  findWriting(controlCharacter, character, inspection->source->offsetIn(text, at), number,
-              inspection);
+  std::set<std::string> found;
+  for (std::size_t at = controlCharacterIn(value, 0); at != std::string::npos;) {
+    const std::string character = value.substr(at, utf8CharacterLength(value.substr(at, 4)));
+    if (found.insert(character).second) {
+      findWriting(controlCharacter, character, inspection->source->offsetIn(text, at), number,
+                  inspection, kindOf(character));
+    }
+    at = controlCharacterIn(value, at + character.size());
+  }
 }
 
 struct Dropped {

@@ -18,6 +18,7 @@
 #include "tool/exec/relay.h"
 #include "tool/exec/task_rights.h"
 #include "tool/expand/loading.h"
+#include "tool/system/streams.h"
 #include "tool/text/format.h"
 #include "tool/text/visible.h"
 
@@ -86,17 +87,9 @@ void setEnvironment(const std::vector<std::string>& variables) {
   }
 }
 
-// What the starter has open beside the three streams.
-bool closeOthers() {
-  if (close_range(STDERR_FILENO + 1, ~0U, 0) == 0) return true;
-  std::fprintf(stderr, "runlet-job: open files cannot be kept from the task: %s\n",
-               std::strerror(errno));
-  return false;
-}
-
 // All that the adapter does between entering the folder and starting the program.
 bool setUp(TaskStart* start, const KeptVariables& kept) {
-  const bool isOther = isOfAnother(start->rights);
+  const bool isOther = isOfAnother(start->rights.uid);
   if (isOther && !requireSafePath(*start)) return false;
   // The "Calling" line goes out at once: the log of the task begins with it. The adapter keeps it
   // for the line about the process, which is not written here.
@@ -107,7 +100,12 @@ bool setUp(TaskStart* start, const KeptVariables& kept) {
     setEnvironment(userEnvironment(static_cast<uid_t>(start->rights.uid), kept));
     leaveTerminal();
   }
-  return takeTaskRights(&start->rights) && (!isOther || closeOthers());
+  if (!takeTaskRights(&start->rights)) return false;
+  if (isOther) {
+    openStreams();
+    closefrom(STDERR_FILENO + 1);  // what the starter has open besides
+  }
+  return true;
 }
 
 // Yields only when there is no program to become: the exit status for that.
@@ -125,24 +123,37 @@ void sayWhose(const std::string& note, std::int32_t number) {
 
 }  // namespace
 
+bool isApplicationSafe(const AdapterContext& context) {
+  const bool isFull = context.appPath.empty() || context.appPath.starts_with('/');
+  if (isFull || !isOfAnother(context.uid)) return true;
+  std::fprintf(stderr,
+               "runlet-job: -a %s: for a task of another user the application has to be a full "
+               "path\n",
+               visible(context.appPath).c_str());
+  return false;
+}
+
 int becomeTask(AdapterContext* context, std::int32_t number, const KeptVariables& kept) {
   if (!loadTaskJob(context) || !requireTask(*context, number)) return exitNoTask;
   // The one step that the adapter does not have: the caller's identity in place of the job's.
   const std::string note = settleTaskUser(context);
-  TaskStart start;
-  // The folder first: where the command cannot be composed either, the folder is what is reported.
-  if (!enterFolder(runFolder(*context)) || !compose(*context, number, &start)) return exitNoTask;
-  const bool isOther = isOfAnother(start.rights);
+  if (!isApplicationSafe(*context)) return exitNoTask;
+  const bool isOther = isOfAnother(context->uid);
   const auto become = [&] {
-    if (!setUp(&start, kept)) return exitNoTask;
+    TaskStart start;
+    // The folder first: where the command cannot be composed either, the folder is what is
+    // reported.
+    const bool isReady = enterFolder(runFolder(*context)) && compose(*context, number, &start);
+    if (!isReady || !setUp(&start, kept)) return exitNoTask;
     sayWhose(note, number);
     return becomeProgramOf(start, isOther);
   };
-  return isOther && hasTerminal() ? relayTask(become) : become();
+  // All of it: what is said of a task that is not started also has texts of the job in it.
+  return isOther && hasTerminal() ? relayTask(static_cast<uid_t>(context->uid), become) : become();
 }
 
 int becomeStart(TaskStart* start, const KeptVariables& kept) {
-  const bool isOther = isOfAnother(start->rights);
+  const bool isOther = isOfAnother(start->rights.uid);
   if (!enterFolder(start->folder) || !setUp(start, kept)) return exitNoTask;
   return becomeProgramOf(*start, isOther);
 }

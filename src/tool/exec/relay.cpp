@@ -16,6 +16,8 @@
 
 #include "tool/exec/become_task.h"
 #include "tool/run/held_signals.h"
+#include "tool/system/stop_signals.h"
+#include "tool/system/streams.h"
 #include "tool/text/utf8.h"
 #include "tool/text/visible.h"
 
@@ -62,17 +64,31 @@ void writeAll(int stream, std::string_view text) {
   }
 }
 
-// Shows what there is, without waiting for more: no more than a pipe holds, since others may go on
-// writing after the task has ended.
-void relay(Output* output) {
+// Shows what there is, without waiting for more. Yields how much that was.
+std::size_t relay(Output* output) {
   char part[65536];
   const ssize_t count = read(output->source, part, sizeof part);
   if (count > 0) {
     writeAll(output->stream, shown({part, static_cast<std::size_t>(count)}, &output->rest));
+    return static_cast<std::size_t>(count);
   }
-  if (count > 0 || (count == -1 && errno == EAGAIN)) return;
-  close(output->source);
-  output->source = -1;
+  if (count == 0 || errno != EAGAIN) {
+    close(output->source);
+    output->source = -1;
+  }
+  return 0;
+}
+
+// Once the task has ended: what the pipe holds now, and nothing more, since others may go on
+// writing.
+void relayLast(Output* output) {
+  int left = 0;
+  ioctl(output->source, FIONREAD, &left);
+  while (left > 0) {
+    const std::size_t count = relay(output);
+    if (count == 0) return;
+    left -= static_cast<int>(count);
+  }
 }
 
 struct Pipes {
@@ -80,13 +96,15 @@ struct Pipes {
   int writeEnds[2] = {-1, -1};
 };
 
-// One for each output that is a terminal. False with the reason in errno.
-bool makePipes(Pipes* pipes) {
+// One for each output that is a terminal, for that user. False with the reason in errno.
+bool makePipes(uid_t user, Pipes* pipes) {
   for (int i = 0; i < 2; ++i) {
     int ends[2];
     if (isatty(STDOUT_FILENO + i) == 0) continue;
     if (pipe2(ends, O_CLOEXEC) != 0) return false;
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    // Or the task could not open /dev/stdout and /dev/stderr.
+    [[maybe_unused]] const int ignored = fchown(ends[1], user, static_cast<gid_t>(-1));
     pipes->outputs[static_cast<std::size_t>(i)] = {STDOUT_FILENO + i, ends[0], ""};
     pipes->writeEnds[i] = ends[1];
   }
@@ -123,7 +141,7 @@ int attend(pid_t child, int signals, Outputs* outputs) {
     int status = W_EXITCODE(exitNoTask, 0);  // where the end cannot be found out
     const bool hasEnded = waitpid(child, &status, WNOHANG) != 0;
     for (Output& output : *outputs) {
-      if (output.source != -1) relay(&output);
+      if (output.source != -1) hasEnded ? relayLast(&output) : static_cast<void>(relay(&output));
     }
     if (hasEnded) return status;
   }
@@ -133,11 +151,7 @@ sigset_t relayedSignals() {
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, SIGCHLD);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-    struct sigaction action {};
-    sigaction(signal, nullptr, &action);
-    if (action.sa_handler != SIG_IGN) sigaddset(&set, signal);
-  }
+  for (const int signal : stopSignals()) sigaddset(&set, signal);
   return set;
 }
 
@@ -183,14 +197,15 @@ std::string shown(std::string_view text, std::string* rest) {
   return result;
 }
 
-int relayTask(const std::function<int()>& become) {
+int relayTask(uid_t user, const std::function<int()>& become) {
+  openStreams();  // or one of the descriptors here could get the number of a stream
   Pipes pipes;
   const sigset_t held = relayedSignals();
   sigset_t before;
   sigprocmask(SIG_BLOCK, &held, &before);
   std::signal(SIGCHLD, SIG_DFL);  // or the end of the child could not be waited for
   const int signals = signalfd(-1, &held, SFD_NONBLOCK | SFD_CLOEXEC);
-  const bool isReady = makePipes(&pipes) && signals != -1;
+  const bool isReady = makePipes(user, &pipes) && signals != -1;
   const pid_t child = isReady ? fork() : -1;
   if (child == 0) {
     setsid();

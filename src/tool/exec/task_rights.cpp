@@ -90,12 +90,12 @@ bool keepsNothing(const UserRights& rights) {
 
 }  // namespace
 
-bool isOfAnother(const UserRights& rights) {
-  return static_cast<uid_t>(rights.uid) != geteuid();
+bool isOfAnother(std::int32_t uid) {
+  return static_cast<uid_t>(uid) != geteuid();
 }
 
 bool takeTaskRights(UserRights* rights) {
-  const bool isOther = isOfAnother(*rights);
+  const bool isOther = isOfAnother(rights->uid);
   if (isOther) leaveNoCore();
   const int groupsError = isOther ? setGroups(static_cast<uid_t>(rights->uid)) : 0;
   // Before that error: where no group can be set at all, the job's own is what is reported.

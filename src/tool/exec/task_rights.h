@@ -1,12 +1,15 @@
 // Rights of a task that no farm server stands in for: it gets no more than its user has.
 #pragma once
 
+#include <cstdint>
+
 #include "exec/user_rights.h"
 
 namespace runlet_tool {
 
-// Whether the task is of another user than this process.
-bool isOfAnother(const runlet::UserRights& rights);
+// Whether a task of user `uid` is another user's than this process. True for -1 where this process
+// is root's: nobody knows then whose it is.
+bool isOfAnother(std::int32_t uid);
 
 // Switches the process to the group, the user and the mask of `*rights`, as takeUserRights does,
 // and looks whether it has kept nothing: the real, effective and saved ids are those, and unless

@@ -91,6 +91,14 @@ Json argumentVector(const Preview& preview, const JsonStrings& string) {
   return words;
 }
 
+void sayCut(std::int32_t number, std::int32_t leftOut) {
+  std::fprintf(stderr,
+               "runlet-job: expand: left out %s after task %d because all would take too long; "
+               "show the rest with -s and -n\n",
+               quantity(static_cast<std::size_t>(leftOut), "task").c_str(),
+               static_cast<int>(number));
+}
+
 }  // namespace
 
 void TextExpandReport::begin(const std::string& /*job*/, const LoadResult& result) {
@@ -119,11 +127,7 @@ void TextExpandReport::task(std::int32_t number, const Preview& preview) {
 }
 
 void TextExpandReport::cut(std::int32_t number, std::int32_t leftOut) {
-  std::fprintf(stderr,
-               "runlet-job: expand: left out %s after task %d because all would take too long; "
-               "show the rest with -s and -n\n",
-               quantity(static_cast<std::size_t>(leftOut), "task").c_str(),
-               static_cast<int>(number));
+  sayCut(number, leftOut);
 }
 
 void JsonExpandReport::begin(const std::string& job, const LoadResult& result) {
@@ -161,8 +165,9 @@ void JsonExpandReport::task(std::int32_t number, const Preview& preview) {
   isFirst_ = false;
 }
 
-void JsonExpandReport::cut(std::int32_t /*number*/, std::int32_t leftOut) {
+void JsonExpandReport::cut(std::int32_t number, std::int32_t leftOut) {
   leftOut_ = leftOut;
+  sayCut(number, leftOut);  // in a pipe the status of this program is lost
 }
 
 void JsonExpandReport::end() {

@@ -18,6 +18,7 @@ class WorkLimit {
   static constexpr std::size_t forAnyJob = 150'000'000;
   static constexpr std::size_t forEachByte = 250;
 
+  WorkLimit() = default;  // no limit
   explicit WorkLimit(std::size_t fileSize) : left_(forAnyJob + forEachByte * fileSize) {}
 
   // Of a preview, of the task at `index`, that is to be looked at.
@@ -46,7 +47,7 @@ class WorkLimit {
     left_ -= work < left_ ? work : left_;
   }
 
-  std::size_t left_;
+  std::size_t left_ = SIZE_MAX;
 };
 
 }  // namespace runlet_tool

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -42,14 +43,23 @@ std::string keepOwner(int descriptor, const struct stat& old) {
   return "its owner and group cannot be kept: " + textOf(error == 0 ? EPERM : error);
 }
 
+// An access list sets the mode, too. Without it, the rights of the group in the mode would be what
+// the list gives at most to anybody.
+bool keepRights(int descriptor, const OutputPlace& place) {
+  if (!place.accessList.empty()) {
+    const std::string& list = place.accessList;
+    return fsetxattr(descriptor, accessListName, list.data(), list.size(), 0) == 0;
+  }
+  return fchmod(descriptor, place.old ? place.old->st_mode & permissionBits : newFileMode()) == 0;
+}
+
 std::string fill(int descriptor, std::string_view text, const OutputPlace& place) {
   const int error = writeAll(descriptor, text);
   if (error != 0) return textOf(error);
   std::string reason = place.old ? keepOwner(descriptor, *place.old) : "";
   if (!reason.empty()) return reason;
-  const mode_t mode = place.old ? place.old->st_mode & permissionBits : newFileMode();
   // In the place of the old file, the new one has to be on the disk.
-  return fchmod(descriptor, mode) == 0 && fsync(descriptor) == 0 ? "" : textOf(errno);
+  return keepRights(descriptor, place) && fsync(descriptor) == 0 ? "" : textOf(errno);
 }
 
 std::string replace(const OutputPlace& place, std::string_view text) {

@@ -1,6 +1,8 @@
 #include "tool/make/output_place.h"
 
 #include <fcntl.h>
+#include <linux/limits.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -76,11 +78,27 @@ int look(int folder, const std::string& name) {
   return found == -1 && errno == ENOTDIR ? openat(folder, name.c_str(), flags) : found;
 }
 
+bool isOwnOrRoots(const struct stat& status) {
+  return status.st_uid == geteuid() || status.st_uid == 0;
+}
+
+// Whether nobody but the caller and root can put a thing of theirs in another place of the folder.
+// Members of a group that a user has chosen for a folder may, but not for root.
+bool isSettled(int folder) {
+  const mode_t others = geteuid() == 0 ? S_IWGRP | S_IWOTH : S_IWOTH;
+  struct stat status {};
+  return fstat(folder, &status) == 0 && isOwnOrRoots(status) &&
+         ((status.st_mode & others) == 0 || (status.st_mode & S_ISVTX) != 0);
+}
+
 std::string follow(const OwnDescriptor& link, const struct stat& status, const std::string& name,
                    Way* way) {
-  if (status.st_uid != geteuid() && status.st_uid != 0) {
+  if (!isOwnOrRoots(status)) {
     return "the link " + shown(name) + " belongs to user " + std::to_string(status.st_uid) +
            " and is not followed";
+  }
+  if (!isSettled(way->folder.number()) || status.st_nlink > 1) {
+    return "the link " + shown(name) + " is where others may have put it, and is not followed";
   }
   char target[PATH_MAX];
   const ssize_t length = readlinkat(link.number(), "", target, sizeof target);
@@ -110,10 +128,21 @@ std::string endAtNothing(int error, const Way& way, const std::string& name, Out
   return {};
 }
 
+// Empty where the file has none beyond its mode.
+std::string accessListOf(const OwnDescriptor& file) {
+  const std::string path = "/proc/self/fd/" + std::to_string(file.number());
+  std::string list(XATTR_SIZE_MAX, '\0');
+  const ssize_t size = getxattr(path.c_str(), accessListName, list.data(), list.size());
+  list.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  return list;
+}
+
 // The way ends at a thing of that status.
-std::string endAt(const struct stat& status, const std::string& name, OutputPlace* place) {
+std::string endAt(const OwnDescriptor& file, const struct stat& status, const std::string& name,
+                  OutputPlace* place) {
   place->name = name;
   place->old = status;
+  place->accessList = accessListOf(file);
   return obstacle(status.st_mode);
 }
 
@@ -131,7 +160,7 @@ std::string takeStep(Way* way, OutputPlace* place) {
     place->stream = namedDescriptor(way->rest);
     return setOut(way);
   }
-  if (way->rest.empty()) return endAt(status, name, place);
+  if (way->rest.empty()) return endAt(found, status, name, place);
   way->folder = std::move(found);
   return {};
 }

@@ -30,9 +30,9 @@ bool isDevice(std::FILE* file) {
 // Reads the file to its end, or a little more than may be in it. Yields 0, or the error number.
 int readWhole(std::FILE* file, std::string* text) {
   char piece[65536];
-  for (std::size_t count = 1; count != 0 && text->size() <= maxTaskFileSize;) {
-    count = std::fread(piece, 1, sizeof piece, file);
-    text->append(piece, count);
+  // At a terminal the end comes once: whoever reads again waits for another one.
+  while (std::feof(file) == 0 && std::ferror(file) == 0 && text->size() <= maxTaskFileSize) {
+    text->append(piece, std::fread(piece, 1, sizeof piece, file));
   }
   return std::ferror(file) == 0 ? 0 : errno;
 }

@@ -6,10 +6,10 @@
 
 namespace runlet_tool {
 
-// While one of these is there, SIGCHLD, SIGINT, SIGTERM and SIGHUP are blocked and can be waited
-// for, so that none comes at the wrong moment. Of the last three those are left alone that were
-// ignored: who starts a program with nohup or in the background means that. SIGCHLD has its default
-// disposition meanwhile: where it is ignored, nobody learns how a child has ended.
+// While one of these is there, SIGCHLD, SIGINT, SIGTERM, SIGHUP and SIGQUIT are blocked and can be
+// waited for, so that none comes at the wrong moment. Of the last four those are left alone that
+// were ignored: who starts a program with nohup or in the background means that. SIGCHLD has its
+// default disposition meanwhile: where it is ignored, nobody learns how a child has ended.
 class HeldSignals {
  public:
   HeldSignals();

@@ -68,6 +68,9 @@ TaskEnd takeEnd(pid_t process, const Running& running) {
 class Scheduler {
  public:
   Scheduler(const TaskSource& source, const SchedulerLimits& limits, const HeldSignals& signals);
+  ~Scheduler();
+  Scheduler(const Scheduler&) = delete;
+  Scheduler& operator=(const Scheduler&) = delete;
   RunOutcome run();
 
  private:
@@ -100,6 +103,11 @@ Scheduler::Scheduler(const TaskSource& source, const SchedulerLimits& limits,
                      const HeldSignals& signals)
     : source_(source), limits_(limits), signals_(signals), progress_("running", source.count) {
   outcome_.ends.resize(source.count);
+}
+
+// There are processes left where an exception ends the run, as for want of memory.
+Scheduler::~Scheduler() {
+  for (const Processes::value_type& process : processes_) signalGroup(process.first, SIGKILL);
 }
 
 RunOutcome Scheduler::run() {
@@ -175,13 +183,14 @@ void Scheduler::takeEnded() {
 
 // Where nobody learns how tasks end, none is left to itself.
 void Scheduler::loseSight(int error) {
+  // Without a child that has this id it may be anybody's.
+  const bool areOurs = error != ECHILD;
   std::fprintf(stderr,
-               "runlet-job: run: how tasks end cannot be found out: %s; those that run are killed, "
-               "and no further task is started\n",
-               std::strerror(error));
+               "runlet-job: run: how tasks end cannot be found out: %s; those that run are %s, and "
+               "no further task is started\n",
+               std::strerror(error), areOurs ? "killed" : "left to themselves");
   for (const Processes::value_type& process : processes_) {
-    // Without a child that has this id it may be anybody's.
-    if (error != ECHILD) signalGroup(process.first, SIGKILL);
+    if (areOurs) signalGroup(process.first, SIGKILL);
     outcome_.ends[process.second.task] = withoutProcess("end unknown", error);
   }
   processes_.clear();

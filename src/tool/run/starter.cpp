@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "tool/run/starter_message.h"
+#include "tool/system/streams.h"
 
 namespace runlet_tool {
 namespace {
@@ -39,13 +40,6 @@ int makeSockets(Sockets* sockets) {
 void closeSockets(const Sockets& sockets) {
   close(sockets.ours);
   close(sockets.theirs);
-}
-
-// So that no descriptor that arrives has the number of a standard stream.
-void openStreams() {
-  int opened = 0;
-  while (opened >= 0 && opened <= STDERR_FILENO) opened = open("/dev/null", O_RDWR);
-  close(opened);
 }
 
 bool takeStreams(int log) {
@@ -86,7 +80,7 @@ StartAnswer startTask(int socket, StartRequest* request, const sigset_t& mask,
   sigfillset(&all);
   sigprocmask(SIG_SETMASK, &all, &mask);
   std::signal(SIGCHLD, SIG_DFL);
-  openStreams();
+  openStreams();  // or one that arrives could have the number of a standard stream
   while (true) {
     StartRequest request;
     if (!receiveRequest(socket, &request)) break;

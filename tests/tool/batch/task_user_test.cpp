@@ -103,7 +103,7 @@ TEST(SettledIdentity, LeavesAMissingGroupToBeRefused) {
   EXPECT_EXIT(settle(), testing::ExitedWithCode(0), "^$");
 }
 
-// What files are made with, and what then is left of that.
+// What files are not made with.
 mode_t ownMask() {
   const mode_t mask = umask(0);
   umask(mask);
@@ -119,10 +119,8 @@ TEST(AsTaskUser, IsTheCallerWhoIsNotRoot) {
     if (geteuid() == 0) becomeOther();
     umask(012);
     const uid_t own = geteuid();
-    runlet::AdapterContext context = contextOf(71, 72);
-    context.umask = 0135;
-    const int descriptor = doAsTaskUser(context, [&] {
-      if (geteuid() != own || ownMask() != 037) _exit(2);
+    const int descriptor = doAsTaskUser(contextOf(71, 72), [&] {
+      if (geteuid() != own || ownMask() != 0) _exit(2);
       return openNull();
     });
     _exit(descriptor >= 0 && ownMask() == 012 ? 0 : 1);
@@ -143,7 +141,8 @@ TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
     for (int i = 0; i < 3; ++i) {
       if (user[i] != 71 || group[i] != 72) _exit(2);
     }
-    if (getgroups(0, nullptr) != 0 || ownMask() != 022) _exit(3);
+    if (getgroups(0, nullptr) != 0 || ownMask() != 0) _exit(3);
+    if (getsid(0) != getpid()) _exit(4);
     return openNull();
   });
   ASSERT_GE(descriptor, 0);
@@ -170,6 +169,22 @@ TEST(AsTaskUser, HasAnErrorOfItsOwnWhereTheProcessEnds) {
   REQUIRE_ROOT();
   EXPECT_EQ(doAsTaskUser(contextOf(71, 72), [] { return raise(SIGKILL); }), -1);
   EXPECT_EQ(errno, EIO);
+}
+
+// The user may stop it: whoever waits can be asked to end.
+TEST(AsTaskUser, IsNotWaitedForWhenTheCallerIsAskedToEnd) {
+  REQUIRE_ROOT();
+  const auto wait = [] {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    raise(SIGTERM);
+    const int result = doAsTaskUser(contextOf(71, 72), [] { return raise(SIGSTOP); });
+    const bool isOver = errno == ETIMEDOUT && waitpid(-1, nullptr, WNOHANG) == -1;
+    _exit(result == -1 && isOver ? 0 : 1);
+  };
+  EXPECT_EXIT(wait(), testing::ExitedWithCode(0), "^$");
 }
 
 // Whoever cannot become the user does nothing.

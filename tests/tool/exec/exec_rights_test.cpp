@@ -214,7 +214,6 @@ TEST_F(ExecRightsOfRoot, BecomeTheJobsUserAndGroup) {
       {"0", "72", 0, 72},
       {"71", "0", 71, 0},
       {"0", "0", 0, 0},
-      {"abc", "x", 0, 0},
       {"4294967367", "72y", 71, 72},
       {"-2", "-3", 4294967294, 4294967293},
   };
@@ -390,6 +389,20 @@ TEST_F(ExecRightsOfRoot, AreTakenBehindFolderAndChmod) {
   expectTool(become(1, {"-a", bin}), calling(bin + "render x", closed) + "71\n" + closed + "\n", "",
              "exit 0");
   EXPECT_EQ(modeOf(bin + "render"), 0755);
+}
+
+// With any other the job says where the program is.
+TEST_F(ExecRightsOfRoot, AreNotLentWithoutTheFolderOfTheApplication) {
+  const std::string secret = folder_.write("secret", "", 0600);
+  job_.arguments = secret + " x";
+  setIds("71", "72");
+  for (const char* application : {"tool", "./tool", "bin/tool"}) {
+    expectTool(become(1, {"-a", application}), "",
+               std::string("runlet-job: -a ") + application +
+                   ": for a task of another user the application has to be a full path\n",
+               "exit 125");
+  }
+  EXPECT_EQ(modeOf(secret), 0600);
 }
 
 TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {

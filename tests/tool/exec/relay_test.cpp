@@ -8,6 +8,7 @@
 #include <csignal>
 
 #include "exec_run.h"
+#include "fault_test.h"
 #include "pseudo_terminal.h"
 #include "tool_run.h"
 
@@ -145,6 +146,41 @@ TEST_F(ExecTerminal, SeesTheTaskEndByItsSignal) {
 // It does not wait for what the task leaves behind.
 TEST_F(ExecTerminal, ShowsWhatTheTaskItselfHasWritten) {
   expectShown(onTerminal("sleep 60 & echo done", {1, 2}), calling_ + "\r\ndone\r\n", "exit 0");
+}
+
+// More than a pipe usually holds: the task may have made it larger.
+TEST_F(ExecTerminal, ShowsAllThatTheTaskHasWritten) {
+  Process process(onTerminal(
+      "exec perl -e 'fcntl(STDOUT, 1031, 1 << 20); print \"x\" x 900000; print \"end\"'", {1}));
+  std::string text;
+  EXPECT_TRUE(eventually([&] {
+    text += terminal_.written();
+    return text.ends_with("end");
+  }));
+  EXPECT_EQ(text, calling_ + "\r\n" + std::string(900000, 'x') + "end");
+  EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 0");
+}
+
+TEST_F(ExecTerminal, HasOutputsThatTheTaskCanOpen) {
+  expectShown(onTerminal("echo a >/dev/stdout; echo b >/dev/stderr", {1, 2}),
+              calling_ + "\r\na\r\nb\r\n", "exit 0");
+}
+
+TEST_F(ExecTerminal, ShowsOneOutputWhereNothingElseIsOpen) {
+  ProcessOptions options = onTerminal("echo a; echo b >&2", {2});
+  const auto open = options.prepare;
+  options.prepare = [=] {
+    open();
+    close(STDIN_FILENO);
+    close(STDOUT_FILENO);
+  };
+  expectShown(options, "b\r\n", "exit 0");
+}
+
+TEST_F(ExecTerminal, ShowsTextsOfARefusalToo) {
+  job_.set("WorkingFolder", "/no\x1b[2J");
+  expectShown(onTerminal("", {2}), cannotEnter("/no\\x1b[2J", "No such file or directory") + "\r\n",
+              "exit 125");
 }
 
 TEST_F(ExecTerminal, NeedsAProcessToKeepTheTaskFromIt) {

@@ -11,10 +11,12 @@
 #include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <set>
@@ -238,6 +240,64 @@ TEST(OutputFile, IsWhereALinkOfTheCallersOrOfRootsLeads) {
   EXPECT_EQ(reasonFor(one, folder.file("theirs/job.xml")), "");
   EXPECT_EQ(readFile(folder.file("real/job.xml")), "text");
   EXPECT_EQ(ownerOf(folder.file("real/job.xml")), std::make_pair(one, one));
+}
+
+// One of root's that another user has moved, or given a second name.
+TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
+  const std::string target = folder.write("target.xml", "old");
+  const std::string refusal = " is where others may have put it, and is not followed";
+  const struct {
+    const char* folder;
+    unsigned owner;
+    unsigned mode;
+    bool isFollowed;
+  } rows[] = {
+      {"theirs", one, 0755, false}, {"open", 0, 0777, false},  {"groups", 0, 0775, false},
+      {"sticky", 0, 01777, true},   {"closed", 0, 0755, true},
+  };
+  for (const auto& row : rows) {
+    const std::string place = folder.makeFolder(row.folder);
+    ASSERT_EQ(chown(place.c_str(), row.owner, row.owner), 0);
+    ASSERT_EQ(chmod(place.c_str(), row.mode), 0);
+    makeLink(target, place + "/link", 0);
+    EXPECT_EQ(writeFile(place + "/link", "text"), row.isFollowed ? "" : "the link link" + refusal)
+        << row.folder;
+  }
+  const std::string link = folder.file("closed/link");
+  const std::string second = folder.file("closed/second");
+  ASSERT_EQ(linkat(AT_FDCWD, link.c_str(), AT_FDCWD, second.c_str(), 0), 0);
+  EXPECT_EQ(writeFile(second, "text"), "the link second" + refusal);
+}
+
+// Empty where there is none, or the file system has no such lists.
+std::string accessList(const std::string& path) {
+  char list[1024];
+  const ssize_t size = getxattr(path.c_str(), accessListName, list, sizeof list);
+  return size < 0 ? "" : std::string(list, static_cast<std::size_t>(size));
+}
+
+// In the mode, what the list gives at most to anybody is in the place of the group's rights.
+TEST(OutputFile, KeepsItsAccessList) {
+  struct Entry {
+    std::uint16_t tag;
+    std::uint16_t rights;
+    std::uint32_t id;
+  };
+  const struct {
+    std::uint32_t version;
+    Entry entries[5];
+  } list = {2, {{1, 6, ~0U}, {2, 6, one}, {4, 0, ~0U}, {16, 6, ~0U}, {32, 0, ~0U}}};
+  const TempFolder folder;
+  const std::string path = folder.write("job.xml", "old", 0640);
+  setxattr(path.c_str(), accessListName, &list, sizeof list, 0);
+  const std::string before = accessList(path);
+  const int mode = modeOf(path);
+  EXPECT_EQ(writeFile(path, "text"), "");
+  EXPECT_EQ(readFile(path), "text");
+  EXPECT_EQ(accessList(path), before);
+  EXPECT_EQ(modeOf(path), mode);
 }
 
 // As /dev/stdout is one where that is a pipe: there is no such path to rename to.

@@ -315,9 +315,9 @@ TEST_F(Run, TellsThatTheEndOfATaskIsUnknown) {
             "exit 1");
 }
 
-std::string cannotFindOut(const std::string& reason) {
-  return "runlet-job: run: how tasks end cannot be found out: " + reason +
-         "; those that run are killed, and no further task is started\n";
+std::string cannotFindOut(const std::string& reason, const std::string& fate = "killed") {
+  return "runlet-job: run: how tasks end cannot be found out: " + reason + "; those that run are " +
+         fate + ", and no further task is started\n";
 }
 
 // Nor waited for when there is nothing to wait for.
@@ -325,7 +325,9 @@ TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
   const struct {
     const char* fault;
     std::string reason;
-  } rows[] = {{"waitid-refused", "Operation not permitted"}, {"no-children", "No child processes"}};
+    const char* fate;
+  } rows[] = {{"waitid-refused", "Operation not permitted", "killed"},
+              {"no-children", "No child processes", "left to themselves"}};
   const Strings tasks = {"until [ -e ready ]; do sleep 0.01; done", "touch ready; sleep 60",
                          "exit 0"};
   for (const auto& row : rows) {
@@ -334,7 +336,7 @@ TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
     expectTool(runProcess(withFault(row.fault, tasks, {"--jobs", "2"})),
                line(1, end, tasks[0]) + line(2, end, tasks[1]) + line(3, "not started", tasks[2]) +
                    "3 tasks: 1 not started (3), 2 " + end + " (1-2)\n",
-               warnings() + cannotFindOut(row.reason), "exit 1");
+               warnings() + cannotFindOut(row.reason, row.fate), "exit 1");
   }
 }
 
@@ -484,13 +486,21 @@ TEST_F(RunAsAnother, RunsNoTaskAsRootForAnEditOfTheJob) {
 
 TEST_F(RunAsAnother, DoesNotWriteWhereALinkOfThatUserLeads) {
   const std::string secret = folder_.write("of root", "kept");
+  chmod(folder_.path().c_str(), 0777);
   folder_.makeFolder("logs", 0777);
   ASSERT_EQ(symlink(secret.c_str(), logPath(1).c_str()), 0);
-  expectTool(run({"touch ran"}),
-             line(1, "log not opened (Permission denied)", "touch ran") +
-                 "1 task: 1 log not opened (Permission denied) (1)\n",
-             "", "exit 1");
+  expectTool(run({"echo ran"}), line(1, "succeeded", "echo ran") + "1 task: 1 succeeded\n", "",
+             "exit 0");
+  expectLog(1, "echo ran", "ran\n");
   EXPECT_EQ(readFile(secret), "kept");
+}
+
+TEST_F(RunAsAnother, NeedsTheFolderOfTheApplication) {
+  chmod(folder_.path().c_str(), 0777);
+  expectTool(run({"touch ran"}, {"-a", "tool"}), "",
+             "runlet-job: -a tool: for a task of another user the application has to be a full "
+             "path\n",
+             "exit 2");
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 

@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdint>
 #include <fstream>
+#include <new>
 #include <sstream>
 #include <thread>
 
@@ -49,7 +50,7 @@ class Scheduler : public testing::Test {
     for (const int signal : signals) std::signal(signal, SIG_DFL);
   }
 
-  static constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP};
+  static constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
   // Tasks of the caller with those command lines; their folder is that of the test.
   TaskSource source(const Strings& commands, Starter* starter) const {
@@ -318,6 +319,24 @@ TEST_F(Scheduler, LimitsTheTimeOfEachTaskOnItsOwn) {
 TEST_F(Scheduler, MayHaveTheLongestTimeLimitThereIs) {
   expectOutcome(run({"exit 0", "sleep 0.05"}, {1, std::chrono::minutes(INT32_MAX), shortTime}),
                 Ends(2, succeeded));
+}
+
+TEST_F(Scheduler, LeavesNothingBehindWhereAnExceptionEndsIt) {
+  Starter starter;
+  const HeldSignals held;
+  TaskSource tasks = source({"/bin/sleep 60", "none"}, &starter);
+  pid_t first = -1;
+  const auto start = tasks.start;
+  tasks.start = [&](std::size_t index, int log, pid_t* process) {
+    if (index > 0) throw std::bad_alloc();
+    const int error = start(index, log, process);
+    first = *process;
+    return error;
+  };
+  EXPECT_THROW(runTasks(tasks, {2, patience, shortTime}, held), std::bad_alloc);
+  int status = 0;
+  EXPECT_EQ(waitpid(first, &status, 0), first);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
 }
 
 // A pipe that every process that is started keeps open to write to.

@@ -16,7 +16,7 @@ namespace {
 using testing::ExitedWithCode;
 using testing::KilledBySignal;
 
-constexpr int stopSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int stopSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 void setDispositions(sighandler_t disposition) {
   for (const int signal : stopSignals) std::signal(signal, disposition);
