@@ -36,7 +36,7 @@ std::string runFolder(const AdapterContext& context);
 bool composeStart(const AdapterContext& context, std::int32_t taskIndex, TaskStart* start,
                   std::vector<PlaceholderUse>* uses = nullptr);
 
-// The steps of a set-up, for whoever takes them one by one.
+// The steps of setUpTask, for callers that take them one at a time.
 //
 // Enters `folder`. False, after the adapter's text without its line end, where that is refused.
 bool enterRunFolder(const std::string& folder);

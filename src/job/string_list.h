@@ -6,8 +6,8 @@
 
 namespace runlet {
 
-// An ordered list of strings that owns them by value. Adds nothing to the vector but the
-// virtual destructor, beside which a move has to be asked for.
+// An ordered list of strings that owns them by value. Adds nothing to the vector but a virtual
+// destructor. That would suppress the implicit moves, so they are declared.
 class StringList : public std::vector<std::string> {
  public:
   StringList() = default;

@@ -290,9 +290,9 @@ TEST_F(BoundedWork, OfExpandLeavesTasksOutAndSaysSo) {
   ASSERT_NE(last, std::string::npos);
   const int shown = std::stoi(result.output.substr(last + 6));
   EXPECT_GT(shown, 1000);
-  EXPECT_EQ(result.error, "runlet-job: expand: " + std::to_string(count - shown) +
+  EXPECT_EQ(result.error, "runlet-job: expand: left out " + std::to_string(count - shown) +
                               " tasks after task " + std::to_string(shown) +
-                              " would take too long; -s and -n show them\n");
+                              " because all would take too long; show the rest with -s and -n\n");
   const ProcessResult inJson = runOn({"expand", "--json"});
   EXPECT_EQ(inJson.error, result.error);
   const Json json = Json::parse(inJson.output);
@@ -306,7 +306,7 @@ TEST_F(BoundedWork, OfExpandLeavesTasksOutAndSaysSo) {
   EXPECT_NE(next.output.find("\ntask " + std::to_string(count) + "\n"), std::string::npos);
 }
 
-// However far inside of it, and whatever is dropped in front.
+// However far inside of it, and whatever is dropped before.
 TEST_F(BoundedWork, KeepsThePlacesInALongTemplate) {
   const std::string start = "<Job><cmdData><Arguments>";
   const std::string odd = "{x " + times(700, "%jp1&&&") + "&&z%x" + times(700, "%jp1") + "%y}";

@@ -50,7 +50,7 @@ class Completion : public testing::Test {
     folder_.write("shots/sinfo", program, 0755);
   }
 
-  // What is proposed for the last of `words`, which stand behind the program.
+  // What is proposed for the last of `words`, which follow the program.
   std::string proposalsFor(const std::vector<std::string>& words) const {
     ProcessOptions options;
     options.arguments = {"/bin/bash", "--norc", "-c", script, "test", file(), program_};

@@ -42,10 +42,10 @@ std::size_t templateOffset(const Line& line, std::size_t at) {
   if (at < prefix) return 0;
   const std::size_t offset = at - prefix;
   const std::vector<PlaceholderUse>& uses = line.preview.uses;
-  const auto isBehind = [](std::size_t wanted, const PlaceholderUse& use) {
+  const auto isBefore = [](std::size_t wanted, const PlaceholderUse& use) {
     return wanted < use.valueBegin;
   };
-  const auto next = std::upper_bound(uses.begin(), uses.end(), offset, isBehind);
+  const auto next = std::upper_bound(uses.begin(), uses.end(), offset, isBefore);
   if (next == uses.begin()) return offset;
   const PlaceholderUse& last = *(next - 1);
   return offset < last.valueEnd ? last.begin : last.end + (offset - last.valueEnd);

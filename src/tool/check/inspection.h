@@ -54,8 +54,8 @@ inline constexpr std::size_t noOffset = static_cast<std::size_t>(-1);
 // Of a finding that is counted alone.
 inline constexpr std::size_t leftOutFinding = static_cast<std::size_t>(-1);
 
-// True when there are enough findings of that rule: one more is then counted. For who would have
-// to work for its text; `find` does the same.
+// True when there are enough findings of that rule: one more is then counted. For callers whose
+// text is costly to make; `find` calls it too.
 bool leaveOut(Inspection* inspection, RuleId rule);
 
 // Adds a finding, or counts it.

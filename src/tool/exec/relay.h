@@ -22,9 +22,9 @@ void leaveTerminal();
 //
 // SIGINT, SIGTERM, SIGHUP and SIGQUIT go to the process group of the child, unless they are
 // ignored. Yields the child's exit status once it has ended and what it has written until then is
-// shown; where a signal has ended the child, this process ends by the same. What the child leaves
-// behind has nowhere to write then. Yields 125, after a line on standard error, where there can be
-// no child.
+// shown; where a signal has ended the child, this process ends by the same. Processes that the
+// child leaves running can no longer write to those outputs then. Yields 125, after a line on
+// standard error, where there can be no child.
 int relayTask(uid_t user, const std::function<int()>& become);
 
 // `text` for a terminal: line ends and TABs stay, the bytes of other control characters (see

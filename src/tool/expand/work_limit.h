@@ -9,10 +9,10 @@
 
 namespace runlet_tool {
 
-// What the tasks come to is not bounded by the size of the file: its template may be expanded for
-// each of many tasks, and each of many placeholders may look through a long entry. The work is
-// counted in units of about a nanosecond, and may be so much for any job, and so much more for each
-// byte of the file. A usual task takes about a hundred for each byte that it has in the file.
+// The tasks of a small file can take very long: the template is expanded for each of them, and each
+// of many placeholders may look through a long entry. So the work is counted, in units of about a
+// nanosecond, and limited. The limit is forAnyJob plus forEachByte for each byte of the file. A
+// usual task takes about a hundred units for each byte that it has in the file.
 class WorkLimit {
  public:
   static constexpr std::size_t forAnyJob = 150'000'000;

@@ -38,18 +38,19 @@ struct RunOutcome {
   int signal = 0;             // that interrupted the run; 0 if none did
 };
 
-// Runs the tasks in order until all have ended, with a bar
-// about that on a terminal. A task that goes over the time limit has to end: its group gets
-// SIGTERM, after the grace SIGKILL, and once the task itself has ended, what is left of its group
-// is killed. The background processes of a task that ends by itself are left alone.
+// Runs the tasks in order until all have ended, with a bar about that on a terminal. A task that
+// goes over the time limit has to end: its group gets SIGTERM, after the grace SIGKILL, and once
+// the task itself has ended, what is left of its group is killed. The background processes of a
+// task that ends by itself are left alone.
 //
 // After SIGINT, SIGTERM, SIGHUP or SIGQUIT no further task is started, and those that run have to
 // end; a second signal kills them at once. A task without a process has a word for its end that
 // tells why.
 //
-// Where there is no starter any more, standard error says so, no further task is started, and those
-// that run go on. Where the system does not tell how tasks end, it says so too, and those that run
-// are killed. So are they where an exception ends the run.
+// If the starter has ended, standard error says so, no further task is started, and those that run
+// go on. If the system does not tell how tasks end, standard error says so, no further task is
+// started, and those that run are killed; but if it no longer knows them as children, their ids may
+// be anybody's, and they are left to themselves. If an exception ends the run, they are killed.
 RunOutcome runTasks(const TaskSource& source, const SchedulerLimits& limits,
                     const HeldSignals& signals);
 

@@ -80,12 +80,12 @@ void setEnds(const Batch& batch, const ArrayLayout& layout, const ElementId& ele
   const std::vector<std::int32_t>& tasks = batch.tasks;
   const TaskSpan span = tasksOf(layout, element.second);
   const auto first = std::lower_bound(tasks.begin(), tasks.end(), span.first);
-  const auto behind = std::upper_bound(first, tasks.end(), span.last);
-  std::vector<TaskEnd> ofChunk(static_cast<std::size_t>(behind - first), end);
+  const auto last = std::upper_bound(first, tasks.end(), span.last);
+  std::vector<TaskEnd> ofChunk(static_cast<std::size_t>(last - first), end);
   if (layout.chunk > 1 && hasBegunLog(end)) {
     const std::string name =
         chunkLogName(batch.name, layout, element.second, batch.context.taskList.size());
-    readChunkLog(batch, fullPath(batch.logFolder, name), element, {first, behind}, &ofChunk);
+    readChunkLog(batch, fullPath(batch.logFolder, name), element, {first, last}, &ofChunk);
   }
   std::copy(ofChunk.begin(), ofChunk.end(), ends->begin() + (first - tasks.begin()));
 }

@@ -12,7 +12,7 @@
 namespace runlet_tool {
 
 // Sets the ends of those tasks of the batch that the element holds, in `*ends`, which goes with
-// `batch.tasks`. `end` is what the engine says of the element, and is the end of all its tasks; but
+// `batch.tasks`. `end` is what Slurm says of the element, and is the end of all its tasks; but
 // of an element of several tasks that ran and did not succeed, its log tells the tasks apart.
 //
 // The log is one that its tasks could write to. What it says is taken only where it names at least

@@ -26,7 +26,7 @@ bool canNameLogs(const Batch& batch);
 SbatchCommand sbatchCommand(const Batch& batch, const SubmitOptions& options,
                             const ArrayPart& part);
 
-// The same for a shell of bash's kind, with the script as a here-document, in a shell of its own.
+// The same for a shell of bash's kind, with the script as a here-document, in a subshell.
 // The environment is in it for root alone: that of anybody else is the caller's. Ends with a line
 // end.
 std::string shellText(const SbatchCommand& command);

@@ -340,7 +340,7 @@ TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
   }
 }
 
-// The status of a process that nobody takes stays in front of all others.
+// A status that cannot be taken would be the first to be looked at for ever.
 TEST_F(Run, EndsWhereNoStatusCanBeTaken) {
   const std::string end = "end unknown (No child processes)";
   expectTool(runProcess(withFault("kept-status", {"exit 3", "exit 4"})),

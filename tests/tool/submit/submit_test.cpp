@@ -368,7 +368,7 @@ TEST_F(Submit, PassesOnWhatTheEngineSays) {
                "exit 2");
 }
 
-// It may have ended after it had the engine queue the array.
+// It may have ended after it had Slurm queue the array.
 TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
   write(quietJob(1));
   engine_.reply("sbatch", "kill -9 $$");
