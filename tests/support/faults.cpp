@@ -285,12 +285,6 @@ extern "C" int setgroups(std::size_t count, const gid_t* groups) noexcept {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setgroups"))(count, groups);
 }
 
-extern "C" int close_range(unsigned first, unsigned last, int flags) noexcept {
-  using Function = int (*)(unsigned, unsigned, int);
-  if (refusedIf(faultIs("close-range-refused")) != 0) return -1;
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "close_range"))(first, last, flags);
-}
-
 // Calls that the C library has no functions for.
 extern "C" long syscall(long number, ...) noexcept {
   long values[6];

@@ -36,8 +36,14 @@ int makeFolders(const std::string& folder, mode_t mode) {
 // A descriptor of that folder, in which there can be logs then; -1 with the reason in errno.
 int makeWritable(const std::string& folder, mode_t mode) {
   errno = makeFolders(folder, mode);
-  if (errno != 0 || faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) return -1;
-  return open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (errno != 0) return -1;
+  const int descriptor = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor == -1) return -1;
+  if (faccessat(descriptor, ".", W_OK | X_OK, AT_EACCESS) == 0) return descriptor;
+  const int error = errno;
+  close(descriptor);
+  errno = error;
+  return -1;
 }
 
 // A log is a file of its own: what is there may be another user's, open to others, or a link or

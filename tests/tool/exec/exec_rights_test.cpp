@@ -335,8 +335,6 @@ TEST_F(ExecRightsOfRoot, AreNoMoreThanTheUsersOrNothingIsStarted) {
       {"capget-refused", more},
       {"no-setgroups",
        "runlet-job: the groups of user 71 cannot be taken: Operation not permitted\n"},
-      {"close-range-refused",
-       "runlet-job: open files cannot be kept from the task: Operation not permitted\n"},
       {"keyring-quota", "runlet-job: no session keyring for the task: Disk quota exceeded\n"},
   };
   setIds("71", "72");

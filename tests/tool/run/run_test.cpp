@@ -315,7 +315,7 @@ TEST_F(Run, TellsThatTheEndOfATaskIsUnknown) {
             "exit 1");
 }
 
-std::string cannotFindOut(const std::string& reason, const std::string& fate = "killed") {
+std::string cannotFindOut(const std::string& reason, const std::string& fate) {
   return "runlet-job: run: how tasks end cannot be found out: " + reason + "; those that run are " +
          fate + ", and no further task is started\n";
 }
@@ -346,7 +346,7 @@ TEST_F(Run, EndsWhereNoStatusCanBeTaken) {
   expectTool(runProcess(withFault("kept-status", {"exit 3", "exit 4"})),
              line(1, end, "exit 3") + line(2, "not started", "exit 4") +
                  "2 tasks: 1 not started (2), 1 " + end + " (1)\n",
-             warnings() + cannotFindOut("No child processes"), "exit 1");
+             warnings() + cannotFindOut("No child processes", "left to themselves"), "exit 1");
 }
 
 TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
