@@ -7,6 +7,7 @@
 #include <linux/capability.h>
 #include <pwd.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -18,6 +19,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -136,7 +138,17 @@ extern "C" int setgid(gid_t gid) {
 extern "C" int setuid(uid_t uid) {
   if (isRefused(uid)) return -1;
   using Function = int (*)(uid_t);
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setuid"))(uid);
+  const int result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setuid"))(uid);
+  if (faultIs("core-files")) prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
+  return result;
+}
+
+// Of a system on which a process may leave a core file though it has changed its user, says at
+// that call whether this one would.
+static void tellOfCoreFile(const char* call) {
+  if (!faultIs("core-files")) return;
+  const bool isLeft = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) == 1;
+  dprintf(STDERR_FILENO, "core file at %s: %s\n", call, isLeft ? "yes" : "no");
 }
 
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
@@ -281,8 +293,27 @@ extern "C" int getresgid(gid_t* real, gid_t* effective, gid_t* saved) noexcept {
 
 extern "C" int setgroups(std::size_t count, const gid_t* groups) noexcept {
   using Function = int (*)(std::size_t, const gid_t*);
+  tellOfCoreFile("setgroups");
   if (refusedIf(faultIs("no-setgroups")) != 0) return -1;
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setgroups"))(count, groups);
+}
+
+// The error of a system that has no keyrings, keeps them from a process, or has no room for another
+// one; 0 without such a fault.
+static int keyringError() {
+  const struct {
+    const char* fault;
+    int error;
+  } rows[] = {
+      {"no-keyrings", ENOSYS},
+      {"keyrings-refused", EPERM},
+      {"keyrings-forbidden", EACCES},
+      {"keyring-quota", EDQUOT},
+  };
+  for (const auto& row : rows) {
+    if (faultIs(row.fault)) return row.error;
+  }
+  return 0;
 }
 
 // Calls that the C library has no functions for.
@@ -292,9 +323,13 @@ extern "C" long syscall(long number, ...) noexcept {
   va_start(arguments, number);
   for (long& value : values) value = va_arg(arguments, long);
   va_end(arguments);
-  if (number == SYS_keyctl && (faultIs("no-keyrings") || faultIs("keyring-quota"))) {
-    errno = faultIs("no-keyrings") ? ENOSYS : EDQUOT;
-    return -1;
+  if (number == SYS_keyctl) {
+    tellOfCoreFile("keyctl");
+    const int error = keyringError();
+    if (error != 0) {
+      errno = error;
+      return -1;
+    }
   }
   if (number == SYS_capget && refusedIf(faultIs("capget-refused")) != 0) return -1;
   using Function = long (*)(long, ...);

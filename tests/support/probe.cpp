@@ -77,8 +77,9 @@ int main(int argc, char* argv[]) {
   }
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
-    for (const char* name : {"Uid:", "Gid:", "Groups:", "Umask:", "SigBlk:", "SigIgn:", "SigCgt:",
-                             "CapInh:", "CapPrm:", "CapEff:", "CapBnd:", "NoNewPrivs:"}) {
+    for (const char* name :
+         {"Uid:", "Gid:", "Groups:", "Umask:", "SigBlk:", "SigIgn:", "SigCgt:", "CapInh:",
+          "CapPrm:", "CapEff:", "CapBnd:", "CapAmb:", "NoNewPrivs:"}) {
       if (line.rfind(name, 0) == 0) report << line << "\n";
     }
   }

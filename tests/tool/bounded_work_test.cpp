@@ -1,5 +1,6 @@
-// What check and expand take for job files that were made to take much: time and memory in
-// proportion to the file, as loading it does, and nothing left out that is not told of.
+// What the verbs that read a job take for files that were made to take much, and make for a job of
+// that size: time and memory in proportion to the file, as loading it does, and nothing left out
+// that is not told of.
 
 #include <gtest/gtest.h>
 
@@ -160,19 +161,23 @@ class BoundedWork : public AdapterTest {
     return std::chrono::duration_cast<milliseconds>(time);
   }
 
-  void expectBounded(const std::vector<std::string>& words, std::chrono::microseconds load) const {
-    const ProcessResult result = runOn(words);
+  // `work` is what loading the job takes, as often as it may be done.
+  static void expectLittleMore(const ProcessResult& result, std::chrono::microseconds work,
+                               const std::string& name) {
     EXPECT_TRUE(WIFEXITED(result.waitStatus)) << describeStatus(result.waitStatus);
-    const auto most = load * 3 / 2 + milliseconds(500) * slowness;
+    const auto most = work * 3 / 2 + milliseconds(500) * slowness;
     EXPECT_LE(inMilliseconds(result.cpuTime).count(), inMilliseconds(most).count());
     EXPECT_LE(hasOwnMemory ? result.peakMemory : 0, mostMemory);
     if (std::getenv("RUNLET_SHOW_WORK") != nullptr) {
       std::printf("%6lld ms of %6lld, %4zu MB, %9zu bytes: %s\n",
                   static_cast<long long>(inMilliseconds(result.cpuTime).count()),
-                  static_cast<long long>(inMilliseconds(load).count()),
-                  result.peakMemory / 1'000'000, result.output.size(),
-                  testing::PrintToString(words).c_str());
+                  static_cast<long long>(inMilliseconds(work).count()),
+                  result.peakMemory / 1'000'000, result.output.size(), name.c_str());
     }
+  }
+
+  void expectBounded(const std::vector<std::string>& words, std::chrono::microseconds load) const {
+    expectLittleMore(runOn(words), load, testing::PrintToString(words));
   }
 
   std::string check(const std::vector<std::string>& options = {}) const {
@@ -185,13 +190,62 @@ class BoundedWork : public AdapterTest {
 TEST_F(BoundedWork, IsThatOfTheLibraryAndLittleMoreForAnyJob) {
   for (const Row& row : rows()) {
     SCOPED_TRACE(row.name);
-    folder_.write("job.xml", jobOf(row.parts));
+    // With logs where there can be none, so that nothing is run in the end.
+    Parts parts = row.parts;
+    parts.elements += "<LogFolder>" + jobFile_ + "/none</LogFolder>";
+    folder_.write("job.xml", jobOf(parts));
     if (std::getenv("RUNLET_SHOW_WORK") != nullptr) std::printf("%s\n", row.name);
     const std::chrono::microseconds load = loadTime();
     expectBounded({"check"}, load);
     expectBounded({"check", "--json", "--host"}, load);
     expectBounded({"expand"}, load);
     expectBounded({"expand", "--json"}, load);
+    expectBounded({"run"}, load);
+    expectBounded({"submit", "--dry-run"}, load);
+  }
+}
+
+// It looks at what it has written, and then at what will arrive.
+TEST_F(BoundedWork, OfMakeIsThatOfItsJob) {
+  constexpr std::size_t longest = 80'000;  // that a command line surely has room for
+  const struct {
+    const char* name;
+    std::vector<std::string> options;
+    std::vector<std::string> command;
+    std::string tasks = "1\n";
+  } rows[] = {
+      {"nothing", {}, {"/bin/true"}},
+      {"ampersands", {}, {"x " + filled("&", longest)}},
+      {"an ampersand in each word", {}, std::vector<std::string>(longest / 4, "&")},
+      {"a word of ampersands", {}, {"x", filled("&", longest)}},
+      {"percent signs", {}, {"x " + filled("%x", longest)}},
+      {"a word of percent signs", {}, {"x", filled("%x", longest)}},
+      {"quotes", {}, {"x", filled("\"", longest)}},
+      {"a long parameter", {"--param", "a=" + filled("&", longest)}, {"x", "%jp1"}},
+      {"a parameter again and again",
+       {"--param", "a=" + filled("&", 1000)},
+       {"x " + filled("%jp1", longest)}},
+      {"many tasks", {}, {"x", "%tp1"}, filled("1\n", longest)},
+      {"tasks of ampersands", {}, {"x", "%tp1"}, filled("&\n", longest)},
+      {"a task of ampersands", {}, {"x", "%tp1"}, filled("&") + "\n"},
+      {"a task of tabs", {}, {"x", "%tp1"}, filled("\t") + "\n"},
+      {"tasks of a long template", {}, {"x " + filled("%tp1", 3900)}, filled("1\n", longest)},
+      {"frames", {"--frames", "1-50000"}, {"x", "%tp1"}, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    folder_.write("job.xml", "");
+    std::vector<std::string> words = {"make", "-o", jobFile_, "--timeout", "5"};
+    if (!row.tasks.empty()) {
+      words.insert(words.end(), {"--tasks", folder_.write("tasks", row.tasks)});
+    }
+    words.insert(words.end(), row.options.begin(), row.options.end());
+    words.emplace_back("--");
+    words.insert(words.end(), row.command.begin(), row.command.end());
+    ProcessOptions options = tool(words);
+    options.patience = std::chrono::seconds(300);
+    const ProcessResult result = runProcess(options);
+    expectLittleMore(result, 2 * loadTime(), row.name);
   }
 }
 

@@ -1,17 +1,15 @@
 // As whom runlet-job exec runs a task.
 
 #include <fcntl.h>
-#include <grp.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 
 #include "exec_run.h"
+#include "rights_of_another.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -192,14 +190,6 @@ class ExecRightsOfRoot : public ExecRights {
                                 {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
     return options;
   }
-
-  // Whether the variable may be that of the tests, or of whoever started them.
-  static bool isInherited(const std::string& variable) {
-    const std::string name = variable.substr(0, variable.find('='));
-    const Strings own = {"LC_ALL", "LC_TIME"};
-    if (name == "RUNLET_FAULT") return true;
-    return name.starts_with("LC_") && std::find(own.begin(), own.end(), name) == own.end();
-  }
 };
 
 TEST_F(ExecRightsOfRoot, BecomeTheJobsUserAndGroup) {
@@ -219,15 +209,10 @@ TEST_F(ExecRightsOfRoot, BecomeTheJobsUserAndGroup) {
   };
   for (const auto& row : rows) {
     setIds(row.uid, row.gid);
-    expectTool(become(), calling_, "", "exit 0");
+    // Or the task would leave its counters here where coverage is measured.
+    expectTool(become(1, {"--keep-env", "LLVM_PROFILE_FILE"}), calling_, "", "exit 0");
     expectRanAs(row.ranAsUid, row.ranAsGid);
   }
-}
-
-// Ids that no user database knows.
-void setStrangeGroups() {
-  const gid_t groups[] = {5, 12345};
-  if (setgroups(2, groups) != 0) _exit(97);
 }
 
 TEST_F(ExecRightsOfRoot, HaveNoGroupOfRootForAnotherUser) {
@@ -251,37 +236,14 @@ TEST_F(ExecRightsOfRoot, IncludeTheGroupsOfTheUser) {
 }
 
 TEST_F(ExecRightsOfRoot, HaveTheEnvironmentOfTheUser) {
-  const Strings common = {"LANG=de", "LANGUAGE=en", "LC_ALL=C", "LC_TIME=x=y",
-                          "PATH=/usr/bin:/bin"};
-  const struct {
-    std::string fault;
-    Strings kept;
-    Strings variables;
-  } rows[] = {
-      {"none", {}, {"HOME=/", "LOGNAME=4200071", "SHELL=/bin/sh", "USER=4200071"}},
-      {"known-user", {}, {"HOME=/home/shot", "LOGNAME=shot", "SHELL=/bin/shots", "USER=shot"}},
-      {"none",
-       {"--keep-env", "SHOT", "--keep-env", "HOME", "--keep-env", "MISSING"},
-       {"HOME=/of/root", "LOGNAME=4200071", "SHELL=/bin/sh", "SHOT=a b", "USER=4200071"}},
-  };
   setIds("4200071", "72");
-  for (const auto& row : rows) {
-    ProcessOptions options = withFault(row.fault, row.kept);
-    options.environment.insert(options.environment.end(), {{"LANG", "de"},
-                                                           {"LANGUAGE", "en"},
-                                                           {"LC_TIME", "x=y"},
-                                                           {"HOME", "/of/root"},
-                                                           {"SHOT", "a b"},
-                                                           {"SECRET", "of root"}});
-    expectTool(runProcess(options), calling_, "", "exit 0");
-    Strings variables = workReport()["variable"];
-    std::erase_if(variables, [](const std::string& name) { return isInherited(name); });
-    std::sort(variables.begin(), variables.end());
-    Strings expected = row.variables;
-    expected.insert(expected.end(), common.begin(), common.end());
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(variables, expected);
-  }
+  expectEnvironmentOfTheUser(
+      [this](const std::string& fault, const Strings& words, const Variables& variables) {
+        ProcessOptions options = withFault(fault, words);
+        options.environment.insert(options.environment.end(), variables.begin(), variables.end());
+        expectTool(runProcess(options), calling_, "", "exit 0");
+        return workReport();
+      });
 }
 
 TEST_F(ExecRightsOfRoot, LeaveOpenFilesOfRootBehind) {
@@ -296,29 +258,13 @@ TEST_F(ExecRightsOfRoot, LeaveOpenFilesOfRootBehind) {
   }
 }
 
-// As of a service that was given the right to switch users in place of being root.
-void haveAmbientCapabilities(uid_t uid) {
-  const unsigned rights = 1U << CAP_SETUID | 1U << CAP_SETGID;
-  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-  __user_cap_data_struct sets[2]{{rights, rights, rights}, {0, 0, 0}};
-  const bool isDone = prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) == 0 && setgroups(0, nullptr) == 0 &&
-                      setgid(uid) == 0 && setuid(uid) == 0 &&
-                      syscall(SYS_capset, &header, sets) == 0 &&
-                      prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_SETUID, 0, 0) == 0 &&
-                      prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_SETGID, 0, 0) == 0;
-  if (!isDone) _exit(97);
-}
-
 TEST_F(ExecRightsOfRoot, DoNotIncludeAmbientCapabilities) {
   setIds("71", "72");
   ProcessOptions options = unprivilegedExec(task());
   options.prepare = [] { haveAmbientCapabilities(otherId); };
   expectTool(runProcess(options), calling_, note(1, otherId, otherId, "user 71 and group 72"),
              "exit 0");
-  Report lines = workReport();
-  for (const char* kind : {"CapPrm:", "CapEff:"}) {
-    EXPECT_EQ(lines[kind], Strings{"0000000000000000"}) << kind;
-  }
+  expectNoCapabilities(workReport());
   expectRanAs(otherId, otherId);
 }
 
@@ -344,16 +290,46 @@ TEST_F(ExecRightsOfRoot, AreNoMoreThanTheUsersOrNothingIsStarted) {
   }
 }
 
-// And which it can do without, with a note.
+TEST_F(ExecRightsOfRoot, IncludeASessionKeyringOfTheirOwn) {
+  const std::string keyring = folder_.file("keyring");
+  for (const char* uid : {"71", "0"}) {
+    setIds(uid, "72");
+    ProcessOptions options = exec(task());
+    options.prepare = [&] { joinNewKeyring(keyring); };
+    const ProcessResult result = runProcess(options);
+    expectTool(result, calling_, "", "exit 0");
+    expectKeyring(keyring, workReport(), result.error, std::string(uid) != "0");
+  }
+}
+
+// Without which they can do, with a note.
 TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
+  const struct {
+    const char* fault;
+    std::string reason;
+  } rows[] = {
+      {"no-keyrings", "Function not implemented"},
+      {"keyrings-refused", "Operation not permitted"},
+      {"keyrings-forbidden", "Permission denied"},
+  };
+  for (const auto& row : rows) {
+    setIds("71", "72");
+    const ProcessResult result = runProcess(withFault(row.fault));
+    EXPECT_EQ(result.output, calling_);
+    EXPECT_EQ(result.error, "runlet-job: no session keyring for the task: " + row.reason +
+                                "; it keeps the one of its starter\n");
+    EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+    expectRanAs(71, 72);
+    setIds("0", "0");
+    expectTool(runProcess(withFault(row.fault)), calling_, "", "exit 0");
+    expectRanAs(0, 0);
+  }
+}
+
+// As long as the process is the user's and its memory root's.
+TEST_F(ExecRightsOfRoot, LeaveNoCoreFileOfRootsMemory) {
   setIds("71", "72");
-  expectTool(runProcess(withFault("no-keyrings")), calling_,
-             "runlet-job: no session keyring for the task: Function not implemented; it keeps the "
-             "one of its starter\n",
-             "exit 0");
-  expectRanAs(71, 72);
-  setIds("0", "0");
-  expectTool(runProcess(withFault("no-keyrings")), calling_, "", "exit 0");
+  expectTool(runProcess(withFault("core-files")), calling_, noCoreFiles, "exit 0");
 }
 
 TEST_F(ExecRightsOfRoot, NeedAUser) {

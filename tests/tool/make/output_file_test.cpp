@@ -300,6 +300,47 @@ TEST(OutputFile, KeepsItsAccessList) {
   EXPECT_EQ(modeOf(path), mode);
 }
 
+// In which whoever may write there can remove and rename only what is theirs, as in /tmp.
+TEST(OutputFile, MayBeInAStickyFolder) {
+  const TempFolder folder;
+  folder.makeFolder("sticky", 01777);
+  const std::string path = folder.file("sticky/job.xml");
+  for (const char* text : {"new", "and replaced"}) {
+    EXPECT_EQ(writeFile(path, text), "");
+    EXPECT_EQ(readFile(path), text);
+  }
+  EXPECT_EQ(filesIn(folder.file("sticky")), Names{"job.xml"});
+}
+
+// Of whoever's in it, for root and for an ordinary user.
+TEST(OutputFile, InAStickyFolderStaysItsOwners) {
+  REQUIRE_ROOT();
+  const std::string notTaken =
+      "its owner and group cannot be kept: " + std::string(std::strerror(EPERM));
+  const struct {
+    unsigned owner;
+    unsigned user;
+    std::string reason;
+  } rows[] = {{one, 0, ""},       {one, one, ""},       {0, 0, ""},
+              {0, one, notTaken}, {two, one, notTaken}, {one, two, notTaken}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::to_string(row.owner) + " " + std::to_string(row.user));
+    const TempFolder folder;
+    folder.makeFolder("sticky", 01777);
+    const std::string path = folder.write("sticky/job.xml", "old", 0666);
+    ASSERT_EQ(chown(path.c_str(), row.owner, row.owner), 0);
+    makeLink("job.xml", folder.file("sticky/link"), two);
+    EXPECT_EQ(reasonFor(row.user, path), row.reason);
+    EXPECT_EQ(readFile(path), row.reason.empty() ? "text" : "old");
+    EXPECT_EQ(ownerOf(path), std::make_pair(row.owner, row.owner));
+    EXPECT_EQ(
+        reasonFor(row.user, folder.file("sticky/link")),
+        row.user == two ? row.reason : "the link link belongs to user 1002 and is not followed");
+    EXPECT_EQ(ownerOf(path), std::make_pair(row.owner, row.owner));
+    EXPECT_EQ(filesIn(folder.file("sticky")), (Names{"job.xml", "link"}));
+  }
+}
+
 // As /dev/stdout is one where that is a pipe: there is no such path to rename to.
 TEST(OutputFile, MayBeADescriptor) {
   const TempFolder folder;

@@ -73,7 +73,7 @@ class Submit : public SubmitTest {
     const std::string file = folder_.write("environment", "", 0666);
     engine_.reply("sbatch",
                   "/usr/bin/env | LC_ALL=C /usr/bin/sort | "
-                  "/bin/grep -Ev '^(PWD|OLDPWD|SHLVL|_)=' > '" +
+                  "/bin/grep -Ev '^(PWD|OLDPWD|SHLVL|_|__LLVM_PROFILE_RT_INIT_ONCE)=' > '" +
                       file + "'; echo 12");
     variables.emplace_back("PATH", engine_.path());
     options.prepare = [variables, become = options.prepare] {
