@@ -53,9 +53,9 @@ bool takeStreams(int log) {
   close(socket);  // whose end tells the run that the starter has ended
   char leave = 0;
   if (!receiveBytes(request->leave, &leave, 1)) _exit(exitNoTask);
-  setsid();
   sigprocmask(SIG_SETMASK, &mask, nullptr);
-  if (!takeStreams(request->log)) _exit(exitNoTask);
+  // Outside of a session of its own the task could not be ended with all that it has started.
+  if (setsid() == -1 || !takeStreams(request->log)) _exit(exitNoTask);
   _exit(becomeStart(&request->start, kept));  // all that was written has gone out, line by line
 }
 
