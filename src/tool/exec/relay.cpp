@@ -56,11 +56,18 @@ bool mayBecomeCharacter(std::string_view text) {
   return false;
 }
 
-void writeAll(int stream, std::string_view text) {
+// All of it, also where the terminal takes some at a time and does not wait.
+void show(int stream, std::string_view text) {
   while (!text.empty()) {
     const ssize_t count = write(stream, text.data(), text.size());
-    if (count < 0) return;  // the terminal is gone, and the task goes on without
-    text.remove_prefix(static_cast<std::size_t>(count));
+    if (count >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(count));
+    } else if (errno == EAGAIN) {
+      pollfd event{stream, POLLOUT, 0};
+      poll(&event, 1, -1);
+    } else {
+      return;  // the terminal is gone, and the task goes on without
+    }
   }
 }
 
@@ -69,7 +76,7 @@ std::size_t relay(Output* output) {
   char part[65536];
   const ssize_t count = read(output->source, part, sizeof part);
   if (count > 0) {
-    writeAll(output->stream, shown({part, static_cast<std::size_t>(count)}, &output->rest));
+    show(output->stream, visiblePart({part, static_cast<std::size_t>(count)}, &output->rest));
     return static_cast<std::size_t>(count);
   }
   if (count == 0 || errno != EAGAIN) {
@@ -114,7 +121,7 @@ bool makePipes(uid_t user, Pipes* pipes) {
 void showRest(const Output& output) {
   std::string text;
   appendBytes(output.rest, &text);
-  writeAll(output.stream, text);
+  show(output.stream, text);
 }
 
 // In the child: the streams that are terminals become others. False where that fails.
@@ -176,7 +183,7 @@ void leaveTerminal() {
   close(terminal);
 }
 
-std::string shown(std::string_view text, std::string* rest) {
+std::string visiblePart(std::string_view text, std::string* rest) {
   const std::string whole = *rest + std::string(text);
   rest->clear();
   std::string result;

@@ -17,7 +17,7 @@ void leaveTerminal();
 
 // Does `become`, which is to become a task of that user, in a child that leads a session of its
 // own: its standard input is empty where it was a terminal, and its outputs go through this process
-// where they were one, with `shown` for what is in them. `become` is to become a program, and
+// where they were one, with `visiblePart` for what is in them. `become` is to become a program, and
 // yields an exit status where it cannot.
 //
 // SIGINT, SIGTERM, SIGHUP and SIGQUIT go to the process group of the child, unless they are
@@ -31,6 +31,6 @@ int relayTask(uid_t user, const std::function<int()>& become);
 // isControlCharacter) and of what is not UTF-8 become \xNN.
 // Bytes at the end that may be the beginning of a character are left in `*rest`, which comes before
 // `text` and is what the call before has left.
-std::string shown(std::string_view text, std::string* rest);
+std::string visiblePart(std::string_view text, std::string* rest);
 
 }  // namespace runlet_tool

@@ -18,7 +18,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-TEST(Shown, IsWhatATerminalCanHave) {
+TEST(VisiblePart, IsWhatATerminalCanHave) {
   const struct {
     Strings parts;
     std::string shown;
@@ -44,7 +44,7 @@ TEST(Shown, IsWhatATerminalCanHave) {
   for (const auto& row : rows) {
     std::string rest;
     std::string text;
-    for (const std::string& part : row.parts) text += runlet_tool::shown(part, &rest);
+    for (const std::string& part : row.parts) text += runlet_tool::visiblePart(part, &rest);
     EXPECT_EQ(text, row.shown);
     EXPECT_EQ(rest, row.rest) << row.shown;
   }
@@ -149,17 +149,25 @@ TEST_F(ExecTerminal, ShowsWhatTheTaskItselfHasWritten) {
   expectShown(onTerminal("sleep 60 & echo done", {1, 2}), calling_ + "\r\ndone\r\n", "exit 0");
 }
 
-// More than a pipe usually holds: the task may have made it larger.
+// More than a pipe usually holds, since the task may have made it larger, and than a terminal takes
+// at once.
 TEST_F(ExecTerminal, ShowsAllThatTheTaskHasWritten) {
-  Process process(onTerminal(
-      "exec perl -e 'fcntl(STDOUT, 1031, 1 << 20); print \"x\" x 900000; print \"end\"'", {1}));
-  std::string text;
-  for (int i = 0; i < 4000 && !text.ends_with("end"); ++i) {
-    text += terminal_.written();
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  for (const int flags : {0, O_NONBLOCK}) {
+    ProcessOptions options = onTerminal(
+        "exec perl -e 'fcntl(STDOUT, 1031, 1 << 20); print \"x\" x 900000; print \"end\"'", {1});
+    options.prepare = [flags, open = options.prepare] {
+      open();
+      fcntl(STDOUT_FILENO, F_SETFL, flags);
+    };
+    Process process(options);
+    std::string text;
+    for (int i = 0; i < 4000 && !text.ends_with("end"); ++i) {
+      text += terminal_.written();
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_TRUE(text == calling_ + "\r\n" + std::string(900000, 'x') + "end") << text.size();
+    EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 0");
   }
-  EXPECT_TRUE(text == calling_ + "\r\n" + std::string(900000, 'x') + "end") << text.size();
-  EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 0");
 }
 
 TEST_F(ExecTerminal, HasOutputsThatTheTaskCanOpen) {
