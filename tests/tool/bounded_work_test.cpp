@@ -202,6 +202,7 @@ TEST_F(BoundedWork, IsThatOfTheLibraryAndLittleMoreForAnyJob) {
     expectBounded({"expand", "--json"}, load);
     expectBounded({"run"}, load);
     expectBounded({"submit", "--dry-run"}, load);
+    expectBounded({"run", "-n", "1"}, load);
   }
 }
 
@@ -320,7 +321,6 @@ TEST_F(BoundedWork, RJ069TasksThatWouldTakeTooLong) {
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
     const ProcessResult last = runOn({verb, "-s", count, "-n", "1"});
     EXPECT_NE(last.error.find("error RJ066: "), std::string::npos) << last.error;
-    EXPECT_EQ(last.error.find("RJ069"), std::string::npos);
   }
 }
 

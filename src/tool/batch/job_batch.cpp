@@ -37,16 +37,18 @@ void sayWarnings(const AdapterContext& context, const char* verb, const Report& 
                command.c_str());
 }
 
-bool isOfAllTasks(const Report& report) {
-  return std::none_of(report.findings.begin(), report.findings.end(), [](const Finding& finding) {
-    return finding.rule->id == RuleId::tasksNotLookedAt;
-  });
+// Whether all tasks that are asked for were looked at.
+bool isComplete(const Question& question, const Report& report) {
+  return question.range.isGiven() ||
+         std::none_of(report.findings.begin(), report.findings.end(), [](const Finding& finding) {
+           return finding.rule->id == RuleId::tasksNotLookedAt;
+         });
 }
 
 // Loads the file once: the job that was checked, whatever becomes of its file, is `*context` then.
 int checkJob(const Question& question, const char* verb, AdapterContext* context) {
   const Report report = inspect(question, context);
-  if (report.isReadable && report.count(Severity::error) == 0 && isOfAllTasks(report)) {
+  if (report.isReadable && report.count(Severity::error) == 0 && isComplete(question, report)) {
     sayWarnings(*context, verb, report);
     return exitFine;
   }
@@ -101,8 +103,7 @@ int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   AdapterContext& context = batch->context;
   const std::string jobFile = fullPath(currentFolder(), options.job);
   Question question = {jobFile, options.appPath, requestUser()};
-  question.looksAtAllTasks =
-      options.range.count.has_value();  // who gives a number wants those tasks
+  question.range = options.range;
   const int status = checkJob(question, verb, &context);
   if (status != exitFine) return status;
   context.userName.clear();  // which was for the check alone

@@ -33,7 +33,7 @@ struct Batch {
 
 // Loads the job, checks it as `check` does, and finds out which tasks there are to run. The file is
 // read once: what was checked is what runs. A job of which not all tasks can be looked at in
-// proportion to its file is refused, unless the number of tasks is given. Yields exitFine, or the
+// proportion to its file is refused, unless tasks are named. Yields exitFine, or the
 // status to end with after it has said on standard error why; `*batch` is of no use then. What is
 // worth knowing though it does not stand in the way is said there too: warnings of the check, and
 // that the tasks cannot have the job's user or group. `verb` names the speaker.

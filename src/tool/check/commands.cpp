@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 
+#include "adapter/task_range.h"
 #include "job/int32.h"
 #include "tool/check/command_words.h"
 #include "tool/check/inspection.h"
@@ -358,6 +359,12 @@ void inspectUnused(const UsedParameters& used, Inspection* inspection) {
   }
 }
 
+// Whether the task is to be looked at in any case. Without a range the context asks for none.
+bool isAsked(const Inspection& inspection, std::int32_t number) {
+  const runlet::TaskRange range = requestedTasks(inspection.context);
+  return range.first < number && number <= range.end;
+}
+
 }  // namespace
 
 void inspectTasks(Inspection* inspection) {
@@ -369,12 +376,12 @@ void inspectTasks(Inspection* inspection) {
   std::vector<OwnDigits> digits;
   bool allComposed = true;
   for (std::size_t i = 0; i < count; ++i) {
-    if (inspection->limit.isSpent()) {
-      findTasksNotLookedAt(inspection, static_cast<std::int32_t>(i));
-      allComposed = false;  // or else it is not known
-      break;
-    }
     const auto number = static_cast<std::int32_t>(i) + 1;
+    if (inspection->limit.isSpent() && !isAsked(*inspection, number)) {
+      findTasksNotLookedAt(inspection, number - 1);
+      allComposed = false;  // or else it is not known
+      continue;
+    }
     previewCommand(context, number - 1, &preview);
     inspection->limit.addPreview(preview, context, number - 1);
     inspectUses(preview, number, &digits, inspection);

@@ -5,6 +5,7 @@
 
 #include "adapter/context.h"
 #include "tool/check/finding.h"
+#include "tool/expand/range_options.h"
 
 namespace runlet_tool {
 
@@ -15,7 +16,8 @@ struct Question {
   std::string userName;          // -u; empty = not given
   bool isOfHost = false;         // whether to look at this machine's folders, programs and users
   bool wantsAll = false;         // whether to keep more than `mostFindings` findings of a rule
-  bool looksAtAllTasks = false;  // whether to do so however long it takes
+  bool looksAtAllTasks = false;  // whether to look at all, however long it takes
+  RangeOptions range = {};       // tasks to look at in any case; empty = none
 };
 
 // The first so many of a rule are kept, the others counted: a job file can have as many findings as
@@ -23,8 +25,8 @@ struct Question {
 inline constexpr std::size_t mostFindings = 20;
 
 // Takes time and memory in proportion to the size of the file: where the tasks together would take
-// more, those beyond are left alone, which is a finding (RuleId::tasksNotLookedAt), unless all are
-// to be looked at.
+// more, those beyond are left alone, which is a finding (RuleId::tasksNotLookedAt), unless they are
+// to be looked at in any case.
 //
 // Nothing is run and nothing changed. Without an error among the findings the adapter starts every
 // task that was looked at; with one it does not start all, unless that is an error for its danger

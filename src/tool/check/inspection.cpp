@@ -105,6 +105,7 @@ Report inspect(const Question& question, runlet::AdapterContext* job) {
   inspection.source = &source;
   if (!question.looksAtAllTasks) inspection.limit = WorkLimit(source.text().size());
   inspection.context.jobFile = question.jobFile;
+  if (question.range.isGiven()) setRange(question.range, &inspection.context);
   inspection.context.appPath = question.appPath;
   inspection.context.userName = question.userName;
   inspectDocument(document, &inspection);

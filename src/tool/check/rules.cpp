@@ -264,7 +264,7 @@ const std::vector<Rule>& allRules() {
        "template for each of many tasks, or many placeholders that each look up a field of a long "
        "entry. Beyond an amount of work that grows with the file, far above that of a usual job, "
        "the tasks that are left are not looked at. They may have errors that are not reported, so "
-       "run and submit refuse the job unless -n says how many tasks to run.\n"
+       "run and submit refuse the job unless -s or -n names tasks; those are then looked at.\n"
        "Shorten the template, or look at all tasks, however long it takes, with check --all."},
       {RuleId::openQuote, warning, "a quote is not closed",
        "A word that begins with a double quote runs to the next one. When there is none, the word "

@@ -171,8 +171,8 @@ TEST_F(ExecTerminal, ShowsAllThatTheTaskHasWritten) {
 }
 
 TEST_F(ExecTerminal, HasOutputsThatTheTaskCanOpen) {
-  expectShown(onTerminal("echo a >/dev/stdout; echo b >/dev/stderr", {1, 2}),
-              calling_ + "\r\na\r\nb\r\n", "exit 0");
+  expectShown(onTerminal("echo a >/dev/stdout", {1, 2}), calling_ + "\r\na\r\n", "exit 0");
+  expectShown(onTerminal("echo b >/dev/stderr", {2}), "b\r\n", "exit 0");
 }
 
 TEST_F(ExecTerminal, ShowsOneOutputWhereNothingElseIsOpen) {
