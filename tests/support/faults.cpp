@@ -70,6 +70,10 @@ extern "C" int open(const char* path, int flags, ...) {
     errno = ENOENT;
     return -1;
   }
+  if (faultIs("terminal-unknown") && std::strcmp(path, "/dev/tty") == 0) {
+    errno = ENFILE;
+    return -1;
+  }
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
@@ -339,6 +343,11 @@ extern "C" long syscall(long number, ...) noexcept {
     reinterpret_cast<__user_cap_data_struct*>(values[1])->permitted |= 1U << CAP_SETUID;
   }
   return result;
+}
+
+extern "C" pid_t setsid() noexcept {
+  if (refusedIf(faultIs("no-session")) != 0) return -1;
+  return reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "setsid"))();
 }
 
 extern "C" int pipe2(int* ends, int flags) noexcept {

@@ -68,7 +68,10 @@ std::string logPath(const Batch& batch, std::int32_t task) {
 bool makeLogFolder(const Batch& batch, const char* verb) {
   const int folder = doAsTaskUser(
       batch.context, [&] { return makeWritable(batch.logFolder, 0777 & ~maskFor(batch)); });
-  if (folder != -1) return close(folder) == 0;
+  if (folder != -1) {
+    close(folder);
+    return true;
+  }
   std::fprintf(stderr, "runlet-job: %s: no logs can be written to %s: %s\n", verb,
                visible(batch.logFolder).c_str(), std::strerror(errno));
   return false;

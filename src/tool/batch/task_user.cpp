@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tool/exec/task_rights.h"
 #include "tool/system/stop_signals.h"
 
 namespace runlet_tool {
@@ -29,8 +30,14 @@ std::string idsText(std::int32_t uid, std::int32_t gid) {
 }
 
 bool becomeTaskUser(const AdapterContext& context) {
-  return setgroups(0, nullptr) == 0 && setgid(static_cast<gid_t>(context.gid)) == 0 &&
-         setuid(static_cast<uid_t>(context.uid)) == 0;
+  leaveNoCore();
+  const bool isSwitched = setgroups(0, nullptr) == 0 &&
+                          setgid(static_cast<gid_t>(context.gid)) == 0 &&
+                          setuid(static_cast<uid_t>(context.uid)) == 0;
+  if (!isSwitched) return false;
+  leaveNoCore();
+  errno = EPERM;  // unless the ids and capabilities are as they should be
+  return keepsNothing({context.gid, context.uid, "", 0});
 }
 
 int doWithoutMask(const std::function<int()>& work) {
@@ -86,11 +93,20 @@ bool isAskedToEnd() {
 bool awaitAnswer(int socket) {
   constexpr int slice = 100;  // milliseconds
   pollfd event{socket, POLLIN, 0};
-  for (int left = 30'000; poll(&event, 1, slice) == 0; left -= slice) {
+  for (int left = 30'000; poll(&event, 1, slice) <= 0; left -= slice) {
     errno = ETIMEDOUT;
     if (left <= 0 || isAskedToEnd()) return false;
   }
   return true;
+}
+
+// The user may have stopped it. On a file system of that user's it may not even end then: whoever
+// takes the ends of other children comes across it later.
+void endChild(pid_t child) {
+  kill(child, SIGKILL);
+  for (int pause = 1; pause < 2000 && waitpid(child, nullptr, WNOHANG) == 0; pause *= 2) {
+    poll(nullptr, 0, pause);
+  }
 }
 
 // The descriptor; -1 with the reason in errno, EIO where the process has ended without an answer.
@@ -101,15 +117,21 @@ int receiveAnswer(int socket) {
   int descriptor = -1;
   const cmsghdr* const rights = CMSG_FIRSTHDR(&received.message);
   if (rights != nullptr) std::memcpy(&descriptor, CMSG_DATA(rights), sizeof descriptor);
-  errno = received.answer.error;
+  const bool isLost = descriptor == -1 && received.answer.error == 0;
+  errno = isLost ? EIO : received.answer.error;
   return descriptor;
 }
 
+// Without exceptions, which would be handled here as those of the process that it is a copy of.
 [[noreturn]] void workInChild(int socket, const AdapterContext& context,
-                              const std::function<int()>& work) {
-  setsid();  // or the work could get at the terminal of whoever starts the tasks
+                              const std::function<int()>& work) noexcept {
+  // What leads to the starter's terminal, folder or files is not the work's to use.
+  setsid();
+  constexpr int kept = STDERR_FILENO + 1;
+  if (chdir("/") != 0 || dup2(socket, kept) == -1) _exit(EXIT_FAILURE);
+  closefrom(kept + 1);
   const int descriptor = becomeTaskUser(context) ? doWithoutMask(work) : -1;
-  sendAnswer(socket, descriptor, descriptor == -1 ? errno : 0);
+  sendAnswer(kept, descriptor, descriptor == -1 ? errno : 0);
   _exit(EXIT_SUCCESS);
 }
 
@@ -139,8 +161,7 @@ int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work
   if (child != -1) {
     if (awaitAnswer(ends[0])) descriptor = receiveAnswer(ends[0]);
     error = errno;
-    kill(child, SIGKILL);  // if the user has stopped it
-    waitpid(child, nullptr, 0);
+    endChild(child);
   }
   close(ends[0]);
   errno = error;

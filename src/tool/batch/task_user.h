@@ -17,8 +17,9 @@ std::string settleTaskUser(runlet::AdapterContext* context);
 
 // Has `work` look at, make or open files with the rights of the tasks' user and group alone, where
 // the caller is root: a folder may belong to that user, who must not have root write where links in
-// it lead. It is done in a process of its own then, without a controlling terminal, so that this
-// one never has other rights than its own. `context` has been settled.
+// it lead. It is done in a process of its own then, so that this one never has other rights than
+// its own: in "/", without a controlling terminal, and with no descriptors but the standard
+// streams. `context` has been settled.
 //
 // Files are made with the modes that `work` gives: no mask is applied to them.
 //

@@ -24,10 +24,13 @@ bool isPlainZero(std::string_view text) {
 
 }  // namespace
 
-// What comes after a NUL does not count for the number, but its author may think so.
+// What comes after a NUL does not count for the number, nor does a second element of that name; but
+// its author may think so.
 bool isHiddenRoot(const TiXmlText& text) {
-  return runlet::decimalInt32(text.Value()) == 0 &&
-         (text.CDATA() || isCutOff(text) || !isPlainZero(text.ValueStr()));
+  const TiXmlNode& element = *text.Parent();
+  const bool isPlain = !text.CDATA() && !isCutOff(text) && isPlainZero(text.ValueStr()) &&
+                       element.NextSiblingElement(element.ValueStr()) == nullptr;
+  return runlet::decimalInt32(text.Value()) == 0 && !isPlain;
 }
 
 const char* hiddenRootIn(const TiXmlDocument& document) {

@@ -148,7 +148,8 @@ const std::vector<Rule>& allRules() {
       {RuleId::hiddenRoot, error, "an id means root without being a plain 0",
        "uid and gid are numbers, and 0 is root. A name in their place counts as 0. So does a text "
        "that begins with a 0 and goes on otherwise, such as 0x3e8, a text that is cut off after a "
-       "0, and a number whose low 32 bits are 0. The adapter starts such tasks; this is an error "
+       "0, a 0 with a second uid or gid after it, and a number whose low 32 bits are 0. The "
+       "adapter starts such tasks; this is an error "
        "because it gives them rights of root. Whoever means root writes a plain 0. As a uid that "
        "is a warning (RJ035). As a gid it is not reported: the group alone gives few rights.\n"
        "Write the number of the user (id -u NAME) or of the group (getent group NAME)."},

@@ -1,5 +1,6 @@
 #include "tool/exec/become_task.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -68,11 +69,20 @@ bool compose(const AdapterContext& context, std::int32_t number, TaskStart* star
   return false;
 }
 
+// True also for what is not there, or not to be made executable: the program cannot be executed
+// then.
+bool isPlainFile(const std::string& path) {
+  struct stat status {};
+  if (path.empty() || lstat(path.c_str(), &status) != 0) return true;
+  return S_ISREG(status.st_mode) && (status.st_mode & (S_ISUID | S_ISGID)) == 0;
+}
+
 // The program of another user is made executable with the starter's rights, in a folder that the
 // starter names. The job is not to lead out of that folder, nor to anything but a chmod.
 bool requireSafePath(const TaskStart& start) {
   const bool isSafe = isSafeInShell(start.chmodPath);
-  if (isSafe && ("/" + start.chmodPath + "/").find("/../") == std::string::npos) return true;
+  const bool isInFolder = ("/" + start.chmodPath + "/").find("/../") == std::string::npos;
+  if (isSafe && isInFolder && isPlainFile(start.chmodPath)) return true;
   std::fprintf(stderr, "runlet-job: the task is not started: with -a %s %s\n",
                isSafe ? "root would change the mode of" : "a shell of root's would read the path",
                visible(start.chmodPath).c_str());
@@ -96,10 +106,11 @@ bool setUp(TaskStart* start, const KeptVariables& kept) {
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   announceStart(*start);
   makeExecutable(*start);
-  if (isOther) {
-    setEnvironment(userEnvironment(static_cast<uid_t>(start->rights.uid), kept));
-    leaveTerminal();
+  if (isOther && !leaveTerminal()) {
+    std::fputs("runlet-job: the task is not started: it would keep the terminal\n", stderr);
+    return false;
   }
+  if (isOther) setEnvironment(userEnvironment(static_cast<uid_t>(start->rights.uid), kept));
   if (!takeTaskRights(&start->rights)) return false;
   if (isOther) {
     openStreams();
@@ -123,7 +134,7 @@ void sayWhose(const std::string& note, std::int32_t number) {
 
 }  // namespace
 
-bool isApplicationSafe(const AdapterContext& context) {
+bool requireFullApplication(const AdapterContext& context) {
   const bool isFull = context.appPath.empty() || context.appPath.starts_with('/');
   if (isFull || !isOfAnother(context.uid)) return true;
   std::fprintf(stderr,
@@ -137,7 +148,7 @@ int becomeTask(AdapterContext* context, std::int32_t number, const KeptVariables
   if (!loadTaskJob(context) || !requireTask(*context, number)) return exitNoTask;
   // The one step that the adapter does not have: the caller's identity in place of the job's.
   const std::string note = settleTaskUser(context);
-  if (!isApplicationSafe(*context)) return exitNoTask;
+  if (!requireFullApplication(*context)) return exitNoTask;
   const bool isOther = isOfAnother(context->uid);
   const auto become = [&] {
     TaskStart start;

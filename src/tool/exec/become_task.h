@@ -21,10 +21,10 @@ inline constexpr int exitNotFound = 127;       // its program is not there
 // capabilities and a session keyring of its own. These of the caller's variables stay.
 using KeptVariables = std::vector<std::string>;
 
-// Whether -a may be used with the job of `context`, which has been settled (see
-// batch/task_user.h). For a task of another user only a full path may: any other leads the chmod,
-// which is root's, to where the job says. False after a line on standard error.
-bool isApplicationSafe(const runlet::AdapterContext& context);
+// False, after a line on standard error, if -a may not be used with the job of `context`, which has
+// been settled (see batch/task_user.h): for a task of another user only a full path may. Any other
+// leads the chmod, which is root's, to where the job says.
+bool requireFullApplication(const runlet::AdapterContext& context);
 
 // Becomes the task `number` (from 1) of the job that `context` names with `jobFile` and `appPath`:
 // in its folder, with its group, user, mask and outputs, after announcing it on standard output as

@@ -108,8 +108,7 @@ bool makePipes(uid_t user, Pipes* pipes) {
   for (int i = 0; i < 2; ++i) {
     int ends[2];
     if (isatty(STDOUT_FILENO + i) == 0) continue;
-    if (pipe2(ends, O_CLOEXEC) != 0) return false;
-    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    if (pipe2(ends, O_CLOEXEC) != 0 || fcntl(ends[0], F_SETFL, O_NONBLOCK) != 0) return false;
     // Or the task could not open /dev/stdout and /dev/stderr.
     [[maybe_unused]] const int ignored = fchown(ends[1], user, static_cast<gid_t>(-1));
     pipes->outputs[static_cast<std::size_t>(i)] = {STDOUT_FILENO + i, ends[0], ""};
@@ -134,6 +133,17 @@ bool replaceTerminals(const int (&writeEnds)[2]) {
   return input != -1 && dup2(input, STDIN_FILENO) != -1;
 }
 
+void sayNotKept() {
+  std::fprintf(stderr, "runlet-job: exec: the task cannot be kept from the terminal: %s\n",
+               std::strerror(errno));
+}
+
+int becomeRelayed(const int (&writeEnds)[2], const std::function<int()>& become) {
+  if (setsid() != -1 && replaceTerminals(writeEnds)) return become();
+  sayNotKept();
+  return exitNoTask;
+}
+
 // Until the child has ended, whose wait status is yielded.
 int attend(pid_t child, int signals, Outputs* outputs) {
   while (true) {
@@ -144,6 +154,7 @@ int attend(pid_t child, int signals, Outputs* outputs) {
     if (read(signals, &info, sizeof info) == sizeof info && info.ssi_signo != SIGCHLD) {
       const auto signal = static_cast<int>(info.ssi_signo);
       if (kill(-child, signal) != 0) kill(child, signal);
+      kill(-child, SIGCONT);  // or a task that has been stopped would not see it
     }
     int status = W_EXITCODE(exitNoTask, 0);  // where the end cannot be found out
     const bool hasEnded = waitpid(child, &status, WNOHANG) != 0;
@@ -168,19 +179,23 @@ bool hasTerminal() {
   return isatty(STDIN_FILENO) != 0 || isatty(STDOUT_FILENO) != 0 || isatty(STDERR_FILENO) != 0;
 }
 
-void leaveTerminal() {
+bool leaveTerminal() {
   const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (terminal == -1) return;
-  if (setsid() == -1) {
+  // Where it cannot be known whether there is one, as for want of a descriptor, it is taken for
+  // one.
+  if (terminal == -1 && (errno == ENXIO || errno == ENOENT)) return true;
+  bool isLeft = setsid() != -1;
+  if (!isLeft && terminal != -1) {
     // The first process of a session takes the terminal from all of it, which brings a SIGHUP.
     struct sigaction ignored {};
     struct sigaction before {};
     ignored.sa_handler = SIG_IGN;
     sigaction(SIGHUP, &ignored, &before);
-    ioctl(terminal, TIOCNOTTY);
+    isLeft = ioctl(terminal, TIOCNOTTY) == 0;
     sigaction(SIGHUP, &before, nullptr);
   }
   close(terminal);
+  return isLeft;
 }
 
 std::string visiblePart(std::string_view text, std::string* rest) {
@@ -210,18 +225,20 @@ int relayTask(uid_t user, const std::function<int()>& become) {
   const sigset_t held = relayedSignals();
   sigset_t before;
   sigprocmask(SIG_BLOCK, &held, &before);
-  std::signal(SIGCHLD, SIG_DFL);  // or the end of the child could not be waited for
+  struct sigaction usual {};
+  struct sigaction children {};
+  usual.sa_handler = SIG_DFL;
+  sigaction(SIGCHLD, &usual, &children);  // or the end of the child could not be waited for
   const int signals = signalfd(-1, &held, SFD_NONBLOCK | SFD_CLOEXEC);
-  const bool isReady = makePipes(user, &pipes) && signals != -1;
+  const bool isReady = signals != -1 && makePipes(user, &pipes);
   const pid_t child = isReady ? fork() : -1;
   if (child == 0) {
-    setsid();
+    sigaction(SIGCHLD, &children, nullptr);
     sigprocmask(SIG_SETMASK, &before, nullptr);
-    _exit(replaceTerminals(pipes.writeEnds) ? become() : exitNoTask);
+    _exit(becomeRelayed(pipes.writeEnds, become));
   }
   if (child == -1) {
-    std::fprintf(stderr, "runlet-job: exec: the task cannot be kept from the terminal: %s\n",
-                 std::strerror(errno));
+    sayNotKept();
     return exitNoTask;
   }
   for (const int end : pipes.writeEnds) close(end);

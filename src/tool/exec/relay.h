@@ -12,8 +12,9 @@ namespace runlet_tool {
 // Whether any of the three standard streams is a terminal.
 bool hasTerminal();
 
-// Gives up the controlling terminal, in which the process could still type, if there is one.
-void leaveTerminal();
+// Gives up the controlling terminal, in which the process could still type, if there is one. False
+// where it may still have one.
+bool leaveTerminal();
 
 // Does `become`, which is to become a task of that user, in a child that leads a session of its
 // own: its standard input is empty where it was a terminal, and its outputs go through this process

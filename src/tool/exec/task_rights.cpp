@@ -38,12 +38,6 @@ int setGroups(uid_t uid) {
   return setgroups(groups.size(), groups.data()) == 0 ? 0 : errno;
 }
 
-// For the time in which a process of the user has memory of the starter. A change of ids sets it
-// anew, a new program as well.
-void leaveNoCore() {
-  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
-}
-
 bool hasIds(const UserRights& rights) {
   const auto wantedUser = static_cast<uid_t>(rights.uid);
   const auto wantedGroup = static_cast<gid_t>(rights.gid);
@@ -79,8 +73,8 @@ bool joinOwnKeyring() {
   return isBarred;
 }
 
-bool keepsNothing(const UserRights& rights) {
-  if (hasIds(rights) && (rights.uid == 0 || dropCapabilities())) return true;
+bool refuseMore(const UserRights& rights) {
+  if (keepsNothing(rights)) return true;
   std::fprintf(stderr,
                "runlet-job: the task is not started: it would have more rights than user %u and "
                "group %u\n",
@@ -91,7 +85,16 @@ bool keepsNothing(const UserRights& rights) {
 }  // namespace
 
 bool isOfAnother(std::int32_t uid) {
-  return static_cast<uid_t>(uid) != geteuid();
+  return geteuid() == 0 && static_cast<uid_t>(uid) != 0;
+}
+
+// A change of ids sets it anew, a new program as well.
+void leaveNoCore() {
+  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+}
+
+bool keepsNothing(const UserRights& rights) {
+  return hasIds(rights) && (rights.uid == 0 || dropCapabilities());
 }
 
 bool takeTaskRights(UserRights* rights) {
@@ -109,7 +112,7 @@ bool takeTaskRights(UserRights* rights) {
                  static_cast<unsigned>(rights->uid), std::strerror(groupsError));
     return false;
   }
-  return keepsNothing(*rights) && (!isOther || joinOwnKeyring());
+  return refuseMore(*rights) && (!isOther || joinOwnKeyring());
 }
 
 }  // namespace runlet_tool

@@ -7,9 +7,17 @@
 
 namespace runlet_tool {
 
-// Whether a task of user `uid` is another user's than this process. True for -1 where this process
-// is root's: nobody knows then whose it is.
+// Whether a task of user `uid` is another user's than this process. Only root can have such a task;
+// -1 is one: nobody knows then whose it is.
 bool isOfAnother(std::int32_t uid);
+
+// For the time in which a process of another user has memory of its starter: it leaves no core
+// file, and that user cannot look into it. Needed anew after a change of ids.
+void leaveNoCore();
+
+// Drops all capabilities, unless the user of `rights` is root, and yields whether this process has
+// kept nothing: the real, effective and saved ids are those, and there is no capability.
+bool keepsNothing(const runlet::UserRights& rights);
 
 // Switches the process to the group, the user and the mask of `*rights`, as takeUserRights does,
 // and looks whether it has kept nothing: the real, effective and saved ids are those, and unless

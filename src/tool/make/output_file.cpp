@@ -50,7 +50,11 @@ bool keepRights(int descriptor, const OutputPlace& place) {
     const std::string& list = place.accessList;
     return fsetxattr(descriptor, accessListName, list.data(), list.size(), 0) == 0;
   }
-  return fchmod(descriptor, place.old ? place.old->st_mode & permissionBits : newFileMode()) == 0;
+  // The folder may have given the new file a list that the old one did not have.
+  const bool hasNone = !place.old || fremovexattr(descriptor, accessListName) == 0 ||
+                       errno == ENODATA || errno == ENOTSUP;
+  const mode_t mode = place.old ? place.old->st_mode & permissionBits : newFileMode();
+  return hasNone && fchmod(descriptor, mode) == 0;
 }
 
 std::string fill(int descriptor, std::string_view text, const OutputPlace& place) {

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <climits>
 #include <cstring>
 #include <string_view>
 #include <system_error>
@@ -45,6 +44,7 @@ struct Way {
   std::string rest;      // the names to come
   int links = 0;
   bool endsInLink = false;  // the file was given by a link to it
+  bool isOpen = false;      // it went through a folder in which others can exchange things
 };
 
 std::string withoutLeadingSlashes(const std::string& path) {
@@ -55,11 +55,13 @@ std::string withoutLeadingSlashes(const std::string& path) {
 std::string setOut(Way* way) {
   const bool isFull = way->rest.starts_with('/');
   if (isFull || way->folder.number() == -1) {
-    way->folder = OwnDescriptor(open(isFull ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const int folder = open(isFull ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (folder == -1) return std::strerror(errno);
+    way->folder = OwnDescriptor(folder);
   }
   way->rest = withoutLeadingSlashes(way->rest);
   if (way->rest.empty() || way->rest.ends_with('/')) way->rest += '.';
-  return way->folder.number() == -1 ? std::strerror(errno) : "";
+  return {};
 }
 
 std::string takeName(std::string* rest) {
@@ -82,13 +84,17 @@ bool isOwnOrRoots(const struct stat& status) {
   return status.st_uid == geteuid() || status.st_uid == 0;
 }
 
-// Whether nobody but the caller and root can put a thing of theirs in another place of the folder.
-// Members of a group that a user has chosen for a folder may, but not for root.
-bool isSettled(int folder) {
-  const mode_t others = geteuid() == 0 ? S_IWGRP | S_IWOTH : S_IWOTH;
+// What others can do in a folder to things of the caller or of root: nothing, bring some there from
+// a folder of their own, or also exchange them.
+enum class Others { canDoNothing, canBring, canExchange };
+
+// Members of a group that a user has chosen for a folder are no others, but for root.
+Others othersIn(int folder) {
+  const mode_t writable = geteuid() == 0 ? S_IWGRP | S_IWOTH : S_IWOTH;
   struct stat status {};
-  return fstat(folder, &status) == 0 && isOwnOrRoots(status) &&
-         ((status.st_mode & others) == 0 || (status.st_mode & S_ISVTX) != 0);
+  if (fstat(folder, &status) != 0 || !isOwnOrRoots(status)) return Others::canExchange;
+  if ((status.st_mode & writable) == 0) return Others::canDoNothing;
+  return (status.st_mode & S_ISVTX) != 0 ? Others::canBring : Others::canExchange;
 }
 
 std::string follow(const OwnDescriptor& link, const struct stat& status, const std::string& name,
@@ -97,7 +103,9 @@ std::string follow(const OwnDescriptor& link, const struct stat& status, const s
     return "the link " + shown(name) + " belongs to user " + std::to_string(status.st_uid) +
            " and is not followed";
   }
-  if (!isSettled(way->folder.number()) || status.st_nlink > 1) {
+  const bool isSettled = !way->isOpen && status.st_nlink == 1 &&
+                         othersIn(way->folder.number()) == Others::canDoNothing;
+  if (!isSettled) {
     return "the link " + shown(name) + " is where others may have put it, and is not followed";
   }
   char target[PATH_MAX];
@@ -128,13 +136,15 @@ std::string endAtNothing(int error, const Way& way, const std::string& name, Out
   return {};
 }
 
-// Empty where the file has none beyond its mode.
-std::string accessListOf(const OwnDescriptor& file) {
+// Reads the access list, which stays empty where the file has none beyond its mode. Yields why it
+// cannot be read.
+std::string readAccessList(const OwnDescriptor& file, std::string* list) {
   const std::string path = "/proc/self/fd/" + std::to_string(file.number());
-  std::string list(XATTR_SIZE_MAX, '\0');
-  const ssize_t size = getxattr(path.c_str(), accessListName, list.data(), list.size());
-  list.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-  return list;
+  list->resize(XATTR_SIZE_MAX);
+  const ssize_t size = getxattr(path.c_str(), accessListName, list->data(), list->size());
+  const int error = size >= 0 || errno == ENODATA || errno == ENOTSUP ? 0 : errno;
+  list->resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  return error == 0 ? "" : std::string("its access list cannot be read: ") + std::strerror(error);
 }
 
 // The way ends at a thing of that status.
@@ -142,8 +152,8 @@ std::string endAt(const OwnDescriptor& file, const struct stat& status, const st
                   OutputPlace* place) {
   place->name = name;
   place->old = status;
-  place->accessList = accessListOf(file);
-  return obstacle(status.st_mode);
+  std::string reason = obstacle(status.st_mode);
+  return reason.empty() ? readAccessList(file, &place->accessList) : reason;
 }
 
 // Takes the next name of the way. The last step gives `*place` its name or its stream.
@@ -161,6 +171,7 @@ std::string takeStep(Way* way, OutputPlace* place) {
     return setOut(way);
   }
   if (way->rest.empty()) return endAt(found, status, name, place);
+  way->isOpen = way->isOpen || othersIn(way->folder.number()) == Others::canExchange;
   way->folder = std::move(found);
   return {};
 }

@@ -68,7 +68,7 @@ int runJob(const RunOptions& options) {
   Batch batch;
   const int refusal = prepareBatch(options.batch, name, &batch);
   if (refusal != exitFine) return refusal;
-  if (!isApplicationSafe(batch.context)) return exitUnreadable;
+  if (!requireFullApplication(batch.context)) return exitUnreadable;
   if (!makeLogFolder(batch, name)) return exitUnreadable;
   // Until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;

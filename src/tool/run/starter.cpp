@@ -9,7 +9,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "tool/run/starter_message.h"
 #include "tool/system/streams.h"
@@ -25,7 +27,9 @@ struct Sockets {
 // Above the standard streams, which may be closed, and which the task has others in place of.
 int aboveStreams(int descriptor) {
   const int above = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
   close(descriptor);
+  errno = error;
   return above;
 }
 
@@ -34,7 +38,7 @@ int makeSockets(Sockets* sockets) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return errno;
   *sockets = {aboveStreams(ends[0]), aboveStreams(ends[1])};
-  return sockets->ours == -1 || sockets->theirs == -1 ? EMFILE : 0;
+  return sockets->ours == -1 || sockets->theirs == -1 ? errno : 0;
 }
 
 void closeSockets(const Sockets& sockets) {
@@ -48,14 +52,18 @@ bool takeStreams(int log) {
          dup2(log, STDOUT_FILENO) != -1 && dup2(log, STDERR_FILENO) != -1;
 }
 
+// Without exceptions, which would be handled as those of the run.
 [[noreturn]] void runTask(int socket, StartRequest* request, const sigset_t& mask,
-                          const KeptVariables& kept) {
+                          const KeptVariables& kept) noexcept {
   close(socket);  // whose end tells the run that the starter has ended
   char leave = 0;
   if (!receiveBytes(request->leave, &leave, 1)) _exit(exitNoTask);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   // Outside of a session of its own the task could not be ended with all that it has started.
-  if (setsid() == -1 || !takeStreams(request->log)) _exit(exitNoTask);
+  if (setsid() == -1 || !takeStreams(request->log)) {
+    dprintf(request->log, "runlet-job: the task is not started: %s\n", std::strerror(errno));
+    _exit(exitNoTask);
+  }
   _exit(becomeStart(&request->start, kept));  // all that was written has gone out, line by line
 }
 
@@ -74,7 +82,7 @@ StartAnswer startTask(int socket, StartRequest* request, const sigset_t& mask,
 
 // Until the run has ended, which is all that ends this process: signals from a terminal are for the
 // run and the tasks.
-[[noreturn]] void serve(int socket, const KeptVariables& kept) {
+[[noreturn]] void serve(int socket, const KeptVariables& kept) noexcept {
   sigset_t all;
   sigset_t mask;
   sigfillset(&all);

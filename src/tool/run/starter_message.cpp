@@ -104,8 +104,10 @@ bool receiveRequest(int socket, StartRequest* request) {
   Message message(&header);
   const ssize_t count = recvmsg(socket, &message.message, MSG_WAITALL | MSG_CMSG_CLOEXEC);
   const cmsghdr* const rights = CMSG_FIRSTHDR(&message.message);
-  if (count != sizeof header || rights == nullptr) return false;
   int descriptors[descriptorCount];
+  const bool isWhole = count == sizeof header && rights != nullptr &&
+                       rights->cmsg_len == CMSG_LEN(sizeof descriptors);
+  if (!isWhole) return false;
   std::memcpy(descriptors, CMSG_DATA(rights), sizeof descriptors);
   request->log = descriptors[0];
   request->leave = descriptors[1];

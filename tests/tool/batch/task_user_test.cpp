@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/securebits.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,6 +18,7 @@
 
 #include "adapter_test.h"
 #include "temp_folder.h"
+#include "tool/system/paths.h"
 
 namespace runlet_tool {
 namespace {
@@ -132,6 +135,7 @@ TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
   REQUIRE_ROOT();
   const mode_t mask = ownMask();
   bool isHere = false;
+  const int open = fcntl(STDERR_FILENO, F_DUPFD, STDERR_FILENO + 2);
   const int descriptor = doAsTaskUser(contextOf(71, 72), [&] {
     isHere = true;
     uid_t user[3];
@@ -142,9 +146,12 @@ TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
       if (user[i] != 71 || group[i] != 72) _exit(2);
     }
     if (getgroups(0, nullptr) != 0 || ownMask() != 0) _exit(3);
-    if (getsid(0) != getpid()) _exit(4);
+    if (getsid(0) != getpid() || currentFolder() != "/") _exit(4);
+    if (fcntl(STDERR_FILENO + 2, F_GETFD) != -1) _exit(5);
+    if (prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) != 0) _exit(6);
     return openNull();
   });
+  close(open);
   ASSERT_GE(descriptor, 0);
   EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
   close(descriptor);
@@ -152,6 +159,19 @@ TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
   EXPECT_EQ(geteuid(), 0U);
   EXPECT_EQ(ownMask(), mask);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+}
+
+// Where root is set not to lose its capabilities with the user.
+TEST(AsTaskUser, HasNoCapabilityOfRoots) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
+  const auto look = [&] {
+    prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP, 0, 0, 0);
+    const std::string path = folder.file("made");
+    const int result = doAsTaskUser(contextOf(71, 72), [&] { return creat(path.c_str(), 0600); });
+    _exit(result == -1 && errno == EACCES ? 0 : 1);
+  };
+  EXPECT_EXIT(look(), testing::ExitedWithCode(0), "^$");
 }
 
 TEST(AsTaskUser, KeepsTheErrorOfWhatWasDone) {

@@ -382,6 +382,9 @@ TEST_F(ExecRightsOfRoot, AreNotLentWithoutTheFolderOfTheApplication) {
 TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("secret", "", 0600);
+  folder_.makeFolder("bin/folder", 0700);
+  ASSERT_EQ(symlink(folder_.file("secret").c_str(), (bin + "link").c_str()), 0);
+  ASSERT_EQ(chmod(folder_.write("bin/privileged", "").c_str(), 04755), 0);
   const struct {
     std::string program;
     const char* what;
@@ -391,6 +394,10 @@ TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
       {"../secret", "root would change the mode of "},
       {"x/../../secret", "root would change the mode of "},
       {"..", "root would change the mode of "},
+      {".", "root would change the mode of "},
+      {"folder", "root would change the mode of "},
+      {"link", "root would change the mode of "},
+      {"privileged", "root would change the mode of "},
   };
   setIds("71", "72");
   for (const auto& row : rows) {
@@ -403,6 +410,8 @@ TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
   }
   EXPECT_FALSE(std::filesystem::exists(work_ + "/made"));
   EXPECT_EQ(modeOf(folder_.file("secret")), 0600);
+  EXPECT_EQ(modeOf(bin + "folder"), 0700);
+  EXPECT_EQ(modeOf(bin + "privileged"), 04755);
 }
 
 // And the program is looked for with those of the task.

@@ -137,6 +137,14 @@ TEST_F(ExecTerminal, SendsItsSignalsToTheTask) {
   }
 }
 
+TEST_F(ExecTerminal, EndsATaskThatHasStopped) {
+  Process process(onTerminal("trap 'exit 7' TERM; echo ready; kill -STOP $$", {0, 2}));
+  ASSERT_TRUE(process.readUntil("ready"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // so that it has; it holds without
+  kill(process.pid(), SIGTERM);
+  EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 7");
+}
+
 TEST_F(ExecTerminal, SeesTheTaskEndByItsSignal) {
   for (const char* signal : {"9", "15", "11"}) {
     expectShown(onTerminal(std::string("kill -") + signal + " $$", {1}), calling_ + "\r\n",
@@ -192,18 +200,32 @@ TEST_F(ExecTerminal, ShowsTextsOfARefusalToo) {
               "exit 125");
 }
 
-TEST_F(ExecTerminal, NeedsAProcessToKeepTheTaskFromIt) {
-  ProcessOptions options = onTerminal("exit 0", {1}, {"--keep-env", "RUNLET_FAULT"});
+// The task with a fault of tests/support/faults.cpp.
+ProcessOptions with(const std::string& fault, ProcessOptions options) {
   options.environment.insert(options.environment.end(),
                              {{"LD_PRELOAD", faultsPath},
-                              {"RUNLET_FAULT", "no-pipes"},
+                              {"RUNLET_FAULT", fault},
                               {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
-  const ProcessResult result = runProcess(options);
-  EXPECT_EQ(result.error,
-            "runlet-job: exec: the task cannot be kept from the terminal: Operation not "
-            "permitted\n");
-  EXPECT_EQ(terminal_.written(), "");
-  EXPECT_EQ(describeStatus(result.waitStatus), "exit 125");
+  return options;
+}
+
+TEST_F(ExecTerminal, NeedsAProcessToKeepTheTaskFromIt) {
+  const ProcessOptions options = onTerminal("exit 0", {1}, {"--keep-env", "RUNLET_FAULT"});
+  for (const char* fault : {"no-pipes", "no-session"}) {
+    const ProcessResult result = runProcess(with(fault, options));
+    EXPECT_EQ(result.error,
+              "runlet-job: exec: the task cannot be kept from the terminal: Operation not "
+              "permitted\n");
+    EXPECT_EQ(terminal_.written(), "");
+    EXPECT_EQ(describeStatus(result.waitStatus), "exit 125");
+  }
+}
+
+// Where nobody knows whether there is one.
+TEST_F(ExecTerminal, IsNotLeftToChance) {
+  const ProcessOptions options = onTerminal("echo ran", {}, {"--keep-env", "RUNLET_FAULT"});
+  expectTool(runProcess(with("terminal-unknown", options)), calling_ + "\n",
+             "runlet-job: the task is not started: it would keep the terminal\n", "exit 125");
 }
 
 }  // namespace

@@ -255,7 +255,7 @@ TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
     bool isFollowed;
   } rows[] = {
       {"theirs", one, 0755, false}, {"open", 0, 0777, false},  {"groups", 0, 0775, false},
-      {"sticky", 0, 01777, true},   {"closed", 0, 0755, true},
+      {"sticky", 0, 01777, false},  {"closed", 0, 0755, true},
   };
   for (const auto& row : rows) {
     const std::string place = folder.makeFolder(row.folder);
@@ -265,6 +265,10 @@ TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
     EXPECT_EQ(writeFile(place + "/link", "text"), row.isFollowed ? "" : "the link link" + refusal)
         << row.folder;
   }
+  // Their folder could be another one's, which they have moved.
+  folder.makeFolder("theirs/closed");
+  makeLink(target, folder.file("theirs/closed/link"), 0);
+  EXPECT_EQ(writeFile(folder.file("theirs/closed/link"), "text"), "the link link" + refusal);
   const std::string link = folder.file("closed/link");
   const std::string second = folder.file("closed/second");
   ASSERT_EQ(linkat(AT_FDCWD, link.c_str(), AT_FDCWD, second.c_str(), 0), 0);
@@ -333,12 +337,31 @@ TEST(OutputFile, InAStickyFolderStaysItsOwners) {
     EXPECT_EQ(reasonFor(row.user, path), row.reason);
     EXPECT_EQ(readFile(path), row.reason.empty() ? "text" : "old");
     EXPECT_EQ(ownerOf(path), std::make_pair(row.owner, row.owner));
-    EXPECT_EQ(
-        reasonFor(row.user, folder.file("sticky/link")),
-        row.user == two ? row.reason : "the link link belongs to user 1002 and is not followed");
+    const std::string whose =
+        row.user == two ? "is where others may have put it, and" : "belongs to user 1002 and";
+    EXPECT_EQ(reasonFor(row.user, folder.file("sticky/link")),
+              "the link link " + whose + " is not followed");
     EXPECT_EQ(ownerOf(path), std::make_pair(row.owner, row.owner));
     EXPECT_EQ(filesIn(folder.file("sticky")), (Names{"job.xml", "link"}));
   }
+}
+
+TEST(OutputFile, DoesNotGetTheAccessListOfItsFolder) {
+  struct Entry {
+    std::uint16_t tag;
+    std::uint16_t rights;
+    std::uint32_t id;
+  };
+  const struct {
+    std::uint32_t version;
+    Entry entries[5];
+  } list = {2, {{1, 7, ~0U}, {2, 6, one}, {4, 0, ~0U}, {16, 7, ~0U}, {32, 0, ~0U}}};
+  const TempFolder folder;
+  const std::string path = folder.write("job.xml", "old", 0660);
+  setxattr(folder.path().c_str(), "system.posix_acl_default", &list, sizeof list, 0);
+  EXPECT_EQ(writeFile(path, "text"), "");
+  EXPECT_EQ(accessList(path), "");
+  EXPECT_EQ(modeOf(path), 0660);
 }
 
 // As /dev/stdout is one where that is a pipe: there is no such path to rename to.

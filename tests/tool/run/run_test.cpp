@@ -296,6 +296,13 @@ TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
+TEST_F(Run, TellsInTheLogWhyATaskIsNotStarted) {
+  expectRun(runProcess(withFault("no-session", {"touch ran"})),
+            line(1, "failed with exit code 125", "touch ran") + "1 task: 1 failed (1)\n", "exit 1");
+  EXPECT_EQ(readFile(logPath(1)), "runlet-job: the task is not started: Operation not permitted\n");
+  EXPECT_FALSE(exists(folder_.file("ran")));
+}
+
 TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
   ProcessOptions started = withFault("few-descriptors", {"touch ran"});
   started.environment.emplace_back("RUNLET_DESCRIPTORS", "3");
