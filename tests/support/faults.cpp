@@ -345,6 +345,14 @@ extern "C" long syscall(long number, ...) noexcept {
   return result;
 }
 
+extern "C" pid_t fork() noexcept {
+  if (faultIs("no-fork")) {
+    errno = EAGAIN;
+    return -1;
+  }
+  return reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "fork"))();
+}
+
 extern "C" pid_t setsid() noexcept {
   if (refusedIf(faultIs("no-session")) != 0) return -1;
   return reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "setsid"))();

@@ -165,6 +165,16 @@ int attend(pid_t child, int signals, Outputs* outputs) {
   }
 }
 
+// Ends as the child does.
+int relayUntilEnd(pid_t child, int signals, Pipes* pipes) {
+  for (const int end : pipes->writeEnds) close(end);
+  const int status = attend(child, signals, &pipes->outputs);
+  for (const Output& output : pipes->outputs) showRest(output);
+  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);  // a core file is the task's to leave
+  if (WIFSIGNALED(status)) endBySignal(WTERMSIG(status));
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
 sigset_t relayedSignals() {
   sigset_t set;
   sigemptyset(&set);
@@ -232,21 +242,17 @@ int relayTask(uid_t user, const std::function<int()>& become) {
   const int signals = signalfd(-1, &held, SFD_NONBLOCK | SFD_CLOEXEC);
   const bool isReady = signals != -1 && makePipes(user, &pipes);
   const pid_t child = isReady ? fork() : -1;
-  if (child == 0) {
-    sigaction(SIGCHLD, &children, nullptr);
-    sigprocmask(SIG_SETMASK, &before, nullptr);
-    _exit(becomeRelayed(pipes.writeEnds, become));
+  switch (child) {
+    case -1:
+      sayNotKept();
+      return exitNoTask;
+    case 0:
+      sigaction(SIGCHLD, &children, nullptr);
+      sigprocmask(SIG_SETMASK, &before, nullptr);
+      _exit(becomeRelayed(pipes.writeEnds, become));
+    default:
+      return relayUntilEnd(child, signals, &pipes);
   }
-  if (child == -1) {
-    sayNotKept();
-    return exitNoTask;
-  }
-  for (const int end : pipes.writeEnds) close(end);
-  const int status = attend(child, signals, &pipes.outputs);
-  for (const Output& output : pipes.outputs) showRest(output);
-  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);  // a core file is the task's to leave
-  if (WIFSIGNALED(status)) endBySignal(WTERMSIG(status));
-  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 }  // namespace runlet_tool

@@ -7,6 +7,8 @@
 
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <memory>
 #include <thread>
 
 #include "exec_run.h"
@@ -65,7 +67,7 @@ class ExecTerminal : public ExecTest {
     write(job_);
     ProcessOptions options = exec(task(1, more));
     options.prepare = [this, streams] {
-      const int terminal = open(terminal_.name().c_str(), O_RDWR);
+      const int terminal = open(terminal_->name().c_str(), O_RDWR);
       for (const int stream : streams) dup2(terminal, stream);
       close(terminal);
     };
@@ -78,14 +80,14 @@ class ExecTerminal : public ExecTest {
     Process process(options);
     std::string written;
     process.awaitEnd();
-    written = terminal_.written();
+    written = terminal_->written();
     const ProcessResult result = process.finish();
     EXPECT_EQ(written, text);
     EXPECT_EQ(describeStatus(result.waitStatus), status);
   }
 
   std::string calling_ = "Calling '/bin/sh script' from '" + folder() + "'";
-  Terminal terminal_;
+  std::unique_ptr<Terminal> terminal_ = std::make_unique<Terminal>();
   Job job_;
 };
 
@@ -170,12 +172,24 @@ TEST_F(ExecTerminal, ShowsAllThatTheTaskHasWritten) {
     Process process(options);
     std::string text;
     for (int i = 0; i < 4000 && !text.ends_with("end"); ++i) {
-      text += terminal_.written();
+      text += terminal_->written();
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     EXPECT_TRUE(text == calling_ + "\r\n" + std::string(900000, 'x') + "end") << text.size();
     EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 0");
   }
+}
+
+TEST_F(ExecTerminal, MayGoWhileTheTaskGoesOn) {
+  std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
+  Process process(onTerminal(
+      "trap '' HUP; >ready; until [ -e go ]; do sleep 0.01; done; echo more; exit 4", {1}));
+  for (int i = 0; i < 4000 && !std::filesystem::exists(folder_.file("ready")); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  terminal_.reset();
+  folder_.write("go", "");
+  EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 4");
 }
 
 TEST_F(ExecTerminal, HasOutputsThatTheTaskCanOpen) {
@@ -216,7 +230,7 @@ TEST_F(ExecTerminal, NeedsAProcessToKeepTheTaskFromIt) {
     EXPECT_EQ(result.error,
               "runlet-job: exec: the task cannot be kept from the terminal: Operation not "
               "permitted\n");
-    EXPECT_EQ(terminal_.written(), "");
+    EXPECT_EQ(terminal_->written(), "");
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 125");
   }
 }

@@ -7,9 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <set>
@@ -304,13 +306,19 @@ TEST_F(Run, TellsInTheLogWhyATaskIsNotStarted) {
 }
 
 TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
-  ProcessOptions started = withFault("few-descriptors", {"touch ran"});
-  started.environment.emplace_back("RUNLET_DESCRIPTORS", "3");
-  expectTool(runProcess(started), "",
-             "runlet-job: run: no process can be made for the start of tasks: Too many open "
-             "files\n",
-             "exit 2");
-  EXPECT_FALSE(exists(folder_.file("ran")));
+  const struct {
+    const char* fault;
+    int error;
+  } rows[] = {{"few-descriptors", EMFILE}, {"no-fork", EAGAIN}};
+  for (const auto& row : rows) {
+    ProcessOptions started = withFault(row.fault, {"touch ran"});
+    started.environment.emplace_back("RUNLET_DESCRIPTORS", "3");
+    expectTool(runProcess(started), "",
+               std::string("runlet-job: run: no process can be made for the start of tasks: ") +
+                   std::strerror(row.error) + "\n",
+               "exit 2");
+    EXPECT_FALSE(exists(folder_.file("ran")));
+  }
 }
 
 // It is not taken for a success.
