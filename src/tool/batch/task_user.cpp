@@ -112,13 +112,13 @@ void endChild(pid_t child) {
 // The descriptor; -1 with the reason in errno, EIO where the process has ended without an answer.
 int receiveAnswer(int socket) {
   Message received;
-  received.answer.error = EIO;
-  recvmsg(socket, &received.message, MSG_CMSG_CLOEXEC);
+  const ssize_t count = recvmsg(socket, &received.message, MSG_CMSG_CLOEXEC);
   int descriptor = -1;
   const cmsghdr* const rights = CMSG_FIRSTHDR(&received.message);
-  if (rights != nullptr) std::memcpy(&descriptor, CMSG_DATA(rights), sizeof descriptor);
-  const bool isLost = descriptor == -1 && received.answer.error == 0;
-  errno = isLost ? EIO : received.answer.error;
+  const bool isThere = count == sizeof received.answer && rights != nullptr &&
+                       rights->cmsg_len == CMSG_LEN(sizeof descriptor);
+  if (isThere) std::memcpy(&descriptor, CMSG_DATA(rights), sizeof descriptor);
+  errno = received.answer.error == 0 ? EIO : received.answer.error;
   return descriptor;
 }
 

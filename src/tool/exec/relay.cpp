@@ -8,11 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "tool/exec/become_task.h"
 #include "tool/run/held_signals.h"
@@ -50,10 +52,10 @@ void appendBytes(std::string_view bytes, std::string* text) {
 // Whether `text`, which does not begin with a character, may with more bytes after it.
 bool mayBecomeCharacter(std::string_view text) {
   if (text.size() >= longestCharacter) return false;
-  for (const char* more : {"\x80", "\x80\x80", "\xa0\x80", "\x90\x80\x80", "\x80\x80\x80"}) {
-    if (utf8CharacterLength(std::string(text) + more) != 0) return true;
-  }
-  return false;
+  constexpr const char* rests[] = {"\x80", "\x80\x80", "\xa0\x80", "\x90\x80\x80", "\x80\x80\x80"};
+  return std::any_of(std::begin(rests), std::end(rests), [=](const char* rest) {
+    return utf8CharacterLength(std::string(text) + rest) != 0;
+  });
 }
 
 // All of it, also where the terminal takes some at a time and does not wait.

@@ -123,7 +123,7 @@ Starter::~Starter() {
   waitpid(process_, nullptr, 0);
 }
 
-int Starter::start(const runlet::TaskStart& start, int log, pid_t* process) {
+int Starter::start(const runlet::TaskStart& start, int log, pid_t* process) const {
   // The process of the task begins only when its id is known here: where the starter ends half way,
   // nothing runs that nobody knows of.
   Sockets leave;

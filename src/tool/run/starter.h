@@ -36,7 +36,7 @@ class Starter {
   // number, or starterGone, and there is no process of the task.
   //
   // What keeps the task from running after that is written to the log, and told by its exit status.
-  int start(const runlet::TaskStart& start, int log, pid_t* process);
+  int start(const runlet::TaskStart& start, int log, pid_t* process) const;
 
  private:
   int socket_ = -1;

@@ -93,10 +93,10 @@ bool sendRequest(int socket, const StartRequest& request) {
   std::memcpy(CMSG_DATA(rights), descriptors, sizeof descriptors);
   // A header is far smaller than what a socket takes at once.
   if (sendmsg(socket, &message.message, MSG_NOSIGNAL) != sizeof header) return false;
-  for (const std::string* text : texts(request.start)) {
-    if (!sendBytes(socket, text->data(), text->size())) return false;
-  }
-  return true;
+  const auto all = texts(request.start);
+  return std::all_of(all.begin(), all.end(), [=](const std::string* text) {
+    return sendBytes(socket, text->data(), text->size());
+  });
 }
 
 bool receiveRequest(int socket, StartRequest* request) {

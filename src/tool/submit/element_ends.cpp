@@ -16,7 +16,7 @@ namespace {
 
 // More than the lines about the tasks of an element ever take, unless hardly two of many thousand
 // neighbours end alike.
-constexpr off_t mostOfLog = 64 * 1024;
+constexpr off_t mostOfLog = 65536;
 
 // The whole lines among the last bytes of the file.
 std::string lastLines(int file, off_t size) {
