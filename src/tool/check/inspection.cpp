@@ -44,12 +44,13 @@ bool leaveOut(Inspection* inspection, RuleId rule) {
   return isFull;
 }
 
-void find(Inspection* inspection, RuleId rule, Place place, std::string_view text, std::string why,
+bool find(Inspection* inspection, RuleId rule, Place place, std::string_view text, std::string why,
           std::string instead) {
-  if (leaveOut(inspection, rule)) return;
+  if (leaveOut(inspection, rule)) return false;
   ++inspection->kept[rule];
   inspection->report.findings.push_back(
       {&ruleOf(rule), place, std::string(text), std::move(why), std::move(instead), {}});
+  return true;
 }
 
 bool addTaskToFinding(Inspection* inspection, RuleId rule, std::size_t offset,
@@ -67,12 +68,10 @@ bool addTaskToFinding(Inspection* inspection, RuleId rule, std::size_t offset,
 
 void findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number,
                  Place place, std::string_view text, std::string why, std::string instead) {
-  std::vector<Finding>& findings = inspection->report.findings;
-  const std::size_t index = findings.size();
-  find(inspection, rule, place, text, std::move(why), std::move(instead));
-  const bool isKept = findings.size() > index;
-  inspection->ofTasks[{rule, offset}] = isKept ? index : leftOutFinding;
-  if (isKept) findings.back().tasks.add(number);
+  const bool isKept = find(inspection, rule, place, text, std::move(why), std::move(instead));
+  const std::size_t last = inspection->report.findings.size() - 1;
+  inspection->ofTasks[{rule, offset}] = isKept ? last : leftOutFinding;
+  if (isKept) inspection->report.findings[last].tasks.add(number);
 }
 
 void findTasksNotLookedAt(Inspection* inspection, std::int32_t number) {

@@ -58,8 +58,8 @@ inline constexpr std::size_t leftOutFinding = static_cast<std::size_t>(-1);
 // text is costly to make; `find` calls it too.
 bool leaveOut(Inspection* inspection, RuleId rule);
 
-// Adds a finding, or counts it.
-void find(Inspection* inspection, RuleId rule, Place place, std::string_view text, std::string why,
+// Adds a finding and yields true, or only counts it.
+bool find(Inspection* inspection, RuleId rule, Place place, std::string_view text, std::string why,
           std::string instead);
 
 // Adds a task to the finding of that rule at that place of the template, also where there are
