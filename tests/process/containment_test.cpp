@@ -157,13 +157,20 @@ std::string recipe(const std::vector<std::pair<std::string, std::string>>& words
   return block;
 }
 
+// Sanitizers, which the task has too, could not live under the recipe's limit of memory.
+#if defined(__SANITIZE_ADDRESS__)
+const std::string memory = "unlimited";
+#else
+const std::string memory = "8589934592";
+#endif
+
 TEST_F(RecipeOfRoot, LeavesATaskNothingOfItsStarter) {
   const Terminal terminal;
   writeForOther();
   ProcessOptions options;
-  // Sanitizers could not live under its limit of memory.
   options.arguments = {"/bin/sh", "-c",
-                       recipe({{"/usr/local/bin/UserRunletAdapter", plainAdapterPath},
+                       recipe({{"8589934592", memory},
+                               {"/usr/local/bin/UserRunletAdapter", plainAdapterPath},
                                {"JOB", jobFile_},
                                {"OUTPUT", folder_.file("output")},
                                {"ERRORS", folder_.file("errors")}})};
@@ -195,7 +202,9 @@ TEST_F(RecipeOfRoot, LeavesATaskNothingOfItsStarter) {
     }
     return -1LL;
   };
-  EXPECT_EQ(limit("Max address space"), 8589934592);
+  if (memory != "unlimited") {
+    EXPECT_EQ(limit("Max address space"), 8589934592);
+  }
   EXPECT_EQ(limit("Max processes"), 4096);
   EXPECT_EQ(limit("Max core file size"), 0);
 }

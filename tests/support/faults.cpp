@@ -345,6 +345,15 @@ extern "C" long syscall(long number, ...) noexcept {
   return result;
 }
 
+extern "C" int socketpair(int domain, int type, int protocol, int* ends) noexcept {
+  if (faultIs("no-sockets")) {
+    errno = EMFILE;
+    return -1;
+  }
+  using Function = int (*)(int, int, int, int*);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "socketpair"))(domain, type, protocol, ends);
+}
+
 extern "C" pid_t fork() noexcept {
   if (faultIs("no-fork")) {
     errno = EAGAIN;

@@ -70,13 +70,13 @@ Execution executionOf(const ProcessOptions& options) {
   forgetTheStarter();
   for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
   if (!options.folder.empty() && chdir(options.folder.c_str()) != 0) _exit(99);
-  if (options.prepare) options.prepare();
   const Execution execution = executionOf(options);
   std::vector<char*> argv;
   for (const std::string& argument : execution.arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));
   }
   argv.push_back(nullptr);
+  if (options.prepare) options.prepare();  // last: it may leave no memory, not even for a sanitizer
   execv(execution.program.c_str(), argv.data());
   _exit(98);
 }

@@ -309,11 +309,9 @@ TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
   const struct {
     const char* fault;
     int error;
-  } rows[] = {{"few-descriptors", EMFILE}, {"no-fork", EAGAIN}};
+  } rows[] = {{"no-sockets", EMFILE}, {"no-fork", EAGAIN}};
   for (const auto& row : rows) {
-    ProcessOptions started = withFault(row.fault, {"touch ran"});
-    started.environment.emplace_back("RUNLET_DESCRIPTORS", "3");
-    expectTool(runProcess(started), "",
+    expectTool(runProcess(withFault(row.fault, {"touch ran"})), "",
                std::string("runlet-job: run: no process can be made for the start of tasks: ") +
                    std::strerror(row.error) + "\n",
                "exit 2");

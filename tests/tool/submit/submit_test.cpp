@@ -57,7 +57,9 @@ class Submit : public SubmitTest {
   ProcessOptions withFault(const std::string& fault) const {
     ProcessOptions options = submit({});
     options.environment.insert(options.environment.end(),
-                               {{"LD_PRELOAD", faultsPath}, {"RUNLET_FAULT", fault}});
+                               {{"LD_PRELOAD", faultsPath},
+                                {"RUNLET_FAULT", fault},
+                                {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
     return options;
   }
 
