@@ -28,10 +28,9 @@ bool startsEveryTask(const Question& question) {
   return !context.taskList.empty();
 }
 
-// The path for chmod is an error because of what a shell may do, whatever becomes of the task.
+// Some are errors because of what a task or a shell may do, whatever becomes of the task.
 bool keepsTasksFromStarting(const Finding& finding) {
-  return finding.rule->severity == runlet_tool::Severity::error &&
-         finding.rule->id != runlet_tool::RuleId::shellInChmod;
+  return finding.rule->severity == runlet_tool::Severity::error && !isOfDanger(finding.rule->id);
 }
 
 }  // namespace

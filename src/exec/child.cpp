@@ -1,5 +1,6 @@
 #include "exec/child.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,13 +23,24 @@ int execute(const std::string& commandLine) {
   return errno;
 }
 
+// False with the reason in errno. A standard output that is closed keeps no task from running:
+// there is nothing to join then.
+bool joinStderr() {
+  return dup2(STDOUT_FILENO, STDERR_FILENO) != -1 || errno == EBADF;
+}
+
+// The way back when there is no program; -1 for want of a descriptor.
+int duplicateStderr(OldStderr old) {
+  if (old == OldStderr::stays) return dup(STDERR_FILENO);
+  return fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+}
+
 }  // namespace
 
-int becomeProgram(const std::string& commandLine, bool redirectStderr) {
-  // The duplicate stays open in the program: it is the way back when there is no program.
-  const int oldStderr = redirectStderr ? dup(STDERR_FILENO) : -1;
-  if (redirectStderr) dup2(STDOUT_FILENO, STDERR_FILENO);
-  const int error = execute(commandLine);
+int becomeProgram(const std::string& commandLine, bool redirectStderr, OldStderr old) {
+  const int oldStderr = redirectStderr ? duplicateStderr(old) : -1;
+  const bool isJoined = !redirectStderr || joinStderr();
+  const int error = isJoined ? execute(commandLine) : errno;
   if (redirectStderr) dup2(oldStderr, STDERR_FILENO);
   std::fprintf(stderr, cannotExecuteFormat, commandLine.c_str(), std::strerror(error));
   return error;

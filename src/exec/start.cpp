@@ -25,20 +25,6 @@ void addApplicationFolder(const std::string& appPath, const std::string& line, T
   start->commandLine = folder + firstWord + rest;
 }
 
-bool enterRunFolder(const std::string& folder) {
-  if (chdir(folder.c_str()) == 0) return true;
-  std::fprintf(stderr, folderRefusedFormat, getMessage(workingFolderMessage), folder.c_str(),
-               std::strerror(errno));
-  return false;
-}
-
-void makeExecutable(const std::string& path) {
-  if (path.empty()) return;
-  // To the shell as it stands: application paths in use may count on what the shell makes of them.
-  const std::string command = "/bin/chmod 755 " + path;
-  [[maybe_unused]] const int ignored = std::system(command.c_str());  // NOLINT(cert-env33-c)
-}
-
 }  // namespace
 
 std::string runFolder(const AdapterContext& context) {
@@ -63,6 +49,25 @@ bool composeStart(const AdapterContext& context, std::int32_t taskIndex, TaskSta
   return true;
 }
 
+bool enterRunFolder(const std::string& folder) {
+  if (chdir(folder.c_str()) == 0) return true;
+  std::fprintf(stderr, folderRefusedFormat, getMessage(workingFolderMessage), folder.c_str(),
+               std::strerror(errno));
+  return false;
+}
+
+void announceStart(const TaskStart& start) {
+  // Not flushed here: the adapter's goes out with the line about the started process.
+  std::printf(callingFormat, start.commandLine.c_str(), start.folder.c_str());
+}
+
+void makeExecutable(const TaskStart& start) {
+  if (start.chmodPath.empty()) return;
+  // To the shell as it stands: application paths in use may count on what the shell makes of them.
+  const std::string command = "/bin/chmod 755 " + start.chmodPath;
+  [[maybe_unused]] const int ignored = std::system(command.c_str());  // NOLINT(cert-env33-c)
+}
+
 SetUp setUpTask(AdapterContext* context, std::int32_t taskIndex, TaskStart* start) {
   // Before the start is composed: where both fail, the folder is what is reported.
   if (!enterRunFolder(runFolder(*context))) return SetUp::folderRefused;
@@ -70,10 +75,9 @@ SetUp setUpTask(AdapterContext* context, std::int32_t taskIndex, TaskStart* star
     std::fputs(fillInFailedText, stderr);
     return SetUp::fillInFailed;
   }
-  // Not flushed here: it goes out with the line about the started process.
-  std::printf(callingFormat, start->commandLine.c_str(), start->folder.c_str());
+  announceStart(*start);
   // Before the change of user, so that the adapter's own rights make the program executable.
-  makeExecutable(start->chmodPath);
+  makeExecutable(*start);
   // In this process, not in a child: the group, user and mask hold for all tasks that follow.
   const bool areTaken = takeUserRights(&start->rights);
   context->uid = start->rights.uid;  // so that later tasks don't look it up again

@@ -36,18 +36,29 @@ std::string runFolder(const AdapterContext& context);
 bool composeStart(const AdapterContext& context, std::int32_t taskIndex, TaskStart* start,
                   std::vector<PlaceholderUse>* uses = nullptr);
 
+// The steps of setUpTask, for callers that take them one at a time.
+//
+// Enters `folder`. False, after the adapter's text without its line end, where that is refused.
+bool enterRunFolder(const std::string& folder);
+
+// Writes "Calling '<command line>' from '<run folder>'\n" to standard output without flushing it.
+void announceStart(const TaskStart& start);
+
+// Makes the program executable, where the start has one for that. Whether it worked is not
+// reported: a program that cannot be executed is reported when it is started.
+void makeExecutable(const TaskStart& start);
+
 // How far the set-up of a task came. Where something was refused, the adapter's text for it is on
 // standard error; those about the folder and the rights do not end their line.
 enum class SetUp { done, folderRefused, fillInFailed, rightsRefused };
 
 // Brings the process to where it can become the task's program, in this order: enters the run
-// folder, composes the start into `*start`, writes "Calling '<command line>' from '<run folder>'\n"
-// to standard output without flushing it, makes the program executable, and takes the job's rights.
+// folder, composes the start into `*start`, announces it, makes the program executable, and takes
+// the job's rights.
 //
 // The folder and the rights stay for the tasks that follow. So a relative run folder is entered for
 // the first task only, and then looked for inside itself. A user id that was looked up is stored in
-// `context->uid`; nothing else of `context` changes. Whether the program was made executable is not
-// reported: one that cannot be executed is reported when it is started.
+// `context->uid`; nothing else of `context` changes.
 //
 // Raises what composeStart raises, after the folder was entered and before anything is written.
 SetUp setUpTask(AdapterContext* context, std::int32_t taskIndex, TaskStart* start);

@@ -6,10 +6,15 @@
 
 namespace runlet {
 
-// An ordered list of strings that owns them by value. Adds nothing to the vector but the
-// virtual destructor.
+// An ordered list of strings that owns them by value. Adds nothing to the vector but a virtual
+// destructor. That would suppress the implicit moves, so they are declared.
 class StringList : public std::vector<std::string> {
  public:
+  StringList() = default;
+  StringList(const StringList&) = default;
+  StringList(StringList&&) = default;
+  StringList& operator=(const StringList&) = default;
+  StringList& operator=(StringList&&) = default;
   virtual ~StringList() = default;
 };
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "tool/check/check_verb.h"
 #include "tool/exec/become_task.h"
@@ -13,6 +14,7 @@
 #include "tool/run/run_verb.h"
 #include "tool/schema/schema_verb.h"
 #include "tool/submit/submit_verb.h"
+#include "tool/text/visible.h"
 #include "tool/verb.h"
 
 namespace runlet_tool {
@@ -35,7 +37,7 @@ int finish(int status) {
 // What is wrong with the command line, in one line, and where to read on.
 std::string complaint(const CLI::App* app, const CLI::Error& error) {
   std::string text = "runlet-job: ";
-  return text.append(error.what()) + "\nSee: " + app->get_name() + " --help\n";
+  return text.append(visible(error.what())) + "\nSee: " + app->get_name() + " --help\n";
 }
 
 // What a wrong command line ends with.
@@ -50,15 +52,14 @@ bool isUnknownVerb(const CLI::App& app, int argc, const char* const* argv) {
 
 int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, const char* const* argv) {
   if (isUnknownVerb(app, argc, argv)) {
-    std::fprintf(stderr, "runlet-job: There is no verb %s\nSee: runlet-job --help\n", argv[1]);
+    std::fprintf(stderr, "runlet-job: There is no verb %s\nSee: runlet-job --help\n",
+                 visible(argv[1]).c_str());
     return exitUnreadable;
   }
   return app.exit(error) == 0 ? finish(exitFine) : refusal(app);
 }
 
-}  // namespace
-
-int runCommandLine(int argc, const char* const* argv) {
+int readAndDo(int argc, const char* const* argv) {
   CLI::App app("Makes, shows, checks and runs job files.", "runlet-job");
   app.set_version_flag("--version", "runlet-job " RUNLET_VERSION);
   app.require_subcommand(1);
@@ -78,6 +79,17 @@ int runCommandLine(int argc, const char* const* argv) {
     return refuse(app, error, argc, argv);
   }
   return finish(action());
+}
+
+}  // namespace
+
+int runCommandLine(int argc, const char* const* argv) {
+  try {
+    return readAndDo(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::fputs("runlet-job: out of memory\n", stderr);
+    return argc > 1 && std::strcmp(argv[1], "exec") == 0 ? exitNoTask : exitUnreadable;
+  }
 }
 
 }  // namespace runlet_tool

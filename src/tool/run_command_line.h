@@ -4,7 +4,8 @@
 namespace runlet_tool {
 
 // Reads the command line, does what it asks for and yields the exit status. Writes the help, the
-// version or what is wrong with the command line where there is nothing else to do.
+// version or what is wrong with the command line where there is nothing else to do, and a line
+// where there is not enough memory.
 int runCommandLine(int argc, const char* const* argv);
 
 }  // namespace runlet_tool

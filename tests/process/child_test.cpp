@@ -4,7 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 
@@ -87,6 +89,20 @@ TEST_F(Child, IsWaitedForUntilItHasEnded) {
   write(job);
   expectResult(runProcess(withFault("stopped-first", newTask())),
                calling(job.arguments, folder()) + processStarted, exitCodeLine(6), "exit 0");
+}
+
+// What it writes would not be where the job wants it.
+TEST_F(Child, IsNoProgramWhereStandardErrorCannotBeJoined) {
+  Job job;
+  job.arguments = "/bin/mkdir made";
+  write(job);
+  expectNotExecuted(runProcess(withFault("dup2-refused", newTask())), job.arguments,
+                    std::strerror(EBUSY));
+  EXPECT_FALSE(std::filesystem::exists(folder_.file("made")));
+  job.set("redirectStderr", "no");
+  write(job);
+  expectResult(runProcess(withFault("dup2-refused", newTask())),
+               calling(job.arguments, folder()) + processStarted, "", "exit 0");
 }
 
 TEST_F(Child, StaysInTheProcessGroupAndSession) {

@@ -3,8 +3,14 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <grp.h>
+#include <linux/capability.h>
 #include <pwd.h>
+#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +19,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -63,6 +70,10 @@ extern "C" int open(const char* path, int flags, ...) {
     errno = ENOENT;
     return -1;
   }
+  if (faultIs("terminal-unknown") && std::strcmp(path, "/dev/tty") == 0) {
+    errno = ENFILE;
+    return -1;
+  }
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
@@ -92,6 +103,26 @@ extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
                                                               isShort && size > 100 ? 100 : size);
 }
 
+// Answers of programs that cannot be read.
+extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t place) {
+  if (faultIs("lost-answers")) {
+    errno = EIO;
+    return -1;
+  }
+  using Function = ssize_t (*)(int, void*, std::size_t, off_t);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pread"))(descriptor, buffer, size, place);
+}
+
+// A system that has no room for another process.
+extern "C" int posix_spawnp(pid_t* pid, const char* file, const posix_spawn_file_actions_t* actions,
+                            const posix_spawnattr_t* attributes, char* const* arguments,
+                            char* const* environment) {
+  if (faultIs("no-process")) return EAGAIN;
+  using Function = decltype(&posix_spawnp);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "posix_spawnp"))(
+      pid, file, actions, attributes, arguments, environment);
+}
+
 // A system, or a part of one, that has no other ids than root's.
 static bool isRefused(unsigned id) {
   if (id == 0 || !faultIs("only-root")) return false;
@@ -111,7 +142,17 @@ extern "C" int setgid(gid_t gid) {
 extern "C" int setuid(uid_t uid) {
   if (isRefused(uid)) return -1;
   using Function = int (*)(uid_t);
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setuid"))(uid);
+  const int result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setuid"))(uid);
+  if (faultIs("core-files")) prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
+  return result;
+}
+
+// Of a system on which a process may leave a core file though it has changed its user, says at
+// that call whether this one would.
+static void tellOfCoreFile(const char* call) {
+  if (!faultIs("core-files")) return;
+  const bool isLeft = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) == 1;
+  dprintf(STDERR_FILENO, "core file at %s: %s\n", call, isLeft ? "yes" : "no");
 }
 
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
@@ -121,9 +162,26 @@ extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
     if (status != nullptr) *status = W_STOPCODE(SIGSTOP);
     return pid;
   }
+  // As if somebody else had taken the first status that is of interest, or nobody could.
+  static pid_t lost = 0;
+  if (lost == 0 && status != nullptr && (faultIs("lost-status") || faultIs("kept-status"))) {
+    lost = pid;
+    status = nullptr;
+  }
+  if (pid == lost && faultIs("kept-status")) {
+    errno = ECHILD;
+    return -1;
+  }
   using Function = pid_t (*)(pid_t, int*, int);
   const pid_t result =
       reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);
+  const bool isLost = pid == lost && result == pid;
+  if (isLost) lost = -2;
+  // Of the other fault: as if somebody else had waited for each child.
+  if (isLost || faultIs("lost-ends")) {
+    errno = ECHILD;
+    return -1;
+  }
   if (!faultIs("interrupted-wait")) return result;
   // As if a signal had come while the child ran; a second wait would succeed.
   unsetenv("RUNLET_FAULT");
@@ -153,4 +211,164 @@ extern "C" int sigtimedwait(const sigset_t* signals, siginfo_t* info, const time
   }
   using Function = int (*)(const sigset_t*, siginfo_t*, const timespec*);
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "sigtimedwait"))(signals, info, &real);
+}
+
+// A process that is ended right before it tells another one of eight bytes, a process id among
+// them.
+extern "C" ssize_t send(int socket, const void* bytes, std::size_t size, int flags) {
+  if (size == 8 && faultIs("lost-answer")) std::raise(SIGKILL);
+  using Function = ssize_t (*)(int, const void*, std::size_t, int);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "send"))(socket, bytes, size, flags);
+}
+
+// A system that does not tell about children, or knows none; but not before the first has ended.
+extern "C" int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
+  using Function = int (*)(idtype_t, id_t, siginfo_t*, int);
+  const int result =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitid"))(type, id, info, options);
+  const bool isFine = result == 0 && info->si_pid == 0;
+  if (isFine || !(faultIs("waitid-refused") || faultIs("no-children"))) return result;
+  errno = faultIs("no-children") ? ECHILD : EPERM;
+  return -1;
+}
+
+// Standard error that cannot be joined to standard output.
+extern "C" int dup2(int from, int to) noexcept {
+  if (from == STDOUT_FILENO && to == STDERR_FILENO && faultIs("dup2-refused")) {
+    errno = EBUSY;
+    return -1;
+  }
+  using Function = int (*)(int, int);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "dup2"))(from, to);
+}
+
+// A user with two groups, whoever it is.
+extern "C" passwd* getpwuid(uid_t uid) {
+  using Function = passwd* (*)(uid_t);
+  if (!faultIs("known-user")) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getpwuid"))(uid);
+  }
+  static char name[] = "shot";
+  static char home[] = "/home/shot";
+  static char shell[] = "/bin/shots";
+  static passwd entry{};
+  entry.pw_name = name;
+  entry.pw_uid = uid;
+  entry.pw_gid = 73;
+  entry.pw_dir = home;
+  entry.pw_shell = shell;
+  return &entry;
+}
+
+extern "C" int getgrouplist(const char* user, gid_t group, gid_t* groups, int* count) {
+  using Function = int (*)(const char*, gid_t, gid_t*, int*);
+  if (!faultIs("known-user")) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getgrouplist"))(user, group, groups, count);
+  }
+  const int room = *count;
+  *count = 2;
+  if (room < 2) return -1;
+  groups[0] = group;
+  groups[1] = 7;
+  return 2;
+}
+
+static int refusedIf(bool isRefused) {
+  if (isRefused) errno = EPERM;
+  return isRefused ? -1 : 0;
+}
+
+// A process that is told that it has given its rights up, and has not.
+extern "C" int getresuid(uid_t* real, uid_t* effective, uid_t* saved) noexcept {
+  using Function = int (*)(uid_t*, uid_t*, uid_t*);
+  const int result =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getresuid"))(real, effective, saved);
+  if (faultIs("keeps-root")) *saved = 0;
+  return result;
+}
+
+extern "C" int getresgid(gid_t* real, gid_t* effective, gid_t* saved) noexcept {
+  using Function = int (*)(gid_t*, gid_t*, gid_t*);
+  const int result =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getresgid"))(real, effective, saved);
+  if (faultIs("keeps-group")) *real = 0;
+  return result;
+}
+
+extern "C" int setgroups(std::size_t count, const gid_t* groups) noexcept {
+  using Function = int (*)(std::size_t, const gid_t*);
+  tellOfCoreFile("setgroups");
+  if (refusedIf(faultIs("no-setgroups")) != 0) return -1;
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setgroups"))(count, groups);
+}
+
+// The error of a system that has no keyrings, keeps them from a process, or has no room for another
+// one; 0 without such a fault.
+static int keyringError() {
+  const struct {
+    const char* fault;
+    int error;
+  } rows[] = {
+      {"no-keyrings", ENOSYS},
+      {"keyrings-refused", EPERM},
+      {"keyrings-forbidden", EACCES},
+      {"keyring-quota", EDQUOT},
+  };
+  for (const auto& row : rows) {
+    if (faultIs(row.fault)) return row.error;
+  }
+  return 0;
+}
+
+// Calls that the C library has no functions for.
+extern "C" long syscall(long number, ...) noexcept {
+  long values[6];
+  va_list arguments;
+  va_start(arguments, number);
+  for (long& value : values) value = va_arg(arguments, long);
+  va_end(arguments);
+  if (number == SYS_keyctl) {
+    tellOfCoreFile("keyctl");
+    const int error = keyringError();
+    if (error != 0) {
+      errno = error;
+      return -1;
+    }
+  }
+  if (number == SYS_capget && refusedIf(faultIs("capget-refused")) != 0) return -1;
+  using Function = long (*)(long, ...);
+  const long result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "syscall"))(
+      number, values[0], values[1], values[2], values[3], values[4], values[5]);
+  if (number == SYS_capget && faultIs("keeps-capability")) {
+    reinterpret_cast<__user_cap_data_struct*>(values[1])->permitted |= 1U << CAP_SETUID;
+  }
+  return result;
+}
+
+extern "C" int socketpair(int domain, int type, int protocol, int* ends) noexcept {
+  if (faultIs("no-sockets")) {
+    errno = EMFILE;
+    return -1;
+  }
+  using Function = int (*)(int, int, int, int*);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "socketpair"))(domain, type, protocol, ends);
+}
+
+extern "C" pid_t fork() noexcept {
+  if (faultIs("no-fork")) {
+    errno = EAGAIN;
+    return -1;
+  }
+  return reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "fork"))();
+}
+
+extern "C" pid_t setsid() noexcept {
+  if (refusedIf(faultIs("no-session")) != 0) return -1;
+  return reinterpret_cast<pid_t (*)()>(dlsym(RTLD_NEXT, "setsid"))();
+}
+
+extern "C" int pipe2(int* ends, int flags) noexcept {
+  using Function = int (*)(int*, int);
+  if (refusedIf(faultIs("no-pipes")) != 0) return -1;
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pipe2"))(ends, flags);
 }

@@ -2,7 +2,10 @@
 // argument.
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <linux/keyctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,6 +39,19 @@ std::vector<int> openDescriptors() {
   return descriptors;
 }
 
+// Whether there is a controlling terminal.
+bool hasTerminal() {
+  const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (terminal == -1) return false;
+  close(terminal);
+  return true;
+}
+
+// -1 where the system has none.
+long sessionKeyring() {
+  return syscall(SYS_keyctl, KEYCTL_GET_KEYRING_ID, KEY_SPEC_SESSION_KEYRING, 0);
+}
+
 // Every line of a file of the system's about this process, with `kind` before it.
 void copyLines(const char* path, const char* kind, std::ofstream* report) {
   std::ifstream text(path);
@@ -52,6 +68,8 @@ int main(int argc, char* argv[]) {
   for (int i = 0; i < argc; ++i) report << "argument " << visible(argv[i]) << "\n";
   report << "pid " << getpid() << "\nparent " << getppid() << "\n";
   report << "group " << getpgrp() << "\nsession " << getsid(0) << "\n";
+  report << "terminal " << (hasTerminal() ? "yes" : "no") << "\n";
+  report << "keyring " << sessionKeyring() << "\n";
   report << "folder " << targetOf("/proc/self/cwd") << "\n";
   for (const int descriptor : descriptors) {
     const std::string number = std::to_string(descriptor);
@@ -59,8 +77,9 @@ int main(int argc, char* argv[]) {
   }
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
-    for (const char* name : {"Uid:", "Gid:", "Groups:", "Umask:", "SigBlk:", "SigIgn:", "SigCgt:",
-                             "CapInh:", "CapPrm:", "CapEff:", "CapBnd:", "NoNewPrivs:"}) {
+    for (const char* name :
+         {"Uid:", "Gid:", "Groups:", "Umask:", "SigBlk:", "SigIgn:", "SigCgt:", "CapInh:",
+          "CapPrm:", "CapEff:", "CapBnd:", "CapAmb:", "NoNewPrivs:"}) {
       if (line.rfind(name, 0) == 0) report << line << "\n";
     }
   }

@@ -70,13 +70,13 @@ Execution executionOf(const ProcessOptions& options) {
   forgetTheStarter();
   for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
   if (!options.folder.empty() && chdir(options.folder.c_str()) != 0) _exit(99);
-  if (options.prepare) options.prepare();
   const Execution execution = executionOf(options);
   std::vector<char*> argv;
   for (const std::string& argument : execution.arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));
   }
   argv.push_back(nullptr);
+  if (options.prepare) options.prepare();  // last: it may leave no memory, not even for a sanitizer
   execv(execution.program.c_str(), argv.data());
   _exit(98);
 }
@@ -102,6 +102,10 @@ void killWithChildren(pid_t pid) {
 std::string statusOf(pid_t pid) {
   std::ifstream stream("/proc/" + std::to_string(pid) + "/status");
   return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::chrono::microseconds timeOf(const timeval& time) {
+  return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
 }
 
 }  // namespace
@@ -172,6 +176,7 @@ ProcessResult Process::finish() {
   result_.ending = statusOf(result_.pid);
   rusage usage{};
   wait4(result_.pid, &result_.waitStatus, 0, &usage);
+  result_.cpuTime = timeOf(usage.ru_utime) + timeOf(usage.ru_stime);
   result_.peakMemory = static_cast<std::size_t>(usage.ru_maxrss) * 1024;
   const ProcessResult result = result_;
   result_.pid = -1;

@@ -31,6 +31,7 @@ struct ProcessResult {
   std::string error;   // all of standard error
   int waitStatus = -1;
   std::size_t peakMemory = 0;  // most memory that it, or the caller at the fork, ever held; bytes
+  std::chrono::microseconds cpuTime{};  // of the process and what it has waited for
   // What the system knew of the process at its very end, as in /proc/PID/status: with which user
   // and group it ended.
   std::string ending;

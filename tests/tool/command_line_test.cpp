@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include "temp_folder.h"
 #include "tool/text/decimal.h"
 #include "tool_run.h"
 
@@ -21,6 +23,20 @@ TEST(ToolCommandLine, TellsItsVerbs) {
        {"expand", "check", "explain", "make", "schema", "exec", "run", "submit"}) {
     EXPECT_NE(result.output.find("\n  " + std::string(verb) + " "), std::string::npos) << verb;
   }
+}
+
+// An option that may be repeated does not take the words after its own.
+TEST(ToolCommandLine, MayNameTheJobAfterAnOption) {
+  for (const char* verb : {"run", "submit"}) {
+    const ProcessResult result = runTool({verb, "--keep-env", "NAME", "/nowhere/job.xml"});
+    EXPECT_TRUE(result.error.starts_with("/nowhere/job.xml: error RJ001: ")) << result.error;
+    EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+  }
+  expectTool(
+      runTool({"exec", "--keep-env", "NAME", "/nowhere/job.xml", "--task", "1"}), "",
+      "Runlet adapter: Could not load parameter file /nowhere/job.xml. Error='Failed to open "
+      "file'.Exiting.\n",
+      "exit 125");
 }
 
 TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
@@ -60,6 +76,48 @@ TEST(ToolCommandLine, SaysWhereItsOutputIsLost) {
     options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
     expectTool(runProcess(options), "", "runlet-job: cannot write: No space left on device\n",
                "exit 2");
+  }
+}
+
+// No sanitizer runs in so little address space.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool isShortOfMemory = false;
+#else
+constexpr bool isShortOfMemory = true;
+#endif
+
+TEST(ToolCommandLine, TellsThatThereIsNotEnoughMemory) {
+  constexpr rlim_t space = rlim_t{128} << 20;
+  const TempFolder folder;
+  std::string tasks;
+  std::string job = "<Job><cmdData><Arguments>{true}</Arguments><gid>1</gid><TaskList>";
+  for (int i = 1; i <= 500'000; ++i) {
+    tasks += "task " + std::to_string(i) + "\n";
+    job += "<Task><Params>{task " + std::to_string(i) + "}</Params></Task>";
+  }
+  job += "</TaskList></cmdData></Job>";
+  const std::string taskFile = folder.write("tasks.tsv", tasks);
+  const std::string jobFile = folder.write("job.xml", job);
+  const struct {
+    std::vector<std::string> arguments;
+    const char* status;
+  } rows[] = {
+      {{"make", "--tasks", taskFile, "--", "true"}, "exit 2"},
+      {{"check", jobFile}, "exit 2"},
+      {{"expand", jobFile}, "exit 2"},
+      {{"run", jobFile}, "exit 2"},
+      {{"submit", jobFile}, "exit 2"},
+      {{"exec", jobFile, "--task", "1"}, "exit 125"},
+  };
+  for (const auto& row : rows) {
+    if (!isShortOfMemory) continue;
+    ProcessOptions options = tool(row.arguments);
+    options.prepare = [] {
+      const rlimit limit{.rlim_cur = space, .rlim_max = space};
+      if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(95);
+    };
+    SCOPED_TRACE(row.arguments.front());
+    expectTool(runProcess(options), "", "runlet-job: out of memory\n", row.status);
   }
 }
 

@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "process.h"
 #include "temp_folder.h"
+#include "tool/check/rules.h"
 
 namespace runlet_test {
 namespace {
@@ -23,12 +26,10 @@ _runlet_job
 ((${#COMPREPLY[@]} == 0)) || printf '%s\n' "${COMPREPLY[@]}" | LC_ALL=C sort -u
 )";
 
-// A program in place of runlet-job that knows two codes.
-constexpr char twoCodes[] =
-    "#!/bin/sh\n"
-    "[ \"$*\" = explain ] && printf 'RJ001  one thing\\nRJ002  another\\n'\n";
+// A program in place of runlet-job: what is completed may be any file, and is not to be run.
+constexpr char hostile[] = "#!/bin/sh\ntouch ran\n";
 
-// And one in place of the cluster's sinfo.
+// One in place of the cluster's sinfo.
 constexpr char threePartitions[] =
     "#!/bin/sh\n"
     "[ \"$*\" = '--noheader --format=%R' ] && printf 'farm\\nfast\\nnight\\n'\n";
@@ -41,18 +42,18 @@ class Completion : public testing::Test {
     folder_.write("dusk light.xml", "");
     folder_.write("frames.tsv", "");
     folder_.makeFolder("shots");
-    program_ = folder_.write("shots/runlet-job", twoCodes, 0755);
-    folder_.write("shots/sinfo", threePartitions, 0755);
+    program_ = folder_.write("shots/runlet-job", hostile, 0755);
+    setPartitions(threePartitions);
   }
 
-  // What is proposed for the last of `words`, which stand behind the program.
+  void setPartitions(const std::string& program) const {
+    folder_.write("shots/sinfo", program, 0755);
+  }
+
+  // What is proposed for the last of `words`, which follow the program.
   std::string proposalsFor(const std::vector<std::string>& words) const {
-    return proposalsOf(program_, words);
-  }
-
-  std::string proposalsOf(const std::string& program, const std::vector<std::string>& words) const {
     ProcessOptions options;
-    options.arguments = {"/bin/bash", "--norc", "-c", script, "test", file(), program};
+    options.arguments = {"/bin/bash", "--norc", "-c", script, "test", file(), program_};
     options.arguments.insert(options.arguments.end(), words.begin(), words.end());
     options.folder = folder_.path();
     options.environment = {{"PATH", folder_.file("shots") + ":/usr/bin:/bin"}};
@@ -62,12 +63,22 @@ class Completion : public testing::Test {
     return result.output;
   }
 
+  // The current folder of the shell.
+  std::set<std::string> filesInFolder() const {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+      names.insert(entry.path().filename());
+    }
+    return names;
+  }
+
+  TempFolder folder_;
+
  private:
   static std::string file() {
     return RUNLET_SOURCES "/share/bash-completion/completions/runlet-job";
   }
 
-  TempFolder folder_;
   std::string program_;
 };
 
@@ -95,10 +106,11 @@ const Row rows[] = {
     {{"expand", "-a", "f"}, "frames.tsv\n"},
     {{"expand", "-u", "roo"}, "root\n"},
     {{"check", "dawn.xml", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
-    {{"check", "--"}, "--help\n--host\n--json\n--strict\n"},
+    {{"check", "--"}, "--all\n--help\n--host\n--json\n--strict\n"},
     {{"check", "--strict", "d"}, "dawn.xml\ndusk light.xml\n"},
-    {{"explain", ""}, "RJ001\nRJ002\n"},
+    {{"explain", "RJ00"}, "RJ001\nRJ002\nRJ003\nRJ004\nRJ005\nRJ006\nRJ007\nRJ008\nRJ009\n"},
     {{"explain", "RJ001", "RJ002"}, "RJ002\n"},
+    {{"explain", "RJ1"}, ""},
     {{"explain", "-"}, "--help\n"},
     {{"schema", ""}, ""},
     {{"schema", "-"}, "--help\n"},
@@ -118,14 +130,16 @@ const Row rows[] = {
     {{"make", "--", "ls", "fr"}, "frames.tsv\n"},
     {{"make", "--", "ls", "--user", "fr"}, "frames.tsv\n"},
     {{"exec", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
-    {{"exec", "-"}, "--help\n--task\n-a\n"},
+    {{"exec", "-"}, "--help\n--keep-env\n--task\n-a\n"},
     {{"exec", "--task", ""}, ""},
     {{"run", "du"}, "dusk light.xml\n"},
-    {{"run", "-"}, "--help\n--jobs\n-a\n-n\n-s\n"},
+    {{"run", "-"}, "--help\n--jobs\n--keep-env\n-a\n-n\n-s\n"},
     {{"run", "--jobs", ""}, ""},
+    {{"run", "--keep-env", ""}, ""},
     {{"submit", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
     {{"submit", "-"},
-     "--chunk\n--dry-run\n--failed-of\n--help\n--partition\n--sbatch-option\n--throttle\n--wait\n"
+     "--chunk\n--dry-run\n--failed-of\n--help\n--keep-env\n--partition\n--sbatch-option\n--"
+     "throttle\n--wait\n"
      "-a\n-n\n-s\n"},
     {{"submit", "--throttle", ""}, ""},
     {{"submit", "--partition", "f"}, "farm\nfast\n"},
@@ -137,9 +151,57 @@ TEST_F(Completion, ProposesWhatMayStandThere) {
   }
 }
 
-TEST_F(Completion, ProposesTheCodesOfTheProgramItself) {
-  EXPECT_EQ(proposalsOf(RUNLET_JOB, {"explain", "RJ06"}),
-            "RJ060\nRJ061\nRJ062\nRJ063\nRJ064\nRJ065\nRJ066\nRJ067\nRJ068\n");
+TEST_F(Completion, ProposesTheCodeOfEveryRule) {
+  std::string codes;
+  for (const runlet_tool::Rule& rule : runlet_tool::allRules()) codes += codeOf(rule) + "\n";
+  EXPECT_EQ(proposalsFor({"explain", ""}), codes);
+}
+
+TEST_F(Completion, DoesNotRunTheProgram) {
+  for (const Row& row : rows) proposalsFor(row.words);
+  EXPECT_EQ(filesInFolder(),
+            (std::set<std::string>{"dawn.xml", "dusk light.xml", "frames.tsv", "shots"}));
+}
+
+// As text that is put into the command line, and as none that the shell reads meanwhile.
+TEST_F(Completion, TakesWhatSinfoPrintsForText) {
+  setPartitions(
+      "#!/bin/sh\n"
+      "cat <<'end'\n"
+      "$(touch one)\n"
+      "`touch two`\n"
+      "${x:=$(touch three)}\n"
+      "fast; touch four\n"
+      "*\n"
+      "\n"
+      "night\n"
+      "end\n");
+  EXPECT_EQ(proposalsFor({"submit", "--partition", ""}),
+            "\\$\\(touch\\ one\\)\n"
+            "\\$\\{x:=\\$\\(touch\\ three\\)\\}\n"
+            "\\*\n"
+            "\\`touch\\ two\\`\n"
+            "fast\\;\\ touch\\ four\n"
+            "night\n");
+  EXPECT_EQ(proposalsFor({"submit", "--partition", "fa"}), "fast\\;\\ touch\\ four\n");
+  EXPECT_EQ(proposalsFor({"submit", "--partition", "[fn]"}), "");
+  EXPECT_EQ(filesInFolder(),
+            (std::set<std::string>{"dawn.xml", "dusk light.xml", "frames.tsv", "shots"}));
+}
+
+// readline quotes them.
+TEST_F(Completion, TakesNamesOfFilesForText) {
+  folder_.write("$(touch one).xml", "");
+  folder_.write("`touch two`.xml", "");
+  folder_.makeFolder("$(touch three)");
+  const std::set<std::string> files = filesInFolder();
+  const std::string jobs = "$(touch one).xml\n$(touch three)\n`touch two`.xml\n";
+  EXPECT_EQ(proposalsFor({"check", ""}), jobs + "dawn.xml\ndusk light.xml\nshots\n");
+  for (const char* word : {"$", "`", "$(touch three)/", "$(touch o", "$((x[$(touch four)]))/"}) {
+    EXPECT_EQ(proposalsFor({"check", word}), "");
+    EXPECT_EQ(proposalsFor({"make", "--", "ls", word}), "");
+  }
+  EXPECT_EQ(filesInFolder(), files);
 }
 
 }  // namespace

@@ -11,10 +11,11 @@
 #include "tool/batch/task_user.h"
 #include "tool/check/findings_text.h"
 #include "tool/check/inspect.h"
-#include "tool/expand/loading.h"
 #include "tool/system/paths.h"
 #include "tool/text/format.h"
+#include "tool/text/shell_quote.h"
 #include "tool/text/terminal.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -30,28 +31,32 @@ std::string requestUser() {
 void sayWarnings(const AdapterContext& context, const char* verb, const Report& report) {
   const std::size_t count = report.count(Severity::warning);
   if (count == 0) return;
-  std::fprintf(stderr, "runlet-job: %s: %s; see: runlet-job check %s\n", verb,
-               quantity(count, "warning").c_str(), context.jobFile.c_str());
+  std::string command = "runlet-job check";
+  appendShellWord(context.jobFile, &command);
+  std::fprintf(stderr, "runlet-job: %s: %s; see: %s\n", verb, quantity(count, "warning").c_str(),
+               command.c_str());
 }
 
-int checkJob(const AdapterContext& context, const char* verb) {
-  const Report report = inspect({context.jobFile, context.appPath, requestUser()});
-  if (report.isReadable && report.count(Severity::error) == 0) {
-    sayWarnings(context, verb, report);
+// Whether all tasks that are asked for were looked at.
+bool isComplete(const Question& question, const Report& report) {
+  return question.range.isGiven() ||
+         std::none_of(report.findings.begin(), report.findings.end(), [](const Finding& finding) {
+           return finding.rule->id == RuleId::tasksNotLookedAt;
+         });
+}
+
+// Loads the file once: the job that was checked, whatever becomes of its file, is `*context` then.
+int checkJob(const Question& question, const char* verb, AdapterContext* context) {
+  const Report report = inspect(question, context);
+  if (report.isReadable && report.count(Severity::error) == 0 && isComplete(question, report)) {
+    sayWarnings(*context, verb, report);
     return exitFine;
   }
-  const std::string text = findingsText(context.jobFile, report, wantsColour(stderr)) +
-                           summaryText(context.jobFile, report);
+  const std::string shownFile = visible(question.jobFile);
+  const std::string text =
+      findingsText(shownFile, report, wantsColour(stderr)) + summaryText(shownFile, report);
   std::fputs(text.c_str(), stderr);
   return report.isReadable ? exitFailing : exitUnreadable;
-}
-
-// Whether the file can be loaded still: it might have been changed since it was checked.
-bool reload(AdapterContext* context) {
-  const LoadResult result = loadJob(context);
-  const bool isLoaded = result.loading == Loading::loaded;
-  if (!isLoaded) std::fprintf(stderr, "%s\n", result.message.c_str());
-  return isLoaded;
 }
 
 void settle(AdapterContext* context, const char* verb) {
@@ -67,7 +72,7 @@ bool selectTasks(const char* verb, Batch* batch) {
   }
   if (!batch->tasks.empty()) return true;
   std::fprintf(stderr, "runlet-job: %s: %s has no task in that range, only %s\n", verb,
-               batch->context.jobFile.c_str(),
+               visible(batch->context.jobFile).c_str(),
                quantity(batch->context.taskList.size(), "task").c_str());
   return false;
 }
@@ -96,12 +101,13 @@ void addBatchOptions(CLI::App* verb, BatchOptions* options) {
 
 int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   AdapterContext& context = batch->context;
-  context.jobFile = fullPath(currentFolder(), options.job);
-  context.appPath = options.appPath;
-  setRange(options.range, &context);
-  const int status = checkJob(context, verb);
+  const std::string jobFile = fullPath(currentFolder(), options.job);
+  Question question = {jobFile, options.appPath, requestUser()};
+  question.range = options.range;
+  const int status = checkJob(question, verb, &context);
   if (status != exitFine) return status;
-  if (!reload(&context)) return exitUnreadable;
+  context.userName.clear();  // which was for the check alone
+  setRange(options.range, &context);
   settle(&context, verb);
   if (!selectTasks(verb, batch)) return exitFailing;
   batch->name = jobName(context.jobFile);
@@ -109,14 +115,6 @@ int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   const bool hasLogFolder = !context.logFolder.empty();
   batch->logFolder = hasLogFolder ? fullPath(batch->folder, context.logFolder) : batch->folder;
   return exitFine;
-}
-
-std::vector<std::string> execArguments(const Batch& batch, std::int32_t task) {
-  std::vector<std::string> arguments = {ownPath(), "exec", batch.context.jobFile, "--task",
-                                        std::to_string(task)};
-  if (batch.context.appPath.empty()) return arguments;
-  arguments.insert(arguments.end(), {"-a", batch.context.appPath});
-  return arguments;
 }
 
 }  // namespace runlet_tool

@@ -31,13 +31,12 @@ struct Batch {
   std::string logFolder;            // as a full path
 };
 
-// Checks the job as `check` does, loads it and finds out which tasks there are to run. Yields
-// exitFine, or the status to end with after it has said on standard error why; `*batch` is of no
-// use then. What is worth knowing though it does not stand in the way is said there too: warnings
-// of the check, and that the tasks cannot have the job's user or group. `verb` names the speaker.
+// Loads the job, checks it as `check` does, and finds out which tasks there are to run. The file is
+// read once: what was checked is what runs. A job of which not all tasks can be looked at in
+// proportion to its file is refused, unless tasks are named. Yields exitFine, or the
+// status to end with after it has said on standard error why; `*batch` is of no use then. What is
+// worth knowing though it does not stand in the way is said there too: warnings of the check, and
+// that the tasks cannot have the job's user or group. `verb` names the speaker.
 int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch);
-
-// The argument vector of the process that becomes a task: this program's own path first.
-std::vector<std::string> execArguments(const Batch& batch, std::int32_t task);
 
 }  // namespace runlet_tool

@@ -1,26 +1,56 @@
 #include "tool/batch/logs.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 
 #include "tool/batch/task_user.h"
 #include "tool/system/paths.h"
 #include "tool/text/format.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
 
-// 0, or the error number of what stands in the way of logs in that folder.
-int makeWritable(const std::string& folder) {
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (error) return error.value();
-  return faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
+// What neither logs nor their folders are made for: what the job's mask says, and that others write
+// to them. Their owner may do everything.
+mode_t maskFor(const Batch& batch) {
+  constexpr mode_t neverForOthers = S_IWGRP | S_IWOTH;
+  constexpr mode_t alwaysForOwner = S_IRWXU;
+  return (static_cast<mode_t>(batch.context.umask) | neverForOthers) & ~alwaysForOwner;
+}
+
+// The folder with those above it. 0, or the error number.
+int makeFolders(const std::string& folder, mode_t mode) {
+  for (std::size_t end = 0; end != std::string::npos;) {
+    end = folder.find('/', end + 1);
+    if (mkdir(folder.substr(0, end).c_str(), mode) != 0 && errno != EEXIST) return errno;
+  }
+  return 0;
+}
+
+// A descriptor of that folder, in which there can be logs then; -1 with the reason in errno.
+int makeWritable(const std::string& folder, mode_t mode) {
+  errno = makeFolders(folder, mode);
+  if (errno != 0) return -1;
+  const int descriptor = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor == -1) return -1;
+  if (faccessat(descriptor, ".", W_OK | X_OK, AT_EACCESS) == 0) return descriptor;
+  const int error = errno;
+  close(descriptor);
+  errno = error;
+  return -1;
+}
+
+// A log is a file of its own: what is there may be another user's, open to others, or a link or
+// pipe that leads to somebody's terminal.
+int openNew(const std::string& path, mode_t mode) {
+  if (unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
+  return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
 }
 
 }  // namespace
@@ -36,22 +66,20 @@ std::string logPath(const Batch& batch, std::int32_t task) {
 }
 
 bool makeLogFolder(const Batch& batch, const char* verb) {
-  const AsTaskUser user(batch.context);
-  const int error = user.isTaken() ? makeWritable(batch.logFolder) : errno;
-  if (error == 0) return true;
+  const int folder = doAsTaskUser(
+      batch.context, [&] { return makeWritable(batch.logFolder, 0777 & ~maskFor(batch)); });
+  if (folder != -1) {
+    close(folder);
+    return true;
+  }
   std::fprintf(stderr, "runlet-job: %s: no logs can be written to %s: %s\n", verb,
-               batch.logFolder.c_str(), std::strerror(error));
+               visible(batch.logFolder).c_str(), std::strerror(errno));
   return false;
 }
 
 int openLog(const Batch& batch, std::int32_t task) {
-  const AsTaskUser user(batch.context);
-  if (!user.isTaken()) return -1;
-  // Not to wait for somebody who reads a pipe of that name: root would wait for any user.
-  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-  const int log = open(logPath(batch, task).c_str(), flags, 0666);
-  if (log != -1) fcntl(log, F_SETFL, 0);  // the task's writes are to wait as ever
-  return log;
+  return doAsTaskUser(batch.context,
+                      [&] { return openNew(logPath(batch, task), 0666 & ~maskFor(batch)); });
 }
 
 }  // namespace runlet_tool

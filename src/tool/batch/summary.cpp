@@ -1,7 +1,5 @@
 #include "tool/batch/summary.h"
 
-#include <algorithm>
-#include <charconv>
 #include <map>
 #include <utility>
 
@@ -11,6 +9,7 @@
 #include "tool/text/shell_quote.h"
 #include "tool/text/task_numbers.h"
 #include "tool/text/terminal.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -24,7 +23,7 @@ using Totals = std::map<std::pair<Ending, std::string>, TaskNumbers>;
 
 std::string endingName(const Totals::value_type& total) {
   const auto& [ending, word] = total.first;
-  return ending == Ending::other ? word : totalNames[static_cast<std::size_t>(ending)];
+  return ending == Ending::other ? visible(word) : totalNames[static_cast<std::size_t>(ending)];
 }
 
 // "6 tasks: 4 succeeded, 2 failed (3, 5)"
@@ -46,29 +45,12 @@ std::string taskText(const Batch& batch, std::int32_t task, const TaskEnd& end, 
   previewCommand(batch.context, task - 1, preview);
   const bool isFine = end.ending == Ending::succeeded;
   std::string text = "task " + std::to_string(task) + ": ";
-  text += coloured(describe(end), isFine ? Colour::none : Colour::red, hasColour);
+  text += coloured(visible(describe(end)), isFine ? Colour::none : Colour::red, hasColour);
   text.append(": ").append(shellCommand(preview->words)).append("\n");
   if (isFine || end.ending == Ending::notStarted) return text;
   std::string log;
   appendShellWord(logPath(batch, task), &log);
   return text.append("  log: ").append(log).append("\n");
-}
-
-// Takes one line of a summary: the task's number, or 0 when the line is about no task, and its end.
-std::int32_t readLine(std::string_view line, TaskEnd* end) {
-  constexpr std::string_view label = "task ";
-  constexpr std::string_view separator = ": ";
-  if (!line.starts_with(label)) return 0;
-  line.remove_prefix(label.size());
-  std::int32_t task = 0;
-  const char* rest = std::from_chars(line.data(), line.data() + line.size(), task).ptr;
-  line.remove_prefix(static_cast<std::size_t>(rest - line.data()));
-  if (!line.starts_with(separator)) return 0;
-  line.remove_prefix(separator.size());
-  const std::size_t length = line.find(separator);
-  if (length == std::string_view::npos) return 0;
-  *end = endOfText(line.substr(0, length));
-  return task;
 }
 
 }  // namespace
@@ -84,18 +66,6 @@ int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends, std::FILE
   std::fprintf(out, "%s\n", totalsText(batch, totals).c_str());
   const bool isFine = totals.size() == 1 && totals.begin()->first.first == Ending::succeeded;
   return isFine ? exitFine : exitFailing;
-}
-
-void readSummary(const Batch& batch, std::string_view text, std::vector<TaskEnd>* ends) {
-  while (!text.empty()) {
-    const std::string_view line = text.substr(0, text.find('\n'));
-    text.remove_prefix(std::min(line.size() + 1, text.size()));
-    TaskEnd end;
-    const std::int32_t task = readLine(line, &end);
-    const auto place = std::lower_bound(batch.tasks.begin(), batch.tasks.end(), task);
-    if (place == batch.tasks.end() || *place != task) continue;
-    (*ends)[static_cast<std::size_t>(place - batch.tasks.begin())] = end;
-  }
 }
 
 }  // namespace runlet_tool

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdio>
-#include <string_view>
 #include <vector>
 
 #include "tool/batch/job_batch.h"
@@ -15,9 +14,5 @@ namespace runlet_tool {
 // is the end of `batch.tasks[i]`. Yields the exit status: exitFine when all have succeeded, else
 // exitFailing.
 int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends, std::FILE* out);
-
-// Takes the ends out of the summary that is somewhere in `text`, for those tasks of the batch that
-// it names; the others stay as they are in `*ends`.
-void readSummary(const Batch& batch, std::string_view text, std::vector<TaskEnd>* ends);
 
 }  // namespace runlet_tool

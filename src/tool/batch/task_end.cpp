@@ -2,8 +2,8 @@
 
 #include <sys/wait.h>
 
-#include <charconv>
 #include <cstring>
+#include <string_view>
 
 namespace runlet_tool {
 namespace {
@@ -19,14 +19,6 @@ constexpr EndingText texts[] = {
     {"killed by signal ", Ending::killed, true}, {"timed out", Ending::timedOut, false},
     {"interrupted", Ending::interrupted, false}, {"not started", Ending::notStarted, false},
 };
-
-// False when the row is not for such a `text`. Otherwise reads its number, if it has one.
-bool readEnding(const EndingText& row, std::string_view text, int* number) {
-  if (!row.hasNumber) return text == row.text;
-  if (!text.starts_with(row.text)) return false;
-  text.remove_prefix(row.text.size());
-  return std::from_chars(text.data(), text.data() + text.size(), *number).ec == std::errc();
-}
 
 }  // namespace
 
@@ -45,14 +37,6 @@ std::string describe(const TaskEnd& end) {
     return text;
   }
   return end.word;
-}
-
-TaskEnd endOfText(std::string_view text) {
-  for (const EndingText& row : texts) {
-    int number = 0;
-    if (readEnding(row, text, &number)) return {row.ending, number, ""};
-  }
-  return {Ending::other, 0, std::string(text)};
 }
 
 }  // namespace runlet_tool

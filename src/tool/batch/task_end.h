@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 namespace runlet_tool {
 
@@ -30,8 +29,5 @@ TaskEnd endOfStatus(int waitStatus);
 // "succeeded", "failed with exit code 3", "killed by signal 9 (Killed)", "timed out",
 // "interrupted", "not started", or the word.
 std::string describe(const TaskEnd& end);
-
-// The end that `describe` gives `text` for; a text that it gives for none is a word.
-TaskEnd endOfText(std::string_view text);
 
 }  // namespace runlet_tool

@@ -1,12 +1,20 @@
 #include "tool/batch/task_user.h"
 
 #include <grp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 
-#include "tool/check/access.h"
+#include "tool/exec/task_rights.h"
+#include "tool/system/stop_signals.h"
 
 namespace runlet_tool {
 namespace {
@@ -21,9 +29,110 @@ std::string idsText(std::int32_t uid, std::int32_t gid) {
   return text.append("group ").append(std::to_string(gid));
 }
 
-bool switchTo(const AdapterContext& context) {
-  return setgroups(0, nullptr) == 0 && setegid(static_cast<gid_t>(context.gid)) == 0 &&
-         seteuid(static_cast<uid_t>(context.uid)) == 0;
+bool becomeTaskUser(const AdapterContext& context) {
+  leaveNoCore();
+  const bool isSwitched = setgroups(0, nullptr) == 0 &&
+                          setgid(static_cast<gid_t>(context.gid)) == 0 &&
+                          setuid(static_cast<uid_t>(context.uid)) == 0;
+  if (!isSwitched) return false;
+  leaveNoCore();
+  errno = EPERM;  // unless the ids and capabilities are as they should be
+  return keepsNothing({context.gid, context.uid, "", 0});
+}
+
+int doWithoutMask(const std::function<int()>& work) {
+  const mode_t before = umask(0);
+  const int descriptor = work();
+  umask(before);
+  return descriptor;
+}
+
+// What the process that does the work says at its end; the descriptor is beside it, if there is
+// one.
+struct Answer {
+  int error = 0;
+};
+
+// An answer and room for a descriptor.
+struct Message {
+  Message() {
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+  }
+
+  Answer answer;
+  iovec part{&answer, sizeof answer};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+  msghdr message{};
+};
+
+void sendAnswer(int socket, int descriptor, int error) {
+  Message sent;
+  sent.answer.error = error;
+  cmsghdr* const rights = CMSG_FIRSTHDR(&sent.message);
+  rights->cmsg_level = SOL_SOCKET;
+  rights->cmsg_type = SCM_RIGHTS;
+  rights->cmsg_len = CMSG_LEN(sizeof descriptor);
+  std::memcpy(CMSG_DATA(rights), &descriptor, sizeof descriptor);
+  if (error != 0) sent.message.msg_controllen = 0;
+  sendmsg(socket, &sent.message, MSG_NOSIGNAL);
+}
+
+bool isAskedToEnd() {
+  sigset_t pending;
+  sigpending(&pending);
+  const auto signals = stopSignals();
+  return std::any_of(signals.begin(), signals.end(),
+                     [&](int signal) { return sigismember(&pending, signal) == 1; });
+}
+
+// False with a reason in errno where that takes too long, or this process is asked to end: the
+// user can stop the process, and a folder be on a server that does not answer.
+bool awaitAnswer(int socket) {
+  constexpr int slice = 100;  // milliseconds
+  pollfd event{socket, POLLIN, 0};
+  for (int left = 30'000; poll(&event, 1, slice) <= 0; left -= slice) {
+    errno = ETIMEDOUT;
+    if (left <= 0 || isAskedToEnd()) return false;
+  }
+  return true;
+}
+
+// The user may have stopped it. On a file system of that user's it may not even end then: whoever
+// takes the ends of other children comes across it later.
+void endChild(pid_t child) {
+  kill(child, SIGKILL);
+  for (int pause = 1; pause < 2000 && waitpid(child, nullptr, WNOHANG) == 0; pause *= 2) {
+    poll(nullptr, 0, pause);
+  }
+}
+
+// The descriptor; -1 with the reason in errno, EIO where the process has ended without an answer.
+int receiveAnswer(int socket) {
+  Message received;
+  const ssize_t count = recvmsg(socket, &received.message, MSG_CMSG_CLOEXEC);
+  int descriptor = -1;
+  const cmsghdr* const rights = CMSG_FIRSTHDR(&received.message);
+  const bool isThere = count == sizeof received.answer && rights != nullptr &&
+                       rights->cmsg_len == CMSG_LEN(sizeof descriptor);
+  if (isThere) std::memcpy(&descriptor, CMSG_DATA(rights), sizeof descriptor);
+  errno = received.answer.error == 0 ? EIO : received.answer.error;
+  return descriptor;
+}
+
+// Without exceptions, which would be handled here as those of the process that it is a copy of.
+[[noreturn]] void workInChild(int socket, const AdapterContext& context,
+                              const std::function<int()>& work) noexcept {
+  // What leads to the starter's terminal, folder or files is not the work's to use.
+  setsid();
+  constexpr int kept = STDERR_FILENO + 1;
+  if (chdir("/") != 0 || dup2(socket, kept) == -1) _exit(EXIT_FAILURE);
+  closefrom(kept + 1);
+  const int descriptor = becomeTaskUser(context) ? doWithoutMask(work) : -1;
+  sendAnswer(kept, descriptor, descriptor == -1 ? errno : 0);
+  _exit(EXIT_SUCCESS);
 }
 
 }  // namespace
@@ -40,19 +149,23 @@ std::string settleTaskUser(AdapterContext* context) {
   return idsText(uid, gid) + ", not as the job's " + wanted + ": only root may switch";
 }
 
-AsTaskUser::AsTaskUser(const AdapterContext& context)
-    : isRoot_(geteuid() == 0),
-      group_(getegid()),
-      groups_(ownGroups()),
-      isTaken_(!isRoot_ || switchTo(context)) {}
-
-AsTaskUser::~AsTaskUser() {
-  if (!isRoot_) return;
-  const int error = errno;  // of what was done meanwhile
-  const bool isBack =
-      seteuid(0) == 0 && setegid(group_) == 0 && setgroups(groups_.size(), groups_.data()) == 0;
-  if (!isBack) std::abort();  // to go on with other rights than those that it had
+int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work) {
+  if (geteuid() != 0) return doWithoutMask(work);
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return -1;
+  const pid_t child = fork();
+  if (child == 0) workInChild(ends[1], context, work);
+  int error = errno;  // of the fork, if it failed
+  close(ends[1]);
+  int descriptor = -1;
+  if (child != -1) {
+    if (awaitAnswer(ends[0])) descriptor = receiveAnswer(ends[0]);
+    error = errno;
+    endChild(child);
+  }
+  close(ends[0]);
   errno = error;
+  return descriptor;
 }
 
 }  // namespace runlet_tool

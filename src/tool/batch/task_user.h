@@ -1,10 +1,8 @@
 // Who the tasks run as where no farm server starts them.
 #pragma once
 
-#include <sys/types.h>
-
+#include <functional>
 #include <string>
-#include <vector>
 
 #include "adapter/context.h"
 
@@ -17,26 +15,17 @@ namespace runlet_tool {
 // job's user 1001 and group 100: only root may switch". Empty when all is.
 std::string settleTaskUser(runlet::AdapterContext* context);
 
-// While it lives, files are looked at, made and opened with the rights of the tasks' user and
-// group alone, where the caller is root: a folder may belong to that user, and root is not to write
-// where links in it lead. `context` has been settled.
-class AsTaskUser {
- public:
-  explicit AsTaskUser(const runlet::AdapterContext& context);
-  ~AsTaskUser();
-  AsTaskUser(const AsTaskUser&) = delete;
-  AsTaskUser& operator=(const AsTaskUser&) = delete;
-
-  // False when the system does not allow it; the reason is in errno after the construction.
-  bool isTaken() const {
-    return isTaken_;
-  }
-
- private:
-  bool isRoot_;
-  gid_t group_;
-  std::vector<gid_t> groups_;
-  bool isTaken_;
-};
+// Has `work` look at, make or open files with the rights of the tasks' user and group alone, where
+// the caller is root: a folder may belong to that user, who must not have root write where links in
+// it lead. It is done in a process of its own then, so that this one never has other rights than
+// its own: in "/", without a controlling terminal, and with no descriptors but the standard
+// streams. `context` has been settled.
+//
+// Files are made with the modes that `work` gives: no mask is applied to them.
+//
+// `work` yields a descriptor, or -1 with the reason in errno; so does this. It is ETIMEDOUT where
+// that takes more than 30 seconds, or until a signal to end comes that is blocked. The descriptor
+// closes on exec and is the caller's.
+int doAsTaskUser(const runlet::AdapterContext& context, const std::function<int()>& work);
 
 }  // namespace runlet_tool

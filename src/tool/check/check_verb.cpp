@@ -12,6 +12,7 @@
 #include "tool/check/inspect.h"
 #include "tool/text/output.h"
 #include "tool/text/terminal.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -25,6 +26,7 @@ struct CheckOptions {
   bool isOfHost = false;
   bool inJson = false;
   bool isStrict = false;
+  bool wantsAll = false;
 };
 
 int statusOf(const Report& report, bool isStrict) {
@@ -38,12 +40,14 @@ int check(const CheckOptions& options) {
   int status = exitFine;
   Json jobs = Json::array();
   for (const std::string& job : options.jobs) {
-    const Report report = inspect({job, options.appPath, options.userName, options.isOfHost});
+    const Report report = inspect({job, options.appPath, options.userName, options.isOfHost,
+                                   options.wantsAll, options.wantsAll});
     status = std::max(status, statusOf(report, options.isStrict));
     if (options.inJson) {
       jobs.push_back(findingsJson(job, report));
     } else {
-      put(findingsText(job, report, wantsColour(stdout)) + summaryText(job, report));
+      const std::string shownFile = visible(job);
+      put(findingsText(shownFile, report, wantsColour(stdout)) + summaryText(shownFile, report));
     }
   }
   if (options.inJson) {
@@ -67,7 +71,7 @@ int explain(const std::vector<std::string>& codes) {
   for (const std::string& code : codes) {
     const Rule* rule = findRule(code);
     if (rule == nullptr) {
-      std::fprintf(stderr, "runlet-job: explain: there is no finding %s\n", code.c_str());
+      std::fprintf(stderr, "runlet-job: explain: there is no finding %s\n", visible(code).c_str());
       status = exitUnreadable;
       continue;
     }
@@ -92,6 +96,8 @@ void addCheck(CLI::App* app, Action* action) {
   verb->add_flag("--host", options->isOfHost,
                  "Look at this machine's folders, programs and users as well");
   verb->add_flag("--json", options->inJson, "Write JSON, as runlet-job(1) describes it");
+  verb->add_flag("--all", options->wantsAll,
+                 "Look at all tasks, and show every finding, not only the first 20 of a code");
   verb->add_flag("--strict", options->isStrict, "Fail for warnings as well");
   verb->callback([=] { *action = [=] { return check(*options); }; });
 }

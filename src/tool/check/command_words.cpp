@@ -1,9 +1,10 @@
 #include "tool/check/command_words.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <string_view>
+
+#include "tool/check/danger.h"
 
 namespace runlet_tool {
 namespace {
@@ -40,12 +41,14 @@ std::size_t templateOffset(const Line& line, std::size_t at) {
   const std::size_t prefix = prefixLength(line);
   if (at < prefix) return 0;
   const std::size_t offset = at - prefix;
-  const PlaceholderUse* last = nullptr;
-  for (const PlaceholderUse& use : line.preview.uses) {
-    if (use.valueBegin <= offset) last = &use;
-  }
-  if (last == nullptr) return offset;
-  return offset < last->valueEnd ? last->begin : last->end + (offset - last->valueEnd);
+  const std::vector<PlaceholderUse>& uses = line.preview.uses;
+  const auto isBefore = [](std::size_t wanted, const PlaceholderUse& use) {
+    return wanted < use.valueBegin;
+  };
+  const auto next = std::upper_bound(uses.begin(), uses.end(), offset, isBefore);
+  if (next == uses.begin()) return offset;
+  const PlaceholderUse& last = *(next - 1);
+  return offset < last.valueEnd ? last.begin : last.end + (offset - last.valueEnd);
 }
 
 void findIn(const Line& line, RuleId rule, std::size_t at, std::string_view text, std::string why,
@@ -159,18 +162,6 @@ void inspectProgram(const Line& line) {
            "There is no program to start, which is reported as \"No such file or directory\".",
            "Write the program and its arguments into Arguments.");
   }
-}
-
-constexpr char safeInShell[] =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
-
-// Bytes beyond ASCII are letters to a shell.
-bool isSafeInShell(std::string_view path) {
-  const auto isSafe = [](char c) {
-    return static_cast<unsigned char>(c) >= 0x80 ||
-           (c != '\0' && std::strchr(safeInShell, c) != nullptr);
-  };
-  return !path.starts_with('-') && std::all_of(path.begin(), path.end(), isSafe);
 }
 
 void inspectChmod(const Line& line) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 
+#include "adapter/task_range.h"
 #include "job/int32.h"
 #include "tool/check/command_words.h"
 #include "tool/check/inspection.h"
@@ -53,8 +54,8 @@ struct OwnDigits {
 struct Use {
   const PlaceholderUse& placeholder;
   const OwnDigits& own;
-  const Preview& preview;
-  std::int32_t number;  // of the task
+  std::int32_t fieldCount;  // of the task's entry
+  std::int32_t number;      // of the task
   Inspection* inspection;
 };
 
@@ -112,24 +113,6 @@ void inspectWidth(const Use& use) {
   }
 }
 
-// Whether what the placeholder gave ends in the text for what there is not. True also where the
-// task has no command to look at.
-bool mayBeUndefined(const Use& use) {
-  if (!use.preview.isComposed) return true;
-  const std::string_view text = runlet::undefinedText;
-  const std::size_t prefix = use.inspection->context.appPath.rfind('/') + 1;
-  const std::string_view line = use.preview.start.commandLine;
-  return line.substr(0, prefix + use.placeholder.valueEnd).ends_with(text);
-}
-
-// Whether the task has the text itself for that field.
-bool hasThatText(std::string_view entry, std::int32_t number) {
-  for (; number > 1 && !entry.empty(); --number) {
-    entry.remove_prefix(std::min(entry.find('\t'), entry.size() - 1) + 1);
-  }
-  return number == 1 && entry.substr(0, entry.find('\t')) == runlet::undefinedText;
-}
-
 // Whether there is no such value.
 bool isUndefined(const Use& use) {
   const PlaceholderUse& placeholder = use.placeholder;
@@ -138,11 +121,8 @@ bool isUndefined(const Use& use) {
     return placeholder.number <= 0 ||
            placeholder.number > static_cast<std::int32_t>(context.paramNames.size());
   }
-  if (placeholder.form != PlaceholderForm::taskField || !mayBeUndefined(use)) return false;
-  std::string value;
-  getTaskField(&context, &value, use.number - 1, placeholder.number);
-  const std::string& entry = context.taskList[static_cast<std::size_t>(use.number) - 1];
-  return value == runlet::undefinedText && !hasThatText(entry, placeholder.number);
+  if (placeholder.form != PlaceholderForm::taskField) return false;
+  return placeholder.number < 1 || placeholder.number > use.fieldCount;
 }
 
 void findUndefined(const Use& use) {
@@ -190,20 +170,34 @@ void inspectForm(const Use& use) {
 }
 
 OwnDigits ownDigits(const PlaceholderUse& use, const std::string& argumentTemplate) {
-  const std::size_t number = argumentTemplate.find('p', use.begin);
-  return {digitsAt(argumentTemplate, use.begin + 1),
-          digitsAt(argumentTemplate, std::min(number, argumentTemplate.size() - 1) + 1)};
+  OwnDigits digits = {digitsAt(argumentTemplate, use.begin + 1), {}};
+  const bool hasNumber =
+      use.form == PlaceholderForm::taskField || use.form == PlaceholderForm::jobParam;
+  if (hasNumber) {
+    digits.number = digitsAt(argumentTemplate, argumentTemplate.find('p', use.begin) + 1);
+  }
+  return digits;
+}
+
+// How many fields the entry has, as far as it counts: an empty last one is none. Counted once for
+// all the placeholders that may ask for one.
+std::int32_t fieldCountOf(std::string_view entry) {
+  entry = entry.substr(0, runlet::maxLookupLength);
+  const auto tabs = static_cast<std::int32_t>(std::count(entry.begin(), entry.end(), '\t'));
+  return entry.empty() || entry.ends_with('\t') ? tabs : tabs + 1;
 }
 
 // The template's placeholders are the same for all tasks, as far as the fill-in comes.
 void inspectUses(const Preview& preview, std::int32_t number, std::vector<OwnDigits>* digits,
                  Inspection* inspection) {
+  const std::string& entry = inspection->context.taskList[static_cast<std::size_t>(number) - 1];
+  const std::int32_t fieldCount = fieldCountOf(entry);
   for (std::size_t i = 0; i < preview.uses.size(); ++i) {
     const PlaceholderUse& placeholder = preview.uses[i];
     if (i == digits->size()) {
       digits->push_back(ownDigits(placeholder, inspection->context.arguments));
     }
-    const Use use = {placeholder, (*digits)[i], preview, number, inspection};
+    const Use use = {placeholder, (*digits)[i], fieldCount, number, inspection};
     inspectForm(use);
     inspectWidth(use);
     inspectPlaceholderNumber(use);
@@ -357,12 +351,18 @@ void inspectUsedValues(const UsedParameters& used, Inspection* inspection) {
 void inspectUnused(const UsedParameters& used, Inspection* inspection) {
   const runlet::StringList& names = inspection->context.paramNames;
   for (std::size_t i = 0; i < names.size(); ++i) {
-    if (used.has(i)) continue;
+    if (used.has(i) || leaveOut(inspection, RuleId::unusedParameter)) continue;
     find(inspection, RuleId::unusedParameter, inspection->names[i], names[i],
          "No task asks for parameter " + std::to_string(i + 1) + ".",
          "Nothing has to be done, unless the template was meant to use %jp" +
              std::to_string(i + 1) + ".");
   }
+}
+
+// Whether the task is to be looked at in any case. Without a range the context asks for none.
+bool isAsked(const Inspection& inspection, std::int32_t number) {
+  const runlet::TaskRange range = requestedTasks(inspection.context);
+  return range.first < number && number <= range.end;
 }
 
 }  // namespace
@@ -377,7 +377,13 @@ void inspectTasks(Inspection* inspection) {
   bool allComposed = true;
   for (std::size_t i = 0; i < count; ++i) {
     const auto number = static_cast<std::int32_t>(i) + 1;
+    if (inspection->limit.isSpent() && !isAsked(*inspection, number)) {
+      findTasksNotLookedAt(inspection, number - 1);
+      allComposed = false;  // or else it is not known
+      continue;
+    }
     previewCommand(context, number - 1, &preview);
+    inspection->limit.addPreview(preview, context, number - 1);
     inspectUses(preview, number, &digits, inspection);
     used.add(preview.uses);
     allComposed = allComposed && preview.isComposed;

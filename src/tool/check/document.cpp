@@ -59,6 +59,7 @@ std::string tag(std::string_view name) {
 
 void findUnknown(const TiXmlNode& node, const std::string& parent, const Names& names,
                  Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::unknownElement)) return;
   const std::string_view like = nearest(node.ValueStr(), names);
   const std::string instead = like.empty()
                                   ? "Take it out, or move it to where it belongs."
@@ -73,6 +74,7 @@ void findRepeated(const TiXmlNode& node, Inspection* inspection) {
 }
 
 void findStray(const TiXmlNode& node, const std::string& parent, Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::strayText)) return;
   const Source& source = *inspection->source;
   find(inspection, RuleId::strayText, placeOf(node), source.excerpt(node),
        "No text is read here in " + parent + ", and it is passed over.",
@@ -80,6 +82,7 @@ void findStray(const TiXmlNode& node, const std::string& parent, Inspection* ins
 }
 
 void findTaken(const TiXmlNode& node, Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::takenForElement)) return;
   const Source& source = *inspection->source;
   find(inspection, RuleId::takenForElement, placeOf(node), source.excerpt(node),
        "This is nothing but the name " + node.ValueStr() + ", and is taken for the element.",
@@ -197,7 +200,8 @@ void inspectArguments(const TiXmlNode& cmdData, Inspection* inspection) {
   if (node == nullptr) return;
   inspectBraces(*node, TextKind::arguments, 0, inspection);
   const std::size_t brace = node->ValueStr().find('{');
-  if (brace != std::string::npos) inspection->arguments = BracedText{node, brace + 1};
+  if (brace == std::string::npos) return;
+  inspection->arguments = BracedText{node, brace + 1, inspection->source->marksIn(*node)};
 }
 
 void inspectFolders(const TiXmlNode& cmdData, Inspection* inspection) {
@@ -279,6 +283,7 @@ std::string nodeText(const TiXmlNode& node, const Source& source) {
 }
 
 void findNoName(const TiXmlNode& parameter, Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::parameterWithoutName)) return;
   find(inspection, RuleId::parameterWithoutName, placeOf(parameter),
        nodeText(parameter, *inspection->source),
        "This is read as a parameter and has no Name, and the adapter refuses the file with "

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -28,9 +29,12 @@ struct Finding {
 
 struct Report {
   std::vector<Finding> findings;  // by place; those without a place last
-  std::int32_t taskCount = 0;     // of the job, as far as it was read
-  bool isReadable = true;         // false: the file could not be read, or is not XML
+  // How many more there are of a rule of which not all are kept.
+  std::map<RuleId, std::size_t> leftOut;
+  std::int32_t taskCount = 0;  // of the job, as far as it was read
+  bool isReadable = true;      // false: the file could not be read, or is not XML
 
+  // With those that are left out.
   std::size_t count(Severity severity) const;
 };
 

@@ -4,6 +4,7 @@
 
 #include "tool/text/format.h"
 #include "tool/text/terminal.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -13,9 +14,9 @@ using Json = nlohmann::ordered_json;
 // In the order of Severity.
 constexpr Colour colours[] = {Colour::red, Colour::yellow, Colour::cyan};
 
-std::string placeText(const std::string& jobFile, const Place& place) {
-  if (place.line == 0) return jobFile;
-  return jobFile + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
+std::string placeText(const std::string& shownFile, const Place& place) {
+  if (place.line == 0) return shownFile;
+  return shownFile + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
 }
 
 std::string tasksText(const Finding& finding, std::int32_t taskCount) {
@@ -25,36 +26,35 @@ std::string tasksText(const Finding& finding, std::int32_t taskCount) {
   return (count == 1 ? " [task " : " [tasks ") + finding.tasks.text() + "]";
 }
 
-// A text in one line: control characters become visible.
-std::string inOneLine(const std::string& text) {
-  std::string out;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    constexpr char digits[] = "0123456789abcdef";
-    if (byte >= ' ' && byte != 0x7f) {
-      out += c;
-    } else {
-      out.append("\\x").append(1, digits[byte >> 4U]).append(1, digits[byte & 15U]);
-    }
-  }
-  return out;
+std::string ruleText(const Rule& rule, bool hasColour) {
+  const Colour colour = colours[static_cast<std::size_t>(rule.severity)];
+  return coloured(std::string(nameOf(rule.severity)) + " " + codeOf(rule), colour, hasColour);
 }
 
-std::string findingText(const std::string& jobFile, const Finding& finding, std::int32_t taskCount,
+std::string leftOutText(const std::string& shownFile, const Rule& rule, std::size_t count,
                         bool hasColour) {
-  const Severity severity = finding.rule->severity;
-  const Colour colour = colours[static_cast<std::size_t>(severity)];
-  std::string text = placeText(jobFile, finding.place) + ": ";
-  text += coloured(std::string(nameOf(severity)) + " " + codeOf(*finding.rule), colour, hasColour);
-  text += ": ";
-  if (!finding.text.empty()) text += inOneLine(finding.text) + ": ";
-  text += inOneLine(finding.why) + "\n    " + inOneLine(finding.instead);
+  return shownFile + ": " + ruleText(rule, hasColour) + ": and " + std::to_string(count) +
+         " more, which runlet-job check --all shows\n";
+}
+
+std::string findingText(const std::string& shownFile, const Finding& finding,
+                        std::int32_t taskCount, bool hasColour) {
+  std::string text = placeText(shownFile, finding.place) + ": ";
+  text += ruleText(*finding.rule, hasColour) + ": ";
+  if (!finding.text.empty()) text += visible(finding.text) + ": ";
+  text += visible(finding.why) + "\n    " + visible(finding.instead);
   return text + tasksText(finding, taskCount) + "\n";
 }
 
 Json tasksJson(const Finding& finding, std::int32_t taskCount) {
   if (finding.tasks.count() == 0) return {};
   return finding.tasks.count() == taskCount ? "all" : finding.tasks.text(",");
+}
+
+Json leftOutJson(const Report& report) {
+  Json counts = Json::object();
+  for (const auto& [rule, count] : report.leftOut) counts[codeOf(ruleOf(rule))] = count;
+  return counts;
 }
 
 Json findingJson(const Finding& finding, std::int32_t taskCount) {
@@ -70,16 +70,20 @@ Json findingJson(const Finding& finding, std::int32_t taskCount) {
 
 }  // namespace
 
-std::string findingsText(const std::string& jobFile, const Report& report, bool hasColour) {
+std::string findingsText(const std::string& shownFile, const Report& report, bool hasColour) {
   std::string text;
   for (const Finding& finding : report.findings) {
-    text += findingText(jobFile, finding, report.taskCount, hasColour);
+    text += findingText(shownFile, finding, report.taskCount, hasColour);
+  }
+  for (const auto& [rule, count] : report.leftOut) {
+    text += leftOutText(shownFile, ruleOf(rule), count, hasColour);
   }
   return text;
 }
 
-std::string summaryText(const std::string& jobFile, const Report& report) {
-  std::string text = jobFile + ": " + quantity(static_cast<std::size_t>(report.taskCount), "task");
+std::string summaryText(const std::string& shownFile, const Report& report) {
+  std::string text =
+      shownFile + ": " + quantity(static_cast<std::size_t>(report.taskCount), "task");
   for (const Severity severity : {Severity::error, Severity::warning, Severity::note}) {
     const std::size_t count = report.count(severity);
     if (count > 0) text += ", " + quantity(count, nameOf(severity));
@@ -97,6 +101,7 @@ Json findingsJson(const std::string& jobFile, const Report& report) {
           {"errors", report.count(Severity::error)},
           {"warnings", report.count(Severity::warning)},
           {"notes", report.count(Severity::note)},
+          {"leftOut", leftOutJson(report)},
           {"findings", findings}};
 }
 

@@ -8,11 +8,12 @@
 
 namespace runlet_tool {
 
-// For people: two lines a finding. `jobFile` stands in front of every place.
-std::string findingsText(const std::string& jobFile, const Report& report, bool hasColour);
+// For people: two lines a finding, and one for each rule of which some are left out. `shownFile` is
+// put before every place as it is: the caller has made the name of the job file fit to be shown.
+std::string findingsText(const std::string& shownFile, const Report& report, bool hasColour);
 
-// "job.xml: 12 tasks, 1 error, 2 warnings\n"
-std::string summaryText(const std::string& jobFile, const Report& report);
+// "job.xml: 12 tasks, 1 error, 2 warnings\n", with the name likewise.
+std::string summaryText(const std::string& shownFile, const Report& report);
 
 // For programs: the object of one job, as runlet-job(1) describes it.
 nlohmann::ordered_json findingsJson(const std::string& jobFile, const Report& report);

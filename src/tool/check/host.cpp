@@ -256,6 +256,7 @@ void inspectProgramFile(Host* host, const Preview& preview, std::int32_t task) {
   const std::string word = preview.words.front();
   const auto row = host->seen.find(word);
   if (row == host->seen.end()) {
+    host->inspection->limit.addProgram(word.size());
     const std::size_t number = host->seen.size();
     const std::optional<RuleId> rule = inspectNewProgram(*host, preview, task);
     host->seen[word] = {rule, number};
@@ -278,8 +279,13 @@ void inspectHost(Inspection* inspection) {
   if (!inspectFolder(host)) return;
   Preview preview;
   for (std::size_t i = 0; i < context.taskList.size(); ++i) {
+    if (inspection->limit.isSpent()) {
+      findTasksNotLookedAt(inspection, static_cast<std::int32_t>(i));
+      return;
+    }
     const auto number = static_cast<std::int32_t>(i) + 1;
     previewCommand(context, number - 1, &preview);
+    inspection->limit.addPreview(preview, context, number - 1);
     inspectProgramFile(&host, preview, number);
   }
 }

@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "tool/expand/loading.h"
+#include "tool/text/format.h"
 
 namespace runlet_tool {
 namespace {
@@ -37,37 +38,58 @@ void sort(std::vector<Finding>* findings) {
 
 }  // namespace
 
-Finding& find(Inspection* inspection, RuleId rule, Place place, std::string_view text,
-              std::string why, std::string instead) {
-  std::vector<Finding>& findings = inspection->report.findings;
-  findings.push_back(
+bool leaveOut(Inspection* inspection, RuleId rule) {
+  const bool isFull = !inspection->question->wantsAll && inspection->kept[rule] >= mostFindings;
+  if (isFull) ++inspection->report.leftOut[rule];
+  return isFull;
+}
+
+bool find(Inspection* inspection, RuleId rule, Place place, std::string_view text, std::string why,
+          std::string instead) {
+  if (leaveOut(inspection, rule)) return false;
+  ++inspection->kept[rule];
+  inspection->report.findings.push_back(
       {&ruleOf(rule), place, std::string(text), std::move(why), std::move(instead), {}});
-  return findings.back();
+  return true;
 }
 
 bool addTaskToFinding(Inspection* inspection, RuleId rule, std::size_t offset,
                       std::int32_t number) {
+  inspection->limit.addLookUp();
   const auto row = inspection->ofTasks.find({rule, offset});
-  if (row == inspection->ofTasks.end()) return false;
-  inspection->report.findings[row->second].tasks.add(number);
+  if (row == inspection->ofTasks.end()) {
+    if (!leaveOut(inspection, rule)) return false;
+    inspection->ofTasks[{rule, offset}] = leftOutFinding;
+  } else if (row->second != leftOutFinding) {
+    inspection->report.findings[row->second].tasks.add(number);
+  }
   return true;
 }
 
-Finding& findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number,
-                     Place place, std::string_view text, std::string why, std::string instead) {
-  inspection->ofTasks[{rule, offset}] = inspection->report.findings.size();
-  Finding& finding = find(inspection, rule, place, text, std::move(why), std::move(instead));
-  finding.tasks.add(number);
-  return finding;
+void findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::int32_t number,
+                 Place place, std::string_view text, std::string why, std::string instead) {
+  const bool isKept = find(inspection, rule, place, text, std::move(why), std::move(instead));
+  const std::size_t last = inspection->report.findings.size() - 1;
+  inspection->ofTasks[{rule, offset}] = isKept ? last : leftOutFinding;
+  if (isKept) inspection->report.findings[last].tasks.add(number);
+}
+
+void findTasksNotLookedAt(Inspection* inspection, std::int32_t number) {
+  if (inspection->kept[RuleId::tasksNotLookedAt] > 0) return;
+  find(inspection, RuleId::tasksNotLookedAt, Place{}, "",
+       "Of the " + quantity(inspection->context.taskList.size(), "task") + " only the first " +
+           std::to_string(number) + " were looked at: the others would take too long.",
+       "Shorten the template, or have all tasks looked at, with runlet-job check --all.");
 }
 
 Place placeInTemplate(const Inspection& inspection, std::size_t offset) {
   if (!inspection.arguments.has_value()) return inspection.templateElement;
   const BracedText& text = *inspection.arguments;
-  return inspection.source->placeOf(inspection.source->offsetIn(*text.node, text.begin + offset));
+  return inspection.source->placeOf(
+      inspection.source->offsetIn(*text.node, text.begin + offset, text.marks));
 }
 
-Report inspect(const Question& question) {
+Report inspect(const Question& question, runlet::AdapterContext* job) {
   SourceDocument document(question.jobFile.c_str());
   document.SetTabSize(1);  // every TAB one column
   const LoadResult loaded = loadDocument(&document);
@@ -80,7 +102,9 @@ Report inspect(const Question& question) {
   Inspection inspection{};
   inspection.question = &question;
   inspection.source = &source;
+  if (!question.looksAtAllTasks) inspection.limit = WorkLimit(source.text().size());
   inspection.context.jobFile = question.jobFile;
+  if (question.range.isGiven()) setRange(question.range, &inspection.context);
   inspection.context.appPath = question.appPath;
   inspection.context.userName = question.userName;
   inspectDocument(document, &inspection);
@@ -89,6 +113,7 @@ Report inspect(const Question& question) {
   if (read.loading == Loading::loaded && question.isOfHost) inspectHost(&inspection);
   inspection.report.taskCount = static_cast<std::int32_t>(inspection.context.taskList.size());
   sort(&inspection.report.findings);
+  if (job != nullptr) *job = std::move(inspection.context);
   return std::move(inspection.report);
 }
 

@@ -10,6 +10,7 @@
 
 #include "adapter/task_range.h"
 #include "job/int32.h"
+#include "tool/check/danger.h"
 #include "tool/check/texts.h"
 
 namespace runlet_tool {
@@ -68,16 +69,9 @@ bool isId(const Number& number) {
 }
 
 void inspectDigits(const Number& number, Inspection* inspection) {
-  if (hasDigits(number)) return;
-  const std::string name = number.name;
-  if (isId(number)) {
-    findNumber(number, RuleId::idWithoutDigits, "This is no number and counts as 0, which is root.",
-               "Write the number of the " + std::string(name == "uid" ? "user." : "group."),
-               inspection);
-  } else {
-    findNumber(number, RuleId::noDigits, "This is no number and counts as 0.",
-               "Write a decimal number.", inspection);
-  }
+  if (hasDigits(number) || isId(number)) return;
+  findNumber(number, RuleId::noDigits, "This is no number and counts as 0.",
+             "Write a decimal number.", inspection);
 }
 
 void inspectRest(const Number& number, Inspection* inspection) {
@@ -133,15 +127,26 @@ void inspectMask(const Number& number, Inspection* inspection) {
   }
 }
 
+// Yields whether there is something to find.
+bool inspectHiddenRoot(const Number& number, const char* whose, Inspection* inspection) {
+  if (!isHiddenRoot(*number.node)) return false;
+  findNumber(number, RuleId::hiddenRoot,
+             hasDigits(number) ? "This comes to 0, which is root, without being written so."
+                               : "This is no number and counts as 0, which is root.",
+             std::string("Write the number of the ") + whose + ".", inspection);
+  return true;
+}
+
 void inspectUser(const Number& number, Inspection* inspection) {
   inspection->uid = placeOf(*number.node);
-  if (number.value != 0 || !hasDigits(number)) return;
+  if (inspectHiddenRoot(number, "user", inspection) || number.value != 0) return;
   findNumber(number, RuleId::rootUser, "User 0 is root: the tasks have all rights on the machine.",
              "Write the number of a user without such rights.", inspection);
 }
 
 void inspectGroup(const Number& number, Inspection* inspection) {
   inspection->gid = placeOf(*number.node);
+  inspectHiddenRoot(number, "group", inspection);
 }
 
 void inspectTimeLimit(const Number& number, Inspection* inspection) {

@@ -145,9 +145,13 @@ const std::vector<Rule>& allRules() {
        "else, "
        "also for \"on\", \"enabled\" or \"2\".\n"
        "Write Yes or No."},
-      {RuleId::idWithoutDigits, warning, "an id that is no number means root",
-       "uid and gid are numbers. A name in their place counts as 0, and 0 is root: the tasks run "
-       "with all rights.\n"
+      {RuleId::hiddenRoot, error, "an id means root without being a plain 0",
+       "uid and gid are numbers, and 0 is root. A name in their place counts as 0. So does a text "
+       "that begins with a 0 and goes on otherwise, such as 0x3e8, a text that is cut off after a "
+       "0, a 0 with a second uid or gid after it, and a number whose low 32 bits are 0. The "
+       "adapter starts such tasks; this is an error "
+       "because it gives them rights of root. Whoever means root writes a plain 0. As a uid that "
+       "is a warning (RJ035). As a gid it is not reported: the group alone gives few rights.\n"
        "Write the number of the user (id -u NAME) or of the group (getent group NAME)."},
       {RuleId::rootUser, warning, "the tasks run as root",
        "The uid is 0: the program of every task has all rights on the machine.\n"
@@ -173,6 +177,13 @@ const std::vector<Rule>& allRules() {
        "The limit is counted in milliseconds with 32 bits. Above 35791 minutes it wraps around to "
        "some other limit, which may be short or negative.\n"
        "Write at most 35791 (almost 25 days)."},
+      {RuleId::controlCharacter, warning, "a text has a control character",
+       "Every byte of a text reaches the program, the log and whoever reads the job as it is. An "
+       "escape, a carriage return or a character that changes the direction of writing is not "
+       "shown but acted on: a terminal or an editor may hide a part of the command or show it in "
+       "another order. TAB and line end do not count as such here. A character that a text "
+       "has several times is reported once.\n"
+       "Take the character out. A program that needs it can make it itself."},
       {RuleId::taskWithoutText, warning, "a Task without text is no task",
        "A Task without Params, or whose Params is empty, is passed over, and all tasks behind it "
        "move up by one: their numbers, and what %tn gives, are not what the file shows.\n"
@@ -249,6 +260,13 @@ const std::vector<Rule>& allRules() {
        "one "
        "wide, %tp4294967297 is field 1.\n"
        "Write the number that is meant."},
+      {RuleId::tasksNotLookedAt, warning, "not all tasks were looked at",
+       "What the tasks of a small file come to can be very much more than the file: a long "
+       "template for each of many tasks, or many placeholders that each look up a field of a long "
+       "entry. Beyond an amount of work that grows with the file, far above that of a usual job, "
+       "the tasks that are left are not looked at. They may have errors that are not reported, so "
+       "run and submit refuse the job unless -s or -n names tasks; those are then looked at.\n"
+       "Shorten the template, or look at all tasks, however long it takes, with check --all."},
       {RuleId::openQuote, warning, "a quote is not closed",
        "A word that begins with a double quote runs to the next one. When there is none, the word "
        "is "
@@ -371,6 +389,10 @@ const Rule& ruleOf(RuleId id) {
   const std::vector<Rule>& rules = allRules();
   return *std::lower_bound(rules.begin(), rules.end(), id,
                            [](const Rule& rule, RuleId wanted) { return rule.id < wanted; });
+}
+
+bool isOfDanger(RuleId id) {
+  return id == RuleId::hiddenRoot || id == RuleId::shellInChmod;
 }
 
 const Rule* findRule(std::string_view code) {

@@ -7,7 +7,8 @@
 
 namespace runlet_tool {
 
-// error: asked for all tasks, the adapter refuses, ends abnormally or does not start every one.
+// error: asked for all tasks, the adapter refuses, ends abnormally or does not start every one; or
+// starting them is a danger, see isOfDanger.
 // warning: it runs, but likely not what was meant.
 enum class Severity { error, warning, note };
 
@@ -41,12 +42,13 @@ enum class RuleId {
   octalMask = 31,
   maskOutOfRange = 32,
   unclearFlag = 33,
-  idWithoutDigits = 34,
+  hiddenRoot = 34,
   rootUser = 35,
   noGroup = 36,
   noUser = 37,
   noTimeLimit = 38,
   wrappedTimeLimit = 39,
+  controlCharacter = 40,
   taskWithoutText = 50,
   noTasks = 51,
   unpairedParameter = 52,
@@ -64,6 +66,7 @@ enum class RuleId {
   longExpansion = 66,
   longDigits = 67,
   placeholderBeyond32Bits = 68,
+  tasksNotLookedAt = 69,
   openQuote = 70,
   quoteInWord = 71,
   behindQuote = 72,
@@ -99,6 +102,9 @@ struct Rule {
 const std::vector<Rule>& allRules();
 
 const Rule& ruleOf(RuleId id);
+
+// Whether it is an error because of what it lets happen: the adapter starts the tasks all the same.
+bool isOfDanger(RuleId id);
 
 // Null when there is none of that code, such as "RJ060".
 const Rule* findRule(std::string_view code);

@@ -38,9 +38,9 @@ std::size_t referenceLength(std::string_view rest) {
   for (const std::string_view name : names) {
     if (rest.starts_with(name)) return name.size();
   }
+  if (!rest.starts_with("&#")) return 0;  // or the whole file would be gone through for each
   const std::size_t end = rest.find(';');
-  const bool isNumber = rest.starts_with("&#") && end != std::string_view::npos;
-  return isNumber ? end + 1 : 0;
+  return end == std::string_view::npos ? 0 : end + 1;
 }
 
 Step referenceStep(std::string_view rest) {
@@ -138,16 +138,38 @@ std::size_t Source::offsetOf(const TiXmlBase& node) const {
   return std::min(mark.offset, all.size());
 }
 
-std::size_t Source::offsetIn(const TiXmlText& text, std::size_t index) const {
-  std::size_t at = offsetOf(text);
-  if (text.CDATA()) return std::min(at + cdataStart.size() + index, text_.size());
+std::size_t Source::offsetIn(const TiXmlText& text, std::size_t index,
+                             const std::vector<TextMark>& marks) const {
+  const std::size_t begin = offsetOf(text);
+  if (text.CDATA()) return std::min(begin + cdataStart.size() + index, text_.size());
+  // From a mark before the byte: one at the byte may be after something that is dropped before it.
+  const auto isBefore = [](const TextMark& mark, std::size_t wanted) {
+    return mark.inText < wanted;
+  };
+  const auto next = std::lower_bound(marks.begin(), marks.end(), index, isBefore);
+  TextMark at = next == marks.begin() ? TextMark{0, begin} : *(next - 1);
   const std::string_view all = text_;
-  for (std::size_t done = 0; done < index && at < all.size();) {
-    const Step step = stepAt(all.substr(at));
-    at += step.inFile;
-    done += step.inText;
+  while (at.inText < index && at.inFile < all.size()) {
+    const Step step = stepAt(all.substr(at.inFile));
+    at = {at.inText + step.inText, at.inFile + step.inFile};
   }
-  return std::min(at, text_.size());
+  return std::min(at.inFile, text_.size());
+}
+
+std::vector<TextMark> Source::marksIn(const TiXmlText& text) const {
+  std::vector<TextMark> marks;
+  const std::size_t begin = offsetOf(text);
+  TextMark at = {0, begin};
+  const std::string_view all = text_;
+  for (std::size_t next = begin + marked; at.inText < text.ValueStr().size() && !text.CDATA();) {
+    if (at.inFile >= all.size()) break;
+    const Step step = stepAt(all.substr(at.inFile));
+    at = {at.inText + step.inText, at.inFile + step.inFile};
+    if (at.inFile < next) continue;
+    marks.push_back(at);
+    next = at.inFile + marked;
+  }
+  return marks;
 }
 
 std::vector<std::string_view> Source::condensedWithin(std::size_t begin, std::size_t end) const {

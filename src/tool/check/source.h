@@ -19,6 +19,12 @@ inline bool isWhiteSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
+// Where a byte of what the library made of a text stands in the file.
+struct TextMark {
+  std::size_t inText;
+  std::size_t inFile;
+};
+
 // A document that keeps the text it was parsed from, as the library saw it.
 class SourceDocument : public TiXmlDocument {
  public:
@@ -55,7 +61,12 @@ class Source {
 
   // Where the byte `index` of what the library made of the text node `text` stands: white space is
   // condensed and references are replaced in between.
-  std::size_t offsetIn(const TiXmlText& text, std::size_t index) const;
+  // `marks` are those of the text, or none.
+  std::size_t offsetIn(const TiXmlText& text, std::size_t index,
+                       const std::vector<TextMark>& marks = {}) const;
+
+  // Points in a long text from which `offsetIn` need not go through it from its beginning.
+  std::vector<TextMark> marksIn(const TiXmlText& text) const;
 
   // The runs of white space that begin in [begin, end) and arrive as a single space without being
   // one.

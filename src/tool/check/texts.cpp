@@ -1,9 +1,12 @@
 #include "tool/check/texts.h"
 
 #include <algorithm>
+#include <set>
 #include <stdexcept>
 
 #include "job/strip_brace.h"
+#include "tool/text/utf8.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -17,12 +20,14 @@ bool hasContent(const TiXmlNode* node) {
 }
 
 void findCutOff(const TiXmlNode& node, const std::string& name, Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::cutOffText)) return;
   find(inspection, RuleId::cutOffText, placeOf(node), inspection->source->excerpt(node),
        "The text of " + name + " ends in front of this, and the rest is dropped.",
        "Write the text in one piece, and comments outside of " + name + ".");
 }
 
 void findHidden(const TiXmlElement& element, Inspection* inspection) {
+  if (leaveOut(inspection, RuleId::cutOffText)) return;
   const TiXmlNode& first = *element.FirstChild();
   find(inspection, RuleId::cutOffText, placeOf(first), inspection->source->excerpt(first),
        "An element that does not begin with its text has none, so " + element.ValueStr() +
@@ -63,6 +68,12 @@ constexpr WritingRow bareAmpersand = {
     RuleId::droppedAmpersand, "An & that begins no reference is dropped; what follows it stays.",
     "Write &amp; for an &."};
 
+constexpr WritingRow controlCharacter = {
+    RuleId::controlCharacter,
+    "A terminal or an editor acts on this character and does not show it, so the text may look "
+    "like another one.",
+    "Take it out."};
+
 // In the order of TextKind.
 constexpr WritingRow condensedRows[] = {
     {RuleId::condensedSpace, "This white space arrives as a single space.",
@@ -88,14 +99,15 @@ std::size_t offsetInSource(std::string_view part, const Source& source) {
   return static_cast<std::size_t>(part.data() - source.text().data());
 }
 
+// What is found for several tasks is one finding for each `kind` of it.
 void findWriting(const WritingRow& row, const std::string& text, std::size_t offset,
-                 std::int32_t number, Inspection* inspection) {
-  if (number != 0 && addTaskToFinding(inspection, row.rule, noOffset, number)) return;
+                 std::int32_t number, Inspection* inspection, std::size_t kind = noOffset) {
+  if (number != 0 && addTaskToFinding(inspection, row.rule, kind, number)) return;
   const Place place = inspection->source->placeOf(offset);
   if (number == 0) {
     find(inspection, row.rule, place, text, row.why, row.instead);
   } else {
-    findForTask(inspection, row.rule, noOffset, number, place, text, row.why, row.instead);
+    findForTask(inspection, row.rule, kind, number, place, text, row.why, row.instead);
   }
 }
 
@@ -118,6 +130,35 @@ void inspectAmpersand(const Region& region, std::int32_t number, Inspection* ins
   const std::size_t at = inspection->source->bareAmpersandWithin(region.begin, region.end);
   if (at == std::string::npos) return;
   findWriting(bareAmpersand, "&", at, number, inspection);
+}
+
+// The first one from `at` on that is neither TAB nor line end, which have findings of their own.
+std::size_t controlCharacterIn(std::string_view text, std::size_t at) {
+  for (; at < text.size(); ++at) {
+    const bool isUsual = text[at] == '\t' || text[at] == '\n';
+    if (!isUsual && isControlCharacter(text.substr(at))) return at;
+  }
+  return std::string_view::npos;
+}
+
+std::size_t kindOf(const std::string& character) {
+  std::size_t kind = 0;
+  for (const char c : character) kind = kind << 8U | static_cast<unsigned char>(c);
+  return kind;
+}
+
+// Also in a CDATA section, where there is nothing odd about the writing. Each character once.
+void inspectControlCharacters(const TiXmlText& text, std::int32_t number, Inspection* inspection) {
+  const std::string& value = text.ValueStr();
+  std::set<std::string> found;
+  for (std::size_t at = controlCharacterIn(value, 0); at != std::string::npos;) {
+    const std::string character = value.substr(at, utf8CharacterLength(value.substr(at, 4)));
+    if (found.insert(character).second) {
+      findWriting(controlCharacter, character, inspection->source->offsetIn(text, at), number,
+                  inspection, kindOf(character));
+    }
+    at = controlCharacterIn(value, at + character.size());
+  }
 }
 
 struct Dropped {
@@ -181,13 +222,18 @@ const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection)
     if (hasContent(first)) findHidden(*element, inspection);
     return nullptr;
   }
-  const TiXmlNode* second = first->NextSibling();
-  if (hasContent(second)) findCutOff(*second, element->ValueStr(), inspection);
-  return first->ToText();
+  const TiXmlText* text = first->ToText();
+  if (isCutOff(*text)) findCutOff(*text->NextSibling(), element->ValueStr(), inspection);
+  return text;
+}
+
+bool isCutOff(const TiXmlText& text) {
+  return hasContent(text.NextSibling());
 }
 
 void inspectWriting(const TiXmlText& text, TextKind kind, std::int32_t number,
                     Inspection* inspection) {
+  inspectControlCharacters(text, number, inspection);
   if (text.CDATA() || !inspection->source->hasOddWriting()) return;
   const Region region = regionOf(*inspection->source, text, kind);
   inspectWhiteSpace(region, kind, number, inspection);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "tool/batch/user_environment.h"
 #include "tool/exec/become_task.h"
 #include "tool/system/paths.h"
 #include "tool/text/decimal.h"
@@ -16,13 +17,14 @@ struct ExecOptions {
   std::string job;
   std::int32_t task = 0;
   std::string appPath;
+  KeptVariables kept;
 };
 
 int exec(const ExecOptions& options) {
   runlet::AdapterContext context;
   context.jobFile = fullPath(currentFolder(), options.job);
   context.appPath = options.appPath;
-  return becomeTask(&context, options.task);
+  return becomeTask(&context, options.task, options.kept);
 }
 
 }  // namespace
@@ -37,6 +39,8 @@ void addExec(CLI::App* app, Action* action) {
       ->type_name("N");
   verb->add_option("-a", options->appPath, "The request's path of an application")
       ->type_name("APP");
+  addKeptVariables(verb, "Keep this variable for a task of another user; repeatable",
+                   &options->kept);
   verb->callback([=] { *action = [=] { return exec(*options); }; });
 }
 

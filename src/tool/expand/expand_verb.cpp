@@ -1,5 +1,6 @@
 #include "tool/expand/expand_verb.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -14,6 +15,7 @@
 #include "tool/expand/preview.h"
 #include "tool/expand/range_options.h"
 #include "tool/expand/report.h"
+#include "tool/expand/work_limit.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {
@@ -41,8 +43,15 @@ std::unique_ptr<ExpandReport> makeReport(bool inJson) {
   return std::make_unique<TextExpandReport>(wantsColour(stdout));
 }
 
-// Whether all tasks of the request are started.
-bool reportTasks(const runlet::AdapterContext& context, ExpandReport* report) {
+// 0 where that cannot be told; the job has been loaded from it.
+std::size_t sizeOf(const std::string& file) {
+  struct stat status {};
+  return stat(file.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+// Whether all tasks of the request are started, and told of: where `isBounded`, only so many are as
+// the size of the file allows.
+bool reportTasks(const runlet::AdapterContext& context, bool isBounded, ExpandReport* report) {
   const runlet::TaskRange range = requestedTasks(context);
   const auto size = static_cast<std::int32_t>(context.taskList.size());
   const std::int32_t end = std::min(range.end, size);
@@ -52,8 +61,15 @@ bool reportTasks(const runlet::AdapterContext& context, ExpandReport* report) {
   Preview preview;
   bool allStart = true;
   bool isOver = false;
+  WorkLimit limit(sizeOf(context.jobFile));
   for (std::int32_t index = range.first; index < end; ++index) {
+    if (isBounded && limit.isSpent()) {
+      report->cut(index, end - index);
+      return false;
+    }
     if (!isOver) previewTask(context, index, index == range.first, &preview);
+    limit.addPreview(preview, context, index);
+    limit.addOutput(preview);
     report->task(index + 1, preview);
     allStart = allStart && preview.outcome == Outcome::starts;
     if (!isOver && endsRequest(preview.outcome)) {
@@ -71,7 +87,9 @@ int expandJob(const ExpandOptions& options) {
   const std::unique_ptr<ExpandReport> report = makeReport(options.inJson);
   report->begin(options.job, result);
   const bool isLoaded = result.loading == Loading::loaded;
-  const bool allStart = isLoaded && reportTasks(context, report.get());
+  // Who gives a number of tasks wants them.
+  const bool isBounded = !options.range.count.has_value();
+  const bool allStart = isLoaded && reportTasks(context, isBounded, report.get());
   report->end();
   if (result.loading == Loading::unreadable) return exitUnreadable;
   return allStart ? exitFine : exitFailing;

@@ -6,7 +6,9 @@
 
 #include "adapter/messages.h"
 #include "job/parameter_file.h"
+#include "tool/check/danger.h"
 #include "tool/text/format.h"
+#include "tool/text/visible.h"
 #include "xml/document.h"
 
 namespace runlet_tool {
@@ -14,6 +16,11 @@ namespace runlet_tool {
 std::string terminateText(const char* type, const char* what) {
   constexpr char format[] = "terminate called after throwing an instance of '%s'\n  what():  %s";
   return withoutLineEnd(format, type, what);
+}
+
+std::string shownMessage(const LoadResult& result) {
+  if (result.message.empty()) return noJobFileText;
+  return result.loading == Loading::ends ? result.message : visible(result.message);
 }
 
 LoadResult loadDocument(TiXmlDocument* document) {
@@ -28,7 +35,7 @@ LoadResult loadDocument(TiXmlDocument* document) {
 LoadResult readDocument(const TiXmlDocument& document, runlet::AdapterContext* context) {
   try {
     const char* message = readJobDocument(document, context);
-    if (message == nullptr) return {};
+    if (message == nullptr) return {Loading::loaded, "", hiddenRootIn(document)};
     return {Loading::refused, withoutLineEnd("%s", message)};
   } catch (const std::length_error& error) {
     return {Loading::ends, terminateText("std::length_error", error.what())};

@@ -12,6 +12,10 @@ namespace runlet_tool {
 struct RangeOptions {
   std::optional<std::int32_t> first;
   std::optional<std::int32_t> count;
+
+  bool isGiven() const {
+    return first || count;
+  }
 };
 
 // Adds -s and -n to `verb`.

@@ -10,6 +10,7 @@
 #include "tool/text/shell_quote.h"
 #include "tool/text/terminal.h"
 #include "tool/text/utf8.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -49,10 +50,11 @@ void appendRow(const char* label, const std::string& value, std::string* text) {
   text->append(value).append("\n");
 }
 
-// A text of several lines, its later ones indented.
-std::string indented(const std::string& text) {
+// What the adapter or the C++ library says, the latter in several lines.
+std::string messageOf(const Preview& preview) {
+  if (preview.outcome != Outcome::ends) return visible(preview.message);
   std::string out;
-  for (const char c : text) {
+  for (const char c : preview.message) {
     out += c;
     if (c == '\n') out += "    ";
   }
@@ -89,12 +91,19 @@ Json argumentVector(const Preview& preview, const JsonStrings& string) {
   return words;
 }
 
+void sayCut(std::int32_t number, std::int32_t leftOut) {
+  std::fprintf(stderr,
+               "runlet-job: expand: left out %s after task %d because all would take too long; "
+               "show the rest with -s and -n\n",
+               quantity(static_cast<std::size_t>(leftOut), "task").c_str(),
+               static_cast<int>(number));
+}
+
 }  // namespace
 
 void TextExpandReport::begin(const std::string& /*job*/, const LoadResult& result) {
   if (result.loading == Loading::loaded) return;
-  const bool hasText = !result.message.empty();
-  std::fprintf(stderr, "%s\n", hasText ? result.message.c_str() : noJobFileText);
+  std::fprintf(stderr, "%s\n", shownMessage(result).c_str());
 }
 
 void TextExpandReport::task(std::int32_t number, const Preview& preview) {
@@ -102,19 +111,23 @@ void TextExpandReport::task(std::int32_t number, const Preview& preview) {
   isFirst_ = false;
   text_ += coloured("task " + std::to_string(number), Colour::cyan, hasColour_) + "\n";
   const bool isReached = preview.outcome != Outcome::notReached;
-  if (isReached) appendRow("folder", preview.start.folder, &text_);
+  if (isReached) appendRow("folder", visible(preview.start.folder), &text_);
   if (preview.isComposed && !preview.start.chmodPath.empty()) {
-    appendRow("chmod", preview.start.chmodPath, &text_);
+    appendRow("chmod", visible(preview.start.chmodPath), &text_);
   }
-  if (preview.isComposed) text_ += "  " + callingText(preview) + "\n";
+  if (preview.isComposed) text_ += "  " + visible(callingText(preview)) + "\n";
   if (preview.outcome == Outcome::starts) {
     appendRow("run", shellCommand(preview.words), &text_);
   } else {
     const std::string name = coloured(outcomeName(preview.outcome).inText, Colour::red, hasColour_);
-    text_ += "  " + name + ": " + indented(isReached ? preview.message : preview.reason) + "\n";
-    if (isReached) text_ += "  reason: " + preview.reason + "\n";
+    text_ += "  " + name + ": " + (isReached ? messageOf(preview) : preview.reason) + "\n";
+    if (isReached) text_ += "  reason: " + visible(preview.reason) + "\n";
   }
   put(text_);
+}
+
+void TextExpandReport::cut(std::int32_t number, std::int32_t leftOut) {
+  sayCut(number, leftOut);
 }
 
 void JsonExpandReport::begin(const std::string& job, const LoadResult& result) {
@@ -152,8 +165,13 @@ void JsonExpandReport::task(std::int32_t number, const Preview& preview) {
   isFirst_ = false;
 }
 
+void JsonExpandReport::cut(std::int32_t number, std::int32_t leftOut) {
+  leftOut_ = leftOut;
+  sayCut(number, leftOut);  // in a pipe the status of this program is lost
+}
+
 void JsonExpandReport::end() {
-  put("\n]}\n");
+  put("\n], \"leftOut\": " + std::to_string(leftOut_) + "}\n");
 }
 
 }  // namespace runlet_tool

@@ -9,7 +9,7 @@
 
 namespace runlet_tool {
 
-// Writes to standard output, in the order begin, task..., end.
+// Writes to standard output, in the order begin, task..., cut if there is cause, end.
 class ExpandReport {
  public:
   virtual ~ExpandReport() = default;
@@ -21,6 +21,10 @@ class ExpandReport {
   // and the reason.
   virtual void task(std::int32_t number, const Preview& preview) = 0;
 
+  // In place of further tasks, which would be too much: `number` is the last that was told of, and
+  // so many are left out.
+  virtual void cut(std::int32_t number, std::int32_t leftOut) = 0;
+
   virtual void end() = 0;
 };
 
@@ -30,6 +34,7 @@ class TextExpandReport : public ExpandReport {
   explicit TextExpandReport(bool hasColour) : hasColour_(hasColour) {}
   void begin(const std::string& job, const LoadResult& result) override;
   void task(std::int32_t number, const Preview& preview) override;
+  void cut(std::int32_t number, std::int32_t leftOut) override;
   void end() override {}
 
  private:
@@ -42,10 +47,12 @@ class JsonExpandReport : public ExpandReport {
  public:
   void begin(const std::string& job, const LoadResult& result) override;
   void task(std::int32_t number, const Preview& preview) override;
+  void cut(std::int32_t number, std::int32_t leftOut) override;
   void end() override;
 
  private:
   bool isFirst_ = true;
+  std::int32_t leftOut_ = 0;
 };
 
 }  // namespace runlet_tool

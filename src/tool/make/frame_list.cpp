@@ -77,32 +77,25 @@ bool readRanges(std::string_view list, std::vector<FrameRange>* ranges, std::str
   return true;
 }
 
-// The first frame that both have. Goes through the frames of the longer step: after as many of them
-// as the shorter step is long, their place between two frames of the other one recurs.
-std::optional<std::int64_t> commonFrame(const FrameRange& one, const FrameRange& other) {
-  const FrameRange& longer = one.step >= other.step ? one : other;
-  const FrameRange& shorter = one.step >= other.step ? other : one;
-  const std::int64_t end = std::min(longer.last, shorter.last);
-  std::int64_t frame = longer.first;
-  if (shorter.first > frame) {
-    frame += (shorter.first - frame + longer.step - 1) / longer.step * longer.step;
-  }
-  for (std::int64_t i = 0; i < shorter.step && frame <= end; ++i, frame += longer.step) {
-    if ((frame - shorter.first) % shorter.step == 0) return frame;
-  }
-  return {};
+std::int64_t frameCount(const std::vector<FrameRange>& ranges) {
+  std::int64_t count = 0;
+  for (const FrameRange& range : ranges) count += range.count();
+  return count;
 }
 
-std::optional<std::int64_t> repeatedFrame(std::vector<FrameRange> ranges) {
-  std::sort(ranges.begin(), ranges.end(),
-            [](const FrameRange& a, const FrameRange& b) { return a.first < b.first; });
-  for (auto range = ranges.begin(); range != ranges.end(); ++range) {
-    for (auto next = range + 1; next != ranges.end() && next->first <= range->last; ++next) {
-      const std::optional<std::int64_t> frame = commonFrame(*range, *next);
-      if (frame) return frame;
+// The lowest frame that is there twice.
+std::optional<std::int32_t> repeatedFrame(const std::vector<FrameRange>& ranges) {
+  std::vector<std::int32_t> frames;
+  frames.reserve(static_cast<std::size_t>(frameCount(ranges)));
+  for (const FrameRange& range : ranges) {
+    for (std::int64_t frame = range.first; frame <= range.last; frame += range.step) {
+      frames.push_back(static_cast<std::int32_t>(frame));
     }
   }
-  return {};
+  std::sort(frames.begin(), frames.end());
+  const auto frame = std::adjacent_find(frames.begin(), frames.end());
+  if (frame == frames.end()) return {};
+  return *frame;
 }
 
 std::int64_t taskCount(const std::vector<FrameRange>& ranges, std::int64_t chunk) {
@@ -134,6 +127,10 @@ bool appendFrameTasks(std::string_view list, std::int32_t chunk, runlet::StringL
                       std::string* reason) {
   std::vector<FrameRange> ranges;
   if (!readRanges(list, &ranges, reason)) return false;
+  if (const std::int64_t count = frameCount(ranges); count > maxFrames) {
+    *reason = std::to_string(count) + " frames are more than ten million";
+    return false;
+  }
   if (const auto frame = repeatedFrame(ranges); frame) {
     *reason = "frame " + std::to_string(*frame) + " is given twice";
     return false;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <iterator>
 #include <optional>
 #include <string>
@@ -90,9 +89,9 @@ int failWith(const Complaint& complaint) {
 
 int writeJob(const std::optional<std::string>& path, const std::string& text) {
   if (!path) put(text);
-  const int error = path ? writeFile(*path, text) : 0;
-  if (error == 0) return exitFine;
-  return failWith({exitUnreadable, "-o " + shown(*path) + ": " + std::strerror(error)});
+  const std::string reason = path ? writeFile(*path, text) : "";
+  if (reason.empty()) return exitFine;
+  return failWith({exitUnreadable, "-o " + shown(*path) + ": " + reason});
 }
 
 int make(const MakeOptions& options) {

@@ -6,10 +6,10 @@
 
 namespace runlet_tool {
 
-// While one of these is there, SIGCHLD, SIGINT, SIGTERM and SIGHUP are blocked and can be waited
-// for, so that none comes at the wrong moment. Of the last three those are left alone that were
-// ignored: who starts a program with nohup or in the background means that. SIGCHLD has its default
-// disposition meanwhile: where it is ignored, nobody learns how a child has ended.
+// While one of these is there, SIGCHLD, SIGINT, SIGTERM, SIGHUP and SIGQUIT are blocked and can be
+// waited for, so that none comes at the wrong moment. Of the last four those are left alone that
+// were ignored: who starts a program with nohup or in the background means that. SIGCHLD has its
+// default disposition meanwhile: where it is ignored, nobody learns how a child has ended.
 class HeldSignals {
  public:
   HeldSignals();
@@ -19,11 +19,6 @@ class HeldSignals {
 
   // Takes the next of the signals. 0 when there is none for `time`; it may be none earlier, too.
   int await(std::chrono::milliseconds time) const;
-
-  // The mask that there was before: that of programs to be started.
-  const sigset_t& maskBefore() const {
-    return before_;
-  }
 
  private:
   sigset_t held_{};

@@ -4,15 +4,24 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <optional>
+#include <string>
 
+#include "exec/start.h"
+#include "tool/batch/end_lines.h"
 #include "tool/batch/job_batch.h"
 #include "tool/batch/logs.h"
 #include "tool/batch/summary.h"
+#include "tool/batch/user_environment.h"
+#include "tool/exec/become_task.h"
 #include "tool/run/held_signals.h"
 #include "tool/run/scheduler.h"
+#include "tool/run/starter.h"
 #include "tool/text/decimal.h"
+#include "tool/text/output.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -23,6 +32,8 @@ constexpr std::chrono::seconds grace(10);
 struct RunOptions {
   BatchOptions batch;
   std::int32_t jobs = 1;
+  std::string endLinesId;  // empty = no lines for another runlet-job
+  KeptVariables kept;
 };
 
 std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
@@ -31,22 +42,40 @@ std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
   return std::chrono::minutes(limit);
 }
 
-TaskSource taskSource(const Batch& batch) {
+TaskSource taskSource(const Batch& batch, Starter* starter) {
   return {batch.tasks.size(),
-          [&batch](std::size_t index) { return execArguments(batch, batch.tasks[index]); },
-          [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); }};
+          [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); },
+          [&batch, starter](std::size_t index, int log, pid_t* process) {
+            runlet::TaskStart start;
+            // Succeeds: the check has composed every task.
+            composeStart(batch.context, batch.tasks[index] - 1, &start);
+            return starter->start(start, log, process);
+          }};
 }
 
 int runJob(const RunOptions& options) {
+  const std::string& id = options.endLinesId;
+  if (!id.empty() && !isEndLinesId(id)) {
+    std::fprintf(stderr, "runlet-job: run: --tell-ends: %s is no id\n", visible(id).c_str());
+    return exitUnreadable;
+  }
+  Starter starter(options.kept);  // while this process is small
+  if (starter.error() != 0) {
+    std::fprintf(stderr, "runlet-job: run: no process can be made for the start of tasks: %s\n",
+                 std::strerror(starter.error()));
+    return exitUnreadable;
+  }
   Batch batch;
   const int refusal = prepareBatch(options.batch, name, &batch);
   if (refusal != exitFine) return refusal;
+  if (!requireFullApplication(batch.context)) return exitUnreadable;
   if (!makeLogFolder(batch, name)) return exitUnreadable;
   // Until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;
   const RunOutcome outcome =
-      runTasks(taskSource(batch), {options.jobs, timeLimitOf(batch), grace}, signals);
+      runTasks(taskSource(batch, &starter), {options.jobs, timeLimitOf(batch), grace}, signals);
   const int status = writeSummary(batch, outcome.ends, stdout);
+  if (!id.empty()) put(endLines(id, batch.tasks, outcome.ends));
   if (outcome.signal != 0) {
     std::fflush(stdout);  // whether it worked no longer matters to the status
     endBySignal(outcome.signal);
@@ -64,6 +93,10 @@ void addRun(CLI::App* app, Action* action) {
       ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
+  // For the arrays of `submit` alone, and not shown.
+  verb->add_option("--tell-ends", options->endLinesId)->group("");
+  addKeptVariables(verb, "Keep this variable for a task of another user; repeatable",
+                   &options->kept);
   verb->callback([=] { *action = [=] { return runJob(*options); }; });
 }
 

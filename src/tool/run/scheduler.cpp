@@ -5,12 +5,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <set>
 #include <unordered_map>
 #include <utility>
 
-#include "tool/run/spawn.h"
+#include "tool/run/starter.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {
@@ -43,11 +44,10 @@ void signalGroup(pid_t process, int signal) {
 }
 
 // A child that has ended, with its wait status still to be taken, so that its id is not given to
-// another process; 0 if there is none.
+// another process; 0 if none has, -1 with the reason in errno if the system does not tell.
 pid_t endedChild() {
   siginfo_t info{};
-  waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT);
-  return info.si_pid;
+  return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 ? info.si_pid : -1;
 }
 
 // The process of a task.
@@ -61,13 +61,16 @@ TaskEnd takeEnd(pid_t process, const Running& running) {
   // Only as long as the status has not been taken is the group sure to be this one.
   if (running.forced) kill(-process, SIGKILL);
   int status = 0;
-  waitpid(process, &status, 0);
+  if (waitpid(process, &status, 0) != process) return withoutProcess("end unknown", errno);
   return running.forced ? TaskEnd{*running.forced, 0, ""} : endOfStatus(status);
 }
 
 class Scheduler {
  public:
   Scheduler(const TaskSource& source, const SchedulerLimits& limits, const HeldSignals& signals);
+  ~Scheduler();
+  Scheduler(const Scheduler&) = delete;
+  Scheduler& operator=(const Scheduler&) = delete;
   RunOutcome run();
 
  private:
@@ -78,6 +81,7 @@ class Scheduler {
 
   void startNext();
   void takeEnded();
+  void loseSight(int error);
   void interrupt(int signal);
   void endOverdue();
   void askToEnd(Processes::value_type* process, Ending why);
@@ -90,6 +94,7 @@ class Scheduler {
   Progress progress_;
   RunOutcome outcome_;
   std::size_t next_ = 0;  // task to be started
+  bool isOver_ = false;   // nothing more is to be started, though nobody asked for an end
   Processes processes_;
   std::set<std::pair<Instant, pid_t>> deadlines_;  // of all processes
 };
@@ -98,6 +103,11 @@ Scheduler::Scheduler(const TaskSource& source, const SchedulerLimits& limits,
                      const HeldSignals& signals)
     : source_(source), limits_(limits), signals_(signals), progress_("running", source.count) {
   outcome_.ends.resize(source.count);
+}
+
+// There are processes left where an exception ends the run, as for want of memory.
+Scheduler::~Scheduler() {
+  for (const Processes::value_type& process : processes_) signalGroup(process.first, SIGKILL);
 }
 
 RunOutcome Scheduler::run() {
@@ -114,7 +124,7 @@ RunOutcome Scheduler::run() {
 }
 
 bool Scheduler::mayStart() const {
-  return outcome_.signal == 0 && next_ < source_.count &&
+  return !isOver_ && outcome_.signal == 0 && next_ < source_.count &&
          processes_.size() < static_cast<std::size_t>(limits_.atATime);
 }
 
@@ -133,8 +143,16 @@ void Scheduler::startNext() {
     return;
   }
   pid_t process = 0;
-  const int error = spawnProgram(source_.arguments(task), log, signals_.maskBefore(), &process);
+  const int error = source_.start(task, log, &process);
   close(log);
+  if (error == starterGone) {
+    isOver_ = true;
+    std::fputs(
+        "runlet-job: run: the process that starts the tasks has ended; no further task is "
+        "started\n",
+        stderr);
+    return;
+  }
   if (error != 0) {
     outcome_.ends[task] = withoutProcess("cannot be started", error);
     return;
@@ -145,17 +163,39 @@ void Scheduler::startNext() {
 
 void Scheduler::takeEnded() {
   while (const pid_t process = endedChild()) {
+    if (process == -1) {
+      const bool isFine = errno == ECHILD && processes_.empty();
+      if (!isFine) loseSight(errno);
+      return;
+    }
     const auto position = processes_.find(process);
     if (position == processes_.end()) {
       // Children of a shell that has become this program stay its children. They would stand in
       // front of the others for ever.
-      waitpid(process, nullptr, 0);
-      continue;
+      if (waitpid(process, nullptr, 0) == process) continue;
+      return loseSight(errno);
     }
     setDeadline(&*position, {});
     outcome_.ends[position->second.task] = takeEnd(process, position->second);
     processes_.erase(position);
   }
+}
+
+// Where nobody learns how tasks end, none is left to itself.
+void Scheduler::loseSight(int error) {
+  // Without a child that has this id it may be anybody's.
+  const bool areOurs = error != ECHILD;
+  std::fprintf(stderr,
+               "runlet-job: run: how tasks end cannot be found out: %s; those that run are %s, and "
+               "no further task is started\n",
+               std::strerror(error), areOurs ? "killed" : "left to themselves");
+  for (const Processes::value_type& process : processes_) {
+    if (areOurs) signalGroup(process.first, SIGKILL);
+    outcome_.ends[process.second.task] = withoutProcess("end unknown", error);
+  }
+  processes_.clear();
+  deadlines_.clear();
+  isOver_ = true;
 }
 
 void Scheduler::interrupt(int signal) {

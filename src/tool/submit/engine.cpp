@@ -1,5 +1,6 @@
 #include "tool/submit/engine.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,8 +8,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tool/submit/sbatch_environment.h"
 #include "tool/submit/subprocess.h"
 #include "tool/text/shell_quote.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -18,13 +21,12 @@ using Words = std::vector<std::string>;
 constexpr std::int64_t defaultMaxArraySize = 1001;
 
 // Variables that change what a program does in a way that is not wanted here: they leave something
-// out of the answer, or have sbatch wait.
+// out of the answer.
 struct Unwanted {
   std::string_view program;
   std::string_view beginning;
 };
-constexpr Unwanted unwanted[] = {{"sbatch", "SBATCH_WAIT="},
-                                 {"squeue", "SQUEUE_"},
+constexpr Unwanted unwanted[] = {{"squeue", "SQUEUE_"},
                                  {"sacct", "SACCT_"},
                                  {"sacct", "SLURM_BITSTR_LEN="},
                                  {"scancel", "SCANCEL_"}};
@@ -47,8 +49,13 @@ Words environmentFor(std::string_view program) {
   return environment;
 }
 
-ProgramResult runEngine(const Words& arguments, std::string_view input = "") {
-  return runSubprocess(arguments, input, environmentFor(arguments.front()));
+ProgramResult runEngine(const Words& arguments) {
+  return runSubprocess(arguments, "", environmentFor(arguments.front()));
+}
+
+ProgramResult runSbatch(const SbatchCommand& command) {
+  const MaskForNewFiles mask(command.mask);
+  return runSubprocess(command.arguments, command.script, command.environment);
 }
 
 // Why a program has not done what it was to do, in one line.
@@ -56,12 +63,15 @@ std::string failureOf(const std::string& program, const ProgramResult& result) {
   if (result.startError != 0) {
     return "cannot run " + program + ": " + std::strerror(result.startError);
   }
-  const std::string text = result.error.substr(0, result.error.find('\n'));
+  if (result.answerError != 0) {
+    return "the answer of " + program + " is lost: " + std::strerror(result.answerError);
+  }
+  const std::string text = visible(result.error.substr(0, result.error.find('\n')));
   return text.empty() ? program + " " + describe(endOfStatus(result.waitStatus)) : text;
 }
 
 bool hasSucceeded(const ProgramResult& result) {
-  return result.startError == 0 && result.waitStatus == 0;
+  return result.startError == 0 && result.answerError == 0 && result.waitStatus == 0;
 }
 
 bool hasSaid(const ProgramResult& result, std::string_view text) {
@@ -72,8 +82,32 @@ void say(const std::string& text) {
   std::fprintf(stderr, "runlet-job: submit: %s\n", text.c_str());
 }
 
-void passOn(const std::string& text) {
+void passOn(const std::string& error) {
+  const std::string text = visibleLines(error);
   std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+// Why there is no array to be relied on. What sbatch wrote to standard error has been passed on.
+std::string complaintOf(const ProgramResult& result) {
+  if (result.startError != 0 || result.answerError != 0) return failureOf("sbatch", result);
+  if (result.waitStatus != 0) return "sbatch " + describe(endOfStatus(result.waitStatus));
+  std::string text = "sbatch has told no id, but";
+  appendShellWord(result.output, &text);
+  return text;
+}
+
+// An sbatch that ends by itself and tells of a failure has queued nothing.
+bool mayHaveQueued(const ProgramResult& result) {
+  const bool hasRefused = result.answerError == 0 && WIFEXITED(result.waitStatus) &&
+                          WEXITSTATUS(result.waitStatus) != 0;
+  return result.startError == 0 && !hasRefused;
+}
+
+std::string whereToLook(const SbatchCommand& command) {
+  std::string text = "an array may be queued all the same; before you submit again, look for " +
+                     command.comment + " in: squeue --Format=ArrayJobID,Comment:200";
+  appendShellWord("--name=" + command.name, &text);
+  return text;
 }
 
 void addCluster(const ArrayId& array, Words* arguments) {
@@ -132,21 +166,14 @@ std::int64_t askMaxArraySize() {
   return readMaxArraySize(result.output).value_or(defaultMaxArraySize);
 }
 
-std::optional<ArrayId> submitArray(const Words& arguments, const std::string& script) {
-  const ProgramResult result = runEngine(arguments, script);
+Submission submitArray(const SbatchCommand& command) {
+  const ProgramResult result = runSbatch(command);
   passOn(result.error);
-  if (!hasSucceeded(result)) {
-    say(result.startError != 0 ? failureOf("sbatch", result)
-                               : "sbatch " + describe(endOfStatus(result.waitStatus)));
-    return std::nullopt;
-  }
-  std::optional<ArrayId> array = readReply(result.output);
-  if (!array) {
-    std::string text = "sbatch has told no id, but";
-    appendShellWord(result.output, &text);
-    say(text);
-  }
-  return array;
+  const std::optional<ArrayId> id = readReply(result.output);
+  const bool isSound = hasSucceeded(result) && id;
+  if (!isSound) say(complaintOf(result));
+  if (!id && mayHaveQueued(result)) say(whereToLook(command));
+  return {id, isSound};
 }
 
 bool cancelArray(const ArrayId& array) {

@@ -8,6 +8,7 @@
 
 #include "tool/submit/array_comment.h"
 #include "tool/submit/engine_text.h"
+#include "tool/submit/sbatch_command.h"
 
 namespace runlet_tool {
 
@@ -15,10 +16,15 @@ namespace runlet_tool {
 // not tell.
 std::int64_t askMaxArraySize();
 
-// Submits an array: `arguments` is the command, sbatch itself first. What sbatch writes to standard
-// error is passed on. Nothing, after a message, when there is no array.
-std::optional<ArrayId> submitArray(const std::vector<std::string>& arguments,
-                                   const std::string& script);
+struct Submission {
+  std::optional<ArrayId> id;  // as far as sbatch has told one
+  bool isSound = false;       // whether sbatch has done all that it was to do
+};
+
+// Submits an array. What sbatch writes to standard error is passed on. A message says why a
+// submission is not sound; an array with an id may be queued then and is to be cancelled, and
+// where there may be one whose id is not known, the message says how to find it.
+Submission submitArray(const SbatchCommand& command);
 
 // Ends an array. False, after a message, when that was not possible.
 bool cancelArray(const ArrayId& array);

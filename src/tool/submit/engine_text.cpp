@@ -1,50 +1,22 @@
 #include "tool/submit/engine_text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <csignal>
 #include <vector>
+
+#include "tool/text/fields.h"
 
 namespace runlet_tool {
 namespace {
 
-constexpr std::string_view digits = "0123456789";
-
 // The engine has no higher ones.
 constexpr std::int32_t highestElement = 4'000'000;
-
-// Takes what is in front of the first `separator` off the front of `*text`, and that as well.
-std::string_view takeUntil(char separator, std::string_view* text) {
-  const std::string_view part = text->substr(0, text->find(separator));
-  text->remove_prefix(std::min(part.size() + 1, text->size()));
-  return part;
-}
-
-std::vector<std::string_view> split(char separator, std::string_view text) {
-  std::vector<std::string_view> parts;
-  while (!text.empty()) parts.push_back(takeUntil(separator, &text));
-  return parts;
-}
 
 // The parts that are not empty.
 std::vector<std::string_view> wordsOf(std::string_view text) {
   std::vector<std::string_view> words = split(' ', text);
   std::erase_if(words, [](std::string_view word) { return word.empty(); });
   return words;
-}
-
-bool isNumber(std::string_view text) {
-  return !text.empty() && text.find_first_not_of(digits) == std::string_view::npos;
-}
-
-// Nothing where there are other characters than digits, or too many of them.
-template <typename Number>
-std::optional<Number> parseNumber(std::string_view text) {
-  Number number = 0;
-  const bool isFit =
-      isNumber(text) &&
-      std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc();
-  return isFit ? std::optional(number) : std::nullopt;
 }
 
 // The states that an element does not leave by itself. All others are on the way there.

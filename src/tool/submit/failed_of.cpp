@@ -7,6 +7,7 @@
 #include "tool/submit/engine.h"
 #include "tool/text/format.h"
 #include "tool/text/task_numbers.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -43,7 +44,7 @@ int askOrigins(const std::vector<ArrayId>& ids, const Batch& batch,
     const std::string failure = askOrigin(id, &array.origin);
     if (!failure.empty()) return giveUp(failure);
     if (array.origin.job != jobHash(batch.context.jobFile)) {
-      return giveUp(id.number + " is of another job file than " + batch.context.jobFile);
+      return giveUp(id.number + " is of another job file than " + visible(batch.context.jobFile));
     }
     arrays->push_back(array);
   }
@@ -89,7 +90,7 @@ std::vector<TaskEnd> endsOf(const Batch& batch, const std::vector<KnownArray>& a
   std::vector<TaskEnd> ends(batch.tasks.size(), succeeded);
   for (const KnownArray& array : arrays) {
     for (const auto& [element, end] : statesOf(array.id, states)) {
-      setEnds(batch, array.origin.layout, element.second, end.value_or(notEnded), &ends);
+      setEnds(batch, array.origin.layout, element, end.value_or(notEnded), &ends);
     }
   }
   return ends;

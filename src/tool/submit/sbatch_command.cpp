@@ -8,6 +8,7 @@
 
 #include "tool/batch/logs.h"
 #include "tool/submit/array_comment.h"
+#include "tool/submit/sbatch_environment.h"
 #include "tool/system/paths.h"
 #include "tool/text/format.h"
 #include "tool/text/shell_quote.h"
@@ -27,13 +28,14 @@ exec "$program" exec "$job" --task "$((base + SLURM_ARRAY_TASK_ID))" "$@"
 
 constexpr char chunkScript[] = R"sh(#!/bin/sh
 # An element of the array runs some tasks, one after the other, but none above the last.
-# Arguments: program, job file, base, chunk, last [, -a, application]
-program=$1 job=$2 base=$3 chunk=$4 last=$5
-shift 5
+# Arguments: program, job file, its hash, base, chunk, last [, -a, application]
+program=$1 job=$2 hash=$3 base=$4 chunk=$5 last=$6
+shift 6
 first=$((base + SLURM_ARRAY_TASK_ID * chunk))
 count=$((last - first + 1))
 [ "$count" -le "$chunk" ] || count=$chunk
-exec "$program" run "$job" -s "$first" -n "$count" "$@"
+id=$hash:${SLURM_ARRAY_JOB_ID}_$SLURM_ARRAY_TASK_ID
+exec "$program" run "$job" -s "$first" -n "$count" --tell-ends "$id" "$@"
 )sh";
 
 constexpr char endOfScript[] = "END";
@@ -83,7 +85,9 @@ void addUser(const Batch& batch, Words* words) {
 
 void addScriptArguments(const Batch& batch, const ArrayPart& part, Words* words) {
   const ArrayLayout& layout = part.layout;
-  words->insert(words->end(), {ownPath(), batch.context.jobFile, std::to_string(layout.base)});
+  words->insert(words->end(), {ownPath(), batch.context.jobFile});
+  if (layout.chunk > 1) words->push_back(jobHash(batch.context.jobFile));
+  words->push_back(std::to_string(layout.base));
   if (layout.chunk > 1) {
     words->insert(words->end(), {std::to_string(layout.chunk), std::to_string(layout.last)});
   }
@@ -113,14 +117,25 @@ SbatchCommand sbatchCommand(const Batch& batch, const SubmitOptions& options,
   words.insert(words.end(), options.sbatchOptions.begin(), options.sbatchOptions.end());
   words.emplace_back("/dev/stdin");
   addScriptArguments(batch, part, &words);
-  return {words, part.layout.chunk > 1 ? chunkScript : taskScript};
+  return {words,
+          part.layout.chunk > 1 ? chunkScript : taskScript,
+          batch.name,
+          commentOf(batch, part),
+          sbatchEnvironment(batch.context, options.keptVariables),
+          sbatchMask(batch.context)};
 }
 
 std::string shellText(const SbatchCommand& command) {
-  std::string text;
-  for (const std::string& word : command.arguments) appendShellWord(word, &text);
-  return text.append(" <<'").append(endOfScript).append("'\n") + command.script + endOfScript +
-         "\n";
+  Words words;
+  if (geteuid() == 0) {
+    words = {"/usr/bin/env", "-i"};
+    words.insert(words.end(), command.environment.begin(), command.environment.end());
+  }
+  words.insert(words.end(), command.arguments.begin(), command.arguments.end());
+  std::string line;
+  for (const std::string& word : words) appendShellWord(word, &line);
+  return withoutLineEnd("(umask %04o", static_cast<unsigned>(command.mask)) + "\n" + line + " <<'" +
+         endOfScript + "'\n" + command.script + endOfScript + "\n)\n";
 }
 
 }  // namespace runlet_tool

@@ -16,7 +16,8 @@ struct SubmitOptions {
   std::int32_t chunk = 1;                // how many tasks are an element
   std::string partition;                 // empty = the engine's choice
   std::vector<std::string> sbatchOptions;
-  std::vector<std::string> failedOf;  // ids of arrays
+  std::vector<std::string> keptVariables;  // names of those that root's tasks get, too
+  std::vector<std::string> failedOf;       // ids of arrays
   bool isDryRun = false;
   bool isWaiting = false;
 };

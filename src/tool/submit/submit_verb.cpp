@@ -10,6 +10,7 @@
 
 #include "tool/batch/logs.h"
 #include "tool/batch/summary.h"
+#include "tool/batch/user_environment.h"
 #include "tool/submit/engine.h"
 #include "tool/submit/failed_of.h"
 #include "tool/submit/interruption.h"
@@ -18,6 +19,7 @@
 #include "tool/submit/wait.h"
 #include "tool/text/decimal.h"
 #include "tool/text/output.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -41,9 +43,9 @@ bool submitAll(const Batch& batch, const SubmitOptions& options,
                std::vector<SubmittedArray>* arrays) {
   for (const ArrayPart& part : parts) {
     const SbatchCommand command = sbatchCommand(batch, options, part);
-    const std::optional<ArrayId> id = submitArray(command.arguments, command.script);
-    if (id) arrays->push_back({*id, part});
-    if (id && !hold.isInterrupted()) continue;
+    const Submission submission = submitArray(command);
+    if (submission.id) arrays->push_back({*submission.id, part});
+    if (submission.isSound && !hold.isInterrupted()) continue;
     cancel(*arrays);
     return false;
   }
@@ -56,11 +58,15 @@ std::string arrayIdsText(const std::vector<SubmittedArray>& arrays, const char* 
   return text;
 }
 
-std::string farewellText(const std::vector<SubmittedArray>& arrays) {
+std::string listed(const std::vector<SubmittedArray>& arrays) {
   std::string ids = arrayIdsText(arrays, " ");
   ids.pop_back();
+  return ids;
+}
+
+std::string farewellText(const std::vector<SubmittedArray>& arrays) {
   return std::string(overBar()) + "runlet-job: submit: the tasks go on; to stop them: scancel " +
-         ids + "\n";
+         listed(arrays) + "\n";
 }
 
 int submitParts(const Batch& batch, const SubmitOptions& options,
@@ -70,6 +76,7 @@ int submitParts(const Batch& batch, const SubmitOptions& options,
   if (!submitAll(batch, options, parts, hold, &arrays)) return exitUnreadable;
   put(arrayIdsText(arrays, "\n"));
   std::fflush(stdout);  // the ids are wanted even if the waiting ends early
+  if (std::ferror(stdout) != 0) say("queued: " + listed(arrays));
   if (!options.isWaiting) return exitFine;
   const Farewell farewell(farewellText(arrays));
   hold.release();
@@ -84,7 +91,7 @@ int showCommands(const Batch& batch, const SubmitOptions& options,
 
 int submitBatch(const Batch& batch, const SubmitOptions& options) {
   if (!canNameLogs(batch)) {
-    say("sbatch cannot be told of a log folder with a backslash: " + batch.logFolder);
+    say("sbatch cannot be told of a log folder with a backslash: " + visible(batch.logFolder));
     return exitFailing;
   }
   const std::vector<ArrayPart> parts =
@@ -145,6 +152,8 @@ void addSubmit(CLI::App* app, Action* action) {
       addRepeated(verb, "--sbatch-option", "OPTION",
                   "An option for sbatch, with its value in one word; may be repeated",
                   complaintAboutSbatchOption);
+  addKeptVariables(verb, "A variable of root's environment for the tasks, too; may be repeated",
+                   &options->keptVariables);
   addFlags(verb, options.get());
   CLI::Option* failedOf = addRepeated(
       verb, "--failed-of", "JOBID",

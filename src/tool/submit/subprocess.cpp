@@ -7,8 +7,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <fstream>
-#include <sstream>
 
 #include "tool/system/memory_file.h"
 
@@ -46,10 +44,16 @@ class Stream {
     return descriptor_;
   }
 
-  std::string text() const {
-    std::ostringstream text;
-    text << std::ifstream(file_.path()).rdbuf();
-    return text.str();
+  // Appends all that is in the file. Yields 0, or the error number for which that is not all.
+  int read(std::string* text) const {
+    char buffer[4096];
+    ssize_t count = 0;
+    off_t place = 0;
+    while ((count = pread(descriptor_, buffer, sizeof buffer, place)) > 0) {
+      text->append(buffer, static_cast<std::size_t>(count));
+      place += count;
+    }
+    return count == 0 ? 0 : errno;
   }
 
  private:
@@ -93,13 +97,13 @@ int start(const std::vector<std::string>& arguments, const std::vector<std::stri
                       pointers(environment).data());
 }
 
-int waitFor(pid_t pid) {
-  int status = 0;
+// 0, or why it is not known how the process ended.
+int waitFor(pid_t pid, int* status) {
   pid_t ended = -1;
   do {
-    ended = waitpid(pid, &status, 0);
+    ended = waitpid(pid, status, 0);
   } while (ended == -1 && errno == EINTR);
-  return status;
+  return ended == pid ? 0 : errno;
 }
 
 }  // namespace
@@ -113,15 +117,17 @@ ProgramResult runSubprocess(const std::vector<std::string>& arguments, std::stri
   posix_spawn_file_actions_init(&actions);
   for (int i = 0; i < 3 && result.startError == 0; ++i) {
     result.startError = streams[i].error();
-    posix_spawn_file_actions_adddup2(&actions, streams[i].descriptor(), i);
+    if (result.startError != 0) break;
+    result.startError = posix_spawn_file_actions_adddup2(&actions, streams[i].descriptor(), i);
   }
   pid_t pid = -1;
   if (result.startError == 0) result.startError = start(arguments, environment, actions, &pid);
   posix_spawn_file_actions_destroy(&actions);
   if (result.startError != 0) return result;
-  result.waitStatus = waitFor(pid);
-  result.output = streams[1].text();
-  result.error = streams[2].text();
+  result.answerError = waitFor(pid, &result.waitStatus);
+  const int readError = streams[1].read(&result.output);
+  if (result.answerError == 0) result.answerError = readError;
+  streams[2].read(&result.error);
   return result;
 }
 

@@ -125,8 +125,8 @@ std::vector<TaskEnd> awaitTasks(const Batch& batch, const std::vector<SubmittedA
   std::vector<TaskEnd> ends(batch.tasks.size());
   for (const SubmittedArray& array : arrays) {
     for (const std::int32_t element : array.part.elements) {
-      const TaskEnd end = elements[{array.id.number, element}].end.value_or(TaskEnd{});
-      setEnds(batch, array.part.layout, element, end, &ends);
+      const ElementId id = {array.id.number, element};
+      setEnds(batch, array.part.layout, id, elements[id].end.value_or(TaskEnd{}), &ends);
     }
   }
   return ends;

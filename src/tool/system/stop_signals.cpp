@@ -14,7 +14,7 @@ bool isIgnored(int signal) {
 }  // namespace
 
 std::vector<int> stopSignals() {
-  std::vector<int> signals = {SIGINT, SIGTERM, SIGHUP};
+  std::vector<int> signals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
   std::erase_if(signals, isIgnored);
   return signals;
 }

@@ -5,8 +5,8 @@
 
 namespace runlet_tool {
 
-// Those of SIGINT, SIGTERM and SIGHUP that are not ignored: who starts a program with nohup or in
-// the background means that.
+// Those of SIGINT, SIGTERM, SIGHUP and SIGQUIT that are not ignored: who starts a program with
+// nohup or in the background means that.
 std::vector<int> stopSignals();
 
 }  // namespace runlet_tool

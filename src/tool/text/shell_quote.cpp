@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "tool/text/utf8.h"
+#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -28,12 +29,14 @@ bool isSafe(std::string_view word) {
   return !word.empty() && word.find_first_not_of(safeCharacters) == std::string_view::npos;
 }
 
-bool needsCode(char c) {
-  return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+// Whether the word begins with a character that is shown as it is.
+bool isShown(std::string_view word) {
+  return utf8CharacterLength(word) > 0 && !isControlCharacter(word);
 }
 
 bool needsCodes(std::string_view word) {
-  return std::any_of(word.begin(), word.end(), needsCode) || !isUtf8(word);
+  while (!word.empty() && isShown(word)) word.remove_prefix(utf8CharacterLength(word));
+  return !word.empty();
 }
 
 void appendSingleQuoted(std::string_view word, std::string* line) {
@@ -60,10 +63,10 @@ void appendWithCodes(std::string_view word, std::string* line) {
   while (!word.empty()) {
     const std::size_t length = std::max<std::size_t>(utf8CharacterLength(word), 1);
     const char c = word.front();
-    if (length > 1 || (c >= ' ' && c <= '~' && c != '\'' && c != '\\')) {
+    if (isShown(word) && c != '\'' && c != '\\') {
       *line += word.substr(0, length);
     } else {
-      appendCode(c, line);
+      for (const char byte : word.substr(0, length)) appendCode(byte, line);
     }
     word.remove_prefix(length);
   }

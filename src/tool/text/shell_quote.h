@@ -8,8 +8,9 @@
 namespace runlet_tool {
 
 // Appends `word` to `*line` so that a shell takes it as exactly this one word, with a space in
-// front of it unless the line is empty. Control characters and bytes that are not UTF-8 make it a
-// $'...' word, as bash, zsh and ksh have them: pasted as they are, a terminal would act on them.
+// front of it unless the line is empty. Control characters (see isControlCharacter) and bytes
+// that are not UTF-8 make it a $'...' word, as bash, zsh and ksh have them: shown or pasted as they
+// are, a terminal would act on them.
 void appendShellWord(std::string_view word, std::string* line);
 
 // A command of these words.

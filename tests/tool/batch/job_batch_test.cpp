@@ -234,15 +234,5 @@ TEST(JobBatch, OfRootNeedsAUser) {
                 path + ": 1 task, 1 error\n");
 }
 
-TEST(JobBatch, KnowsTheProcessOfATask) {
-  Batch batch;
-  batch.context.jobFile = "/shots/a b.xml";
-  using Words = std::vector<std::string>;
-  EXPECT_EQ(execArguments(batch, 7), (Words{ownPath(), "exec", "/shots/a b.xml", "--task", "7"}));
-  batch.context.appPath = "-x/tool";
-  EXPECT_EQ(execArguments(batch, 12),
-            (Words{ownPath(), "exec", "/shots/a b.xml", "--task", "12", "-a", "-x/tool"}));
-}
-
 }  // namespace
 }  // namespace runlet_tool

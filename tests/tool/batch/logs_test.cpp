@@ -6,14 +6,16 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
+#include <functional>
 
 #include "adapter_test.h"
 #include "temp_folder.h"
-#include "tool/batch/task_user.h"
 
 namespace runlet_tool {
 namespace {
@@ -68,14 +70,37 @@ TEST(Logs, AreBegunAnew) {
   EXPECT_EQ(runlet_test::readFile(folder.file("shot-1.log")), "new");
 }
 
-// A run that waited for a reader could not even be interrupted.
-TEST(Logs, AreNoPipesThatNobodyReads) {
+// A run that waited for the reader of a pipe could not even be interrupted, and a link may lead to
+// the terminal of whoever starts it.
+TEST(Logs, AreNewFilesWhateverIsThere) {
   const TempFolder folder;
   Batch batch;
   fill(1, folder.path(), &batch);
-  ASSERT_EQ(mkfifo(folder.file("shot-1.log").c_str(), 0666), 0);
+  const std::string path = logPath(batch, 1);
+  const std::string other = folder.write("other", "kept");
+  const std::function<int()> things[] = {
+      [&] { return mkfifo(path.c_str(), 0666); },
+      [&] { return symlink("/dev/tty", path.c_str()); },
+      [&] { return symlink(other.c_str(), path.c_str()); },
+      [&] { return link(other.c_str(), path.c_str()); },
+      [&] { return symlink("/nowhere", path.c_str()); },
+      [&] { return chmod(folder.write("shot-1.log", "", 0666).c_str(), 0666); },
+  };
+  for (const auto& make : things) {
+    ASSERT_EQ(make(), 0);
+    const int log = openLog(batch, 1);
+    ASSERT_GE(log, 0);
+    close(log);
+    struct stat status {};
+    ASSERT_EQ(lstat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
+    EXPECT_EQ(status.st_nlink, 1U);
+    ASSERT_EQ(unlink(path.c_str()), 0);
+  }
+  EXPECT_EQ(runlet_test::readFile(other), "kept");
+  folder.makeFolder("shot-1.log");
   EXPECT_EQ(openLog(batch, 1), -1);
-  EXPECT_EQ(errno, ENXIO);
+  EXPECT_EQ(errno, EISDIR);
 }
 
 TEST(Logs, AreInAFolderThatIsMadeForThem) {
@@ -85,6 +110,48 @@ TEST(Logs, AreInAFolderThatIsMadeForThem) {
   EXPECT_TRUE(makeLogFolder(batch, "run"));
   EXPECT_TRUE(makeLogFolder(batch, "run"));  // it may be there
   EXPECT_GE(runlet_test::modeOf(folder.file("a/b c/d")), 0);
+}
+
+// Whatever the mask of this process is; it stays.
+void expectModes(bool isOfAnother) {
+  const struct {
+    mode_t own;
+    std::int32_t ofJob;
+    int log;
+    int folder;
+  } rows[] = {
+      {022, 022, 0644, 0755}, {022, 077, 0600, 0700}, {077, 022, 0644, 0755},
+      {0, 0, 0644, 0755},     {022, 027, 0640, 0750}, {0, 0777, 0600, 0700},
+      {0777, 0, 0644, 0755},  {0, 0400, 0644, 0755},  {022, -1, 0600, 0700},
+  };
+  const mode_t before = umask(0);
+  for (const auto& row : rows) {
+    const TempFolder folder;
+    Batch batch;
+    const std::string logs = folder.makeFolder("open", 0777) + "/a/b";
+    isOfAnother ? fillForAnother(logs, &batch) : fill(1, logs, &batch);
+    batch.context.umask = row.ofJob;
+    umask(row.own);
+    ASSERT_TRUE(makeLogFolder(batch, "run"));
+    const int log = openLog(batch, 1);
+    EXPECT_GE(log, 0);
+    close(log);
+    EXPECT_EQ(umask(row.own), row.own);
+    EXPECT_EQ(runlet_test::modeOf(logPath(batch, 1)), row.log) << row.own << " " << row.ofJob;
+    for (const std::string& path : {logs, folder.file("open/a")}) {
+      EXPECT_EQ(runlet_test::modeOf(path), row.folder) << row.own << " " << row.ofJob;
+    }
+  }
+  umask(before);
+}
+
+TEST(Logs, AreForThoseThatTheMaskOfTheJobLeavesThemTo) {
+  expectModes(false);
+}
+
+TEST(LogsOfAnother, AreForThoseThatTheMaskOfTheJobLeavesThemTo) {
+  REQUIRE_ROOT();
+  expectModes(true);
 }
 
 void expectNoLogFolder(const Batch& batch, const std::string& reason) {
@@ -124,17 +191,63 @@ TEST(LogsOfAnother, BelongToThatUser) {
   EXPECT_EQ(getegid(), getgid());
 }
 
-TEST(LogsOfAnother, DoNotGoWhereThatUserMayNotWrite) {
+// In a folder for everybody, where names are their owners' or not.
+TEST(LogsOfAnother, AreNotFilesOfOthers) {
   REQUIRE_ROOT();
   const TempFolder folder;
-  const std::string secret = folder.write("of root", "kept", 0660);  // the group's as well
-  const std::string logs = folder.makeFolder("logs", 0777);
-  ASSERT_EQ(symlink(secret.c_str(), (logs + "/shot-1.log").c_str()), 0);
+  for (const unsigned mode : {0777U, 01777U}) {
+    const std::string logs = folder.makeFolder(std::to_string(mode), mode);
+    ASSERT_EQ(chmod(logs.c_str(), mode), 0);
+    const std::string path = logs + "/shot-1.log";
+    close(creat(path.c_str(), 0666));
+    ASSERT_EQ(chown(path.c_str(), 71, 72), 0);
+    Batch batch;
+    fillForAnother(logs, &batch);
+    const int log = openLog(batch, 1);
+    const int error = errno;
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    if (mode == 0777) {
+      EXPECT_GE(log, 0);
+      EXPECT_EQ(status.st_uid, otherId);
+      close(log);
+    } else {
+      EXPECT_EQ(log, -1);
+      EXPECT_EQ(error, EPERM);
+      EXPECT_EQ(status.st_uid, 71U);
+    }
+  }
+}
+
+// An entry of an access list: what it is for, and the rights. The kernel has them one after the
+// other, with the version 2 before them.
+struct AccessEntry {
+  std::uint16_t tag;
+  std::uint16_t rights;
+  std::uint32_t id;
+};
+
+// Lets everybody do everything with what is made in the folder, whatever mask there is; but nothing
+// where the file system has no such lists.
+void letEverybody(const std::string& folder) {
+  const struct {
+    std::uint32_t version;
+    AccessEntry entries[3];
+  } list = {2, {{1, 7, 0xffffffff}, {4, 7, 0xffffffff}, {32, 7, 0xffffffff}}};
+  setxattr(folder.c_str(), "system.posix_acl_default", &list, sizeof list, 0);
+}
+
+TEST(Logs, AreNotOpenToOthersByTheListOfTheFolder) {
+  const TempFolder folder;
+  letEverybody(folder.path());
   Batch batch;
-  fillForAnother(logs, &batch);
-  EXPECT_EQ(openLog(batch, 1), -1);
-  EXPECT_EQ(errno, EACCES);
-  EXPECT_EQ(runlet_test::readFile(secret), "kept");
+  fill(1, folder.file("a/b"), &batch);
+  batch.context.umask = 027;
+  ASSERT_TRUE(makeLogFolder(batch, "run"));
+  close(openLog(batch, 1));
+  EXPECT_EQ(runlet_test::modeOf(folder.file("a")), 0750);
+  EXPECT_EQ(runlet_test::modeOf(folder.file("a/b")), 0750);
+  EXPECT_EQ(runlet_test::modeOf(logPath(batch, 1)), 0640);
 }
 
 TEST(LogsOfAnother, AreRefusedInAFolderThatIsNotForThatUser) {
@@ -158,32 +271,14 @@ TEST(LogsOfAnother, AreRefusedInAFolderThatThatUserCannotMake) {
   expectNoLogFolder(batch, "Permission denied");
 }
 
-TEST(AsTaskUser, GivesBackTheGroupsThatItPutAside) {
-  REQUIRE_ROOT();
-  const gid_t groups[] = {7, 9};
-  const auto change = [&] {
-    if (setgroups(2, groups) != 0) _exit(2);
-    Batch batch;
-    fillForAnother("", &batch);
-    {
-      const AsTaskUser user(batch.context);
-      if (!user.isTaken() || getgroups(0, nullptr) != 0 || geteuid() != otherId) _exit(3);
-    }
-    gid_t after[2] = {};
-    _exit(getgroups(2, after) == 2 && after[0] == 7 && after[1] == 9 && geteuid() == 0 ? 0 : 4);
-  };
-  EXPECT_EXIT(change(), testing::ExitedWithCode(0), "");
-}
-
 // Where root has lost the right to become another user, as in a container.
-TEST(AsTaskUser, IsNotTakenWithoutTheRight) {
+TEST(LogsOfAnother, AreRefusedWithoutTheRightToBecomeThatUser) {
   REQUIRE_ROOT();
   Batch batch;
   fillForAnother("", &batch);
   batch.context.uid = -1;  // is refused by the system
   const TempFolder folder;
   batch.logFolder = folder.file("logs");
-  EXPECT_FALSE(AsTaskUser(batch.context).isTaken());
   expectNoLogFolder(batch, "Invalid argument");
   EXPECT_EQ(openLog(batch, 1), -1);
   EXPECT_EQ(runlet_test::modeOf(folder.file("logs")), -1);

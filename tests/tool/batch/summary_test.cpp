@@ -85,33 +85,5 @@ TEST(Summary, IsFineOnlyWhenAllHaveSucceeded) {
   EXPECT_EQ(status, exitFailing);
 }
 
-TEST(Summary, IsReadBack) {
-  Batch batch;
-  fill(100, {3, 4, 50, 99}, &batch);
-  const std::vector<TaskEnd> ends = {{Ending::killed, 11, ""},
-                                     succeeded,
-                                     {Ending::other, 0, "cancelled"},
-                                     {Ending::timedOut, 0, ""}};
-  int status = 0;
-  const std::string text = "Something in front\n" + summaryOf(batch, ends, &status) + "and behind";
-  std::vector<TaskEnd> read(4);
-  readSummary(batch, text, &read);
-  EXPECT_EQ(read, ends);
-}
-
-TEST(Summary, IsReadForTheTasksOfTheBatchAlone) {
-  Batch batch;
-  fill(9, {3, 5}, &batch);
-  const TaskEnd before = {Ending::other, 0, "unknown"};
-  for (const char* text :
-       {"", "\n", "task", "task :", "task x: succeeded: a", "task 4: succeeded: a\n",
-        "task 99999999999: succeeded: a", "task 3 succeeded: a", "task 3: succeeded",
-        "task -3: succeeded: a", "a task 3: succeeded: a\n"}) {
-    std::vector<TaskEnd> ends = {before, before};
-    readSummary(batch, text, &ends);
-    EXPECT_EQ(ends, (std::vector<TaskEnd>{before, before})) << text;
-  }
-}
-
 }  // namespace
 }  // namespace runlet_tool

@@ -47,16 +47,5 @@ TEST(TaskEnd, IsToldInWords) {
   for (const TextRow& row : textRows) EXPECT_EQ(describe(row.end()), row.text);
 }
 
-TEST(TaskEnd, IsReadBackFromItsWords) {
-  for (const TextRow& row : textRows) EXPECT_EQ(endOfText(row.text), row.end()) << row.text;
-}
-
-TEST(TaskEnd, IsAWordForAnyOtherText) {
-  for (const char* text : {"", "succeeded?", "failed with exit code ", "failed with exit code x",
-                           "killed by signal ", "Timed out"}) {
-    EXPECT_EQ(endOfText(text), (TaskEnd{Ending::other, 0, text})) << text;
-  }
-}
-
 }  // namespace
 }  // namespace runlet_tool

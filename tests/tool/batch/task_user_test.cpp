@@ -2,8 +2,14 @@
 
 #include "tool/batch/task_user.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/securebits.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,11 +17,14 @@
 #include <cstdio>
 
 #include "adapter_test.h"
+#include "temp_folder.h"
+#include "tool/system/paths.h"
 
 namespace runlet_tool {
 namespace {
 
 using runlet_test::otherId;
+using runlet_test::TempFolder;
 
 constexpr auto other = static_cast<std::int32_t>(otherId);
 
@@ -97,37 +106,127 @@ TEST(SettledIdentity, LeavesAMissingGroupToBeRefused) {
   EXPECT_EXIT(settle(), testing::ExitedWithCode(0), "^$");
 }
 
+// What files are not made with.
+mode_t ownMask() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return mask;
+}
+
+int openNull() {
+  return open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
 TEST(AsTaskUser, IsTheCallerWhoIsNotRoot) {
-  REQUIRE_ROOT();
   const auto take = [] {
-    becomeOther();
-    const AsTaskUser user(contextOf(71, 72));
-    _exit(user.isTaken() && geteuid() == otherId && getegid() == otherId ? 0 : 1);
+    if (geteuid() == 0) becomeOther();
+    umask(012);
+    const uid_t own = geteuid();
+    const int descriptor = doAsTaskUser(contextOf(71, 72), [&] {
+      if (geteuid() != own || ownMask() != 0) _exit(2);
+      return openNull();
+    });
+    _exit(descriptor >= 0 && ownMask() == 012 ? 0 : 1);
   };
   EXPECT_EXIT(take(), testing::ExitedWithCode(0), "^$");
 }
 
-TEST(AsTaskUser, KeepsTheErrorOfWhatWasDone) {
+TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
   REQUIRE_ROOT();
-  {
-    const AsTaskUser user(contextOf(71, 72));
-    ASSERT_TRUE(user.isTaken());
-    EXPECT_EQ(geteuid(), 71U);
-    EXPECT_EQ(getegid(), 72U);
-    errno = ENOSPC;
-  }
-  EXPECT_EQ(errno, ENOSPC);
+  const mode_t mask = ownMask();
+  bool isHere = false;
+  const int open = fcntl(STDERR_FILENO, F_DUPFD, STDERR_FILENO + 2);
+  const int descriptor = doAsTaskUser(contextOf(71, 72), [&] {
+    isHere = true;
+    uid_t user[3];
+    gid_t group[3];
+    getresuid(&user[0], &user[1], &user[2]);
+    getresgid(&group[0], &group[1], &group[2]);
+    for (int i = 0; i < 3; ++i) {
+      if (user[i] != 71 || group[i] != 72) _exit(2);
+    }
+    if (getgroups(0, nullptr) != 0 || ownMask() != 0) _exit(3);
+    if (getsid(0) != getpid() || currentFolder() != "/") _exit(4);
+    if (fcntl(STDERR_FILENO + 2, F_GETFD) != -1) _exit(5);
+    if (prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) != 0) _exit(6);
+    return openNull();
+  });
+  close(open);
+  ASSERT_GE(descriptor, 0);
+  EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+  close(descriptor);
+  EXPECT_FALSE(isHere);
   EXPECT_EQ(geteuid(), 0U);
+  EXPECT_EQ(ownMask(), mask);
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
-// Whoever cannot go back to the rights that it had must not go on at all.
-TEST(AsTaskUser, EndsTheProcessThatCannotGoBack) {
+// Where root is set not to lose its capabilities with the user.
+TEST(AsTaskUser, HasNoCapabilityOfRoots) {
   REQUIRE_ROOT();
-  const auto lose = [] {
-    const AsTaskUser user(contextOf(71, 72));
-    if (setresuid(71, 71, 71) != 0) _exit(97);
+  const TempFolder folder;
+  const auto look = [&] {
+    prctl(PR_SET_SECUREBITS, SECBIT_NO_SETUID_FIXUP, 0, 0, 0);
+    const std::string path = folder.file("made");
+    const int result = doAsTaskUser(contextOf(71, 72), [&] { return creat(path.c_str(), 0600); });
+    _exit(result == -1 && errno == EACCES ? 0 : 1);
   };
-  EXPECT_EXIT(lose(), testing::KilledBySignal(SIGABRT), "^$");
+  EXPECT_EXIT(look(), testing::ExitedWithCode(0), "^$");
+}
+
+TEST(AsTaskUser, KeepsTheErrorOfWhatWasDone) {
+  REQUIRE_ROOT();
+  EXPECT_EQ(doAsTaskUser(contextOf(71, 72),
+                         [] {
+                           errno = ENOSPC;
+                           return -1;
+                         }),
+            -1);
+  EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST(AsTaskUser, HasAnErrorOfItsOwnWhereTheProcessEnds) {
+  REQUIRE_ROOT();
+  EXPECT_EQ(doAsTaskUser(contextOf(71, 72), [] { return raise(SIGKILL); }), -1);
+  EXPECT_EQ(errno, EIO);
+}
+
+// The user may stop it: whoever waits can be asked to end.
+TEST(AsTaskUser, IsNotWaitedForWhenTheCallerIsAskedToEnd) {
+  REQUIRE_ROOT();
+  const auto wait = [] {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    raise(SIGTERM);
+    const int result = doAsTaskUser(contextOf(71, 72), [] { return raise(SIGSTOP); });
+    const bool isOver = errno == ETIMEDOUT && waitpid(-1, nullptr, WNOHANG) == -1;
+    _exit(result == -1 && isOver ? 0 : 1);
+  };
+  EXPECT_EXIT(wait(), testing::ExitedWithCode(0), "^$");
+}
+
+// Whoever cannot become the user does nothing.
+TEST(AsTaskUser, IsRefusedByTheSystemWithItsReason) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
+  const std::string made = folder.file("made");
+  EXPECT_EQ(doAsTaskUser(contextOf(-1, 72), [&] { return creat(made.c_str(), 0600); }), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(runlet_test::modeOf(made), -1);
+}
+
+TEST(AsTaskUser, NeedsADescriptorToHearOfIt) {
+  REQUIRE_ROOT();
+  const auto ask = [] {
+    doAsTaskUser(contextOf(71, 72), openNull);  // a sanitizer needs some for its first look
+    const rlimit few{3, 3};
+    setrlimit(RLIMIT_NOFILE, &few);
+    const int result = doAsTaskUser(contextOf(71, 72), openNull);
+    _exit(result == -1 && errno == EMFILE ? 0 : 1);
+  };
+  EXPECT_EXIT(ask(), testing::ExitedWithCode(0), "^$");
 }
 
 }  // namespace

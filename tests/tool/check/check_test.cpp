@@ -108,7 +108,7 @@ TEST_F(Check, TellsOfEveryFile) {
 TEST_F(Check, ShowsControlCharactersInOneLine) {
   const std::string job = write("job.xml", "{a}", "{a&#10;b\x7f}");
   const std::string output = runTool({"check", job}).output;
-  EXPECT_NE(output.find("RJ073: a\\x0ab\\x7f: "), std::string::npos) << output;
+  EXPECT_NE(output.find("RJ073: a\\nb\\x7f: "), std::string::npos) << output;
 }
 
 TEST_F(Check, WritesJson) {
@@ -128,6 +128,7 @@ TEST_F(Check, WritesJson) {
           "   \"errors\": 0,\n"
           "   \"warnings\": 1,\n"
           "   \"notes\": 0,\n"
+          "   \"leftOut\": {},\n"
           "   \"findings\": [\n"
           "    {\n"
           "     \"code\": \"RJ071\",\n"
@@ -150,6 +151,7 @@ TEST_F(Check, WritesJson) {
           "   \"errors\": 0,\n"
           "   \"warnings\": 0,\n"
           "   \"notes\": 0,\n"
+          "   \"leftOut\": {},\n"
           "   \"findings\": []\n"
           "  }\n"
           " ]\n"

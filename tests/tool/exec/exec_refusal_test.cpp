@@ -127,6 +127,8 @@ TEST_F(ExecRefusal, IsForACommandLineThatIsWrong) {
       {{jobFile_, "--task", "1", "--task", "1"}, "--task: At Most 1 required but received 2"},
       {{jobFile_, jobFile_, "--task", "1"}, "The following argument was not expected: " + jobFile_},
       {{jobFile_, "--task", "1", "--user"}, "The following argument was not expected: --user"},
+      {{jobFile_, "--task", "1", "--keep-env", "A=b"}, "--keep-env: A=b is no name of a variable"},
+      {{jobFile_, "--task", "1", "--keep-env", ""}, "--keep-env:  is no name of a variable"},
       {{jobFile_, "--task", "1", "-u", "root"},
        "The following arguments were not expected: root -u"},
   };

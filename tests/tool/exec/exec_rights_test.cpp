@@ -1,7 +1,6 @@
 // As whom runlet-job exec runs a task.
 
 #include <fcntl.h>
-#include <grp.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -10,6 +9,7 @@
 #include <filesystem>
 
 #include "exec_run.h"
+#include "rights_of_another.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -151,11 +151,44 @@ TEST_F(ExecRights, OfTheCallerHoldForFolderAndProgram) {
   EXPECT_EQ(modeOf(bin + "render"), 0700);
 }
 
+// Whoever starts it: whether it matters is not for a look at the caller to decide.
+TEST_F(ExecRights, AreNotRootsForAnIdThatDoesNotSayZero) {
+  const std::string own = std::to_string(getegid());
+  const struct {
+    const char* uid;
+    std::string gid;
+    const char* name;
+  } rows[] = {
+      {"ann", own, "uid"},   {"0x3e8", own, "uid"}, {"4294967296", own, "uid"},
+      {"0", "staff", "gid"}, {"-", "staff", "uid"}, {"71", "0.5", "gid"},
+  };
+  for (const auto& row : rows) {
+    setIds(row.uid, row.gid);
+    const std::string refusal = std::string("runlet-job: the task is not started: the ") +
+                                row.name + " of " + jobFile_ +
+                                " is root's without saying so; see: runlet-job explain RJ034\n";
+    expectTool(become(), "", refusal, "exit 125");
+    expectTool(runProcess(unprivilegedExec(task())), "", refusal, "exit 125");
+  }
+  EXPECT_FALSE(std::filesystem::exists(work_ + "/report"));
+}
+
 // With root from here on: the change of identity is a real one.
 class ExecRightsOfRoot : public ExecRights {
  protected:
   void SetUp() override {
     REQUIRE_ROOT();
+  }
+
+  // A fault of tests/support/faults.cpp.
+  ProcessOptions withFault(const std::string& fault, const Strings& more = {}) const {
+    ProcessOptions options = exec(task(1, more));
+    options.arguments.insert(options.arguments.end(), {"--keep-env", "RUNLET_FAULT"});
+    options.environment.insert(options.environment.end(),
+                               {{"LD_PRELOAD", faultsPath},
+                                {"RUNLET_FAULT", fault},
+                                {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+    return options;
   }
 };
 
@@ -171,26 +204,132 @@ TEST_F(ExecRightsOfRoot, BecomeTheJobsUserAndGroup) {
       {"0", "72", 0, 72},
       {"71", "0", 71, 0},
       {"0", "0", 0, 0},
-      {"abc", "x", 0, 0},
       {"4294967367", "72y", 71, 72},
       {"-2", "-3", 4294967294, 4294967293},
   };
   for (const auto& row : rows) {
     setIds(row.uid, row.gid);
-    expectTool(become(), calling_, "", "exit 0");
+    // Or the task would leave its counters here where coverage is measured.
+    expectTool(become(1, {"--keep-env", "LLVM_PROFILE_FILE"}), calling_, "", "exit 0");
     expectRanAs(row.ranAsUid, row.ranAsGid);
   }
 }
 
-TEST_F(ExecRightsOfRoot, LeaveSupplementaryGroupsAlone) {
-  setIds("71", "72");
+TEST_F(ExecRightsOfRoot, HaveNoGroupOfRootForAnotherUser) {
+  setIds("4200071", "72");
   ProcessOptions options = exec(task());
-  options.prepare = [] {
-    const gid_t groups[] = {5, 12345};
-    if (setgroups(2, groups) != 0) _exit(97);
-  };
+  options.prepare = setStrangeGroups;
+  expectTool(runProcess(options), calling_, "", "exit 0");
+  EXPECT_EQ(workReport()["Groups:"], Strings{" "});
+
+  setIds("0", "72");
   expectTool(runProcess(options), calling_, "", "exit 0");
   EXPECT_EQ(workReport()["Groups:"], Strings{"5 12345 "});
+}
+
+TEST_F(ExecRightsOfRoot, IncludeTheGroupsOfTheUser) {
+  setIds("71", "72");
+  ProcessOptions options = withFault("known-user");
+  options.prepare = setStrangeGroups;
+  expectTool(runProcess(options), calling_, "", "exit 0");
+  EXPECT_EQ(workReport()["Groups:"], Strings{"7 73 "});
+}
+
+TEST_F(ExecRightsOfRoot, HaveTheEnvironmentOfTheUser) {
+  setIds("4200071", "72");
+  expectEnvironmentOfTheUser(
+      [this](const std::string& fault, const Strings& words, const Variables& variables) {
+        ProcessOptions options = withFault(fault, words);
+        options.environment.insert(options.environment.end(), variables.begin(), variables.end());
+        expectTool(runProcess(options), calling_, "", "exit 0");
+        return workReport();
+      });
+}
+
+TEST_F(ExecRightsOfRoot, LeaveOpenFilesOfRootBehind) {
+  const std::string secret = folder_.write("secret", "of root", 0600);
+  for (const char* redirect : {"yes", "no"}) {
+    job_.set("redirectStderr", redirect);
+    setIds("71", "72");
+    ProcessOptions options = exec(task());
+    options.prepare = [&] { openAs(6, secret, O_RDONLY); };
+    expectTool(runProcess(options), calling_, "", "exit 0");
+    EXPECT_EQ(workReport()["descriptor"].size(), 3U);
+  }
+}
+
+TEST_F(ExecRightsOfRoot, DoNotIncludeAmbientCapabilities) {
+  setIds("71", "72");
+  ProcessOptions options = unprivilegedExec(task());
+  options.prepare = [] { haveAmbientCapabilities(otherId); };
+  expectTool(runProcess(options), calling_, note(1, otherId, otherId, "user 71 and group 72"),
+             "exit 0");
+  expectNoCapabilities(workReport());
+  expectRanAs(otherId, otherId);
+}
+
+TEST_F(ExecRightsOfRoot, AreNoMoreThanTheUsersOrNothingIsStarted) {
+  const std::string more =
+      "runlet-job: the task is not started: it would have more rights than user 71 and group 72\n";
+  const struct {
+    const char* fault;
+    std::string error;
+  } rows[] = {
+      {"keeps-root", more},
+      {"keeps-group", more},
+      {"keeps-capability", more},
+      {"capget-refused", more},
+      {"no-setgroups",
+       "runlet-job: the groups of user 71 cannot be taken: Operation not permitted\n"},
+      {"keyring-quota", "runlet-job: no session keyring for the task: Disk quota exceeded\n"},
+  };
+  setIds("71", "72");
+  for (const auto& row : rows) {
+    expectTool(runProcess(withFault(row.fault)), calling_, row.error, "exit 125");
+    EXPECT_FALSE(std::filesystem::exists(work_ + "/report")) << row.fault;
+  }
+}
+
+TEST_F(ExecRightsOfRoot, IncludeASessionKeyringOfTheirOwn) {
+  const std::string keyring = folder_.file("keyring");
+  for (const char* uid : {"71", "0"}) {
+    setIds(uid, "72");
+    ProcessOptions options = exec(task());
+    options.prepare = [&] { joinNewKeyring(keyring); };
+    const ProcessResult result = runProcess(options);
+    expectTool(result, calling_, "", "exit 0");
+    expectKeyring(keyring, workReport(), result.error, std::string(uid) != "0");
+  }
+}
+
+// Without which they can do, with a note.
+TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
+  const struct {
+    const char* fault;
+    std::string reason;
+  } rows[] = {
+      {"no-keyrings", "Function not implemented"},
+      {"keyrings-refused", "Operation not permitted"},
+      {"keyrings-forbidden", "Permission denied"},
+  };
+  for (const auto& row : rows) {
+    setIds("71", "72");
+    const ProcessResult result = runProcess(withFault(row.fault));
+    EXPECT_EQ(result.output, calling_);
+    EXPECT_EQ(result.error, "runlet-job: no session keyring for the task: " + row.reason +
+                                "; it keeps the one of its starter\n");
+    EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
+    expectRanAs(71, 72);
+    setIds("0", "0");
+    expectTool(runProcess(withFault(row.fault)), calling_, "", "exit 0");
+    expectRanAs(0, 0);
+  }
+}
+
+// As long as the process is the user's and its memory root's.
+TEST_F(ExecRightsOfRoot, LeaveNoCoreFileOfRootsMemory) {
+  setIds("71", "72");
+  expectTool(runProcess(withFault("core-files")), calling_, noCoreFiles, "exit 0");
 }
 
 TEST_F(ExecRightsOfRoot, NeedAUser) {
@@ -224,6 +363,55 @@ TEST_F(ExecRightsOfRoot, AreTakenBehindFolderAndChmod) {
   expectTool(become(1, {"-a", bin}), calling(bin + "render x", closed) + "71\n" + closed + "\n", "",
              "exit 0");
   EXPECT_EQ(modeOf(bin + "render"), 0755);
+}
+
+// With any other the job says where the program is.
+TEST_F(ExecRightsOfRoot, AreNotLentWithoutTheFolderOfTheApplication) {
+  const std::string secret = folder_.write("secret", "", 0600);
+  job_.arguments = secret + " x";
+  setIds("71", "72");
+  for (const char* application : {"tool", "./tool", "bin/tool"}) {
+    expectTool(become(1, {"-a", application}), "",
+               std::string("runlet-job: -a ") + application +
+                   ": for a task of another user the application has to be a full path\n",
+               "exit 125");
+  }
+  EXPECT_EQ(modeOf(secret), 0600);
+}
+
+TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
+  const std::string bin = folder_.makeFolder("bin") + "/";
+  folder_.write("secret", "", 0600);
+  folder_.makeFolder("bin/folder", 0700);
+  ASSERT_EQ(symlink(folder_.file("secret").c_str(), (bin + "link").c_str()), 0);
+  ASSERT_EQ(chmod(folder_.write("bin/privileged", "").c_str(), 04755), 0);
+  const struct {
+    std::string program;
+    const char* what;
+  } rows[] = {
+      {"render>made", "a shell of root's would read the path "},
+      {"$(touch${IFS}made)", "a shell of root's would read the path "},
+      {"../secret", "root would change the mode of "},
+      {"x/../../secret", "root would change the mode of "},
+      {"..", "root would change the mode of "},
+      {".", "root would change the mode of "},
+      {"folder", "root would change the mode of "},
+      {"link", "root would change the mode of "},
+      {"privileged", "root would change the mode of "},
+  };
+  setIds("71", "72");
+  for (const auto& row : rows) {
+    job_.arguments = row.program + " x";
+    write(job_);
+    expectTool(
+        become(1, {"-a", bin}), "",
+        "runlet-job: the task is not started: with -a " + (row.what + bin) + row.program + "\n",
+        "exit 125");
+  }
+  EXPECT_FALSE(std::filesystem::exists(work_ + "/made"));
+  EXPECT_EQ(modeOf(folder_.file("secret")), 0600);
+  EXPECT_EQ(modeOf(bin + "folder"), 0700);
+  EXPECT_EQ(modeOf(bin + "privileged"), 04755);
 }
 
 // And the program is looked for with those of the task.

@@ -278,7 +278,7 @@ TEST_F(Expand, WritesJson) {
           "\"calling\":\"Calling '/x/bake \\\"\\\"b\xc3\xbf\\\" west' from '/srv/clouds'\","
           "\"commandLine\":\"/x/bake \\\"\\\"b\xc3\xbf\\\" west\",\"argv\":[\"/x/bake\",\"\","
           "\"b\xc3\xbf\\\"\",\"west\"],\"message\":null,\"reason\":null,\"bytes\":true}"
-          "\n]}\n",
+          "\n], \"leftOut\": 0}\n",
       "", "exit 0");
 }
 
@@ -297,13 +297,13 @@ TEST_F(Expand, WritesJsonForWhatIsNotStarted) {
           "\n {\"task\":2,\"outcome\":\"notReached\",\"folder\":null,\"chmod\":null,"
           "\"calling\":null,\"commandLine\":null,\"argv\":null,\"message\":null,\"reason\":"
           "\"task 1 ended the request\",\"bytes\":false}"
-          "\n]}\n",
+          "\n], \"leftOut\": 0}\n",
       "", "exit 1");
   folder_.write("job.xml", "<J/>");
   expectTool(run({"--json"}),
              head +
                  "\"refused\",\"message\":\"Runlet adapter: Invalid XML job syntax.\","
-                 "\"bytes\":false, \"tasks\": [\n]}\n",
+                 "\"bytes\":false, \"tasks\": [\n], \"leftOut\": 0}\n",
              "", "exit 1");
 }
 

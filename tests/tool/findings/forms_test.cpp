@@ -120,6 +120,25 @@ TEST_F(Forms, OfWhiteSpace) {
   });
 }
 
+TEST_F(Forms, OfControlCharacters) {
+  folder_.makeFolder("a\x7f");
+  folder_.makeFolder("a\nb\t");
+  expectCodes({
+      {"RJ040", "{dawn}", "{d&#x1b;awn}"},
+      {"RJ040", "{dawn}",
+       "<![CDATA[{d\xc2\x9b"
+       "awn}]]>"},
+      {"RJ040", "{dawn}", "{d\xe2\x80\xaenwa}"},
+      {"RJ040", "{scene}", "{sce\x08ne}"},
+      {"RJ073 RJ040", "{harbour}", "{har&#13;bour}"},
+      {"RJ040", "<uid>", "<WorkingFolder>@FOLDER@/a\x7f</WorkingFolder><uid>"},
+      {"RJ040", "<uid>", "<LogFolder>/tmp/\xe2\x81\xa6</LogFolder><uid>"},
+      {"RJ040", "<uid>", "<Outputs>/tmp/\xd8\x9c</Outputs><uid>"},
+      {"", "<uid>", "<WorkingFolder>@FOLDER@/a&#10;b&#9;</WorkingFolder><uid>"},
+      {"", "{dawn}", "{dawn&#9;f\xc3\xbcr}"},
+  });
+}
+
 TEST_F(Forms, OfNumbers) {
   expectCodes({
       {"RJ027", "<uid>", "<TaskNameIdx/><uid>"},
@@ -133,6 +152,18 @@ TEST_F(Forms, OfNumbers) {
       {"RJ030", "<uid>1000", "<uid>4294968296"},
       {"RJ032", "18", "-1"},
       {"RJ034", "<uid>1000", "<uid>artist"},
+      {"RJ034", "<gid>1000", "<gid>artists"},
+      {"RJ034 RJ028", "<uid>1000", "<uid>0x3e8"},
+      {"RJ030 RJ034", "<uid>1000", "<uid>4294967296"},
+      {"RJ034 RJ012", "<uid>1000", "<uid>0<!-- -->1000"},
+      {"RJ034", "<uid>1000", "<uid>&#0;1000"},
+      {"RJ034", "<uid>1000", "<uid>0&#0;1000"},
+      {"RJ035", "<uid>1000", "<uid>&#48;"},
+      {"RJ034 RJ028", "<gid>1000", "<gid>-0.5"},
+      {"RJ034 RJ009", "<uid>1000</uid>", "<uid>0</uid><uid>1000</uid>"},
+      {"RJ035", "<uid>1000", "<uid> 0 "},
+      {"RJ035", "<uid>1000", "<uid>+00<!-- root -->"},
+      {"", "<gid>1000", "<gid>0"},
       {"RJ036", "<gid>1000", "<gid>-1"},
       {"RJ037", "<uid>1000", "<uid>-1"},
       {"RJ038", "30", "0"},

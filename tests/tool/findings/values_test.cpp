@@ -121,7 +121,7 @@ TEST_F(ValueFindings, RJ033FlagThatMeansNo) {
 }
 
 TEST_F(ValueFindings, RJ034IdWithoutDigitsIsRoots) {
-  expectFound({{"RJ034", "warning", 6, 10, "artists", ""}});
+  expectFound({{"RJ034", "error", 6, 10, "artists", ""}});
   unprivileged_ = true;
   expectBad(calling("/bin/echo 1", folder()), "Cannot set gid 0: Operation not permitted",
             "exit 255");
@@ -161,6 +161,11 @@ TEST_F(ValueFindings, RJ039TimeLimitWraps) {
   expectInTime(bad, 12704);
   expectTimeOut(bad, 12705);
   expectInTime(mended, 12705);
+}
+
+TEST_F(ValueFindings, RJ040ControlCharacter) {
+  expectFound({{"RJ040", "warning", 3, 31, "\x1b", ""}});
+  expectEchoed("1 \x1b[8m", "1 [8m");
 }
 
 }  // namespace

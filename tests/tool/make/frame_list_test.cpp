@@ -40,10 +40,10 @@ TEST(FrameList, Tasks) {
       // ranges may lie in each other as long as they share no frame
       {"1-9x2,2-8x2", 9, {"frames 1-9\t1\t9", "frames 2-8\t2\t8"}},
       {"0-100x50,7", 3, {"frames 0-100\t0\t100", "frame 7\t7\t7"}},
-      {"-2147483648-2147483647",
-       2147483647,
-       {"frames -2147483648--2	-2147483648	-2", "frames -1-2147483645	-1	2147483645",
-        "frames 2147483646-2147483647	2147483646	2147483647"}},
+      {"-2147483648-2147483647x1000",
+       4000000,
+       {"frames -2147483648-1852515352	-2147483648	1852515352",
+        "frames 1852516352-2147483352	1852516352	2147483352"}},
       {"2147483646-2147483647x2147483647", 1, {"frame 2147483646\t2147483646\t2147483646"}},
   };
   for (const GoodRow& row : rows) {
@@ -70,9 +70,33 @@ TEST(FrameList, HasAsManyAsAMillionTasks) {
   EXPECT_EQ(tasks.size(), 1000000U);
   EXPECT_FALSE(appendFrameTasks("1-1000000,0", 1, &tasks, &reason));
   EXPECT_EQ(reason, "1000001 tasks are more than a million");
-  EXPECT_FALSE(appendFrameTasks("-2147483648-2147483647", 4294, &tasks, &reason));
-  EXPECT_EQ(reason, "1000226 tasks are more than a million");
+  EXPECT_FALSE(appendFrameTasks("-2147483648-2147483647x1000", 4, &tasks, &reason));
+  EXPECT_EQ(reason, "1073742 tasks are more than a million");
   EXPECT_TRUE(appendFrameTasks("1-2000000", 2, &tasks, &reason)) << reason;
+}
+
+TEST(FrameList, HasAsManyAsTenMillionFrames) {
+  runlet::StringList tasks;
+  std::string reason;
+  EXPECT_TRUE(appendFrameTasks("1-9999999,0", 1000, &tasks, &reason)) << reason;
+  EXPECT_EQ(tasks.size(), 10001U);
+  EXPECT_FALSE(appendFrameTasks("1-10000000,0", 1000, &tasks, &reason));
+  EXPECT_EQ(reason, "10000001 frames are more than ten million");
+  EXPECT_EQ(tasks.size(), 10001U);
+}
+
+// As long as a word of a command line may be. Compared with each other, they would take minutes.
+TEST(FrameList, MayHaveThousandsOfRanges) {
+  std::string list;
+  for (int first = 1; first <= 6000; ++first) {
+    list += std::to_string(first) + "-2147483647x2100000,";
+  }
+  runlet::StringList tasks;
+  std::string reason;
+  EXPECT_TRUE(appendFrameTasks(list + "0", 2000, &tasks, &reason)) << reason;
+  EXPECT_EQ(tasks.size(), 6001U);
+  EXPECT_FALSE(appendFrameTasks(list + "2100001", 2000, &tasks, &reason));
+  EXPECT_EQ(reason, "frame 2100001 is given twice");
 }
 
 struct BadRow {
@@ -120,7 +144,8 @@ TEST(FrameList, RefusesOthers) {
       {"10-20,1-9,20-30", "frame 20 is given twice"},
       {"-5--1,-3", "frame -3 is given twice"},
       {"1-2147483647x46337,2-2147483647x46339", "frame 1073581954 is given twice"},
-      {"-2147483648-2147483647,0", "frame 0 is given twice"},
+      {"-2147483648-2147483647x1000,352", "frame 352 is given twice"},
+      {"-2147483648-2147483647,0", "4294967297 frames are more than ten million"},
   };
   for (const BadRow& row : rows) {
     SCOPED_TRACE(row.list);

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <filesystem>
+#include <memory>
 #include <vector>
 
 #include "temp_folder.h"
@@ -113,6 +116,46 @@ TEST(TaskFile, TellsWhyItCannotBeRead) {
   EXPECT_FALSE(readTaskFile(folder.path(), &tasks, &complaint));
   EXPECT_EQ(complaint.text, "--tasks " + folder.path() + ": Is a directory");
   EXPECT_EQ(complaint.status, exitUnreadable);
+}
+
+constexpr char tooLarge[] = ": more than 128 MiB, so more than a job may have";
+
+TEST(TaskFile, RefusesMoreThanAJobMayHave) {
+  const TempFolder folder;
+  const std::string path = folder.write("tasks.tsv", "");
+  std::filesystem::resize_file(path, maxTaskFileSize + 1);
+  runlet::StringList tasks;
+  Complaint complaint;
+  EXPECT_FALSE(readTaskFile(path, &tasks, &complaint));
+  EXPECT_EQ(complaint.text, "--tasks " + path + tooLarge);
+  EXPECT_EQ(complaint.status, exitUnreadable);
+  std::filesystem::resize_file(path, maxTaskFileSize);
+  EXPECT_FALSE(readTaskFile(path, &tasks, &complaint));
+  EXPECT_EQ(complaint.text, path + ":1: " + shown(std::string(60, '\0')) +
+                                "...: 134217728 bytes are too long, 1999 is the most");
+  EXPECT_TRUE(tasks.empty());
+}
+
+TEST(TaskFile, RefusesAPipeWithoutEnd) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen("exec yes task", "re"), pclose);
+  ASSERT_NE(pipe, nullptr);
+  const std::string path = "/proc/self/fd/" + std::to_string(fileno(pipe.get()));
+  runlet::StringList tasks;
+  Complaint complaint;
+  EXPECT_FALSE(readTaskFile(path, &tasks, &complaint));
+  EXPECT_EQ(complaint.text, "--tasks " + path + tooLarge);
+  EXPECT_TRUE(tasks.empty());
+}
+
+TEST(TaskFile, IsNoDevice) {
+  runlet::StringList tasks;
+  Complaint complaint;
+  for (const std::string path : {"/dev/zero", "/dev/null"}) {
+    EXPECT_FALSE(readTaskFile(path, &tasks, &complaint));
+    EXPECT_EQ(complaint.text,
+              "--tasks " + path + ": that is a device, and only a file or a pipe is read");
+    EXPECT_EQ(complaint.status, exitUnreadable);
+  }
 }
 
 }  // namespace

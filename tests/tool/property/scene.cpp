@@ -514,6 +514,11 @@ TaskRun Scene::runTaskByAdapter(std::int32_t number) const {
 
 TaskRun Scene::runTaskByExec(std::int32_t number) const {
   Strings words = {"exec", "--task", std::to_string(number)};
+  // For the recorder and the spy, also in a task of another user.
+  for (const char* name :
+       {"RUNLET_RECORD", "RUNLET_SHELL_RECORD", "RUNLET_GROUNDS", "LLVM_PROFILE_FILE"}) {
+    words.insert(words.end(), {"--keep-env", name});
+  }
   for (const std::string& word : applicationOption()) words.push_back(word);
   words.insert(words.end(), {"--", jobFile_});
   return runTask(program(programs().tool, words));

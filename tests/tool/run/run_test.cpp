@@ -7,9 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <set>
@@ -59,6 +61,17 @@ class Run : public testing::Test {
     return tool(arguments);
   }
 
+  // With a fault of tests/support/faults.cpp.
+  ProcessOptions withFault(const std::string& fault, const Strings& tasks,
+                           const Strings& more = {}) {
+    ProcessOptions started = options(tasks, more);
+    started.environment.insert(started.environment.end(),
+                               {{"LD_PRELOAD", faultsPath},
+                                {"RUNLET_FAULT", fault},
+                                {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+    return started;
+  }
+
   ProcessResult run(const Strings& tasks, const Strings& more = {}) {
     return runProcess(options(tasks, more));
   }
@@ -88,7 +101,7 @@ class Run : public testing::Test {
   }
 
   void expectLog(int task, const std::string& script, const std::string& text) const {
-    EXPECT_EQ(readFile(logPath(task)),
+    EXPECT_EQ(withoutKeyringNote(readFile(logPath(task))),
               calling("/bin/sh -c \"" + script + "\"", folder_.path()) + text);
   }
 
@@ -194,7 +207,7 @@ TEST_F(Run, IsSeenFromTheFolderThatItIsStartedIn) {
             calling("/bin/sh -c \"pwd\"", "work") + work + "\n");
 }
 
-TEST_F(Run, HasTasksInAGroupOfTheirOwnWithTheirThreeStreams) {
+TEST_F(Run, HasTasksInASessionOfTheirOwnWithTheirThreeStreams) {
   job_.arguments = probePath + " %tp1";
   job_.set("redirectStderr", "no");
   const std::string report = folder_.file("report");
@@ -204,13 +217,149 @@ TEST_F(Run, HasTasksInAGroupOfTheirOwnWithTheirThreeStreams) {
   const std::size_t pidStart = text.find("\npid ") + 5;
   const std::string pid = text.substr(pidStart, text.find('\n', pidStart) - pidStart);
   const std::string starter = std::to_string(result.pid);
-  EXPECT_NE(text.find("\nparent " + starter + "\ngroup " + pid + "\nsession " + starter + "\n"),
+  EXPECT_NE(text.find("\nparent " + starter + "\ngroup " + pid + "\nsession " + pid + "\n"),
             std::string::npos)
       << text;
   EXPECT_NE(text.find("\ndescriptor 0 /dev/null\ndescriptor 1 " + logPath(1) + "\ndescriptor 2 " +
                       logPath(1) + "\nUmask:"),
             std::string::npos)
       << text;
+}
+
+// Whatever a task writes over it.
+TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
+  const Strings tasks = {"echo broken >shot.xml", "echo second", "rm shot.xml", "echo last"};
+  expectRun(run(tasks),
+            line(1, "succeeded", tasks[0]) + line(2, "succeeded", tasks[1]) +
+                line(3, "succeeded", tasks[2]) + line(4, "succeeded", tasks[3]) +
+                "4 tasks: 4 succeeded\n",
+            "exit 0");
+  expectLog(2, tasks[1], "second\n");
+  expectLog(4, tasks[3], "last\n");
+}
+
+// As by an upgrade while the job runs.
+TEST_F(Run, IsNotConcernedWhenItsProgramIsReplaced) {
+  const std::string program = folder_.file("runlet-job");
+  std::filesystem::copy_file(RUNLET_JOB, program);
+  const Strings tasks = {"rm runlet-job; echo exit 9 >runlet-job; chmod +x runlet-job", "echo x"};
+  ProcessOptions started = options(tasks);
+  started.program = program;
+  expectRun(
+      runProcess(started),
+      line(1, "succeeded", tasks[0]) + line(2, "succeeded", tasks[1]) + "2 tasks: 2 succeeded\n",
+      "exit 0");
+}
+
+constexpr char starterGone[] =
+    "runlet-job: run: the process that starts the tasks has ended; no further task is started\n";
+
+// The child of that process which is no task: a task leads a session. -1 if there is none.
+pid_t starterOf(pid_t process) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const pid_t other = std::atoi(entry.path().filename().c_str());
+    const std::string status = other > 0 ? readFile(entry.path() / "status") : "";
+    const bool isChild =
+        status.find("\nPPid:\t" + std::to_string(process) + "\n") != std::string::npos;
+    if (isChild && getsid(other) != other) return other;
+  }
+  return -1;
+}
+
+TEST_F(Run, StartsNothingMoreWhenItsStarterHasEnded) {
+  const Strings tasks = {"touch ready; until [ -e go ]; do sleep 0.01; done; exit 4", "exit 0",
+                         "exit 0"};
+  Process process(options(tasks));
+  ASSERT_TRUE(eventually([&] { return exists(folder_.file("ready")); }));
+  const pid_t starter = starterOf(process.pid());
+  ASSERT_GT(starter, 0);
+  ASSERT_EQ(kill(starter, SIGKILL), 0);
+  ASSERT_TRUE(eventually([&] { return starterOf(process.pid()) == -1; }));
+  folder_.write("go", "");
+  expectTool(process.finish(),
+             line(1, "failed with exit code 4", tasks[0]) + line(2, "not started", tasks[1]) +
+                 line(3, "not started", tasks[2]) + "3 tasks: 1 failed (1), 2 not started (2-3)\n",
+             warnings() + starterGone, "exit 1");
+}
+
+TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
+  ProcessOptions started = withFault("lost-answer", {"touch ran"});
+  // Every process that is started has it open to write to.
+  const std::string life = folder_.file("life");
+  ASSERT_EQ(mkfifo(life.c_str(), 0600), 0);
+  const int end = open(life.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  started.prepare = [&] { openAs(7, life, O_WRONLY); };
+  expectTool(runProcess(started),
+             line(1, "not started", "touch ran") + "1 task: 1 not started (1)\n",
+             warnings() + starterGone, "exit 1");
+  char byte = 0;
+  EXPECT_TRUE(eventually([&] { return read(end, &byte, 1) == 0; }));
+  close(end);
+  EXPECT_FALSE(exists(folder_.file("ran")));
+}
+
+TEST_F(Run, TellsInTheLogWhyATaskIsNotStarted) {
+  expectRun(runProcess(withFault("no-session", {"touch ran"})),
+            line(1, "failed with exit code 125", "touch ran") + "1 task: 1 failed (1)\n", "exit 1");
+  EXPECT_EQ(readFile(logPath(1)), "runlet-job: the task is not started: Operation not permitted\n");
+  EXPECT_FALSE(exists(folder_.file("ran")));
+}
+
+TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
+  const struct {
+    const char* fault;
+    int error;
+  } rows[] = {{"no-sockets", EMFILE}, {"no-fork", EAGAIN}};
+  for (const auto& row : rows) {
+    expectTool(runProcess(withFault(row.fault, {"touch ran"})), "",
+               std::string("runlet-job: run: no process can be made for the start of tasks: ") +
+                   std::strerror(row.error) + "\n",
+               "exit 2");
+    EXPECT_FALSE(exists(folder_.file("ran")));
+  }
+}
+
+// It is not taken for a success.
+TEST_F(Run, TellsThatTheEndOfATaskIsUnknown) {
+  const std::string end = "end unknown (No child processes)";
+  expectRun(runProcess(withFault("lost-status", {"exit 3", "exit 4"})),
+            line(1, end, "exit 3") + line(2, "failed with exit code 4", "exit 4") +
+                "2 tasks: 1 failed (2), 1 " + end + " (1)\n",
+            "exit 1");
+}
+
+std::string cannotFindOut(const std::string& reason, const std::string& fate) {
+  return "runlet-job: run: how tasks end cannot be found out: " + reason + "; those that run are " +
+         fate + ", and no further task is started\n";
+}
+
+// Nor waited for when there is nothing to wait for.
+TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
+  const struct {
+    const char* fault;
+    std::string reason;
+    const char* fate;
+  } rows[] = {{"waitid-refused", "Operation not permitted", "killed"},
+              {"no-children", "No child processes", "left to themselves"}};
+  const Strings tasks = {"until [ -e ready ]; do sleep 0.01; done", "touch ready; sleep 60",
+                         "exit 0"};
+  for (const auto& row : rows) {
+    unlink(folder_.file("ready").c_str());
+    const std::string end = "end unknown (" + row.reason + ")";
+    expectTool(runProcess(withFault(row.fault, tasks, {"--jobs", "2"})),
+               line(1, end, tasks[0]) + line(2, end, tasks[1]) + line(3, "not started", tasks[2]) +
+                   "3 tasks: 1 not started (3), 2 " + end + " (1-2)\n",
+               warnings() + cannotFindOut(row.reason, row.fate), "exit 1");
+  }
+}
+
+// A status that cannot be taken would be the first to be looked at for ever.
+TEST_F(Run, EndsWhereNoStatusCanBeTaken) {
+  const std::string end = "end unknown (No child processes)";
+  expectTool(runProcess(withFault("kept-status", {"exit 3", "exit 4"})),
+             line(1, end, "exit 3") + line(2, "not started", "exit 4") +
+                 "2 tasks: 1 not started (2), 1 " + end + " (1)\n",
+             warnings() + cannotFindOut("No child processes", "left to themselves"), "exit 1");
 }
 
 TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
@@ -224,11 +373,7 @@ TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
 TEST_F(Run, EndsTasksOverTheTimeLimitInMinutes) {
   job_.set("TaskTimeout", "1");
   const Strings tasks = {"sleep 0.3", "sleep 60", "trap : TERM; while :; do sleep 60; done"};
-  ProcessOptions started = options(tasks, {"--jobs", "3"});
-  started.environment.insert(started.environment.end(),
-                             {{"LD_PRELOAD", faultsPath},
-                              {"RUNLET_FAULT", "fast-clock"},
-                              {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  const ProcessOptions started = withFault("fast-clock", tasks, {"--jobs", "3"});
   const auto start = Clock::now();
   expectRun(runProcess(started),
             line(1, "succeeded", tasks[0]) + line(2, "timed out", tasks[1]) +
@@ -260,6 +405,27 @@ TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasToldWhatIsLeft) {
                   "3 tasks: 1 failed (1), 1 interrupted (2), 1 not started (3)\n",
               "signal " + std::to_string(signal));
   }
+}
+
+// For `submit`, which started it on a cluster.
+TEST_F(Run, TellsTheEndsInLinesThatAProgramReadsWhereItIsAskedTo) {
+  const Strings tasks = {"exit 3", "kill -9 $$", "exit 3", "kill -TERM $PPID; sleep 60", "exit 0"};
+  expectRun(run(tasks, {"--tell-ends", "ab:12_3"}),
+            line(1, "failed with exit code 3", tasks[0]) +
+                line(2, "killed by signal 9 (Killed)", tasks[1]) +
+                line(3, "failed with exit code 3", tasks[2]) + line(4, "interrupted", tasks[3]) +
+                line(5, "not started", tasks[4]) +
+                "5 tasks: 2 failed (1, 3), 1 killed (2), 1 interrupted (4), 1 not started (5)\n"
+                "runlet-job-ends ab:12_3 failed 3 1,3\n"
+                "runlet-job-ends ab:12_3 killed 9 2\n"
+                "runlet-job-ends ab:12_3 interrupted 0 4\n"
+                "runlet-job-ends ab:12_3 not-started 0 5\n",
+            "signal 15");
+}
+
+TEST_F(Run, TellsNoEndsWithAnIdThatIsNotOneWord) {
+  expectTool(run({"exit 0"}, {"--tell-ends", "a b"}), "",
+             "runlet-job: run: --tell-ends: a b is no id\n", "exit 2");
 }
 
 // The first process of a container cannot end by a signal of its own.
@@ -316,15 +482,38 @@ TEST_F(RunAsAnother, HasLogsOfThatUser) {
   }
 }
 
+// A user who may write to the job file decides nothing for the tasks that are still to come.
+TEST_F(RunAsAnother, RunsNoTaskAsRootForAnEditOfTheJob) {
+  const std::string edit = "echo \"$(sed s/65534/0/g shot.xml)\" >shot.xml; grep -c 65534 shot.xml";
+  job_.arguments = "/bin/sh %tp1";
+  chmod(folder_.path().c_str(), 0777);
+  folder_.write("edit", edit);
+  folder_.write("who", "id -u");
+  ProcessOptions started = options({"edit", "who"});
+  chmod(jobFile_.c_str(), 0666);
+  const ProcessResult result = runProcess(started);
+  EXPECT_EQ(result.error, "");
+  EXPECT_TRUE(readFile(logPath(1)).ends_with("\n0\n")) << readFile(logPath(1));
+  EXPECT_TRUE(readFile(logPath(2)).ends_with("\n65534\n")) << readFile(logPath(2));
+}
+
 TEST_F(RunAsAnother, DoesNotWriteWhereALinkOfThatUserLeads) {
   const std::string secret = folder_.write("of root", "kept");
+  chmod(folder_.path().c_str(), 0777);
   folder_.makeFolder("logs", 0777);
   ASSERT_EQ(symlink(secret.c_str(), logPath(1).c_str()), 0);
-  expectTool(run({"touch ran"}),
-             line(1, "log not opened (Permission denied)", "touch ran") +
-                 "1 task: 1 log not opened (Permission denied) (1)\n",
-             "", "exit 1");
+  expectTool(run({"echo ran"}), line(1, "succeeded", "echo ran") + "1 task: 1 succeeded\n", "",
+             "exit 0");
+  expectLog(1, "echo ran", "ran\n");
   EXPECT_EQ(readFile(secret), "kept");
+}
+
+TEST_F(RunAsAnother, NeedsTheFolderOfTheApplication) {
+  chmod(folder_.path().c_str(), 0777);
+  expectTool(run({"touch ran"}, {"-a", "tool"}), "",
+             "runlet-job: -a tool: for a task of another user the application has to be a full "
+             "path\n",
+             "exit 2");
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 

@@ -1,8 +1,14 @@
 // runlet-job submit --failed-of with an engine that answers what the test wants.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include "fake_engine.h"
+#include "tool/submit/array_comment.h"
 
 namespace runlet_test {
 namespace {
@@ -147,10 +153,49 @@ TEST_F(FailedOf, IsRefusedWhereTheEngineDoesNotAnswer) {
 TEST_F(FailedOf, OfAnArrayOfChunksIsAboutTheirTasks) {
   write(quietJob(12));
   know({{"12", comment("3:4:12:3")}}, "12 0 FAILED 256\\n12 1 COMPLETED 0\\n12 2 FAILED 256\\n");
-  folder_.write("job-chunk-0.log",
-                "task 3: succeeded: x\ntask 4: failed with exit code 1: x\ntask 5: not started: x\n"
-                "task 6: succeeded: x\ntask 7: failed with exit code 1: x\n");
+  const std::string label = "runlet-job-ends " + runlet_tool::jobHash(jobFile_) + ":12_0 ";
+  folder_.write("job-chunk-0.log", "task 6: failed with exit code 1: x\n" + label +
+                                       "succeeded 0 3,6\n" + label + "failed 1 4,7\n" + label +
+                                       "not-started 0 5\n");
   expectArray({"12"}, "4-5,11-12", 4, 12, "");
+}
+
+// A task may have written to the log of a chunk, or put something else there: of each element that
+// failed all tasks are run again, unless its own log tells them apart.
+TEST_F(FailedOf, TakesNoVerdictFromALogThatIsNotTheElements) {
+  write(quietJob(22));
+  std::string states;
+  for (int i = 0; i < 11; ++i) {
+    states.append("12 ").append(std::to_string(i)).append(" FAILED 256\\n");
+  }
+  know({{"12", comment("1:2:22:11")}}, states);
+  const std::string hash = runlet_tool::jobHash(jobFile_);
+  const auto line = [](const std::string& id, const std::string& ends) {
+    return "runlet-job-ends " + id + " " + ends + "\n";
+  };
+  const std::string all = "succeeded 0 1,3,5,7,9,11,13,15";
+  // of another array, element and job file, and for people
+  folder_.write("job-chunk-00.log", line(hash + ":11_0", all));
+  folder_.write("job-chunk-01.log", line(hash + ":12_0", all));
+  folder_.write("job-chunk-02.log", line("0123456789abcdef:12_2", all));
+  folder_.write("job-chunk-03.log", "task 7: succeeded: x\n2 tasks: 2 succeeded\n");
+  // no files
+  folder_.write("elsewhere", line(hash + ":12_5", all));
+  ASSERT_EQ(mkfifo(folder_.file("job-chunk-04.log").c_str(), 0666), 0);
+  ASSERT_EQ(symlink("elsewhere", folder_.file("job-chunk-05.log").c_str()), 0);
+  ASSERT_EQ(symlink("/dev/zero", folder_.file("job-chunk-06.log").c_str()), 0);
+  folder_.makeFolder("job-chunk-07.log");
+  // its own, with what is no end, and with that of another element's task
+  folder_.write("job-chunk-08.log",
+                line(hash + ":12_8", "\033[31m 0 18") + line(hash + ":12_8", "succeeded 0 17,19"));
+  // its own, which does not say what has failed
+  folder_.write("job-chunk-09.log", line(hash + ":12_9", "succeeded 0 19-20"));
+  // its own, larger than the memory there is
+  std::filesystem::resize_file(folder_.write("job-chunk-10.log", line(hash + ":12_10", all)),
+                               std::uintmax_t{1} << 36);
+  std::ofstream(folder_.file("job-chunk-10.log"), std::ios::app)
+      << "\n" + line(hash + ":12_10", "succeeded 0 21");
+  expectArray({"12"}, "1-16,18-20,22", 20, 22, "");
 }
 
 // Tasks that are no longer in the job, and what an array may say that was never submitted here.

@@ -16,7 +16,7 @@ namespace {
 using testing::ExitedWithCode;
 using testing::KilledBySignal;
 
-constexpr int stopSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int stopSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 void setDispositions(sighandler_t disposition) {
   for (const int signal : stopSignals) std::signal(signal, disposition);
@@ -65,7 +65,7 @@ TEST(SignalHold, IsForProgramsToo) {
     setDispositions(SIG_DFL);
     const SignalHold hold;
     const ProgramResult result = runSubprocess({"cat", "/proc/self/status"}, "", {});
-    _exit(result.output.find("\nSigBlk:\t0000000000004003\n") == std::string::npos ? 1 : 0);
+    _exit(result.output.find("\nSigBlk:\t0000000000004007\n") == std::string::npos ? 1 : 0);
   };
   EXPECT_EXIT(run(), ExitedWithCode(0), "");
 }

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tool/batch/user_environment.h"
+
 namespace runlet_tool {
 namespace {
 
@@ -47,6 +49,12 @@ TEST(SbatchOption, IsOneWordThatBeginsAsOne) {
     EXPECT_EQ(complaintAboutSbatchOption(option),
               option + " is no option: write an option with its value in one word, as --mem=4G");
   }
+}
+
+TEST(KeptVariable, IsAName) {
+  for (const char* name : {"A", "a b", "LC_ALL", "1"}) EXPECT_EQ(complaintAboutVariable(name), "");
+  EXPECT_EQ(complaintAboutVariable(""), " is no name of a variable");
+  EXPECT_EQ(complaintAboutVariable("A="), "A= is no name of a variable");
 }
 
 TEST(ArrayId, IsANumber) {

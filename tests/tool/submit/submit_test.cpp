@@ -2,20 +2,24 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 
 #include "adapter_test.h"
 #include "fake_engine.h"
+#include "tool/submit/array_comment.h"
 
 namespace runlet_test {
 namespace {
 
 using Calls = std::vector<std::vector<std::string>>;
+using Variables = std::vector<std::pair<std::string, std::string>>;
 
 constexpr char taskScript[] =
     "#!/bin/sh\n"
@@ -28,18 +32,58 @@ constexpr char taskScript[] =
 constexpr char chunkScript[] =
     "#!/bin/sh\n"
     "# An element of the array runs some tasks, one after the other, but none above the last.\n"
-    "# Arguments: program, job file, base, chunk, last [, -a, application]\n"
-    "program=$1 job=$2 base=$3 chunk=$4 last=$5\n"
-    "shift 5\n"
+    "# Arguments: program, job file, its hash, base, chunk, last [, -a, application]\n"
+    "program=$1 job=$2 hash=$3 base=$4 chunk=$5 last=$6\n"
+    "shift 6\n"
     "first=$((base + SLURM_ARRAY_TASK_ID * chunk))\n"
     "count=$((last - first + 1))\n"
     "[ \"$count\" -le \"$chunk\" ] || count=$chunk\n"
-    "exec \"$program\" run \"$job\" -s \"$first\" -n \"$count\" \"$@\"\n";
+    "id=$hash:${SLURM_ARRAY_JOB_ID}_$SLURM_ARRAY_TASK_ID\n"
+    "exec \"$program\" run \"$job\" -s \"$first\" -n \"$count\" --tell-ends \"$id\" \"$@\"\n";
 
 class Submit : public SubmitTest {
  protected:
   void SetUp() override {
     engine_.reply("sbatch", "echo 12");
+  }
+
+  // How the array is to be found that may be there without an id.
+  std::string whereToLook(const std::string& numbers) const {
+    return "runlet-job: submit: an array may be queued all the same; before you submit again, look "
+           "for " +
+           comment(numbers) + " in: squeue --Format=ArrayJobID,Comment:200 '--name=job'\n";
+  }
+
+  ProcessOptions withFault(const std::string& fault) const {
+    ProcessOptions options = submit({});
+    options.environment.insert(options.environment.end(),
+                               {{"LD_PRELOAD", faultsPath},
+                                {"RUNLET_FAULT", fault},
+                                {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+    return options;
+  }
+
+  // Takes all variables from the process but these.
+  static void haveOnly(const Variables& variables) {
+    clearenv();
+    for (const auto& [name, value] : variables) setenv(name.c_str(), value.c_str(), 1);
+  }
+
+  // Asserts what sbatch gets, in order, of these variables and a PATH; what its shell adds aside.
+  void expectEnvironment(ProcessOptions options, Variables variables,
+                         const std::string& expected) const {
+    const std::string file = folder_.write("environment", "", 0666);
+    engine_.reply("sbatch",
+                  "/usr/bin/env | LC_ALL=C /usr/bin/sort | "
+                  "/bin/grep -Ev '^(PWD|OLDPWD|SHLVL|_|__LLVM_PROFILE_RT_INIT_ONCE)=' > '" +
+                      file + "'; echo 12");
+    variables.emplace_back("PATH", engine_.path());
+    options.prepare = [variables, become = options.prepare] {
+      haveOnly(variables);
+      if (become) become();
+    };
+    EXPECT_EQ(runProcess(options).output, "12\n");
+    EXPECT_EQ(readFile(file), expected);
   }
 
   // The arguments of sbatch when the verb gets `arguments`.
@@ -147,8 +191,8 @@ TEST_F(Submit, MakesSeveralTasksOneElement) {
   expected = replaced(expected, "--array", "--array=1-5");
   expected = replaced(expected, "--output", "--output=" + folder_.file("job-chunk-%1a.log"));
   expected = replaced(expected, "--time", "--time=20");
-  expected.back() = "2";
-  expected.insert(expected.end(), {"4", "25", "-a", "/app/x"});
+  expected.back() = runlet_tool::jobHash(jobFile_);
+  expected.insert(expected.end(), {"2", "4", "25", "-a", "/app/x"});
   EXPECT_EQ(arguments, expected);
   EXPECT_EQ(engine_.input("sbatch", 1), chunkScript);
 }
@@ -255,6 +299,13 @@ TEST_F(Submit, DoesNothingForAJobThatIsRefused) {
   EXPECT_EQ(refused.output, "");
   EXPECT_NE(refused.error.find("error RJ006"), std::string::npos) << refused.error;
   EXPECT_EQ(describeStatus(refused.waitStatus), "exit 1");
+  write(quietJob(1).set("uid", "ann"));
+  expectTool(run({}), "",
+             jobFile_ +
+                 ":7:6: error RJ034: ann: This is no number and counts as 0, which is root.\n"
+                 "    Write the number of the user.\n" +
+                 jobFile_ + ": 1 task, 1 error\n",
+             "exit 1");
   std::filesystem::remove(jobFile_);
   EXPECT_EQ(describeStatus(run({}).waitStatus), "exit 2");
   for (const char* program : {"sbatch", "scontrol"}) EXPECT_EQ(engine_.calls(program), Calls{});
@@ -309,14 +360,77 @@ TEST_F(Submit, PassesOnWhatTheEngineSays) {
   engine_.reply("sbatch", "echo 'sbatch: error: no' >&2; exit 3");
   expectSubmit({}, "", "sbatch: error: no\nrunlet-job: submit: sbatch failed with exit code 3\n",
                "exit 2");
-  engine_.reply("sbatch", "echo 12; kill -9 $$");
-  expectSubmit({}, "", "runlet-job: submit: sbatch killed by signal 9 (Killed)\n", "exit 2");
   engine_.reply("sbatch", "printf 'job\\033 12\\n'");
-  expectSubmit({}, "", "runlet-job: submit: sbatch has told no id, but $'job\\033 12\\012'\n",
+  expectSubmit({}, "",
+               "runlet-job: submit: sbatch has told no id, but $'job\\033 12\\012'\n" +
+                   whereToLook("0:1:1:1"),
                "exit 2");
   engine_.remove("sbatch");
   expectSubmit({}, "", "runlet-job: submit: cannot run sbatch: No such file or directory\n",
                "exit 2");
+}
+
+// It may have ended after it had Slurm queue the array.
+TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
+  write(quietJob(1));
+  engine_.reply("sbatch", "kill -9 $$");
+  expectSubmit({}, "",
+               "runlet-job: submit: sbatch killed by signal 9 (Killed)\n" + whereToLook("0:1:1:1"),
+               "exit 2");
+  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+  engine_.reply("sbatch", "echo '12;lab'; kill -9 $$");
+  expectSubmit({}, "",
+               "runlet-job: submit: sbatch killed by signal 9 (Killed)\n"
+               "runlet-job: submit: what had been submitted has been cancelled\n",
+               "exit 2");
+  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12", "--clusters=lab"}}));
+}
+
+TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheAnswerIsLost) {
+  write(quietJob(20));
+  engine_.reply("sbatch", "echo 12; echo no room >&2");
+  expectTool(runProcess(withFault("lost-answers")), "",
+             withWarning("runlet-job: submit: the answer of sbatch is lost: Input/output error\n" +
+                         whereToLook("0:1:20:20")),
+             "exit 2");
+  EXPECT_EQ(engine_.calls("sbatch").size(), 1U);
+  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+}
+
+TEST_F(Submit, CancelsAnArrayWhoseSubmissionMayNotHaveEnded) {
+  write(quietJob(1));
+  expectTool(runProcess(withFault("lost-ends")), "",
+             withWarning("runlet-job: submit: the answer of sbatch is lost: No child processes\n"
+                         "runlet-job: submit: array 12 is left: the answer of scancel is lost: No "
+                         "child processes\n"),
+             "exit 2");
+  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}}));
+  engine_.reply("sbatch", "");
+  expectTool(runProcess(withFault("lost-ends")), "",
+             withWarning("runlet-job: submit: the answer of sbatch is lost: No child processes\n" +
+                         whereToLook("0:1:1:1")),
+             "exit 2");
+}
+
+TEST_F(Submit, SaysThatThereIsNoProcessForSbatch) {
+  write(quietJob(1));
+  expectTool(
+      runProcess(withFault("no-process")), "",
+      withWarning("runlet-job: submit: cannot run sbatch: Resource temporarily unavailable\n"),
+      "exit 2");
+  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+}
+
+// Whatever has been lost, the command does not try it a second time.
+TEST_F(Submit, IsNotTriedAgainForTheFailedTasksOfAnArray) {
+  write(quietJob(2));
+  engine_.reply("squeue", 1, "echo '" + comment("0:1:2:2") + "'");
+  engine_.reply("squeue", "echo 9 1 FAILED 256; echo 9 2 COMPLETED 0");
+  engine_.reply("sbatch", "kill -9 $$");
+  expectSubmit({"--failed-of", "9"}, "",
+               "runlet-job: submit: sbatch killed by signal 9 (Killed)\n" + whereToLook("0:1:1:1"),
+               "exit 2");
+  EXPECT_EQ(engine_.calls("sbatch").size(), 1U);
 }
 
 TEST_F(Submit, LeavesNothingWhereALaterArrayIsRefused) {
@@ -376,28 +490,118 @@ TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
   engine_.reply("scontrol", "echo 'MaxArraySize = 20'");
   engine_.reply("sbatch",
                 "printf '%s|' \"$SBATCH_WAIT\" \"$SBATCH_WAIT_ALL_NODES\" "
-                "\"$SCANCEL_NAME\" >&2; echo 12");
+                "\"$SBATCH_QOS\" >&2; echo 12");
   engine_.reply("sbatch", 2, "exit 1");
   engine_.reply("scancel", "printf '%s|' \"$SBATCH_WAIT\" \"$SCANCEL_NAME\" >&2; exit 1");
   ProcessOptions options = submit({});
-  options.environment.insert(
-      options.environment.end(),
-      {{"SBATCH_WAIT", "1"}, {"SBATCH_WAIT_ALL_NODES", "0"}, {"SCANCEL_NAME", "name"}});
+  options.environment.insert(options.environment.end(), {{"SBATCH_WAIT", "1"},
+                                                         {"SBATCH_WAIT_ALL_NODES", "0"},
+                                                         {"SBATCH_QOS", "low"},
+                                                         {"SCANCEL_NAME", "name"}});
   const ProcessResult result = runProcess(options);
-  EXPECT_EQ(result.error, withWarning("|0|name|runlet-job: submit: sbatch failed with exit code 1\n"
+  EXPECT_EQ(result.error, withWarning("|0|low|runlet-job: submit: sbatch failed with exit code 1\n"
                                       "runlet-job: submit: array 12 is left: 1||\n"));
 }
 
 TEST_F(Submit, SubmitsNothingWhenItIsToTellTheCommandsAlone) {
   write(quietJob(2).set("LogFolder", "logs"));
-  const std::string command =
-      "sbatch --parsable '--comment=" + comment("0:1:2:2") + "' '--job-name=job' '--array=1-2' " +
-      "--requeue '--open-mode=truncate' '--output=" + folder_.file("logs/job-%1a.log") +
-      "' '--chdir=" + folder_.path() + "' '--time=5' /dev/stdin " + ownPath() + " " + jobFile_ +
-      " 0 <<'END'\n" + taskScript + "END\n";
-  expectSubmit({"--dry-run"}, command, "", "exit 0");
+  std::string command = "(umask 0022\n";
+  if (geteuid() == 0) {
+    command += "/usr/bin/env -i 'HOME=" + std::string(getpwuid(0)->pw_dir) +
+               "' 'LOGNAME=root' 'PATH=" + engine_.path() + "' 'SHELL=" + getpwuid(0)->pw_shell +
+               "' 'USER=root' ";
+  }
+  command += "sbatch --parsable '--comment=" + comment("0:1:2:2") +
+             "' '--job-name=job' '--array=1-2' " +
+             "--requeue '--open-mode=truncate' '--output=" + folder_.file("logs/job-%1a.log") +
+             "' '--chdir=" + folder_.path() + "' '--time=5' /dev/stdin " + ownPath() + " " +
+             jobFile_ + " 0 <<'END'\n" + taskScript + "END\n)\n";
+  ProcessOptions options = submit({"--dry-run"});
+  options.prepare = [this] { haveOnly({{"PATH", engine_.path()}}); };
+  expectTool(runProcess(options), command, withWarning(""), "exit 0");
   EXPECT_EQ(engine_.calls("sbatch"), Calls{});
   EXPECT_FALSE(std::filesystem::exists(folder_.file("logs")));
+}
+
+// Every kind of variable that goes on, and some that do not.
+const Variables variablesOfRoot = {{"HOME", "/root"},
+                                   {"LANG", "C"},
+                                   {"LANGUAGE", "en"},
+                                   {"LC_ALL", "C"},
+                                   {"LC_TIME", "C"},
+                                   {"LD_LIBRARY_PATH", "/root/lib"},
+                                   {"LOGNAME", "root"},
+                                   {"PATHS", "/root"},
+                                   {"SBATCH_QOS", "night"},
+                                   {"SBATCH_WAIT", "1"},
+                                   {"SECRET_TOKEN", "x"},
+                                   {"SLURM_CLUSTERS", "lab"},
+                                   {"SLURM_CONF", "/etc/slurm.conf"},
+                                   {"SLURM_JWT", "x"},
+                                   {"SLURM_UMASK", "0000"},
+                                   {"TZ", "UTC"},
+                                   {"USER", "root"}};
+
+TEST_F(Submit, HandsOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
+  REQUIRE_ROOT();
+  write(quietJob(1).set("uid", std::to_string(otherId)));
+  std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
+  const passwd* const user = getpwuid(otherId);
+  ASSERT_NE(user, nullptr);
+  expectEnvironment(
+      submit({}), variablesOfRoot,
+      std::string("HOME=") + user->pw_dir + "\nLANG=C\nLANGUAGE=en\nLC_ALL=C\n" +
+          "LC_TIME=C\nLOGNAME=" + user->pw_name + "\nPATH=" + engine_.path() +
+          "\nSBATCH_QOS=night\nSHELL=" + user->pw_shell +
+          "\nSLURM_CLUSTERS=lab\nSLURM_CONF=/etc/slurm.conf\nTZ=UTC\nUSER=" + user->pw_name + "\n");
+}
+
+TEST_F(Submit, HandsOnTheVariablesOfRootThatAreNamed) {
+  REQUIRE_ROOT();
+  write(quietJob(1));
+  const passwd* const user = getpwuid(0);
+  expectEnvironment(
+      submit({"--keep-env", "LICENCE", "--keep-env", "HOME", "--keep-env=NONE", "--keep-env=LIC"}),
+      {{"HOME", "/opt"}, {"LICENCE", "27000@server"}, {"OTHER", "x"}},
+      "HOME=/opt\nLICENCE=27000@server\nLOGNAME=root\nPATH=" + engine_.path() +
+          "\nSHELL=" + user->pw_shell + "\nUSER=root\n");
+}
+
+TEST_F(Submit, NamesAUserWhomTheSystemDoesNotKnowByTheNumber) {
+  REQUIRE_ROOT();
+  uid_t unknown = 61234;
+  while (getpwuid(unknown) != nullptr) ++unknown;
+  write(quietJob(1).set("uid", std::to_string(unknown)));
+  std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
+  const std::string name = std::to_string(unknown);
+  expectEnvironment(submit({}), {{"HOME", "/root"}},
+                    "HOME=/\nLOGNAME=" + name + "\nPATH=" + engine_.path() +
+                        "\nSHELL=/bin/sh\nUSER=" + name + "\n");
+}
+
+TEST_F(Submit, HandsOnTheEnvironmentOfAnybodyElse) {
+  folder_.makeFolder("logs", 0777);
+  write(quietJob(1).set("LogFolder", "logs"));
+  const std::string expected = "HOME=/home/x\nPATH=" + engine_.path() + "\nSECRET_TOKEN=x\n";
+  expectEnvironment(
+      unprivileged({"--keep-env", "OTHER"}),
+      {{"HOME", "/home/x"}, {"SBATCH_WAIT", "1"}, {"SECRET_TOKEN", "x"}, {"SLURM_UMASK", "0"}},
+      expected);
+}
+
+TEST_F(Submit, HasLogsMadeUnderTheJobsMask) {
+  engine_.reply("sbatch", "umask >&2; echo 12");
+  const std::pair<const char*, const char*> rows[] = {
+      {"0", "0022"},  {"18", "0022"},  {"63", "0077"},
+      {"23", "0027"}, {"511", "0777"}, {"-1", "0777"},
+  };
+  for (const auto& [mask, expected] : rows) {
+    write(quietJob(1).set("umask", mask));
+    const std::string error = run({}).error;
+    EXPECT_EQ(error.substr(error.find_last_of('\n', error.size() - 2) + 1),
+              std::string(expected) + "\n")
+        << mask;
+  }
 }
 
 // What a user can write: nothing of it is taken for anything else, by the program or by a shell.
@@ -471,7 +675,7 @@ class ScriptOfSubmit : public Submit {
         folder_.write("a program", "#!/bin/sh\nprintf '<%s>' \"$@\"\n", 0755);
     options.arguments = {"/bin/sh", folder_.write("script", script), program};
     options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
-    options.environment = {{"SLURM_ARRAY_TASK_ID", element}};
+    options.environment = {{"SLURM_ARRAY_JOB_ID", "12"}, {"SLURM_ARRAY_TASK_ID", element}};
     const ProcessResult result = runProcess(options);
     EXPECT_EQ(result.error, "");
     return result.output;
@@ -486,11 +690,14 @@ TEST_F(ScriptOfSubmit, BecomesTheTask) {
 }
 
 TEST_F(ScriptOfSubmit, RunsTheTasksOfAChunkButNoneAboveTheLast) {
-  EXPECT_EQ(runScript(chunkScript, "0", {"/a b", "3", "5", "17"}), "<run></a b><-s><3><-n><5>");
-  EXPECT_EQ(runScript(chunkScript, "2", {"/j", "3", "5", "17"}), "<run></j><-s><13><-n><5>");
-  EXPECT_EQ(runScript(chunkScript, "2", {"/j", "3", "5", "16", "-a", "x"}),
-            "<run></j><-s><13><-n><4><-a><x>");
-  EXPECT_EQ(runScript(chunkScript, "0", {"/j", "3", "2147483647", "3"}), "<run></j><-s><3><-n><1>");
+  EXPECT_EQ(runScript(chunkScript, "0", {"/a b", "f0", "3", "5", "17"}),
+            "<run></a b><-s><3><-n><5><--tell-ends><f0:12_0>");
+  EXPECT_EQ(runScript(chunkScript, "2", {"/j", "f0", "3", "5", "17"}),
+            "<run></j><-s><13><-n><5><--tell-ends><f0:12_2>");
+  EXPECT_EQ(runScript(chunkScript, "2", {"/j", "f0", "3", "5", "16", "-a", "x"}),
+            "<run></j><-s><13><-n><4><--tell-ends><f0:12_2><-a><x>");
+  EXPECT_EQ(runScript(chunkScript, "0", {"/j", "f0", "3", "2147483647", "3"}),
+            "<run></j><-s><3><-n><1><--tell-ends><f0:12_0>");
 }
 
 struct WrongCase {
@@ -511,6 +718,7 @@ TEST_F(Submit, RefusesAWrongCommandLine) {
       {{"--failed-of", "12_1"}, "--failed-of: 12_1 is no id of an array"},
       {{"--sbatch-option", "--wait"},
        "--sbatch-option: --wait cannot be given, for runlet-job sets it or depends on it"},
+      {{"--keep-env", "A=b"}, "--keep-env: A=b is no name of a variable"},
       {{"--sbatch-option=x"},
        "--sbatch-option: x is no option: write an option with its value in one word, as --mem=4G"},
       {{"--sbatch-option"}, "--sbatch-option: 1 required OPTION missing"},
@@ -530,7 +738,9 @@ TEST_F(Submit, TellsWhenTheIdCannotBeWritten) {
   ProcessOptions options = submit({});
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
   expectTool(runProcess(options), "",
-             withWarning("runlet-job: cannot write: No space left on device\n"), "exit 2");
+             withWarning("runlet-job: submit: queued: 12\n"
+                         "runlet-job: cannot write: No space left on device\n"),
+             "exit 2");
 }
 
 }  // namespace

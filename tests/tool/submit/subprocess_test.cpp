@@ -88,6 +88,26 @@ TEST(Subprocess, MayBeRunByAProcessWithoutStandardStreams) {
   });
 }
 
+// From the first descriptor that is missing on: where there are enough for a start, there are also
+// enough for the answer.
+TEST(Subprocess, IsNotStartedWhereItsAnswerCouldNotBeRead) {
+  expectInChild([] {
+    close_range(3, ~0U, 0);
+    int started = 0;
+    for (rlim_t most = 3; most <= 16; ++most) {
+      const rlimit limit = {most, 32};
+      setrlimit(RLIMIT_NOFILE, &limit);
+      const ProgramResult result = shell("echo answer");
+      if (result.startError == EMFILE && started == 0) continue;
+      const bool isWhole = result.startError == 0 && result.answerError == 0 &&
+                           result.waitStatus == 0 && result.output == "answer\n";
+      if (!isWhole) return false;
+      ++started;
+    }
+    return started > 0;
+  });
+}
+
 TEST(Subprocess, IsNotStartedWhereThereAreNoDescriptorsLeft) {
   expectInChild([] {
     bool isAlwaysTold = true;

@@ -4,13 +4,17 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 
 #include "fake_engine.h"
 #include "pseudo_terminal.h"
+#include "tool/submit/array_comment.h"
 
 namespace runlet_test {
 namespace {
@@ -41,6 +45,11 @@ class SubmitAndWait : public SubmitTest {
     const std::string number = std::to_string(task);
     std::string text = "task " + number + ": " + end + ": /bin/true f" + number + "\n";
     return log.empty() ? text : text + "  log: " + folder_.file(log) + "\n";
+  }
+
+  // What `run` tells `submit` about tasks of an element, such as "12_0".
+  std::string endLine(const std::string& element, const std::string& ends) const {
+    return "runlet-job-ends " + runlet_tool::jobHash(jobFile_) + ":" + element + " " + ends + "\n";
   }
 
   static std::string element(int number, const std::string& state, int status = 0) {
@@ -211,11 +220,11 @@ TEST_F(SubmitAndWait, KeepsVariablesThatLeaveSomethingOut) {
 TEST_F(SubmitAndWait, TellsTheTasksOfAChunkApart) {
   write(quietJob(9).set("LogFolder", "logs"));
   folder_.makeFolder("logs");
-  const std::string failing =
-      "task 1: failed with exit code 7: x\n  log: x\ntask 2: succeeded: x\ntask 7: timed out: x\n";
   for (const char* number : {"0", "1", "2", "3", "4"}) {
+    const std::string id = std::string("12_") + number;
     folder_.write(std::string("logs/job-chunk-") + number + ".log",
-                  "task 3: succeeded: x\ntask 4: succeeded: x\n" + failing);
+                  "task 2: failed with exit code 1: x\n" + endLine(id, "failed 7 1") +
+                      endLine(id, "succeeded 0 2-4") + endLine(id, "timed-out 0 7"));
   }
   engine_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 256) +
                               element(2, "COMPLETED") + element(3, "CANCELLED") +
@@ -234,8 +243,8 @@ TEST_F(SubmitAndWait, TellsTheTasksOfAChunkApart) {
 // Where the element was ended the log names those tasks that were done.
 TEST_F(SubmitAndWait, TakesTheElementsEndForTasksThatItsLogDoesNotName) {
   write(quietJob(7));
-  folder_.write("job-chunk-0.log", "task 1: succeeded: x\n");
-  folder_.write("job-chunk-1.log", "task 4: succeeded: x\n");
+  folder_.write("job-chunk-0.log", endLine("12_0", "succeeded 0 1"));
+  folder_.write("job-chunk-1.log", endLine("12_1", "succeeded 0 4"));
   folder_.makeFolder("job-chunk-2.log");
   engine_.reply("squeue", element(0, "TIMEOUT") + element(1, "FAILED", 9) + element(2, "TIMEOUT"));
   expectSubmit(
@@ -245,6 +254,79 @@ TEST_F(SubmitAndWait, TakesTheElementsEndForTasksThatItsLogDoesNotName) {
           line(6, "killed by signal 9 (Killed)", "job-6.log") + line(7, "timed out", "job-7.log") +
           "7 tasks: 2 succeeded, 2 killed (5-6), 3 timed out (2-3, 7)\n",
       "exit 1");
+}
+
+// A log may be that of another array, whose number has been given again, of another element, or of
+// another job file; and what people read is no verdict.
+TEST_F(SubmitAndWait, TakesNoVerdictFromALogThatIsNotTheElements) {
+  write(quietJob(8));
+  const std::string lines = "succeeded 0 1,3,5,7";
+  folder_.write("job-chunk-0.log", endLine("11_0", lines));
+  folder_.write("job-chunk-1.log", endLine("12_0", lines));
+  folder_.write("job-chunk-2.log", "runlet-job-ends 0123456789abcdef:12_2 " + lines + "\n");
+  folder_.write("job-chunk-3.log",
+                "task 7: succeeded: x\ntask 8: \033[31mfailed\033[m: x\n2 tasks: 2 succeeded\n");
+  std::string states;
+  for (int i = 0; i < 4; ++i) states += element(i, "FAILED", 256);
+  engine_.reply("squeue", states);
+  std::string summary;
+  for (int i = 1; i <= 8; ++i) {
+    summary += line(i, "failed with exit code 1", "job-" + std::to_string(i) + ".log");
+  }
+  expectSubmit({"--wait", "--chunk", "2"}, "12\n", summary + "8 tasks: 8 failed (1-8)\n", "exit 1");
+}
+
+TEST_F(SubmitAndWait, TakesNothingOfALogButItsVerdicts) {
+  write(quietJob(4));
+  folder_.write("job-chunk-0.log", endLine("12_0", "other 0 1") + endLine("12_0", "\033[31m 0 2") +
+                                       endLine("12_0", "succeeded 0 2,3"));
+  // Whoever has every task succeed there does not change that the element failed.
+  folder_.write("job-chunk-1.log", endLine("12_1", "succeeded 0 3-4"));
+  engine_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 512));
+  expectSubmit({"--wait", "--chunk", "2"}, "12\n",
+               line(1, "unknown", "job-1.log") + line(2, "succeeded") +
+                   line(3, "failed with exit code 2", "job-3.log") +
+                   line(4, "failed with exit code 2", "job-4.log") +
+                   "4 tasks: 1 succeeded, 2 failed (3-4), 1 unknown (1)\n",
+               "exit 1");
+}
+
+// A task may have put a pipe, a link to what only others can read, or what never ends there.
+TEST_F(SubmitAndWait, ReadsNoLogThatIsNoFile) {
+  write(quietJob(9));
+  folder_.write("elsewhere", endLine("12_1", "succeeded 0 3"));
+  ASSERT_EQ(mkfifo(folder_.file("job-chunk-0.log").c_str(), 0666), 0);
+  ASSERT_EQ(symlink("elsewhere", folder_.file("job-chunk-1.log").c_str()), 0);
+  ASSERT_EQ(symlink("/dev/zero", folder_.file("job-chunk-2.log").c_str()), 0);
+  folder_.makeFolder("job-chunk-3.log");
+  std::string states;
+  for (int i = 0; i < 5; ++i) states += element(i, "FAILED", 256);
+  engine_.reply("squeue", states);
+  std::string summary;
+  for (int i = 1; i <= 9; ++i) {
+    summary += line(i, "failed with exit code 1", "job-" + std::to_string(i) + ".log");
+  }
+  expectSubmit({"--wait", "--chunk", "2"}, "12\n", summary + "9 tasks: 9 failed (1-9)\n", "exit 1");
+}
+
+// Of a log that is larger than the memory there is, the end is read, from its first whole line on.
+TEST_F(SubmitAndWait, ReadsOnlyTheEndOfALog) {
+  write(quietJob(4));
+  constexpr std::size_t most = 64 * 1024;
+  const std::string second = endLine("12_0", "succeeded 0 2");
+  const std::string filler(most - second.size(), '.');
+  folder_.write("job-chunk-0.log", endLine("12_0", "succeeded 0 1") + filler + second);
+  std::filesystem::resize_file(folder_.write("job-chunk-1.log", ""), std::uintmax_t{1} << 36);
+  std::ofstream(folder_.file("job-chunk-1.log"), std::ios::app)
+      << "\n" + endLine("12_1", "succeeded 0 3");
+  engine_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 256));
+  ProcessOptions options = submit({"--wait", "--chunk", "2"});
+  expectTool(runProcess(options), "12\n",
+             withWarning(line(1, "failed with exit code 1", "job-1.log") +
+                         line(2, "failed with exit code 1", "job-2.log") + line(3, "succeeded") +
+                         line(4, "failed with exit code 1", "job-4.log") +
+                         "4 tasks: 1 succeeded, 3 failed (1-2, 4)\n"),
+             "exit 1");
 }
 
 TEST_F(SubmitAndWait, LeavesTheTasksAloneWhenItIsInterrupted) {

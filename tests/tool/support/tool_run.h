@@ -14,7 +14,11 @@ ProcessOptions tool(const std::vector<std::string>& arguments);
 
 ProcessResult runTool(const std::vector<std::string>& arguments);
 
-// Asserts all that came out of a process. `status` as describeStatus has it.
+// `text` without the note about the session keyring that a task of another user gets where the
+// system keeps keyrings from the tests, as in some containers.
+std::string withoutKeyringNote(std::string text);
+
+// Asserts all that came out of a process, that note aside. `status` as describeStatus has it.
 void expectTool(const ProcessResult& result, const std::string& output, const std::string& error,
                 const std::string& status);
 

@@ -103,13 +103,14 @@ std::string placeOf(const Json& job, const Found& found) {
   return file + ":" + std::to_string(found.line) + ":" + std::to_string(found.column);
 }
 
-// Every control character as \xNN.
+// TAB as \t, every other ASCII control character as \xNN.
 std::string visible(const std::string& text) {
   std::string out;
   for (const char c : text) {
     char code[8];
     std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(c));
-    out += c >= '\0' && c < ' ' ? std::string(code) : std::string(1, c);
+    const bool isControl = c >= '\0' && c < ' ';
+    out += c == '\t' ? "\\t" : isControl ? std::string(code) : std::string(1, c);
   }
   return out;
 }
@@ -244,10 +245,13 @@ Summary Findings::summaryOf(const std::string& sample) const {
   const Json json = Json::parse(result.output, nullptr, false);
   if (!json.is_object()) return {result.error, 0, 0};
   const Json& job = json.at("jobs").at(0);
-  Summary summary{"", job.at("errors"), job.at("tasks")};
+  Summary summary{"", 0, job.at("tasks")};
   for (const Json& finding : job.at("findings")) {
     if (!summary.codes.empty()) summary.codes += ' ';
-    summary.codes += finding.at("code").get<std::string>();
+    const auto code = finding.at("code").get<std::string>();
+    summary.codes += code;
+    const bool isOfDanger = code == "RJ034" || code == "RJ076";
+    if (finding.at("severity") == "error" && !isOfDanger) ++summary.errors;
   }
   return summary;
 }

@@ -29,7 +29,7 @@ struct Found {
 // What is found in a job file, in short.
 struct Summary {
   std::string codes;  // with spaces between them
-  int errors = 0;
+  int errors = 0;     // that keep a task from being started
   int tasks = 0;
 };
 

@@ -1,0 +1,51 @@
+// Where the file that a path names is.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <optional>
+#include <string>
+
+namespace runlet_tool {
+
+// A descriptor that is closed with its owner; -1 for none.
+class OwnDescriptor {
+ public:
+  explicit OwnDescriptor(int number = -1) : number_(number) {}
+  ~OwnDescriptor();
+  OwnDescriptor(const OwnDescriptor&) = delete;
+  OwnDescriptor& operator=(const OwnDescriptor&) = delete;
+  OwnDescriptor(OwnDescriptor&&) = delete;
+  OwnDescriptor& operator=(OwnDescriptor&& other) noexcept;
+
+  int number() const {
+    return number_;
+  }
+
+ private:
+  int number_;
+};
+
+struct OutputPlace {
+  int stream = -1;                 // the descriptor that the path names; -1 = it names a file
+  OwnDescriptor folder;            // the folder of the file, for openat and its like
+  std::string name;                // the file's name in that folder, without a slash
+  std::optional<struct stat> old;  // the regular file of that name, if there is one
+  std::string accessList;          // of that file, as the system has it; empty = none
+};
+
+// What the system calls that list.
+inline constexpr char accessListName[] = "system.posix_acl_access";
+
+// Finds out where the file is that `path` names. Opens nothing but folders, and never waits.
+// /dev/stdout, /dev/stderr, /dev/fd/N and /proc/self/fd/N name a descriptor.
+//
+// Links are followed if they belong to the caller or to root, and are where nobody else can put
+// them: nobody else is to choose which file is written. A link in the last place has to lead to
+// something.
+//
+// Yields why nothing can be written there, and empty if something can. `*place` is to be a new one;
+// it has no meaning after a failure.
+std::string findOutputPlace(const std::string& path, OutputPlace* place);
+
+}  // namespace runlet_tool

@@ -1,0 +1,740 @@
+"""Runs the programs again and again, each time with one system call that fails.
+
+  inject.py [--short] [--times N] [--only SCENARIO]... BIN
+
+BIN is the folder of the built programs. A first run of each scenario under strace tells which calls
+the program makes, and so does its child up to the start of its program; then each of these calls,
+from its first to its fifth time in a process and after the loader's, fails with the errors that fit
+it, once or from then on. Whatever fails,
+
+- no task has other rights than its job says,
+- the exit status tells no success that was none,
+- nothing takes longer than ten seconds, unless it does so without the fault, too,
+- no file is there by half, and
+- no process is left behind, not even of tasks that would go on for a minute.
+
+With --times each call fails up to its Nth time. With --short the runs are a sample for which two
+minutes are enough. The exit status is 1 where something of that does not hold, and each such case
+is a line that tells which one it was.
+"""
+
+import argparse
+import collections
+import contextlib
+import ctypes
+import dataclasses
+import fcntl
+import multiprocessing
+import os
+import pathlib
+import pty
+import random
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+
+PATIENCE = 10  # seconds that a run may take
+LOADED = 9  # times as long on a machine that does other work, before it is ended
+GRACE = 10  # seconds that what it started may go on
+SLEEP = 60  # seconds that a task takes that is not to come to its end
+SHORT = 100  # seconds for all runs of a sample
+ROOT_JOB_ID = 61234  # user and group of the job where root runs this
+UMASK = 0o027
+PR_SET_CHILD_SUBREAPER = 36
+
+# The errors that each call is made to fail with. A call that is not here fails with EIO.
+ERRORS = {
+    "access": ["EACCES"],
+    "brk": ["ENOMEM"],
+    "capget": ["EPERM"],
+    "capset": ["EPERM"],
+    "chdir": ["EACCES", "EIO"],
+    "chmod": ["EPERM", "EIO"],
+    "chown": ["EPERM"],
+    "clone": ["EAGAIN", "ENOMEM"],
+    "clone3": ["EAGAIN", "ENOSYS"],
+    "close": ["EIO"],
+    "close_range": ["ENOSYS"],
+    "dup": ["EMFILE"],
+    "dup2": ["EMFILE", "EBUSY"],
+    "dup3": ["EMFILE", "EBUSY"],
+    "execve": ["EACCES", "ENOMEM"],
+    "faccessat": ["EACCES"],
+    "faccessat2": ["EACCES"],
+    "fchmod": ["EPERM", "EIO"],
+    "fchown": ["EPERM"],
+    "fcntl": ["EMFILE"],
+    "fork": ["EAGAIN", "ENOMEM"],
+    "fsync": ["EIO", "ENOSPC"],
+    "ftruncate": ["EIO", "ENOSPC"],
+    "getcwd": ["ENOENT"],
+    "getdents64": ["EIO"],
+    "getgroups": ["EINVAL"],
+    "keyctl": ["ENOSYS", "EDQUOT"],
+    "lseek": ["ESPIPE"],
+    "link": ["EIO", "EEXIST"],
+    "linkat": ["EIO", "EEXIST"],
+    "memfd_create": ["EMFILE", "ENOMEM"],
+    "mkdir": ["EACCES", "ENOSPC"],
+    "mmap": ["ENOMEM"],
+    "mprotect": ["ENOMEM"],
+    "newfstatat": ["EIO", "ENOMEM"],
+    "fstat": ["EIO"],
+    "open": ["EMFILE", "EACCES"],
+    "openat": ["EMFILE", "EACCES", "EIO"],
+    "pipe": ["EMFILE"],
+    "pipe2": ["EMFILE", "ENFILE"],
+    "poll": ["ENOMEM"],
+    "pread64": ["EIO"],
+    "prctl": ["EINVAL"],
+    "prlimit64": ["EPERM"],
+    "pwrite64": ["EIO", "ENOSPC"],
+    "read": ["EIO"],
+    "readlink": ["EACCES"],
+    "readlinkat": ["EACCES"],
+    "recvfrom": ["ENOMEM"],
+    "recvmsg": ["ENOMEM"],
+    "rename": ["EIO", "ENOSPC"],
+    "renameat2": ["EIO", "EINVAL"],
+    "seccomp": ["EPERM"],
+    "sendmsg": ["ENOBUFS"],
+    "sendto": ["ENOBUFS"],
+    "setgid": ["EPERM", "EAGAIN"],
+    "setgroups": ["EPERM", "ENOMEM"],
+    "setpgid": ["EPERM"],
+    "setresgid": ["EPERM"],
+    "setresuid": ["EPERM", "EAGAIN"],
+    "setsid": ["EPERM"],
+    "setuid": ["EPERM", "EAGAIN"],
+    "signalfd4": ["EMFILE"],
+    "socket": ["EMFILE"],
+    "socketpair": ["EMFILE"],
+    "connect": ["ECONNREFUSED"],
+    "stat": ["EACCES"],
+    "statx": ["EIO"],
+    "unlink": ["EPERM"],
+    "vfork": ["EAGAIN", "ENOMEM"],
+    "wait4": ["ECHILD"],
+    "waitid": ["ECHILD", "EPERM"],
+    "write": ["EIO", "ENOSPC"],
+    "writev": ["EIO"],
+}
+
+# Errors for want of something that hardly is there again at the next call: these also last.
+LASTING = {"EAGAIN", "EMFILE", "ENFILE", "ENOMEM", "ENOSPC"}
+
+# Calls that cannot fail, that only go wrong by an argument, whose failure the kernel itself mends by
+# starting them again, or that are of the loader and the C library and do nothing outside of them.
+LEFT_OUT = {
+    "arch_prctl", "clock_gettime", "clock_nanosleep", "exit", "exit_group", "futex", "getegid",
+    "geteuid", "getgid", "getpgrp", "getpid", "getppid", "getrandom", "gettid", "getuid", "ioctl",
+    "kill", "madvise", "munmap", "rseq", "rt_sigaction", "rt_sigpending", "rt_sigprocmask",
+    "rt_sigreturn", "rt_sigtimedwait", "sched_getaffinity", "set_robust_list", "set_tid_address",
+    "sigaltstack", "sysinfo", "tgkill", "umask", "uname",
+}
+
+STARTED_TASK = r'execve\("[^"]*/task".* = 0\n'  # in the trace
+
+# The report is written at once: whoever is killed meanwhile has written none.
+TASK = r"""#!/bin/sh
+terminals=
+for stream in 0 1 2; do [ ! -t $stream ] || terminals="$terminals $stream"; done
+(: > /dev/tty) 2> /dev/null && terminals="$terminals controlling"
+rights=$(/bin/grep -E '^(Uid|Gid|Groups|Umask|Cap(Inh|Prm|Eff|Amb)):' /proc/self/status)
+printf '%s\nTerminals:%s\n' "$rights" "$terminals" > report.$1
+"""
+
+SLEEPING = f"""echo > ../calls/asleep.$1
+/bin/sleep {SLEEP} &
+exec /bin/sleep {SLEEP}
+"""
+
+ENGINE = r"""#!/bin/sh
+me=${0##*/}
+calls=${0%/*}/../calls
+echo x >> "$calls/$me"
+for word do
+  case $word in --array=*) echo "$word" >> "$calls/arrays" ;; esac
+done
+case "$me $*" in
+  sbatch*) /bin/cat > /dev/null; echo 12 ;;
+  scontrol*) echo "MaxArraySize = ${MAX_ARRAY_SIZE:-1001}" ;;
+  squeue*Comment*) echo "$COMMENT" ;;
+  squeue*) printf '%b' "$STATES" ;;
+esac
+"""
+
+
+class Scene:
+    """A folder with a job of two tasks, and programs in place of Slurm's."""
+
+    def __init__(self, scenario):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="inject-"))
+        self.folder.chmod(0o755)
+        self.work = self.make_folder("work", 0o777)
+        self.calls = self.make_folder("calls", 0o777)
+        self.engine = self.make_folder("engine", 0o755)
+        self.application = self.make_folder("application", 0o755)
+        self.write(self.work / "task", TASK + (SLEEPING if scenario.sleeps else ""))
+        self.write(self.application / "task", TASK, 0o644)
+        for name in ("sbatch", "scontrol", "scancel", "squeue", "sacct"):
+            self.write(self.engine / name, ENGINE)
+        self.job = self.folder / "job.xml"
+        self.write(self.job, self.job_text(scenario.command or f"{self.work}/task"))
+        self.write(self.work / "job-chunk-0.log", self.end_lines())
+        self.write(self.work / "tasks", "a\nb\n")
+        self.former = "what was there before\n"
+        self.write(self.work / "old.xml", self.former)
+
+    def make_folder(self, name, mode):
+        folder = self.folder / name
+        folder.mkdir()
+        folder.chmod(mode)
+        return folder
+
+    @staticmethod
+    def write(path, text, mode=0o755):
+        path.write_text(text)
+        path.chmod(mode)
+
+    def job_text(self, command):
+        uid, gid = job_ids()
+        return f"""<Job><cmdData>
+<Arguments>{{{command} %tn}}</Arguments>
+<WorkingFolder>{self.work}</WorkingFolder><LogFolder>{self.work}</LogFolder>
+<TaskTimeout>30</TaskTimeout><uid>{uid}</uid><gid>{gid}</gid><umask>{UMASK}</umask>
+<TaskList><Task><Params>{{a}}</Params></Task><Task><Params>{{b}}</Params></Task></TaskList>
+<JobParams></JobParams></cmdData></Job>
+"""
+
+    def job_hash(self):
+        """What tells the job files apart in what the engine keeps: FNV-1a of their paths."""
+        value = 0xcbf29ce484222325
+        for byte in str(self.job).encode():
+            value = (value ^ byte) * 0x100000001b3 % 2**64
+        return f"{value:016x}"
+
+    def end_lines(self):
+        """The log of a chunk of which the second task has failed."""
+        label = f"runlet-job-ends {self.job_hash()}:12_0"
+        return f"{label} succeeded 0 1\n{label} failed 3 2\n"
+
+    def text(self, path):
+        return path.read_text() if path.exists() else None
+
+    def report(self, task):
+        return self.text(self.work / f"report.{task}")
+
+    def call_count(self, program):
+        return len(self.text(self.calls / program) or "") // 2
+
+    def files(self):
+        return {str(path.relative_to(self.folder)) for path in self.folder.rglob("*")}
+
+    def remove(self):
+        shutil.rmtree(self.folder)
+
+
+@dataclasses.dataclass
+class Outcome:
+    status: int  # as subprocess has it; None = the run took too long
+    output: str
+    error: str
+    files: set
+    reports: dict
+    new_job: str
+    old_job: str
+    calls: dict
+    arrays: str  # the elements of all that were submitted
+    seconds: float  # that it took
+    is_task: bool  # whether the process became the task
+    injected: bool
+    left: int  # processes that outlived the run
+    is_mute: bool = False  # whether it could write nothing from some time on
+
+
+@dataclasses.dataclass
+class Scenario:
+    name: str
+    arguments: list  # a function of the scene in place of a text yields one, here and below
+    is_success: callable  # of the outcome and that without a fault: whether status 0 is right
+    becomes_program: bool = False  # is itself the task in the end
+    is_complete: callable = lambda outcome, sound: None  # a complaint whatever the status is
+    environment: dict = dataclasses.field(default_factory=dict)
+    status: int = 0  # what it ends with where nothing fails
+    command: str = None  # of the job, the path of the task unless given
+    sleeps: bool = False  # the tasks do not end, and it is told to end once one has begun
+    has_terminal: bool = False  # for its input and its output, and as the controlling one
+    may_wait: bool = False  # for ever, where what it asks for fails each time
+
+
+def job_ids():
+    return (ROOT_JOB_ID, ROOT_JOB_ID) if os.geteuid() == 0 else (os.geteuid(), os.getegid())
+
+
+def has_all_reports(outcome, sound):
+    return outcome.reports == sound.reports
+
+
+def has_all_or_a_reason(outcome, sound):
+    return has_all_reports(outcome, sound) or outcome.error != ""
+
+
+def has_no_other_output(outcome, sound):
+    # Whether the server can be told has no bearing on the adapter's status.
+    return outcome.output in (sound.output, "")
+
+
+def has_new_job(outcome, sound):
+    return outcome.new_job == sound.new_job
+
+
+def has_old_job_replaced(outcome, sound):
+    return outcome.old_job == sound.old_job
+
+
+def has_all_arrays(outcome, sound):
+    # Without an answer about the greatest array the job may be one that is not in parts.
+    return outcome.calls["sbatch"] > 0 and outcome.output == "12\n" * outcome.calls["sbatch"]
+
+
+def half_new_job(outcome, sound):
+    return None if outcome.new_job in (None, sound.new_job) else "a job file by half"
+
+
+def half_old_job(outcome, sound):
+    whole = ("what was there before\n", sound.old_job)
+    return None if outcome.old_job in whole else "neither the old job file nor the new one"
+
+
+def array_that_nobody_knows(outcome, sound):
+    if outcome.calls["sbatch"] > sound.calls["sbatch"]:
+        return "submitted twice"
+    is_known = outcome.status == 0 or "12\n" in outcome.output or outcome.calls["scancel"] > 0
+    is_told = re.search("an array may be queued|queued: 12|array 12 is left", outcome.error)
+    if outcome.calls["sbatch"] == 0 or is_known or is_told or outcome.is_mute:
+        return None
+    return "an array that nobody is told of"
+
+
+def array_or_end_that_nobody_knows(outcome, sound):
+    if "task 2: succeeded" in outcome.error:
+        return "told that a task has succeeded that has failed"
+    return array_that_nobody_knows(outcome, sound)
+
+
+def other_array(outcome, sound):
+    if outcome.arrays not in (None, sound.arrays):
+        return f"submitted {outcome.arrays!r}"
+    return array_that_nobody_knows(outcome, sound)
+
+
+def never(outcome, sound):
+    return False
+
+
+ADAPTER = "UserRunletAdapter"
+TOOL = "runlet-job"
+
+
+def job(scene):
+    return str(scene.job)
+
+
+def in_work(name):
+    return lambda scene: str(scene.work / name)
+
+
+MAKE = ["--frames", "1-3", "--timeout", "5", "--", "/bin/echo", "%tp1"]
+
+SCENARIOS = [
+    Scenario("GetInfo", [ADAPTER, "-o", "GetInfo"], has_no_other_output),
+    Scenario("NewTask", [ADAPTER, "-o", "NewTask", "-j", job, "-s", "1", "-n", "2"],
+             has_all_or_a_reason),
+    Scenario("PingTask", [ADAPTER, "-o", "PingTask", "-j", job, "-e", "1800001"],
+             never, status=255),
+    Scenario("exec", [TOOL, "exec", job, "--task", "1"], has_all_reports, becomes_program=True),
+    Scenario("exec on a terminal", [TOOL, "exec", job, "--task", "1"], has_all_reports,
+             has_terminal=True),
+    Scenario("make", [TOOL, "make", "-o", in_work("new.xml"), *MAKE], has_new_job,
+             is_complete=half_new_job),
+    Scenario("make over a file", [TOOL, "make", "-o", in_work("old.xml"), *MAKE],
+             has_old_job_replaced, is_complete=half_old_job),
+    Scenario("make of a task file",
+             [TOOL, "make", "-o", in_work("new.xml"), "--tasks", in_work("tasks"), "--timeout", "5",
+              "--", "/bin/echo", "%tp1"], has_new_job, is_complete=half_new_job),
+    Scenario("run", [TOOL, "run", job, "--jobs", "2"], has_all_reports),
+    Scenario("run of an application",
+             [TOOL, "run", job, "-a", lambda scene: str(scene.application / "any")],
+             has_all_reports, command="task"),
+    Scenario("run that is interrupted", [TOOL, "run", job, "--jobs", "2"], never,
+             status=-signal.SIGTERM, sleeps=True),
+    Scenario("submit", [TOOL, "submit", job], has_all_arrays, is_complete=array_that_nobody_knows),
+    Scenario("submit in parts", [TOOL, "submit", job], has_all_arrays,
+             is_complete=array_that_nobody_knows, environment={"MAX_ARRAY_SIZE": "2"}),
+    Scenario("submit and wait", [TOOL, "submit", job, "--wait", "--chunk", "2"], never, status=1,
+             is_complete=array_or_end_that_nobody_knows, may_wait=True,
+             environment={"STATES": r"12 0 FAILED 256\n"}),
+    Scenario("submit what has failed", [TOOL, "submit", job, "--failed-of", "12"], has_all_arrays,
+             is_complete=other_array,
+             environment={"STATES": r"12 1 COMPLETED 0\n12 2 FAILED 256\n",
+                          "COMMENT": lambda scene: f"runlet-job:0:1:2:2:{scene.job_hash()}"}),
+]
+
+
+@dataclasses.dataclass(frozen=True)
+class Case:
+    scenario: str
+    call: str
+    when: str  # which of the calls, as strace has it
+    error: str
+    is_loaders: bool  # whether it is one that the loader makes before the program begins
+
+    def fault(self):
+        """As strace has it. brk fails by yielding no place, and knows no error."""
+        kind = "retval=0" if self.call == "brk" else f"error={self.error}"
+        return f"{self.call}:{kind}:when={self.when}"
+
+    def __str__(self):
+        return f"{self.scenario}: {self.fault()}"
+
+
+def scenario_of(name):
+    return next(each for each in SCENARIOS if each.name == name)
+
+
+def resolved(text, scene):
+    return text(scene) if callable(text) else text
+
+
+def command_of(scenario, scene, folder, log, inject):
+    words = [resolved(word, scene) for word in scenario.arguments]
+    strace = ["strace", "-qq", "-o", log]
+    if not scenario.becomes_program:
+        strace += ["-f", "-b", "execve"]
+    return [*strace, *inject, str(folder / words[0]), *words[1:]]
+
+
+def reap(patience):
+    """Waits for processes that the run left, and ends them. Yields how many outlived the time."""
+    deadline = time.monotonic() + patience
+    while True:
+        try:
+            pid, _ = os.waitpid(-1, os.WNOHANG)
+        except ChildProcessError:
+            return 0
+        if pid == 0 and time.monotonic() > deadline:
+            break
+        if pid == 0:
+            time.sleep(0.01)
+    return end_children()
+
+
+def children(parent):
+    found = []
+    for pid in filter(str.isdecimal, os.listdir("/proc")):
+        try:
+            fields = pathlib.Path("/proc", pid, "stat").read_text().rsplit(")", 1)[1].split()
+        except OSError:  # it is no more
+            continue
+        if int(fields[1]) == parent:
+            found.append(int(pid))
+    return found
+
+
+def end_children():
+    """Those of this process alone, until there are none; theirs become its own."""
+    count = 0
+    while pids := children(os.getpid()):
+        for pid in pids:
+            os.kill(pid, signal.SIGKILL)
+            os.waitpid(pid, 0)
+        count += len(pids)
+    return count
+
+
+class Terminal:
+    """What is written to it can be read here."""
+
+    def __init__(self):
+        self.descriptor, self.end = pty.openpty()
+        os.set_blocking(self.descriptor, False)
+
+    def written(self):
+        text = b""
+        try:
+            while part := os.read(self.descriptor, 65536):
+                text += part
+        except OSError:  # nothing more, or nobody else has it any more
+            pass
+        return text.decode(errors="replace")
+
+    def close(self):
+        os.close(self.descriptor)
+        os.close(self.end)
+
+
+def be_on_terminal():
+    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+
+
+def start(scenario, scene, command, terminal):
+    environment = {"PATH": f"{scene.engine}:/usr/bin:/bin", "LC_ALL": "C",
+                   **{name: resolved(text, scene) for name, text in scenario.environment.items()}}
+    return subprocess.Popen(
+        command, cwd=scene.work, env=environment, start_new_session=True, text=True,
+        errors="replace", stdin=terminal.end if terminal else subprocess.DEVNULL,
+        stdout=terminal.end if terminal else subprocess.PIPE, stderr=subprocess.PIPE,
+        preexec_fn=be_on_terminal if terminal else None)
+
+
+def interrupt(process, scene, deadline):
+    """Once a task has begun, ends the program, of which the process is the tracer."""
+    while not list(scene.calls.glob("asleep.*")):
+        if process.poll() is not None or time.monotonic() > deadline:
+            return
+        time.sleep(0.01)
+    for pid in children(process.pid):
+        with contextlib.suppress(ProcessLookupError):
+            os.kill(pid, signal.SIGTERM)
+
+
+def run(scenario, folder, inject=(), patience=PATIENCE):
+    """Yields the outcome and the text of the trace."""
+    scene = Scene(scenario)
+    terminal = Terminal() if scenario.has_terminal else None
+    try:
+        log = str(scene.folder / "trace")
+        begin = time.monotonic()
+        process = start(scenario, scene, command_of(scenario, scene, folder, log, inject), terminal)
+        if scenario.sleeps:
+            interrupt(process, scene, begin + patience)
+        try:
+            output, error = process.communicate(timeout=max(0, begin + patience - time.monotonic()))
+            status = process.returncode
+        except subprocess.TimeoutExpired:
+            process.kill()
+            end_children()
+            output, error = process.communicate()
+            status = None
+        seconds = time.monotonic() - begin
+        if terminal:
+            output = terminal.written()
+        left = reap(GRACE)
+        trace = scene.text(pathlib.Path(log)) or ""
+        outcome = Outcome(
+            status, output, error, scene.files(), {n: scene.report(n) for n in (1, 2)},
+            scene.text(scene.work / "new.xml"), scene.text(scene.work / "old.xml"),
+            {name: scene.call_count(name) for name in ("sbatch", "scancel")},
+            scene.text(scene.calls / "arrays"), seconds,
+            scenario.becomes_program and re.search(STARTED_TASK, trace) is not None,
+            "(INJECTED)" in trace, left)
+        return outcome, trace
+    finally:
+        if terminal:
+            terminal.close()
+        scene.remove()
+
+
+def calls_of(trace):
+    """The calls of each process in their order."""
+    calls = collections.defaultdict(list)
+    for process, call in re.findall(r"^(\d+\s+)?(\w+)\(", trace, re.MULTILINE):
+        calls[process].append(call)
+    return list(calls.values())
+
+
+def numbers_of(call, processes, most):
+    """How many of the calls are the loader's, how many there are, and which are to fail: each
+    process counts its own, the first one the loader's, too."""
+    first = processes[0]
+    loaded = first.index("munmap") if "munmap" in first else 0
+    offset = first[:loaded].count(call)
+    count = max(calls.count(call) for calls in processes)
+    numbers = {*range(1, most + 1), *range(offset + 1, offset + most + 1)}
+    return offset, count, sorted(number for number in numbers if number <= count)
+
+
+def cases_of(scenario, trace, most):
+    if scenario.becomes_program:
+        # What comes after is the task, whose failures are its own.
+        trace = trace[:re.search(STARTED_TASK, trace).end()]
+    processes = calls_of(trace)
+    cases = []
+    for call in sorted(set().union(*processes) - LEFT_OUT):
+        # A call that fails here is not made at all. What a failed close leaves open, other than on
+        # any system, keeps processes that wait for its end.
+        if call == "close" and scenario.sleeps:
+            continue
+        offset, count, numbers = numbers_of(call, processes, most)
+        for number in numbers:
+            # The first execve is the start of the program itself, and strace lets go at any other
+            # unless the program is to become the task.
+            if call == "execve" and not (scenario.becomes_program and number > 1):
+                continue
+            for error in ERRORS.get(call, ["EIO"]):
+                is_loaders = number <= offset
+                cases.append(Case(scenario.name, call, str(number), error, is_loaders))
+                if error in LASTING and not scenario.may_wait:
+                    last = f"..{count}+" if scenario.becomes_program else "+"
+                    when = f"{number}{last}"
+                    cases.append(Case(scenario.name, call, when, error, is_loaders))
+    return cases
+
+
+def expected_rights(scenario):
+    """Lines that the report of each task has, unless it has none."""
+    uid, gid = job_ids()
+    yield f"Uid:\t{uid}\t{uid}\t{uid}\t{uid}"
+    yield f"Gid:\t{gid}\t{gid}\t{gid}\t{gid}"
+    yield f"Umask:\t{UMASK:04o}"
+    if os.geteuid() != 0:
+        return
+    yield "Terminals:"
+    # The adapter's tasks keep its groups, and the capabilities that they may only inherit.
+    is_of_tool = scenario.arguments[0] == TOOL
+    if is_of_tool:
+        yield "Groups:\t "
+    for kind in ("Inh", "Prm", "Eff", "Amb") if is_of_tool else ("Prm", "Eff", "Amb"):
+        yield f"Cap{kind}:\t0000000000000000"
+
+
+def rights_complaint(scenario, outcome, sound):
+    for task, report in outcome.reports.items():
+        if not report:
+            continue
+        if report != next(filter(None, sound.reports.values())):
+            return f"task {task} had other rights: {report!r}"
+        if not all(line in report.splitlines() for line in expected_rights(scenario)):
+            return f"task {task} had other rights than its job says: {report!r}"
+    return None
+
+
+def may_end_by_signal(case, outcome):
+    scenario = scenario_of(case.scenario)
+    if outcome.status == scenario.status or outcome.is_task:  # whose end is its own
+        return True
+    # The loader goes on where it gets no memory; nothing of the program has run then.
+    return case.is_loaders and case.call == "mmap" and outcome.status == -signal.SIGSEGV
+
+
+def is_strange(scenario, name):
+    """Whether a file of that name is not to be there where it is not without a fault, either."""
+    # How many tasks have begun when they are interrupted is a matter of time.
+    is_of_task = re.fullmatch(r"work/(report\.|job-)[12](\.log)?", name) is not None
+    return not name.startswith("calls/") and not (scenario.sleeps and is_of_task)
+
+
+def complaints(case, outcome, sound):
+    scenario = scenario_of(case.scenario)
+    if outcome.status is None:
+        return
+    # Whoever is killed by SIGKILL can end nothing that it has started; and what may be anybody's
+    # process by now is none to be killed.
+    is_told = "those that run are left to themselves" in outcome.error
+    if outcome.left > 0 and outcome.status != -signal.SIGKILL and not is_told:
+        yield f"left {outcome.left} processes"
+    if complaint := rights_complaint(scenario, outcome, sound):
+        yield complaint
+    if outcome.status == 0 and not scenario.is_success(outcome, sound):
+        yield "told a success that was none"
+    if complaint := scenario.is_complete(outcome, sound):
+        yield complaint
+    if outcome.status < 0 and not may_end_by_signal(case, outcome):
+        yield f"ended by signal {-outcome.status}"
+    extra = outcome.files - sound.files
+    if case.call != "unlink" and (extra := [name for name in extra if is_strange(scenario, name)]):
+        yield f"left the files {sorted(extra)}"
+
+
+sounds = {}  # by scenario, what comes out of it without a fault
+programs = None  # the folder of them
+deadline = None  # for the start of a run
+
+
+def be_worker(*values):
+    global programs, deadline
+    programs, deadline, found = values
+    sounds.update(found)
+    ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
+
+
+def is_late(scenario, outcome):
+    """Whether the run took too long for a reason of its own, not with all else that runs here."""
+    if outcome.seconds <= PATIENCE:
+        return False
+    usual, _ = run(scenario, programs, patience=PATIENCE * LOADED)
+    return outcome.seconds > PATIENCE * max(1, usual.seconds / sounds[scenario.name].seconds)
+
+
+def try_case(case):
+    """Yields the case, what is to be said about it, and whether the fault happened."""
+    if time.monotonic() > deadline:
+        return case, [], False
+    scenario = scenario_of(case.scenario)
+    inject = ["-e", f"inject={case.fault()}"]
+    outcome, _ = run(scenario, programs, inject)
+    if outcome.status is None:
+        outcome, _ = run(scenario, programs, inject, PATIENCE * LOADED)
+    outcome.is_mute = case.call == "write" and case.when.endswith("+")
+    found = list(complaints(case, outcome, sounds[case.scenario]))
+    if is_late(scenario, outcome):
+        found.append(f"took {outcome.seconds:.0f} s")
+    detail = f" (status {outcome.status}, said {outcome.error!r})" if found else ""
+    return case, [complaint + detail for complaint in found], outcome.injected
+
+
+def first_runs(names, folder, most):
+    """All cases of these scenarios."""
+    cases = []
+    for name in names:
+        scenario = scenario_of(name)
+        sound, trace = run(scenario, folder)
+        sounds[name] = sound
+        # Where this holds, the scenario is one that can show something.
+        is_success = scenario.is_success(sound, sound)
+        if sound.status != scenario.status or (sound.status == 0) != is_success:
+            sys.exit(f"{name} does not work without a fault: {sound}")
+        if sound.left > 0 or rights_complaint(scenario, sound, sound):
+            sys.exit(f"{name} does not hold without a fault: {sound}")
+        cases += cases_of(scenario, trace, most)
+    return cases
+
+
+def options_of(arguments):
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--short", action="store_true")
+    parser.add_argument("--times", type=int, default=5)
+    parser.add_argument("--only", choices=[each.name for each in SCENARIOS], action="append")
+    parser.add_argument("programs", type=pathlib.Path)
+    return parser.parse_args(arguments)
+
+
+def main(arguments):
+    options = options_of(arguments)
+    folder = options.programs.resolve()
+    latest = time.monotonic() + SHORT if options.short else float("inf")
+    # Only root's terminal is kept from tasks: anybody else's have it.
+    names = options.only or [each.name for each in SCENARIOS
+                             if os.geteuid() == 0 or not each.has_terminal]
+    cases = first_runs(names, folder, options.times)
+    if options.short:
+        random.Random(len(cases)).shuffle(cases)
+    done = failed = 0
+    with multiprocessing.Pool(os.cpu_count(), be_worker, (folder, latest, sounds)) as pool:
+        for case, found, is_injected in pool.imap_unordered(try_case, cases):
+            done += is_injected
+            failed += bool(found)
+            for complaint in found:
+                print(f"{case}: {complaint}", flush=True)
+    print(f"{done} of {len(cases)} faults, {failed} not borne")
+    return 1 if failed > 0 or done == 0 else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,180 @@
+// As whom runlet-job run runs its tasks, and what these have of root.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "adapter_test.h"
+#include "pseudo_terminal.h"
+#include "rights_of_another.h"
+#include "tool_run.h"
+
+namespace runlet_test {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+// A job whose task is the probe, in a run folder where another user may write.
+class RunRights : public AdapterTest {
+ protected:
+  RunRights() {
+    std::filesystem::copy_file(probePath, probe_);
+    job_.arguments = command_;
+    job_.set("WorkingFolder", work_).set("TaskTimeout", "30");
+  }
+
+  void setIds(const std::string& uid, const std::string& gid) {
+    job_.set("uid", uid).set("gid", gid);
+    write(job_);
+  }
+
+  ProcessOptions options(const Strings& more = {}) const {
+    Strings words = {"run", jobFile_};
+    words.insert(words.end(), more.begin(), more.end());
+    return tool(words);
+  }
+
+  // With a fault of tests/support/faults.cpp, in the process of the task as well.
+  ProcessOptions withFault(const std::string& fault, const Strings& more = {}) const {
+    ProcessOptions started = options(more);
+    started.arguments.insert(started.arguments.end(), {"--keep-env", "RUNLET_FAULT"});
+    started.environment.insert(started.environment.end(),
+                               {{"LD_PRELOAD", faultsPath},
+                                {"RUNLET_FAULT", fault},
+                                {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+    return started;
+  }
+
+  void expectSuccess(const ProcessOptions& started, const std::string& error = "") const {
+    expectTool(runProcess(started), "task 1: succeeded: " + command_ + "\n1 task: 1 succeeded\n",
+               error, "exit 0");
+  }
+
+  Report workReport() {
+    folder_.write("report", readFile(work_ + "/report"));
+    unlink((work_ + "/report").c_str());
+    return report();
+  }
+
+  const std::string work_ = folder_.makeFolder("work", 0777);
+  const std::string log_ = work_ + "/job-1.log";
+  const std::string probe_ = folder_.file("probe");
+  const std::string command_ = probe_ + " report";
+  Job job_;
+};
+
+TEST_F(RunRights, IncludeNoVariableWithoutAName) {
+  write(job_);
+  for (const std::string name : {"A=b", "=", ""}) {
+    expectTool(
+        runProcess(options({"--keep-env", name})), "",
+        "runlet-job: --keep-env: " + name + " is no name of a variable\nSee: runlet-job --help\n",
+        "exit 2");
+  }
+  EXPECT_FALSE(std::filesystem::exists(log_));
+}
+
+class RunRightsOfRoot : public RunRights {
+ protected:
+  void SetUp() override {
+    REQUIRE_ROOT();
+    setIds("71", "72");
+  }
+};
+
+TEST_F(RunRightsOfRoot, AreThoseOfTheUserAlone) {
+  const struct {
+    const char* fault;
+    const char* groups;
+  } rows[] = {{"none", " "}, {"known-user", "7 73 "}};
+  setIds("4200071", "72");
+  for (const auto& row : rows) {
+    ProcessOptions started = withFault(row.fault);
+    started.prepare = setStrangeGroups;
+    expectSuccess(started);
+    Report lines = workReport();
+    EXPECT_EQ(lines["Uid:"], Strings{fourTimes(4200071)});
+    EXPECT_EQ(lines["Gid:"], Strings{fourTimes(72)});
+    EXPECT_EQ(lines["Groups:"], Strings{row.groups});
+    expectNoCapabilities(lines);
+  }
+}
+
+TEST_F(RunRightsOfRoot, HaveTheEnvironmentOfTheUser) {
+  setIds("4200071", "72");
+  expectEnvironmentOfTheUser(
+      [this](const std::string& fault, const Strings& words, const Variables& variables) {
+        ProcessOptions started = withFault(fault, words);
+        started.environment.insert(started.environment.end(), variables.begin(), variables.end());
+        expectSuccess(started);
+        return workReport();
+      });
+}
+
+TEST_F(RunRightsOfRoot, LeaveOpenFilesOfRootBehind) {
+  const std::string secret = folder_.write("secret", "of root", 0600);
+  for (const char* redirect : {"yes", "no"}) {
+    job_.set("redirectStderr", redirect);
+    write(job_);
+    ProcessOptions started = options();
+    started.prepare = [&] { openAs(6, secret, O_RDONLY); };
+    expectSuccess(started);
+    EXPECT_EQ(workReport()["descriptor"], (Strings{"0 /dev/null", "1 " + log_, "2 " + log_}));
+  }
+}
+
+// Not even one that the starter leads the session of. It would take what is typed for a task, and
+// a task could type for it.
+TEST_F(RunRightsOfRoot, IncludeNoTerminal) {
+  for (const char* uid : {"71", "0"}) {
+    setIds(uid, "72");
+    const Terminal terminal;
+    ProcessOptions started = options();
+    started.prepare = [&] {
+      const int opened = open(terminal.name().c_str(), O_RDWR);
+      for (int stream = 0; stream <= STDERR_FILENO; ++stream) dup2(opened, stream);
+      close(opened);
+    };
+    EXPECT_EQ(describeStatus(runProcess(started).waitStatus), "exit 0");
+    Report lines = workReport();
+    EXPECT_EQ(lines["descriptor"], (Strings{"0 /dev/null", "1 " + log_, "2 " + log_})) << uid;
+    EXPECT_EQ(lines["terminal"], Strings{"no"}) << uid;
+    EXPECT_EQ(lines["session"], lines["pid"]) << uid;
+  }
+}
+
+TEST_F(RunRightsOfRoot, IncludeNoAmbientCapabilities) {
+  const std::string program = folder_.file("runlet-job");
+  std::filesystem::copy_file(RUNLET_JOB, program);
+  ProcessOptions started = options();
+  started.program = program;
+  started.prepare = [] { haveAmbientCapabilities(otherId); };
+  expectSuccess(started,
+                "runlet-job: run: the tasks run as user 65534 and group 65534, not as the job's "
+                "user 71 and group 72: only root may switch\n");
+  Report lines = workReport();
+  expectNoCapabilities(lines);
+  EXPECT_EQ(lines["Uid:"], Strings{fourTimes(otherId)});
+}
+
+TEST_F(RunRightsOfRoot, IncludeASessionKeyringOfTheirOwn) {
+  const std::string keyring = folder_.file("keyring");
+  for (const char* uid : {"71", "0"}) {
+    setIds(uid, "72");
+    ProcessOptions started = options();
+    started.prepare = [&] { joinNewKeyring(keyring); };
+    EXPECT_EQ(describeStatus(runProcess(started).waitStatus), "exit 0");
+    expectKeyring(keyring, workReport(), readFile(log_), std::string(uid) != "0");
+  }
+}
+
+// As long as the process is the user's and its memory root's.
+TEST_F(RunRightsOfRoot, LeaveNoCoreFileOfRootsMemory) {
+  EXPECT_EQ(describeStatus(runProcess(withFault("core-files")).waitStatus), "exit 0");
+  EXPECT_EQ(withoutKeyringNote(readFile(log_)), calling(command_, work_) + noCoreFiles);
+}
+
+}  // namespace
+}  // namespace runlet_test
