@@ -6,8 +6,8 @@
 
 #include "fuzz.h"
 #include "tool/check/inspect.h"
-#include "tool/expand/loading.h"
-#include "tool/expand/preview.h"
+#include "tool/job/loading.h"
+#include "tool/job/preview.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "temp_folder.h"
-#include "tool/text/decimal.h"
+#include "tool/verbs/options.h"
 #include "tool_run.h"
 
 namespace runlet_test {

@@ -6,7 +6,7 @@
 
 #include "exec_run.h"
 #include "fake_engine.h"
-#include "tool/text/utf8.h"
+#include "tool/text/characters.h"
 #include "tool_run.h"
 
 namespace runlet_test {

@@ -9,9 +9,9 @@
 #include <cstring>
 
 #include "tool/batch/task_user.h"
-#include "tool/system/paths.h"
+#include "tool/system/files.h"
+#include "tool/text/characters.h"
 #include "tool/text/format.h"
-#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {

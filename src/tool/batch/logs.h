@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "tool/batch/job_batch.h"
+#include "tool/batch/batch.h"
 
 namespace runlet_tool {
 

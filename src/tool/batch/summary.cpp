@@ -4,12 +4,12 @@
 #include <utility>
 
 #include "tool/batch/logs.h"
-#include "tool/expand/preview.h"
+#include "tool/job/preview.h"
+#include "tool/system/exit_status.h"
+#include "tool/text/characters.h"
 #include "tool/text/format.h"
-#include "tool/text/shell_quote.h"
-#include "tool/text/task_numbers.h"
+#include "tool/text/quoting.h"
 #include "tool/text/terminal.h"
-#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <vector>
 
-#include "tool/batch/job_batch.h"
-#include "tool/batch/task_end.h"
+#include "tool/batch/batch.h"
+#include "tool/batch/ends.h"
 
 namespace runlet_tool {
 

@@ -12,9 +12,11 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
-#include "tool/exec/task_rights.h"
-#include "tool/system/stop_signals.h"
+#include "tool/batch/task_rights.h"
+#include "tool/system/signals.h"
+#include "tool/system/sockets.h"
 
 namespace runlet_tool {
 namespace {
@@ -53,31 +55,10 @@ struct Answer {
   int error = 0;
 };
 
-// An answer and room for a descriptor.
-struct Message {
-  Message() {
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-  }
-
-  Answer answer;
-  iovec part{&answer, sizeof answer};
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-  msghdr message{};
-};
-
 void sendAnswer(int socket, int descriptor, int error) {
-  Message sent;
-  sent.answer.error = error;
-  cmsghdr* const rights = CMSG_FIRSTHDR(&sent.message);
-  rights->cmsg_level = SOL_SOCKET;
-  rights->cmsg_type = SCM_RIGHTS;
-  rights->cmsg_len = CMSG_LEN(sizeof descriptor);
-  std::memcpy(CMSG_DATA(rights), &descriptor, sizeof descriptor);
-  if (error != 0) sent.message.msg_controllen = 0;
-  sendmsg(socket, &sent.message, MSG_NOSIGNAL);
+  const Answer answer{error};
+  const std::span<const int> none;
+  sendMessage(socket, &answer, sizeof answer, error == 0 ? std::span(&descriptor, 1) : none);
 }
 
 bool isAskedToEnd() {
@@ -111,14 +92,10 @@ void endChild(pid_t child) {
 
 // The descriptor; -1 with the reason in errno, EIO where the process has ended without an answer.
 int receiveAnswer(int socket) {
-  Message received;
-  const ssize_t count = recvmsg(socket, &received.message, MSG_CMSG_CLOEXEC);
+  Answer answer;
   int descriptor = -1;
-  const cmsghdr* const rights = CMSG_FIRSTHDR(&received.message);
-  const bool isThere = count == sizeof received.answer && rights != nullptr &&
-                       rights->cmsg_len == CMSG_LEN(sizeof descriptor);
-  if (isThere) std::memcpy(&descriptor, CMSG_DATA(rights), sizeof descriptor);
-  errno = received.answer.error == 0 ? EIO : received.answer.error;
+  const bool isThere = receiveMessage(socket, &answer, sizeof answer, std::span(&descriptor, 1));
+  errno = isThere && answer.error != 0 ? answer.error : EIO;
   return descriptor;
 }
 
@@ -151,19 +128,19 @@ std::string settleTaskUser(AdapterContext* context) {
 
 int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work) {
   if (geteuid() != 0) return doWithoutMask(work);
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return -1;
-  const pid_t child = fork();
-  if (child == 0) workInChild(ends[1], context, work);
-  int error = errno;  // of the fork, if it failed
-  close(ends[1]);
+  Sockets sockets;
+  int error = makeSockets(SOCK_SEQPACKET, &sockets);
   int descriptor = -1;
+  const pid_t child = error == 0 ? fork() : -1;
+  if (child == 0) workInChild(sockets.theirs, context, work);
+  if (error == 0 && child == -1) error = errno;
+  close(sockets.theirs);
   if (child != -1) {
-    if (awaitAnswer(ends[0])) descriptor = receiveAnswer(ends[0]);
+    if (awaitAnswer(sockets.ours)) descriptor = receiveAnswer(sockets.ours);
     error = errno;
     endChild(child);
   }
-  close(ends[0]);
+  close(sockets.ours);
   errno = error;
   return descriptor;
 }

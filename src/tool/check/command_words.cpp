@@ -4,7 +4,9 @@
 #include <iterator>
 #include <string_view>
 
-#include "tool/check/danger.h"
+#include "tool/check/rules.h"
+#include "tool/job/danger.h"
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {

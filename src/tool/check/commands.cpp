@@ -11,10 +11,9 @@
 #include "job/int32.h"
 #include "tool/check/command_words.h"
 #include "tool/check/inspection.h"
-#include "tool/expand/preview.h"
+#include "tool/job/preview.h"
 #include "tool/text/format.h"
 #include "tool/text/terminal.h"
-#include "tool/text/utf8.h"
 
 namespace runlet_tool {
 namespace {

@@ -11,10 +11,10 @@
 #include <optional>
 #include <string>
 
-#include "tool/check/access.h"
 #include "tool/check/inspection.h"
-#include "tool/expand/preview.h"
-#include "tool/system/paths.h"
+#include "tool/job/preview.h"
+#include "tool/system/access.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {

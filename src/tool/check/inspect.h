@@ -4,8 +4,8 @@
 #include <string>
 
 #include "adapter/context.h"
-#include "tool/check/finding.h"
-#include "tool/expand/range_options.h"
+#include "tool/check/report.h"
+#include "tool/job/range.h"
 
 namespace runlet_tool {
 

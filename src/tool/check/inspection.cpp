@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <tuple>
 
-#include "tool/expand/loading.h"
+#include "tool/job/loading.h"
+#include "tool/job/range.h"
 #include "tool/text/format.h"
 
 namespace runlet_tool {

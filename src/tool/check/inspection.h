@@ -11,10 +11,11 @@
 #include <vector>
 
 #include "adapter/context.h"
-#include "tool/check/finding.h"
 #include "tool/check/inspect.h"
+#include "tool/check/report.h"
+#include "tool/check/rules.h"
 #include "tool/check/source.h"
-#include "tool/expand/work_limit.h"
+#include "tool/job/work_limit.h"
 
 namespace runlet_tool {
 

@@ -10,8 +10,10 @@
 
 #include "adapter/task_range.h"
 #include "job/int32.h"
-#include "tool/check/danger.h"
+#include "tool/check/inspection.h"
 #include "tool/check/texts.h"
+#include "tool/job/danger.h"
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {

@@ -4,7 +4,8 @@
 #include <cstdlib>
 #include <utility>
 
-#include "tool/text/utf8.h"
+#include "tool/text/characters.h"
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {

@@ -8,16 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "tool/check/finding.h"
+#include "tool/check/report.h"
 
 namespace runlet_tool {
-
-// White space to the XML library, and to strtol.
-inline constexpr char whiteSpace[] = " \t\n\v\f\r";
-
-inline bool isWhiteSpace(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
 
 // Where a byte of what the library made of a text stands in the file.
 struct TextMark {

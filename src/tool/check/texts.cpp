@@ -5,19 +5,15 @@
 #include <stdexcept>
 
 #include "job/strip_brace.h"
-#include "tool/text/utf8.h"
-#include "tool/text/visible.h"
+#include "tool/check/report.h"
+#include "tool/check/rules.h"
+#include "tool/check/source.h"
+#include "tool/job/danger.h"
+#include "tool/text/characters.h"
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {
-
-// Whether there is, from `node` on, something that its author may miss.
-bool hasContent(const TiXmlNode* node) {
-  for (; node != nullptr; node = node->NextSibling()) {
-    if (node->ToText() != nullptr || node->ToElement() != nullptr) return true;
-  }
-  return false;
-}
 
 void findCutOff(const TiXmlNode& node, const std::string& name, Inspection* inspection) {
   if (leaveOut(inspection, RuleId::cutOffText)) return;
@@ -225,10 +221,6 @@ const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection)
   const TiXmlText* text = first->ToText();
   if (isCutOff(*text)) findCutOff(*text->NextSibling(), element->ValueStr(), inspection);
   return text;
-}
-
-bool isCutOff(const TiXmlText& text) {
-  return hasContent(text.NextSibling());
 }
 
 void inspectWriting(const TiXmlText& text, TextKind kind, std::int32_t number,

@@ -17,9 +17,6 @@ enum class TextKind { plain, arguments, fields, parameter };
 // Finds what is cut off behind it, or hidden in front of it.
 const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection);
 
-// Whether something follows the text in its element that its author may miss.
-bool isCutOff(const TiXmlText& text);
-
 // Finds what of the text does not arrive as it is written: white space, and an & that begins no
 // reference; and what is not shown as it arrives: control characters. `number` is that of the task
 // that it belongs to; 0 for none.

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "tool/verb.h"
+#include "tool/system/exit_status.h"
 
 namespace runlet_tool {
 
@@ -16,8 +16,5 @@ struct Complaint {
 // False, for the caller to pass on.
 bool complain(const std::string& where, const std::string& value, const std::string& reason,
               Complaint* complaint);
-
-// The value alone, written like that.
-std::string shown(const std::string& value);
 
 }  // namespace runlet_tool

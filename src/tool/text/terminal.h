@@ -1,12 +1,18 @@
-// What is different on a terminal.
+// Standard output, and what is different on a terminal.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 namespace runlet_tool {
+
+// Whether it was all taken is looked at once, when the program ends.
+inline void put(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+}
 
 // Whether what goes to `stream` may have colours: it is a terminal, and NO_COLOR is not set.
 bool wantsColour(std::FILE* stream);

@@ -1,8 +1,8 @@
 // Lines about the ends of tasks, written and read back.
 
-#include "tool/batch/end_lines.h"
-
 #include <gtest/gtest.h>
+
+#include "tool/batch/ends.h"
 
 namespace runlet_tool {
 namespace {

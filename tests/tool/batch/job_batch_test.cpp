@@ -1,7 +1,5 @@
 // What is found out about a job before its tasks run without a farm server.
 
-#include "tool/batch/job_batch.h"
-
 #include <gtest/gtest.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -11,7 +9,9 @@
 #include "adapter_test.h"
 #include "job.h"
 #include "temp_folder.h"
-#include "tool/system/paths.h"
+#include "tool/batch/batch.h"
+#include "tool/system/exit_status.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {

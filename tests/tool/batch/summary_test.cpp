@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 
+#include "tool/system/exit_status.h"
+
 namespace runlet_tool {
 namespace {
 

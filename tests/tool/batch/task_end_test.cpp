@@ -1,8 +1,8 @@
 // How tasks have ended, and how that is told.
 
-#include "tool/batch/task_end.h"
-
 #include <gtest/gtest.h>
+
+#include "tool/batch/ends.h"
 
 namespace runlet_tool {
 namespace {

@@ -18,7 +18,7 @@
 
 #include "adapter_test.h"
 #include "temp_folder.h"
-#include "tool/system/paths.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {

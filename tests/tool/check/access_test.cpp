@@ -1,6 +1,6 @@
 // What another user may do, told by permission bits.
 
-#include "tool/check/access.h"
+#include "tool/system/access.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

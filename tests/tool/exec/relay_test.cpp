@@ -1,6 +1,6 @@
 // A terminal of root's, and tasks of other users that are kept from it.
 
-#include "tool/exec/relay.h"
+#include "tool/batch/relay.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,6 +13,7 @@
 
 #include "exec_run.h"
 #include "pseudo_terminal.h"
+#include "tool/text/characters.h"
 #include "tool_run.h"
 
 namespace runlet_test {

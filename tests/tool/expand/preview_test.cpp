@@ -1,6 +1,6 @@
 // What previews are, apart from what expand shows of them.
 
-#include "tool/expand/preview.h"
+#include "tool/job/preview.h"
 
 #include <gtest/gtest.h>
 

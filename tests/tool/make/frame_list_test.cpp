@@ -1,10 +1,10 @@
 // Frame lists: the tasks that they come to, and what is refused.
 
-#include "tool/make/frame_list.h"
-
 #include <gtest/gtest.h>
 
 #include <vector>
+
+#include "tool/make/frames.h"
 
 namespace runlet_tool {
 namespace {

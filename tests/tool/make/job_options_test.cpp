@@ -1,11 +1,12 @@
 // The options of make: what they come to in the job, and what is refused.
 
-#include "tool/make/job_options.h"
-
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <unistd.h>
+
+#include "tool/make/options.h"
+#include "tool/text/quoting.h"
 
 namespace runlet_tool {
 namespace {
@@ -234,11 +235,11 @@ TEST(MakeOptions, RefuseUnknownUsersAndGroups) {
 }
 
 TEST(MakeOptions, AreShownShortened) {
-  EXPECT_EQ(shown(std::string(60, 'a')), std::string(60, 'a'));
-  EXPECT_EQ(shown(std::string(61, 'a')), std::string(60, 'a') + "...");
+  EXPECT_EQ(shortShellWord(std::string(60, 'a')), std::string(60, 'a'));
+  EXPECT_EQ(shortShellWord(std::string(61, 'a')), std::string(60, 'a') + "...");
   // no half of a character
-  EXPECT_EQ(shown(std::string(59, 'a') + "\xc3\xa4 b"), std::string(59, 'a') + "...");
-  EXPECT_EQ(shown(std::string(58, 'a') + "\xc3\xa4 b"),
+  EXPECT_EQ(shortShellWord(std::string(59, 'a') + "\xc3\xa4 b"), std::string(59, 'a') + "...");
+  EXPECT_EQ(shortShellWord(std::string(58, 'a') + "\xc3\xa4 b"),
             "'" + std::string(58, 'a') + "\xc3\xa4'...");
 }
 

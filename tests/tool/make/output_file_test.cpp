@@ -1,6 +1,6 @@
 // Files that are written whole or not at all.
 
-#include "tool/make/output_file.h"
+#include "tool/system/output_file.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -24,7 +24,7 @@
 
 #include "adapter_test.h"
 #include "temp_folder.h"
-#include "tool/make/output_place.h"
+#include "tool/system/output_place.h"
 
 namespace runlet_tool {
 namespace {

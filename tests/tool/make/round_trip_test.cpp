@@ -14,8 +14,8 @@
 #include "job/parameter_file.h"
 #include "model.h"
 #include "random.h"
-#include "tool/make/make_job.h"
-#include "tool/system/memory_file.h"
+#include "tool/make/writer.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {

@@ -1,11 +1,9 @@
 // What make would find in a job file that is not what it meant.
 
-#include "tool/make/self_check.h"
-
 #include <gtest/gtest.h>
 
 #include "temp_folder.h"
-#include "tool/make/job_xml.h"
+#include "tool/make/writer.h"
 
 namespace runlet_tool {
 namespace {

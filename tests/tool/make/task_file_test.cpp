@@ -1,7 +1,5 @@
 // Task files: a task for each line, and what is refused.
 
-#include "tool/make/task_file.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -10,6 +8,8 @@
 #include <vector>
 
 #include "temp_folder.h"
+#include "tool/make/tasks.h"
+#include "tool/text/quoting.h"
 
 namespace runlet_tool {
 namespace {
@@ -131,7 +131,7 @@ TEST(TaskFile, RefusesMoreThanAJobMayHave) {
   EXPECT_EQ(complaint.status, exitUnreadable);
   std::filesystem::resize_file(path, maxTaskFileSize);
   EXPECT_FALSE(readTaskFile(path, &tasks, &complaint));
-  EXPECT_EQ(complaint.text, path + ":1: " + shown(std::string(60, '\0')) +
+  EXPECT_EQ(complaint.text, path + ":1: " + shortShellWord(std::string(60, '\0')) +
                                 "...: 134217728 bytes are too long, 1999 is the most");
   EXPECT_TRUE(tasks.empty());
 }

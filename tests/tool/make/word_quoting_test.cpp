@@ -1,8 +1,8 @@
 // Words of a command in a template: where they get quotes, and which cannot be written.
 
-#include "tool/make/word_quoting.h"
-
 #include <gtest/gtest.h>
+
+#include "tool/make/quoting.h"
 
 namespace runlet_tool {
 namespace {

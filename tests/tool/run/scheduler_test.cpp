@@ -1,6 +1,6 @@
 // Tasks that run as processes, some at a time.
 
-#include "tool/run/scheduler.h"
+#include "tool/batch/scheduler.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@
 #include <thread>
 
 #include "temp_folder.h"
-#include "tool/run/starter.h"
+#include "tool/batch/starter.h"
 
 namespace runlet_tool {
 namespace {

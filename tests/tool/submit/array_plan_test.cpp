@@ -1,12 +1,12 @@
 // How tasks become elements of arrays.
 
-#include "tool/submit/array_plan.h"
-
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <numeric>
 #include <ostream>
+
+#include "tool/slurm/arrays.h"
 
 namespace runlet_tool {
 

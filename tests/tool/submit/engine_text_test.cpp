@@ -1,10 +1,10 @@
 // What is understood of the engine's texts.
 
-#include "tool/submit/engine_text.h"
-
 #include <gtest/gtest.h>
 
 #include <ostream>
+
+#include "tool/slurm/answers.h"
 
 namespace runlet_tool {
 

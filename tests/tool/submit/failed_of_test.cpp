@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "fake_engine.h"
-#include "tool/submit/array_comment.h"
+#include "tool/slurm/arrays.h"
 
 namespace runlet_test {
 namespace {

@@ -1,14 +1,13 @@
 // Signals that come while arrays are submitted, or waited for.
 
-#include "tool/submit/interruption.h"
-
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 
-#include "tool/submit/subprocess.h"
+#include "tool/system/signals.h"
+#include "tool/system/subprocess.h"
 
 namespace runlet_tool {
 namespace {

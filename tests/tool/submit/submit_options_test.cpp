@@ -1,10 +1,9 @@
 // What may be said on the command line of a submission.
 
-#include "tool/submit/submit_options.h"
-
 #include <gtest/gtest.h>
 
-#include "tool/batch/user_environment.h"
+#include "tool/batch/task_rights.h"
+#include "tool/slurm/sbatch.h"
 
 namespace runlet_tool {
 namespace {

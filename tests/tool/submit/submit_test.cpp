@@ -13,7 +13,7 @@
 
 #include "adapter_test.h"
 #include "fake_engine.h"
-#include "tool/submit/array_comment.h"
+#include "tool/slurm/arrays.h"
 
 namespace runlet_test {
 namespace {

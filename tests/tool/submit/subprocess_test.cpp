@@ -1,6 +1,6 @@
 // Programs run to their end.
 
-#include "tool/submit/subprocess.h"
+#include "tool/system/subprocess.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

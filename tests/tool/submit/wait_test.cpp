@@ -1,6 +1,6 @@
 // runlet-job submit --wait with an engine that answers what the test wants.
 
-#include "tool/submit/wait.h"
+#include "tool/slurm/wait.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 
 #include "fake_engine.h"
 #include "pseudo_terminal.h"
-#include "tool/submit/array_comment.h"
+#include "tool/slurm/arrays.h"
 
 namespace runlet_test {
 namespace {

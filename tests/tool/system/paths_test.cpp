@@ -1,13 +1,12 @@
 // Paths as seen from a folder.
 
-#include "tool/system/paths.h"
-
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <climits>
 
 #include "temp_folder.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {

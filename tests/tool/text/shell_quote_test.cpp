@@ -1,8 +1,7 @@
-#include "tool/text/shell_quote.h"
-
 #include <gtest/gtest.h>
 
 #include "process.h"
+#include "tool/text/quoting.h"
 
 namespace runlet_test {
 namespace {

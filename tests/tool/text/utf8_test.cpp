@@ -1,6 +1,6 @@
-#include "tool/text/utf8.h"
-
 #include <gtest/gtest.h>
+
+#include "tool/text/characters.h"
 
 namespace runlet_tool {
 namespace {

@@ -1,10 +1,10 @@
 // What stands in an XML file for a text.
 
-#include "tool/text/xml_text.h"
-
 #include <gtest/gtest.h>
 
 #include <vector>
+
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {

@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "adapter_test.h"
-#include "tool/submit/array_comment.h"
+#include "tool/slurm/arrays.h"
 
 namespace runlet_test {
 namespace {

@@ -1,0 +1,251 @@
+#include "tool/batch/scheduler.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <unordered_map>
+#include <utility>
+
+#include "tool/batch/starter.h"
+#include "tool/text/terminal.h"
+
+namespace runlet_tool {
+namespace {
+
+using std::chrono::milliseconds;
+
+// In milliseconds the longest time limit has room, in the clock's own nanoseconds it has not.
+using Instant = std::chrono::time_point<std::chrono::steady_clock, milliseconds>;
+
+constexpr milliseconds longestWait = std::chrono::hours(1);
+constexpr milliseconds longestWaitOnTerminal = std::chrono::seconds(1);
+
+Instant now() {
+  return std::chrono::floor<milliseconds>(std::chrono::steady_clock::now());
+}
+
+// At least `time` from now.
+Instant after(milliseconds time) {
+  return std::chrono::ceil<milliseconds>(std::chrono::steady_clock::now()) + time;
+}
+
+TaskEnd withoutProcess(const char* what, int error) {
+  return {Ending::other, 0, std::string(what) + " (" + std::strerror(error) + ")"};
+}
+
+// To the group of `process`. A task may have left it for another one.
+void signalGroup(pid_t process, int signal) {
+  if (kill(-process, signal) != 0) kill(process, signal);
+}
+
+// A child that has ended, with its wait status still to be taken, so that its id is not given to
+// another process; 0 if none has, -1 with the reason in errno if the system does not tell.
+pid_t endedChild() {
+  siginfo_t info{};
+  return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 ? info.si_pid : -1;
+}
+
+// The process of a task.
+struct Running {
+  std::size_t task;
+  std::optional<Instant> deadline;  // of the next step towards its end
+  std::optional<Ending> forced;     // why it has to end, if it has to
+};
+
+TaskEnd takeEnd(pid_t process, const Running& running) {
+  // Only as long as the status has not been taken is the group sure to be this one.
+  if (running.forced) kill(-process, SIGKILL);
+  int status = 0;
+  if (waitpid(process, &status, 0) != process) return withoutProcess("end unknown", errno);
+  return running.forced ? TaskEnd{*running.forced, 0, ""} : endOfStatus(status);
+}
+
+class Scheduler {
+ public:
+  Scheduler(const TaskSource& source, const SchedulerLimits& limits, const HeldSignals& signals);
+  ~Scheduler();
+  Scheduler(const Scheduler&) = delete;
+  Scheduler& operator=(const Scheduler&) = delete;
+  RunOutcome run();
+
+ private:
+  using Processes = std::unordered_map<pid_t, Running>;
+
+  bool mayStart() const;
+  milliseconds waitingTime() const;
+
+  void startNext();
+  void takeEnded();
+  void loseSight(int error);
+  void interrupt(int signal);
+  void endOverdue();
+  void askToEnd(Processes::value_type* process, Ending why);
+  void killNow(Processes::value_type* process);
+  void setDeadline(Processes::value_type* process, std::optional<Instant> deadline);
+
+  const TaskSource& source_;
+  const SchedulerLimits& limits_;
+  const HeldSignals& signals_;
+  Progress progress_;
+  RunOutcome outcome_;
+  std::size_t next_ = 0;  // task to be started
+  bool isOver_ = false;   // nothing more is to be started, though nobody asked for an end
+  Processes processes_;
+  std::set<std::pair<Instant, pid_t>> deadlines_;  // of all processes
+};
+
+Scheduler::Scheduler(const TaskSource& source, const SchedulerLimits& limits,
+                     const HeldSignals& signals)
+    : source_(source), limits_(limits), signals_(signals), progress_("running", source.count) {
+  outcome_.ends.resize(source.count);
+}
+
+// There are processes left where an exception ends the run, as for want of memory.
+Scheduler::~Scheduler() {
+  for (const Processes::value_type& process : processes_) signalGroup(process.first, SIGKILL);
+}
+
+RunOutcome Scheduler::run() {
+  while (mayStart() || !processes_.empty()) {
+    const int signal = signals_.await(waitingTime());
+    takeEnded();  // before anything else: what has ended in time needs no signal
+    if (signal != 0 && signal != SIGCHLD) interrupt(signal);
+    endOverdue();
+    // One, and then the signals are looked at again: thousands may not even have a log.
+    if (mayStart()) startNext();
+    progress_.showNow(next_ - processes_.size());
+  }
+  return std::move(outcome_);
+}
+
+bool Scheduler::mayStart() const {
+  return !isOver_ && outcome_.signal == 0 && next_ < source_.count &&
+         processes_.size() < static_cast<std::size_t>(limits_.atATime);
+}
+
+milliseconds Scheduler::waitingTime() const {
+  if (mayStart()) return milliseconds(0);
+  const milliseconds longest = progress_.isOnTerminal() ? longestWaitOnTerminal : longestWait;
+  if (deadlines_.empty()) return longest;
+  return std::clamp(deadlines_.begin()->first - now(), milliseconds(0), longest);
+}
+
+void Scheduler::startNext() {
+  const std::size_t task = next_++;
+  const int log = source_.openLog(task);
+  if (log == -1) {
+    outcome_.ends[task] = withoutProcess("log not opened", errno);
+    return;
+  }
+  pid_t process = 0;
+  const int error = source_.start(task, log, &process);
+  close(log);
+  if (error == starterGone) {
+    isOver_ = true;
+    std::fputs(
+        "runlet-job: run: the process that starts the tasks has ended; no further task is "
+        "started\n",
+        stderr);
+    return;
+  }
+  if (error != 0) {
+    outcome_.ends[task] = withoutProcess("cannot be started", error);
+    return;
+  }
+  const auto [position, isNew] = processes_.insert({process, {task, {}, {}}});
+  if (limits_.timeLimit) setDeadline(&*position, after(*limits_.timeLimit));
+}
+
+void Scheduler::takeEnded() {
+  while (const pid_t process = endedChild()) {
+    if (process == -1) {
+      const bool isFine = errno == ECHILD && processes_.empty();
+      if (!isFine) loseSight(errno);
+      return;
+    }
+    const auto position = processes_.find(process);
+    if (position == processes_.end()) {
+      // Children of a shell that has become this program stay its children. They would stand in
+      // front of the others for ever.
+      if (waitpid(process, nullptr, 0) == process) continue;
+      return loseSight(errno);
+    }
+    setDeadline(&*position, {});
+    outcome_.ends[position->second.task] = takeEnd(process, position->second);
+    processes_.erase(position);
+  }
+}
+
+// Where nobody learns how tasks end, none is left to itself.
+void Scheduler::loseSight(int error) {
+  // Without a child that has this id it may be anybody's.
+  const bool areOurs = error != ECHILD;
+  std::fprintf(stderr,
+               "runlet-job: run: how tasks end cannot be found out: %s; those that run are %s, and "
+               "no further task is started\n",
+               std::strerror(error), areOurs ? "killed" : "left to themselves");
+  for (const Processes::value_type& process : processes_) {
+    if (areOurs) signalGroup(process.first, SIGKILL);
+    outcome_.ends[process.second.task] = withoutProcess("end unknown", error);
+  }
+  processes_.clear();
+  deadlines_.clear();
+  isOver_ = true;
+}
+
+void Scheduler::interrupt(int signal) {
+  const bool isFirst = outcome_.signal == 0;
+  if (isFirst) outcome_.signal = signal;
+  for (Processes::value_type& process : processes_) {
+    if (!isFirst) {
+      killNow(&process);
+    } else if (!process.second.forced) {
+      askToEnd(&process, Ending::interrupted);
+    }
+  }
+}
+
+void Scheduler::endOverdue() {
+  const Instant time = now();
+  while (!deadlines_.empty() && deadlines_.begin()->first <= time) {
+    Processes::value_type& process = *processes_.find(deadlines_.begin()->second);
+    if (process.second.forced) {
+      killNow(&process);
+    } else {
+      askToEnd(&process, Ending::timedOut);
+    }
+  }
+}
+
+void Scheduler::askToEnd(Processes::value_type* process, Ending why) {
+  process->second.forced = why;
+  signalGroup(process->first, SIGTERM);
+  signalGroup(process->first, SIGCONT);  // what is stopped could not attend to it
+  setDeadline(process, after(limits_.grace));
+}
+
+void Scheduler::killNow(Processes::value_type* process) {
+  signalGroup(process->first, SIGKILL);
+  setDeadline(process, {});
+}
+
+void Scheduler::setDeadline(Processes::value_type* process, std::optional<Instant> deadline) {
+  std::optional<Instant>& current = process->second.deadline;
+  if (current) deadlines_.erase({*current, process->first});
+  if (deadline) deadlines_.insert({*deadline, process->first});
+  current = deadline;
+}
+
+}  // namespace
+
+RunOutcome runTasks(const TaskSource& source, const SchedulerLimits& limits,
+                    const HeldSignals& signals) {
+  return Scheduler(source, limits, signals).run();
+}
+
+}  // namespace runlet_tool

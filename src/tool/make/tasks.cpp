@@ -1,0 +1,99 @@
+#include "tool/make/tasks.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "job/fill_in.h"
+#include "tool/system/exit_status.h"
+#include "tool/text/characters.h"
+#include "tool/text/xml.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+// Whether it is a device that may have no end, or that notices being read. A terminal is none:
+// tasks may be typed.
+bool isDevice(std::FILE* file) {
+  struct stat status {};
+  if (fstat(fileno(file), &status) != 0 || isatty(fileno(file)) == 1) return false;
+  return S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
+}
+
+// Reads the file to its end, or a little more than may be in it. Yields 0, or the error number.
+int readWhole(std::FILE* file, std::string* text) {
+  char piece[65536];
+  // At a terminal the end comes once: whoever reads again waits for another one.
+  while (std::feof(file) == 0 && std::ferror(file) == 0 && text->size() <= maxTaskFileSize) {
+    text->append(piece, std::fread(piece, 1, sizeof piece, file));
+  }
+  return std::ferror(file) == 0 ? 0 : errno;
+}
+
+// Yields why the file at `path` has no tasks for us; empty if it may have some.
+std::string readText(const std::string& path, std::string* text) {
+  const File file(std::fopen(path.c_str(), "rbe"), std::fclose);
+  if (file == nullptr) return std::strerror(errno);
+  if (isDevice(file.get())) return "that is a device, and only a file or a pipe is read";
+  const int error = readWhole(file.get(), text);
+  if (error != 0) return std::strerror(error);
+  return text->size() > maxTaskFileSize ? "more than 128 MiB, so more than a job may have" : "";
+}
+
+// Takes the first line off `*text`, without its line end.
+std::string takeLine(std::string_view* text) {
+  const std::size_t end = text->find('\n');
+  std::string_view line = text->substr(0, end);
+  text->remove_prefix(end == std::string_view::npos ? text->size() : end + 1);
+  if (end != std::string_view::npos && line.ends_with('\r')) line.remove_suffix(1);
+  return std::string(line);
+}
+
+bool appendTaskLine(const std::string& place, const std::string& line, runlet::StringList* tasks,
+                    Complaint* complaint) {
+  const std::string obstacle = taskObstacle(line);
+  if (!obstacle.empty()) return complain(place, line, obstacle, complaint);
+  tasks->push_back(line);
+  return true;
+}
+
+bool appendLines(const std::string& path, std::string_view text, runlet::StringList* tasks,
+                 Complaint* complaint) {
+  if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+  if (text.empty()) return complain("--tasks", path, "no line, so no task", complaint);
+  for (std::size_t number = 1; !text.empty(); ++number) {
+    const std::string place = visible(path) + ":" + std::to_string(number) + ":";
+    if (!appendTaskLine(place, takeLine(&text), tasks, complaint)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::string taskObstacle(std::string_view entry) {
+  if (entry.empty()) return "an empty line is no task";
+  if (entry.ends_with('\t')) return "the last field is empty and would read as \"Undefined\"";
+  if (entry.size() >= runlet::maxLookupLength) {
+    return std::to_string(entry.size()) + " bytes are too long, 1999 is the most";
+  }
+  if (entry.find('\r') != std::string_view::npos) return "CR in the middle of a line";
+  return xmlObstacle(entry);
+}
+
+bool readTaskFile(const std::string& path, runlet::StringList* tasks, Complaint* complaint) {
+  std::string text;
+  const std::string reason = readText(path, &text);
+  if (reason.empty()) return appendLines(path, text, tasks, complaint);
+  complaint->status = exitUnreadable;
+  return complain("--tasks", path, reason, complaint);
+}
+
+}  // namespace runlet_tool

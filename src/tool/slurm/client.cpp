@@ -1,0 +1,214 @@
+#include "tool/slurm/client.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "tool/batch/ends.h"
+#include "tool/system/subprocess.h"
+#include "tool/text/characters.h"
+#include "tool/text/quoting.h"
+
+namespace runlet_tool {
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr std::int64_t defaultMaxArraySize = 1001;
+
+// Variables that change what a program does in a way that is not wanted here: they leave something
+// out of the answer.
+struct Unwanted {
+  std::string_view program;
+  std::string_view beginning;
+};
+constexpr Unwanted unwanted[] = {{"squeue", "SQUEUE_"},
+                                 {"sacct", "SACCT_"},
+                                 {"sacct", "SLURM_BITSTR_LEN="},
+                                 {"scancel", "SCANCEL_"}};
+
+// Otherwise sacct names only the first few of the elements that have not been started.
+constexpr char withAllElements[] = "SLURM_BITSTR_LEN=0";
+
+bool isWanted(std::string_view variable, std::string_view program) {
+  return std::none_of(std::begin(unwanted), std::end(unwanted), [=](const Unwanted& row) {
+    return row.program == program && variable.starts_with(row.beginning);
+  });
+}
+
+Words environmentFor(std::string_view program) {
+  Words environment;
+  if (program == "sacct") environment.emplace_back(withAllElements);
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (isWanted(*variable, program)) environment.emplace_back(*variable);
+  }
+  return environment;
+}
+
+ProgramResult runEngine(const Words& arguments) {
+  return runSubprocess(arguments, "", environmentFor(arguments.front()));
+}
+
+ProgramResult runSbatch(const SbatchCommand& command) {
+  const MaskForNewFiles mask(command.mask);
+  return runSubprocess(command.arguments, command.script, command.environment);
+}
+
+// Why a program has not done what it was to do, in one line.
+std::string failureOf(const std::string& program, const ProgramResult& result) {
+  if (result.startError != 0) {
+    return "cannot run " + program + ": " + std::strerror(result.startError);
+  }
+  if (result.answerError != 0) {
+    return "the answer of " + program + " is lost: " + std::strerror(result.answerError);
+  }
+  const std::string text = visible(result.error.substr(0, result.error.find('\n')));
+  return text.empty() ? program + " " + describe(endOfStatus(result.waitStatus)) : text;
+}
+
+bool hasSucceeded(const ProgramResult& result) {
+  return result.startError == 0 && result.answerError == 0 && result.waitStatus == 0;
+}
+
+bool hasSaid(const ProgramResult& result, std::string_view text) {
+  return result.error.find(text) != std::string::npos;
+}
+
+void say(const std::string& text) {
+  std::fprintf(stderr, "runlet-job: submit: %s\n", text.c_str());
+}
+
+void passOn(const std::string& error) {
+  const std::string text = visibleLines(error);
+  std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+// Why there is no array to be relied on. What sbatch wrote to standard error has been passed on.
+std::string complaintOf(const ProgramResult& result) {
+  if (result.startError != 0 || result.answerError != 0) return failureOf("sbatch", result);
+  if (result.waitStatus != 0) return "sbatch " + describe(endOfStatus(result.waitStatus));
+  std::string text = "sbatch has told no id, but";
+  appendShellWord(result.output, &text);
+  return text;
+}
+
+// An sbatch that ends by itself and tells of a failure has queued nothing.
+bool mayHaveQueued(const ProgramResult& result) {
+  const bool hasRefused = result.answerError == 0 && WIFEXITED(result.waitStatus) &&
+                          WEXITSTATUS(result.waitStatus) != 0;
+  return result.startError == 0 && !hasRefused;
+}
+
+std::string whereToLook(const SbatchCommand& command) {
+  std::string text = "an array may be queued all the same; before you submit again, look for " +
+                     command.comment + " in: squeue --Format=ArrayJobID,Comment:200";
+  appendShellWord("--name=" + command.name, &text);
+  return text;
+}
+
+void addCluster(const ArrayId& array, Words* arguments) {
+  if (!array.cluster.empty()) arguments->push_back("--clusters=" + array.cluster);
+}
+
+std::string numbersOf(const std::vector<ArrayId>& arrays) {
+  std::string text;
+  for (const ArrayId& array : arrays) text.append(text.empty() ? "" : ",").append(array.number);
+  return text;
+}
+
+// What a program that knows of arrays has to say.
+struct Answer {
+  std::string output;
+  std::string failure;  // why there is none; empty = there is one
+};
+
+Answer answerOf(const std::string& program, const ProgramResult& result) {
+  if (hasSucceeded(result)) return {result.output, ""};
+  return {"", failureOf(program, result)};
+}
+
+ProgramResult runFor(const std::vector<ArrayId>& arrays, Words arguments) {
+  addCluster(arrays.front(), &arguments);
+  return runEngine(arguments);
+}
+
+// That squeue knows none of the arrays is an answer, whatever its status.
+Answer queue(const std::vector<ArrayId>& arrays, const std::string& columns) {
+  const ProgramResult result = runFor(
+      arrays, {"squeue", "-h", "-r", "--states=all", "-j", numbersOf(arrays), "-O", columns});
+  return hasSaid(result, "Invalid job id") ? Answer{} : answerOf("squeue", result);
+}
+
+// An engine without accounts knows nothing there.
+Answer accounts(const std::vector<ArrayId>& arrays, const std::string& columns) {
+  const ProgramResult result =
+      runFor(arrays, {"sacct", "-n", "-X", "-P", "-j", numbersOf(arrays), "-o", columns});
+  const bool isMissing = result.startError == ENOENT || result.startError == EACCES;
+  const bool isDisabled = hasSaid(result, "accounting storage is disabled");
+  return isMissing || isDisabled ? Answer{} : answerOf("sacct", result);
+}
+
+// In front of the comment there is nothing that a user has given.
+std::optional<ArrayOrigin> originInCommand(std::string_view line) {
+  constexpr std::string_view beginning = "sbatch --parsable --comment=";
+  if (!line.starts_with(beginning)) return std::nullopt;
+  return readComment(line.substr(beginning.size()));
+}
+
+}  // namespace
+
+std::int64_t askMaxArraySize() {
+  const ProgramResult result = runEngine({"scontrol", "show", "config"});
+  return readMaxArraySize(result.output).value_or(defaultMaxArraySize);
+}
+
+Submission submitArray(const SbatchCommand& command) {
+  const ProgramResult result = runSbatch(command);
+  passOn(result.error);
+  const std::optional<ArrayId> id = readReply(result.output);
+  const bool isSound = hasSucceeded(result) && id;
+  if (!isSound) say(complaintOf(result));
+  if (!id && mayHaveQueued(result)) say(whereToLook(command));
+  return {id, isSound};
+}
+
+bool cancelArray(const ArrayId& array) {
+  Words arguments = {"scancel", array.number};
+  addCluster(array, &arguments);
+  const ProgramResult result = runEngine(arguments);
+  if (hasSucceeded(result)) return true;
+  say("array " + array.number + " is left: " + failureOf("scancel", result));
+  return false;
+}
+
+std::string askQueue(const std::vector<ArrayId>& arrays, ElementStates* states) {
+  const Answer answer = queue(arrays, "ArrayJobID:20,ArrayTaskID:20,State:20,exit_code:20");
+  readQueue(answer.output, states);
+  return answer.failure;
+}
+
+std::string askAccounts(const std::vector<ArrayId>& arrays, ElementStates* states) {
+  const Answer answer = accounts(arrays, "JobID,State,ExitCode");
+  readAccounts(answer.output, states);
+  return answer.failure;
+}
+
+std::string askOrigin(const ArrayId& array, ArrayOrigin* origin) {
+  Answer answer = queue({array}, "Comment:200");
+  std::optional<ArrayOrigin> found = readComment(answer.output);
+  if (answer.output.empty() && answer.failure.empty()) {
+    answer = accounts({array}, "SubmitLine");
+    found = originInCommand(answer.output);
+  }
+  if (!answer.failure.empty()) return answer.failure;
+  if (answer.output.empty()) return "the engine does not know " + array.number + " any more";
+  if (!found) return array.number + " has not been submitted by runlet-job";
+  *origin = *found;
+  return "";
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,196 @@
+#include "tool/system/output_place.h"
+
+#include <fcntl.h>
+#include <linux/limits.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "tool/text/quoting.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr int maxLinks = 40;  // as many as the system follows
+
+// The number that follows `folder` in `path`; -1 if anything else does.
+int numberAfter(std::string_view folder, std::string_view path) {
+  if (!path.starts_with(folder)) return -1;
+  path.remove_prefix(folder.size());
+  int number = -1;
+  const auto [end, error] = std::from_chars(path.data(), path.data() + path.size(), number);
+  return error == std::errc() && end == path.data() + path.size() ? number : -1;
+}
+
+// The descriptor that the path names; -1 for any other path. Looked up as a path, a file that
+// standard output is appended to would be replaced, and a pipe has no path.
+int namedDescriptor(std::string_view path) {
+  if (path == "/dev/stdout") return STDOUT_FILENO;
+  if (path == "/dev/stderr") return STDERR_FILENO;
+  return std::max(numberAfter("/dev/fd/", path), numberAfter("/proc/self/fd/", path));
+}
+
+// The way to a file, name by name. Each one is looked up in the folder that is open, so that
+// whatever others rename meanwhile, no link is followed that was not looked at.
+struct Way {
+  OwnDescriptor folder;  // as far as we have come
+  std::string rest;      // the names to come
+  int links = 0;
+  bool endsInLink = false;  // the file was given by a link to it
+  bool isOpen = false;      // it went through a folder in which others can exchange things
+};
+
+std::string withoutLeadingSlashes(const std::string& path) {
+  return path.substr(std::min(path.find_first_not_of('/'), path.size()));
+}
+
+// Goes to the folder in which the rest of the way begins.
+std::string setOut(Way* way) {
+  const bool isFull = way->rest.starts_with('/');
+  if (isFull || way->folder.number() == -1) {
+    const int folder = open(isFull ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (folder == -1) return std::strerror(errno);
+    way->folder = OwnDescriptor(folder);
+  }
+  way->rest = withoutLeadingSlashes(way->rest);
+  if (way->rest.empty() || way->rest.ends_with('/')) way->rest += '.';
+  return {};
+}
+
+std::string takeName(std::string* rest) {
+  const std::size_t end = std::min(rest->find('/'), rest->size());
+  std::string name = rest->substr(0, end);
+  *rest = withoutLeadingSlashes(rest->substr(end));
+  return name;
+}
+
+// Opens what has that name, the link itself if it is one, to ask about it: no pipe or device is
+// touched by that. Yields its descriptor, or -1.
+int look(int folder, const std::string& name) {
+  constexpr int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+  // With O_DIRECTORY first, or a folder that is mounted on demand would not be mounted.
+  const int found = openat(folder, name.c_str(), flags | O_DIRECTORY);
+  return found == -1 && errno == ENOTDIR ? openat(folder, name.c_str(), flags) : found;
+}
+
+bool isOwnOrRoots(const struct stat& status) {
+  return status.st_uid == geteuid() || status.st_uid == 0;
+}
+
+// What others can do in a folder to things of the caller or of root: nothing, bring some there from
+// a folder of their own, or also exchange them.
+enum class Others { canDoNothing, canBring, canExchange };
+
+// Members of a group that a user has chosen for a folder are no others, but for root.
+Others othersIn(int folder) {
+  const mode_t writable = geteuid() == 0 ? S_IWGRP | S_IWOTH : S_IWOTH;
+  struct stat status {};
+  if (fstat(folder, &status) != 0 || !isOwnOrRoots(status)) return Others::canExchange;
+  if ((status.st_mode & writable) == 0) return Others::canDoNothing;
+  return (status.st_mode & S_ISVTX) != 0 ? Others::canBring : Others::canExchange;
+}
+
+std::string follow(const OwnDescriptor& link, const struct stat& status, const std::string& name,
+                   Way* way) {
+  if (!isOwnOrRoots(status)) {
+    return "the link " + shortShellWord(name) + " belongs to user " +
+           std::to_string(status.st_uid) + " and is not followed";
+  }
+  const bool isSettled = !way->isOpen && status.st_nlink == 1 &&
+                         othersIn(way->folder.number()) == Others::canDoNothing;
+  if (!isSettled) {
+    return "the link " + shortShellWord(name) +
+           " is where others may have put it, and is not followed";
+  }
+  char target[PATH_MAX];
+  const ssize_t length = readlinkat(link.number(), "", target, sizeof target);
+  if (length == -1 || ++way->links > maxLinks) return std::strerror(length == -1 ? errno : ELOOP);
+  const std::string start(target, static_cast<std::size_t>(length));
+  way->endsInLink = way->endsInLink || way->rest.empty();
+  way->rest = way->rest.empty() ? start : start + "/" + way->rest;
+  return {};
+}
+
+std::string notReplaced(const char* kind) {
+  return std::string("that is ") + kind + ", and only a regular file is replaced";
+}
+
+// Why something of that mode is not replaced; empty if it is.
+std::string obstacle(mode_t mode) {
+  if (S_ISREG(mode)) return {};
+  if (S_ISDIR(mode)) return std::strerror(EISDIR);
+  if (S_ISFIFO(mode)) return notReplaced("a pipe");
+  return notReplaced(S_ISSOCK(mode) ? "a socket" : "a device");
+}
+
+// The way ends, or cannot be followed, where nothing was found for the reason of that error number.
+std::string endAtNothing(int error, const Way& way, const std::string& name, OutputPlace* place) {
+  if (error != ENOENT || !way.rest.empty() || way.endsInLink) return std::strerror(error);
+  place->name = name;
+  return {};
+}
+
+// Reads the access list, which stays empty where the file has none beyond its mode. Yields why it
+// cannot be read.
+std::string readAccessList(const OwnDescriptor& file, std::string* list) {
+  const std::string path = "/proc/self/fd/" + std::to_string(file.number());
+  list->resize(XATTR_SIZE_MAX);
+  const ssize_t size = getxattr(path.c_str(), accessListName, list->data(), list->size());
+  const int error = size >= 0 || errno == ENODATA || errno == ENOTSUP ? 0 : errno;
+  list->resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  return error == 0 ? "" : std::string("its access list cannot be read: ") + std::strerror(error);
+}
+
+// The way ends at a thing of that status.
+std::string endAt(const OwnDescriptor& file, const struct stat& status, const std::string& name,
+                  OutputPlace* place) {
+  place->name = name;
+  place->old = status;
+  std::string reason = obstacle(status.st_mode);
+  return reason.empty() ? readAccessList(file, &place->accessList) : reason;
+}
+
+// Takes the next name of the way. The last step gives `*place` its name or its stream.
+std::string takeStep(Way* way, OutputPlace* place) {
+  const std::string name = takeName(&way->rest);
+  OwnDescriptor found(look(way->folder.number(), name));
+  struct stat status {};
+  if (found.number() == -1 || fstat(found.number(), &status) != 0) {
+    return endAtNothing(errno, *way, name, place);
+  }
+  if (S_ISLNK(status.st_mode)) {
+    std::string reason = follow(found, status, name, way);
+    if (!reason.empty()) return reason;
+    place->stream = namedDescriptor(way->rest);
+    return setOut(way);
+  }
+  if (way->rest.empty()) return endAt(found, status, name, place);
+  way->isOpen = way->isOpen || othersIn(way->folder.number()) == Others::canExchange;
+  way->folder = std::move(found);
+  return {};
+}
+
+}  // namespace
+
+std::string findOutputPlace(const std::string& path, OutputPlace* place) {
+  if (path.empty()) return std::strerror(ENOENT);
+  if (path.size() >= PATH_MAX) return std::strerror(ENAMETOOLONG);
+  place->stream = namedDescriptor(path);
+  Way way;
+  way.rest = path;
+  std::string reason = setOut(&way);
+  while (reason.empty() && place->name.empty() && place->stream == -1) {
+    reason = takeStep(&way, place);
+  }
+  place->folder = std::move(way.folder);
+  return reason;
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,129 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tool/check/report.h"
+#include "tool/make/complaint.h"
+#include "tool/make/options.h"
+#include "tool/make/writer.h"
+#include "tool/system/exit_status.h"
+#include "tool/system/output_file.h"
+#include "tool/text/quoting.h"
+#include "tool/text/terminal.h"
+#include "tool/verbs.h"
+
+namespace runlet_tool {
+namespace {
+
+struct OptionRow {
+  const char* name;
+  std::optional<std::string> MakeOptions::*value;
+  const char* type;
+  const char* help;
+};
+
+constexpr OptionRow optionRows[] = {
+    {"-o", &MakeOptions::output, "FILE", "Write to FILE, whole or not at all, not to the output"},
+    {"--frames", &MakeOptions::frames, "LIST", "A task for each of these frames: 1-100x2,150"},
+    {"--chunk", &MakeOptions::chunk, "N", "Up to N frames of a range to a task"},
+    {"--tasks", &MakeOptions::tasks, "FILE", "A task for each line, its fields separated by TAB"},
+    {"--folder", &MakeOptions::folder, "DIR", "Folder to run the tasks in"},
+    {"--logs", &MakeOptions::logs, "DIR", "Folder of logs, noted in the job"},
+    {"--outputs", &MakeOptions::outputs, "PATH", "Where the results go, noted in the job"},
+    {"--timeout", &MakeOptions::timeout, "MINUTES", "Time limit of a task; 35791 unless given"},
+    {"--user", &MakeOptions::user, "NAME", "User to run as; your own unless given"},
+    {"--group", &MakeOptions::group, "NAME", "Group to run as; your own unless given"},
+    {"--umask", &MakeOptions::umask, "OCTAL", "Mask for new files; 022 unless given"},
+    {"--stderr", &MakeOptions::standardError, "join|keep",
+     "Whether standard error joins standard output; join unless given"},
+};
+
+// Options are taken as they were given: converted to a type, the library would see lists and
+// comments in them.
+using Options = std::vector<CLI::Option*>;
+
+Options addRows(CLI::App* verb) {
+  Options added;
+  for (const OptionRow& row : optionRows) {
+    added.push_back(verb->add_option(row.name)->description(row.help)->type_name(row.type));
+  }
+  return added;
+}
+
+CLI::Option* addParam(CLI::App* verb) {
+  return verb->add_option("--param")
+      ->description("A parameter of the job, may be given several times")
+      ->type_name("NAME=VALUE")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+// The first word is an option of the library's, the others are what it leaves over: an option of
+// several words would take "[a,b]" for a list.
+CLI::Option* addCommand(CLI::App* verb) {
+  verb->allow_extras();
+  return verb->add_option("COMMAND")
+      ->description("Behind \"--\": the words of the command, or all of its template in one")
+      ->required();
+}
+
+// All words of the command. What is left over begins with the "--", or it is not the command's.
+std::vector<std::string> commandOf(const CLI::App& verb, const CLI::Option& first) {
+  std::vector<std::string> words = verb.remaining();
+  const auto mark = std::find(words.begin(), words.end(), "--");
+  if (mark != words.begin()) {
+    // the library tells them from the last to the first
+    throw CLI::ExtrasError(verb.get_name(), {std::make_reverse_iterator(mark), words.rend()});
+  }
+  if (!words.empty()) words.erase(mark);
+  words.insert(words.begin(), first.results().front());
+  return words;
+}
+
+int failWith(const Complaint& complaint) {
+  std::fprintf(stderr, "runlet-job: make: %s\n", complaint.text.c_str());
+  return complaint.status;
+}
+
+int writeJob(const std::optional<std::string>& path, const std::string& text) {
+  if (!path) put(text);
+  const std::string reason = path ? writeFile(*path, text) : "";
+  if (reason.empty()) return exitFine;
+  return failWith({exitUnreadable, "-o " + shortShellWord(*path) + ": " + reason});
+}
+
+int make(const MakeOptions& options) {
+  const std::string name = options.output ? shortShellWord(*options.output) : "standard output";
+  MadeJob made;
+  Complaint complaint;
+  if (!makeJob(options, name, &made, &complaint)) return failWith(complaint);
+  const std::string findings = findingsText(name, made.report, wantsColour(stderr));
+  std::fputs(findings.c_str(), stderr);
+  return writeJob(options.output, made.text);
+}
+
+}  // namespace
+
+void addMake(CLI::App* app, Action* action) {
+  CLI::App* verb = app->add_subcommand("make", "Write a job file for a command");
+  const Options rows = addRows(verb);
+  const CLI::Option* params = addParam(verb);
+  const CLI::Option* command = addCommand(verb);
+  verb->get_option("--chunk")->needs("--frames");
+  verb->get_option("--tasks")->excludes("--frames");
+  // Right behind the verb's own part of the line: what is wrong there is to be told first.
+  verb->parse_complete_callback([=] {
+    MakeOptions options;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      if (*rows[i]) options.*optionRows[i].value = rows[i]->results().front();
+    }
+    options.params = params->results();
+    options.command = commandOf(*verb, *command);
+    *action = [=] { return make(options); };
+  });
+}
+
+}  // namespace runlet_tool

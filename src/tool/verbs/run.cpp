@@ -1,0 +1,102 @@
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "exec/start.h"
+#include "tool/batch/batch.h"
+#include "tool/batch/become_task.h"
+#include "tool/batch/ends.h"
+#include "tool/batch/logs.h"
+#include "tool/batch/scheduler.h"
+#include "tool/batch/starter.h"
+#include "tool/batch/summary.h"
+#include "tool/system/exit_status.h"
+#include "tool/system/signals.h"
+#include "tool/text/characters.h"
+#include "tool/text/terminal.h"
+#include "tool/verbs.h"
+#include "tool/verbs/options.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr char name[] = "run";
+constexpr std::chrono::seconds grace(10);
+
+struct RunOptions {
+  BatchOptions batch;
+  std::int32_t jobs = 1;
+  std::string endLinesId;  // empty = no lines for another runlet-job
+  KeptVariables kept;
+};
+
+std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
+  const std::int32_t limit = batch.context.taskTimeout;
+  if (limit <= 0) return {};
+  return std::chrono::minutes(limit);
+}
+
+TaskSource taskSource(const Batch& batch, Starter* starter) {
+  return {batch.tasks.size(),
+          [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); },
+          [&batch, starter](std::size_t index, int log, pid_t* process) {
+            runlet::TaskStart start;
+            // Succeeds: the check has composed every task.
+            composeStart(batch.context, batch.tasks[index] - 1, &start);
+            return starter->start(start, log, process);
+          }};
+}
+
+int runJob(const RunOptions& options) {
+  const std::string& id = options.endLinesId;
+  if (!id.empty() && !isEndLinesId(id)) {
+    std::fprintf(stderr, "runlet-job: run: --tell-ends: %s is no id\n", visible(id).c_str());
+    return exitUnreadable;
+  }
+  Starter starter(options.kept);  // while this process is small
+  if (starter.error() != 0) {
+    std::fprintf(stderr, "runlet-job: run: no process can be made for the start of tasks: %s\n",
+                 std::strerror(starter.error()));
+    return exitUnreadable;
+  }
+  Batch batch;
+  const int refusal = prepareBatch(options.batch, name, &batch);
+  if (refusal != exitFine) return refusal;
+  if (!requireFullApplication(batch.context)) return exitUnreadable;
+  if (!makeLogFolder(batch, name)) return exitUnreadable;
+  // Until the end: another signal must not cost an interrupted run its summary.
+  const HeldSignals signals;
+  const RunOutcome outcome =
+      runTasks(taskSource(batch, &starter), {options.jobs, timeLimitOf(batch), grace}, signals);
+  const int status = writeSummary(batch, outcome.ends, stdout);
+  if (!id.empty()) put(endLines(id, batch.tasks, outcome.ends));
+  if (outcome.signal != 0) {
+    std::fflush(stdout);  // whether it worked no longer matters to the status
+    endBySignal(outcome.signal);
+  }
+  return status;
+}
+
+}  // namespace
+
+void addRun(CLI::App* app, Action* action) {
+  CLI::App* verb = app->add_subcommand(name, "Run a job's tasks on this machine");
+  const auto options = std::make_shared<RunOptions>();
+  addBatchOptions(verb, &options->batch);
+  verb->add_option("--jobs", options->jobs, "How many tasks run at a time; 1 unless given")
+      ->transform(inDecimal)
+      ->check(CLI::Range(1, INT32_MAX))
+      ->type_name("K");
+  // For the arrays of `submit` alone, and not shown.
+  verb->add_option("--tell-ends", options->endLinesId)->group("");
+  addKeptVariables(verb, "Keep this variable for a task of another user; repeatable",
+                   &options->kept);
+  verb->callback([=] { *action = [=] { return runJob(*options); }; });
+}
+
+}  // namespace runlet_tool
