@@ -16,10 +16,6 @@ void copyToLookupScratch(const std::string& text) {
   std::strncpy(lookupScratch, text.c_str(), maxLookupLength);  // fills the rest with NUL
 }
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 // One expansion at work: what it reads, and the areas it builds the result in.
 struct Expansion {
   const AdapterContext* context;

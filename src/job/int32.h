@@ -5,6 +5,10 @@
 
 namespace runlet {
 
+constexpr bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
 // The number that `text` begins with, in base 10, as strtol reads it (white space and a sign in
 // front are fine, what follows the digits is ignored, no digits give 0; beyond 64 bits it
 // saturates), cut to its low 32 bits.

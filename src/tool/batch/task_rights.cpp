@@ -94,16 +94,16 @@ bool beginsWithOneOf(std::string_view variable, const Beginnings& beginnings) {
                      [=](std::string_view beginning) { return variable.starts_with(beginning); });
 }
 
-std::string_view nameOf(std::string_view variable) {
+std::string_view variableName(std::string_view variable) {
   return variable.substr(0, variable.find('='));
 }
 
-bool hasVariable(const Words& environment, std::string_view name) {
+bool isSet(const Words& environment, std::string_view name) {
   return std::any_of(environment.begin(), environment.end(),
-                     [=](std::string_view variable) { return nameOf(variable) == name; });
+                     [=](std::string_view variable) { return variableName(variable) == name; });
 }
 
-void addUser(uid_t uid, Words* environment) {
+void addAccount(uid_t uid, Words* environment) {
   const passwd* const user = getpwuid(uid);
   const std::string name = user != nullptr ? user->pw_name : std::to_string(uid);
   const std::pair<const char*, std::string> variables[] = {
@@ -113,7 +113,7 @@ void addUser(uid_t uid, Words* environment) {
       {"USER", name},
   };
   for (const auto& [variable, value] : variables) {
-    if (!hasVariable(*environment, variable)) {
+    if (!isSet(*environment, variable)) {
       environment->push_back(std::string(variable) + "=" + value);
     }
   }
@@ -162,10 +162,10 @@ Words userEnvironment(uid_t uid, const Words& kept, const std::vector<std::strin
   for (char** next = environ; next != nullptr && *next != nullptr; ++next) {
     const std::string_view variable = *next;
     const bool isKept = beginsWithOneOf(variable, harmless) || beginsWithOneOf(variable, more) ||
-                        std::count(kept.begin(), kept.end(), nameOf(variable)) > 0;
+                        std::count(kept.begin(), kept.end(), variableName(variable)) > 0;
     if (isKept && variable.find('=') != std::string_view::npos) environment.emplace_back(variable);
   }
-  addUser(uid, &environment);
+  addAccount(uid, &environment);
   std::sort(environment.begin(), environment.end());
   return environment;
 }

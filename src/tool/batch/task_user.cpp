@@ -51,14 +51,14 @@ int doWithoutMask(const std::function<int()>& work) {
 
 // What the process that does the work says at its end; the descriptor is beside it, if there is
 // one.
-struct Answer {
+struct WorkResult {
   int error = 0;
 };
 
 void sendAnswer(int socket, int descriptor, int error) {
-  const Answer answer{error};
+  const WorkResult result{error};
   const std::span<const int> none;
-  sendMessage(socket, &answer, sizeof answer, error == 0 ? std::span(&descriptor, 1) : none);
+  sendMessage(socket, &result, sizeof result, error == 0 ? std::span(&descriptor, 1) : none);
 }
 
 bool isAskedToEnd() {
@@ -92,10 +92,10 @@ void endChild(pid_t child) {
 
 // The descriptor; -1 with the reason in errno, EIO where the process has ended without an answer.
 int receiveAnswer(int socket) {
-  Answer answer;
+  WorkResult result;
   int descriptor = -1;
-  const bool isThere = receiveMessage(socket, &answer, sizeof answer, std::span(&descriptor, 1));
-  errno = isThere && answer.error != 0 ? answer.error : EIO;
+  const bool isThere = receiveMessage(socket, &result, sizeof result, std::span(&descriptor, 1));
+  errno = isThere && result.error != 0 ? result.error : EIO;
   return descriptor;
 }
 

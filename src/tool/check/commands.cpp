@@ -23,10 +23,6 @@ using runlet::notGiven;
 using runlet::PlaceholderForm;
 using runlet::PlaceholderUse;
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 // What the placeholder's own digits say.
 struct Digits {
   std::size_t count;
@@ -36,7 +32,7 @@ struct Digits {
 
 Digits digitsAt(const std::string& text, std::size_t begin) {
   std::size_t end = begin;
-  while (end < text.size() && isDigit(text[end])) ++end;
+  while (end < text.size() && runlet::isDigit(text[end])) ++end;
   const std::size_t first = std::min(text.find_first_not_of('0', begin), end);
   const std::string digits = text.substr(first, end - first);
   const bool isBeyond = digits.size() > 10 || (digits.size() == 10 && digits > "2147483647");

@@ -34,10 +34,6 @@ struct Number {
   bool isBeyond32Bits;
 };
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 bool fits32Bits(const std::string& text) {
   errno = 0;
   const long value = std::strtol(text.c_str(), nullptr, 10);
@@ -51,7 +47,7 @@ Number numberOf(const TiXmlElement& element, const TiXmlText& node) {
   const char sign = number.digits < text.size() ? text[number.digits] : '\0';
   if (sign == '-' || sign == '+') ++number.digits;
   number.behind = number.digits;
-  while (number.behind < text.size() && isDigit(text[number.behind])) ++number.behind;
+  while (number.behind < text.size() && runlet::isDigit(text[number.behind])) ++number.behind;
   number.value = runlet::decimalInt32(text.c_str());
   number.isBeyond32Bits = !fits32Bits(text);
   return number;

@@ -10,7 +10,6 @@
 namespace runlet_tool {
 namespace {
 
-constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view cdataStart = "<![CDATA[";
 
 constexpr std::size_t excerptLength = 60;     // characters

@@ -16,8 +16,6 @@
 namespace runlet_tool {
 namespace {
 
-constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
-
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 // Whether it is a device that may have no end, or that notices being read. A terminal is none:

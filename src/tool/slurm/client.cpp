@@ -78,10 +78,6 @@ bool hasSaid(const ProgramResult& result, std::string_view text) {
   return result.error.find(text) != std::string::npos;
 }
 
-void say(const std::string& text) {
-  std::fprintf(stderr, "runlet-job: submit: %s\n", text.c_str());
-}
-
 void passOn(const std::string& error) {
   const std::string text = visibleLines(error);
   std::fwrite(text.data(), 1, text.size(), stderr);
@@ -161,6 +157,10 @@ std::optional<ArrayOrigin> originInCommand(std::string_view line) {
 
 }  // namespace
 
+void saySubmit(const std::string& text) {
+  std::fprintf(stderr, "runlet-job: submit: %s\n", text.c_str());
+}
+
 std::int64_t askMaxArraySize() {
   const ProgramResult result = runEngine({"scontrol", "show", "config"});
   return readMaxArraySize(result.output).value_or(defaultMaxArraySize);
@@ -171,8 +171,8 @@ Submission submitArray(const SbatchCommand& command) {
   passOn(result.error);
   const std::optional<ArrayId> id = readReply(result.output);
   const bool isSound = hasSucceeded(result) && id;
-  if (!isSound) say(complaintOf(result));
-  if (!id && mayHaveQueued(result)) say(whereToLook(command));
+  if (!isSound) saySubmit(complaintOf(result));
+  if (!id && mayHaveQueued(result)) saySubmit(whereToLook(command));
   return {id, isSound};
 }
 
@@ -181,7 +181,7 @@ bool cancelArray(const ArrayId& array) {
   addCluster(array, &arguments);
   const ProgramResult result = runEngine(arguments);
   if (hasSucceeded(result)) return true;
-  say("array " + array.number + " is left: " + failureOf("scancel", result));
+  saySubmit("array " + array.number + " is left: " + failureOf("scancel", result));
   return false;
 }
 

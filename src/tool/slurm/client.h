@@ -12,6 +12,9 @@
 
 namespace runlet_tool {
 
+// Writes "runlet-job: submit: TEXT" to standard error.
+void saySubmit(const std::string& text);
+
 // One more than the highest number that an element may have; the engine's default where it does
 // not tell.
 std::int64_t askMaxArraySize();

@@ -24,7 +24,7 @@ struct KnownArray {
 };
 
 int giveUp(const std::string& text) {
-  std::fprintf(stderr, "runlet-job: submit: %s\n", text.c_str());
+  saySubmit(text);
   return exitUnreadable;
 }
 

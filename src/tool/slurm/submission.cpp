@@ -19,15 +19,11 @@ namespace {
 
 constexpr char verbName[] = "submit";
 
-void say(const std::string& text) {
-  std::fprintf(stderr, "runlet-job: submit: %s\n", text.c_str());
-}
-
 // What the arrays that there already are become when the next one cannot be submitted.
 void cancel(const std::vector<SubmittedArray>& arrays) {
   bool isNoneLeft = true;
   for (const SubmittedArray& array : arrays) isNoneLeft = cancelArray(array.id) && isNoneLeft;
-  if (isNoneLeft && !arrays.empty()) say("what had been submitted has been cancelled");
+  if (isNoneLeft && !arrays.empty()) saySubmit("what had been submitted has been cancelled");
 }
 
 // All of them or none: false after a message, or when there was a signal.
@@ -69,7 +65,7 @@ int submitParts(const Batch& batch, const SubmitOptions& options,
   if (!submitAll(batch, options, parts, hold, &arrays)) return exitUnreadable;
   put(arrayIdsText(arrays, "\n"));
   std::fflush(stdout);  // the ids are wanted even if the waiting ends early
-  if (std::ferror(stdout) != 0) say("queued: " + listed(arrays));
+  if (std::ferror(stdout) != 0) saySubmit("queued: " + listed(arrays));
   if (!options.isWaiting) return exitFine;
   const Farewell farewell(farewellText(arrays));
   hold.release();
@@ -86,7 +82,8 @@ int showCommands(const Batch& batch, const SubmitOptions& options,
 
 int submitBatch(const Batch& batch, const SubmitOptions& options) {
   if (!canNameLogs(batch)) {
-    say("sbatch cannot be told of a log folder with a backslash: " + visible(batch.logFolder));
+    saySubmit("sbatch cannot be told of a log folder with a backslash: " +
+              visible(batch.logFolder));
     return exitFailing;
   }
   const std::vector<ArrayPart> parts =

@@ -10,7 +10,6 @@ namespace {
 
 // The UTF-8 of U+FEFF and of the two that XML leaves out. The XML library skips all three in front
 // of a text.
-constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view noCharacters[] = {"\xef\xbf\xbe", "\xef\xbf\xbf"};
 
 bool isForbidden(char c) {

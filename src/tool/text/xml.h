@@ -9,6 +9,8 @@ namespace runlet_tool {
 // White space to the XML library, and to strtol.
 inline constexpr char whiteSpace[] = " \t\n\v\f\r";
 
+inline constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+
 inline bool isWhiteSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }

@@ -45,7 +45,7 @@ std::unique_ptr<ExpandReport> makeReport(bool inJson) {
 }
 
 // 0 where that cannot be told; the job has been loaded from it.
-std::size_t sizeOf(const std::string& file) {
+std::size_t fileSize(const std::string& file) {
   struct stat status {};
   return stat(file.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
 }
@@ -62,7 +62,7 @@ bool reportTasks(const runlet::AdapterContext& context, bool isBounded, ExpandRe
   Preview preview;
   bool allStart = true;
   bool isOver = false;
-  WorkLimit limit(sizeOf(context.jobFile));
+  WorkLimit limit(fileSize(context.jobFile));
   for (std::int32_t index = range.first; index < end; ++index) {
     if (isBounded && limit.isSpent()) {
       report->cut(index, end - index);
