@@ -360,37 +360,46 @@ bool isAsked(const Inspection& inspection, std::int32_t number) {
   return range.first < number && number <= range.end;
 }
 
+// What the tasks are looked at with, one after the other.
+struct TaskWork {
+  Preview preview;
+  std::vector<OwnDigits> digits;
+  UsedParameters used;
+};
+
+// Whether the task has a command.
+bool inspectTask(std::int32_t number, TaskWork* work, Inspection* inspection) {
+  Preview& preview = work->preview;
+  previewCommand(inspection->context, number - 1, &preview);
+  inspection->limit.addPreview(preview, inspection->context, number - 1);
+  inspectUses(preview, number, &work->digits, inspection);
+  work->used.add(preview.uses);
+  if (preview.isComposed) {
+    inspectWords(preview, number, inspection);
+  } else {
+    inspectFailure(preview, number, inspection);
+  }
+  return preview.isComposed;
+}
+
 }  // namespace
 
 void inspectTasks(Inspection* inspection) {
   const AdapterContext& context = inspection->context;
   const std::size_t count = context.taskList.size();
   Progress progress("checking", count);
-  UsedParameters used(context.paramNames.size());
-  Preview preview;
-  std::vector<OwnDigits> digits;
+  TaskWork work{{}, {}, UsedParameters(context.paramNames.size())};
   bool allComposed = true;
   for (std::size_t i = 0; i < count; ++i) {
     const auto number = static_cast<std::int32_t>(i) + 1;
-    if (inspection->limit.isSpent() && !isAsked(*inspection, number)) {
-      findTasksNotLookedAt(inspection, number - 1);
-      allComposed = false;  // or else it is not known
-      continue;
-    }
-    previewCommand(context, number - 1, &preview);
-    inspection->limit.addPreview(preview, context, number - 1);
-    inspectUses(preview, number, &digits, inspection);
-    used.add(preview.uses);
-    allComposed = allComposed && preview.isComposed;
-    if (preview.isComposed) {
-      inspectWords(preview, number, inspection);
-    } else {
-      inspectFailure(preview, number, inspection);
-    }
+    const bool isSkipped = inspection->limit.isSpent() && !isAsked(*inspection, number);
+    if (isSkipped) findTasksNotLookedAt(inspection, number - 1);
+    // Of a task that is not looked at, nobody knows.
+    allComposed = !isSkipped && inspectTask(number, &work, inspection) && allComposed;
     progress.show(i);
   }
-  inspectUsedValues(used, inspection);
-  if (allComposed && count > 0) inspectUnused(used, inspection);
+  inspectUsedValues(work.used, inspection);
+  if (allComposed && count > 0) inspectUnused(work.used, inspection);
   inspectRights(inspection);
   inspectFolderName(inspection);
 }

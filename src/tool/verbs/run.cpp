@@ -52,6 +52,22 @@ TaskSource taskSource(const Batch& batch, Starter* starter) {
           }};
 }
 
+// Yields the exit status.
+int runTasksOf(const Batch& batch, const RunOptions& options, Starter* starter) {
+  // Until the end: another signal must not cost an interrupted run its summary.
+  const HeldSignals signals;
+  const RunOutcome outcome =
+      runTasks(taskSource(batch, starter), {options.jobs, timeLimitOf(batch), grace}, signals);
+  const int status = writeSummary(batch, outcome.ends, stdout);
+  const std::string& id = options.endLinesId;
+  if (!id.empty()) put(endLines(id, batch.tasks, outcome.ends));
+  if (outcome.signal != 0) {
+    std::fflush(stdout);  // whether it worked no longer matters to the status
+    endBySignal(outcome.signal);
+  }
+  return status;
+}
+
 int runJob(const RunOptions& options) {
   const std::string& id = options.endLinesId;
   if (!id.empty() && !isEndLinesId(id)) {
@@ -67,19 +83,8 @@ int runJob(const RunOptions& options) {
   Batch batch;
   const int refusal = prepareBatch(options.batch, name, &batch);
   if (refusal != exitFine) return refusal;
-  if (!requireFullApplication(batch.context)) return exitUnreadable;
-  if (!makeLogFolder(batch, name)) return exitUnreadable;
-  // Until the end: another signal must not cost an interrupted run its summary.
-  const HeldSignals signals;
-  const RunOutcome outcome =
-      runTasks(taskSource(batch, &starter), {options.jobs, timeLimitOf(batch), grace}, signals);
-  const int status = writeSummary(batch, outcome.ends, stdout);
-  if (!id.empty()) put(endLines(id, batch.tasks, outcome.ends));
-  if (outcome.signal != 0) {
-    std::fflush(stdout);  // whether it worked no longer matters to the status
-    endBySignal(outcome.signal);
-  }
-  return status;
+  const bool isReady = requireFullApplication(batch.context) && makeLogFolder(batch, name);
+  return isReady ? runTasksOf(batch, options, &starter) : exitUnreadable;
 }
 
 }  // namespace
