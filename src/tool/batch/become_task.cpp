@@ -101,10 +101,10 @@ void setEnvironment(const std::vector<std::string>& variables) {
 bool setUp(TaskStart* start, const KeptVariables& kept) {
   const bool isOther = isOfAnother(start->rights.uid);
   if (isOther && !requireSafePath(*start)) return false;
-  // The "Calling" line goes out at once: the log of the task begins with it. The adapter keeps it
-  // for the line about the process, which is not written here.
-  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   announceStart(*start);
+  // At once: the log of the task begins with it. The adapter keeps it for the line about the
+  // process, which is not written here.
+  std::fflush(stdout);
   makeExecutable(*start);
   if (isOther && !leaveTerminal()) {
     std::fputs("runlet-job: the task is not started: it would keep the terminal\n", stderr);

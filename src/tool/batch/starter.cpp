@@ -116,7 +116,7 @@ bool takeStreams(int log) {
     dprintf(request->log, "runlet-job: the task is not started: %s\n", std::strerror(errno));
     _exit(exitNoTask);
   }
-  _exit(becomeStart(&request->start, kept));  // all that was written has gone out, line by line
+  _exit(becomeStart(&request->start, kept));  // all that was written has gone out
 }
 
 // A copy of this process, as fork makes it, that is a child of this one's parent.
