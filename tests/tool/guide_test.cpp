@@ -186,5 +186,29 @@ TEST_F(Guide, OfTheReadmeShowsWhatThereIs) {
   follow("README.md", "/tmp/shot", " --user 1000 --group 1000");
 }
 
+std::string withoutSpace(const std::string& text) {
+  return std::regex_replace(text, std::regex("\\s+"), "");
+}
+
+// The text of an SVG picture.
+std::string textOfPicture(const std::string& svg) {
+  std::string text;
+  const std::regex element(">([^<]*)</text>");
+  for (std::sregex_iterator match(svg.begin(), svg.end(), element), end; match != end; ++match) {
+    text += (*match)[1];
+  }
+  text = std::regex_replace(text, std::regex("&lt;"), "<");
+  text = std::regex_replace(text, std::regex("&gt;"), ">");
+  return std::regex_replace(text, std::regex("&amp;"), "&");
+}
+
+// Apart from white space: its lines are those of a terminal.
+TEST_F(Guide, HasAPictureOfWhatThereIs) {
+  const std::string folder = RUNLET_SOURCES "/docs/pictures";
+  const std::string shown = textOfPicture(readFile(folder + "/check.svg"));
+  EXPECT_EQ(withoutSpace(shown), withoutSpace(transcriptOf({"$ runlet-job check job.xml"}, folder)))
+      << "run docs/pictures/make check";
+}
+
 }  // namespace
 }  // namespace runlet_test
