@@ -129,10 +129,12 @@ bool isConsole(const Lines& block) {
 
 class Guide : public testing::Test {
  protected:
-  // Goes through the document; its job is job.xml in `folder`.
-  void follow(const std::string& path, const std::string& folder) {
+  // Goes through the document; its job is job.xml in `folder`. `owner` are more options for the
+  // commands that make a job, where the document leaves it to whoever follows it.
+  void follow(const std::string& path, const std::string& folder, const std::string& owner = "") {
     const std::string document = readFile(RUNLET_SOURCES "/" + path);
-    const std::string here = std::regex_replace(document, std::regex("build/bin/"), "");
+    const std::string make = "runlet-job make";
+    const std::string here = std::regex_replace(document, std::regex(make), make + owner);
     const std::vector<Lines> blocks =
         blocksOf(std::regex_replace(here, std::regex(folder), folder_.path()));
     for (std::size_t i = 0; i < blocks.size(); ++i) {
@@ -180,7 +182,32 @@ TEST_F(Guide, ToWritingAJobFileShowsWhatThereIs) {
 }
 
 TEST_F(Guide, OfTheReadmeShowsWhatThereIs) {
-  follow("README.md", "/tmp/shot");
+  // Of root's own job there would be a warning.
+  follow("README.md", "/tmp/shot", " --user 1000 --group 1000");
+}
+
+std::string withoutSpace(const std::string& text) {
+  return std::regex_replace(text, std::regex("\\s+"), "");
+}
+
+// The text of an SVG picture.
+std::string textOfPicture(const std::string& svg) {
+  std::string text;
+  const std::regex element(">([^<]*)</text>");
+  for (std::sregex_iterator match(svg.begin(), svg.end(), element), end; match != end; ++match) {
+    text += (*match)[1];
+  }
+  text = std::regex_replace(text, std::regex("&lt;"), "<");
+  text = std::regex_replace(text, std::regex("&gt;"), ">");
+  return std::regex_replace(text, std::regex("&amp;"), "&");
+}
+
+// Apart from white space: its lines are those of a terminal.
+TEST_F(Guide, HasAPictureOfWhatThereIs) {
+  const std::string folder = RUNLET_SOURCES "/docs/pictures";
+  const std::string shown = textOfPicture(readFile(folder + "/check.svg"));
+  EXPECT_EQ(withoutSpace(shown), withoutSpace(transcriptOf({"$ runlet-job check job.xml"}, folder)))
+      << "run docs/pictures/make check";
 }
 
 }  // namespace
