@@ -85,7 +85,7 @@ void inspectClosingQuote(const Line& line, const Word& word) {
   const std::size_t behind = word.end + 1;
   if (word.isQuoted && behind < text.size() && text[behind] != ' ') {
     const std::size_t end = std::min(text.find(' ', behind), text.size());
-    findIn(line, RuleId::behindQuote, behind, text.substr(word.begin - 1, end - word.begin + 1),
+    findIn(line, RuleId::afterQuote, behind, text.substr(word.begin - 1, end - word.begin + 1),
            "What follows a closing quote without a space is the next word.",
            "Put the quotes around the whole word.");
   }
@@ -175,7 +175,7 @@ void inspectChmod(const Line& line) {
         "Use a path of letters, digits and _ @ % + = : , . / - only.");
   }
   if (prefix > 0 && line.text().size() > prefix && line.text()[prefix] == '/') {
-    findIn(line, RuleId::folderInFrontOfPath, prefix, path,
+    findIn(line, RuleId::folderBeforePath, prefix, path,
            "The folder of the application path (-a) is put in front, also of a full path.",
            "Write the program's name without its folder.");
   }

@@ -378,7 +378,7 @@ void inspectTasks(Inspection* inspection) {
   for (std::size_t i = 0; i < count; ++i) {
     const auto number = static_cast<std::int32_t>(i) + 1;
     if (inspection->limit.isSpent() && !isAsked(*inspection, number)) {
-      findTasksNotLookedAt(inspection, number - 1);
+      findTasksNotChecked(inspection, number - 1);
       allComposed = false;  // or else it is not known
       continue;
     }

@@ -114,7 +114,7 @@ const TiXmlElement* inspectRoot(const TiXmlDocument& document, Inspection* inspe
   if (first->ToElement() == nullptr) {
     const Source& source = *inspection->source;
     find(
-        inspection, RuleId::inFrontOfRoot, placeOf(*first), source.excerpt(*first),
+        inspection, RuleId::beforeRoot, placeOf(*first), source.excerpt(*first),
         "The first thing in the file has to be the root element; the adapter refuses the file with "
         "\"Invalid XML job syntax\".",
         "Take this out, or move it into the root element.");
@@ -182,7 +182,7 @@ void inspectOtherJobParams(const TiXmlNode& cmdData, const TiXmlNode& jobParams,
 void findNoJobParams(const TiXmlNode& cmdData, Inspection* inspection) {
   const TiXmlElement* inFront = cmdData.FirstChildElement("JobParams");
   if (inFront != nullptr && cmdData.FirstChildElement("TaskList") != nullptr) {
-    find(inspection, RuleId::jobParamsInFront, placeOf(*inFront), "<JobParams>",
+    find(inspection, RuleId::jobParamsBeforeTaskList, placeOf(*inFront), "<JobParams>",
          "JobParams is looked for behind TaskList only, and the adapter refuses the file with "
          "\"Invalid XML job syntax\".",
          "Move it behind </TaskList>.");

@@ -280,7 +280,7 @@ void inspectHost(Inspection* inspection) {
   Preview preview;
   for (std::size_t i = 0; i < context.taskList.size(); ++i) {
     if (inspection->limit.isSpent()) {
-      findTasksNotLookedAt(inspection, static_cast<std::int32_t>(i));
+      findTasksNotChecked(inspection, static_cast<std::int32_t>(i));
       return;
     }
     const auto number = static_cast<std::int32_t>(i) + 1;

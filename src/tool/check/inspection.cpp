@@ -74,9 +74,9 @@ void findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::i
   if (isKept) inspection->report.findings[last].tasks.add(number);
 }
 
-void findTasksNotLookedAt(Inspection* inspection, std::int32_t number) {
-  if (inspection->kept[RuleId::tasksNotLookedAt] > 0) return;
-  find(inspection, RuleId::tasksNotLookedAt, Place{}, "",
+void findTasksNotChecked(Inspection* inspection, std::int32_t number) {
+  if (inspection->kept[RuleId::tasksNotChecked] > 0) return;
+  find(inspection, RuleId::tasksNotChecked, Place{}, "",
        "Of the " + quantity(inspection->context.taskList.size(), "task") + " only the first " +
            std::to_string(number) + " were looked at: the others would take too long.",
        "Shorten the template, or have all tasks looked at, with runlet-job check --all.");

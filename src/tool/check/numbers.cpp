@@ -81,7 +81,7 @@ void inspectRest(const Number& number, Inspection* inspection) {
   if (skipped == std::string::npos) return;
   const Source& source = *inspection->source;
   const std::size_t at = source.offsetIn(*number.node, number.behind + skipped);
-  find(inspection, RuleId::rubbishBehindNumber, source.placeOf(at), rest.substr(skipped),
+  find(inspection, RuleId::rubbishAfterNumber, source.placeOf(at), rest.substr(skipped),
        "A number ends at the first character that is no digit: this is dropped, and the value is " +
            std::to_string(number.value) + ".",
        "Write the decimal number alone.");

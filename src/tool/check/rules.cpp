@@ -26,7 +26,7 @@ const std::vector<Rule>& allRules() {
        "is empty, and the adapter refuses the request with the library's own words. The place is "
        "where the library gave up; the mistake may be some way in front of it.\n"
        "In texts write &lt; for <, and &amp; for &."},
-      {RuleId::inFrontOfRoot, error, "something stands in front of the root element",
+      {RuleId::beforeRoot, error, "something stands in front of the root element",
        "The adapter takes the first node of the file for the root, whatever it is. An XML "
        "declaration, a comment, a document type or a text in front of the root element therefore "
        "makes the whole file \"Invalid XML job syntax\".\n"
@@ -47,7 +47,7 @@ const std::vector<Rule>& allRules() {
       {RuleId::noJobParams, error, "there is no JobParams",
        "JobParams is required behind TaskList, also when the job has no parameters.\n"
        "Write <JobParams/> behind </TaskList>."},
-      {RuleId::jobParamsInFront, error, "JobParams stands in front of TaskList",
+      {RuleId::jobParamsBeforeTaskList, error, "JobParams stands in front of TaskList",
        "All other elements of cmdData may stand in any order, but JobParams is looked for behind "
        "TaskList only.\n"
        "Move JobParams behind </TaskList>."},
@@ -95,7 +95,7 @@ const std::vector<Rule>& allRules() {
       {RuleId::outsideBraces, warning, "text outside the braces is dropped",
        "Of a text in braces, only what stands between the first { and the last } counts.\n"
        "Put all of the text between the braces."},
-      {RuleId::emptyByBraces, warning, "a name or value without braces is empty",
+      {RuleId::emptyWithoutBraces, warning, "a name or value without braces is empty",
        "A Name or Value without a usable pair of braces is not refused, but counts as an empty "
        "text.\n"
        "Write {the text}; for an empty value write {}."},
@@ -119,7 +119,7 @@ const std::vector<Rule>& allRules() {
        "TaskNameIdx, TaskTimeout, uid, gid, umask and redirectStderr may be left out, but not left "
        "empty: the adapter then refuses the file with \"Invalid XML job syntax\".\n"
        "Write a value, or take the element out."},
-      {RuleId::rubbishBehindNumber, warning, "something stands behind a number",
+      {RuleId::rubbishAfterNumber, warning, "something stands behind a number",
        "A number is read up to the first character that is no digit, and the rest is dropped "
        "without a word: 30min is 30, 0x10 is 0, 1e3 is 1.\n"
        "Write the decimal number alone."},
@@ -260,7 +260,7 @@ const std::vector<Rule>& allRules() {
        "one "
        "wide, %tp4294967297 is field 1.\n"
        "Write the number that is meant."},
-      {RuleId::tasksNotLookedAt, warning, "not all tasks were looked at",
+      {RuleId::tasksNotChecked, warning, "not all tasks were looked at",
        "What the tasks of a small file come to can be very much more than the file: a long "
        "template for each of many tasks, or many placeholders that each look up a field of a long "
        "entry. Beyond an amount of work that grows with the file, far above that of a usual job, "
@@ -277,7 +277,7 @@ const std::vector<Rule>& allRules() {
        "is "
        "part of the text, and the space still separates: the program gets --name=\"a and b\".\n"
        "Put the quotes around the whole word: \"--name=a b\"."},
-      {RuleId::behindQuote, warning, "text right behind a closing quote begins a new word",
+      {RuleId::afterQuote, warning, "text right behind a closing quote begins a new word",
        "A closing quote ends its word. What follows without a space is the next word: \"a b\"c is "
        "two "
        "arguments.\n"
@@ -303,8 +303,7 @@ const std::vector<Rule>& allRules() {
        "commands "
        "of it, run as root. The task itself may start all the same.\n"
        "Use paths of letters, digits and the characters _ @ % + = : , . / - only."},
-      {RuleId::folderInFrontOfPath, warning,
-       "the application's folder is put in front of a full path",
+      {RuleId::folderBeforePath, warning, "the application's folder is put in front of a full path",
        "With an application path (-a) its folder is put in front of the command, also when that "
        "begins with a / already: with -a /opt/tool/app the command /bin/echo is "
        "/opt/tool//bin/echo.\n"

@@ -207,7 +207,7 @@ void findNoBraces(const TiXmlText& node, TextKind kind, Inspection* inspection) 
         "failed\".",
         "Write " + braced(node.Value()) + ".");
   } else if (node.ValueStr() != "{}") {
-    find(inspection, RuleId::emptyByBraces, placeOf(node), node.ValueStr(),
+    find(inspection, RuleId::emptyWithoutBraces, placeOf(node), node.ValueStr(),
          "There is no text between a { and a }, and it counts as empty.",
          "Write the text in braces, or {} if it is to be empty.");
   }
