@@ -1,9 +1,9 @@
 // What `check` looks for.
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace runlet_tool {
 
@@ -91,15 +91,16 @@ enum class RuleId {
   groupsNotKept = 99,
 };
 
+// An entry of rules.txt.
 struct Rule {
   RuleId id;
   Severity severity;
   const char* title;        // half a sentence
-  const char* explanation;  // what happens, why, and what to write
+  const char* explanation;  // lines: what happens, why, what to write, and an example
 };
 
-// All of them, by their code.
-const std::vector<Rule>& allRules();
+// All of them, sorted by their codes.
+std::span<const Rule> allRules();
 
 const Rule& ruleOf(RuleId id);
 

@@ -160,15 +160,18 @@ TEST_F(Check, WritesJson) {
 }
 
 TEST(Explain, TellsTheLongForm) {
-  expectTool(
-      runTool({"explain", "RJ012"}),
-      "RJ012 (warning): the text of an element is cut off\n\n"
-      "The text of an element is what the element begins with, up to the first comment, CDATA "
-      "section or element in it. What follows is dropped, and an element that begins with a "
-      "comment or another element has no text at all. For example, <WorkingFolder>/jobs<!-- "
-      "local -->/a</WorkingFolder> is the folder /jobs.\n"
-      "Move the comment out of the element, and write the text in one piece.\n",
-      "", "exit 0");
+  expectTool(runTool({"explain", "RJ012"}),
+             "RJ012 (warning): the text of an element is cut off\n\n"
+             "The text of an element is what the element begins with, up to the first\n"
+             "comment, CDATA section or element in it. What follows is ignored. An element\n"
+             "that begins with a comment or another element has no text at all. The wrong\n"
+             "folder below is `/srv`.\n\n"
+             "Move the comment out of the element, and write the text in one piece.\n\n"
+             "Wrong:\n"
+             "  <WorkingFolder>/srv<!-- local -->/shots</WorkingFolder>\n"
+             "Right:\n"
+             "  <WorkingFolder>/srv/shots</WorkingFolder><!-- local -->\n",
+             "", "exit 0");
   EXPECT_EQ(runTool({"explain", "RJ051", "RJ007"}).output,
             runTool({"explain", "RJ051"}).output + "\n" + runTool({"explain", "RJ007"}).output);
 }
