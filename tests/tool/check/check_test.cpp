@@ -37,8 +37,8 @@ TEST_F(Check, TellsPlaceTextReasonAndWhatToWrite) {
   expectTool(
       runTool({"check", job}),
       job +
-          ":3:18: error RJ060: %tx: A %t has to be followed by n or p and a %j by p; here "
-          "the expansion fails, and no task is started.\n"
+          ":3:18: error RJ060: %tx: %t must be followed by n or p, and %j by p; the expansion "
+          "fails, and no task is started.\n"
           "    Write %tn, %tp or %jp with a number, or %% for a percent sign. [every task]\n" +
           job + ": 3 tasks, 1 error\n",
       "", "exit 1");
@@ -93,8 +93,8 @@ TEST_F(Check, TellsOfEveryFile) {
   expectTool(
       runTool({"check", first, missing, second}),
       first +
-          ":3:19: warning RJ065: %: This % begins no placeholder and is dropped, with the digits "
-          "behind it.\n    Write %% for a percent sign. [every task]\n" +
+          ":3:19: warning RJ065: %: This % does not begin a placeholder and is dropped, along with "
+          "the digits after it.\n    Write %% for a percent sign. [every task]\n" +
           first + ": 3 tasks, 1 warning\n" + missing +
           ": error RJ001: The adapter refuses the request with: Runlet adapter: Could not load "
           "parameter file " +
