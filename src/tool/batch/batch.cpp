@@ -42,7 +42,7 @@ void sayWarnings(const AdapterContext& context, const char* verb, const Report& 
 bool isComplete(const Question& question, const Report& report) {
   return question.range.isGiven() ||
          std::none_of(report.findings.begin(), report.findings.end(), [](const Finding& finding) {
-           return finding.rule->id == RuleId::tasksNotLookedAt;
+           return finding.rule->id == RuleId::tasksNotChecked;
          });
 }
 

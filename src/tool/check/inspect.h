@@ -25,7 +25,7 @@ struct Question {
 inline constexpr std::size_t mostFindings = 20;
 
 // Takes time and memory in proportion to the size of the file: where the tasks together would take
-// more, those beyond are left alone, which is a finding (RuleId::tasksNotLookedAt), unless they are
+// more, those beyond are left alone, which is a finding (RuleId::tasksNotChecked), unless they are
 // to be looked at in any case.
 //
 // Nothing is run and nothing changed. Without an error among the findings the adapter starts every

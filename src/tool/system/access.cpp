@@ -65,7 +65,7 @@ struct Way {
   }
 };
 
-// Whether every folder on the way may be searched; `*status` is then what stands at its end.
+// Whether every folder on the way may be searched; `*status` is then what is at its end.
 bool mayReach(const Identity& who, Way way, struct stat* status) {
   if (stat(way.at.c_str(), status) != 0) return false;
   for (std::string component = way.next(); !component.empty(); component = way.next()) {

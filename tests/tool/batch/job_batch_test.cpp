@@ -155,8 +155,8 @@ TEST(JobBatch, IsRefusedForWhatCheckFinds) {
   EXPECT_EQ(
       prepared.error,
       path +
-          ":3:32: error RJ060: %tx: A %t has to be followed by n or p and a %j by p; here "
-          "the expansion fails, and no task is started.\n"
+          ":3:32: error RJ060: %tx: %t must be followed by n or p, and %j by p; the expansion "
+          "fails, and no task is started.\n"
           "    Write %tn, %tp or %jp with a number, or %% for a percent sign. [every task]\n" +
           path + ": 2 tasks, 1 error\n");
 }
@@ -177,10 +177,9 @@ TEST(JobBatch, IsUnreadableWhereTheFileIs) {
                 path + ": 0 tasks, 1 error\n");
   prepare({"", {}, ""}, &prepared);
   EXPECT_EQ(prepared.status, exitUnreadable);
-  EXPECT_EQ(
-      prepared.error,
-      ": error RJ001: The path is empty, and the adapter refuses the request without a word.\n"
-      "    Give the path of a job file that the adapter can read.\n: 0 tasks, 1 error\n");
+  EXPECT_EQ(prepared.error,
+            ": error RJ001: The path is empty; the adapter refuses the request without a message.\n"
+            "    Give the path of a job file that the adapter can read.\n: 0 tasks, 1 error\n");
 }
 
 TEST(JobBatch, TellsThatThereAreWarnings) {
@@ -227,7 +226,7 @@ TEST(JobBatch, OfRootNeedsAUser) {
   EXPECT_EQ(prepared.status, exitFailing);
   EXPECT_EQ(prepared.error,
             path +
-                ":2:1: error RJ037: The job has no uid and the request no user name (-u), and the "
+                ":2:1: error RJ037: The job has no uid and the request no user name (-u); the "
                 "adapter refuses every task with \"Missing user name\".\n"
                 "    Write <uid> with the number of a user, or check with -u USER if the server "
                 "gives it.\n" +

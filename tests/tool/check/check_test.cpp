@@ -37,8 +37,8 @@ TEST_F(Check, TellsPlaceTextReasonAndWhatToWrite) {
   expectTool(
       runTool({"check", job}),
       job +
-          ":3:18: error RJ060: %tx: A %t has to be followed by n or p and a %j by p; here "
-          "the expansion fails, and no task is started.\n"
+          ":3:18: error RJ060: %tx: %t must be followed by n or p, and %j by p; the expansion "
+          "fails, and no task is started.\n"
           "    Write %tn, %tp or %jp with a number, or %% for a percent sign. [every task]\n" +
           job + ": 3 tasks, 1 error\n",
       "", "exit 1");
@@ -93,8 +93,8 @@ TEST_F(Check, TellsOfEveryFile) {
   expectTool(
       runTool({"check", first, missing, second}),
       first +
-          ":3:19: warning RJ065: %: This % begins no placeholder and is dropped, with the digits "
-          "behind it.\n    Write %% for a percent sign. [every task]\n" +
+          ":3:19: warning RJ065: %: This % does not begin a placeholder and is dropped, along with "
+          "the digits after it.\n    Write %% for a percent sign. [every task]\n" +
           first + ": 3 tasks, 1 warning\n" + missing +
           ": error RJ001: The adapter refuses the request with: Runlet adapter: Could not load "
           "parameter file " +
@@ -160,15 +160,18 @@ TEST_F(Check, WritesJson) {
 }
 
 TEST(Explain, TellsTheLongForm) {
-  expectTool(
-      runTool({"explain", "RJ012"}),
-      "RJ012 (warning): the text of an element is cut off\n\n"
-      "The text of an element is what the element begins with, up to the first comment, CDATA "
-      "section or element in it. What follows is dropped, and an element that begins with a "
-      "comment or another element has no text at all. For example, <WorkingFolder>/jobs<!-- "
-      "local -->/a</WorkingFolder> is the folder /jobs.\n"
-      "Move the comment out of the element, and write the text in one piece.\n",
-      "", "exit 0");
+  expectTool(runTool({"explain", "RJ012"}),
+             "RJ012 (warning): the text of an element is cut off\n\n"
+             "The text of an element is what the element begins with, up to the first\n"
+             "comment, CDATA section or element in it. What follows is ignored. An element\n"
+             "that begins with a comment or another element has no text at all. The wrong\n"
+             "folder below is `/srv`.\n\n"
+             "Move the comment out of the element, and write the text in one piece.\n\n"
+             "Wrong:\n"
+             "  <WorkingFolder>/srv<!-- local -->/shots</WorkingFolder>\n"
+             "Right:\n"
+             "  <WorkingFolder>/srv/shots</WorkingFolder><!-- local -->\n",
+             "", "exit 0");
   EXPECT_EQ(runTool({"explain", "RJ051", "RJ007"}).output,
             runTool({"explain", "RJ051"}).output + "\n" + runTool({"explain", "RJ007"}).output);
 }

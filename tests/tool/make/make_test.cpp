@@ -149,9 +149,9 @@ TEST_F(Make, WritesAJobOfFrames) {
       R"(standard output:3:98: warning RJ071: 5": A double quote inside a word is an ordinary character, and reaches the program.
     Put the quotes around the whole word. [every task]
 standard output:20:21: note RJ056: none: No task asks for parameter 2.
-    Nothing has to be done, unless the template was meant to use %jp2.
+    Nothing needs to be done, unless the template was meant to use %jp2.
 standard output:21:21: note RJ056: [: No task asks for parameter 3.
-    Nothing has to be done, unless the template was meant to use %jp3.
+    Nothing needs to be done, unless the template was meant to use %jp3.
 )");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
@@ -182,9 +182,9 @@ TEST_F(Make, WritesAJobOfATaskFileAndTellsTheWarnings) {
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(
       result.error,
-      R"(job.xml:3:30: warning RJ065: %: This % begins no placeholder and is dropped, with the digits behind it.
+      R"(job.xml:3:30: warning RJ065: %: This % does not begin a placeholder and is dropped, along with the digits after it.
     Write %% for a percent sign. [every task]
-job.xml:3:32: warning RJ061: %jp1: The job has 0 parameters, and the program gets the text Undefined.
+job.xml:3:32: warning RJ061: %jp1: The job has 0 parameters; the program gets the text Undefined.
     Write %jp with a number from 1 to the number of parameters. [every task]
 )");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");

@@ -302,7 +302,7 @@ TEST_F(Submit, DoesNothingForAJobThatIsRefused) {
   write(quietJob(1).set("uid", "ann"));
   expectTool(run({}), "",
              jobFile_ +
-                 ":7:6: error RJ034: ann: This is no number and counts as 0, which is root.\n"
+                 ":7:6: error RJ034: ann: This is not a number and is read as 0: root.\n"
                  "    Write the number of the user.\n" +
                  jobFile_ + ": 1 task, 1 error\n",
              "exit 1");

@@ -294,8 +294,8 @@ void Findings::expectMended(const std::string& output, const std::string& error)
   expectResult(runTasks(mended), output, error, "exit 0");
 }
 
-// The child writes the "Calling" line that it has inherited once more, in front of the parent's
-// second line or behind it.
+// The child writes the "Calling" line that it has inherited once more, before or after the
+// parent's second line.
 void Findings::expectBadNotExecuted(const std::string& command, const std::string& error) {
   SCOPED_TRACE(bad);
   const ProcessResult result = runTasks(bad);
