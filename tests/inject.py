@@ -316,7 +316,7 @@ def array_that_nobody_knows(outcome, sound):
     if outcome.calls["sbatch"] > sound.calls["sbatch"]:
         return "submitted twice"
     is_known = outcome.status == 0 or "12\n" in outcome.output or outcome.calls["scancel"] > 0
-    is_told = re.search("an array may be queued|queued: 12|array 12 is left", outcome.error)
+    is_told = re.search("an array may have been queued|queued: 12|cannot cancel array 12", outcome.error)
     if outcome.calls["sbatch"] == 0 or is_known or is_told or outcome.is_mute:
         return None
     return "an array that nobody is told of"
@@ -636,7 +636,7 @@ def complaints(case, outcome, sound):
         return
     # Whoever is killed by SIGKILL can end nothing that it has started; and what may be anybody's
     # process by now is none to be killed.
-    is_told = "those that run are left to themselves" in outcome.error
+    is_told = "running tasks are left running" in outcome.error
     if outcome.left > 0 and outcome.status != -signal.SIGKILL and not is_told:
         yield f"left {outcome.left} processes"
     if complaint := rights_complaint(scenario, outcome, sound):

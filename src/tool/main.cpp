@@ -21,7 +21,7 @@ bool isOfExec(int status) {
 int finish(int status) {
   if (isOfExec(status)) return status;
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-  std::fprintf(stderr, "runlet-job: cannot write: %s\n", std::strerror(errno));
+  std::fprintf(stderr, "runlet-job: cannot write to standard output: %s\n", std::strerror(errno));
   return exitUnreadable;
 }
 
@@ -43,7 +43,7 @@ bool isUnknownVerb(const CLI::App& app, int argc, const char* const* argv) {
 
 int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, const char* const* argv) {
   if (isUnknownVerb(app, argc, argv)) {
-    std::fprintf(stderr, "runlet-job: There is no verb %s\nSee: runlet-job --help\n",
+    std::fprintf(stderr, "runlet-job: unknown verb: %s\nSee: runlet-job --help\n",
                  visible(argv[1]).c_str());
     return exitUnreadable;
   }
@@ -51,7 +51,7 @@ int refuse(const CLI::App& app, const CLI::ParseError& error, int argc, const ch
 }
 
 int readAndDo(int argc, const char* const* argv) {
-  CLI::App app("Makes, shows, checks and runs job files.", "runlet-job");
+  CLI::App app("Make, check, preview and run job files", "runlet-job");
   app.set_version_flag("--version", "runlet-job " RUNLET_VERSION);
   app.require_subcommand(1);
   app.failure_message(complaint);

@@ -92,7 +92,8 @@ TEST_F(SlurmFailures, AnotherJobFileIsRefused) {
   const ProcessResult result =
       runProcess(program({tool_, "submit", folder_.file("other.xml"), "--failed-of", first}));
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.error, "runlet-job: submit: " + first + " is of another job file than " +
+  EXPECT_EQ(result.error, "runlet-job: submit: array " + first +
+                              " was submitted for another job file than " +
                               folder_.file("other.xml") + "\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
   EXPECT_EQ(nextJobId(), next);
@@ -102,7 +103,7 @@ TEST_F(SlurmFailures, AnArrayThatIsUnknownIsRefused) {
   write(reportingJob(3));
   const ProcessResult result = submit({"--failed-of", "987654"});
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.error, "runlet-job: submit: the engine does not know 987654 any more\n");
+  EXPECT_EQ(result.error, "runlet-job: submit: Slurm no longer knows array 987654\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
@@ -119,7 +120,7 @@ TEST_F(SlurmFailures, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
            elements[3].state == "COMPLETED";
   }));
   const std::string second = submittedOne(
-      {"--failed-of", first}, "runlet-job: submit: left out, for they have not ended: tasks 4\n");
+      {"--failed-of", first}, "runlet-job: submit: skipped, not finished yet: tasks 4\n");
   awaitEnd(second);
   EXPECT_EQ(elementsOf(second).size(), 1U);
   mend();

@@ -163,7 +163,7 @@ TEST_F(SlurmText, WithABackslashInTheRunFolderNeedsAnotherForTheLogs) {
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(
       result.error,
-      "runlet-job: submit: sbatch cannot be told of a log folder with a backslash: " + work + "\n");
+      "runlet-job: submit: sbatch does not support a backslash in the log folder: " + work + "\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
 
   folder_.write("job.xml", plainJob("<WorkingFolder>" + work + "</WorkingFolder><LogFolder>" +

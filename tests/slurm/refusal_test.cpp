@@ -55,7 +55,7 @@ TEST_F(SlurmRefusal, OfABackslashInTheLogFolderSaysSo) {
   write(reportingJob(1).set("LogFolder", folder_.file("back\\slash")));
   const ProcessResult result = submit();
   EXPECT_EQ(result.error,
-            "runlet-job: submit: sbatch cannot be told of a log folder with a backslash: " +
+            "runlet-job: submit: sbatch does not support a backslash in the log folder: " +
                 folder_.file("back\\slash") + "\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   expectNothingQueued(result);

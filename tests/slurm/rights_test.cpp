@@ -63,7 +63,7 @@ TEST_F(SlurmRights, AreTheCallersForAnybodyElse) {
   EXPECT_EQ(result.error,
             oneWarning() +
                 "runlet-job: submit: the tasks run as user 65534 and group 65534, not "
-                "as the job's user 0 and group 0: only root may switch\n");
+                "as the job's user 0 and group 0: only root can switch\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
   awaitEnd(firstLine(result.output));
   EXPECT_EQ(found("Uid:"), "65534\t65534\t65534\t65534");

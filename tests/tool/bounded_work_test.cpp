@@ -344,9 +344,10 @@ TEST_F(BoundedWork, OfExpandLeavesTasksOutAndSaysSo) {
   ASSERT_NE(last, std::string::npos);
   const int shown = std::stoi(result.output.substr(last + 6));
   EXPECT_GT(shown, 1000);
-  EXPECT_EQ(result.error, "runlet-job: expand: left out " + std::to_string(count - shown) +
-                              " tasks after task " + std::to_string(shown) +
-                              " because all would take too long; show the rest with -s and -n\n");
+  EXPECT_EQ(result.error,
+            "runlet-job: expand: left out " + std::to_string(count - shown) + " tasks after task " +
+                std::to_string(shown) +
+                ", since all of them would take too long; show the rest with -s and -n\n");
   const ProcessResult inJson = runOn({"expand", "--json"});
   EXPECT_EQ(inJson.error, result.error);
   const Json json = Json::parse(inJson.output);

@@ -46,7 +46,7 @@ TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
   };
   const Row rows[] = {
       {{}, "runlet-job: A subcommand is required\nSee: runlet-job --help\n"},
-      {{"chek", "job.xml"}, "runlet-job: There is no verb chek\nSee: runlet-job --help\n"},
+      {{"chek", "job.xml"}, "runlet-job: unknown verb: chek\nSee: runlet-job --help\n"},
       {{"check"}, "runlet-job: job is required\nSee: runlet-job --help\n"},
       {{"expand", "job.xml", "-s", "x"},
        "runlet-job: Could not convert: -s = x\nSee: runlet-job --help\n"},
@@ -74,8 +74,8 @@ TEST(ToolCommandLine, SaysWhereItsOutputIsLost) {
   for (const char* verb : {"--version", "explain"}) {
     ProcessOptions options = tool({verb});
     options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
-    expectTool(runProcess(options), "", "runlet-job: cannot write: No space left on device\n",
-               "exit 2");
+    expectTool(runProcess(options), "",
+               "runlet-job: cannot write to standard output: No space left on device\n", "exit 2");
   }
 }
 

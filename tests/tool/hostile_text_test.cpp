@@ -130,12 +130,12 @@ TEST_F(HostileText, ReachesNoTerminalByAnyVerb) {
 
 TEST_F(HostileText, IsShownAsEscapes) {
   expectTool(runTool({"\x1b[2J"}), "",
-             "runlet-job: There is no verb \\x1b[2J\nSee: runlet-job --help\n", "exit 2");
+             "runlet-job: unknown verb: \\x1b[2J\nSee: runlet-job --help\n", "exit 2");
   expectTool(runTool({"check", "--\xe2\x80\xae", "job.xml"}), "",
              "runlet-job: The following argument was not expected: --\\u202e\n"
              "See: runlet-job --help\n",
              "exit 2");
-  expectTool(runTool({"explain", "\xff"}), "", "runlet-job: explain: there is no finding \\xff\n",
+  expectTool(runTool({"explain", "\xff"}), "", "runlet-job: explain: unknown code: \\xff\n",
              "exit 2");
   const std::string none = folder_.file("@.xml");
   expectShown({"check", none}, "\x1b\n", "\\x1b\\n", "exit 2");
@@ -186,7 +186,7 @@ TEST_F(HostileText, OfARefusalIsShown) {
   EXPECT_EQ(result.output,
             "task 1\n  folder  a\\x1b\\u009b\n"
             "  refused: Runlet adapter: Process fill-in for arguments failed.\n"
-            "  reason: \"%t\\x1b\" is no placeholder: a %t must be followed by n or p\n"
+            "  reason: \"%t\\x1b\" is not a placeholder: a %t must be followed by n or p\n"
             "\ntask 2\n  not reached: task 1 ended the request\n");
 }
 

@@ -72,7 +72,7 @@ bool selectTasks(const char* verb, Batch* batch) {
     batch->tasks.push_back(i + 1);
   }
   if (!batch->tasks.empty()) return true;
-  std::fprintf(stderr, "runlet-job: %s: %s has no task in that range, only %s\n", verb,
+  std::fprintf(stderr, "runlet-job: %s: no task in that range: %s has %s\n", verb,
                visible(batch->context.jobFile).c_str(),
                quantity(batch->context.taskList.size(), "task").c_str());
   return false;

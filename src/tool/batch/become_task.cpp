@@ -36,7 +36,7 @@ bool loadTaskJob(AdapterContext* context) {
     std::fprintf(stderr, "%s\n", shownMessage(result).c_str());
   } else if (result.hiddenRoot != nullptr) {
     std::fprintf(stderr,
-                 "runlet-job: the task is not started: the %s of %s is root's without saying so; "
+                 "runlet-job: task not started: the %s of %s means root but is not a plain 0; "
                  "see: runlet-job explain RJ034\n",
                  result.hiddenRoot, visible(context->jobFile).c_str());
   }
@@ -45,7 +45,7 @@ bool loadTaskJob(AdapterContext* context) {
 
 bool requireTask(const AdapterContext& context, std::int32_t number) {
   if (number >= 1 && isTask(context, number - 1)) return true;
-  std::fprintf(stderr, "runlet-job: exec: there is no task %d in %s, which has %s\n",
+  std::fprintf(stderr, "runlet-job: exec: no task %d in %s, which has %s\n",
                static_cast<int>(number), visible(context.jobFile).c_str(),
                quantity(context.taskList.size(), "task").c_str());
   return false;
@@ -83,8 +83,8 @@ bool requireSafePath(const TaskStart& start) {
   const bool isSafe = isSafeInShell(start.chmodPath);
   const bool isInFolder = ("/" + start.chmodPath + "/").find("/../") == std::string::npos;
   if (isSafe && isInFolder && isPlainFile(start.chmodPath)) return true;
-  std::fprintf(stderr, "runlet-job: the task is not started: with -a %s %s\n",
-               isSafe ? "root would change the mode of" : "a shell of root's would read the path",
+  std::fprintf(stderr, "runlet-job: task not started: with -a %s %s\n",
+               isSafe ? "root would change the mode of" : "a root shell would interpret the path",
                visible(start.chmodPath).c_str());
   return false;
 }
@@ -107,7 +107,7 @@ bool setUp(TaskStart* start, const KeptVariables& kept) {
   announceStart(*start);
   makeExecutable(*start);
   if (isOther && !leaveTerminal()) {
-    std::fputs("runlet-job: the task is not started: it would keep the terminal\n", stderr);
+    std::fputs("runlet-job: task not started: it would keep its access to the terminal\n", stderr);
     return false;
   }
   if (isOther) setEnvironment(userEnvironment(static_cast<uid_t>(start->rights.uid), kept));
@@ -137,9 +137,7 @@ void sayWhose(const std::string& note, std::int32_t number) {
 bool requireFullApplication(const AdapterContext& context) {
   const bool isFull = context.appPath.empty() || context.appPath.starts_with('/');
   if (isFull || !isOfAnother(context.uid)) return true;
-  std::fprintf(stderr,
-               "runlet-job: -a %s: for a task of another user the application has to be a full "
-               "path\n",
+  std::fprintf(stderr, "runlet-job: -a %s: a task of another user needs a full path\n",
                visible(context.appPath).c_str());
   return false;
 }

@@ -72,7 +72,7 @@ bool makeLogFolder(const Batch& batch, const char* verb) {
     close(folder);
     return true;
   }
-  std::fprintf(stderr, "runlet-job: %s: no logs can be written to %s: %s\n", verb,
+  std::fprintf(stderr, "runlet-job: %s: cannot write logs to %s: %s\n", verb,
                visible(batch.logFolder).c_str(), std::strerror(errno));
   return false;
 }

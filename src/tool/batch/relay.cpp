@@ -109,7 +109,7 @@ bool replaceTerminals(const int (&writeEnds)[2]) {
 }
 
 void sayNotKept() {
-  std::fprintf(stderr, "runlet-job: exec: the task cannot be kept from the terminal: %s\n",
+  std::fprintf(stderr, "runlet-job: exec: cannot detach the task from the terminal: %s\n",
                std::strerror(errno));
 }
 

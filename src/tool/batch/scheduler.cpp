@@ -139,7 +139,7 @@ void Scheduler::startNext() {
   const std::size_t task = next_++;
   const int log = source_.openLog(task);
   if (log == -1) {
-    outcome_.ends[task] = withoutProcess("log not opened", errno);
+    outcome_.ends[task] = withoutProcess("cannot open log", errno);
     return;
   }
   pid_t process = 0;
@@ -148,7 +148,7 @@ void Scheduler::startNext() {
   if (error == starterGone) {
     isOver_ = true;
     std::fputs(
-        "runlet-job: run: the process that starts the tasks has ended; no further task is "
+        "runlet-job: run: the process that starts the tasks has ended; no further tasks are "
         "started\n",
         stderr);
     return;
@@ -186,9 +186,9 @@ void Scheduler::loseSight(int error) {
   // Without a child that has this id it may be anybody's.
   const bool areOurs = error != ECHILD;
   std::fprintf(stderr,
-               "runlet-job: run: how tasks end cannot be found out: %s; those that run are %s, and "
-               "no further task is started\n",
-               std::strerror(error), areOurs ? "killed" : "left to themselves");
+               "runlet-job: run: cannot find out how tasks end: %s; running tasks are %s, and "
+               "no further tasks are started\n",
+               std::strerror(error), areOurs ? "killed" : "left running");
   for (const Processes::value_type& process : processes_) {
     if (areOurs) signalGroup(process.first, SIGKILL);
     outcome_.ends[process.second.task] = withoutProcess("end unknown", error);

@@ -43,14 +43,14 @@ struct RunOutcome {
 // the task itself has ended, what is left of its group is killed. The background processes of a
 // task that ends by itself are left alone.
 //
-// After SIGINT, SIGTERM, SIGHUP or SIGQUIT no further task is started, and those that run have to
+// After SIGINT, SIGTERM, SIGHUP or SIGQUIT no further tasks are started, and those that run have to
 // end; a second signal kills them at once. A task without a process has a word for its end that
 // tells why.
 //
-// If the starter has ended, standard error says so, no further task is started, and those that run
-// go on. If the system does not tell how tasks end, standard error says so, no further task is
-// started, and those that run are killed; but if it no longer knows them as children, their ids may
-// be anybody's, and they are left to themselves. If an exception ends the run, they are killed.
+// If the starter has ended, standard error says so, no further tasks are started, and those that
+// run go on. If the system does not tell how tasks end, standard error says so, no further task is
+// started, and running tasks are killed; but if it no longer knows them as children, their ids may
+// be anybody's, and they are left running. If an exception ends the run, they are killed.
 RunOutcome runTasks(const TaskSource& source, const SchedulerLimits& limits,
                     const HeldSignals& signals);
 

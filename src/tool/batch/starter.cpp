@@ -113,7 +113,7 @@ bool takeStreams(int log) {
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   // Outside of a session of its own the task could not be ended with all that it has started.
   if (setsid() == -1 || !takeStreams(request->log)) {
-    dprintf(request->log, "runlet-job: the task is not started: %s\n", std::strerror(errno));
+    dprintf(request->log, "runlet-job: task not started: %s\n", std::strerror(errno));
     _exit(exitNoTask);
   }
   _exit(becomeStart(&request->start, kept));  // all that was written has gone out, line by line

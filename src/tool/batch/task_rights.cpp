@@ -70,14 +70,14 @@ bool joinOwnKeyring() {
   if (syscall(SYS_keyctl, KEYCTL_JOIN_SESSION_KEYRING, nullptr) != -1) return true;
   const bool isBarred = errno == ENOSYS || errno == EPERM || errno == EACCES;
   std::fprintf(stderr, "runlet-job: no session keyring for the task: %s%s\n", std::strerror(errno),
-               isBarred ? "; it keeps the one of its starter" : "");
+               isBarred ? "; it keeps that of its starter" : "");
   return isBarred;
 }
 
 bool refuseMore(const UserRights& rights) {
   if (keepsNothing(rights)) return true;
   std::fprintf(stderr,
-               "runlet-job: the task is not started: it would have more rights than user %u and "
+               "runlet-job: task not started: it would have more rights than user %u and "
                "group %u\n",
                static_cast<unsigned>(rights.uid), static_cast<unsigned>(rights.gid));
   return false;
@@ -145,7 +145,7 @@ bool takeTaskRights(UserRights* rights) {
   }
   if (isOther) leaveNoCore();
   if (groupsError != 0) {
-    std::fprintf(stderr, "runlet-job: the groups of user %u cannot be taken: %s\n",
+    std::fprintf(stderr, "runlet-job: cannot set the groups of user %u: %s\n",
                  static_cast<unsigned>(rights->uid), std::strerror(groupsError));
     return false;
   }
@@ -154,7 +154,7 @@ bool takeTaskRights(UserRights* rights) {
 
 std::string complaintAboutVariable(const std::string& name) {
   const bool isName = !name.empty() && name.find('=') == std::string::npos;
-  return isName ? "" : name + " is no name of a variable";
+  return isName ? "" : name + " is not a variable name";
 }
 
 Words userEnvironment(uid_t uid, const Words& kept, const std::vector<std::string_view>& more) {

@@ -123,7 +123,7 @@ std::string settleTaskUser(AdapterContext* context) {
   context->uid = uid;
   context->gid = gid;
   if (isSame) return "";
-  return idsText(uid, gid) + ", not as the job's " + wanted + ": only root may switch";
+  return idsText(uid, gid) + " instead of the job's " + wanted + ": only root can switch";
 }
 
 int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work) {

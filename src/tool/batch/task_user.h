@@ -11,8 +11,8 @@ namespace runlet_tool {
 // Root can become the job's group and user. For anybody else puts the caller's own in place of the
 // job's, into `context`, if the job gives a group: without one no job runs, whoever starts it.
 //
-// Yields what is then not as the job says, for a message: "user 1000 and group 1000, not as the
-// job's user 1001 and group 100: only root may switch". Empty when all is.
+// Yields what is then not as the job says, for a message: "user 1000 and group 1000 instead of
+// the job's user 1001 and group 100: only root can switch". Empty when all is.
 std::string settleTaskUser(runlet::AdapterContext* context);
 
 // Has `work` look at, make or open files with the rights of the tasks' user and group alone, where

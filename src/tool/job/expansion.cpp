@@ -91,8 +91,8 @@ Json argumentVector(const Preview& preview, const JsonStrings& string) {
 
 void sayCut(std::int32_t number, std::int32_t leftOut) {
   std::fprintf(stderr,
-               "runlet-job: expand: left out %s after task %d because all would take too long; "
-               "show the rest with -s and -n\n",
+               "runlet-job: expand: skipped %s after task %d, since all of them would take too "
+               "long; show the rest with -s and -n\n",
                quantity(static_cast<std::size_t>(leftOut), "task").c_str(),
                static_cast<int>(number));
 }

@@ -27,7 +27,7 @@ struct LoadResult {
 };
 
 // What is said in place of a message that the adapter does not have.
-inline constexpr char noJobFileText[] = "runlet-job: The path of the job file is empty.";
+inline constexpr char noJobFileText[] = "runlet-job: the path of the job file is empty";
 
 // The message for people, or that text where there is none. Of what the C++ library writes the line
 // end stays; all else is one line, in which a path or the XML library's reason cannot act on a

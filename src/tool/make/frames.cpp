@@ -55,7 +55,7 @@ const char* faultOf(const FrameRange& range) {
 }
 
 bool readRange(std::string_view text, FrameRange* range, std::string* reason) {
-  constexpr char noRange[] = "that is no frame, FIRST-LAST or FIRST-LASTxSTEP";
+  constexpr char noRange[] = "expected FRAME, FIRST-LAST or FIRST-LASTxSTEP";
   const char* fault = parseRange(text, range) ? faultOf(*range) : noRange;
   if (fault != nullptr) {
     *reason = shortShellWord(std::string(text)) + ": " + fault;
@@ -128,7 +128,7 @@ bool appendFrameTasks(std::string_view list, std::int32_t chunk, runlet::StringL
   std::vector<FrameRange> ranges;
   if (!readRanges(list, &ranges, reason)) return false;
   if (const std::int64_t count = frameCount(ranges); count > maxFrames) {
-    *reason = std::to_string(count) + " frames are more than ten million";
+    *reason = std::to_string(count) + " frames; the limit is ten million";
     return false;
   }
   if (const auto frame = repeatedFrame(ranges); frame) {
@@ -137,7 +137,7 @@ bool appendFrameTasks(std::string_view list, std::int32_t chunk, runlet::StringL
   }
   if (const std::int64_t count = taskCount(ranges, chunk);
       count > static_cast<std::int64_t>(maxFrameTasks)) {
-    *reason = std::to_string(count) + " tasks are more than a million";
+    *reason = std::to_string(count) + " tasks; the limit is one million";
     return false;
   }
   for (const FrameRange& range : ranges) appendRange(range, chunk, tasks);

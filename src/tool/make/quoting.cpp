@@ -43,12 +43,11 @@ std::string described(const Sample& sample) {
 std::string obstacleOf(const WordForm& form) {
   if (form.beginsWithQuote) {
     return "it begins with a double quote (" + described(form.beginsWithQuote) +
-           "), which cannot be written: there it begins a quoted word";
+           "), which would start a quoted word";
   }
   if (form.needsQuotes && form.hasQuote) {
-    return "it has to be in double quotes (" + described(form.needsQuotes) +
-           ") and holds one itself (" + described(form.hasQuote) +
-           "), which cannot be written: there it ends the word";
+    return "it needs double quotes (" + described(form.needsQuotes) +
+           ") but contains one itself (" + described(form.hasQuote) + "), which would end the word";
   }
   return {};
 }

@@ -119,7 +119,7 @@ bool findTemplate(const MakeOptions& options, const runlet::AdapterContext& job,
 
 bool cannotLook(int error, Complaint* complaint) {
   complaint->status = exitUnreadable;
-  complaint->text = std::string("the job cannot be looked at: ") + std::strerror(error);
+  complaint->text = std::string("cannot check the job: ") + std::strerror(error);
   return false;
 }
 
@@ -127,7 +127,7 @@ bool acceptReport(const std::string& name, const Report& report, Complaint* comp
   if (report.count(Severity::error) == 0) return true;
   std::string findings = findingsText(name, report, wantsColour(stderr));
   findings.pop_back();  // the last line end
-  complaint->text = "no job is written, for it would not run as asked:\n" + findings;
+  complaint->text = "no job written, since it would not run as intended:\n" + findings;
   return false;
 }
 
@@ -149,7 +149,7 @@ bool arrivesAsMeant(const std::string& path, const runlet::AdapterContext& meant
   loaded.jobFile = path;
   const LoadResult result = loadJob(&loaded);
   if (result.loading != Loading::loaded) return give(result.message, complaint);
-  if (!sameJob(loaded, meant)) return give("the job would not arrive as it is meant", complaint);
+  if (!sameJob(loaded, meant)) return give("the job would not be loaded as intended", complaint);
   const CommandWords commandWords(words, meant);
   const auto taskCount = static_cast<std::int32_t>(words.size() > 1 ? loaded.taskList.size() : 0);
   for (std::int32_t task = 0; task < taskCount; ++task) {

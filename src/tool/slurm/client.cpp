@@ -64,7 +64,7 @@ std::string failureOf(const std::string& program, const ProgramResult& result) {
     return "cannot run " + program + ": " + std::strerror(result.startError);
   }
   if (result.answerError != 0) {
-    return "the answer of " + program + " is lost: " + std::strerror(result.answerError);
+    return "cannot get the result of " + program + ": " + std::strerror(result.answerError);
   }
   const std::string text = visible(result.error.substr(0, result.error.find('\n')));
   return text.empty() ? program + " " + describe(endOfStatus(result.waitStatus)) : text;
@@ -87,7 +87,7 @@ void passOn(const std::string& error) {
 std::string complaintOf(const ProgramResult& result) {
   if (result.startError != 0 || result.answerError != 0) return failureOf("sbatch", result);
   if (result.waitStatus != 0) return "sbatch " + describe(endOfStatus(result.waitStatus));
-  std::string text = "sbatch has told no id, but";
+  std::string text = "unexpected output from sbatch:";
   appendShellWord(result.output, &text);
   return text;
 }
@@ -100,8 +100,9 @@ bool mayHaveQueued(const ProgramResult& result) {
 }
 
 std::string whereToLook(const SbatchCommand& command) {
-  std::string text = "an array may be queued all the same; before you submit again, look for " +
-                     command.comment + " in: squeue --Format=ArrayJobID,Comment:200";
+  std::string text =
+      "an array may have been queued nevertheless; before submitting again, look for " +
+      command.comment + " in: squeue --Format=ArrayJobID,Comment:200";
   appendShellWord("--name=" + command.name, &text);
   return text;
 }
@@ -181,7 +182,7 @@ bool cancelArray(const ArrayId& array) {
   addCluster(array, &arguments);
   const ProgramResult result = runEngine(arguments);
   if (hasSucceeded(result)) return true;
-  saySubmit("array " + array.number + " is left: " + failureOf("scancel", result));
+  saySubmit("cannot cancel array " + array.number + ": " + failureOf("scancel", result));
   return false;
 }
 
@@ -205,8 +206,8 @@ std::string askOrigin(const ArrayId& array, ArrayOrigin* origin) {
     found = originInCommand(answer.output);
   }
   if (!answer.failure.empty()) return answer.failure;
-  if (answer.output.empty()) return "the engine does not know " + array.number + " any more";
-  if (!found) return array.number + " has not been submitted by runlet-job";
+  if (answer.output.empty()) return "Slurm no longer knows array " + array.number;
+  if (!found) return "array " + array.number + " was not submitted by runlet-job";
   *origin = *found;
   return "";
 }

@@ -47,7 +47,8 @@ int askOrigins(const std::vector<ArrayId>& ids, const Batch& batch,
     const std::string failure = askOrigin(id, &array.origin);
     if (!failure.empty()) return giveUp(failure);
     if (array.origin.job != jobHash(batch.context.jobFile)) {
-      return giveUp(id.number + " is of another job file than " + visible(batch.context.jobFile));
+      return giveUp("array " + id.number + " was submitted for another job file than " +
+                    visible(batch.context.jobFile));
     }
     arrays->push_back(array);
   }
@@ -81,8 +82,8 @@ int askStates(const std::vector<ArrayId>& ids, const std::vector<KnownArray>& ar
     const std::size_t count = array.origin.elementCount;
     const std::size_t known = count - countForgotten(array, *states);
     if (known == count) continue;
-    return giveUp("the engine knows only " + std::to_string(known) + " of the " +
-                  quantity(count, "element") + " of " + array.id.number);
+    return giveUp("Slurm knows only " + std::to_string(known) + " of the " +
+                  quantity(count, "element") + " of array " + array.id.number);
   }
   return exitFine;
 }
@@ -101,7 +102,7 @@ std::vector<TaskEnd> endsOf(const Batch& batch, const std::vector<KnownArray>& a
 
 void sayNotEnded(const TaskNumbers& tasks) {
   if (tasks.count() == 0) return;
-  std::fprintf(stderr, "runlet-job: submit: left out, for they have not ended: tasks %s\n",
+  std::fprintf(stderr, "runlet-job: submit: skipped, not finished yet: tasks %s\n",
                tasks.text().c_str());
 }
 

@@ -62,14 +62,14 @@ using Words = std::vector<std::string>;
 
 // What a user has given reaches the scripts as arguments alone.
 constexpr char taskScript[] = R"sh(#!/bin/sh
-# An element of the array becomes a task. Arguments: program, job file, base [, -a, application]
+# Each element of the array is a task. Arguments: program, job file, base [, -a, application]
 program=$1 job=$2 base=$3
 shift 3
 exec "$program" exec "$job" --task "$((base + SLURM_ARRAY_TASK_ID))" "$@"
 )sh";
 
 constexpr char chunkScript[] = R"sh(#!/bin/sh
-# An element of the array runs some tasks, one after the other, but none above the last.
+# Each element of the array runs up to $chunk tasks in sequence, none above the last.
 # Arguments: program, job file, its hash, base, chunk, last [, -a, application]
 program=$1 job=$2 hash=$3 base=$4 chunk=$5 last=$6
 shift 6
@@ -140,15 +140,17 @@ void addScriptArguments(const Batch& batch, const ArrayPart& part, Words* words)
 
 std::string complaintAboutSbatchOption(const std::string& option) {
   if (option.size() < 2 || option.front() != '-') {
-    return option + " is no option: write an option with its value in one word, as --mem=4G";
+    return option +
+           " is not an option; write an option and its value as one word, such as --mem=4G";
   }
-  return isOurs(option) ? option + " cannot be given, for runlet-job sets it or depends on it" : "";
+  return isOurs(option) ? option + " is not allowed, since runlet-job sets it or depends on it"
+                        : "";
 }
 
 std::string complaintAboutId(const std::string& id) {
   const bool isNumber = id.find_first_not_of("0123456789") == std::string::npos;
   const bool isId = isNumber && !id.empty() && id.front() != '0' && id.size() <= 10;
-  return isId ? "" : id + " is no id of an array";
+  return isId ? "" : id + " is not an array id";
 }
 
 Words sbatchEnvironment(const runlet::AdapterContext& context, const Words& keptNames) {

@@ -23,7 +23,7 @@ constexpr char verbName[] = "submit";
 void cancel(const std::vector<SubmittedArray>& arrays) {
   bool isNoneLeft = true;
   for (const SubmittedArray& array : arrays) isNoneLeft = cancelArray(array.id) && isNoneLeft;
-  if (isNoneLeft && !arrays.empty()) saySubmit("what had been submitted has been cancelled");
+  if (isNoneLeft && !arrays.empty()) saySubmit("the arrays submitted so far have been cancelled");
 }
 
 // All of them or none: false after a message, or when there was a signal.
@@ -54,8 +54,9 @@ std::string listed(const std::vector<SubmittedArray>& arrays) {
 }
 
 std::string farewellText(const std::vector<SubmittedArray>& arrays) {
-  return std::string(overBar()) + "runlet-job: submit: the tasks go on; to stop them: scancel " +
-         listed(arrays) + "\n";
+  return std::string(overBar()) +
+         "runlet-job: submit: the tasks keep running; to stop them: scancel " + listed(arrays) +
+         "\n";
 }
 
 int submitParts(const Batch& batch, const SubmitOptions& options,
@@ -82,8 +83,7 @@ int showCommands(const Batch& batch, const SubmitOptions& options,
 
 int submitBatch(const Batch& batch, const SubmitOptions& options) {
   if (!canNameLogs(batch)) {
-    saySubmit("sbatch cannot be told of a log folder with a backslash: " +
-              visible(batch.logFolder));
+    saySubmit("sbatch does not support a backslash in the log folder: " + visible(batch.logFolder));
     return exitFailing;
   }
   const std::vector<ArrayPart> parts =

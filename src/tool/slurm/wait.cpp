@@ -87,7 +87,7 @@ std::size_t countEnded(const WatchedElements& elements) {
 }
 
 void saySilent(const std::string& reason) {
-  std::fprintf(stderr, "%srunlet-job: submit: no answer, waiting goes on: %s\n", overBar(),
+  std::fprintf(stderr, "%srunlet-job: submit: no answer from Slurm, still waiting: %s\n", overBar(),
                reason.c_str());
 }
 

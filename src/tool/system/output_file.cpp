@@ -41,7 +41,7 @@ std::string keepOwner(int descriptor, const struct stat& old) {
   if (isOwnedAs(old, descriptor)) return {};
   const int error = fchown(descriptor, old.st_uid, old.st_gid) == 0 ? 0 : errno;
   if (isOwnedAs(old, descriptor)) return {};
-  return "its owner and group cannot be kept: " + textOf(error == 0 ? EPERM : error);
+  return "cannot keep its owner and group: " + textOf(error == 0 ? EPERM : error);
 }
 
 // An access list sets the mode, too. Without it, the rights of the group in the mode would be what

@@ -107,7 +107,7 @@ std::string follow(const OwnDescriptor& link, const struct stat& status, const s
                          othersIn(way->folder.number()) == Others::canDoNothing;
   if (!isSettled) {
     return "the link " + shortShellWord(name) +
-           " is where others may have put it, and is not followed";
+           " is in a place that others can write to, and is not followed";
   }
   char target[PATH_MAX];
   const ssize_t length = readlinkat(link.number(), "", target, sizeof target);
@@ -119,7 +119,7 @@ std::string follow(const OwnDescriptor& link, const struct stat& status, const s
 }
 
 std::string notReplaced(const char* kind) {
-  return std::string("that is ") + kind + ", and only a regular file is replaced";
+  return std::string("not a regular file but ") + kind;
 }
 
 // Why something of that mode is not replaced; empty if it is.
@@ -145,7 +145,8 @@ std::string readAccessList(const OwnDescriptor& file, std::string* list) {
   const ssize_t size = getxattr(path.c_str(), accessListName, list->data(), list->size());
   const int error = size >= 0 || errno == ENODATA || errno == ENOTSUP ? 0 : errno;
   list->resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-  return error == 0 ? "" : std::string("its access list cannot be read: ") + std::strerror(error);
+  return error == 0 ? ""
+                    : std::string("cannot read its access control list: ") + std::strerror(error);
 }
 
 // The way ends at a thing of that status.

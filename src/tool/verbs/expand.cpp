@@ -101,13 +101,13 @@ int expandJob(const ExpandOptions& options) {
 void addExpand(CLI::App* app, Action* action) {
   CLI::App* verb = app->add_subcommand("expand", "Show the final command of every task");
   const auto options = std::make_shared<ExpandOptions>();
-  verb->add_option("job", options->job, "The job file, as the adapter gets it with -j")
+  verb->add_option("job", options->job, "Job file, named as in the adapter's -j")
       ->required()
       ->type_name("JOB");
   addRangeOptions(verb, &options->range);
   addApplication(verb, &options->appPath);
-  verb->add_option("-u", options->userName, "The request's user name")->type_name("USER");
-  verb->add_flag("--json", options->inJson, "Write JSON, as runlet-job(1) describes it");
+  verb->add_option("-u", options->userName, "User name of the request")->type_name("USER");
+  verb->add_flag("--json", options->inJson, "Write JSON; see runlet-job(1)");
   verb->callback([=] { *action = [=] { return expandJob(*options); }; });
 }
 

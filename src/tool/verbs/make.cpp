@@ -27,19 +27,20 @@ struct OptionRow {
 };
 
 constexpr OptionRow optionRows[] = {
-    {"-o", &MakeOptions::output, "FILE", "Write to FILE, whole or not at all, not to the output"},
-    {"--frames", &MakeOptions::frames, "LIST", "A task for each of these frames: 1-100x2,150"},
-    {"--chunk", &MakeOptions::chunk, "N", "Up to N frames of a range to a task"},
-    {"--tasks", &MakeOptions::tasks, "FILE", "A task for each line, its fields separated by TAB"},
+    {"-o", &MakeOptions::output, "FILE", "Write to FILE atomically instead of standard output"},
+    {"--frames", &MakeOptions::frames, "LIST", "One task per frame, as in 1-100x2,150"},
+    {"--chunk", &MakeOptions::chunk, "N", "Up to N frames of a range per task"},
+    {"--tasks", &MakeOptions::tasks, "FILE",
+     "One task per line of FILE, with TABs between its fields"},
     {"--folder", &MakeOptions::folder, "DIR", "Folder to run the tasks in"},
-    {"--logs", &MakeOptions::logs, "DIR", "Folder of logs, noted in the job"},
-    {"--outputs", &MakeOptions::outputs, "PATH", "Where the results go, noted in the job"},
-    {"--timeout", &MakeOptions::timeout, "MINUTES", "Time limit of a task; 35791 unless given"},
-    {"--user", &MakeOptions::user, "NAME", "User to run as; your own unless given"},
-    {"--group", &MakeOptions::group, "NAME", "Group to run as; your own unless given"},
-    {"--umask", &MakeOptions::umask, "OCTAL", "Mask for new files; 022 unless given"},
+    {"--logs", &MakeOptions::logs, "DIR", "Log folder, recorded in the job"},
+    {"--outputs", &MakeOptions::outputs, "PATH", "Where the results go, recorded in the job"},
+    {"--timeout", &MakeOptions::timeout, "MINUTES", "Time limit per task (default: 35791)"},
+    {"--user", &MakeOptions::user, "NAME", "User to run as (default: you)"},
+    {"--group", &MakeOptions::group, "NAME", "Group to run as (default: yours)"},
+    {"--umask", &MakeOptions::umask, "OCTAL", "Mask for new files (default: 022)"},
     {"--stderr", &MakeOptions::standardError, "join|keep",
-     "Whether standard error joins standard output; join unless given"},
+     "Join standard error to standard output, or keep it apart (default: join)"},
 };
 
 // Options are taken as they were given: converted to a type, the library would see lists and
@@ -56,7 +57,7 @@ Options addRows(CLI::App* verb) {
 
 CLI::Option* addParam(CLI::App* verb) {
   return verb->add_option("--param")
-      ->description("A parameter of the job, may be given several times")
+      ->description("Parameter of the job; repeatable")
       ->type_name("NAME=VALUE")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
@@ -66,7 +67,7 @@ CLI::Option* addParam(CLI::App* verb) {
 CLI::Option* addCommand(CLI::App* verb) {
   verb->allow_extras();
   return verb->add_option("COMMAND")
-      ->description("Behind \"--\": the words of the command, or all of its template in one")
+      ->description("After \"--\": the words of the command, or its whole template as one word")
       ->required();
 }
 

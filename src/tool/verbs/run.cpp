@@ -55,12 +55,13 @@ TaskSource taskSource(const Batch& batch, Starter* starter) {
 int runJob(const RunOptions& options) {
   const std::string& id = options.endLinesId;
   if (!id.empty() && !isEndLinesId(id)) {
-    std::fprintf(stderr, "runlet-job: run: --tell-ends: %s is no id\n", visible(id).c_str());
+    std::fprintf(stderr, "runlet-job: run: --tell-ends: %s is not a valid id\n",
+                 visible(id).c_str());
     return exitUnreadable;
   }
   Starter starter(options.kept);  // while this process is small
   if (starter.error() != 0) {
-    std::fprintf(stderr, "runlet-job: run: no process can be made for the start of tasks: %s\n",
+    std::fprintf(stderr, "runlet-job: run: cannot create the process that starts tasks: %s\n",
                  std::strerror(starter.error()));
     return exitUnreadable;
   }
@@ -88,14 +89,13 @@ void addRun(CLI::App* app, Action* action) {
   CLI::App* verb = app->add_subcommand(name, "Run a job's tasks on this machine");
   const auto options = std::make_shared<RunOptions>();
   addBatchOptions(verb, &options->batch);
-  verb->add_option("--jobs", options->jobs, "How many tasks run at a time; 1 unless given")
+  verb->add_option("--jobs", options->jobs, "Number of tasks to run at a time (default: 1)")
       ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
   // For the arrays of `submit` alone, and not shown.
   verb->add_option("--tell-ends", options->endLinesId)->group("");
-  addKeptVariables(verb, "Keep this variable for a task of another user; repeatable",
-                   &options->kept);
+  addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);
   verb->callback([=] { *action = [=] { return runJob(*options); }; });
 }
 

@@ -72,8 +72,7 @@ TEST(JobBatch, NeedsATask) {
     Prepared prepared;
     prepare({path, range, ""}, &prepared);
     EXPECT_EQ(prepared.status, exitFailing);
-    EXPECT_EQ(prepared.error,
-              "runlet-job: run: " + path + " has no task in that range, only 5 tasks\n");
+    EXPECT_EQ(prepared.error, "runlet-job: run: no task in that range: " + path + " has 5 tasks\n");
   }
 }
 
@@ -210,9 +209,10 @@ TEST(JobBatch, IsTheCallersWhoIsNotRoot) {
     const auto ownGroup = static_cast<std::int32_t>(getegid());
     _exit(status == exitFine && batch.context.uid == own && batch.context.gid == ownGroup ? 0 : 3);
   };
-  EXPECT_EXIT(asAnother(), testing::ExitedWithCode(0),
-              "^runlet-job: run: the tasks run as user [0-9]+ and group [0-9]+, not as the job's "
-              "user 7 and group 8: only root may switch\n$");
+  EXPECT_EXIT(
+      asAnother(), testing::ExitedWithCode(0),
+      "^runlet-job: run: the tasks run as user [0-9]+ and group [0-9]+ instead of the job's "
+      "user 7 and group 8: only root can switch\n$");
 }
 
 // That a job's programs get all rights has to be said in the job.

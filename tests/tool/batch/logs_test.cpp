@@ -157,9 +157,8 @@ TEST(LogsOfAnother, AreForThoseThatTheMaskOfTheJobLeavesThemTo) {
 void expectNoLogFolder(const Batch& batch, const std::string& reason) {
   testing::internal::CaptureStderr();
   EXPECT_FALSE(makeLogFolder(batch, "submit"));
-  EXPECT_EQ(
-      testing::internal::GetCapturedStderr(),
-      "runlet-job: submit: no logs can be written to " + batch.logFolder + ": " + reason + "\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "runlet-job: submit: cannot write logs to " + batch.logFolder + ": " + reason + "\n");
 }
 
 TEST(Logs, CannotBeWhereThereIsAFile) {

@@ -76,8 +76,8 @@ TEST(SettledIdentity, OfRootIsTheJobs) {
 
 TEST(SettledIdentity, OfAnyoneElseIsTheCallers) {
   REQUIRE_ROOT();
-  const std::string own = "user 65534 and group 65534, not as the job's ";
-  const std::string reason = ": only root may switch";
+  const std::string own = "user 65534 and group 65534 instead of the job's ";
+  const std::string reason = ": only root can switch";
   const Row rows[] = {
       {other, other, "", other, other},
       {-1, other, "", other, other},

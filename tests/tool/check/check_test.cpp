@@ -175,7 +175,7 @@ TEST(Explain, TellsTheLongForm) {
 
 TEST(Explain, RefusesAnUnknownCode) {
   const ProcessResult result = runTool({"explain", "RJ999", "RJ007"});
-  EXPECT_EQ(result.error, "runlet-job: explain: there is no finding RJ999\n");
+  EXPECT_EQ(result.error, "runlet-job: explain: unknown code: RJ999\n");
   EXPECT_EQ(result.output, runTool({"explain", "RJ007"}).output);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }

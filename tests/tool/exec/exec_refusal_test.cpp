@@ -127,8 +127,8 @@ TEST_F(ExecRefusal, IsForACommandLineThatIsWrong) {
       {{jobFile_, "--task", "1", "--task", "1"}, "--task: At Most 1 required but received 2"},
       {{jobFile_, jobFile_, "--task", "1"}, "The following argument was not expected: " + jobFile_},
       {{jobFile_, "--task", "1", "--user"}, "The following argument was not expected: --user"},
-      {{jobFile_, "--task", "1", "--keep-env", "A=b"}, "--keep-env: A=b is no name of a variable"},
-      {{jobFile_, "--task", "1", "--keep-env", ""}, "--keep-env:  is no name of a variable"},
+      {{jobFile_, "--task", "1", "--keep-env", "A=b"}, "--keep-env: A=b is not a variable name"},
+      {{jobFile_, "--task", "1", "--keep-env", ""}, "--keep-env:  is not a variable name"},
       {{jobFile_, "--task", "1", "-u", "root"},
        "The following arguments were not expected: root -u"},
   };
@@ -142,7 +142,9 @@ TEST_F(ExecRefusal, IsForACommandLineThatIsWrong) {
 TEST_F(ExecRefusal, IsNotForHelp) {
   for (const Strings& words : {Strings{"--help"}, {"-h"}, {jobFile_, "--help", "--task", "1"}}) {
     const ProcessResult result = runProcess(exec(words));
-    EXPECT_EQ(result.output.find("Become one task of a job\nUsage: runlet-job exec "), 0U);
+    EXPECT_EQ(
+        result.output.find("Replace this process with one task of a job\nUsage: runlet-job exec "),
+        0U);
     for (const char* word : {"\n  job JOB ", "\n  --task N ", "\n  -a APP "}) {
       EXPECT_NE(result.output.find(word), std::string::npos) << word;
     }
@@ -203,7 +205,7 @@ TEST_F(ExecRefusal, IsForAJobFileThatIsNotThere) {
                "exit 125");
   }
   expectTool(runProcess(exec({"", "--task", "1"})), "",
-             "runlet-job: The path of the job file is empty.\n", "exit 125");
+             "runlet-job: the path of the job file is empty\n", "exit 125");
 }
 
 TEST_F(ExecRefusal, IsForARunFolderThatCannotBeEntered) {

@@ -20,8 +20,8 @@ using Strings = std::vector<std::string>;
 // The note for task `number`; `wanted` is what the job says.
 std::string note(int number, unsigned uid, unsigned gid, const std::string& wanted) {
   return "runlet-job: exec: task " + std::to_string(number) + " runs as user " +
-         std::to_string(uid) + " and group " + std::to_string(gid) + ", not as the job's " +
-         wanted + ": only root may switch\n";
+         std::to_string(uid) + " and group " + std::to_string(gid) + " instead of the job's " +
+         wanted + ": only root can switch\n";
 }
 
 class ExecRights : public ExecTest {
@@ -164,9 +164,9 @@ TEST_F(ExecRights, AreNotRootsForAnIdThatDoesNotSayZero) {
   };
   for (const auto& row : rows) {
     setIds(row.uid, row.gid);
-    const std::string refusal = std::string("runlet-job: the task is not started: the ") +
-                                row.name + " of " + jobFile_ +
-                                " is root's without saying so; see: runlet-job explain RJ034\n";
+    const std::string refusal = std::string("runlet-job: task not started: the ") + row.name +
+                                " of " + jobFile_ +
+                                " means root but is not a plain 0; see: runlet-job explain RJ034\n";
     expectTool(become(), "", refusal, "exit 125");
     expectTool(runProcess(unprivilegedExec(task())), "", refusal, "exit 125");
   }
@@ -270,7 +270,7 @@ TEST_F(ExecRightsOfRoot, DoNotIncludeAmbientCapabilities) {
 
 TEST_F(ExecRightsOfRoot, AreNoMoreThanTheUsersOrNothingIsStarted) {
   const std::string more =
-      "runlet-job: the task is not started: it would have more rights than user 71 and group 72\n";
+      "runlet-job: task not started: it would have more rights than user 71 and group 72\n";
   const struct {
     const char* fault;
     std::string error;
@@ -279,8 +279,7 @@ TEST_F(ExecRightsOfRoot, AreNoMoreThanTheUsersOrNothingIsStarted) {
       {"keeps-group", more},
       {"keeps-capability", more},
       {"capget-refused", more},
-      {"no-setgroups",
-       "runlet-job: the groups of user 71 cannot be taken: Operation not permitted\n"},
+      {"no-setgroups", "runlet-job: cannot set the groups of user 71: Operation not permitted\n"},
       {"keyring-quota", "runlet-job: no session keyring for the task: Disk quota exceeded\n"},
   };
   setIds("71", "72");
@@ -317,7 +316,7 @@ TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
     const ProcessResult result = runProcess(withFault(row.fault));
     EXPECT_EQ(result.output, calling_);
     EXPECT_EQ(result.error, "runlet-job: no session keyring for the task: " + row.reason +
-                                "; it keeps the one of its starter\n");
+                                "; it keeps that of its starter\n");
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
     expectRanAs(71, 72);
     setIds("0", "0");
@@ -373,7 +372,7 @@ TEST_F(ExecRightsOfRoot, AreNotLentWithoutTheFolderOfTheApplication) {
   for (const char* application : {"tool", "./tool", "bin/tool"}) {
     expectTool(become(1, {"-a", application}), "",
                std::string("runlet-job: -a ") + application +
-                   ": for a task of another user the application has to be a full path\n",
+                   ": a task of another user needs a full path\n",
                "exit 125");
   }
   EXPECT_EQ(modeOf(secret), 0600);
@@ -389,8 +388,8 @@ TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
     std::string program;
     const char* what;
   } rows[] = {
-      {"render>made", "a shell of root's would read the path "},
-      {"$(touch${IFS}made)", "a shell of root's would read the path "},
+      {"render>made", "a root shell would interpret the path "},
+      {"$(touch${IFS}made)", "a root shell would interpret the path "},
       {"../secret", "root would change the mode of "},
       {"x/../../secret", "root would change the mode of "},
       {"..", "root would change the mode of "},
@@ -403,10 +402,9 @@ TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
   for (const auto& row : rows) {
     job_.arguments = row.program + " x";
     write(job_);
-    expectTool(
-        become(1, {"-a", bin}), "",
-        "runlet-job: the task is not started: with -a " + (row.what + bin) + row.program + "\n",
-        "exit 125");
+    expectTool(become(1, {"-a", bin}), "",
+               "runlet-job: task not started: with -a " + (row.what + bin) + row.program + "\n",
+               "exit 125");
   }
   EXPECT_FALSE(std::filesystem::exists(work_ + "/made"));
   EXPECT_EQ(modeOf(folder_.file("secret")), 0600);

@@ -229,7 +229,7 @@ TEST_F(ExecTerminal, NeedsAProcessToKeepTheTaskFromIt) {
   for (const char* fault : {"no-pipes", "no-session"}) {
     const ProcessResult result = runProcess(with(fault, options));
     EXPECT_EQ(result.error,
-              "runlet-job: exec: the task cannot be kept from the terminal: Operation not "
+              "runlet-job: exec: cannot detach the task from the terminal: Operation not "
               "permitted\n");
     EXPECT_EQ(terminal_->written(), "");
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 125");
@@ -240,7 +240,8 @@ TEST_F(ExecTerminal, NeedsAProcessToKeepTheTaskFromIt) {
 TEST_F(ExecTerminal, IsNotLeftToChance) {
   const ProcessOptions options = onTerminal("echo ran", {}, {"--keep-env", "RUNLET_FAULT"});
   expectTool(runProcess(with("terminal-unknown", options)), calling_ + "\n",
-             "runlet-job: the task is not started: it would keep the terminal\n", "exit 125");
+             "runlet-job: task not started: it would keep its access to the terminal\n",
+             "exit 125");
 }
 
 }  // namespace

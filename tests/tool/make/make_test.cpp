@@ -196,25 +196,27 @@ TEST_F(Make, RefusesValues) {
   expectRefused({"--frames", "1-9,4", "--", "run"},
                 "runlet-job: make: --frames 1-9,4: frame 4 is given twice\n", 1);
   expectRefused({"--frames", "1", "--chunk", "0", "--", "run"},
-                "runlet-job: make: --chunk 0: that is no number of frames from 1 on\n", 1);
-  expectRefused({"--tasks", "tasks.tsv", "--", "run"},
-                "runlet-job: make: tasks.tsv:2: $'b\\011': the last field is empty and would read "
-                "as \"Undefined\"\n",
-                1);
+                "runlet-job: make: --chunk 0: expected a number of frames, at least 1\n", 1);
+  expectRefused(
+      {"--tasks", "tasks.tsv", "--", "run"},
+      "runlet-job: make: tasks.tsv:2: $'b\\011': the last field is empty and would be read "
+      "as \"Undefined\"\n",
+      1);
   expectRefused({"--param", "{}", "--", "run"},
-                "runlet-job: make: --param '{}': there is no \"=\"\n", 1);
+                "runlet-job: make: --param '{}': expected NAME=VALUE\n", 1);
   expectRefused({"--folder", "", "--", "run"}, "runlet-job: make: --folder '': it is empty\n", 1);
   expectRefused({"--", ""}, "runlet-job: make: COMMAND '': it is empty\n", 1);
-  expectRefused({"--", "run", "say \"hi\""},
-                "runlet-job: make: COMMAND 'say \"hi\"': it has to be in double quotes ('say "
-                "\"hi\"' in task 1) and holds one itself ('say \"hi\"' in task 1), which cannot be "
-                "written: there it ends the word\n",
-                1);
+  expectRefused(
+      {"--", "run", "say \"hi\""},
+      "runlet-job: make: COMMAND 'say \"hi\"': it needs double quotes ('say "
+      "\"hi\"' in task 1) but contains one itself ('say \"hi\"' in task 1), which cannot be "
+      "written: there it ends the word\n",
+      1);
 }
 
 TEST_F(Make, RefusesWhatCheckFindsAnErrorIn) {
   const std::string head =
-      "runlet-job: make: no job is written, for it would not run as asked:\nstandard output:";
+      "runlet-job: make: no job written, since it would not run as intended:\nstandard output:";
   const std::vector<std::pair<Strings, std::string>> rows = {
       {{"--", "run %tq"}, "3:21: error RJ060: %tq: "},
       {{"--", "run", "%tq"}, "3:21: error RJ060: %tq: "},
@@ -255,7 +257,7 @@ TEST_F(Make, TellsAFileThatCannotBeRead) {
 TEST_F(Make, LeavesTheFileAsItWasWhenItRefuses) {
   folder_.write("job.xml", "old");
   expectRefused({"-o", "job.xml", "--frames", "x", "--", "run"},
-                "runlet-job: make: --frames x: x: that is no frame, FIRST-LAST or "
+                "runlet-job: make: --frames x: x: expected FRAME, FIRST-LAST or "
                 "FIRST-LASTxSTEP\n",
                 1);
   EXPECT_EQ(make({"-o", "job.xml", "--", "run %t"}).output, "");
@@ -295,7 +297,7 @@ TEST_F(Make, LeavesTheFileAsItWasOnAFullDisk) {
 TEST_F(Make, TellsThatTheOutputIsFull) {
   const ProcessResult result =
       make({"--", "run"}, [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); });
-  EXPECT_EQ(result.error, "runlet-job: cannot write: No space left on device\n");
+  EXPECT_EQ(result.error, "runlet-job: cannot write to standard output: No space left on device\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
@@ -307,7 +309,7 @@ TEST_F(Make, TellsThatItHasNoRoomToLook) {
     if (setrlimit(RLIMIT_FSIZE, &tight) != 0) _exit(95);
   });
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.error, "runlet-job: make: the job cannot be looked at: File too large\n");
+  EXPECT_EQ(result.error, "runlet-job: make: cannot check the job: File too large\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 

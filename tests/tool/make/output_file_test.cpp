@@ -165,13 +165,12 @@ TEST(OutputFile, IsNothingButARegularFile) {
   Names names = {"pipe", "socket"};
   ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
   makeSocket(folder.file("socket"));
-  const std::string end = ", and only a regular file is replaced";
-  EXPECT_EQ(writeFile(folder.file("pipe"), "text"), "that is a pipe" + end);
-  EXPECT_EQ(writeFile(folder.file("socket"), "text"), "that is a socket" + end);
+  EXPECT_EQ(writeFile(folder.file("pipe"), "text"), "not a regular file but a pipe");
+  EXPECT_EQ(writeFile(folder.file("socket"), "text"), "not a regular file but a socket");
   // one that takes all that is written to it, where the machine lets us have it
   if (mknod(folder.file("device").c_str(), S_IFCHR | 0600, makedev(1, 3)) == 0) {
     names.insert("device");
-    EXPECT_EQ(writeFile(folder.file("device"), "text"), "that is a device" + end);
+    EXPECT_EQ(writeFile(folder.file("device"), "text"), "not a regular file but a device");
     EXPECT_TRUE(std::filesystem::is_character_file(folder.file("device")));
   }
   EXPECT_TRUE(std::filesystem::is_fifo(folder.file("pipe")));
@@ -205,7 +204,7 @@ TEST(OutputFile, OfAnotherUserIsNotTaken) {
   folder.makeFolder("shared", 0777);
   const std::string path = folder.write("shared/job.xml", "old", 0666);
   EXPECT_EQ(reasonFor(one, path),
-            "its owner and group cannot be kept: " + std::string(std::strerror(EPERM)));
+            "cannot keep its owner and group: " + std::string(std::strerror(EPERM)));
   EXPECT_EQ(readFile(path), "old");
   EXPECT_EQ(ownerOf(path), std::make_pair(0U, 0U));
   EXPECT_EQ(filesIn(folder.file("shared")), Names{"job.xml"});
@@ -247,7 +246,7 @@ TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
   REQUIRE_ROOT();
   const TempFolder folder;
   const std::string target = folder.write("target.xml", "old");
-  const std::string refusal = " is where others may have put it, and is not followed";
+  const std::string refusal = " is in a place that others can write to, and is not followed";
   const struct {
     const char* folder;
     unsigned owner;
@@ -320,7 +319,7 @@ TEST(OutputFile, MayBeInAStickyFolder) {
 TEST(OutputFile, InAStickyFolderStaysItsOwners) {
   REQUIRE_ROOT();
   const std::string notTaken =
-      "its owner and group cannot be kept: " + std::string(std::strerror(EPERM));
+      "cannot keep its owner and group: " + std::string(std::strerror(EPERM));
   const struct {
     unsigned owner;
     unsigned user;

@@ -70,7 +70,7 @@ TEST(SelfCheck, ComparesTheFields) {
   for (const Change change : changes) {
     runlet::AdapterContext job = meantJob();
     change(&job);
-    EXPECT_EQ(foundIn(job, "x", {"x"}), "the job would not arrive as it is meant");
+    EXPECT_EQ(foundIn(job, "x", {"x"}), "the job would not be loaded as intended");
   }
 }
 

@@ -65,28 +65,28 @@ TEST(WordQuoting, RefusesWhatCannotBeWritten) {
       {{"run", "\"a"},
        {"x"},
        {},
-       "COMMAND '\"a': it begins with a double quote ('\"a' in task 1), which cannot be written: "
-       "there it begins a quoted word"},
+       "COMMAND '\"a': it begins with a double quote ('\"a' in task 1), which would start "
+       "a quoted word"},
       {{"run", "\""},
        {"x"},
        {},
-       "COMMAND '\"': it begins with a double quote ('\"' in task 1), which cannot be written: "
-       "there it begins a quoted word"},
+       "COMMAND '\"': it begins with a double quote ('\"' in task 1), which would start "
+       "a quoted word"},
       {{"run", "a \"b"},
        {"x"},
        {},
-       "COMMAND 'a \"b': it has to be in double quotes ('a \"b' in task 1) and holds one itself "
-       "('a \"b' in task 1), which cannot be written: there it ends the word"},
+       "COMMAND 'a \"b': it needs double quotes ('a \"b' in task 1) but contains one itself "
+       "('a \"b' in task 1), which would end the word"},
       {{"run", "%tp1"},
        {"x", "\"y"},
        {},
-       "COMMAND %tp1: it begins with a double quote ('\"y' in task 2), which cannot be written: "
-       "there it begins a quoted word"},
+       "COMMAND %tp1: it begins with a double quote ('\"y' in task 2), which would start "
+       "a quoted word"},
       {{"run", "%tp1"},
        {"x\"", "x", "y z"},
        {},
-       "COMMAND %tp1: it has to be in double quotes ('y z' in task 3) and holds one itself "
-       "('x\"' in task 1), which cannot be written: there it ends the word"},
+       "COMMAND %tp1: it needs double quotes ('y z' in task 3) but contains one itself "
+       "('x\"' in task 1), which would end the word"},
       {{"run", "%tp2\"%tp1"},
        {"b\t\tc"},
        {},
@@ -95,8 +95,8 @@ TEST(WordQuoting, RefusesWhatCannotBeWritten) {
       {{"run", "%jp1"},
        {"x"},
        {"a\" b"},
-       "COMMAND %jp1: it has to be in double quotes ('a\" b' in task 1) and holds one itself "
-       "('a\" b' in task 1), which cannot be written: there it ends the word"},
+       "COMMAND %jp1: it needs double quotes ('a\" b' in task 1) but contains one itself "
+       "('a\" b' in task 1), which would end the word"},
   };
   for (const Row& row : rows) {
     const runlet::AdapterContext job = jobOf(row.words, row.tasks, row.values);

@@ -76,7 +76,7 @@ class ExecComparison {
   // with a text of the job's that leads elsewhere.
   bool isDanger() const {
     const std::string& error = exec_.result.error;
-    return error.starts_with("runlet-job: the task is not started: ") ||
+    return error.starts_with("runlet-job: task not started: ") ||
            error.starts_with("runlet-job: -a ");
   }
 
@@ -84,11 +84,11 @@ class ExecComparison {
     mark("danger");
     const std::string& error = exec_.result.error;
     const std::string id = error.find(" uid of ") != std::string::npos ? "uid" : "gid";
-    const std::string ofId = "runlet-job: the task is not started: the " + id + " of " +
+    const std::string ofId = "runlet-job: task not started: the " + id + " of " +
                              scene_.fullJobFile() +
-                             " is root's without saying so; see: runlet-job explain RJ034\n";
+                             " means root but is not a plain 0; see: runlet-job explain RJ034\n";
     const bool isOfPath = error.find(": with -a ") != std::string::npos ||
-                          error.find(" has to be a full path\n") != std::string::npos;
+                          error.find(" needs a full path\n") != std::string::npos;
     expect(isOfPath ? geteuid() == 0 && !scene_.isUnprivileged() : error == ofId, "standard error");
     expect(exec_.result.output.empty() && exec_.children.empty() && exec_.shellCommands.empty(),
            "something was done");
@@ -107,7 +107,7 @@ class ExecComparison {
 
   void compareRefused() {
     const bool isNamed = !scene_.jobFile().empty();
-    const std::string nothing = "runlet-job: The path of the job file is empty.\n";
+    const std::string nothing = "runlet-job: the path of the job file is empty\n";
     const bool isWhole = error_.ends_with("\n");
     mark(output_.empty() ? "refused" : "refused behind the line");
     expectAll(output_, !isNamed ? nothing : isWhole ? error_ : error_ + "\n", "exit 125");
@@ -118,7 +118,7 @@ class ExecComparison {
     expect(output_.empty() && error_.empty(), "the adapter says something about no task");
     const std::string count = std::to_string(number_ - 1) + (number_ == 2 ? " task" : " tasks");
     expectAll("",
-              "runlet-job: exec: there is no task " + std::to_string(number_) + " in " +
+              "runlet-job: exec: no task " + std::to_string(number_) + " in " +
                   scene_.fullJobFile() + ", which has " + count + "\n",
               "exit 125");
   }
@@ -213,8 +213,8 @@ class ExecComparison {
     std::string wanted = "group " + std::to_string(*adapter_.group);
     if (adapter_.user) wanted = "user " + std::to_string(*adapter_.user) + " and " + wanted;
     return "runlet-job: exec: task " + std::to_string(number_) + " runs as user " +
-           std::to_string(uid) + " and group " + std::to_string(gid) + ", not as the job's " +
-           wanted + ": only root may switch\n";
+           std::to_string(uid) + " and group " + std::to_string(gid) + " instead of the job's " +
+           wanted + ": only root can switch\n";
   }
 
   void expectAll(const std::string& output, const std::string& error, const std::string& status) {

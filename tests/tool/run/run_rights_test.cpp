@@ -70,7 +70,7 @@ TEST_F(RunRights, IncludeNoVariableWithoutAName) {
   for (const std::string name : {"A=b", "=", ""}) {
     expectTool(
         runProcess(options({"--keep-env", name})), "",
-        "runlet-job: --keep-env: " + name + " is no name of a variable\nSee: runlet-job --help\n",
+        "runlet-job: --keep-env: " + name + " is not a variable name\nSee: runlet-job --help\n",
         "exit 2");
   }
   EXPECT_FALSE(std::filesystem::exists(log_));
@@ -152,8 +152,8 @@ TEST_F(RunRightsOfRoot, IncludeNoAmbientCapabilities) {
   started.program = program;
   started.prepare = [] { haveAmbientCapabilities(otherId); };
   expectSuccess(started,
-                "runlet-job: run: the tasks run as user 65534 and group 65534, not as the job's "
-                "user 71 and group 72: only root may switch\n");
+                "runlet-job: run: the tasks run as user 65534 and group 65534 instead of the job's "
+                "user 71 and group 72: only root can switch\n");
   Report lines = workReport();
   expectNoCapabilities(lines);
   EXPECT_EQ(lines["Uid:"], Strings{fourTimes(otherId)});

@@ -180,7 +180,7 @@ TEST_F(Run, DoesNothingForAJobWithAnError) {
 TEST_F(Run, DoesNothingWhereThereCanBeNoLogs) {
   job_.set("LogFolder", folder_.write("file", "") + "/logs");
   expectTool(run({"touch ran"}), "",
-             warnings() + "runlet-job: run: no logs can be written to " + folder_.file("file") +
+             warnings() + "runlet-job: run: cannot write logs to " + folder_.file("file") +
                  "/logs: Not a directory\n",
              "exit 2");
   EXPECT_FALSE(exists(folder_.file("ran")));
@@ -190,8 +190,8 @@ TEST_F(Run, GoesOnWhereALogCannotBeOpened) {
   folder_.makeFolder("logs");
   folder_.makeFolder("logs/shot-1.log");
   expectRun(run({"exit 0", "exit 0"}),
-            line(1, "log not opened (Is a directory)", "exit 0") + line(2, "succeeded", "exit 0") +
-                "2 tasks: 1 succeeded, 1 log not opened (Is a directory) (1)\n",
+            line(1, "cannot open log (Is a directory)", "exit 0") + line(2, "succeeded", "exit 0") +
+                "2 tasks: 1 succeeded, 1 cannot open log (Is a directory) (1)\n",
             "exit 1");
 }
 
@@ -252,7 +252,7 @@ TEST_F(Run, IsNotConcernedWhenItsProgramIsReplaced) {
 }
 
 constexpr char starterGone[] =
-    "runlet-job: run: the process that starts the tasks has ended; no further task is started\n";
+    "runlet-job: run: the process that starts the tasks has ended; no further tasks are started\n";
 
 // The child of that process which is no task: a task leads a session. -1 if there is none.
 pid_t starterOf(pid_t process) {
@@ -301,7 +301,7 @@ TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
 TEST_F(Run, TellsInTheLogWhyATaskIsNotStarted) {
   expectRun(runProcess(withFault("no-session", {"touch ran"})),
             line(1, "failed with exit code 125", "touch ran") + "1 task: 1 failed (1)\n", "exit 1");
-  EXPECT_EQ(readFile(logPath(1)), "runlet-job: the task is not started: Operation not permitted\n");
+  EXPECT_EQ(readFile(logPath(1)), "runlet-job: task not started: Operation not permitted\n");
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
@@ -312,7 +312,7 @@ TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
   } rows[] = {{"no-sockets", EMFILE}, {"no-fork", EAGAIN}};
   for (const auto& row : rows) {
     expectTool(runProcess(withFault(row.fault, {"touch ran"})), "",
-               std::string("runlet-job: run: no process can be made for the start of tasks: ") +
+               std::string("runlet-job: run: cannot create the process that starts tasks: ") +
                    std::strerror(row.error) + "\n",
                "exit 2");
     EXPECT_FALSE(exists(folder_.file("ran")));
@@ -329,8 +329,8 @@ TEST_F(Run, TellsThatTheEndOfATaskIsUnknown) {
 }
 
 std::string cannotFindOut(const std::string& reason, const std::string& fate) {
-  return "runlet-job: run: how tasks end cannot be found out: " + reason + "; those that run are " +
-         fate + ", and no further task is started\n";
+  return "runlet-job: run: cannot find out how tasks end: " + reason + "; running tasks are " +
+         fate + ", and no further tasks are started\n";
 }
 
 // Nor waited for when there is nothing to wait for.
@@ -340,7 +340,7 @@ TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
     std::string reason;
     const char* fate;
   } rows[] = {{"waitid-refused", "Operation not permitted", "killed"},
-              {"no-children", "No child processes", "left to themselves"}};
+              {"no-children", "No child processes", "left running"}};
   const Strings tasks = {"until [ -e ready ]; do sleep 0.01; done", "touch ready; sleep 60",
                          "exit 0"};
   for (const auto& row : rows) {
@@ -359,7 +359,7 @@ TEST_F(Run, EndsWhereNoStatusCanBeTaken) {
   expectTool(runProcess(withFault("kept-status", {"exit 3", "exit 4"})),
              line(1, end, "exit 3") + line(2, "not started", "exit 4") +
                  "2 tasks: 1 not started (2), 1 " + end + " (1)\n",
-             warnings() + cannotFindOut("No child processes", "left to themselves"), "exit 1");
+             warnings() + cannotFindOut("No child processes", "left running"), "exit 1");
 }
 
 TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
@@ -425,7 +425,7 @@ TEST_F(Run, TellsTheEndsInLinesThatAProgramReadsWhereItIsAskedTo) {
 
 TEST_F(Run, TellsNoEndsWithAnIdThatIsNotOneWord) {
   expectTool(run({"exit 0"}, {"--tell-ends", "a b"}), "",
-             "runlet-job: run: --tell-ends: a b is no id\n", "exit 2");
+             "runlet-job: run: --tell-ends: a b is not a valid id\n", "exit 2");
 }
 
 // The first process of a container cannot end by a signal of its own.
@@ -511,7 +511,7 @@ TEST_F(RunAsAnother, DoesNotWriteWhereALinkOfThatUserLeads) {
 TEST_F(RunAsAnother, NeedsTheFolderOfTheApplication) {
   chmod(folder_.path().c_str(), 0777);
   expectTool(run({"touch ran"}, {"-a", "tool"}), "",
-             "runlet-job: -a tool: for a task of another user the application has to be a full "
+             "runlet-job: -a tool: a task of another user needs a full "
              "path\n",
              "exit 2");
   EXPECT_FALSE(exists(folder_.file("ran")));

@@ -200,7 +200,7 @@ TEST_F(Scheduler, GoesOnWhereALogCannotBeOpened) {
   };
   const HeldSignals held;
   expectOutcome(runTasks(tasks, {1, {}, shortTime}, held),
-                {succeeded, {Ending::other, 0, "log not opened (Permission denied)"}, succeeded});
+                {succeeded, {Ending::other, 0, "cannot open log (Permission denied)"}, succeeded});
 }
 
 // A line of the system's about a process, such as "SigBlk", as a set of signals.

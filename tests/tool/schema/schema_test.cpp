@@ -49,8 +49,8 @@ TEST(Schema, IsPrintedAsItIsInstalled) {
 TEST(Schema, ThatCannotBePrintedIsToldOf) {
   ProcessOptions options = tool({"schema"});
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
-  expectTool(runProcess(options), "", "runlet-job: cannot write: No space left on device\n",
-             "exit 2");
+  expectTool(runProcess(options), "",
+             "runlet-job: cannot write to standard output: No space left on device\n", "exit 2");
 }
 
 constexpr char arguments[] = "<Arguments>{/bin/echo %tn}</Arguments>";

@@ -70,8 +70,7 @@ TEST_F(FailedOf, LeavesOutTasksThatHaveNotEnded) {
   write(quietJob(4));
   know({{"12", comment("0:1:4:4")}},
        "12 1 RUNNING 0\\n12 2 FAILED 256\\n12 3 PENDING 0\\n12 4 COMPLETING 0\\n");
-  expectArray({"12"}, "2", 1, 4,
-              "runlet-job: submit: left out, for they have not ended: tasks 1, 3-4\n");
+  expectArray({"12"}, "2", 1, 4, "runlet-job: submit: skipped, not finished yet: tasks 1, 3-4\n");
 }
 
 TEST_F(FailedOf, SubmitsNothingWhereNoTaskHasFailed) {
@@ -90,7 +89,7 @@ TEST_F(FailedOf, TakesSeveralArraysAndTheLatestWordOfATask) {
        "10 0 FAILED 256\\n10 1 COMPLETED 0\\n10 2 COMPLETED 0\\n"
        "12 1 COMPLETED 0\\n12 2 RUNNING 0\\n12 4 FAILED 512\\n");
   expectArray({"12", "9", "10", "9"}, "4,10", 2, 12,
-              "runlet-job: submit: left out, for they have not ended: tasks 2\n");
+              "runlet-job: submit: skipped, not finished yet: tasks 2\n");
   EXPECT_EQ(engine_.calls("squeue").size(), 4U);
   EXPECT_EQ(engine_.calls("squeue").back()[4], "9,10,12");
 }
@@ -113,16 +112,15 @@ TEST_F(FailedOf, PutsTheQueueBeforeTheAccounts) {
   write(quietJob(3));
   know({{"12", comment("0:1:3:3")}}, "12 1 PENDING 0\\n12 2 COMPLETED 0\\n");
   engine_.reply("sacct", "printf '12_1|NODE_FAIL|1:0\\n12_2|FAILED|2:0\\n12_3|FAILED|1:0'");
-  expectArray({"12"}, "3", 1, 3,
-              "runlet-job: submit: left out, for they have not ended: tasks 1\n");
+  expectArray({"12"}, "3", 1, 3, "runlet-job: submit: skipped, not finished yet: tasks 1\n");
 }
 
 TEST_F(FailedOf, IsRefusedWhereTheEngineHasForgottenTasks) {
   write(quietJob(3));
   know({{"12", comment("0:1:3:3")}}, "12 1 FAILED 256\\n12 2 COMPLETED 0\\n120 3 FAILED 1\\n");
-  expectRefused({"--failed-of", "12"}, "the engine knows only 2 of the 3 elements of 12");
-  expectRefused({"--failed-of", "13"}, "the engine does not know 13 any more");
-  expectRefused({"--failed-of", "12", "--failed-of", "13"}, "the engine does not know 13 any more");
+  expectRefused({"--failed-of", "12"}, "Slurm knows only 2 of the 3 elements of array 12");
+  expectRefused({"--failed-of", "13"}, "Slurm no longer knows array 13");
+  expectRefused({"--failed-of", "12", "--failed-of", "13"}, "Slurm no longer knows array 13");
 }
 
 TEST_F(FailedOf, IsRefusedForAnArrayOfAnotherKind) {
@@ -131,11 +129,12 @@ TEST_F(FailedOf, IsRefusedForAnArrayOfAnotherKind) {
         {"13", "runlet-job:0:1:3:3:0123456789abcdef"},
         {"14", "x " + comment("0:1:3:3")}},
        "");
-  expectRefused({"--failed-of", "12"}, "12 has not been submitted by runlet-job");
-  expectRefused({"--failed-of", "13"}, "13 is of another job file than " + jobFile_);
-  expectRefused({"--failed-of", "14"}, "14 has not been submitted by runlet-job");
+  expectRefused({"--failed-of", "12"}, "array 12 was not submitted by runlet-job");
+  expectRefused({"--failed-of", "13"},
+                "array 13 was submitted for another job file than " + jobFile_);
+  expectRefused({"--failed-of", "14"}, "array 14 was not submitted by runlet-job");
   engine_.reply("sacct", "echo 'sbatch x --parsable --comment=" + comment("0:1:3:3") + "'");
-  expectRefused({"--failed-of", "15"}, "15 has not been submitted by runlet-job");
+  expectRefused({"--failed-of", "15"}, "array 15 was not submitted by runlet-job");
 }
 
 TEST_F(FailedOf, IsRefusedWhereTheEngineDoesNotAnswer) {

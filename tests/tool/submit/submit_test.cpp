@@ -23,7 +23,7 @@ using Variables = std::vector<std::pair<std::string, std::string>>;
 
 constexpr char taskScript[] =
     "#!/bin/sh\n"
-    "# An element of the array becomes a task. Arguments: program, job file, base [, -a, "
+    "# Each element of the array is a task. Arguments: program, job file, base [, -a, "
     "application]\n"
     "program=$1 job=$2 base=$3\n"
     "shift 3\n"
@@ -31,7 +31,7 @@ constexpr char taskScript[] =
 
 constexpr char chunkScript[] =
     "#!/bin/sh\n"
-    "# An element of the array runs some tasks, one after the other, but none above the last.\n"
+    "# Each element of the array runs up to $chunk tasks in sequence, none above the last.\n"
     "# Arguments: program, job file, its hash, base, chunk, last [, -a, application]\n"
     "program=$1 job=$2 hash=$3 base=$4 chunk=$5 last=$6\n"
     "shift 6\n"
@@ -49,8 +49,8 @@ class Submit : public SubmitTest {
 
   // How the array is to be found that may be there without an id.
   std::string whereToLook(const std::string& numbers) const {
-    return "runlet-job: submit: an array may be queued all the same; before you submit again, look "
-           "for " +
+    return "runlet-job: submit: an array may have been queued nevertheless; before submitting "
+           "again, look for " +
            comment(numbers) + " in: squeue --Format=ArrayJobID,Comment:200 '--name=job'\n";
   }
 
@@ -143,7 +143,7 @@ TEST_F(Submit, TakesARangeOfTheTasks) {
   EXPECT_EQ(only(sbatchArguments({"-s", "0", "-n", "3"}), {"--array"}),
             (std::vector<std::string>{"--array=1-2"}));
   expectSubmit({"-s", "13"}, "",
-               "runlet-job: submit: " + jobFile_ + " has no task in that range, only 12 tasks\n",
+               "runlet-job: submit: no task in that range: " + jobFile_ + " has 12 tasks\n",
                "exit 1");
 }
 
@@ -275,10 +275,10 @@ TEST_F(Submit, MakesTheLogFolder) {
 TEST_F(Submit, IsRefusedWhereNoLogsCanBeWritten) {
   folder_.write("logs", "a file");
   write(quietJob(1).set("LogFolder", "logs"));
-  expectSubmit({}, "",
-               "runlet-job: submit: no logs can be written to " + folder_.file("logs") +
-                   ": Not a directory\n",
-               "exit 2");
+  expectSubmit(
+      {}, "",
+      "runlet-job: submit: cannot write logs to " + folder_.file("logs") + ": Not a directory\n",
+      "exit 2");
   EXPECT_EQ(engine_.calls("sbatch"), Calls{});
 }
 
@@ -286,7 +286,7 @@ TEST_F(Submit, IsRefusedWhereTheEngineCannotBeToldOfTheLogs) {
   const std::string logs = folder_.file("lo\\gs");
   write(quietJob(1).set("LogFolder", logs));
   const std::string error =
-      "runlet-job: submit: sbatch cannot be told of a log folder with a backslash: " + logs + "\n";
+      "runlet-job: submit: sbatch does not support a backslash in the log folder: " + logs + "\n";
   expectSubmit({}, "", error, "exit 1");
   expectSubmit({"--dry-run"}, "", error, "exit 1");
   EXPECT_FALSE(std::filesystem::exists(logs));
@@ -347,7 +347,7 @@ TEST_F(Submit, SaysOnceThatOnlyRootMaySwitch) {
   const std::string group = std::to_string(geteuid() == 0 ? otherId : getegid());
   expectTool(result, "12\n",
              "runlet-job: submit: the tasks run as user " + user + " and group " + group +
-                 ", not as the job's user 4321 and group 4322: only root may switch\n",
+                 " instead of the job's user 4321 and group 4322: only root can switch\n",
              "exit 0");
   ASSERT_EQ(engine_.calls("sbatch").size(), 1U);
   EXPECT_EQ(only(engine_.calls("sbatch")[0], {"--uid", "--gid"}), std::vector<std::string>{});
@@ -362,7 +362,7 @@ TEST_F(Submit, PassesOnWhatTheEngineSays) {
                "exit 2");
   engine_.reply("sbatch", "printf 'job\\033 12\\n'");
   expectSubmit({}, "",
-               "runlet-job: submit: sbatch has told no id, but $'job\\033 12\\012'\n" +
+               "runlet-job: submit: unexpected output from sbatch: $'job\\033 12\\012'\n" +
                    whereToLook("0:1:1:1"),
                "exit 2");
   engine_.remove("sbatch");
@@ -381,7 +381,7 @@ TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
   engine_.reply("sbatch", "echo '12;lab'; kill -9 $$");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch killed by signal 9 (Killed)\n"
-               "runlet-job: submit: what had been submitted has been cancelled\n",
+               "runlet-job: submit: the arrays submitted so far have been cancelled\n",
                "exit 2");
   EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12", "--clusters=lab"}}));
 }
@@ -389,10 +389,11 @@ TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
 TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheAnswerIsLost) {
   write(quietJob(20));
   engine_.reply("sbatch", "echo 12; echo no room >&2");
-  expectTool(runProcess(withFault("lost-answers")), "",
-             withWarning("runlet-job: submit: the answer of sbatch is lost: Input/output error\n" +
-                         whereToLook("0:1:20:20")),
-             "exit 2");
+  expectTool(
+      runProcess(withFault("lost-answers")), "",
+      withWarning("runlet-job: submit: cannot get the result of sbatch: Input/output error\n" +
+                  whereToLook("0:1:20:20")),
+      "exit 2");
   EXPECT_EQ(engine_.calls("sbatch").size(), 1U);
   EXPECT_EQ(engine_.calls("scancel"), Calls{});
 }
@@ -400,16 +401,18 @@ TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheAnswerIsLost) {
 TEST_F(Submit, CancelsAnArrayWhoseSubmissionMayNotHaveEnded) {
   write(quietJob(1));
   expectTool(runProcess(withFault("lost-ends")), "",
-             withWarning("runlet-job: submit: the answer of sbatch is lost: No child processes\n"
-                         "runlet-job: submit: array 12 is left: the answer of scancel is lost: No "
-                         "child processes\n"),
+             withWarning(
+                 "runlet-job: submit: cannot get the result of sbatch: No child processes\n"
+                 "runlet-job: submit: cannot cancel array 12: cannot get the result of scancel: No "
+                 "child processes\n"),
              "exit 2");
   EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}}));
   engine_.reply("sbatch", "");
-  expectTool(runProcess(withFault("lost-ends")), "",
-             withWarning("runlet-job: submit: the answer of sbatch is lost: No child processes\n" +
-                         whereToLook("0:1:1:1")),
-             "exit 2");
+  expectTool(
+      runProcess(withFault("lost-ends")), "",
+      withWarning("runlet-job: submit: cannot get the result of sbatch: No child processes\n" +
+                  whereToLook("0:1:1:1")),
+      "exit 2");
 }
 
 TEST_F(Submit, SaysThatThereIsNoProcessForSbatch) {
@@ -440,7 +443,7 @@ TEST_F(Submit, LeavesNothingWhereALaterArrayIsRefused) {
   engine_.reply("sbatch", 3, "echo 'sbatch: error: no' >&2; exit 1");
   expectSubmit({}, "",
                "sbatch: error: no\nrunlet-job: submit: sbatch failed with exit code 1\n"
-               "runlet-job: submit: what had been submitted has been cancelled\n",
+               "runlet-job: submit: the arrays submitted so far have been cancelled\n",
                "exit 2");
   EXPECT_EQ(engine_.calls("sbatch").size(), 3U);
   EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}, {"13", "--clusters=lab"}}));
@@ -454,13 +457,13 @@ TEST_F(Submit, SaysWhatIsLeftWhereItCannotBeCancelled) {
   engine_.reply("scancel", 1, "echo 'scancel: error: busy' >&2; echo more >&2; exit 1");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch failed with exit code 1\n"
-               "runlet-job: submit: array 12 is left: scancel: error: busy\n",
+               "runlet-job: submit: cannot cancel array 12: scancel: error: busy\n",
                "exit 2");
   engine_.reply("sbatch", 5, "exit 1");
   engine_.reply("scancel", 3, "exit 4");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch failed with exit code 1\n"
-               "runlet-job: submit: array 12 is left: scancel failed with exit code 4\n",
+               "runlet-job: submit: cannot cancel array 12: scancel failed with exit code 4\n",
                "exit 2");
   EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}, {"13"}, {"12"}}));
 }
@@ -469,7 +472,7 @@ TEST_F(Submit, CancelsWhatItHasSubmittedWhenItIsInterrupted) {
   write(quietJob(20));
   engine_.reply("scontrol", "echo 'MaxArraySize = 10'");
   engine_.reply("sbatch", 2, "kill -INT $PPID; echo 13");
-  expectSubmit({}, "", "runlet-job: submit: what had been submitted has been cancelled\n",
+  expectSubmit({}, "", "runlet-job: submit: the arrays submitted so far have been cancelled\n",
                "signal 2");
   EXPECT_EQ(engine_.calls("sbatch").size(), 2U);
   EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}, {"13"}}));
@@ -500,7 +503,7 @@ TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
                                                          {"SCANCEL_NAME", "name"}});
   const ProcessResult result = runProcess(options);
   EXPECT_EQ(result.error, withWarning("|0|low|runlet-job: submit: sbatch failed with exit code 1\n"
-                                      "runlet-job: submit: array 12 is left: 1||\n"));
+                                      "runlet-job: submit: cannot cancel array 12: 1||\n"));
 }
 
 TEST_F(Submit, SubmitsNothingWhenItIsToTellTheCommandsAlone) {
@@ -715,12 +718,13 @@ TEST_F(Submit, RefusesAWrongCommandLine) {
       {{"--failed-of", "12", "-s", "1"}, "-s excludes --failed-of"},
       {{"--failed-of", "12", "-n", "1"}, "-n excludes --failed-of"},
       {{"--failed-of", "12", "--chunk", "2"}, "--chunk excludes --failed-of"},
-      {{"--failed-of", "12_1"}, "--failed-of: 12_1 is no id of an array"},
+      {{"--failed-of", "12_1"}, "--failed-of: 12_1 is not an array id"},
       {{"--sbatch-option", "--wait"},
-       "--sbatch-option: --wait cannot be given, for runlet-job sets it or depends on it"},
-      {{"--keep-env", "A=b"}, "--keep-env: A=b is no name of a variable"},
+       "--sbatch-option: --wait is not allowed, since runlet-job sets it or depends on it"},
+      {{"--keep-env", "A=b"}, "--keep-env: A=b is not a variable name"},
       {{"--sbatch-option=x"},
-       "--sbatch-option: x is no option: write an option with its value in one word, as --mem=4G"},
+       "--sbatch-option: x is not an option; write an option and its value as one word, such as "
+       "--mem=4G"},
       {{"--sbatch-option"}, "--sbatch-option: 1 required OPTION missing"},
       {{"other.xml"}, "The following argument was not expected: other.xml"},
   };
@@ -739,7 +743,7 @@ TEST_F(Submit, TellsWhenTheIdCannotBeWritten) {
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
   expectTool(runProcess(options), "",
              withWarning("runlet-job: submit: queued: 12\n"
-                         "runlet-job: cannot write: No space left on device\n"),
+                         "runlet-job: cannot write to standard output: No space left on device\n"),
              "exit 2");
 }
 

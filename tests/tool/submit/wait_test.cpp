@@ -144,11 +144,12 @@ TEST_F(SubmitAndWait, GoesOnWhereTheEngineDoesNotAnswer) {
   engine_.reply("squeue", 1, "echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
   engine_.reply("squeue", 2, "kill -9 $$");
   engine_.reply("squeue", element(1, "COMPLETED"));
-  expectSubmit({"--wait"}, "12\n",
-               "runlet-job: submit: no answer, waiting goes on: slurm_load_jobs error: Unable to "
-               "contact\n" +
-                   line(1, "succeeded") + "1 task: 1 succeeded\n",
-               "exit 0");
+  expectSubmit(
+      {"--wait"}, "12\n",
+      "runlet-job: submit: no answer from Slurm, still waiting: slurm_load_jobs error: Unable to "
+      "contact\n" +
+          line(1, "succeeded") + "1 task: 1 succeeded\n",
+      "exit 0");
 }
 
 // The time that a question without an answer took is no reason to wait ten times as long.
@@ -158,11 +159,12 @@ TEST_F(SubmitAndWait, AsksAgainSoonWhereTheEngineTakesLongNotToAnswer) {
                 "/bin/sleep 1; echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
   engine_.reply("squeue", element(1, "COMPLETED"));
   const auto begin = std::chrono::steady_clock::now();
-  expectSubmit({"--wait"}, "12\n",
-               "runlet-job: submit: no answer, waiting goes on: slurm_load_jobs error: Unable to "
-               "contact\n" +
-                   line(1, "succeeded") + "1 task: 1 succeeded\n",
-               "exit 0");
+  expectSubmit(
+      {"--wait"}, "12\n",
+      "runlet-job: submit: no answer from Slurm, still waiting: slurm_load_jobs error: Unable to "
+      "contact\n" +
+          line(1, "succeeded") + "1 task: 1 succeeded\n",
+      "exit 0");
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
 }
 
@@ -170,10 +172,11 @@ TEST_F(SubmitAndWait, GoesOnWhereTheAccountsDoNotAnswer) {
   write(quietJob(1));
   engine_.reply("sacct", "exit 1");
   engine_.reply("sacct", 4, "echo '12_1|COMPLETED|0:0'");
-  expectSubmit({"--wait"}, "12\n",
-               "runlet-job: submit: no answer, waiting goes on: sacct failed with exit code 1\n" +
-                   line(1, "succeeded") + "1 task: 1 succeeded\n",
-               "exit 0");
+  expectSubmit(
+      {"--wait"}, "12\n",
+      "runlet-job: submit: no answer from Slurm, still waiting: sacct failed with exit code 1\n" +
+          line(1, "succeeded") + "1 task: 1 succeeded\n",
+      "exit 0");
 }
 
 TEST_F(SubmitAndWait, AsksForAllArraysOfTheirClusterAtOnce) {
@@ -336,8 +339,9 @@ TEST_F(SubmitAndWait, LeavesTheTasksAloneWhenItIsInterrupted) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     engine_.reply("squeue", "kill -" + std::to_string(signal) + " $PPID");
     const ProcessResult result = run({"--wait"});
-    EXPECT_EQ(result.error,
-              withWarning("runlet-job: submit: the tasks go on; to stop them: scancel 12 14\n"));
+    EXPECT_EQ(
+        result.error,
+        withWarning("runlet-job: submit: the tasks keep running; to stop them: scancel 12 14\n"));
     EXPECT_EQ(describeStatus(result.waitStatus), "signal " + std::to_string(signal));
   }
   EXPECT_EQ(engine_.calls("scancel"), Calls{});

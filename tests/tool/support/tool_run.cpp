@@ -31,7 +31,7 @@ std::string withoutKeyringNote(std::string text) {
     const long id = syscall(SYS_keyctl, KEYCTL_GET_KEYRING_ID, KEY_SPEC_USER_KEYRING, 0);
     const bool isBarred = id == -1 && (errno == ENOSYS || errno == EPERM || errno == EACCES);
     return isBarred ? std::string("runlet-job: no session keyring for the task: ") +
-                          std::strerror(errno) + "; it keeps the one of its starter\n"
+                          std::strerror(errno) + "; it keeps that of its starter\n"
                     : "";
   }();
   const std::size_t place = note.empty() ? std::string::npos : text.find(note);
