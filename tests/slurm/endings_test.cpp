@@ -15,10 +15,10 @@ class SlurmEnding : public FarmTest {
   const std::string plain_ = folder_.write("plain", "#!/bin/sh\n", 0644);
 };
 
-TEST_F(SlurmEnding, OfEveryKindIsSeenByTheEngineAndTold) {
+TEST_F(SlurmEnding, OfEveryKindIsSeenBySlurmAndTold) {
   struct Row {
     std::string command;
-    std::string asEngineSees;
+    std::string inSlurm;
     std::string asTold;
   };
   const std::vector<Row> rows = {
@@ -48,7 +48,7 @@ TEST_F(SlurmEnding, OfEveryKindIsSeenByTheEngineAndTold) {
   EXPECT_EQ(elements.size(), rows.size());
   for (int task = 1; task <= static_cast<int>(rows.size()); ++task) {
     const Row& row = rows[static_cast<std::size_t>(task - 1)];
-    EXPECT_EQ(elements[task].state + " " + elements[task].exitCode, row.asEngineSees)
+    EXPECT_EQ(elements[task].state + " " + elements[task].exitCode, row.inSlurm)
         << row.command;
   }
 }

@@ -45,7 +45,7 @@ TEST_F(SlurmOptions, NameThePartition) {
   EXPECT_EQ(nodesOfReports(6), Lines{"n4"});
 }
 
-TEST_F(SlurmOptions, OfTheEngineReachIt) {
+TEST_F(SlurmOptions, OfSlurmReachIt) {
   write(reportingJob(2));
   const std::string id =
       submittedOne({"--sbatch-option", "--nodelist=n3", "--sbatch-option=--nice=77"});

@@ -39,7 +39,7 @@ TEST_F(SlurmRefusal, OfAJobFileThatIsMissingSaysSo) {
   expectNothingQueued(result);
 }
 
-TEST_F(SlurmRefusal, ByTheEngineIsPassedOn) {
+TEST_F(SlurmRefusal, BySlurmIsPassedOn) {
   write(reportingJob(3));
   const ProcessResult result = submit({"--partition", "moon"});
   EXPECT_NE(result.error.find("sbatch: error: invalid partition specified: moon\n"

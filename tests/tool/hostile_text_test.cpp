@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "exec_run.h"
-#include "fake_engine.h"
+#include "fake_slurm.h"
 #include "tool/text/characters.h"
 #include "tool_run.h"
 
@@ -39,7 +39,7 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 class HostileText : public ExecTest {
  protected:
   HostileText() {
-    engine_.reply("sbatch", "printf '%s\\n' \"$(printf '\\033]0;x\\007\\233')\" >&2\nexit 3");
+    slurm_.reply("sbatch", "printf '%s\\n' \"$(printf '\\033]0;x\\007\\233')\" >&2\nexit 3");
   }
 
   // A job in which every text is hostile, in a file of such a name.
@@ -58,7 +58,7 @@ class HostileText : public ExecTest {
 
   ProcessResult runWords(const std::vector<std::string>& words) const {
     ProcessOptions options = tool(words);
-    options.environment = {{"PATH", engine_.path()}};
+    options.environment = {{"PATH", slurm_.path()}};
     return runProcess(options);
   }
 
@@ -80,7 +80,7 @@ class HostileText : public ExecTest {
   }
 
   const std::string fileName_ = "job" + hostile;
-  FakeEngine engine_{folder_};
+  FakeSlurm slurm_{folder_};
 };
 
 TEST_F(HostileText, ReachesNoTerminalByAnyVerb) {

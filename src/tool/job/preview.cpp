@@ -25,8 +25,8 @@ void decide(Preview* preview, Outcome outcome, std::string message, std::string 
   preview->reason = std::move(reason);
 }
 
-// Whether a folder of that name is found again from inside itself: it only goes up, or it comes
-// back to where it begins.
+// Whether a relative path can be entered again after it has been entered once: it only goes up, or
+// it ends where it begins.
 bool isFoundAgain(std::string_view path) {
   bool onlyUp = true;
   bool staysInside = true;
@@ -60,7 +60,7 @@ constexpr FolderRefusal folderRefusals[] = {
      "the run folder is relative, and the previous task has already entered it"},
 };
 
-// False when the run folder cannot be entered.
+// False if the run folder cannot be entered.
 bool previewFolder(const AdapterContext& context, bool isFirst, Preview* preview) {
   std::string& folder = preview->start.folder;
   folder = runlet::runFolder(context);
@@ -92,7 +92,8 @@ std::string fillInReason(const Preview& preview, const AdapterContext& context) 
          (isTask ? "t must be followed by n or p" : "j must be followed by p");
 }
 
-// Why composing has raised an error: in the fill-in, or for want of a space behind it.
+// Why composing the start raised an exception: in the fill-in, or because the expanded line has no
+// space.
 std::string raisedReason(const Preview& preview, const AdapterContext& context) {
   const std::string_view placeholder = raisingPlaceholder(preview.uses, context.arguments);
   if (!placeholder.empty()) {

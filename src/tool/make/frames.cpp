@@ -11,8 +11,8 @@
 namespace runlet_tool {
 namespace {
 
-// FIRST, FIRST + STEP and so on, as far as LAST. In 64 bits, so that 32-bit frames can be reckoned
-// with. `last` is one of the frames.
+// FIRST, FIRST + STEP and so on up to LAST. In 64 bits, so that arithmetic with 32-bit frames
+// cannot overflow. `last` is one of the frames.
 struct FrameRange {
   std::int64_t first;
   std::int64_t last;
@@ -23,7 +23,7 @@ struct FrameRange {
   }
 };
 
-// Takes a 32-bit number off the start of `*text`.
+// Removes a 32-bit number from the start of `*text`.
 bool takeNumber(std::string_view* text, std::int64_t* number) {
   std::int32_t value = 0;
   const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), value);
@@ -48,7 +48,7 @@ bool parseRange(std::string_view text, FrameRange* range) {
   return text.empty();
 }
 
-// What is wrong with a range as it is written; null if nothing is.
+// What is wrong with a parsed range; null if it is fine.
 const char* faultOf(const FrameRange& range) {
   if (range.first > range.last) return "the first frame comes after the last";
   return range.step < 1 ? "the step is below 1" : nullptr;
@@ -83,7 +83,7 @@ std::int64_t frameCount(const std::vector<FrameRange>& ranges) {
   return count;
 }
 
-// The lowest frame that is there twice.
+// The lowest frame that occurs twice.
 std::optional<std::int32_t> repeatedFrame(const std::vector<FrameRange>& ranges) {
   std::vector<std::int32_t> frames;
   frames.reserve(static_cast<std::size_t>(frameCount(ranges)));

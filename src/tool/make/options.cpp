@@ -31,7 +31,7 @@ constexpr NumberForm timeoutForm = {10, 1, runlet::longestTimeout,
                                     "expected a number of minutes from 1 to 35791"};
 constexpr NumberForm umaskForm = {8, 0, 0777, "expected an octal number from 0 to 777"};
 
-// A number that is not given leaves `*number` as it is.
+// Leaves `*number` unchanged if the option is not given.
 bool readNumberOption(const char* option, const std::optional<std::string>& value,
                       const NumberForm& form, std::int32_t* number, Complaint* complaint) {
   if (!value) return true;
@@ -58,7 +58,7 @@ bool readTaskOptions(const MakeOptions& options, runlet::AdapterContext* job,
   return true;
 }
 
-// Why there can be no parameter of that name and value next to those that there are.
+// Why a parameter of that name and value cannot be added to `names`; empty if it can.
 std::string paramObstacle(const std::string& name, const std::string& value,
                           const runlet::StringList& names) {
   if (name.empty()) return "the name is empty";

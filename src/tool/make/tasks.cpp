@@ -18,25 +18,25 @@ namespace {
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
-// Whether it is a device that may have no end, or that notices being read. A terminal is none:
-// tasks may be typed.
+// Whether it is a device, which may be endless or have side effects when read. Terminals are
+// allowed: tasks may be typed.
 bool isDevice(std::FILE* file) {
   struct stat status {};
   if (fstat(fileno(file), &status) != 0 || isatty(fileno(file)) == 1) return false;
   return S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
 }
 
-// Reads the file to its end, or a little more than may be in it. Yields 0, or the error number.
+// Reads the file to its end, or up to a little more than the limit. Returns 0, or the error number.
 int readWhole(std::FILE* file, std::string* text) {
   char piece[65536];
-  // At a terminal the end comes once: whoever reads again waits for another one.
+  // After end of file on a terminal, another read would wait for more input.
   while (std::feof(file) == 0 && std::ferror(file) == 0 && text->size() <= maxTaskFileSize) {
     text->append(piece, std::fread(piece, 1, sizeof piece, file));
   }
   return std::ferror(file) == 0 ? 0 : errno;
 }
 
-// Yields why the file at `path` has no tasks for us; empty if it may have some.
+// Returns why the file at `path` cannot be read; empty on success.
 std::string readText(const std::string& path, std::string* text) {
   const File file(std::fopen(path.c_str(), "rbe"), std::fclose);
   if (file == nullptr) return std::strerror(errno);
@@ -46,7 +46,7 @@ std::string readText(const std::string& path, std::string* text) {
   return text->size() > maxTaskFileSize ? "larger than 128 MiB, the limit for a job file" : "";
 }
 
-// Takes the first line off `*text`, without its line end.
+// Removes the first line from `*text` and returns it without its line ending.
 std::string takeLine(std::string_view* text) {
   const std::size_t end = text->find('\n');
   std::string_view line = text->substr(0, end);

@@ -28,7 +28,7 @@ int giveUp(const std::string& text) {
   return exitUnreadable;
 }
 
-// From the earliest to the latest, each once.
+// From oldest to newest, without duplicates.
 std::vector<ArrayId> inOrder(std::vector<std::string> ids) {
   std::sort(ids.begin(), ids.end(), [](const std::string& a, const std::string& b) {
     return a.size() != b.size() ? a.size() < b.size() : a < b;
@@ -55,14 +55,14 @@ int askOrigins(const std::vector<ArrayId>& ids, const Batch& batch,
   return exitFine;
 }
 
-// What the engine knows of the array's elements.
+// The known states of the array's elements.
 std::vector<ElementStates::value_type> statesOf(const ArrayId& id, const ElementStates& states) {
   const auto first = states.lower_bound({id.number, 0});
   const auto isOther = [&](const auto& state) { return state.first.first != id.number; };
   return {first, std::find_if(first, states.end(), isOther)};
 }
 
-// Of how many elements of the array it does not know any more what has become of them.
+// The number of elements of the array whose state Slurm no longer knows.
 std::size_t countForgotten(const KnownArray& array, const ElementStates& states) {
   const std::size_t known = statesOf(array.id, states).size();
   return array.origin.elementCount - std::min(known, array.origin.elementCount);
@@ -88,7 +88,7 @@ int askStates(const std::vector<ArrayId>& ids, const std::vector<KnownArray>& ar
   return exitFine;
 }
 
-// Of every task of the batch; of those in no array as of those that have succeeded.
+// The end of every task of the batch; a task in none of the arrays counts as succeeded.
 std::vector<TaskEnd> endsOf(const Batch& batch, const std::vector<KnownArray>& arrays,
                             const ElementStates& states) {
   std::vector<TaskEnd> ends(batch.tasks.size(), succeeded);

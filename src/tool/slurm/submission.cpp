@@ -19,14 +19,14 @@ namespace {
 
 constexpr char verbName[] = "submit";
 
-// What the arrays that there already are become when the next one cannot be submitted.
+// Cancels the arrays submitted so far when the next one cannot be submitted.
 void cancel(const std::vector<SubmittedArray>& arrays) {
   bool isNoneLeft = true;
   for (const SubmittedArray& array : arrays) isNoneLeft = cancelArray(array.id) && isNoneLeft;
   if (isNoneLeft && !arrays.empty()) saySubmit("the arrays submitted so far have been cancelled");
 }
 
-// All of them or none: false after a message, or when there was a signal.
+// All of them or none: false after a message or a signal.
 bool submitAll(const Batch& batch, const SubmitOptions& options,
                const std::vector<ArrayPart>& parts, const SignalHold& hold,
                std::vector<SubmittedArray>* arrays) {
@@ -65,7 +65,7 @@ int submitParts(const Batch& batch, const SubmitOptions& options,
   std::vector<SubmittedArray> arrays;
   if (!submitAll(batch, options, parts, hold, &arrays)) return exitUnreadable;
   put(arrayIdsText(arrays, "\n"));
-  std::fflush(stdout);  // the ids are wanted even if the waiting ends early
+  std::fflush(stdout);  // the ids are needed even if the wait ends early
   if (std::ferror(stdout) != 0) saySubmit("queued: " + listed(arrays));
   if (!options.isWaiting) return exitFine;
   const Farewell farewell(farewellText(arrays));

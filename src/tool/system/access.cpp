@@ -15,10 +15,10 @@
 namespace runlet_tool {
 namespace {
 
-// As the C library has it for a process without one.
+// What the C library uses if PATH is not set.
 constexpr char usualPath[] = "/bin:/usr/bin";
 
-constexpr int mostLinks = 40;  // the system follows so many
+constexpr int mostLinks = 40;  // the kernel's limit
 
 bool isCaller(const Identity& who) {
   return who.uid == geteuid() && who.gid == getegid();
@@ -29,7 +29,7 @@ bool isInGroup(const Identity& who, gid_t group) {
          std::find(who.groups.begin(), who.groups.end(), group) != who.groups.end();
 }
 
-// By the permission bits. Root may search every folder, and execute what anybody may.
+// By the permission bits. Root may search every folder, and execute any file with an execute bit.
 bool mayExecute(const Identity& who, const struct stat& status) {
   if (who.uid == 0) return S_ISDIR(status.st_mode) || (status.st_mode & 0111U) != 0;
   if (who.uid == status.st_uid) return (status.st_mode & S_IXUSR) != 0;
@@ -43,13 +43,13 @@ std::string linkTarget(const std::string& path) {
   return {target, length < 0 ? 0 : static_cast<std::size_t>(length)};
 }
 
-// The way to a file or folder, which is gone from one component to the next, as the system does.
+// The state of a path walk, component by component, as the kernel does it.
 struct Way {
-  std::string at;    // where it has come to
+  std::string at;    // the folder reached so far
   std::string rest;  // what is left of the path
-  int links = 0;     // how many were followed
+  int links = 0;     // followed so far
 
-  // Takes the next component off.
+  // Removes and returns the next component.
   std::string next() {
     const std::size_t begin = std::min(rest.find_first_not_of('/'), rest.size());
     const std::size_t end = std::min(rest.find('/', begin), rest.size());
@@ -65,7 +65,7 @@ struct Way {
   }
 };
 
-// Whether every folder on the way may be searched; `*status` is then what stands at its end.
+// Whether every folder on the path may be searched; if so, `*status` is that of its target.
 bool mayReach(const Identity& who, Way way, struct stat* status) {
   if (stat(way.at.c_str(), status) != 0) return false;
   for (std::string component = way.next(); !component.empty(); component = way.next()) {
@@ -134,7 +134,7 @@ std::string findProgram(const Identity& who, const std::string& current, const s
   *found = Access::missing;
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find(':', begin), path.size());
-    // An empty entry is the current folder.
+    // An empty entry means the current folder.
     std::string candidate = path.substr(begin, end - begin);
     if (!candidate.empty()) candidate += '/';
     candidate += word;

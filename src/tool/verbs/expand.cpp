@@ -44,19 +44,19 @@ std::unique_ptr<ExpandReport> makeReport(bool inJson) {
   return std::make_unique<TextExpandReport>(wantsColour(stdout));
 }
 
-// 0 where that cannot be told; the job has been loaded from it.
+// 0 if unknown.
 std::size_t fileSize(const std::string& file) {
   struct stat status {};
   return stat(file.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
-// Whether all tasks of the request are started, and told of: where `isBounded`, only so many are as
-// the size of the file allows.
+// Returns whether all tasks of the request would be started and were reported. If `isBounded`, the
+// work is limited by the size of the file.
 bool reportTasks(const runlet::AdapterContext& context, bool isBounded, ExpandReport* report) {
   const runlet::TaskRange range = requestedTasks(context);
   const auto size = static_cast<std::int32_t>(context.taskList.size());
   const std::int32_t end = std::min(range.end, size);
-  // What goes to a terminal shows by itself how far it is.
+  // Output to a terminal is its own progress display.
   const bool needsBar = isatty(STDOUT_FILENO) != 1;
   Progress progress("expanding", needsBar ? static_cast<std::size_t>(std::max(end, 0)) : 0);
   Preview preview;
@@ -88,7 +88,7 @@ int expandJob(const ExpandOptions& options) {
   const std::unique_ptr<ExpandReport> report = makeReport(options.inJson);
   report->begin(options.job, result);
   const bool isLoaded = result.loading == Loading::loaded;
-  // Who gives a number of tasks wants them.
+  // With an explicit number of tasks, all of them are wanted.
   const bool isBounded = !options.range.count.has_value();
   const bool allStart = isLoaded && reportTasks(context, isBounded, report.get());
   report->end();

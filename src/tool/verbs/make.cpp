@@ -43,8 +43,7 @@ constexpr OptionRow optionRows[] = {
      "Join standard error to standard output, or keep it apart (default: join)"},
 };
 
-// Options are taken as they were given: converted to a type, the library would see lists and
-// comments in them.
+// Values are taken unconverted: in typed values, the library would see lists and comments.
 using Options = std::vector<CLI::Option*>;
 
 Options addRows(CLI::App* verb) {
@@ -62,8 +61,8 @@ CLI::Option* addParam(CLI::App* verb) {
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-// The first word is an option of the library's, the others are what it leaves over: an option of
-// several words would take "[a,b]" for a list.
+// To the library, the first word is an option and the others are leftovers: an option of several
+// words would take "[a,b]" for a list.
 CLI::Option* addCommand(CLI::App* verb) {
   verb->allow_extras();
   return verb->add_option("COMMAND")
@@ -71,12 +70,12 @@ CLI::Option* addCommand(CLI::App* verb) {
       ->required();
 }
 
-// All words of the command. What is left over begins with the "--", or it is not the command's.
+// All words of the command. Leftovers before the "--" do not belong to it.
 std::vector<std::string> commandOf(const CLI::App& verb, const CLI::Option& first) {
   std::vector<std::string> words = verb.remaining();
   const auto mark = std::find(words.begin(), words.end(), "--");
   if (mark != words.begin()) {
-    // the library tells them from the last to the first
+    // the library lists them from last to first
     throw CLI::ExtrasError(verb.get_name(), {std::make_reverse_iterator(mark), words.rend()});
   }
   if (!words.empty()) words.erase(mark);
@@ -115,7 +114,7 @@ void addMake(CLI::App* app, Action* action) {
   const CLI::Option* command = addCommand(verb);
   verb->get_option("--chunk")->needs("--frames");
   verb->get_option("--tasks")->excludes("--frames");
-  // Right behind the verb's own part of the line: what is wrong there is to be told first.
+  // Right after the verb's own arguments, so that errors in them are reported first.
   verb->parse_complete_callback([=] {
     MakeOptions options;
     for (std::size_t i = 0; i < rows.size(); ++i) {

@@ -36,7 +36,7 @@ void addBatchOptions(CLI::App* verb, BatchOptions* options) {
 void addKeptVariables(CLI::App* verb, const std::string& help, std::vector<std::string>* names) {
   verb->add_option("--keep-env", *names, help)
       ->expected(1)
-      ->allow_extra_args(false)  // or the words after the name would be names, too
+      ->allow_extra_args(false)  // otherwise the words after the name would be names, too
       ->take_all()
       ->check(CLI::Validator(complaintAboutVariable, ""))
       ->type_name("NAME");

@@ -31,7 +31,7 @@ constexpr std::chrono::seconds grace(10);
 struct RunOptions {
   BatchOptions batch;
   std::int32_t jobs = 1;
-  std::string endLinesId;  // empty = no lines for another runlet-job
+  std::string endLinesId;  // empty = no end lines
   KeptVariables kept;
 };
 
@@ -46,7 +46,7 @@ TaskSource taskSource(const Batch& batch, Starter* starter) {
           [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); },
           [&batch, starter](std::size_t index, int log, pid_t* process) {
             runlet::TaskStart start;
-            // Succeeds: the check has composed every task.
+            // Cannot fail: the check has composed every task.
             composeStart(batch.context, batch.tasks[index] - 1, &start);
             return starter->start(start, log, process);
           }};
@@ -59,7 +59,7 @@ int runJob(const RunOptions& options) {
                  visible(id).c_str());
     return exitUnreadable;
   }
-  Starter starter(options.kept);  // while this process is small
+  Starter starter(options.kept);  // forked first, while this process is small
   if (starter.error() != 0) {
     std::fprintf(stderr, "runlet-job: run: cannot create the process that starts tasks: %s\n",
                  std::strerror(starter.error()));
@@ -70,14 +70,14 @@ int runJob(const RunOptions& options) {
   if (refusal != exitFine) return refusal;
   if (!requireFullApplication(batch.context)) return exitUnreadable;
   if (!makeLogFolder(batch, name)) return exitUnreadable;
-  // Until the end: another signal must not cost an interrupted run its summary.
+  // Held until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;
   const RunOutcome outcome =
       runTasks(taskSource(batch, &starter), {options.jobs, timeLimitOf(batch), grace}, signals);
   const int status = writeSummary(batch, outcome.ends, stdout);
   if (!id.empty()) put(endLines(id, batch.tasks, outcome.ends));
   if (outcome.signal != 0) {
-    std::fflush(stdout);  // whether it worked no longer matters to the status
+    std::fflush(stdout);  // failures no longer matter for the status
     endBySignal(outcome.signal);
   }
   return status;
@@ -93,7 +93,7 @@ void addRun(CLI::App* app, Action* action) {
       ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
-  // For the arrays of `submit` alone, and not shown.
+  // Only for the arrays of `submit`, and hidden.
   verb->add_option("--tell-ends", options->endLinesId)->group("");
   addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);
   verb->callback([=] { *action = [=] { return runJob(*options); }; });

@@ -101,7 +101,7 @@ TEST(ArrayPlan, IsOneArrayForEachBeginningOfANumberWhereTheyDoNotFit) {
   });
 }
 
-TEST(ArrayPlan, TakesAnEngineWithoutArraysForOneOfSingleElements) {
+TEST(ArrayPlan, TakesAClusterWithoutArraysForOneOfSingleElements) {
   expectPlans({{{1, 2}, 2, 1, 0, {part(1, 2, {0}, "1", 0), part(2, 2, {0}, "2", 0)}},
                {{1}, 1, 1, 1, {part(1, 1, {0}, "1", 0)}}});
 }

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "fake_engine.h"
+#include "fake_slurm.h"
 #include "tool/slurm/arrays.h"
 
 namespace runlet_test {
@@ -18,7 +18,7 @@ using Calls = std::vector<std::vector<std::string>>;
 class FailedOf : public SubmitTest {
  protected:
   void SetUp() override {
-    engine_.reply("sbatch", "echo 20");
+    slurm_.reply("sbatch", "echo 20");
   }
 
   // Has the engine know the arrays: as squeue would tell of the `comments` and the elements.
@@ -28,7 +28,7 @@ class FailedOf : public SubmitTest {
     for (const auto& [id, text] : comments) {
       script += "'" + id + " Comment:200') echo '" + text + "    ';;\n";
     }
-    engine_.reply("squeue", script + "*ArrayJobID*) printf '" + states + "';;\n" +
+    slurm_.reply("squeue", script + "*ArrayJobID*) printf '" + states + "';;\n" +
                                 "*) echo 'slurm_load_jobs error: Invalid job id specified' >&2\n"
                                 "exit 1;;\nesac\n");
   }
@@ -43,12 +43,12 @@ class FailedOf : public SubmitTest {
     // the last task that there is to run
     const std::string last = elements.substr(elements.find_last_of(",-") + 1);
     expected[1] = "--comment=" + comment("0:1:" + last + ":" + std::to_string(count));
-    EXPECT_EQ(engine_.calls("sbatch"), Calls{expected});
+    EXPECT_EQ(slurm_.calls("sbatch"), Calls{expected});
   }
 
   void expectRefused(const std::vector<std::string>& arguments, const std::string& error) const {
     expectSubmit(arguments, "", "runlet-job: submit: " + error + "\n", "exit 2");
-    EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+    EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
   }
 };
 
@@ -59,11 +59,11 @@ TEST_F(FailedOf, SubmitsTheTasksThatHaveNotSucceeded) {
        "12 5 CANCELLED 0\\n12 6 NODE_FAIL 0\\n12 7 OUT_OF_MEMORY 9\\n12 8 FAILED 9\\n"
        "12 9 COMPLETED 0\\n");
   expectArray({"12"}, "2-3,5-8", 6, 9, "");
-  EXPECT_EQ(engine_.calls("squeue"),
+  EXPECT_EQ(slurm_.calls("squeue"),
             (Calls{{"-h", "-r", "--states=all", "-j", "12", "-O", "Comment:200"},
                    {"-h", "-r", "--states=all", "-j", "12", "-O",
                     "ArrayJobID:20,ArrayTaskID:20,State:20,exit_code:20"}}));
-  EXPECT_EQ(engine_.calls("sacct"), Calls{});
+  EXPECT_EQ(slurm_.calls("sacct"), Calls{});
 }
 
 TEST_F(FailedOf, LeavesOutTasksThatHaveNotEnded) {
@@ -77,8 +77,8 @@ TEST_F(FailedOf, SubmitsNothingWhereNoTaskHasFailed) {
   write(quietJob(2));
   know({{"12", comment("0:1:2:2")}}, "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n");
   expectSubmit({"--failed-of", "12"}, "", "runlet-job: submit: no task has failed\n", "exit 0");
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
-  EXPECT_EQ(engine_.calls("scontrol"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
+  EXPECT_EQ(slurm_.calls("scontrol"), Calls{});
 }
 
 TEST_F(FailedOf, TakesSeveralArraysAndTheLatestWordOfATask) {
@@ -90,20 +90,20 @@ TEST_F(FailedOf, TakesSeveralArraysAndTheLatestWordOfATask) {
        "12 1 COMPLETED 0\\n12 2 RUNNING 0\\n12 4 FAILED 512\\n");
   expectArray({"12", "9", "10", "9"}, "4,10", 2, 12,
               "runlet-job: submit: skipped, not finished yet: tasks 2\n");
-  EXPECT_EQ(engine_.calls("squeue").size(), 4U);
-  EXPECT_EQ(engine_.calls("squeue").back()[4], "9,10,12");
+  EXPECT_EQ(slurm_.calls("squeue").size(), 4U);
+  EXPECT_EQ(slurm_.calls("squeue").back()[4], "9,10,12");
 }
 
 TEST_F(FailedOf, AsksTheAccountsWhereTheQueueHasForgotten) {
   write(quietJob(3));
   know({}, "");
-  engine_.reply("sacct", 1,
+  slurm_.reply("sacct", 1,
                 "echo 'sbatch --parsable --comment=" + comment("0:1:3:3") +
                     " --job-name=x --comment=no'; echo more");
-  engine_.reply("sacct", 2,
+  slurm_.reply("sacct", 2,
                 "printf '12_1|COMPLETED|0:0\\n12_2|FAILED|2:0\\n12_[3]|CANCELLED by 0|0:0'");
   expectArray({"12"}, "2-3", 2, 3, "");
-  EXPECT_EQ(engine_.calls("sacct"),
+  EXPECT_EQ(slurm_.calls("sacct"),
             (Calls{{"-n", "-X", "-P", "-j", "12", "-o", "SubmitLine"},
                    {"-n", "-X", "-P", "-j", "12", "-o", "JobID,State,ExitCode"}}));
 }
@@ -111,11 +111,11 @@ TEST_F(FailedOf, AsksTheAccountsWhereTheQueueHasForgotten) {
 TEST_F(FailedOf, PutsTheQueueBeforeTheAccounts) {
   write(quietJob(3));
   know({{"12", comment("0:1:3:3")}}, "12 1 PENDING 0\\n12 2 COMPLETED 0\\n");
-  engine_.reply("sacct", "printf '12_1|NODE_FAIL|1:0\\n12_2|FAILED|2:0\\n12_3|FAILED|1:0'");
+  slurm_.reply("sacct", "printf '12_1|NODE_FAIL|1:0\\n12_2|FAILED|2:0\\n12_3|FAILED|1:0'");
   expectArray({"12"}, "3", 1, 3, "runlet-job: submit: skipped, not finished yet: tasks 1\n");
 }
 
-TEST_F(FailedOf, IsRefusedWhereTheEngineHasForgottenTasks) {
+TEST_F(FailedOf, IsRefusedWhereSlurmHasForgottenTasks) {
   write(quietJob(3));
   know({{"12", comment("0:1:3:3")}}, "12 1 FAILED 256\\n12 2 COMPLETED 0\\n120 3 FAILED 1\\n");
   expectRefused({"--failed-of", "12"}, "Slurm knows only 2 of the 3 elements of array 12");
@@ -133,19 +133,19 @@ TEST_F(FailedOf, IsRefusedForAnArrayOfAnotherKind) {
   expectRefused({"--failed-of", "13"},
                 "array 13 was submitted for another job file than " + jobFile_);
   expectRefused({"--failed-of", "14"}, "array 14 was not submitted by runlet-job");
-  engine_.reply("sacct", "echo 'sbatch x --parsable --comment=" + comment("0:1:3:3") + "'");
+  slurm_.reply("sacct", "echo 'sbatch x --parsable --comment=" + comment("0:1:3:3") + "'");
   expectRefused({"--failed-of", "15"}, "array 15 was not submitted by runlet-job");
 }
 
-TEST_F(FailedOf, IsRefusedWhereTheEngineDoesNotAnswer) {
+TEST_F(FailedOf, IsRefusedWhereSlurmDoesNotAnswer) {
   write(quietJob(3));
-  engine_.reply("squeue", "echo 'squeue: error: no contact' >&2; exit 1");
+  slurm_.reply("squeue", "echo 'squeue: error: no contact' >&2; exit 1");
   expectRefused({"--failed-of", "12"}, "squeue: error: no contact");
   know({{"12", comment("0:1:3:3")}}, "12 1 FAILED 256\\n");
-  engine_.reply("sacct", "exit 1");
+  slurm_.reply("sacct", "exit 1");
   expectRefused({"--failed-of", "12"}, "sacct failed with exit code 1");
   expectRefused({"--failed-of", "13"}, "sacct failed with exit code 1");
-  engine_.remove("squeue");
+  slurm_.remove("squeue");
   expectRefused({"--failed-of", "12"}, "cannot run squeue: No such file or directory");
 }
 
@@ -210,7 +210,7 @@ TEST_F(FailedOf, MayBeShownAlone) {
   know({{"12", comment("0:1:3:3")}}, "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n12 3 FAILED 256\\n");
   const ProcessResult result = run({"--failed-of", "12", "--dry-run"});
   EXPECT_NE(result.output.find(" '--array=3' "), std::string::npos) << result.output;
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 #include <filesystem>
 
 #include "adapter_test.h"
-#include "fake_engine.h"
+#include "fake_slurm.h"
 #include "tool/slurm/arrays.h"
 
 namespace runlet_test {
@@ -44,7 +44,7 @@ constexpr char chunkScript[] =
 class Submit : public SubmitTest {
  protected:
   void SetUp() override {
-    engine_.reply("sbatch", "echo 12");
+    slurm_.reply("sbatch", "echo 12");
   }
 
   // How the array is to be found that may be there without an id.
@@ -73,11 +73,11 @@ class Submit : public SubmitTest {
   void expectEnvironment(ProcessOptions options, Variables variables,
                          const std::string& expected) const {
     const std::string file = folder_.write("environment", "", 0666);
-    engine_.reply("sbatch",
+    slurm_.reply("sbatch",
                   "/usr/bin/env | LC_ALL=C /usr/bin/sort | "
                   "/bin/grep -Ev '^(PWD|OLDPWD|SHLVL|_|__LLVM_PROFILE_RT_INIT_ONCE)=' > '" +
                       file + "'; echo 12");
-    variables.emplace_back("PATH", engine_.path());
+    variables.emplace_back("PATH", slurm_.path());
     options.prepare = [variables, become = options.prepare] {
       haveOnly(variables);
       if (become) become();
@@ -88,10 +88,10 @@ class Submit : public SubmitTest {
 
   // The arguments of sbatch when the verb gets `arguments`.
   std::vector<std::string> sbatchArguments(const std::vector<std::string>& arguments) const {
-    const std::size_t before = engine_.calls("sbatch").size();
+    const std::size_t before = slurm_.calls("sbatch").size();
     const ProcessResult result = run(arguments);
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0") << result.error;
-    const Calls calls = engine_.calls("sbatch");
+    const Calls calls = slurm_.calls("sbatch");
     return calls.size() == before + 1 ? calls.back() : std::vector<std::string>{};
   }
 };
@@ -128,11 +128,11 @@ std::vector<std::string> only(const std::vector<std::string>& words,
 TEST_F(Submit, MakesTheTasksAnArrayAndPrintsItsId) {
   write(quietJob(12));
   expectSubmit({}, "12\n", "", "exit 0");
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{plainArguments("1-12", 12, 12)});
-  EXPECT_EQ(engine_.input("sbatch", 1), taskScript);
-  EXPECT_EQ(engine_.calls("scontrol"), (Calls{{"show", "config"}}));
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{plainArguments("1-12", 12, 12)});
+  EXPECT_EQ(slurm_.input("sbatch", 1), taskScript);
+  EXPECT_EQ(slurm_.calls("scontrol"), (Calls{{"show", "config"}}));
   for (const char* program : {"squeue", "sacct", "scancel"}) {
-    EXPECT_EQ(engine_.calls(program), Calls{}) << program;
+    EXPECT_EQ(slurm_.calls(program), Calls{}) << program;
   }
 }
 
@@ -194,7 +194,7 @@ TEST_F(Submit, MakesSeveralTasksOneElement) {
   expected.back() = runlet_tool::jobHash(jobFile_);
   expected.insert(expected.end(), {"2", "4", "25", "-a", "/app/x"});
   EXPECT_EQ(arguments, expected);
-  EXPECT_EQ(engine_.input("sbatch", 1), chunkScript);
+  EXPECT_EQ(slurm_.input("sbatch", 1), chunkScript);
 }
 
 TEST_F(Submit, OfASingleTaskToAnElementIsAsWithoutAChunk) {
@@ -204,8 +204,8 @@ TEST_F(Submit, OfASingleTaskToAnElementIsAsWithoutAChunk) {
 
 TEST_F(Submit, SplitsWhatIsTooMuchForAnArray) {
   write(quietJob(12));
-  engine_.reply("scontrol", "echo 'MaxArraySize            = 11'");
-  engine_.reply("sbatch", 2, "echo 14");
+  slurm_.reply("scontrol", "echo 'MaxArraySize            = 11'");
+  slurm_.reply("sbatch", 2, "echo 14");
   expectSubmit({"-s", "8", "-n", "5"}, "12\n14\n", "", "exit 0");
   std::vector<std::string> first = plainArguments("8-9", 2, 12);
   first = replaced(first, "--output", "--output=" + folder_.file("job-0%1a.log"));
@@ -213,31 +213,31 @@ TEST_F(Submit, SplitsWhatIsTooMuchForAnArray) {
   second = replaced(second, "--comment", "--comment=" + comment("10:1:12:3"));
   second = replaced(second, "--output", "--output=" + folder_.file("job-1%1a.log"));
   second.back() = "10";
-  EXPECT_EQ(engine_.calls("sbatch"), (Calls{first, second}));
-  EXPECT_EQ(engine_.input("sbatch", 2), taskScript);
+  EXPECT_EQ(slurm_.calls("sbatch"), (Calls{first, second}));
+  EXPECT_EQ(slurm_.input("sbatch", 2), taskScript);
 }
 
 TEST_F(Submit, HasNoElementInTheNamesOfLogsWhereItIsAlwaysTheSame) {
   write(quietJob(2));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 2'");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 2'");
   run({});
-  ASSERT_EQ(engine_.calls("sbatch").size(), 2U);
-  EXPECT_EQ(only(engine_.calls("sbatch")[1], {"--output", "--array"}),
+  ASSERT_EQ(slurm_.calls("sbatch").size(), 2U);
+  EXPECT_EQ(only(slurm_.calls("sbatch")[1], {"--output", "--array"}),
             (std::vector<std::string>{"--array=0", "--output=" + folder_.file("job-2.log")}));
 }
 
-TEST_F(Submit, TakesTheEnginesDefaultWhereItDoesNotTellTheGreatestArray) {
+TEST_F(Submit, TakesSlurmsDefaultWhereItDoesNotTellTheGreatestArray) {
   write(quietJob(1001));
   for (const char* reply : {"exit 1", "echo nothing", "echo 'MaxArraySize = lots'"}) {
-    engine_.reply("scontrol", reply);
-    const std::size_t before = engine_.calls("sbatch").size();
+    slurm_.reply("scontrol", reply);
+    const std::size_t before = slurm_.calls("sbatch").size();
     run({});
-    const Calls calls = engine_.calls("sbatch");
+    const Calls calls = slurm_.calls("sbatch");
     ASSERT_EQ(calls.size(), before + 2) << reply;
     EXPECT_EQ(only(calls[before], {"--array"}), (std::vector<std::string>{"--array=1-999"}));
     EXPECT_EQ(only(calls[before + 1], {"--array"}), (std::vector<std::string>{"--array=0-1"}));
   }
-  engine_.remove("scontrol");
+  slurm_.remove("scontrol");
   EXPECT_EQ(describeStatus(run({}).waitStatus), "exit 0");
 }
 
@@ -257,8 +257,8 @@ TEST_F(Submit, StartsTheTasksOfARelativeFolderInTheCurrentOne) {
   options.folder = folder_.file("here");
   options.arguments[2] = "../job.xml";
   runProcess(options);
-  ASSERT_EQ(engine_.calls("sbatch").size(), 1U);
-  const std::vector<std::string> arguments = engine_.calls("sbatch")[0];
+  ASSERT_EQ(slurm_.calls("sbatch").size(), 1U);
+  const std::vector<std::string> arguments = slurm_.calls("sbatch")[0];
   EXPECT_EQ(only(arguments, {"--chdir", "--output"}),
             (std::vector<std::string>{"--output=" + folder_.file("here/below/job-%1a.log"),
                                       "--chdir=" + folder_.file("here")}));
@@ -279,10 +279,10 @@ TEST_F(Submit, IsRefusedWhereNoLogsCanBeWritten) {
       {}, "",
       "runlet-job: submit: cannot write logs to " + folder_.file("logs") + ": Not a directory\n",
       "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
 }
 
-TEST_F(Submit, IsRefusedWhereTheEngineCannotBeToldOfTheLogs) {
+TEST_F(Submit, IsRefusedWhereSlurmCannotBeToldOfTheLogs) {
   const std::string logs = folder_.file("lo\\gs");
   write(quietJob(1).set("LogFolder", logs));
   const std::string error =
@@ -290,7 +290,7 @@ TEST_F(Submit, IsRefusedWhereTheEngineCannotBeToldOfTheLogs) {
   expectSubmit({}, "", error, "exit 1");
   expectSubmit({"--dry-run"}, "", error, "exit 1");
   EXPECT_FALSE(std::filesystem::exists(logs));
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
 }
 
 TEST_F(Submit, DoesNothingForAJobThatIsRefused) {
@@ -308,7 +308,7 @@ TEST_F(Submit, DoesNothingForAJobThatIsRefused) {
              "exit 1");
   std::filesystem::remove(jobFile_);
   EXPECT_EQ(describeStatus(run({}).waitStatus), "exit 2");
-  for (const char* program : {"sbatch", "scontrol"}) EXPECT_EQ(engine_.calls(program), Calls{});
+  for (const char* program : {"sbatch", "scontrol"}) EXPECT_EQ(slurm_.calls(program), Calls{});
 }
 
 TEST_F(Submit, KeepsToTheJobsUser) {
@@ -321,7 +321,7 @@ TEST_F(Submit, KeepsToTheJobsUser) {
   std::vector<std::string> expected =
       with(plainArguments("1", 1, 1), {"--partition=long", "--uid=" + id, "--gid=" + id, "-x"});
   expected = replaced(expected, "--output", "--output=" + folder_.file("logs/job-%1a.log"));
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{expected});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{expected});
   struct stat logs = {};
   ASSERT_EQ(stat(folder_.file("logs").c_str(), &logs), 0);
   EXPECT_EQ(logs.st_uid, otherId);
@@ -349,23 +349,23 @@ TEST_F(Submit, SaysOnceThatOnlyRootMaySwitch) {
              "runlet-job: submit: the tasks run as user " + user + " and group " + group +
                  " instead of the job's user 4321 and group 4322: only root can switch\n",
              "exit 0");
-  ASSERT_EQ(engine_.calls("sbatch").size(), 1U);
-  EXPECT_EQ(only(engine_.calls("sbatch")[0], {"--uid", "--gid"}), std::vector<std::string>{});
+  ASSERT_EQ(slurm_.calls("sbatch").size(), 1U);
+  EXPECT_EQ(only(slurm_.calls("sbatch")[0], {"--uid", "--gid"}), std::vector<std::string>{});
 }
 
-TEST_F(Submit, PassesOnWhatTheEngineSays) {
+TEST_F(Submit, PassesOnWhatSlurmSays) {
   write(quietJob(1));
-  engine_.reply("sbatch", "echo 'sbatch: no account given' >&2; echo '12;lab'");
+  slurm_.reply("sbatch", "echo 'sbatch: no account given' >&2; echo '12;lab'");
   expectSubmit({}, "12\n", "sbatch: no account given\n", "exit 0");
-  engine_.reply("sbatch", "echo 'sbatch: error: no' >&2; exit 3");
+  slurm_.reply("sbatch", "echo 'sbatch: error: no' >&2; exit 3");
   expectSubmit({}, "", "sbatch: error: no\nrunlet-job: submit: sbatch failed with exit code 3\n",
                "exit 2");
-  engine_.reply("sbatch", "printf 'job\\033 12\\n'");
+  slurm_.reply("sbatch", "printf 'job\\033 12\\n'");
   expectSubmit({}, "",
                "runlet-job: submit: unexpected output from sbatch: $'job\\033 12\\012'\n" +
                    whereToLook("0:1:1:1"),
                "exit 2");
-  engine_.remove("sbatch");
+  slurm_.remove("sbatch");
   expectSubmit({}, "", "runlet-job: submit: cannot run sbatch: No such file or directory\n",
                "exit 2");
 }
@@ -373,29 +373,29 @@ TEST_F(Submit, PassesOnWhatTheEngineSays) {
 // It may have ended after it had Slurm queue the array.
 TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
   write(quietJob(1));
-  engine_.reply("sbatch", "kill -9 $$");
+  slurm_.reply("sbatch", "kill -9 $$");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch killed by signal 9 (Killed)\n" + whereToLook("0:1:1:1"),
                "exit 2");
-  EXPECT_EQ(engine_.calls("scancel"), Calls{});
-  engine_.reply("sbatch", "echo '12;lab'; kill -9 $$");
+  EXPECT_EQ(slurm_.calls("scancel"), Calls{});
+  slurm_.reply("sbatch", "echo '12;lab'; kill -9 $$");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch killed by signal 9 (Killed)\n"
                "runlet-job: submit: the arrays submitted so far have been cancelled\n",
                "exit 2");
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12", "--clusters=lab"}}));
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12", "--clusters=lab"}}));
 }
 
 TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheAnswerIsLost) {
   write(quietJob(20));
-  engine_.reply("sbatch", "echo 12; echo no room >&2");
+  slurm_.reply("sbatch", "echo 12; echo no room >&2");
   expectTool(
       runProcess(withFault("lost-answers")), "",
       withWarning("runlet-job: submit: cannot get the result of sbatch: Input/output error\n" +
                   whereToLook("0:1:20:20")),
       "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch").size(), 1U);
-  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 1U);
+  EXPECT_EQ(slurm_.calls("scancel"), Calls{});
 }
 
 TEST_F(Submit, CancelsAnArrayWhoseSubmissionMayNotHaveEnded) {
@@ -406,8 +406,8 @@ TEST_F(Submit, CancelsAnArrayWhoseSubmissionMayNotHaveEnded) {
                  "runlet-job: submit: cannot cancel array 12: cannot get the result of scancel: No "
                  "child processes\n"),
              "exit 2");
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}}));
-  engine_.reply("sbatch", "");
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}}));
+  slurm_.reply("sbatch", "");
   expectTool(
       runProcess(withFault("lost-ends")), "",
       withWarning("runlet-job: submit: cannot get the result of sbatch: No child processes\n" +
@@ -421,81 +421,81 @@ TEST_F(Submit, SaysThatThereIsNoProcessForSbatch) {
       runProcess(withFault("no-process")), "",
       withWarning("runlet-job: submit: cannot run sbatch: Resource temporarily unavailable\n"),
       "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
 }
 
 // Whatever has been lost, the command does not try it a second time.
 TEST_F(Submit, IsNotTriedAgainForTheFailedTasksOfAnArray) {
   write(quietJob(2));
-  engine_.reply("squeue", 1, "echo '" + comment("0:1:2:2") + "'");
-  engine_.reply("squeue", "echo 9 1 FAILED 256; echo 9 2 COMPLETED 0");
-  engine_.reply("sbatch", "kill -9 $$");
+  slurm_.reply("squeue", 1, "echo '" + comment("0:1:2:2") + "'");
+  slurm_.reply("squeue", "echo 9 1 FAILED 256; echo 9 2 COMPLETED 0");
+  slurm_.reply("sbatch", "kill -9 $$");
   expectSubmit({"--failed-of", "9"}, "",
                "runlet-job: submit: sbatch killed by signal 9 (Killed)\n" + whereToLook("0:1:1:1"),
                "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch").size(), 1U);
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 1U);
 }
 
 TEST_F(Submit, LeavesNothingWhereALaterArrayIsRefused) {
   write(quietJob(20));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 10'");
-  engine_.reply("sbatch", 2, "echo '13;lab'");
-  engine_.reply("sbatch", 3, "echo 'sbatch: error: no' >&2; exit 1");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 10'");
+  slurm_.reply("sbatch", 2, "echo '13;lab'");
+  slurm_.reply("sbatch", 3, "echo 'sbatch: error: no' >&2; exit 1");
   expectSubmit({}, "",
                "sbatch: error: no\nrunlet-job: submit: sbatch failed with exit code 1\n"
                "runlet-job: submit: the arrays submitted so far have been cancelled\n",
                "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch").size(), 3U);
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}, {"13", "--clusters=lab"}}));
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 3U);
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}, {"13", "--clusters=lab"}}));
 }
 
 TEST_F(Submit, SaysWhatIsLeftWhereItCannotBeCancelled) {
   write(quietJob(20));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 10'");
-  engine_.reply("sbatch", 2, "echo 13");
-  engine_.reply("sbatch", 3, "exit 1");
-  engine_.reply("scancel", 1, "echo 'scancel: error: busy' >&2; echo more >&2; exit 1");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 10'");
+  slurm_.reply("sbatch", 2, "echo 13");
+  slurm_.reply("sbatch", 3, "exit 1");
+  slurm_.reply("scancel", 1, "echo 'scancel: error: busy' >&2; echo more >&2; exit 1");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch failed with exit code 1\n"
                "runlet-job: submit: cannot cancel array 12: scancel: error: busy\n",
                "exit 2");
-  engine_.reply("sbatch", 5, "exit 1");
-  engine_.reply("scancel", 3, "exit 4");
+  slurm_.reply("sbatch", 5, "exit 1");
+  slurm_.reply("scancel", 3, "exit 4");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch failed with exit code 1\n"
                "runlet-job: submit: cannot cancel array 12: scancel failed with exit code 4\n",
                "exit 2");
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}, {"13"}, {"12"}}));
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}, {"13"}, {"12"}}));
 }
 
 TEST_F(Submit, CancelsWhatItHasSubmittedWhenItIsInterrupted) {
   write(quietJob(20));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 10'");
-  engine_.reply("sbatch", 2, "kill -INT $PPID; echo 13");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 10'");
+  slurm_.reply("sbatch", 2, "kill -INT $PPID; echo 13");
   expectSubmit({}, "", "runlet-job: submit: the arrays submitted so far have been cancelled\n",
                "signal 2");
-  EXPECT_EQ(engine_.calls("sbatch").size(), 2U);
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}, {"13"}}));
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 2U);
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}, {"13"}}));
 }
 
 TEST_F(Submit, GoesOnWhereItWasStartedToIgnoreASignal) {
   write(quietJob(1));
-  engine_.reply("sbatch", "kill -HUP $PPID; echo 12");
+  slurm_.reply("sbatch", "kill -HUP $PPID; echo 12");
   ProcessOptions options = submit({});
   options.prepare = [] { std::signal(SIGHUP, SIG_IGN); };
   expectTool(runProcess(options), "12\n", withWarning(""), "exit 0");
-  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+  EXPECT_EQ(slurm_.calls("scancel"), Calls{});
 }
 
 // They would have sbatch wait, or cancel only some of the array.
 TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
   write(quietJob(20));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 20'");
-  engine_.reply("sbatch",
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 20'");
+  slurm_.reply("sbatch",
                 "printf '%s|' \"$SBATCH_WAIT\" \"$SBATCH_WAIT_ALL_NODES\" "
                 "\"$SBATCH_QOS\" >&2; echo 12");
-  engine_.reply("sbatch", 2, "exit 1");
-  engine_.reply("scancel", "printf '%s|' \"$SBATCH_WAIT\" \"$SCANCEL_NAME\" >&2; exit 1");
+  slurm_.reply("sbatch", 2, "exit 1");
+  slurm_.reply("scancel", "printf '%s|' \"$SBATCH_WAIT\" \"$SCANCEL_NAME\" >&2; exit 1");
   ProcessOptions options = submit({});
   options.environment.insert(options.environment.end(), {{"SBATCH_WAIT", "1"},
                                                          {"SBATCH_WAIT_ALL_NODES", "0"},
@@ -511,7 +511,7 @@ TEST_F(Submit, SubmitsNothingWhenItIsToTellTheCommandsAlone) {
   std::string command = "(umask 0022\n";
   if (geteuid() == 0) {
     command += "/usr/bin/env -i 'HOME=" + std::string(getpwuid(0)->pw_dir) +
-               "' 'LOGNAME=root' 'PATH=" + engine_.path() + "' 'SHELL=" + getpwuid(0)->pw_shell +
+               "' 'LOGNAME=root' 'PATH=" + slurm_.path() + "' 'SHELL=" + getpwuid(0)->pw_shell +
                "' 'USER=root' ";
   }
   command += "sbatch --parsable '--comment=" + comment("0:1:2:2") +
@@ -520,9 +520,9 @@ TEST_F(Submit, SubmitsNothingWhenItIsToTellTheCommandsAlone) {
              "' '--chdir=" + folder_.path() + "' '--time=5' /dev/stdin " + ownPath() + " " +
              jobFile_ + " 0 <<'END'\n" + taskScript + "END\n)\n";
   ProcessOptions options = submit({"--dry-run"});
-  options.prepare = [this] { haveOnly({{"PATH", engine_.path()}}); };
+  options.prepare = [this] { haveOnly({{"PATH", slurm_.path()}}); };
   expectTool(runProcess(options), command, withWarning(""), "exit 0");
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
   EXPECT_FALSE(std::filesystem::exists(folder_.file("logs")));
 }
 
@@ -554,7 +554,7 @@ TEST_F(Submit, HandsOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
   expectEnvironment(
       submit({}), variablesOfRoot,
       std::string("HOME=") + user->pw_dir + "\nLANG=C\nLANGUAGE=en\nLC_ALL=C\n" +
-          "LC_TIME=C\nLOGNAME=" + user->pw_name + "\nPATH=" + engine_.path() +
+          "LC_TIME=C\nLOGNAME=" + user->pw_name + "\nPATH=" + slurm_.path() +
           "\nSBATCH_QOS=night\nSHELL=" + user->pw_shell +
           "\nSLURM_CLUSTERS=lab\nSLURM_CONF=/etc/slurm.conf\nTZ=UTC\nUSER=" + user->pw_name + "\n");
 }
@@ -566,7 +566,7 @@ TEST_F(Submit, HandsOnTheVariablesOfRootThatAreNamed) {
   expectEnvironment(
       submit({"--keep-env", "LICENCE", "--keep-env", "HOME", "--keep-env=NONE", "--keep-env=LIC"}),
       {{"HOME", "/opt"}, {"LICENCE", "27000@server"}, {"OTHER", "x"}},
-      "HOME=/opt\nLICENCE=27000@server\nLOGNAME=root\nPATH=" + engine_.path() +
+      "HOME=/opt\nLICENCE=27000@server\nLOGNAME=root\nPATH=" + slurm_.path() +
           "\nSHELL=" + user->pw_shell + "\nUSER=root\n");
 }
 
@@ -578,14 +578,14 @@ TEST_F(Submit, NamesAUserWhomTheSystemDoesNotKnowByTheNumber) {
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
   const std::string name = std::to_string(unknown);
   expectEnvironment(submit({}), {{"HOME", "/root"}},
-                    "HOME=/\nLOGNAME=" + name + "\nPATH=" + engine_.path() +
+                    "HOME=/\nLOGNAME=" + name + "\nPATH=" + slurm_.path() +
                         "\nSHELL=/bin/sh\nUSER=" + name + "\n");
 }
 
 TEST_F(Submit, HandsOnTheEnvironmentOfAnybodyElse) {
   folder_.makeFolder("logs", 0777);
   write(quietJob(1).set("LogFolder", "logs"));
-  const std::string expected = "HOME=/home/x\nPATH=" + engine_.path() + "\nSECRET_TOKEN=x\n";
+  const std::string expected = "HOME=/home/x\nPATH=" + slurm_.path() + "\nSECRET_TOKEN=x\n";
   expectEnvironment(
       unprivileged({"--keep-env", "OTHER"}),
       {{"HOME", "/home/x"}, {"SBATCH_WAIT", "1"}, {"SECRET_TOKEN", "x"}, {"SLURM_UMASK", "0"}},
@@ -593,7 +593,7 @@ TEST_F(Submit, HandsOnTheEnvironmentOfAnybodyElse) {
 }
 
 TEST_F(Submit, HasLogsMadeUnderTheJobsMask) {
-  engine_.reply("sbatch", "umask >&2; echo 12");
+  slurm_.reply("sbatch", "umask >&2; echo 12");
   const std::pair<const char*, const char*> rows[] = {
       {"0", "0022"},  {"18", "0022"},  {"63", "0077"},
       {"23", "0027"}, {"511", "0777"}, {"-1", "0777"},
@@ -641,7 +641,7 @@ TEST_F(HostileSubmit, IsTakenAsItIs) {
 
 TEST_F(HostileSubmit, IsTheSameWhenAShellRunsWhatWasPrinted) {
   writeHostile(25);
-  engine_.reply("scontrol", "echo 'MaxArraySize = 11'");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 11'");
   const std::vector<std::string> options = {"-a",
                                             "/opt/x $(y)\nEND\n'\\",
                                             "--sbatch-option",
@@ -654,17 +654,17 @@ TEST_F(HostileSubmit, IsTheSameWhenAShellRunsWhatWasPrinted) {
   std::vector<std::string> dry = options;
   dry.push_back("--dry-run");
   const ProcessResult printed = run(dry);
-  EXPECT_EQ(engine_.calls("sbatch").size(), 3U);
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 3U);
   ProcessOptions shell;
   shell.arguments = {"/bin/bash", folder_.write("printed", printed.output)};
-  shell.environment = {{"PATH", engine_.path()}};
+  shell.environment = {{"PATH", slurm_.path()}};
   expectTool(runProcess(shell), "12\n12\n12\n", "", "exit 0");
-  const Calls calls = engine_.calls("sbatch");
+  const Calls calls = slurm_.calls("sbatch");
   ASSERT_EQ(calls.size(), 6U);
   for (std::size_t i = 0; i < 3; ++i) {
     EXPECT_EQ(calls[i + 3], calls[i]);
     const int number = static_cast<int>(i) + 1;
-    EXPECT_EQ(engine_.input("sbatch", number + 3), engine_.input("sbatch", number));
+    EXPECT_EQ(slurm_.input("sbatch", number + 3), slurm_.input("sbatch", number));
   }
 }
 
@@ -733,7 +733,7 @@ TEST_F(Submit, RefusesAWrongCommandLine) {
                "exit 2");
   }
   for (const char* program : {"sbatch", "scontrol", "squeue"}) {
-    EXPECT_EQ(engine_.calls(program), Calls{});
+    EXPECT_EQ(slurm_.calls(program), Calls{});
   }
 }
 

@@ -14,9 +14,9 @@ namespace runlet_test {
 
 // Programs called sbatch, squeue, sacct, scontrol and scancel, which record their arguments and
 // answer with what a test has told them. Without that they succeed and say nothing.
-class FakeEngine {
+class FakeSlurm {
  public:
-  explicit FakeEngine(const TempFolder& folder);
+  explicit FakeSlurm(const TempFolder& folder);
 
   // What the program does from now on, in the words of a shell that has no PATH.
   void reply(const std::string& program, const std::string& script) const;
@@ -77,7 +77,7 @@ class SubmitTest : public testing::Test {
   std::string comment(const std::string& numbers) const;
 
   TempFolder folder_;
-  FakeEngine engine_{folder_};
+  FakeSlurm slurm_{folder_};
   std::string jobFile_ = folder_.file("job.xml");
 };
 
