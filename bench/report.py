@@ -18,7 +18,7 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-# The kernel adds up what each processor counts of a process's memory in steps of 32 pages.
+# The kernel sums the per-processor memory counters of a process in steps of 32 pages.
 MEMORY_STEP = 128  # kilobytes
 TOOLS = ["setpriv", "gosu", "s6-setuidgid", "runuser", "sudo"]
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What a task costs that `runlet-job submit` sends to the engine, beyond one of a plain array.
+"""What a task submitted by `runlet-job submit` costs beyond a task of a plain Slurm array.
 
    slurm_tasks.py FOLDER CLUSTER PROGRAMS
 
@@ -71,7 +71,7 @@ def milliseconds_per_task(command):
 
 
 def script_of_submit():
-    """What the engine runs for a task: the script and its arguments."""
+    """What Slurm runs for a task: the script and its arguments."""
     capture = ('sbatch() { while [ "$1" != /dev/stdin ]; do shift; done; shift; cat >script.sh; '
                'printf "%s\\n" "$@"; }\n')
     arguments = run(['bash', '-c', capture + run(submit + ['--dry-run'])]).splitlines()

@@ -1,5 +1,5 @@
-# embed_schema(TARGET): has the schema of job files in a source of the target, and makes it again
-# when the file changes.
+# embed_schema(TARGET): generates a source of the target with the schema of job files, and generates
+# it again when the schema changes.
 function(embed_schema target)
   set(schema ${PROJECT_SOURCE_DIR}/share/runlet-job/job.rng)
   file(READ ${schema} RUNLET_SCHEMA)

@@ -47,7 +47,7 @@ ROOT_JOB_ID = 61234  # user and group of the job where root runs this
 UMASK = 0o027
 PR_SET_CHILD_SUBREAPER = 36
 
-# The errors that each call is made to fail with. A call that is not here fails with EIO.
+# The errors that each call is made to fail with. A call not listed fails with EIO.
 ERRORS = {
     "access": ["EACCES"],
     "brk": ["ENOMEM"],
@@ -125,11 +125,11 @@ ERRORS = {
     "writev": ["EIO"],
 }
 
-# Errors for want of something that hardly is there again at the next call: these also last.
+# Errors from a lack of resources, which usually persist: these are also injected permanently.
 LASTING = {"EAGAIN", "EMFILE", "ENFILE", "ENOMEM", "ENOSPC"}
 
-# Calls that cannot fail, that only go wrong by an argument, whose failure the kernel itself mends by
-# starting them again, or that are of the loader and the C library and do nothing outside of them.
+# Calls that cannot fail, that only fail on bad arguments, that the kernel restarts itself, or that
+# belong to the loader and the C library and have no effect outside them.
 LEFT_OUT = {
     "arch_prctl", "clock_gettime", "clock_nanosleep", "exit", "exit_group", "futex", "getegid",
     "geteuid", "getgid", "getpgrp", "getpid", "getppid", "getrandom", "gettid", "getuid", "ioctl",
@@ -140,7 +140,7 @@ LEFT_OUT = {
 
 STARTED_TASK = r'execve\("[^"]*/task".* = 0\n'  # in the trace
 
-# The report is written at once: whoever is killed meanwhile has written none.
+# The report is written with one call, so that a killed task has written none.
 TASK = r"""#!/bin/sh
 terminals=
 for stream in 0 1 2; do [ ! -t $stream ] || terminals="$terminals $stream"; done
@@ -213,7 +213,7 @@ class Scene:
 """
 
     def job_hash(self):
-        """What tells the job files apart in what the engine keeps: FNV-1a of their paths."""
+        """The hash that identifies a job file in Slurm's records: FNV-1a of its path."""
         value = 0xcbf29ce484222325
         for byte in str(self.job).encode():
             value = (value ^ byte) * 0x100000001b3 % 2**64
@@ -286,7 +286,7 @@ def has_all_or_a_reason(outcome, sound):
 
 
 def has_no_other_output(outcome, sound):
-    # Whether the server can be told has no bearing on the adapter's status.
+    # Failures to write to the server do not affect the adapter's status.
     return outcome.output in (sound.output, "")
 
 
@@ -299,7 +299,7 @@ def has_old_job_replaced(outcome, sound):
 
 
 def has_all_arrays(outcome, sound):
-    # Without an answer about the greatest array the job may be one that is not in parts.
+    # If the maximum array size is unknown, the job may be submitted as one array.
     return outcome.calls["sbatch"] > 0 and outcome.output == "12\n" * outcome.calls["sbatch"]
 
 
@@ -440,7 +440,7 @@ def children(parent):
     for pid in filter(str.isdecimal, os.listdir("/proc")):
         try:
             fields = pathlib.Path("/proc", pid, "stat").read_text().rsplit(")", 1)[1].split()
-        except OSError:  # it is no more
+        except OSError:  # it has ended
             continue
         if int(fields[1]) == parent:
             found.append(int(pid))
@@ -562,19 +562,19 @@ def numbers_of(call, processes, most):
 
 def cases_of(scenario, trace, most):
     if scenario.becomes_program:
-        # What comes after is the task, whose failures are its own.
+        # From here on it is the task, whose failures are its own.
         trace = trace[:re.search(STARTED_TASK, trace).end()]
     processes = calls_of(trace)
     cases = []
     for call in sorted(set().union(*processes) - LEFT_OUT):
-        # A call that fails here is not made at all. What a failed close leaves open, other than on
-        # any system, keeps processes that wait for its end.
+        # A call that fails here is not made at all. Unlike on a real system, a failed close leaves
+        # the descriptor open, so that processes that wait for end of file do not end.
         if call == "close" and scenario.sleeps:
             continue
         offset, count, numbers = numbers_of(call, processes, most)
         for number in numbers:
-            # The first execve is the start of the program itself, and strace lets go at any other
-            # unless the program is to become the task.
+            # The first execve starts the program itself; at any other, strace detaches unless the
+            # program is to become the task.
             if call == "execve" and not (scenario.becomes_program and number > 1):
                 continue
             for error in ERRORS.get(call, ["EIO"]):
@@ -596,7 +596,7 @@ def expected_rights(scenario):
     if os.geteuid() != 0:
         return
     yield "Terminals:"
-    # The adapter's tasks keep its groups, and the capabilities that they may only inherit.
+    # The adapter's tasks keep its groups, and its inheritable capabilities.
     is_of_tool = scenario.arguments[0] == TOOL
     if is_of_tool:
         yield "Groups:\t "
@@ -619,13 +619,13 @@ def may_end_by_signal(case, outcome):
     scenario = scenario_of(case.scenario)
     if outcome.status == scenario.status or outcome.is_task:  # whose end is its own
         return True
-    # The loader goes on where it gets no memory; nothing of the program has run then.
+    # The loader continues without the memory and crashes; the program has not run then.
     return case.is_loaders and case.call == "mmap" and outcome.status == -signal.SIGSEGV
 
 
 def is_strange(scenario, name):
     """Whether a file of that name is not to be there where it is not without a fault, either."""
-    # How many tasks have begun when they are interrupted is a matter of time.
+    # How many tasks have begun at the interrupt depends on timing.
     is_of_task = re.fullmatch(r"work/(report\.|job-)[12](\.log)?", name) is not None
     return not name.startswith("calls/") and not (scenario.sleeps and is_of_task)
 
@@ -634,8 +634,8 @@ def complaints(case, outcome, sound):
     scenario = scenario_of(case.scenario)
     if outcome.status is None:
         return
-    # Whoever is killed by SIGKILL can end nothing that it has started; and what may be anybody's
-    # process by now is none to be killed.
+    # A process killed by SIGKILL cannot end its children, and a process whose id may have been
+    # reused must not be killed.
     is_told = "running tasks are left running" in outcome.error
     if outcome.left > 0 and outcome.status != -signal.SIGKILL and not is_told:
         yield f"left {outcome.left} processes"
@@ -696,7 +696,7 @@ def first_runs(names, folder, most):
         scenario = scenario_of(name)
         sound, trace = run(scenario, folder)
         sounds[name] = sound
-        # Where this holds, the scenario is one that can show something.
+        # Holds if the scenario can detect anything.
         is_success = scenario.is_success(sound, sound)
         if sound.status != scenario.status or (sound.status == 0) != is_success:
             sys.exit(f"{name} does not work without a fault: {sound}")
@@ -719,7 +719,7 @@ def main(arguments):
     options = options_of(arguments)
     folder = options.programs.resolve()
     latest = time.monotonic() + SHORT if options.short else float("inf")
-    # Only root's terminal is kept from tasks: anybody else's have it.
+    # Only tasks started by root are kept from the terminal; anyone else's have it.
     names = options.only or [each.name for each in SCENARIOS
                              if os.geteuid() == 0 or not each.has_terminal]
     cases = first_runs(names, folder, options.times)

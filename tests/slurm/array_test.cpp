@@ -1,4 +1,4 @@
-// Whole arrays on several nodes.
+// Complete arrays on several nodes.
 
 #include "farm.h"
 

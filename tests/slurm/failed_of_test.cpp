@@ -1,4 +1,4 @@
-// Submitting again what failed.
+// Submitting failed tasks again.
 
 #include "farm.h"
 
@@ -183,15 +183,15 @@ TEST_F(SlurmSplit, ArraysAreWaitedForTogether) {
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(linesOf(result.output).size(), 2U);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
-  EXPECT_NE(
-      result.error.find(told(7, "failed with exit code 4", reportingCommand("7", "need:mended"),
-                             folder_.file("job-007.log"))),
-      std::string::npos);
-  EXPECT_NE(
-      result.error.find(told(110, "failed with exit code 4", reportingCommand("110", "need:mended"),
-                             folder_.file("job-110.log")) +
-                        "task 111: succeeded: " + reportingCommand("111", "need:.") + "\n"),
-      std::string::npos);
+  EXPECT_NE(result.error.find(summaryOf(7, "failed with exit code 4",
+                                        reportingCommand("7", "need:mended"),
+                                        folder_.file("job-007.log"))),
+            std::string::npos);
+  EXPECT_NE(result.error.find(summaryOf(110, "failed with exit code 4",
+                                        reportingCommand("110", "need:mended"),
+                                        folder_.file("job-110.log")) +
+                              "task 111: succeeded: " + reportingCommand("111", "need:.") + "\n"),
+            std::string::npos);
   EXPECT_TRUE(result.error.ends_with("120 tasks: 118 succeeded, 2 failed (7, 110)\n"));
 }
 
@@ -203,12 +203,12 @@ TEST_F(SlurmChunks, RunEachTaskOnceAndNameTheOneThatFails) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   EXPECT_EQ(elementsOf(firstLine(result.output)).size(), 3U);
   expectEachReportedOnce(25, {13});
-  EXPECT_NE(
-      result.error.find("task 12: succeeded: " + reportingCommand("12", "need:.") + "\n" +
-                        told(13, "failed with exit code 4", reportingCommand("13", "need:mended"),
-                             folder_.file("job-13.log")) +
-                        "task 14: succeeded: " + reportingCommand("14", "need:.") + "\n"),
-      std::string::npos)
+  EXPECT_NE(result.error.find("task 12: succeeded: " + reportingCommand("12", "need:.") + "\n" +
+                              summaryOf(13, "failed with exit code 4",
+                                        reportingCommand("13", "need:mended"),
+                                        folder_.file("job-13.log")) +
+                              "task 14: succeeded: " + reportingCommand("14", "need:.") + "\n"),
+            std::string::npos)
       << result.error;
   EXPECT_TRUE(result.error.ends_with("25 tasks: 24 succeeded, 1 failed (13)\n"));
   EXPECT_EQ(log("job-13.log"), calling(reportingCommand("13", "need:mended"), folder()));

@@ -1,4 +1,4 @@
-// A task that does what its arguments say, one after the other:
+// A task that executes its arguments in order:
 //
 //   await:FILE   goes on once the file exists, or after a minute
 //   need:FILE    ends with 4 if there is no such file
@@ -20,7 +20,7 @@
 
 namespace {
 
-// In one call, so that the text arrives whole.
+// In one call, so that the text is written atomically.
 void put(int descriptor, const std::string& text) {
   if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) _exit(98);
 }
@@ -55,7 +55,7 @@ void stamp(const char* path) {
   append(path, text);
 }
 
-// What stands behind `verb`, if `order` begins with it; else null.
+// The rest of `order` after `verb`, if it begins with it; else null.
 const char* behind(const char* verb, const char* order) {
   const std::size_t length = std::strlen(verb);
   return std::strncmp(order, verb, length) == 0 ? order + length : nullptr;

@@ -1,4 +1,4 @@
-// What is refused is refused before anything is queued.
+// Refusals happen before anything is queued.
 
 #include "farm.h"
 
@@ -7,7 +7,7 @@ namespace {
 
 class SlurmRefusal : public FarmTest {
  protected:
-  // Asserts that nothing was queued, and that the engine was not even asked for a job.
+  // Asserts that nothing was queued, and that no job was requested from Slurm.
   void expectNothingQueued(const ProcessResult& result) const {
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(queue(), "");

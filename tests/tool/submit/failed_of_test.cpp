@@ -29,8 +29,8 @@ class FailedOf : public SubmitTest {
       script += "'" + id + " Comment:200') echo '" + text + "    ';;\n";
     }
     slurm_.reply("squeue", script + "*ArrayJobID*) printf '" + states + "';;\n" +
-                                "*) echo 'slurm_load_jobs error: Invalid job id specified' >&2\n"
-                                "exit 1;;\nesac\n");
+                               "*) echo 'slurm_load_jobs error: Invalid job id specified' >&2\n"
+                               "exit 1;;\nesac\n");
   }
 
   // What is submitted when the tasks of these arrays are.
@@ -98,10 +98,10 @@ TEST_F(FailedOf, AsksTheAccountsWhereTheQueueHasForgotten) {
   write(quietJob(3));
   know({}, "");
   slurm_.reply("sacct", 1,
-                "echo 'sbatch --parsable --comment=" + comment("0:1:3:3") +
-                    " --job-name=x --comment=no'; echo more");
+               "echo 'sbatch --parsable --comment=" + comment("0:1:3:3") +
+                   " --job-name=x --comment=no'; echo more");
   slurm_.reply("sacct", 2,
-                "printf '12_1|COMPLETED|0:0\\n12_2|FAILED|2:0\\n12_[3]|CANCELLED by 0|0:0'");
+               "printf '12_1|COMPLETED|0:0\\n12_2|FAILED|2:0\\n12_[3]|CANCELLED by 0|0:0'");
   expectArray({"12"}, "2-3", 2, 3, "");
   EXPECT_EQ(slurm_.calls("sacct"),
             (Calls{{"-n", "-X", "-P", "-j", "12", "-o", "SubmitLine"},

@@ -74,9 +74,9 @@ class Submit : public SubmitTest {
                          const std::string& expected) const {
     const std::string file = folder_.write("environment", "", 0666);
     slurm_.reply("sbatch",
-                  "/usr/bin/env | LC_ALL=C /usr/bin/sort | "
-                  "/bin/grep -Ev '^(PWD|OLDPWD|SHLVL|_|__LLVM_PROFILE_RT_INIT_ONCE)=' > '" +
-                      file + "'; echo 12");
+                 "/usr/bin/env | LC_ALL=C /usr/bin/sort | "
+                 "/bin/grep -Ev '^(PWD|OLDPWD|SHLVL|_|__LLVM_PROFILE_RT_INIT_ONCE)=' > '" +
+                     file + "'; echo 12");
     variables.emplace_back("PATH", slurm_.path());
     options.prepare = [variables, become = options.prepare] {
       haveOnly(variables);
@@ -492,8 +492,8 @@ TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
   write(quietJob(20));
   slurm_.reply("scontrol", "echo 'MaxArraySize = 20'");
   slurm_.reply("sbatch",
-                "printf '%s|' \"$SBATCH_WAIT\" \"$SBATCH_WAIT_ALL_NODES\" "
-                "\"$SBATCH_QOS\" >&2; echo 12");
+               "printf '%s|' \"$SBATCH_WAIT\" \"$SBATCH_WAIT_ALL_NODES\" "
+               "\"$SBATCH_QOS\" >&2; echo 12");
   slurm_.reply("sbatch", 2, "exit 1");
   slurm_.reply("scancel", "printf '%s|' \"$SBATCH_WAIT\" \"$SCANCEL_NAME\" >&2; exit 1");
   ProcessOptions options = submit({});

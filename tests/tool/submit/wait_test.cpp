@@ -82,8 +82,8 @@ TEST_F(SubmitAndWait, EndsWhenAllTasksHaveSucceeded) {
 TEST_F(SubmitAndWait, TellsHowTasksHaveFailed) {
   write(quietJob(6));
   slurm_.reply("squeue", element(3, "TIMEOUT", 15) + element(1, "COMPLETED") +
-                              element(2, "FAILED", 768) + element(4, "FAILED", 9) +
-                              element(5, "OUT_OF_MEMORY", 9) + element(6, "CANCELLED"));
+                             element(2, "FAILED", 768) + element(4, "FAILED", 9) +
+                             element(5, "OUT_OF_MEMORY", 9) + element(6, "CANCELLED"));
   expectSubmit({"--wait"}, "12\n",
                line(1, "succeeded") + line(2, "failed with exit code 3", "job-2.log") +
                    line(3, "timed out", "job-3.log") +
@@ -107,7 +107,7 @@ TEST_F(SubmitAndWait, GoesOnWhereATaskThatWasLostIsRunAnew) {
 TEST_F(SubmitAndWait, AsksTheAccountsForWhatTheQueueHasForgotten) {
   write(quietJob(3));
   slurm_.reply("squeue", 1,
-                element(1, "COMPLETED") + element(2, "RUNNING") + element(3, "RUNNING"));
+               element(1, "COMPLETED") + element(2, "RUNNING") + element(3, "RUNNING"));
   slurm_.reply("squeue", 2, element(3, "RUNNING"));
   slurm_.reply("squeue", "echo 'slurm_load_jobs error: Invalid job id specified' >&2; exit 1");
   slurm_.reply("sacct", 1, "printf '12_1|FAILED|1:0\\n12_2|FAILED|0:6\\n12_3|COMPLETED|0:0\\n'");
@@ -156,7 +156,7 @@ TEST_F(SubmitAndWait, GoesOnWhereSlurmDoesNotAnswer) {
 TEST_F(SubmitAndWait, AsksAgainSoonWhereSlurmTakesLongNotToAnswer) {
   write(quietJob(1));
   slurm_.reply("squeue", 1,
-                "/bin/sleep 1; echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
+               "/bin/sleep 1; echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
   slurm_.reply("squeue", element(1, "COMPLETED"));
   const auto begin = std::chrono::steady_clock::now();
   expectSubmit(
@@ -187,7 +187,7 @@ TEST_F(SubmitAndWait, AsksForAllArraysOfTheirClusterAtOnce) {
   std::string states;
   for (int i = 8; i <= 9; ++i) states += element(i, "COMPLETED");
   slurm_.reply("squeue",
-                states + "echo 14 0 FAILED 256; echo 14 1 COMPLETED 0; echo 15 2 FAILED 256");
+               states + "echo 14 0 FAILED 256; echo 14 1 COMPLETED 0; echo 15 2 FAILED 256");
   slurm_.reply("sacct", "echo '14_2|COMPLETED|0:0'");
   expectSubmit({"--wait", "-s", "8", "-n", "5"}, "12\n14\n",
                line(8, "succeeded") + line(9, "succeeded") +
@@ -208,8 +208,8 @@ TEST_F(SubmitAndWait, KeepsVariablesThatLeaveSomethingOut) {
   write(quietJob(1));
   slurm_.reply("squeue", "[ -z \"$SQUEUE_USERS$SQUEUE_SORT\" ] || exit 1");
   slurm_.reply("sacct",
-                "[ -z \"$SACCT_FORMAT\" ] && [ \"$SLURM_BITSTR_LEN$SLURM_CONF\" = 0x ] && "
-                "echo '12_1|COMPLETED|0:0'");
+               "[ -z \"$SACCT_FORMAT\" ] && [ \"$SLURM_BITSTR_LEN$SLURM_CONF\" = 0x ] && "
+               "echo '12_1|COMPLETED|0:0'");
   ProcessOptions options = submit({"--wait"});
   options.environment.insert(options.environment.end(), {{"SQUEUE_USERS", "nobody"},
                                                          {"SQUEUE_SORT", "x"},
@@ -230,8 +230,8 @@ TEST_F(SubmitAndWait, TellsTheTasksOfAChunkApart) {
                       endLine(id, "succeeded 0 2-4") + endLine(id, "timed-out 0 7"));
   }
   slurm_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 256) +
-                              element(2, "COMPLETED") + element(3, "CANCELLED") +
-                              element(4, "NODE_FAIL"));
+                             element(2, "COMPLETED") + element(3, "CANCELLED") +
+                             element(4, "NODE_FAIL"));
   expectSubmit({"--wait", "--chunk", "2"}, "12\n",
                line(1, "failed with exit code 7", "logs/job-1.log") + line(2, "succeeded") +
                    line(3, "failed with exit code 1", "logs/job-3.log") +
@@ -358,8 +358,8 @@ TEST_F(SubmitAndWait, IsNotInterruptedByASignalThatItWasStartedToIgnore) {
 
 TEST_F(SubmitAndWait, HasTheIdWrittenBeforeItWaits) {
   write(quietJob(1));
-  slurm_.reply("squeue", "until [ -e '" + folder_.file("done") +
-                              "' ]; do /bin/sleep 0.01; done\n" + element(1, "COMPLETED"));
+  slurm_.reply("squeue", "until [ -e '" + folder_.file("done") + "' ]; do /bin/sleep 0.01; done\n" +
+                             element(1, "COMPLETED"));
   Process process(submit({"--wait"}));
   EXPECT_TRUE(process.readUntil("12\n"));
   folder_.write("done", "");

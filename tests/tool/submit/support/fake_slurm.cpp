@@ -62,8 +62,7 @@ std::vector<std::vector<std::string>> FakeSlurm::calls(const std::string& progra
 }
 
 std::string FakeSlurm::input(const std::string& program, int number) const {
-  return readFile(
-      folder_.file("slurm/calls/" + program + "." + std::to_string(number) + ".input"));
+  return readFile(folder_.file("slurm/calls/" + program + "." + std::to_string(number) + ".input"));
 }
 
 void FakeSlurm::remove(const std::string& program) const {
