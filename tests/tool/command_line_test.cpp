@@ -25,7 +25,7 @@ TEST(ToolCommandLine, TellsItsVerbs) {
   }
 }
 
-// An option that may be repeated does not take the words after its own.
+// A repeatable option does not take the words after its value.
 TEST(ToolCommandLine, MayNameTheJobAfterAnOption) {
   for (const char* verb : {"run", "submit"}) {
     const ProcessResult result = runTool({verb, "--keep-env", "NAME", "/nowhere/job.xml"});
@@ -58,7 +58,7 @@ TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
   for (const Row& row : rows) expectTool(runTool(row.arguments), "", row.error, "exit 2");
 }
 
-// As the numbers in the names of logs are.
+// Like the numbers in the names of logs.
 TEST(ToolCommandLine, ReadsNumbersWithZerosInFrontAsDecimal) {
   const struct {
     const char* text;
@@ -79,7 +79,7 @@ TEST(ToolCommandLine, SaysWhereItsOutputIsLost) {
   }
 }
 
-// No sanitizer runs in so little address space.
+// No sanitizer runs in such a small address space.
 #ifdef __SANITIZE_ADDRESS__
 constexpr bool isShortOfMemory = false;
 #else

@@ -1,4 +1,4 @@
-// Texts of others that would act on a terminal: none of them gets there.
+// Untrusted text with control sequences never reaches the terminal.
 
 #include <gtest/gtest.h>
 
@@ -12,12 +12,12 @@
 namespace runlet_test {
 namespace {
 
-// ESC, carriage return, CSI in both forms, a reversal of the direction, a line separator, DEL, and
-// bytes that are not UTF-8; and what of that an XML file can hold.
+// ESC, carriage return, CSI in both forms, a right-to-left override, a line separator, DEL, and
+// invalid UTF-8; and the subset that an XML file can hold.
 const std::string hostile = "\x1b[31m\r\xc2\x9b\x9b\xe2\x80\xae\xe2\x80\xa8\x7f\xff\xc3";
 const std::string hostileInXml = "\x1b[31m&#13;\xc2\x9b\xe2\x80\xae\xe2\x80\xa8\x7f";
 
-// The first of the parts that none of the outputs may hold; empty if there is none.
+// The first forbidden part found in the outputs; empty if there is none.
 std::string harmIn(const std::string& text) {
   if (!runlet_tool::isUtf8(text)) return "bytes that are not UTF-8";
   for (const char c : text) {
@@ -42,7 +42,7 @@ class HostileText : public ExecTest {
     slurm_.reply("sbatch", "printf '%s\\n' \"$(printf '\\033]0;x\\007\\233')\" >&2\nexit 3");
   }
 
-  // A job in which every text is hostile, in a file of such a name.
+  // A job in which every text is hostile, in a file with a hostile name.
   std::string writeJob() {
     Job job;
     job.arguments = "/bin/true %tp1 %jp1 " + hostile;
@@ -62,8 +62,7 @@ class HostileText : public ExecTest {
     return runProcess(options);
   }
 
-  // What is said about `part` when it is a name without harm, with the visible form of `name` in
-  // its place.
+  // The message for a harmless name, with the visible form of `name` substituted.
   void expectShown(const std::vector<std::string>& words, const std::string& name,
                    const std::string& shown, const std::string& status) const {
     std::vector<std::string> plain;
@@ -158,7 +157,7 @@ TEST_F(HostileText, OfACommandIsShownByExpandAndWrittenAsItIsByExec) {
   expectTool(become(), calling("/bin/echo \"x\xc2\x9b\"", runFolder) + "x\xc2\x9b\n", "", "exit 0");
 }
 
-// Each of them for the tasks that have it, also beside another one.
+// Each of them for the tasks that have it, also along with another one.
 TEST_F(HostileText, IsFoundByItsCharacters) {
   Job job;
   job.arguments = "/bin/echo %tp1";

@@ -56,7 +56,7 @@ TEST(EndLines, AreIgnoredUnlessTheyAreAsTheyAreWritten) {
   for (const char* text : {
            "",
            "\n",
-           "runlet-job-ends i succeeded 0 3",  // not written to its end
+           "runlet-job-ends i succeeded 0 3",  // incomplete
            "runlet-job-ends j succeeded 0 3\n",
            "runlet-job-ends i1 succeeded 0 3\n",
            " runlet-job-ends i succeeded 0 3\n",

@@ -1,4 +1,4 @@
-// What is found out about a job before its tasks run without a farm server.
+// Preparing the tasks of a job to run without a farm server.
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -25,7 +25,7 @@ Job jobOf(std::size_t taskCount) {
   job.arguments = "/bin/echo %tn";
   job.tasks.assign(taskCount, "task");
   job.set("TaskTimeout", "5");
-  if (geteuid() == 0) job.set("uid", "7");  // root as such is worth a warning
+  if (geteuid() == 0) job.set("uid", "7");  // running as root causes a warning
   return job;
 }
 
@@ -215,7 +215,7 @@ TEST(JobBatch, IsTheCallersWhoIsNotRoot) {
       "user 7 and group 8: only root can switch\n$");
 }
 
-// That a job's programs get all rights has to be said in the job.
+// A job must state explicitly that its programs run as root.
 TEST(JobBatch, OfRootNeedsAUser) {
   REQUIRE_ROOT();
   const TempFolder folder;

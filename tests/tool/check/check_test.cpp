@@ -1,4 +1,4 @@
-// runlet-job check and explain: how they tell what is found, and their exit status.
+// runlet-job check and explain: their output and exit status.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// runlet-job expand, its output as a whole.
+// The whole output of runlet-job expand.
 
 #include <gtest/gtest.h>
 
@@ -188,7 +188,7 @@ TEST_F(Expand, SaysWhatRightsAreMissing) {
              "", "exit 1");
 }
 
-// The run folder as the adapter takes it from the path that it is given.
+// The run folder that the adapter derives from the given path.
 TEST_F(Expand, SaysWhichRunFolderCannotBeEntered) {
   write("bake", {"a", "b"});
   replace("<WorkingFolder>/srv/clouds</WorkingFolder>", "");

@@ -1,4 +1,4 @@
-// Frame lists: the tasks that they come to, and what is refused.
+// Frame lists: the resulting tasks, and what is refused.
 
 #include <gtest/gtest.h>
 
@@ -31,13 +31,13 @@ TEST(FrameList, Tasks) {
       {"1-5", 100, {"frames 1-5\t1\t5"}},
       {"1-5", 2147483647, {"frames 1-5\t1\t5"}},
       {"1-5", 2, {"frames 1-2\t1\t2", "frames 3-4\t3\t4", "frame 5\t5\t5"}},
-      // the last frame of a task is one that is rendered, not the end of the range
+      // the last frame of a task is a rendered one, not the end of the range
       {"1-10x4", 10, {"frames 1-9\t1\t9"}},
       {"1-10x4", 2, {"frames 1-5\t1\t5", "frame 9\t9\t9"}},
-      // a task never has frames of two ranges
+      // a task never spans two ranges
       {"1-3,4-6", 4, {"frames 1-3\t1\t3", "frames 4-6\t4\t6"}},
       {"1-40x2,150", 10, {"frames 1-19\t1\t19", "frames 21-39\t21\t39", "frame 150\t150\t150"}},
-      // ranges may lie in each other as long as they share no frame
+      // ranges may overlap as long as they share no frame
       {"1-9x2,2-8x2", 9, {"frames 1-9\t1\t9", "frames 2-8\t2\t8"}},
       {"0-100x50,7", 3, {"frames 0-100\t0\t100", "frame 7\t7\t7"}},
       {"-2147483648-2147483647x1000",
@@ -85,7 +85,7 @@ TEST(FrameList, HasAsManyAsTenMillionFrames) {
   EXPECT_EQ(tasks.size(), 10001U);
 }
 
-// As long as a word of a command line may be. Compared with each other, they would take minutes.
+// The maximum length of a command-line word. Comparing all pairs would take minutes.
 TEST(FrameList, MayHaveThousandsOfRanges) {
   std::string list;
   for (int first = 1; first <= 6000; ++first) {
@@ -157,7 +157,7 @@ TEST(FrameList, RefusesOthers) {
   }
 }
 
-// Every pair of short ranges, against the frames themselves.
+// Every pair of short ranges, compared with the enumerated frames.
 TEST(FrameList, KnowsARepeatedFrame) {
   for (int first = 0; first < 6; ++first) {
     for (int last = first; last < 14; ++last) {

@@ -1,4 +1,4 @@
-// The options of make: what they come to in the job, and what is refused.
+// The options of make: the resulting job, and what is refused.
 
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -237,7 +237,7 @@ TEST(MakeOptions, RefuseUnknownUsersAndGroups) {
 TEST(MakeOptions, AreShownShortened) {
   EXPECT_EQ(shortShellWord(std::string(60, 'a')), std::string(60, 'a'));
   EXPECT_EQ(shortShellWord(std::string(61, 'a')), std::string(60, 'a') + "...");
-  // no half of a character
+  // not cut within a character
   EXPECT_EQ(shortShellWord(std::string(59, 'a') + "\xc3\xa4 b"), std::string(59, 'a') + "...");
   EXPECT_EQ(shortShellWord(std::string(58, 'a') + "\xc3\xa4 b"),
             "'" + std::string(58, 'a') + "\xc3\xa4'...");

@@ -19,7 +19,7 @@ using Strings = std::vector<std::string>;
 
 class Make : public AdapterTest {
  protected:
-  // Runs it in the folder, as a user that the findings have nothing against.
+  // Runs it in the folder, as a user without findings.
   ProcessResult make(const Strings& arguments, const std::function<void()>& prepare = {}) const {
     ProcessOptions options;
     options.arguments = {RUNLET_JOB, "make", "--user", "1234", "--group", "4321"};
@@ -29,7 +29,7 @@ class Make : public AdapterTest {
     return runProcess(options);
   }
 
-  // Makes the job file, to run as who runs the tests, and runs the tasks of that range.
+  // Makes the job file for the user who runs the tests, and runs the tasks of that range.
   ProcessResult makeAndRun(const Strings& arguments, int count) const {
     ProcessOptions options;
     options.arguments = {RUNLET_JOB, "make", "-o", jobFile_};
@@ -303,7 +303,7 @@ TEST_F(Make, TellsThatTheOutputIsFull) {
 
 TEST_F(Make, TellsThatItHasNoRoomToLook) {
   const ProcessResult result = make({"--frames", "1-250000", "--", "run"}, [] {
-    constexpr rlim_t size = 4 << 20;  // the counters of a test of coverage have room
+    constexpr rlim_t size = 4 << 20;  // enough for coverage counters
     const rlimit tight{.rlim_cur = size, .rlim_max = size};
     std::signal(SIGXFSZ, SIG_IGN);
     if (setrlimit(RLIMIT_FSIZE, &tight) != 0) _exit(95);

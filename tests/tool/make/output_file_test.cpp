@@ -1,4 +1,4 @@
-// Files that are written whole or not at all.
+// Writing files atomically.
 
 #include "tool/system/output_file.h"
 
@@ -68,7 +68,7 @@ void makeSocket(const std::string& path) {
   close(socket);
 }
 
-// What writeFile yields in a process of that user.
+// The result of writeFile in a process of that user.
 std::string reasonFor(unsigned user, const std::string& path) {
   int ends[2];
   if (pipe(ends) != 0) return "no pipe";
@@ -158,7 +158,7 @@ TEST(OutputFile, TellsWhyItCannotBeWritten) {
   EXPECT_EQ(readFile(folder.file("file")), "text");
 }
 
-// Never on the system's own devices: where this fails, and root runs the tests, they would be
+// Never on the system's own devices: if this fails while root runs the tests, they would be
 // replaced for everyone.
 TEST(OutputFile, IsNothingButARegularFile) {
   const TempFolder folder;
@@ -167,7 +167,7 @@ TEST(OutputFile, IsNothingButARegularFile) {
   makeSocket(folder.file("socket"));
   EXPECT_EQ(writeFile(folder.file("pipe"), "text"), "not a regular file but a pipe");
   EXPECT_EQ(writeFile(folder.file("socket"), "text"), "not a regular file but a socket");
-  // one that takes all that is written to it, where the machine lets us have it
+  // a device like /dev/null, if the machine lets us create one
   if (mknod(folder.file("device").c_str(), S_IFCHR | 0600, makedev(1, 3)) == 0) {
     names.insert("device");
     EXPECT_EQ(writeFile(folder.file("device"), "text"), "not a regular file but a device");
@@ -210,7 +210,8 @@ TEST(OutputFile, OfAnotherUserIsNotTaken) {
   EXPECT_EQ(filesIn(folder.file("shared")), Names{"job.xml"});
 }
 
-// Whoever may write to a folder that root's jobs go to could have any file of root's replaced.
+// Anyone who may write to a folder for root's jobs could otherwise have any file of root's
+// replaced.
 TEST(OutputFile, IsNotWhereALinkOfAnotherUserLeads) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -241,7 +242,7 @@ TEST(OutputFile, IsWhereALinkOfTheCallersOrOfRootsLeads) {
   EXPECT_EQ(ownerOf(folder.file("real/job.xml")), std::make_pair(one, one));
 }
 
-// One of root's that another user has moved, or given a second name.
+// A link of root's that another user has moved, or hard-linked.
 TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -264,7 +265,7 @@ TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
     EXPECT_EQ(writeFile(place + "/link", "text"), row.isFollowed ? "" : "the link link" + refusal)
         << row.folder;
   }
-  // Their folder could be another one's, which they have moved.
+  // Their folder could be another user's, which they have moved.
   folder.makeFolder("theirs/closed");
   makeLink(target, folder.file("theirs/closed/link"), 0);
   EXPECT_EQ(writeFile(folder.file("theirs/closed/link"), "text"), "the link link" + refusal);
@@ -274,14 +275,14 @@ TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
   EXPECT_EQ(writeFile(second, "text"), "the link second" + refusal);
 }
 
-// Empty where there is none, or the file system has no such lists.
+// Empty if there is none, or the file system does not support lists.
 std::string accessList(const std::string& path) {
   char list[1024];
   const ssize_t size = getxattr(path.c_str(), accessListName, list, sizeof list);
   return size < 0 ? "" : std::string(list, static_cast<std::size_t>(size));
 }
 
-// In the mode, what the list gives at most to anybody is in the place of the group's rights.
+// In the mode, the mask of the list replaces the group's permissions.
 TEST(OutputFile, KeepsItsAccessList) {
   struct Entry {
     std::uint16_t tag;
@@ -303,7 +304,7 @@ TEST(OutputFile, KeepsItsAccessList) {
   EXPECT_EQ(modeOf(path), mode);
 }
 
-// In which whoever may write there can remove and rename only what is theirs, as in /tmp.
+// With the sticky bit, as /tmp: users can remove and rename only their own entries.
 TEST(OutputFile, MayBeInAStickyFolder) {
   const TempFolder folder;
   folder.makeFolder("sticky", 01777);
@@ -363,7 +364,7 @@ TEST(OutputFile, DoesNotGetTheAccessListOfItsFolder) {
   EXPECT_EQ(modeOf(path), 0660);
 }
 
-// As /dev/stdout is one where that is a pipe: there is no such path to rename to.
+// Like /dev/stdout if that is a pipe: there is no such path to rename to.
 TEST(OutputFile, MayBeADescriptor) {
   const TempFolder folder;
   int ends[2];
@@ -423,7 +424,7 @@ TEST(OutputFile, LeavesALinkThatLeadsNowhere) {
   EXPECT_EQ(filesIn(folder.path()), Names{"link"});
 }
 
-// Writes with the longest possible file 100 bytes long.
+// Writes with a file size limit of 100 bytes.
 std::string writeWithLimit(const std::string& path, const std::string& text) {
   rlimit usual{};
   getrlimit(RLIMIT_FSIZE, &usual);

@@ -1,4 +1,4 @@
-// Task files: a task for each line, and what is refused.
+// Task files: one task per line, and what is refused.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// Words of a command in a template: where they get quotes, and which cannot be written.
+// Words of a command in a template: which get quotes, and which cannot be written.
 
 #include <gtest/gtest.h>
 
@@ -34,7 +34,7 @@ TEST(WordQuoting, PutsQuotesWhereTheyAreNeeded) {
       {{"my tool", "b"}, {"x"}, {}, "\"my tool\" b"},
       // no space, no quotes
       {{"run", "a\tb\nc", "'x'", "$HOME", "a\\"}, {"x"}, {}, "run a\tb\nc 'x' $HOME a\\"},
-      // a double quote inside a word is one
+      // a double quote inside a word is ordinary
       {{"run", "5\"", "a=\"b\""}, {"x"}, {}, "run 5\" a=\"b\""},
       {{"run", "%tp1"}, {"x", "y"}, {}, "run %tp1"},
       {{"run", "%tp1"}, {"x", "y z"}, {}, "run \"%tp1\""},
@@ -44,11 +44,11 @@ TEST(WordQuoting, PutsQuotesWhereTheyAreNeeded) {
       {{"run", "-s=%jp1", "%tn"}, {"x"}, {""}, "run -s=%jp1 %tn"},
       {{"run", "%", "%5"}, {"x"}, {}, "run \"%\" \"%5\""},
       {{"run", "50%", "%%"}, {"x"}, {}, "run 50% %%"},
-      // a width goes on with the digits of an earlier word: the words are not looked at one by one
+      // a width continues with the digits of an earlier word: words are not expanded separately
       {{"run", "%tp12", "%3tp1"}, {"x"}, {}, "run %tp12 %3tp1"},
-      // digits beyond 32 bits make the width negative, which puts spaces behind the number
+      // digits beyond 32 bits make the width negative, which puts spaces after the number
       {{"run", "%4294967290tn"}, {"x"}, {}, "run \"%4294967290tn\""},
-      // no task of these can be started: they stay as they are, for others to find
+      // no task of these can be started: they are left for check to find
       {{"run", "%tx", "a b"}, {"x"}, {}, "run %tx a b"},
   };
   for (const Row& row : rows) {

@@ -18,14 +18,14 @@
 
 namespace runlet_test {
 
-// What trying a job came to.
+// The result of trying a job.
 struct Trial {
-  std::string differences;      // empty: all is as it should be
-  std::set<std::string> marks;  // names of what happened
+  std::string differences;      // empty = as expected
+  std::set<std::string> marks;  // names of the events that happened
 };
 
-// How many jobs a mark has to be reached by, when the usual number of jobs is tried; up to five
-// times as many are if that takes them.
+// How many jobs must reach a mark with the regular number of jobs; up to five times as many are
+// tried if necessary.
 struct Minimum {
   std::string mark;
   unsigned count;

@@ -1,4 +1,4 @@
-// The schema of job files: as the verb prints it, and what it accepts and refuses.
+// The schema of job files: its output, and what it accepts and rejects.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -27,14 +27,14 @@ ProcessResult run(std::vector<std::string> arguments) {
   return runProcess(options);
 }
 
-// What xmllint says of the job file at `path`: the empty text if it is valid.
+// The output of xmllint for the job file at `path`; empty if it is valid.
 std::string complaintOf(const std::string& path) {
   const ProcessResult result = run({"/usr/bin/xmllint", "--noout", "--relaxng", schemaPath, path});
   const std::string status = describeStatus(result.waitStatus);
   return status == "exit 0" ? "" : status + "\n" + result.error;
 }
 
-// The status of xmllint for a file that is well-formed XML and not valid.
+// The status of xmllint for a file that is well-formed but not valid.
 constexpr char invalid[] = "exit 3\n";
 
 std::string complaintOfText(const std::string& text) {
@@ -63,7 +63,7 @@ std::string jobOf(const std::string& elements) {
   return "<Job><cmdData>" + elements + "</cmdData></Job>";
 }
 
-// What is needed, and one more.
+// The required elements, and one more.
 std::string with(const std::string& element) {
   return jobOf(element + arguments + gid + tasks + noParams);
 }
@@ -85,7 +85,7 @@ struct Row {
   std::string job;
 };
 
-// Two parameters, behind which every node is one to the adapter.
+// Two parameters, after which the adapter takes every node for one.
 constexpr char twoParams[] =
     "<Param><Name>{a}</Name><Value>{1}</Value></Param>"
     "<Param><Name>{b}</Name><Value>{2}</Value></Param>";
@@ -225,7 +225,7 @@ TEST(Schema, AcceptsTheDemo) {
   EXPECT_EQ(complaintOfText(std::regex_replace(ids, std::regex("@[A-Z]+@"), "/srv/demo")), "");
 }
 
-// The whole job files that stand in the document at `path`: indented by four spaces.
+// The complete job files in the document at `path`, indented by four spaces.
 std::vector<std::string> jobsIn(const std::string& path) {
   const std::string text = readFile(path);
   const std::regex job("\n    (<([A-Za-z]+)>\n      <cmdData>[^]*?</\\2>)\n");
@@ -247,7 +247,7 @@ TEST(Schema, AcceptsTheJobsOfTheDocuments) {
   }
 }
 
-// Why the schema accepts the faulty sample of a finding.
+// Reasons why the schema accepts a faulty sample.
 struct Unseen {
   const char* why;
   std::vector<std::string> codes;
@@ -276,7 +276,7 @@ bool isUnseen(const std::string& code) {
   });
 }
 
-// The sample as a schema may see it: with a folder and texts where it has words for them.
+// The sample with real values in place of its variables.
 std::string sampleText(const std::string& path) {
   const std::string text = std::regex_replace(readFile(path), std::regex("@FOLDER@"), "/srv");
   return std::regex_replace(text, std::regex("@[0-9]+@"), "x");
@@ -287,7 +287,8 @@ TEST(Schema, SeesTheFaultsOfSamplesAsFarAsItCan) {
   for (const auto& entry : std::filesystem::directory_iterator(sources + "/tests/tool/samples")) {
     const std::string code = entry.path().filename();
     EXPECT_EQ(complaintOfText(sampleText(entry.path() / "mended.xml")), "") << code;
-    if (!std::filesystem::exists(entry.path() / "bad.xml")) continue;  // it is about a missing file
+    if (!std::filesystem::exists(entry.path() / "bad.xml"))
+      continue;  // the finding is about a missing file
     const std::string complaint = complaintOfText(sampleText(entry.path() / "bad.xml"));
     EXPECT_EQ(complaint.empty(), isUnseen(code)) << code << "\n" << complaint;
     ++count;

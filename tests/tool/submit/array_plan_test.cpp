@@ -1,4 +1,4 @@
-// How tasks become elements of arrays.
+// Distributing tasks over array elements.
 
 #include <gtest/gtest.h>
 

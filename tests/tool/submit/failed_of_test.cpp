@@ -1,4 +1,4 @@
-// runlet-job submit --failed-of with an engine that answers what the test wants.
+// runlet-job submit --failed-of with a fake Slurm whose answers the test sets.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -21,7 +21,7 @@ class FailedOf : public SubmitTest {
     slurm_.reply("sbatch", "echo 20");
   }
 
-  // Has the engine know the arrays: as squeue would tell of the `comments` and the elements.
+  // Makes squeue report arrays with these `comments` and elements.
   void know(const std::vector<std::pair<std::string, std::string>>& comments,
             const std::string& states) const {
     std::string script = "case \"$5 $7\" in\n";
@@ -33,14 +33,14 @@ class FailedOf : public SubmitTest {
                                "exit 1;;\nesac\n");
   }
 
-  // What is submitted when the tasks of these arrays are.
+  // Asserts what is submitted for the failed tasks of these arrays.
   void expectArray(const std::vector<std::string>& ids, const std::string& elements, int count,
                    int taskCount, const std::string& error) const {
     std::vector<std::string> arguments;
     for (const std::string& id : ids) arguments.insert(arguments.end(), {"--failed-of", id});
     expectSubmit(arguments, "20\n", error, "exit 0");
     std::vector<std::string> expected = plainArguments(elements, count, taskCount);
-    // the last task that there is to run
+    // the last task to run
     const std::string last = elements.substr(elements.find_last_of(",-") + 1);
     expected[1] = "--comment=" + comment("0:1:" + last + ":" + std::to_string(count));
     EXPECT_EQ(slurm_.calls("sbatch"), Calls{expected});
@@ -159,8 +159,8 @@ TEST_F(FailedOf, OfAnArrayOfChunksIsAboutTheirTasks) {
   expectArray({"12"}, "4-5,11-12", 4, 12, "");
 }
 
-// A task may have written to the log of a chunk, or put something else there: of each element that
-// failed all tasks are run again, unless its own log tells them apart.
+// A task may have written to the log of a chunk, or replaced it: all tasks of a failed element are
+// run again, unless its own log distinguishes them.
 TEST_F(FailedOf, TakesNoVerdictFromALogThatIsNotTheElements) {
   write(quietJob(22));
   std::string states;
@@ -173,7 +173,7 @@ TEST_F(FailedOf, TakesNoVerdictFromALogThatIsNotTheElements) {
     return "runlet-job-ends " + id + " " + ends + "\n";
   };
   const std::string all = "succeeded 0 1,3,5,7,9,11,13,15";
-  // of another array, element and job file, and for people
+  // of another array, element and job file, and text for people
   folder_.write("job-chunk-00.log", line(hash + ":11_0", all));
   folder_.write("job-chunk-01.log", line(hash + ":12_0", all));
   folder_.write("job-chunk-02.log", line("0123456789abcdef:12_2", all));
@@ -184,12 +184,12 @@ TEST_F(FailedOf, TakesNoVerdictFromALogThatIsNotTheElements) {
   ASSERT_EQ(symlink("elsewhere", folder_.file("job-chunk-05.log").c_str()), 0);
   ASSERT_EQ(symlink("/dev/zero", folder_.file("job-chunk-06.log").c_str()), 0);
   folder_.makeFolder("job-chunk-07.log");
-  // its own, with what is no end, and with that of another element's task
+  // its own, with an invalid end, and one of another element's task
   folder_.write("job-chunk-08.log",
                 line(hash + ":12_8", "\033[31m 0 18") + line(hash + ":12_8", "succeeded 0 17,19"));
-  // its own, which does not say what has failed
+  // its own, which does not say what failed
   folder_.write("job-chunk-09.log", line(hash + ":12_9", "succeeded 0 19-20"));
-  // its own, larger than the memory there is
+  // its own, larger than memory
   std::filesystem::resize_file(folder_.write("job-chunk-10.log", line(hash + ":12_10", all)),
                                std::uintmax_t{1} << 36);
   std::ofstream(folder_.file("job-chunk-10.log"), std::ios::app)
@@ -197,7 +197,7 @@ TEST_F(FailedOf, TakesNoVerdictFromALogThatIsNotTheElements) {
   expectArray({"12"}, "1-16,18-20,22", 20, 22, "");
 }
 
-// Tasks that are no longer in the job, and what an array may say that was never submitted here.
+// Tasks that are no longer in the job, and comments of arrays that were never submitted here.
 TEST_F(FailedOf, LeavesOutWhatIsNotInTheJob) {
   write(quietJob(2));
   know({{"12", comment("1:2147483647:2147483647:2")}, {"13", comment("0:1:9:2")}},

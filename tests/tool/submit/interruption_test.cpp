@@ -1,4 +1,4 @@
-// Signals that come while arrays are submitted, or waited for.
+// Signals while arrays are submitted or waited for.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -58,7 +58,7 @@ TEST(SignalHold, LeavesSignalsAloneThatAreIgnored) {
   EXPECT_EXIT(raiseInHold(), ExitedWithCode(0), "");
 }
 
-// A user's Ctrl-C goes to the programs that are run as well.
+// Ctrl-C also reaches the programs that are run.
 TEST(SignalHold, IsForProgramsToo) {
   const auto run = [] {
     setDispositions(SIG_DFL);

@@ -1,4 +1,4 @@
-// What is understood of the engine's texts.
+// Parsing the output of Slurm's programs.
 
 #include <gtest/gtest.h>
 

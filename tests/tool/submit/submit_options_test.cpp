@@ -1,4 +1,4 @@
-// What may be said on the command line of a submission.
+// Options allowed for a submission.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// runlet-job submit with an engine that only writes down what it is asked for.
+// runlet-job submit with a fake Slurm that records its calls.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -47,7 +47,7 @@ class Submit : public SubmitTest {
     slurm_.reply("sbatch", "echo 12");
   }
 
-  // How the array is to be found that may be there without an id.
+  // How to find an array that may be queued without a known id.
   std::string whereToLook(const std::string& numbers) const {
     return "runlet-job: submit: an array may have been queued nevertheless; before submitting "
            "again, look for " +
@@ -63,13 +63,14 @@ class Submit : public SubmitTest {
     return options;
   }
 
-  // Takes all variables from the process but these.
+  // Removes all environment variables except these.
   static void haveOnly(const Variables& variables) {
     clearenv();
     for (const auto& [name, value] : variables) setenv(name.c_str(), value.c_str(), 1);
   }
 
-  // Asserts what sbatch gets, in order, of these variables and a PATH; what its shell adds aside.
+  // Asserts which of these variables and a PATH sbatch receives, sorted, except for those that its
+  // shell adds.
   void expectEnvironment(ProcessOptions options, Variables variables,
                          const std::string& expected) const {
     const std::string file = folder_.write("environment", "", 0666);
@@ -86,7 +87,7 @@ class Submit : public SubmitTest {
     EXPECT_EQ(readFile(file), expected);
   }
 
-  // The arguments of sbatch when the verb gets `arguments`.
+  // The arguments of sbatch when the verb is run with `arguments`.
   std::vector<std::string> sbatchArguments(const std::vector<std::string>& arguments) const {
     const std::size_t before = slurm_.calls("sbatch").size();
     const ProcessResult result = run(arguments);
@@ -96,14 +97,14 @@ class Submit : public SubmitTest {
   }
 };
 
-// `words` with `more` in front of the first `place`.
+// `words` with `more` inserted before the first `place`.
 std::vector<std::string> with(std::vector<std::string> words, const std::vector<std::string>& more,
                               const std::string& place = "/dev/stdin") {
   words.insert(std::find(words.begin(), words.end(), place), more.begin(), more.end());
   return words;
 }
 
-// `words` with the one that begins with `beginning` replaced; without it if `word` is empty.
+// `words` with the one that begins with `beginning` replaced, or removed if `word` is empty.
 std::vector<std::string> replaced(std::vector<std::string> words, const std::string& beginning,
                                   const std::string& word) {
   for (std::string& each : words) {
@@ -248,7 +249,7 @@ TEST_F(Submit, RunsTheTasksInTheirFolder) {
             (std::vector<std::string>{"--output=" + run + "/job-%1a.log", "--chdir=" + run}));
 }
 
-// From where the element, which starts there, enters it itself.
+// The element starts there, and enters the folder itself.
 TEST_F(Submit, StartsTheTasksOfARelativeFolderInTheCurrentOne) {
   folder_.makeFolder("here");
   folder_.makeFolder("here/below");
@@ -370,7 +371,7 @@ TEST_F(Submit, PassesOnWhatSlurmSays) {
                "exit 2");
 }
 
-// It may have ended after it had Slurm queue the array.
+// It may have ended after Slurm queued the array.
 TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
   write(quietJob(1));
   slurm_.reply("sbatch", "kill -9 $$");
@@ -424,7 +425,7 @@ TEST_F(Submit, SaysThatThereIsNoProcessForSbatch) {
   EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
 }
 
-// Whatever has been lost, the command does not try it a second time.
+// Whatever was lost, the command does not retry.
 TEST_F(Submit, IsNotTriedAgainForTheFailedTasksOfAnArray) {
   write(quietJob(2));
   slurm_.reply("squeue", 1, "echo '" + comment("0:1:2:2") + "'");
@@ -487,7 +488,7 @@ TEST_F(Submit, GoesOnWhereItWasStartedToIgnoreASignal) {
   EXPECT_EQ(slurm_.calls("scancel"), Calls{});
 }
 
-// They would have sbatch wait, or cancel only some of the array.
+// They would make sbatch wait, or cancel only part of the array.
 TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
   write(quietJob(20));
   slurm_.reply("scontrol", "echo 'MaxArraySize = 20'");
@@ -526,7 +527,7 @@ TEST_F(Submit, SubmitsNothingWhenItIsToTellTheCommandsAlone) {
   EXPECT_FALSE(std::filesystem::exists(folder_.file("logs")));
 }
 
-// Every kind of variable that goes on, and some that do not.
+// Every kind of variable that is passed on, and some that are not.
 const Variables variablesOfRoot = {{"HOME", "/root"},
                                    {"LANG", "C"},
                                    {"LANGUAGE", "en"},
@@ -607,7 +608,7 @@ TEST_F(Submit, HasLogsMadeUnderTheJobsMask) {
   }
 }
 
-// What a user can write: nothing of it is taken for anything else, by the program or by a shell.
+// Any text of a user: neither the program nor a shell misinterprets it.
 class HostileSubmit : public Submit {
  protected:
   void SetUp() override {
@@ -668,7 +669,7 @@ TEST_F(HostileSubmit, IsTheSameWhenAShellRunsWhatWasPrinted) {
   }
 }
 
-// The scripts themselves, with a program that only says how it was called.
+// The scripts themselves, with a program that only prints its arguments.
 class ScriptOfSubmit : public Submit {
  protected:
   std::string runScript(const std::string& script, const std::string& element,

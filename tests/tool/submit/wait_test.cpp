@@ -1,4 +1,4 @@
-// runlet-job submit --wait with an engine that answers what the test wants.
+// runlet-job submit --wait with a fake Slurm whose answers the test sets.
 
 #include "tool/slurm/wait.h"
 
@@ -40,14 +40,14 @@ class SubmitAndWait : public SubmitTest {
     slurm_.reply("sbatch", "echo 12");
   }
 
-  // What the summary has for a task, and the path of its log.
+  // The summary line of a task, and the path of its log.
   std::string line(int task, const std::string& end, const std::string& log = "") const {
     const std::string number = std::to_string(task);
     std::string text = "task " + number + ": " + end + ": /bin/true f" + number + "\n";
     return log.empty() ? text : text + "  log: " + folder_.file(log) + "\n";
   }
 
-  // What `run` tells `submit` about tasks of an element, such as "12_0".
+  // The end lines that `run` writes for tasks of an element, such as "12_0".
   std::string endLine(const std::string& element, const std::string& ends) const {
     return "runlet-job-ends " + runlet_tool::jobHash(jobFile_) + ":" + element + " " + ends + "\n";
   }
@@ -152,7 +152,7 @@ TEST_F(SubmitAndWait, GoesOnWhereSlurmDoesNotAnswer) {
       "exit 0");
 }
 
-// The time that a question without an answer took is no reason to wait ten times as long.
+// The time of a query without an answer does not increase the pause.
 TEST_F(SubmitAndWait, AsksAgainSoonWhereSlurmTakesLongNotToAnswer) {
   write(quietJob(1));
   slurm_.reply("squeue", 1,
@@ -243,7 +243,7 @@ TEST_F(SubmitAndWait, TellsTheTasksOfAChunkApart) {
                "exit 1");
 }
 
-// Where the element was ended the log names those tasks that were done.
+// If the element was ended, the log names the tasks that were done.
 TEST_F(SubmitAndWait, TakesTheElementsEndForTasksThatItsLogDoesNotName) {
   write(quietJob(7));
   folder_.write("job-chunk-0.log", endLine("12_0", "succeeded 0 1"));
@@ -259,8 +259,8 @@ TEST_F(SubmitAndWait, TakesTheElementsEndForTasksThatItsLogDoesNotName) {
       "exit 1");
 }
 
-// A log may be that of another array, whose number has been given again, of another element, or of
-// another job file; and what people read is no verdict.
+// A log may be from another array with a reused number, another element, or another job file; and
+// text for people is not evaluated.
 TEST_F(SubmitAndWait, TakesNoVerdictFromALogThatIsNotTheElements) {
   write(quietJob(8));
   const std::string lines = "succeeded 0 1,3,5,7";
@@ -283,7 +283,7 @@ TEST_F(SubmitAndWait, TakesNothingOfALogButItsVerdicts) {
   write(quietJob(4));
   folder_.write("job-chunk-0.log", endLine("12_0", "other 0 1") + endLine("12_0", "\033[31m 0 2") +
                                        endLine("12_0", "succeeded 0 2,3"));
-  // Whoever has every task succeed there does not change that the element failed.
+  // A log in which every task succeeded does not change that the element failed.
   folder_.write("job-chunk-1.log", endLine("12_1", "succeeded 0 3-4"));
   slurm_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 512));
   expectSubmit({"--wait", "--chunk", "2"}, "12\n",
@@ -294,7 +294,7 @@ TEST_F(SubmitAndWait, TakesNothingOfALogButItsVerdicts) {
                "exit 1");
 }
 
-// A task may have put a pipe, a link to what only others can read, or what never ends there.
+// A task may have put a pipe, a link to an inaccessible file, or an endless file there.
 TEST_F(SubmitAndWait, ReadsNoLogThatIsNoFile) {
   write(quietJob(9));
   folder_.write("elsewhere", endLine("12_1", "succeeded 0 3"));
@@ -312,7 +312,7 @@ TEST_F(SubmitAndWait, ReadsNoLogThatIsNoFile) {
   expectSubmit({"--wait", "--chunk", "2"}, "12\n", summary + "9 tasks: 9 failed (1-9)\n", "exit 1");
 }
 
-// Of a log that is larger than the memory there is, the end is read, from its first whole line on.
+// Only the end of a huge log is read, from its first complete line on.
 TEST_F(SubmitAndWait, ReadsOnlyTheEndOfALog) {
   write(quietJob(4));
   constexpr std::size_t most = 64 * 1024;

@@ -11,7 +11,7 @@
 namespace runlet_test {
 namespace {
 
-// Its own folder is the one above that of the programs.
+// Its folder is the parent of the programs' folder.
 constexpr char script[] = R"sh(#!/bin/sh
 me=${0##*/}
 here=${0%/*}/..
