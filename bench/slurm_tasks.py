@@ -4,7 +4,7 @@
    slurm_tasks.py FOLDER CLUSTER PROGRAMS
 
 FOLDER is for the files of the measurement, CLUSTER has a slurm.conf, PROGRAMS runlet-job and
-runlet_farm_task. Both arrays run the same program, which does nothing but write down the time.
+runlet_farm_task. Both arrays run the same program, which only records the time.
 """
 
 import os
@@ -59,7 +59,7 @@ def stamped():
 
 
 def milliseconds_per_task(command):
-    """From the submission to the start of the last task, by the tasks' own clocks."""
+    """From the submission to the start of the last task, according to the tasks' clocks."""
     write('stamps', '')
     start = time.time()
     run(command)

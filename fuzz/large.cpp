@@ -1,8 +1,8 @@
 // The entry point of fuzz targets with large inputs. A small input describes the large one: every
 // byte stands for itself, except in two kinds of records:
 //
-//   0x1f CODE LENGTH PIECE   the piece again and again, cut off at SIZE bytes
-//   0x1e CODE LENGTH PIECE   the whole piece SIZE times
+//   0x1f CODE LENGTH PIECE   the piece repeated, cut off at SIZE bytes
+//   0x1e CODE LENGTH PIECE   the piece repeated SIZE times
 //
 // LENGTH + 1 is the length of the piece, which may contain records. The low 4 bits of CODE select
 // one of the sizes below, and the high bits, minus 8, are added to it, so that most sizes are near

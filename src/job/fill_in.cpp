@@ -81,7 +81,7 @@ bool appendValue(Expansion* expansion, std::int32_t width, const std::string& va
   return append(expansion, value.data(), value.size());
 }
 
-// "%tn". The printed number is cut to the scratch, so that a large width yields only zeros and no
+// "%tn". The printed number is cut to the scratch, so that a large width gives only zeros and no
 // digit of the number.
 bool appendTaskNumber(Expansion* expansion, std::int32_t width) {
   // Any width beyond the scratch and the longest number prints the same first bytes; bounding it

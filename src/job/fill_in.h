@@ -33,9 +33,9 @@ struct PlaceholderUse {
 
 // Expands `argumentTemplate` for the task at `taskIndex` (0-based position in `taskList`):
 //
-//   %tn   the task's number, `taskIndex` + 1      %Wtn   with zeros in front, W digits wide
-//   %tpN  field N of the task's entry             %WtpN  filled with zeros to W bytes
-//   %jpN  job parameter N                         %WjpN  filled with zeros to W bytes
+//   %tn   the task's number, `taskIndex` + 1      %Wtn   with leading zeros, W digits wide
+//   %tpN  field N of the task's entry             %WtpN  padded with zeros to W bytes
+//   %jpN  job parameter N                         %WjpN  padded with zeros to W bytes
 //   %%    a percent sign
 //
 // Returns true with the expansion in `*out`. Returns false, with `*out` unchanged and nothing

@@ -1,6 +1,6 @@
 // The adapter compared with the model, on every short text.
 //
-//   RUNLET_TEST_CASES=n   each test goes up to the greatest length that has no more than n texts
+//   RUNLET_TEST_CASES=n   each test tries lengths up to the greatest with at most n texts
 #include "cases.h"
 #include "comparison.h"
 

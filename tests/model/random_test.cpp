@@ -1,10 +1,10 @@
 // The adapter compared with the model, on long random input near the limits.
 //
-//   RUNLET_TEST_CASES=n   each test tries n cases instead of its usual number; a small n for
+//   RUNLET_TEST_CASES=n   each test tries n cases instead of its default; a small n for
 //                         slow runs (2000 under valgrind), a large one for a long search. The
-//                         exhaustive tests go by it as well.
-//   RUNLET_TEST_SEED=n    the first case is drawn with this seed, the next with n + 1, and so on;
-//                         usually 1. A failure tells the seed of its case.
+//                         exhaustive tests use it as well.
+//   RUNLET_TEST_SEED=n    the first case is drawn with seed n, the next with n + 1, and so on;
+//                         default 1. A failure reports the seed of its case.
 #include <algorithm>
 #include <map>
 

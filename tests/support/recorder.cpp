@@ -73,15 +73,15 @@ void record(const std::string& text) {
 }
 
 // The rest of `order` after `verb`, if it begins with it; else null.
-const char* behind(const char* verb, const char* order) {
+const char* after(const char* verb, const char* order) {
   const std::size_t length = std::strlen(verb);
   return std::strncmp(order, verb, length) == 0 ? order + length : nullptr;
 }
 
 void obey(const char* order) {
-  if (const char* text = behind("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
-  if (const char* text = behind("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
-  if (const char* code = behind("exit:", order)) {
+  if (const char* text = after("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
+  if (const char* text = after("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
+  if (const char* code = after("exit:", order)) {
     _exit(static_cast<int>(std::strtol(code, nullptr, 10) & 0xff));
   }
   if (std::strcmp(order, "kill:9") == 0) std::raise(SIGKILL);

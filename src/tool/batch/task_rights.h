@@ -12,8 +12,8 @@
 
 namespace runlet_tool {
 
-// Whether user `uid` of a task is another than that of this process. Only true for root. A `uid` of
-// -1 counts as another user.
+// Whether a task of user `uid` belongs to another user than this process. Only true for root. A
+// `uid` of -1 counts as another user.
 bool isOfAnother(std::int32_t uid);
 
 // Protects the starter's memory while the process already belongs to another user: it leaves no

@@ -316,7 +316,7 @@ TEST(OutputFile, MayBeInAStickyFolder) {
   EXPECT_EQ(filesIn(folder.file("sticky")), Names{"job.xml"});
 }
 
-// Of whoever's in it, for root and for an ordinary user.
+// For files of various owners in it, as root and as an ordinary user.
 TEST(OutputFile, InAStickyFolderStaysItsOwners) {
   REQUIRE_ROOT();
   const std::string notTaken =

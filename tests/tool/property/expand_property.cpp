@@ -185,7 +185,7 @@ class ExpandComparison {
 
   void compareNotReached(const Json& task) {
     mark("not reached");
-    expect(task.at("outcome") == "notReached", "outcome behind the end");
+    expect(task.at("outcome") == "notReached", "outcome after the end");
     for (const char* key : {"folder", "chmod", "calling", "commandLine", "argv", "message"}) {
       expect(task.at(key).is_null(), std::string(key) + " of a task that is not reached");
     }

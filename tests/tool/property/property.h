@@ -1,9 +1,9 @@
 // A test that tries many random jobs.
 //
-//   RUNLET_JOBS=n       each test tries n jobs instead of its usual number
-//   RUNLET_JOBS_SEED=n  where the random numbers start, usually 1
-//   RUNLET_JOBS_CASE=n  tries one job alone, as a failure tells it
-//   RUNLET_JOBS_SHOW=1  shows how many jobs came to what
+//   RUNLET_JOBS=n       each test tries n jobs instead of its default
+//   RUNLET_JOBS_SEED=n  the random seed, default 1
+//   RUNLET_JOBS_CASE=n  tries only this job, as reported by a failure
+//   RUNLET_JOBS_SHOW=1  shows how many jobs reached which outcome
 #pragma once
 
 #include <gtest/gtest.h>
