@@ -144,7 +144,7 @@ TEST_F(HostileJobFile, ThatIsNestedAMillionLevelsDeepIsRefused) {
 
 // The stack of the process may already hold as much as the system allows: environment and arguments
 // of a quarter of the stack, or 128 KiB.
-TEST_F(HostileJobFile, IsAsDeepAsTheStackCanBear) {
+TEST_F(HostileJobFile, IsAsDeepAsTheStackAllows) {
   constexpr std::size_t kibibyte = 1024;
   const char* tooDeep = "Elements nested too deep.";
   const struct {

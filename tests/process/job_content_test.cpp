@@ -80,7 +80,7 @@ TEST_F(JobContent, IsCheckedInAFixedOrder) {
 }
 
 // Text counts only if it is the first node of an element.
-TEST_F(JobContent, CountsATextBehindACommentAsNone) {
+TEST_F(JobContent, IgnoresTextAfterAComment) {
   folder_.write("job.xml", inRoot({"<umask><!-- octal 022 -->18</umask>", emptyTasks, noParams}));
   expectResult(run(newTask()), "", invalidSyntax, "exit 255");
   const std::string tasks =
@@ -117,7 +117,7 @@ TEST_F(JobContent, HasItsElementsInAnyOrderAndTheFirstOfEachKind) {
   expectResult(run(newTask()), "", invalidSyntax, "exit 255");
 }
 
-TEST_F(JobContent, PassesOverWhatIsNoTask) {
+TEST_F(JobContent, IgnoresWhatIsNoTask) {
   const std::string tasks =
       "<TaskList><!-- c --><Job><Params>{j}</Params></Job><Task><Params>{a}</Params></Task>"
       "<task><Params>{t}</Params></task><Task/><Task><Params/></Task><Task><params>{p}</params>"

@@ -67,7 +67,7 @@ TEST_F(JobFile, ThatIsNestedTooDeepIsRefused) {
 
 // A byte that announces a longer character makes the library skip the NUL that ends the text, and
 // read what would be left of a longer text.
-TEST_F(JobFile, ThatHidesItsDepthBehindItsEndIsRefused) {
+TEST_F(JobFile, ThatHidesItsDepthAfterItsEndIsRefused) {
   std::string lineEnds;
   std::string elements;
   for (int i = 0; i < 300000; ++i) {

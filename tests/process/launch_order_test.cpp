@@ -232,7 +232,7 @@ TEST_F(LaunchOrderOfRoot, EndsUnchangedWhereTheGroupIsRefused) {
 
 // The chmod of the first task has the initial rights and mask; those of later tasks have what the
 // first task left.
-TEST_F(LaunchOrderOfRoot, GivesTheChmodWhatTheTaskBeforeLeft) {
+TEST_F(LaunchOrderOfRoot, GivesChmodWhatThePreviousTaskLeft) {
   job_.set("umask", "63").set("gid", "100");
   folder_.write("bin/render;>1", script_, 0755);
   folder_.write("bin/render;>2", script_, 0755);

@@ -53,7 +53,7 @@ TEST_F(Launch, HasNoFolderForAJobFileInTheRootFolder) {
   expectResult(result, "", cannotEnter("", "No such file or directory"), "exit 255");
 }
 
-TEST_F(Launch, TellsWhyAFolderCannotBeEntered) {
+TEST_F(Launch, ReportsWhyAFolderCannotBeEntered) {
   const std::string file = folder_.write("file", "");
   const std::string closed = folder_.makeFolder("closed", 0600);  // may be listed, not entered
   const struct {
@@ -75,7 +75,7 @@ TEST_F(Launch, TellsWhyAFolderCannotBeEntered) {
 }
 
 // The adapter itself changes folder, and stays there.
-TEST_F(Launch, LooksForARelativeFolderInsideTheFolderOfTheTaskBefore) {
+TEST_F(Launch, LooksForARelativeFolderInsideThatOfThePreviousTask) {
   folder_.makeFolder("work");
   Job job;
   job.arguments = "/bin/pwd";
@@ -135,7 +135,7 @@ TEST_F(Launch, FindsTheProgramAlongThePath) {
                "exit 0");
 }
 
-TEST_F(Launch, HandsOnTheEnvironment) {
+TEST_F(Launch, PassesOnTheEnvironment) {
   Job job;
   job.arguments = "/usr/bin/printenv RUNLET_TEST_VALUE";
   write(job);
@@ -147,7 +147,7 @@ TEST_F(Launch, HandsOnTheEnvironment) {
       "exit 0");
 }
 
-TEST_F(Launch, TellsTheServerTheChildsId) {
+TEST_F(Launch, ReportsTheChildsIdToTheServer) {
   const ProcessResult result = runCommand(probe());
   Report lines = report();
   EXPECT_EQ(lines["parent"], Strings{std::to_string(result.pid)});
@@ -155,7 +155,7 @@ TEST_F(Launch, TellsTheServerTheChildsId) {
                                lines["pid"].at(0) + "\n");
 }
 
-TEST_F(Launch, TellsTheServerWhileTheChildRuns) {
+TEST_F(Launch, ReportsToTheServerWhileTheChildRuns) {
   Job job;
   // Ends at the latest with the test, when the job file is removed.
   job.arguments = "/bin/sh -c \"while [ -e job.xml -a ! -e go ]; do sleep 0.02; done; echo gone\"";
@@ -191,7 +191,7 @@ TEST_F(Launch, LeavesOnlyTheOldStandardErrorOpenInTheChild) {
   }
 }
 
-TEST_F(Launch, HandsOnDescriptorsAndSignalDispositions) {
+TEST_F(Launch, PassesOnDescriptorsAndSignalDispositions) {
   Job job;
   job.arguments = "/bin/sh -c \"readlink /proc/self/fd/7; grep SigIgn /proc/self/status\"";
   write(job);
@@ -244,7 +244,7 @@ TEST_F(Launch, ReportsTheExitCodeAsASignedByteAndSucceeds) {
   }
 }
 
-TEST_F(Launch, GoesOnBehindATaskThatFails) {
+TEST_F(Launch, ContinuesAfterATaskThatFails) {
   Job job;
   job.arguments = "/bin/sh -c \"exit %tn\"";
   job.tasks.assign(2, "t");
@@ -347,7 +347,7 @@ class ApplicationPath : public AdapterTest {
   const std::string script_ = "#!/bin/sh\necho ran $*\n";
 };
 
-TEST_F(ApplicationPath, PutsItsFolderInFrontAndMakesTheProgramExecutable) {
+TEST_F(ApplicationPath, PrependsItsFolderAndMakesTheProgramExecutable) {
   folder_.write("bin/render", script_, 0600);
   expectResult(runWith(bin_ + "tool", "render -x 1"),
                calling(bin_ + "render -x 1", folder()) + processStarted + "ran -x 1\n", "",
@@ -379,7 +379,7 @@ TEST_F(ApplicationPath, MeetsItsFolderWhereTheLineBeginsWithASpace) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
-TEST_F(ApplicationPath, WithoutAnythingInFrontRunsNoChmod) {
+TEST_F(ApplicationPath, WithoutFolderAndWordRunsNoChmod) {
   // Without folder and first word there is no path to make executable.
   expectResult(runWith("tool", " /bin/echo x"),
                calling(" /bin/echo x", folder()) + processStarted + "x\n", "", "exit 0");
@@ -401,7 +401,7 @@ TEST_F(ApplicationPath, EndsTheProcessWhereTheLineHasNoSpace) {
   EXPECT_EQ(modeOf(bin_ + "render"), 0600);
 }
 
-TEST_F(ApplicationPath, GoesOnWhenTheChmodFails) {
+TEST_F(ApplicationPath, ContinuesWhenTheChmodFails) {
   const std::string command = bin_ + "missing -x";
   const ProcessResult result = runWith(bin_, "missing -x");
   EXPECT_EQ(result.error, chmodError(bin_ + "missing") +
@@ -457,7 +457,7 @@ TEST_F(Faults, OfTheWaitAreReportedAndTheTaskSucceeds) {
                "Wait Error:No child processes\nWait Error:No child processes\n", "exit 0");
 }
 
-TEST_F(Faults, InterruptedWaitIsNotTakenUpAgain) {
+TEST_F(Faults, InterruptedWaitIsNotRetried) {
   Job job;
   job.arguments = "/bin/sh -c \"exit 3\"";
   write(job);

@@ -63,7 +63,7 @@ TEST_F(Options, ThatAreWrongAreReportedUnderTheNameOfTheStart) {
 }
 
 // With a count of 3, from the first number on, which may be before the first task.
-TEST_F(Options, ForNumbersTakeTheDigitsInFrontAndTheLow32Bits) {
+TEST_F(Options, ForNumbersTakeTheLeadingDigitsAndTheLow32Bits) {
   const struct {
     const char* first;
     std::vector<int> tasks;

@@ -131,7 +131,7 @@ class IgnoredChildren : public FaultTest {
   const std::string waitError_ = "Wait Error:No child processes\n";
 };
 
-TEST_F(IgnoredChildren, AreWaitedForOneAfterTheOther) {
+TEST_F(IgnoredChildren, AreWaitedForInSequence) {
   script("script", "sleep 0.05; echo $1 >>ended; exit 3");
   Job job;
   job.arguments = "./script %tn";

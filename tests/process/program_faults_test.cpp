@@ -79,7 +79,7 @@ TEST_F(RunFolder, MayHaveTheLongestNameAndPath) {
 }
 
 // What the first task does to its folder affects the second, and no third is tried.
-TEST_F(RunFolder, ThatTheTaskBeforeTookAwayEndsTheRequest) {
+TEST_F(RunFolder, ThatThePreviousTaskRemovedEndsTheRequest) {
   const struct {
     const char* change;
     const char* reason;

@@ -311,7 +311,7 @@ TEST_F(FewDescriptors, WithoutOneToSpareLoadNoJob) {
 
 // The descriptor table fills up while the first task runs. For the second one standard error can be
 // joined to standard output, but not saved, so the report goes there.
-TEST_F(FewDescriptors, WithoutOneForTheOldStandardErrorLeaveItBehind) {
+TEST_F(FewDescriptors, WithoutOneForTheOldStandardErrorLoseIt) {
   Job job;
   job.arguments = "./%tn";
   job.tasks.assign(2, "t");

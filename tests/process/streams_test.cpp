@@ -101,7 +101,7 @@ TEST_F(Streams, HoldTheCallingLineTwiceForAFolderAsTheProgram) {
 }
 
 // For a later task that does run, nothing is left of the earlier ones.
-TEST_F(Streams, HoldNothingTwiceBehindAFailedTask) {
+TEST_F(Streams, HoldNothingTwiceAfterAFailedTask) {
   folder_.write("2", "#!/bin/sh\nexit 0\n", 0755);
   Job job;
   job.arguments = "./%tn";
@@ -134,7 +134,7 @@ TEST_F(Streams, KeepTheCallingLineBackUntilTheProcessIsStarted) {
 }
 
 // Both lines are written while the child still runs: the child waits for them.
-TEST_F(Streams, HoldBothLinesInFrontOfWhatAPatientTaskWrites) {
+TEST_F(Streams, HoldBothLinesBeforeTheOutputOfAPatientTask) {
   Job job;
   job.arguments =
       "/bin/sh -c \"while [ -e job.xml ] && ! grep -q '^.ServerMessage' output; do sleep 0.01; "
@@ -207,7 +207,7 @@ TEST_F(Streams, ThatCannotBeWrittenDoNotKeepTasksFromRunning) {
 }
 
 // No text from a job or the server is used as a format.
-TEST_F(Streams, ShowNamesWithPercentSignsAsTheyStand) {
+TEST_F(Streams, ShowNamesWithPercentSignsUnchanged) {
   const std::string odd = folder_.makeFolder("%s%n%d");
   Job job;
   job.arguments = "/bin/true %%s%%n%%d";

@@ -66,7 +66,7 @@ class BrokenUserDatabase : public FaultTest {
 
 constexpr char artist[] = "artist:x:0:0::/:/bin/sh\n";
 
-TEST_F(BrokenUserDatabase, IsToldWithItsReason) {
+TEST_F(BrokenUserDatabase, IsReportedWithItsReason) {
   expectLookupFails([] {}, "No such file or directory");
   expectLookupFails([] { orExit(mkdir("/etc/passwd", 0755) == 0); }, "Is a directory");
   expectLookupFails([] { orExit(symlink("passwd", "/etc/passwd") == 0); },
@@ -127,7 +127,7 @@ bool mayEnterWhereOnlyRootIs() {
   return waitpid(child, &status, 0) == child && status == 0;
 }
 
-TEST_F(RefusedIds, AreToldWithTheSystemsReason) {
+TEST_F(RefusedIds, AreReportedWithTheSystemsReason) {
   REQUIRE_ROOT();
   const struct {
     const char* uid;

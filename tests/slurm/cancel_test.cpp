@@ -7,7 +7,7 @@ namespace {
 
 using SlurmCancel = FarmTest;
 
-TEST_F(SlurmCancel, IsToldOfEveryTaskThatHadNotEnded) {
+TEST_F(SlurmCancel, IsReportedForEveryTaskThatHadNotEnded) {
   Job job = jobOf({farmTask_});
   job.tasks.resize(20, farmTask_ + " await:never");
   write(job);
@@ -29,7 +29,7 @@ TEST_F(SlurmCancel, IsToldOfEveryTaskThatHadNotEnded) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
 }
 
-TEST_F(SlurmCancel, OfChunksIsToldOfEveryTaskThatHadNotEndedToo) {
+TEST_F(SlurmCancel, OfChunksIsReportedForEveryTaskThatHadNotEndedToo) {
   const std::string waits = farmTask_ + " await:never";
   write(jobOf({waits, farmTask_, waits}));
   Process waiting(submission({"--chunk", "2", "--wait"}));

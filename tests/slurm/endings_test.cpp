@@ -15,7 +15,7 @@ class SlurmEnding : public FarmTest {
   const std::string plain_ = folder_.write("plain", "#!/bin/sh\n", 0644);
 };
 
-TEST_F(SlurmEnding, OfEveryKindIsSeenBySlurmAndTold) {
+TEST_F(SlurmEnding, OfEveryKindIsSeenBySlurmAndReported) {
   struct Row {
     std::string command;
     std::string inSlurm;
@@ -91,7 +91,7 @@ class SlurmTimeLimit : public FarmTest {
   }
 };
 
-TEST_F(SlurmTimeLimit, EndsATaskAndIsTold) {
+TEST_F(SlurmTimeLimit, EndsATaskAndIsReported) {
   const std::string endless = farmTask_ + " sleep:200000";
   write(jobOf({farmTask_, endless, farmTask_}).set("TaskTimeout", "1").set("LogFolder", "alone"));
   Process waiting(patient({"--wait"}));

@@ -27,7 +27,7 @@ TEST_F(SlurmFailures, AnArrayRunsWhatFailedAndNothingElse) {
   for (const int task : {2, 7, 11}) EXPECT_TRUE(elements.contains(task)) << task;
 }
 
-TEST_F(SlurmFailures, ANewArrayOfThatKindIsAnArrayLikeOthers) {
+TEST_F(SlurmFailures, ANewArrayOfThatKindIsLikeOthers) {
   write(mendableJob(5, {2, 4}));
   const std::string second = done({"--failed-of", done()});
   EXPECT_EQ(elementsOf(second).size(), 2U);

@@ -334,7 +334,7 @@ TEST_F(BoundedWork, OfProgramsOfTheMachineIsBoundedToo) {
 }
 
 // The skipped tasks can be shown separately.
-TEST_F(BoundedWork, OfExpandLeavesTasksOutAndSaysSo) {
+TEST_F(BoundedWork, OfExpandSkipsTasksAndSaysSo) {
   const int count = 20000;
   folder_.write("job.xml",
                 jobOf({.command = "x " + std::string(3900, 'x'), .tasks = times(count, task)}));

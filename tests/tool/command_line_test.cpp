@@ -12,11 +12,11 @@
 namespace runlet_test {
 namespace {
 
-TEST(ToolCommandLine, TellsItsVersion) {
+TEST(ToolCommandLine, PrintsItsVersion) {
   expectTool(runTool({"--version"}), "runlet-job 1.2.0\n", "", "exit 0");
 }
 
-TEST(ToolCommandLine, TellsItsVerbs) {
+TEST(ToolCommandLine, ListsItsVerbs) {
   const ProcessResult result = runTool({"--help"});
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
   for (const char* verb :
@@ -59,7 +59,7 @@ TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
 }
 
 // Like the numbers in the names of logs.
-TEST(ToolCommandLine, ReadsNumbersWithZerosInFrontAsDecimal) {
+TEST(ToolCommandLine, ReadsNumbersWithLeadingZerosAsDecimal) {
   const struct {
     const char* text;
     const char* number;
@@ -86,7 +86,7 @@ constexpr bool isShortOfMemory = false;
 constexpr bool isShortOfMemory = true;
 #endif
 
-TEST(ToolCommandLine, TellsThatThereIsNotEnoughMemory) {
+TEST(ToolCommandLine, ReportsALackOfMemory) {
   constexpr rlim_t space = rlim_t{128} << 20;
   const TempFolder folder;
   std::string tasks;

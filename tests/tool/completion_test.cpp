@@ -145,7 +145,7 @@ const Row rows[] = {
     {{"submit", "--partition", "f"}, "farm\nfast\n"},
 };
 
-TEST_F(Completion, ProposesWhatMayStandThere) {
+TEST_F(Completion, ProposesValidWords) {
   for (const Row& row : rows) {
     EXPECT_EQ(proposalsFor(row.words), row.proposals) << joined(row.words);
   }

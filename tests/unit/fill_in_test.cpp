@@ -223,7 +223,7 @@ TEST(FillIn, TakesTheTemplateUpToItsFirstNul) {
   EXPECT_EQ(out, "a3");
 }
 
-TEST(FillIn, YieldsUpTo3999Bytes) {
+TEST(FillIn, ReturnsUpTo3999Bytes) {
   AdapterContext context = makeContext();
   context.paramValues[0] = std::string(1999, 'v');
   const std::string text(3998, 'x');

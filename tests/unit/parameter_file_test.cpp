@@ -304,7 +304,7 @@ TEST_F(ParameterFile, WantsTheRootAsItsFirstNode) {
       "</any-name>");
 }
 
-TEST_F(ParameterFile, WantsTheParametersBehindTheTasks) {
+TEST_F(ParameterFile, WantsTheParametersAfterTheTasks) {
   const auto data = [](const std::string& elements) {
     return "<Job><cmdData>" + elements + "</cmdData></Job>";
   };

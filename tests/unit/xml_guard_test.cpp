@@ -244,7 +244,7 @@ std::size_t depthWithStack(rlim_t bytes) {
   return depth;
 }
 
-TEST(XmlLimits, HaveTheDepthThatTheStackCanBear) {
+TEST(XmlLimits, HaveTheDepthThatTheStackAllows) {
   constexpr rlim_t kibibyte = 1024;
   const struct {
     rlim_t stack;

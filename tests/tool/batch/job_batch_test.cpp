@@ -182,7 +182,7 @@ TEST(JobBatch, IsUnreadableWhereTheFileIs) {
       "    Give the path of a job file that the adapter can read.\n: 0 tasks, 1 error\n");
 }
 
-TEST(JobBatch, TellsThatThereAreWarnings) {
+TEST(JobBatch, ReportsWarnings) {
   const TempFolder folder;
   Job job = jobOf(2);
   job.set("umask", "022");

@@ -56,7 +56,7 @@ TEST(Logs, AreNumberedSoThatTheySort) {
   }
 }
 
-TEST(Logs, AreBegunAnew) {
+TEST(Logs, AreReplaced) {
   const TempFolder folder;
   Batch batch;
   fill(1, folder.path(), &batch);

@@ -43,7 +43,7 @@ constexpr TextRow textRows[] = {
     {Ending::other, 0, "node_fail", "node_fail"},
 };
 
-TEST(TaskEnd, IsToldInWords) {
+TEST(TaskEnd, IsDescribedInWords) {
   for (const TextRow& row : textRows) EXPECT_EQ(describe(row.end()), row.text);
 }
 

@@ -217,7 +217,7 @@ TEST(AsTaskUser, IsRefusedByTheSystemWithItsReason) {
   EXPECT_EQ(runlet_test::modeOf(made), -1);
 }
 
-TEST(AsTaskUser, NeedsADescriptorToHearOfIt) {
+TEST(AsTaskUser, NeedsADescriptorForTheResult) {
   REQUIRE_ROOT();
   const auto ask = [] {
     doAsTaskUser(contextOf(71, 72), openNull);  // a sanitizer needs memory for its first check

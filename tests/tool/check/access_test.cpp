@@ -69,7 +69,7 @@ TEST_F(AccessOfAnother, FollowsLinks) {
 }
 
 // Not from the resolved path.
-TEST_F(AccessOfAnother, GoesOneStepAfterTheOther) {
+TEST_F(AccessOfAnother, GoesStepByStep) {
   folder_.makeFolder("closed", 0700);
   folder_.makeFolder("open", 0755);
   folder_.write("open/program", "", 0755);
@@ -89,7 +89,7 @@ TEST_F(AccessOfAnother, GoesOneStepAfterTheOther) {
   EXPECT_EQ(accessToProgram(other_, closed, "../open/text", FileMode::executable), Access::denied);
 }
 
-TEST_F(AccessOfAnother, OfTheCallerIsForTheSystemToSay) {
+TEST_F(AccessOfAnother, OfTheCallerIsDecidedByTheSystem) {
   const Identity self = {geteuid(), getegid(), {}};
   folder_.write("program", "", 0711);
   folder_.write("text", "", 0644);

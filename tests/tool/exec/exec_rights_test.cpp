@@ -246,7 +246,7 @@ TEST_F(ExecRightsOfRoot, HaveTheEnvironmentOfTheUser) {
       });
 }
 
-TEST_F(ExecRightsOfRoot, LeaveOpenFilesOfRootBehind) {
+TEST_F(ExecRightsOfRoot, CloseOpenFilesOfRoot) {
   const std::string secret = folder_.write("secret", "of root", 0600);
   for (const char* redirect : {"yes", "no"}) {
     job_.set("redirectStderr", redirect);
@@ -352,7 +352,7 @@ TEST_F(ExecRightsOfRoot, GiveFilesTheirOwnerGroupAndMode) {
 }
 
 // The folder is entered, and the program made executable, with the rights of the starter.
-TEST_F(ExecRightsOfRoot, AreTakenBehindFolderAndChmod) {
+TEST_F(ExecRightsOfRoot, AreTakenAfterFolderAndChmod) {
   const std::string closed = folder_.makeFolder("closed", 0700);
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render", "#!/bin/sh\nid -u\npwd\n", 0600);

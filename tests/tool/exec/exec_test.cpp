@@ -198,7 +198,7 @@ TEST_F(ExecProcess, TakesAJobFileOfAnyName) {
 }
 
 // No text of a job is used as a format.
-TEST_F(ExecProcess, ShowsPercentSignsAsTheyStand) {
+TEST_F(ExecProcess, ShowsPercentSignsUnchanged) {
   Job job;
   job.arguments = "/bin/true %%s%%n%%d";
   job.set("WorkingFolder", folder_.makeFolder("%n%s"));
@@ -522,7 +522,7 @@ TEST_F(ExecApplication, ThatIsEmptyIsNone) {
   expectTool(becomeWith("echo", ""), calling("echo", folder()) + "\n", "", "exit 0");
 }
 
-TEST_F(ExecApplication, WithoutItsProgramIsToldByTheChmodToo) {
+TEST_F(ExecApplication, WithoutItsProgramIsReportedByChmodToo) {
   const std::string path = bin_ + "missing";
   expectTool(becomeWith("missing x", bin_ + "tool"), calling(path + " x", folder()),
              chmodError(path) + cannotExecute(path + " x", "No such file or directory"),

@@ -182,7 +182,7 @@ TEST_F(ExecTerminal, ShowsAllThatTheTaskHasWritten) {
   }
 }
 
-TEST_F(ExecTerminal, MayGoWhileTheTaskGoesOn) {
+TEST_F(ExecTerminal, MayCloseWhileTheTaskContinues) {
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
   Process process(onTerminal(
       "trap '' HUP; >ready; until [ -e go ]; do sleep 0.01; done; echo more; exit 4", {1}));

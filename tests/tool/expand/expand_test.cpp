@@ -162,7 +162,7 @@ TEST_F(Expand, EndsAtTheTaskThatEndsTheRequest) {
       "", "exit 1");
 }
 
-TEST_F(Expand, GoesOnBehindATaskThatCannotBeExecuted) {
+TEST_F(Expand, ContinuesAfterATaskThatCannotBeExecuted) {
   write("%tp2", {"a\t\"\"", "b\tbake"});
   const ProcessResult result = run({});
   EXPECT_NE(result.output.find("  run     bake\n"), std::string::npos) << result.output;
@@ -232,7 +232,7 @@ TEST_F(Expand, SaysWhichRunFolderCannotBeEntered) {
   }
 }
 
-TEST_F(Expand, TellsAJobThatIsNotLoadedInTheAdaptersWords) {
+TEST_F(Expand, ReportsAJobThatIsNotLoadedInTheAdaptersWords) {
   struct Row {
     std::string text;
     std::string error;

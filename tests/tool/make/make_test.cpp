@@ -175,7 +175,7 @@ constexpr char tasksJob[] = R"(<Job>
 </Job>
 )";
 
-TEST_F(Make, WritesAJobOfATaskFileAndTellsTheWarnings) {
+TEST_F(Make, WritesAJobOfATaskFileAndReportsTheWarnings) {
   folder_.write("tasks.tsv", "left\tA 1\r\nright\tA&2\r\n");
   const ProcessResult result =
       make({"--tasks", "tasks.tsv", "-o", "job.xml", "--", "paint %tp2 50% %jp1"});
@@ -249,7 +249,7 @@ TEST_F(Make, NeedsACommandLineThatIsRight) {
                 "runlet-job: --umask: At Most 1 required but received 2" + help, 2);
 }
 
-TEST_F(Make, TellsAFileThatCannotBeRead) {
+TEST_F(Make, ReportsAFileThatCannotBeRead) {
   expectRefused({"--tasks", "none.tsv", "--", "run"},
                 "runlet-job: make: --tasks none.tsv: No such file or directory\n", 2);
 }
@@ -294,14 +294,14 @@ TEST_F(Make, LeavesTheFileAsItWasOnAFullDisk) {
       << result.error;
 }
 
-TEST_F(Make, TellsThatTheOutputIsFull) {
+TEST_F(Make, ReportsAFullOutput) {
   const ProcessResult result =
       make({"--", "run"}, [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); });
   EXPECT_EQ(result.error, "runlet-job: cannot write to standard output: No space left on device\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
-TEST_F(Make, TellsThatItHasNoRoomToLook) {
+TEST_F(Make, ReportsThatItCannotCheck) {
   const ProcessResult result = make({"--frames", "1-250000", "--", "run"}, [] {
     constexpr rlim_t size = 4 << 20;  // enough for coverage counters
     const rlimit tight{.rlim_cur = size, .rlim_max = size};
@@ -313,7 +313,7 @@ TEST_F(Make, TellsThatItHasNoRoomToLook) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
-TEST_F(Make, WritesTheFileAnew) {
+TEST_F(Make, ReplacesTheFile) {
   folder_.write("job.xml", std::string(9999, 'x'), 0600);
   const ProcessResult result = make({"-o", "job.xml", "--", "run"});
   EXPECT_EQ(result.output, "");

@@ -127,7 +127,7 @@ TEST(OutputFile, MayHaveTheLongestName) {
   EXPECT_EQ(readFile(folder.file(name)), "text");
 }
 
-TEST(OutputFile, TellsWhyItCannotBeWritten) {
+TEST(OutputFile, ReportsWhyItCannotBeWritten) {
   const TempFolder folder;
   folder.write("file", "text");
   std::filesystem::create_symlink("loop", folder.file("loop"));

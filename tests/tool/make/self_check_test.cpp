@@ -74,7 +74,7 @@ TEST(SelfCheck, ComparesTheFields) {
   }
 }
 
-TEST(SelfCheck, TellsWhatTheAdapterWouldSay) {
+TEST(SelfCheck, ReportsInTheAdaptersWords) {
   EXPECT_EQ(foundIn(meantJob(), "", {"x"}), "Runlet adapter: Strip brace failed.");
 }
 

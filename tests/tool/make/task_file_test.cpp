@@ -106,7 +106,7 @@ TEST(TaskFile, RefusesAFileWithoutATask) {
   }
 }
 
-TEST(TaskFile, TellsWhyItCannotBeRead) {
+TEST(TaskFile, ReportsWhyItCannotBeRead) {
   const TempFolder folder;
   runlet::StringList tasks;
   Complaint complaint;

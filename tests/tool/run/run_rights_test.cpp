@@ -113,7 +113,7 @@ TEST_F(RunRightsOfRoot, HaveTheEnvironmentOfTheUser) {
       });
 }
 
-TEST_F(RunRightsOfRoot, LeaveOpenFilesOfRootBehind) {
+TEST_F(RunRightsOfRoot, CloseOpenFilesOfRoot) {
   const std::string secret = folder_.write("secret", "of root", 0600);
   for (const char* redirect : {"yes", "no"}) {
     job_.set("redirectStderr", redirect);

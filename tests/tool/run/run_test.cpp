@@ -120,7 +120,7 @@ class Run : public testing::Test {
 
 using Names = std::set<std::string>;
 
-TEST_F(Run, TellsHowEveryTaskEnded) {
+TEST_F(Run, ReportsHowEveryTaskEnded) {
   const Strings tasks = {"echo a; echo b >&2", "echo c; exit 3", "kill -9 $$", "exit 0"};
   expectRun(run(tasks),
             line(1, "succeeded", tasks[0]) + line(2, "failed with exit code 3", tasks[1]) +
@@ -186,7 +186,7 @@ TEST_F(Run, DoesNothingWhereThereCanBeNoLogs) {
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
-TEST_F(Run, GoesOnWhereALogCannotBeOpened) {
+TEST_F(Run, ContinuesWhereALogCannotBeOpened) {
   folder_.makeFolder("logs");
   folder_.makeFolder("logs/shot-1.log");
   expectRun(run({"exit 0", "exit 0"}),
@@ -298,7 +298,7 @@ TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
-TEST_F(Run, TellsInTheLogWhyATaskIsNotStarted) {
+TEST_F(Run, ReportsInTheLogWhyATaskIsNotStarted) {
   expectRun(runProcess(withFault("no-session", {"touch ran"})),
             line(1, "failed with exit code 125", "touch ran") + "1 task: 1 failed (1)\n", "exit 1");
   EXPECT_EQ(readFile(logPath(1)), "runlet-job: task not started: Operation not permitted\n");
@@ -320,7 +320,7 @@ TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
 }
 
 // It is not taken for a success.
-TEST_F(Run, TellsThatTheEndOfATaskIsUnknown) {
+TEST_F(Run, ReportsThatTheEndOfATaskIsUnknown) {
   const std::string end = "end unknown (No child processes)";
   expectRun(runProcess(withFault("lost-status", {"exit 3", "exit 4"})),
             line(1, end, "exit 3") + line(2, "failed with exit code 4", "exit 4") +
@@ -392,7 +392,7 @@ TEST_F(Run, HasNoTimeLimitThatIsNotAboveZeroAndAnyThatIs) {
   }
 }
 
-TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasToldWhatIsLeft) {
+TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasReportedWhatIsLeft) {
   const Strings tasks = {"exit 1", "touch ready; sleep 60", "exit 0"};
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     unlink(folder_.file("ready").c_str());
@@ -408,7 +408,7 @@ TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasToldWhatIsLeft) {
 }
 
 // For a `submit` that started it on a cluster.
-TEST_F(Run, TellsTheEndsInLinesThatAProgramReadsWhereItIsAskedTo) {
+TEST_F(Run, WritesEndLinesOnRequest) {
   const Strings tasks = {"exit 3", "kill -9 $$", "exit 3", "kill -TERM $PPID; sleep 60", "exit 0"};
   expectRun(run(tasks, {"--tell-ends", "ab:12_3"}),
             line(1, "failed with exit code 3", tasks[0]) +
@@ -423,7 +423,7 @@ TEST_F(Run, TellsTheEndsInLinesThatAProgramReadsWhereItIsAskedTo) {
             "signal 15");
 }
 
-TEST_F(Run, TellsNoEndsWithAnIdThatIsNotOneWord) {
+TEST_F(Run, RefusesEndLinesWithAnIdThatIsNotOneWord) {
   expectTool(run({"exit 0"}, {"--tell-ends", "a b"}), "",
              "runlet-job: run: --tell-ends: a b is not a valid id\n", "exit 2");
 }

@@ -132,7 +132,7 @@ TEST_F(Scheduler, HasNothingToDoWithoutATask) {
   expectOutcome(run({}), {});
 }
 
-TEST_F(Scheduler, RunsOneTaskBehindTheOther) {
+TEST_F(Scheduler, RunsTasksInSequence) {
   Strings scripts;
   for (int i = 0; i < 5; ++i) {
     scripts.push_back("echo begin " + std::to_string(i) + " >>all; sleep 0.02; echo end >>all");
@@ -160,7 +160,7 @@ TEST_F(Scheduler, MayRunAllTasksAtATime) {
   expectOutcome(run(scripts, INT32_MAX), Ends(4, succeeded));
 }
 
-TEST_F(Scheduler, TellsHowEachTaskEnded) {
+TEST_F(Scheduler, ReportsHowEachTaskEnded) {
   const Strings scripts = {"exit 0", "exit 3", "exit 255", "kill -9 $$", "kill -TERM $$"};
   const Ends ends = {succeeded,
                      {Ending::failed, 3, ""},
@@ -177,7 +177,7 @@ TEST_F(Scheduler, PutsBothOutputsOfATaskIntoItsLog) {
   EXPECT_EQ(log(1), "other\n");
 }
 
-TEST_F(Scheduler, GoesOnWhereATaskCannotBeStarted) {
+TEST_F(Scheduler, ContinuesWhereATaskCannotBeStarted) {
   Starter starter;
   TaskSource tasks = source(Strings(3, "/bin/true"), &starter);
   const auto start = tasks.start;
@@ -191,7 +191,7 @@ TEST_F(Scheduler, GoesOnWhereATaskCannotBeStarted) {
                  succeeded});
 }
 
-TEST_F(Scheduler, GoesOnWhereALogCannotBeOpened) {
+TEST_F(Scheduler, ContinuesWhereALogCannotBeOpened) {
   Starter starter;
   TaskSource tasks = source(Strings(3, "/bin/true"), &starter);
   tasks.openLog = [this](std::size_t index) {
@@ -229,7 +229,7 @@ TEST_F(Scheduler, StartsTasksWithTheMaskThatItWasStartedWith) {
   }
 }
 
-TEST_F(Scheduler, TellsHowTasksEndedAlsoWhereChildrenAreIgnored) {
+TEST_F(Scheduler, ReportsHowTasksEndedAlsoWhereChildrenAreIgnored) {
   std::signal(SIGCHLD, SIG_IGN);
   expectOutcome(run({"exit 3", "exec cat /proc/self/status"}),
                 {{Ending::failed, 3, ""}, succeeded});
@@ -320,7 +320,7 @@ TEST_F(Scheduler, MayHaveTheLongestTimeLimitThereIs) {
                 Ends(2, succeeded));
 }
 
-TEST_F(Scheduler, LeavesNothingBehindWhereAnExceptionEndsIt) {
+TEST_F(Scheduler, LeavesNothingBehindAfterAnException) {
   Starter starter;
   const HeldSignals held;
   TaskSource tasks = source({"/bin/sleep 60", "none"}, &starter);

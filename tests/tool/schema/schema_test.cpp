@@ -46,7 +46,7 @@ TEST(Schema, IsPrintedAsItIsInstalled) {
   expectTool(runTool({"schema"}), readFile(schemaPath), "", "exit 0");
 }
 
-TEST(Schema, ThatCannotBePrintedIsToldOf) {
+TEST(Schema, ThatCannotBePrintedIsReported) {
   ProcessOptions options = tool({"schema"});
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
   expectTool(runProcess(options), "",

@@ -166,7 +166,7 @@ struct SpanCase {
   std::int64_t last;
 };
 
-TEST(ArrayLayout, TellsWhichTasksAnElementHolds) {
+TEST(ArrayLayout, SaysWhichTasksAnElementRuns) {
   const SpanCase cases[] = {
       {{0, 1, 9}, 7, 7, 7},
       {{1000, 1, 1200}, 7, 1007, 1007},

@@ -66,7 +66,7 @@ TEST_F(FailedOf, SubmitsTheTasksThatHaveNotSucceeded) {
   EXPECT_EQ(slurm_.calls("sacct"), Calls{});
 }
 
-TEST_F(FailedOf, LeavesOutTasksThatHaveNotEnded) {
+TEST_F(FailedOf, SkipsTasksThatHaveNotEnded) {
   write(quietJob(4));
   know({{"12", comment("0:1:4:4")}},
        "12 1 RUNNING 0\\n12 2 FAILED 256\\n12 3 PENDING 0\\n12 4 COMPLETING 0\\n");
@@ -198,7 +198,7 @@ TEST_F(FailedOf, TakesNoVerdictFromALogThatIsNotTheElements) {
 }
 
 // Tasks that are no longer in the job, and comments of arrays that were never submitted here.
-TEST_F(FailedOf, LeavesOutWhatIsNotInTheJob) {
+TEST_F(FailedOf, SkipsTasksThatAreNotInTheJob) {
   write(quietJob(2));
   know({{"12", comment("1:2147483647:2147483647:2")}, {"13", comment("0:1:9:2")}},
        "12 0 COMPLETED 0\\n12 2147483647 FAILED 256\\n13 2 FAILED 256\\n13 3 FAILED 256\\n");

@@ -69,7 +69,7 @@ TEST(SignalHold, IsForProgramsToo) {
   EXPECT_EXIT(run(), ExitedWithCode(0), "");
 }
 
-TEST(Farewell, IsSaidBeforeTheProcessDies) {
+TEST(Farewell, IsWrittenBeforeTheProcessDies) {
   for (const int signal : stopSignals) {
     const auto raiseThen = [=] {
       setDispositions(SIG_DFL);
@@ -81,7 +81,7 @@ TEST(Farewell, IsSaidBeforeTheProcessDies) {
   }
 }
 
-TEST(Farewell, IsNotSaidForSignalsThatAreIgnored) {
+TEST(Farewell, IsNotWrittenForSignalsThatAreIgnored) {
   const auto raiseAll = [] {
     setDispositions(SIG_IGN);
     {
@@ -94,7 +94,7 @@ TEST(Farewell, IsNotSaidForSignalsThatAreIgnored) {
   EXPECT_EXIT(raiseAll(), ExitedWithCode(0), "^$");
 }
 
-TEST(Farewell, IsNotSaidWhenItIsOver) {
+TEST(Farewell, IsNotWrittenAfterItsLifetime) {
   const auto raiseBehind = [] {
     setDispositions(SIG_DFL);
     { const Farewell farewell("going\n"); }

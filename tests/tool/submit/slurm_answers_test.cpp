@@ -99,7 +99,7 @@ TEST(SlurmAnswers, OfTheQueueIsTheStateOfEveryElement) {
   EXPECT_EQ(states, expected);
 }
 
-TEST(SlurmAnswers, OfTheQueueIsPassedOverWhereItIsSomethingElse) {
+TEST(SlurmAnswers, OfTheQueueIsIgnoredWhereItIsSomethingElse) {
   ElementStates states;
   readQueue(
       "\n   \nCLUSTER: lab\n12 N/A RUNNING 0\n12 1 RUNNING\n12 2 RUNNING 0 x\nx 3 RUNNING 0\n"
@@ -130,7 +130,7 @@ TEST(SlurmAnswers, OfTheAccountsIsTheStateOfEveryElement) {
                                    {{"12", 10}, word("node_fail")}}));
 }
 
-TEST(SlurmAnswers, OfTheAccountsTellsElementsThatWereNotStartedTogether) {
+TEST(SlurmAnswers, OfTheAccountsGroupElementsThatWereNotStarted) {
   ElementStates states;
   readAccounts(
       "12_[1,4-6,9-9%2]|PENDING|0:0\n13_[2,3999999-4000000]|CANCELLED by "
@@ -147,7 +147,7 @@ TEST(SlurmAnswers, OfTheAccountsTellsElementsThatWereNotStartedTogether) {
                                    {{"14", 7}, std::nullopt}}));
 }
 
-TEST(SlurmAnswers, OfTheAccountsIsPassedOverWhereItIsSomethingElse) {
+TEST(SlurmAnswers, OfTheAccountsIsIgnoredWhereItIsSomethingElse) {
   ElementStates states;
   readAccounts(
       "\n\n|\n||\n12|FAILED|1:0\n_1|FAILED|1:0\n12_|FAILED|1:0\nx_1|FAILED|1:0\n12_x|FAILED|1:0\n"

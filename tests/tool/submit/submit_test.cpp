@@ -148,7 +148,7 @@ TEST_F(Submit, TakesARangeOfTheTasks) {
                "exit 1");
 }
 
-TEST_F(Submit, HandsItsOptionsOn) {
+TEST_F(Submit, PassesItsOptionsOn) {
   write(quietJob(2));
   const std::vector<std::string> expected =
       with(replaced(plainArguments("1-2", 2, 2), "--array", "--array=1-2%3"),
@@ -162,7 +162,7 @@ TEST_F(Submit, HandsItsOptionsOn) {
   EXPECT_EQ(sbatchArguments({"-a", "-x"}).back(), "-x");
 }
 
-TEST_F(Submit, HandsTheTimeLimitOn) {
+TEST_F(Submit, PassesTheTimeLimitOn) {
   const std::vector<std::vector<std::string>> rows = {
       {"", "", ""},
       {"0", "", ""},
@@ -227,7 +227,7 @@ TEST_F(Submit, HasNoElementInTheNamesOfLogsWhereItIsAlwaysTheSame) {
             (std::vector<std::string>{"--array=0", "--output=" + folder_.file("job-2.log")}));
 }
 
-TEST_F(Submit, TakesSlurmsDefaultWhereItDoesNotTellTheGreatestArray) {
+TEST_F(Submit, TakesSlurmsDefaultWhereTheGreatestArrayIsUnknown) {
   write(quietJob(1001));
   for (const char* reply : {"exit 1", "echo nothing", "echo 'MaxArraySize = lots'"}) {
     slurm_.reply("scontrol", reply);
@@ -283,7 +283,7 @@ TEST_F(Submit, IsRefusedWhereNoLogsCanBeWritten) {
   EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
 }
 
-TEST_F(Submit, IsRefusedWhereSlurmCannotBeToldOfTheLogs) {
+TEST_F(Submit, IsRefusedForALogFolderThatSbatchDoesNotSupport) {
   const std::string logs = folder_.file("lo\\gs");
   write(quietJob(1).set("LogFolder", logs));
   const std::string error =
@@ -339,7 +339,7 @@ TEST_F(Submit, NamesUserAndGroupWhereEitherIsAnother) {
             (std::vector<std::string>{"--uid=4294967294", "--gid=0"}));
 }
 
-TEST_F(Submit, SaysOnceThatOnlyRootMaySwitch) {
+TEST_F(Submit, SaysOnceThatOnlyRootCanSwitch) {
   folder_.makeFolder("logs", 0777);
   write(quietJob(2).set("uid", "4321").set("gid", "4322").set("LogFolder", "logs"));
   const ProcessOptions options = unprivileged({});
@@ -387,7 +387,7 @@ TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
   EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12", "--clusters=lab"}}));
 }
 
-TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheAnswerIsLost) {
+TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheResultIsLost) {
   write(quietJob(20));
   slurm_.reply("sbatch", "echo 12; echo no room >&2");
   expectTool(
@@ -450,7 +450,7 @@ TEST_F(Submit, LeavesNothingWhereALaterArrayIsRefused) {
   EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}, {"13", "--clusters=lab"}}));
 }
 
-TEST_F(Submit, SaysWhatIsLeftWhereItCannotBeCancelled) {
+TEST_F(Submit, SaysWhatCannotBeCancelled) {
   write(quietJob(20));
   slurm_.reply("scontrol", "echo 'MaxArraySize = 10'");
   slurm_.reply("sbatch", 2, "echo 13");
@@ -479,7 +479,7 @@ TEST_F(Submit, CancelsWhatItHasSubmittedWhenItIsInterrupted) {
   EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}, {"13"}}));
 }
 
-TEST_F(Submit, GoesOnWhereItWasStartedToIgnoreASignal) {
+TEST_F(Submit, ContinuesAfterASignalThatItWasStartedToIgnore) {
   write(quietJob(1));
   slurm_.reply("sbatch", "kill -HUP $PPID; echo 12");
   ProcessOptions options = submit({});
@@ -507,7 +507,7 @@ TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
                                       "runlet-job: submit: cannot cancel array 12: 1||\n"));
 }
 
-TEST_F(Submit, SubmitsNothingWhenItIsToTellTheCommandsAlone) {
+TEST_F(Submit, SubmitsNothingInADryRun) {
   write(quietJob(2).set("LogFolder", "logs"));
   std::string command = "(umask 0022\n";
   if (geteuid() == 0) {
@@ -546,7 +546,7 @@ const Variables variablesOfRoot = {{"HOME", "/root"},
                                    {"TZ", "UTC"},
                                    {"USER", "root"}};
 
-TEST_F(Submit, HandsOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
+TEST_F(Submit, PassesOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
   REQUIRE_ROOT();
   write(quietJob(1).set("uid", std::to_string(otherId)));
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
@@ -560,7 +560,7 @@ TEST_F(Submit, HandsOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
           "\nSLURM_CLUSTERS=lab\nSLURM_CONF=/etc/slurm.conf\nTZ=UTC\nUSER=" + user->pw_name + "\n");
 }
 
-TEST_F(Submit, HandsOnTheVariablesOfRootThatAreNamed) {
+TEST_F(Submit, PassesOnTheVariablesOfRootThatAreNamed) {
   REQUIRE_ROOT();
   write(quietJob(1));
   const passwd* const user = getpwuid(0);
@@ -583,7 +583,7 @@ TEST_F(Submit, NamesAUserWhomTheSystemDoesNotKnowByTheNumber) {
                         "\nSHELL=/bin/sh\nUSER=" + name + "\n");
 }
 
-TEST_F(Submit, HandsOnTheEnvironmentOfAnybodyElse) {
+TEST_F(Submit, PassesOnTheEnvironmentOfAnybodyElse) {
   folder_.makeFolder("logs", 0777);
   write(quietJob(1).set("LogFolder", "logs"));
   const std::string expected = "HOME=/home/x\nPATH=" + slurm_.path() + "\nSECRET_TOKEN=x\n";
@@ -738,7 +738,7 @@ TEST_F(Submit, RefusesAWrongCommandLine) {
   }
 }
 
-TEST_F(Submit, TellsWhenTheIdCannotBeWritten) {
+TEST_F(Submit, ReportsWhenTheIdCannotBeWritten) {
   write(quietJob(1));
   ProcessOptions options = submit({});
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };

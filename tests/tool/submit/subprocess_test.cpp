@@ -39,7 +39,7 @@ TEST(Subprocess, MayLeaveItsInputAndWriteMuchToBothOutputs) {
   EXPECT_EQ(WEXITSTATUS(result.waitStatus), 3);
 }
 
-TEST(Subprocess, TellsItsEnd) {
+TEST(Subprocess, ReportsItsEnd) {
   EXPECT_EQ(WTERMSIG(shell("kill -9 $$").waitStatus), 9);
   EXPECT_EQ(WEXITSTATUS(shell("exit 255").waitStatus), 255);
 }
@@ -70,7 +70,7 @@ TEST(Subprocess, HasNoOtherDescriptor) {
   });
 }
 
-TEST(Subprocess, TellsItsEndAlsoWhereTheEndsOfProcessesAreIgnored) {
+TEST(Subprocess, ReportsItsEndAlsoWhereTheEndsOfProcessesAreIgnored) {
   expectInChild([] {
     std::signal(SIGCHLD, SIG_IGN);
     const ProgramResult result = shell("sed -n 's/^SigIgn://p' /proc/self/status; exit 3");

@@ -79,7 +79,7 @@ TEST_F(SubmitAndWait, EndsWhenAllTasksHaveSucceeded) {
   EXPECT_EQ(slurm_.calls("sacct"), Calls{});
 }
 
-TEST_F(SubmitAndWait, TellsHowTasksHaveFailed) {
+TEST_F(SubmitAndWait, ReportsHowTasksHaveFailed) {
   write(quietJob(6));
   slurm_.reply("squeue", element(3, "TIMEOUT", 15) + element(1, "COMPLETED") +
                              element(2, "FAILED", 768) + element(4, "FAILED", 9) +
@@ -94,7 +94,7 @@ TEST_F(SubmitAndWait, TellsHowTasksHaveFailed) {
                "exit 1");
 }
 
-TEST_F(SubmitAndWait, GoesOnWhereATaskThatWasLostIsRunAnew) {
+TEST_F(SubmitAndWait, WaitsForALostTaskThatIsRunAgain) {
   write(quietJob(2));
   slurm_.reply("squeue", 1, element(1, "NODE_FAIL", 256) + element(2, "RUNNING"));
   slurm_.reply("squeue", 2, element(1, "PENDING") + element(2, "COMPLETED"));
@@ -120,7 +120,7 @@ TEST_F(SubmitAndWait, AsksTheAccountsForWhatTheQueueHasForgotten) {
   EXPECT_EQ(slurm_.calls("sacct"), (Calls{accountsOf12, accountsOf12}));
 }
 
-TEST_F(SubmitAndWait, GivesUpOnTasksThatAreNotKnownAnyMore) {
+TEST_F(SubmitAndWait, GivesUpOnTasksThatAreNoLongerKnown) {
   write(quietJob(2));
   slurm_.reply("squeue", element(2, "COMPLETED"));
   slurm_.reply("squeue", 2, element(1, "RUNNING"));
@@ -139,7 +139,7 @@ TEST_F(SubmitAndWait, NeedsNoAccounts) {
                "exit 1");
 }
 
-TEST_F(SubmitAndWait, GoesOnWhereSlurmDoesNotAnswer) {
+TEST_F(SubmitAndWait, ContinuesWhereSlurmDoesNotAnswer) {
   write(quietJob(1));
   slurm_.reply("squeue", 1, "echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
   slurm_.reply("squeue", 2, "kill -9 $$");
@@ -168,7 +168,7 @@ TEST_F(SubmitAndWait, AsksAgainSoonWhereSlurmTakesLongNotToAnswer) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
 }
 
-TEST_F(SubmitAndWait, GoesOnWhereTheAccountsDoNotAnswer) {
+TEST_F(SubmitAndWait, ContinuesWhereTheAccountsDoNotAnswer) {
   write(quietJob(1));
   slurm_.reply("sacct", "exit 1");
   slurm_.reply("sacct", 4, "echo '12_1|COMPLETED|0:0'");
@@ -220,7 +220,7 @@ TEST_F(SubmitAndWait, KeepsVariablesThatLeaveSomethingOut) {
              withWarning(line(1, "succeeded") + "1 task: 1 succeeded\n"), "exit 0");
 }
 
-TEST_F(SubmitAndWait, TellsTheTasksOfAChunkApart) {
+TEST_F(SubmitAndWait, DistinguishesTheTasksOfAChunk) {
   write(quietJob(9).set("LogFolder", "logs"));
   folder_.makeFolder("logs");
   for (const char* number : {"0", "1", "2", "3", "4"}) {
@@ -366,7 +366,7 @@ TEST_F(SubmitAndWait, HasTheIdWrittenBeforeItWaits) {
   EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 0");
 }
 
-TEST_F(SubmitAndWait, ShowsABarOnATerminalAndWipesItAway) {
+TEST_F(SubmitAndWait, ShowsABarOnATerminalAndErasesIt) {
   write(quietJob(2));
   slurm_.reply("squeue", 1, "exit 1");
   slurm_.reply("squeue", element(1, "COMPLETED") + element(2, "RUNNING"));
