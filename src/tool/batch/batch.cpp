@@ -29,7 +29,7 @@ std::string requestUser() {
   return geteuid() == 0 ? "" : std::to_string(geteuid());
 }
 
-void sayWarnings(const AdapterContext& context, const char* verb, const Report& report) {
+void reportWarnings(const AdapterContext& context, const char* verb, const Report& report) {
   const std::size_t count = report.count(Severity::warning);
   if (count == 0) return;
   std::string command = "runlet-job check";
@@ -50,7 +50,7 @@ bool isComplete(const Question& question, const Report& report) {
 int checkJob(const Question& question, const char* verb, AdapterContext* context) {
   const Report report = inspect(question, context);
   if (report.isReadable && report.count(Severity::error) == 0 && isComplete(question, report)) {
-    sayWarnings(*context, verb, report);
+    reportWarnings(*context, verb, report);
     return exitFine;
   }
   const std::string shownFile = visible(question.jobFile);

@@ -109,14 +109,14 @@ bool replaceTerminals(const int (&writeEnds)[2]) {
   return input != -1 && dup2(input, STDIN_FILENO) != -1;
 }
 
-void sayNotKept() {
+void reportNotDetached() {
   std::fprintf(stderr, "runlet-job: exec: cannot detach the task from the terminal: %s\n",
                std::strerror(errno));
 }
 
 int becomeRelayed(const int (&writeEnds)[2], const std::function<int()>& become) {
   if (setsid() != -1 && replaceTerminals(writeEnds)) return become();
-  sayNotKept();
+  reportNotDetached();
   return exitNoTask;
 }
 
@@ -195,7 +195,7 @@ int relayTask(uid_t user, const std::function<int()>& become) {
   const pid_t child = isReady ? fork() : -1;
   switch (child) {
     case -1:
-      sayNotKept();
+      reportNotDetached();
       return exitNoTask;
     case 0:
       children.restore();

@@ -100,7 +100,7 @@ std::vector<TaskEnd> endsOf(const Batch& batch, const std::vector<KnownArray>& a
   return ends;
 }
 
-void sayNotEnded(const TaskNumbers& tasks) {
+void reportUnfinished(const TaskNumbers& tasks) {
   if (tasks.count() == 0) return;
   std::fprintf(stderr, "runlet-job: submit: skipped, not finished yet: tasks %s\n",
                tasks.text().c_str());
@@ -118,7 +118,7 @@ void select(const std::vector<TaskEnd>& ends, Batch* batch) {
     }
   }
   batch->tasks = failed;
-  sayNotEnded(open);
+  reportUnfinished(open);
   if (failed.empty()) std::fputs("runlet-job: submit: no task has failed\n", stderr);
 }
 

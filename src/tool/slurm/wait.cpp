@@ -86,19 +86,19 @@ std::size_t countEnded(const WatchedElements& elements) {
       elements.begin(), elements.end(), [](const auto& element) { return element.second.end; }));
 }
 
-void saySilent(const std::string& reason) {
+void reportSilence(const std::string& reason) {
   std::fprintf(stderr, "%srunlet-job: submit: no answer from Slurm, still waiting: %s\n", overBar(),
                reason.c_str());
 }
 
 void awaitElements(const std::vector<ArrayId>& ids, WatchedElements* elements) {
   Progress bar("waiting", elements->size());
-  bool isSilenceSaid = false;
+  bool isSilenceReported = false;
   for (int count = 1;; ++count) {
     const Clock::time_point begin = Clock::now();
     const std::string failure = updateAll(ids, elements);
-    if (!failure.empty() && !isSilenceSaid) saySilent(failure);
-    isSilenceSaid = isSilenceSaid || !failure.empty();
+    if (!failure.empty() && !isSilenceReported) reportSilence(failure);
+    isSilenceReported = isSilenceReported || !failure.empty();
     const std::size_t ended = countEnded(*elements);
     if (ended == elements->size()) return;
     bar.showNow(ended);

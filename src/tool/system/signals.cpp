@@ -22,7 +22,7 @@ timespec timeOf(std::chrono::milliseconds time) {
 // What the handler writes. It must exist before: a handler cannot allocate.
 std::string farewell;
 
-extern "C" void sayFarewell(int signal) {
+extern "C" void writeFarewell(int signal) {
   const ssize_t ignored = write(STDERR_FILENO, farewell.data(), farewell.size());
   static_cast<void>(ignored);  // there is nobody to report it to
   raise(signal);               // ends the process after this handler returns
@@ -109,7 +109,7 @@ void SignalHold::release() {
 Farewell::Farewell(const std::string& text) {
   farewell = text;
   for (const int signal : stopSignals()) {
-    setHandler(signal, sayFarewell, static_cast<int>(SA_RESETHAND | SA_RESTART));
+    setHandler(signal, writeFarewell, static_cast<int>(SA_RESETHAND | SA_RESTART));
   }
 }
 
