@@ -44,7 +44,7 @@ std::string linkTarget(const std::string& path) {
 }
 
 // The state of a path walk, component by component, as the kernel does it.
-struct Way {
+struct PathWalk {
   std::string at;    // the folder reached so far
   std::string rest;  // what is left of the path
   int links = 0;     // followed so far
@@ -66,19 +66,19 @@ struct Way {
 };
 
 // Whether every folder on the path may be searched; if so, `*status` is that of its target.
-bool mayReach(const Identity& who, Way way, struct stat* status) {
-  if (stat(way.at.c_str(), status) != 0) return false;
-  for (std::string component = way.next(); !component.empty(); component = way.next()) {
+bool mayReach(const Identity& who, PathWalk walk, struct stat* status) {
+  if (stat(walk.at.c_str(), status) != 0) return false;
+  for (std::string component = walk.next(); !component.empty(); component = walk.next()) {
     if (!S_ISDIR(status->st_mode) || !mayExecute(who, *status)) return false;
-    const std::string path = way.at + "/" + component;
+    const std::string path = walk.at + "/" + component;
     if (lstat(path.c_str(), status) != 0) return false;
     if (!S_ISLNK(status->st_mode)) {
-      way.at = path;
+      walk.at = path;
       continue;
     }
-    if (way.links == mostLinks) return false;
-    way.follow(linkTarget(path));
-    if (stat(way.at.c_str(), status) != 0) return false;
+    if (walk.links == mostLinks) return false;
+    walk.follow(linkTarget(path));
+    if (stat(walk.at.c_str(), status) != 0) return false;
   }
   return true;
 }

@@ -39,7 +39,7 @@ int namedDescriptor(std::string_view path) {
 
 // The state of a path walk, name by name. Each name is looked up in an open folder, so that no
 // unchecked link is followed, whatever others rename meanwhile.
-struct Way {
+struct PathWalk {
   OwnDescriptor folder;  // reached so far
   std::string rest;      // the names to come
   int links = 0;
@@ -52,15 +52,15 @@ std::string withoutLeadingSlashes(const std::string& path) {
 }
 
 // Opens the folder in which the rest of the walk begins.
-std::string setOut(Way* way) {
-  const bool isFull = way->rest.starts_with('/');
-  if (isFull || way->folder.number() == -1) {
+std::string openStart(PathWalk* walk) {
+  const bool isFull = walk->rest.starts_with('/');
+  if (isFull || walk->folder.number() == -1) {
     const int folder = open(isFull ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (folder == -1) return std::strerror(errno);
-    way->folder = OwnDescriptor(folder);
+    walk->folder = OwnDescriptor(folder);
   }
-  way->rest = withoutLeadingSlashes(way->rest);
-  if (way->rest.empty() || way->rest.ends_with('/')) way->rest += '.';
+  walk->rest = withoutLeadingSlashes(walk->rest);
+  if (walk->rest.empty() || walk->rest.ends_with('/')) walk->rest += '.';
   return {};
 }
 
@@ -73,7 +73,7 @@ std::string takeName(std::string* rest) {
 
 // Opens the entry of that name, or the link itself, only to inspect it, which has no effect on
 // pipes and devices. Returns its descriptor, or -1.
-int look(int folder, const std::string& name) {
+int openEntry(int folder, const std::string& name) {
   constexpr int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
   // With O_DIRECTORY first: otherwise an automounted folder would not be mounted.
   const int found = openat(folder, name.c_str(), flags | O_DIRECTORY);
@@ -98,23 +98,23 @@ Others othersIn(int folder) {
 }
 
 std::string follow(const OwnDescriptor& link, const struct stat& status, const std::string& name,
-                   Way* way) {
+                   PathWalk* walk) {
   if (!isOwnOrRoots(status)) {
     return "the link " + shortShellWord(name) + " belongs to user " +
            std::to_string(status.st_uid) + " and is not followed";
   }
-  const bool isSettled = !way->isOpen && status.st_nlink == 1 &&
-                         othersIn(way->folder.number()) == Others::canDoNothing;
+  const bool isSettled = !walk->isOpen && status.st_nlink == 1 &&
+                         othersIn(walk->folder.number()) == Others::canDoNothing;
   if (!isSettled) {
     return "the link " + shortShellWord(name) +
            " is in a place that others can write to, and is not followed";
   }
   char target[PATH_MAX];
   const ssize_t length = readlinkat(link.number(), "", target, sizeof target);
-  if (length == -1 || ++way->links > maxLinks) return std::strerror(length == -1 ? errno : ELOOP);
+  if (length == -1 || ++walk->links > maxLinks) return std::strerror(length == -1 ? errno : ELOOP);
   const std::string start(target, static_cast<std::size_t>(length));
-  way->endsInLink = way->endsInLink || way->rest.empty();
-  way->rest = way->rest.empty() ? start : start + "/" + way->rest;
+  walk->endsInLink = walk->endsInLink || walk->rest.empty();
+  walk->rest = walk->rest.empty() ? start : start + "/" + walk->rest;
   return {};
 }
 
@@ -131,8 +131,9 @@ std::string obstacle(mode_t mode) {
 }
 
 // Ends the walk after nothing was found, with that error number. Only a new last name is no error.
-std::string endAtNothing(int error, const Way& way, const std::string& name, OutputPlace* place) {
-  if (error != ENOENT || !way.rest.empty() || way.endsInLink) return std::strerror(error);
+std::string endAtMissing(int error, const PathWalk& walk, const std::string& name,
+                         OutputPlace* place) {
+  if (error != ENOENT || !walk.rest.empty() || walk.endsInLink) return std::strerror(error);
   place->name = name;
   return {};
 }
@@ -159,22 +160,22 @@ std::string endAt(const OwnDescriptor& file, const struct stat& status, const st
 }
 
 // Resolves the next name. The last step sets the name or stream of `*place`.
-std::string takeStep(Way* way, OutputPlace* place) {
-  const std::string name = takeName(&way->rest);
-  OwnDescriptor found(look(way->folder.number(), name));
+std::string takeStep(PathWalk* walk, OutputPlace* place) {
+  const std::string name = takeName(&walk->rest);
+  OwnDescriptor found(openEntry(walk->folder.number(), name));
   struct stat status {};
   if (found.number() == -1 || fstat(found.number(), &status) != 0) {
-    return endAtNothing(errno, *way, name, place);
+    return endAtMissing(errno, *walk, name, place);
   }
   if (S_ISLNK(status.st_mode)) {
-    std::string reason = follow(found, status, name, way);
+    std::string reason = follow(found, status, name, walk);
     if (!reason.empty()) return reason;
-    place->stream = namedDescriptor(way->rest);
-    return setOut(way);
+    place->stream = namedDescriptor(walk->rest);
+    return openStart(walk);
   }
-  if (way->rest.empty()) return endAt(found, status, name, place);
-  way->isOpen = way->isOpen || othersIn(way->folder.number()) == Others::canExchange;
-  way->folder = std::move(found);
+  if (walk->rest.empty()) return endAt(found, status, name, place);
+  walk->isOpen = walk->isOpen || othersIn(walk->folder.number()) == Others::canExchange;
+  walk->folder = std::move(found);
   return {};
 }
 
@@ -184,13 +185,13 @@ std::string findOutputPlace(const std::string& path, OutputPlace* place) {
   if (path.empty()) return std::strerror(ENOENT);
   if (path.size() >= PATH_MAX) return std::strerror(ENAMETOOLONG);
   place->stream = namedDescriptor(path);
-  Way way;
-  way.rest = path;
-  std::string reason = setOut(&way);
+  PathWalk walk;
+  walk.rest = path;
+  std::string reason = openStart(&walk);
   while (reason.empty() && place->name.empty() && place->stream == -1) {
-    reason = takeStep(&way, place);
+    reason = takeStep(&walk, place);
   }
-  place->folder = std::move(way.folder);
+  place->folder = std::move(walk.folder);
   return reason;
 }
 
