@@ -345,7 +345,7 @@ TEST_F(BoundedWork, OfExpandSkipsTasksAndSaysSo) {
   const int shown = std::stoi(result.output.substr(last + 6));
   EXPECT_GT(shown, 1000);
   EXPECT_EQ(result.error,
-            "runlet-job: expand: left out " + std::to_string(count - shown) + " tasks after task " +
+            "runlet-job: expand: skipped " + std::to_string(count - shown) + " tasks after task " +
                 std::to_string(shown) +
                 ", since all of them would take too long; show the rest with -s and -n\n");
   const ProcessResult inJson = runOn({"expand", "--json"});

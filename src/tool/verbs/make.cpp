@@ -30,8 +30,7 @@ constexpr OptionRow optionRows[] = {
     {"-o", &MakeOptions::output, "FILE", "Write to FILE atomically instead of standard output"},
     {"--frames", &MakeOptions::frames, "LIST", "One task per frame, as in 1-100x2,150"},
     {"--chunk", &MakeOptions::chunk, "N", "Up to N frames of a range per task"},
-    {"--tasks", &MakeOptions::tasks, "FILE",
-     "One task per line of FILE, with TABs between its fields"},
+    {"--tasks", &MakeOptions::tasks, "FILE", "One task per line of FILE, fields separated by TABs"},
     {"--folder", &MakeOptions::folder, "DIR", "Folder to run the tasks in"},
     {"--logs", &MakeOptions::logs, "DIR", "Log folder, recorded in the job"},
     {"--outputs", &MakeOptions::outputs, "PATH", "Where the results go, recorded in the job"},
@@ -40,7 +39,7 @@ constexpr OptionRow optionRows[] = {
     {"--group", &MakeOptions::group, "NAME", "Group to run as (default: yours)"},
     {"--umask", &MakeOptions::umask, "OCTAL", "Mask for new files (default: 022)"},
     {"--stderr", &MakeOptions::standardError, "join|keep",
-     "Join standard error to standard output, or keep it apart (default: join)"},
+     "Join standard error to standard output (default), or keep it"},
 };
 
 // Values are taken unconverted: in typed values, the library would see lists and comments.
@@ -66,7 +65,7 @@ CLI::Option* addParam(CLI::App* verb) {
 CLI::Option* addCommand(CLI::App* verb) {
   verb->allow_extras();
   return verb->add_option("COMMAND")
-      ->description("After \"--\": the words of the command, or its whole template as one word")
+      ->description("After \"--\": its words, or its whole template as one word")
       ->required();
 }
 

@@ -337,8 +337,8 @@ TEST(OutputFile, InAStickyFolderStaysItsOwners) {
     EXPECT_EQ(reasonFor(row.user, path), row.reason);
     EXPECT_EQ(readFile(path), row.reason.empty() ? "text" : "old");
     EXPECT_EQ(ownerOf(path), std::make_pair(row.owner, row.owner));
-    const std::string whose =
-        row.user == two ? "is where others may have put it, and" : "belongs to user 1002 and";
+    const std::string whose = row.user == two ? "is in a place that others can write to, and"
+                                              : "belongs to user 1002 and";
     EXPECT_EQ(reasonFor(row.user, folder.file("sticky/link")),
               "the link link " + whose + " is not followed");
     EXPECT_EQ(ownerOf(path), std::make_pair(row.owner, row.owner));

@@ -90,8 +90,8 @@ TEST(WordQuoting, RefusesWhatCannotBeWritten) {
       {{"run", "%tp2\"%tp1"},
        {"b\t\tc"},
        {},
-       "COMMAND '%tp2\"%tp1': it begins with a double quote ('\"b' in task 1), which cannot be "
-       "written: there it begins a quoted word"},
+       "COMMAND '%tp2\"%tp1': it begins with a double quote ('\"b' in task 1), which would "
+       "start a quoted word"},
       {{"run", "%jp1"},
        {"x"},
        {"a\" b"},
