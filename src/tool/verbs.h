@@ -9,11 +9,10 @@ class App;
 
 namespace runlet_tool {
 
-// What the command line asks for, to be done once it has been read to its end. Yields the exit
-// status of the program.
+// What a verb does after the whole command line has been parsed. Returns the exit status.
 using Action = std::function<int()>;
 
-// Each adds its verb to `app`; where the command line asks for it, `*action` becomes what it does.
+// Each adds its verb to `app`. If the command line names the verb, parsing sets `*action`.
 void addCheck(CLI::App* app, Action* action);
 void addExec(CLI::App* app, Action* action);
 void addExpand(CLI::App* app, Action* action);

@@ -22,7 +22,7 @@ std::filesystem::path clusters() {
   return std::filesystem::path(configuration).parent_path().parent_path();
 }
 
-// The value behind `name` and "=" in a line of scontrol's.
+// The value after `name` and "=" in a line of scontrol.
 std::string valueOf(const std::string& name, const std::string& line) {
   std::smatch match;
   const std::regex form("(?:^| )" + name + "=([^ ]*)");
@@ -247,8 +247,8 @@ std::string padded(int number, int digits) {
   return text.str();
 }
 
-std::string told(int task, const std::string& ending, const std::string& command,
-                 const std::string& log) {
+std::string summaryOf(int task, const std::string& ending, const std::string& command,
+                      const std::string& log) {
   std::string lines = "task " + std::to_string(task);
   return lines.append(": ")
              .append(ending)

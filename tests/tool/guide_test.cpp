@@ -1,9 +1,8 @@
-// docs/writing-a-job-file.md and README.md: what they show of runlet-job is what it prints, and
-// what they say to write is without fault.
+// docs/writing-a-job-file.md and README.md: the output they show is what runlet-job prints, and the
+// jobs they recommend have no findings.
 //
-// In their indented blocks, lines that begin with "$ " are commands, with their output behind them;
-// a block that begins with "<" is a piece that stands in the job file in place of what that has, or
-// the whole job.
+// In their indented blocks, lines that begin with "$ " are commands, followed by their output; a
+// block that begins with "<" is a piece that replaces parts of the job file, or the whole job.
 
 #include <gtest/gtest.h>
 
@@ -36,7 +35,7 @@ std::string textOf(const Lines& lines) {
 
 constexpr char indent[] = "    ";
 
-// The indented blocks of a document, without their indent.
+// The indented blocks of a document, unindented.
 std::vector<Lines> blocksOf(const std::string& document) {
   std::vector<Lines> blocks;
   bool isOpen = false;
@@ -49,14 +48,14 @@ std::vector<Lines> blocksOf(const std::string& document) {
   return blocks;
 }
 
-// The name of the element that the line is about; empty for other markup.
+// The name of the element on the line; empty for other markup.
 std::string elementOf(const std::string& line) {
   std::smatch match;
   const std::regex form("^<(?:!-- no )?([A-Za-z]+)");
   return std::regex_search(line, match, form) ? match[1].str() : "";
 }
 
-// The job with `lines` in place of all its elements of that name, which have lines of their own.
+// The job with `lines` replacing all its elements of that name, which are on separate lines.
 std::string replaced(const std::string& job, const std::string& element, const Lines& lines) {
   std::string text;
   bool isDone = false;
@@ -73,8 +72,8 @@ std::string replaced(const std::string& job, const std::string& element, const L
   return text;
 }
 
-// The job with the piece in it: its lines take the place of elements of the same name, and those
-// that are no element stay with the ones in front of them, or stand in front of the root.
+// The job with the piece inserted: its lines replace elements of the same name, and lines that are
+// not elements stay with the preceding ones, or come before the root.
 std::string edited(const std::string& job, const Lines& piece) {
   std::string text = job;
   std::size_t begin = 0;
@@ -93,7 +92,7 @@ std::string edited(const std::string& job, const Lines& piece) {
   return text;
 }
 
-// The commands of a console block, without the "$ " and with the lines that continue them.
+// The commands of a console block, without the "$ " and with their continuation lines.
 std::string commandsOf(const Lines& block) {
   std::string commands;
   bool continues = false;
@@ -105,7 +104,7 @@ std::string commandsOf(const Lines& block) {
   return commands;
 }
 
-// The block as a terminal shows it: every command with its output.
+// The block as shown on a terminal: every command with its output.
 std::string transcriptOf(const Lines& block, const std::string& folder) {
   ProcessOptions options;
   const std::string path = std::filesystem::path(RUNLET_JOB).parent_path();
@@ -173,7 +172,7 @@ class Guide : public testing::Test {
   }
 
   TempFolder folder_;
-  std::string base_;  // the job without a mistake
+  std::string base_;  // the correct job
   int count_ = 0;     // of the commands
 };
 

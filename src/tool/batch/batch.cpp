@@ -23,13 +23,13 @@ namespace {
 
 using runlet::AdapterContext;
 
-// The job without a user is the caller's, who for the check counts as the one that the request
-// names. Not so for root: that a job's programs get all rights has to be said in the job.
+// A job without a user runs as the caller, so the check takes the caller for the user of the
+// request. Not so for root: a job must state explicitly that its programs run as root.
 std::string requestUser() {
   return geteuid() == 0 ? "" : std::to_string(geteuid());
 }
 
-void sayWarnings(const AdapterContext& context, const char* verb, const Report& report) {
+void reportWarnings(const AdapterContext& context, const char* verb, const Report& report) {
   const std::size_t count = report.count(Severity::warning);
   if (count == 0) return;
   std::string command = "runlet-job check";
@@ -38,7 +38,7 @@ void sayWarnings(const AdapterContext& context, const char* verb, const Report& 
                command.c_str());
 }
 
-// Whether all tasks that are asked for were looked at.
+// Whether all requested tasks were checked.
 bool isComplete(const Question& question, const Report& report) {
   return question.range.isGiven() ||
          std::none_of(report.findings.begin(), report.findings.end(), [](const Finding& finding) {
@@ -46,11 +46,11 @@ bool isComplete(const Question& question, const Report& report) {
          });
 }
 
-// Loads the file once: the job that was checked, whatever becomes of its file, is `*context` then.
+// Loads the file only once: `*context` holds the checked job, whatever happens to the file later.
 int checkJob(const Question& question, const char* verb, AdapterContext* context) {
   const Report report = inspect(question, context);
   if (report.isReadable && report.count(Severity::error) == 0 && isComplete(question, report)) {
-    sayWarnings(*context, verb, report);
+    reportWarnings(*context, verb, report);
     return exitFine;
   }
   const std::string shownFile = visible(question.jobFile);
@@ -72,14 +72,13 @@ bool selectTasks(const char* verb, Batch* batch) {
     batch->tasks.push_back(i + 1);
   }
   if (!batch->tasks.empty()) return true;
-  std::fprintf(stderr, "runlet-job: %s: %s has no task in that range, only %s\n", verb,
+  std::fprintf(stderr, "runlet-job: %s: no task in that range: %s has %s\n", verb,
                visible(batch->context.jobFile).c_str(),
                quantity(batch->context.taskList.size(), "task").c_str());
   return false;
 }
 
-// The file's name without its ".xml". What a log's name or a pattern for it could not hold is
-// replaced.
+// The file name without ".xml". Characters that a log name or its pattern cannot hold are replaced.
 std::string jobName(const std::string& jobFile) {
   std::string name = jobFile.substr(jobFile.rfind('/') + 1);
   constexpr std::string_view ending = ".xml";
@@ -100,7 +99,7 @@ int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   question.range = options.range;
   const int status = checkJob(question, verb, &context);
   if (status != exitFine) return status;
-  context.userName.clear();  // which was for the check alone
+  context.userName.clear();  // was only for the check
   setRange(options.range, &context);
   settle(&context, verb);
   if (!selectTasks(verb, batch)) return exitFailing;

@@ -36,7 +36,7 @@ bool loadTaskJob(AdapterContext* context) {
     std::fprintf(stderr, "%s\n", shownMessage(result).c_str());
   } else if (result.hiddenRoot != nullptr) {
     std::fprintf(stderr,
-                 "runlet-job: the task is not started: the %s of %s is root's without saying so; "
+                 "runlet-job: task not started: the %s of %s means root but is not a plain 0; "
                  "see: runlet-job explain RJ034\n",
                  result.hiddenRoot, visible(context->jobFile).c_str());
   }
@@ -45,7 +45,7 @@ bool loadTaskJob(AdapterContext* context) {
 
 bool requireTask(const AdapterContext& context, std::int32_t number) {
   if (number >= 1 && isTask(context, number - 1)) return true;
-  std::fprintf(stderr, "runlet-job: exec: there is no task %d in %s, which has %s\n",
+  std::fprintf(stderr, "runlet-job: exec: no task %d in %s, which has %s\n",
                static_cast<int>(number), visible(context.jobFile).c_str(),
                quantity(context.taskList.size(), "task").c_str());
   return false;
@@ -53,12 +53,12 @@ bool requireTask(const AdapterContext& context, std::int32_t number) {
 
 bool enterFolder(const std::string& folder) {
   if (runlet::enterRunFolder(folder)) return true;
-  std::fputc('\n', stderr);  // which the adapter's text lacks
+  std::fputc('\n', stderr);  // the adapter's text has no newline
   return false;
 }
 
-// Other than the adapter, goes on after an exception that would end the process, and says what the
-// system would say of it.
+// Unlike the adapter, survives an exception that would end the process, and prints what the C++
+// library would print for it.
 bool compose(const AdapterContext& context, std::int32_t number, TaskStart* start) {
   try {
     if (composeStart(context, number - 1, start)) return true;
@@ -69,8 +69,7 @@ bool compose(const AdapterContext& context, std::int32_t number, TaskStart* star
   return false;
 }
 
-// True also for what is not there, or not to be made executable: the program cannot be executed
-// then.
+// Also true if nothing is to be made executable or the file is missing: executing it fails later.
 bool isPlainFile(const std::string& path) {
   struct stat status {};
   if (path.empty() || lstat(path.c_str(), &status) != 0) return true;
@@ -78,13 +77,13 @@ bool isPlainFile(const std::string& path) {
 }
 
 // The program of another user is made executable with the starter's rights, in a folder that the
-// starter names. The job is not to lead out of that folder, nor to anything but a chmod.
+// starter names. The job must not lead out of that folder, nor run anything but chmod.
 bool requireSafePath(const TaskStart& start) {
   const bool isSafe = isSafeInShell(start.chmodPath);
   const bool isInFolder = ("/" + start.chmodPath + "/").find("/../") == std::string::npos;
   if (isSafe && isInFolder && isPlainFile(start.chmodPath)) return true;
-  std::fprintf(stderr, "runlet-job: the task is not started: with -a %s %s\n",
-               isSafe ? "root would change the mode of" : "a shell of root's would read the path",
+  std::fprintf(stderr, "runlet-job: task not started: with -a %s %s\n",
+               isSafe ? "root would change the mode of" : "a root shell would interpret the path",
                visible(start.chmodPath).c_str());
   return false;
 }
@@ -97,36 +96,36 @@ void setEnvironment(const std::vector<std::string>& variables) {
   }
 }
 
-// All that the adapter does between entering the folder and starting the program.
+// Everything the adapter does between entering the folder and starting the program.
 bool setUp(TaskStart* start, const KeptVariables& kept) {
   const bool isOther = isOfAnother(start->rights.uid);
   if (isOther && !requireSafePath(*start)) return false;
   announceStart(*start);
-  // At once: the log of the task begins with it. The adapter keeps it for the line about the
-  // process, which is not written here.
+  // At once, since the task's log begins with it. The adapter holds it back until the line about
+  // the process, which is not written here.
   std::fflush(stdout);
   makeExecutable(*start);
   if (isOther && !leaveTerminal()) {
-    std::fputs("runlet-job: the task is not started: it would keep the terminal\n", stderr);
+    std::fputs("runlet-job: task not started: it would keep its access to the terminal\n", stderr);
     return false;
   }
   if (isOther) setEnvironment(userEnvironment(static_cast<uid_t>(start->rights.uid), kept));
   if (!takeTaskRights(&start->rights)) return false;
   if (isOther) {
     openStreams();
-    closefrom(STDERR_FILENO + 1);  // what the starter has open besides
+    closefrom(STDERR_FILENO + 1);  // the starter's other descriptors
   }
   return true;
 }
 
-// Yields only when there is no program to become: the exit status for that.
+// Returns only if the program cannot be executed, with the exit status for that.
 int becomeProgramOf(const TaskStart& start, bool isOther) {
   const OldStderr old = isOther ? OldStderr::closes : OldStderr::stays;
   const int error = runlet::becomeProgram(start.commandLine, start.redirectStderr, old);
   return error == ENOENT ? exitNotFound : exitCannotExecute;
 }
 
-void sayWhose(const std::string& note, std::int32_t number) {
+void noteTaskUser(const std::string& note, std::int32_t number) {
   if (note.empty()) return;
   std::fprintf(stderr, "runlet-job: exec: task %d runs as %s\n", static_cast<int>(number),
                note.c_str());
@@ -137,29 +136,27 @@ void sayWhose(const std::string& note, std::int32_t number) {
 bool requireFullApplication(const AdapterContext& context) {
   const bool isFull = context.appPath.empty() || context.appPath.starts_with('/');
   if (isFull || !isOfAnother(context.uid)) return true;
-  std::fprintf(stderr,
-               "runlet-job: -a %s: for a task of another user the application has to be a full "
-               "path\n",
+  std::fprintf(stderr, "runlet-job: -a %s: a task of another user needs a full path\n",
                visible(context.appPath).c_str());
   return false;
 }
 
 int becomeTask(AdapterContext* context, std::int32_t number, const KeptVariables& kept) {
   if (!loadTaskJob(context) || !requireTask(*context, number)) return exitNoTask;
-  // The one step that the adapter does not have: the caller's identity in place of the job's.
+  // The one step that the adapter does not have: using the caller's identity instead of the job's.
   const std::string note = settleTaskUser(context);
   if (!requireFullApplication(*context)) return exitNoTask;
   const bool isOther = isOfAnother(context->uid);
   const auto become = [&] {
     TaskStart start;
-    // The folder first: where the command cannot be composed either, the folder is what is
-    // reported.
+    // The folder first: if the command cannot be composed either, the folder is what is reported.
     const bool isReady = enterFolder(runFolder(*context)) && compose(*context, number, &start);
     if (!isReady || !setUp(&start, kept)) return exitNoTask;
-    sayWhose(note, number);
+    noteTaskUser(note, number);
     return becomeProgramOf(start, isOther);
   };
-  // All of it: what is said of a task that is not started also has texts of the job in it.
+  // Relayed from here on, since messages about a task that is not started also contain texts of the
+  // job.
   return isOther && hasTerminal() ? relayTask(static_cast<uid_t>(context->uid), become) : become();
 }
 

@@ -17,7 +17,7 @@ namespace runlet_tool {
 namespace {
 
 struct EndingText {
-  std::string_view text;  // what a number, if there is one, follows
+  std::string_view text;  // followed by the number, if there is one
   Ending ending;
   bool hasNumber;
 };
@@ -33,7 +33,7 @@ constexpr std::string_view label = "runlet-job-ends";
 struct EndName {
   std::string_view name;
   Ending ending;
-  int lowest;  // of its numbers
+  int lowest;  // allowed number
   int highest;
 };
 
@@ -48,7 +48,7 @@ constexpr EndName endNames[] = {
     {"other", Ending::other, 0, 0},
 };
 
-// By kind of end and number.
+// The tasks by kind of end and number.
 using Kinds = std::map<std::pair<Ending, int>, TaskNumbers>;
 
 std::string lineOf(const std::string& id, const Kinds::value_type& kind) {
@@ -68,7 +68,7 @@ std::optional<TaskEnd> readEnd(std::string_view name, std::string_view numberTex
   return std::nullopt;
 }
 
-// Up to what is no range, or not above the ranges before it.
+// Stops at text that is not a range, or is not above the preceding ranges.
 void setRanges(std::string_view ranges, const TaskEnd& end, const std::vector<std::int32_t>& tasks,
                std::vector<TaskEnd>* ends) {
   auto task = tasks.begin();
@@ -123,7 +123,7 @@ std::string endLines(const std::string& id, const std::vector<std::int32_t>& tas
 
 void readEndLines(std::string_view text, std::string_view id,
                   const std::vector<std::int32_t>& tasks, std::vector<TaskEnd>* ends) {
-  // The tasks of a line that was not written to its end could be cut to others.
+  // In an incomplete last line, a task number may be cut to another one.
   text = text.substr(0, text.rfind('\n') + 1);
   for (const std::string_view line : split('\n', text)) {
     const std::vector<std::string_view> words = split(' ', line);

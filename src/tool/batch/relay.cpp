@@ -27,13 +27,13 @@ namespace {
 // An output of the task that goes to a terminal.
 struct Output {
   int stream = -1;  // of this process
-  int source = -1;  // what the task writes can be read here; -1 = nothing more
+  int source = -1;  // where the task's output is read; -1 = at its end
   std::string rest;
 };
 
 using Outputs = std::array<Output, 2>;
 
-// All of it, also where the terminal takes some at a time and does not wait.
+// Writes everything, even if the terminal is non-blocking and takes only part at a time.
 void show(int stream, std::string_view text) {
   while (!text.empty()) {
     const ssize_t count = write(stream, text.data(), text.size());
@@ -43,12 +43,12 @@ void show(int stream, std::string_view text) {
       pollfd event{stream, POLLOUT, 0};
       poll(&event, 1, -1);
     } else {
-      return;  // the terminal is gone, and the task goes on without
+      return;  // the terminal is gone; the task continues without it
     }
   }
 }
 
-// Shows what there is, without waiting for more. Yields how much that was.
+// Shows what is available without waiting for more. Returns the number of bytes.
 std::size_t relay(Output* output) {
   char part[65536];
   const ssize_t count = read(output->source, part, sizeof part);
@@ -63,8 +63,8 @@ std::size_t relay(Output* output) {
   return 0;
 }
 
-// Once the task has ended: what the pipe holds now, and nothing more, since others may go on
-// writing.
+// After the task's end: shows what the pipe holds now and no more, since other processes may
+// continue writing.
 void relayLast(Output* output) {
   int left = 0;
   ioctl(output->source, FIONREAD, &left);
@@ -80,13 +80,14 @@ struct Pipes {
   int writeEnds[2] = {-1, -1};
 };
 
-// One for each output that is a terminal, for that user. False with the reason in errno.
+// Creates one for each output that is a terminal, owned by that user. False with the reason in
+// errno.
 bool makePipes(uid_t user, Pipes* pipes) {
   for (int i = 0; i < 2; ++i) {
     int ends[2];
     if (isatty(STDOUT_FILENO + i) == 0) continue;
     if (pipe2(ends, O_CLOEXEC) != 0 || fcntl(ends[0], F_SETFL, O_NONBLOCK) != 0) return false;
-    // Or the task could not open /dev/stdout and /dev/stderr.
+    // Otherwise the task could not open /dev/stdout and /dev/stderr.
     [[maybe_unused]] const int ignored = fchown(ends[1], user, static_cast<gid_t>(-1));
     pipes->outputs[static_cast<std::size_t>(i)] = {STDOUT_FILENO + i, ends[0], ""};
     pipes->writeEnds[i] = ends[1];
@@ -98,7 +99,7 @@ void showRest(const Output& output) {
   show(output.stream, visibleBytes(output.rest));
 }
 
-// In the child: the streams that are terminals become others. False where that fails.
+// In the child: replaces the streams that are terminals. False if that fails.
 bool replaceTerminals(const int (&writeEnds)[2]) {
   for (int i = 0; i < 2; ++i) {
     if (writeEnds[i] != -1 && dup2(writeEnds[i], STDOUT_FILENO + i) == -1) return false;
@@ -108,18 +109,18 @@ bool replaceTerminals(const int (&writeEnds)[2]) {
   return input != -1 && dup2(input, STDIN_FILENO) != -1;
 }
 
-void sayNotKept() {
-  std::fprintf(stderr, "runlet-job: exec: the task cannot be kept from the terminal: %s\n",
+void reportNotDetached() {
+  std::fprintf(stderr, "runlet-job: exec: cannot detach the task from the terminal: %s\n",
                std::strerror(errno));
 }
 
 int becomeRelayed(const int (&writeEnds)[2], const std::function<int()>& become) {
   if (setsid() != -1 && replaceTerminals(writeEnds)) return become();
-  sayNotKept();
+  reportNotDetached();
   return exitNoTask;
 }
 
-// Until the child has ended, whose wait status is yielded.
+// Runs until the child has ended, and returns its wait status.
 int attend(pid_t child, int signals, Outputs* outputs) {
   while (true) {
     pollfd events[] = {
@@ -129,9 +130,9 @@ int attend(pid_t child, int signals, Outputs* outputs) {
     if (read(signals, &info, sizeof info) == sizeof info && info.ssi_signo != SIGCHLD) {
       const auto signal = static_cast<int>(info.ssi_signo);
       if (kill(-child, signal) != 0) kill(child, signal);
-      kill(-child, SIGCONT);  // or a task that has been stopped would not see it
+      kill(-child, SIGCONT);  // a stopped task would not see the signal
     }
-    int status = W_EXITCODE(exitNoTask, 0);  // where the end cannot be found out
+    int status = W_EXITCODE(exitNoTask, 0);  // if the wait fails
     const bool hasEnded = waitpid(child, &status, WNOHANG) != 0;
     for (Output& output : *outputs) {
       if (output.source != -1) hasEnded ? relayLast(&output) : static_cast<void>(relay(&output));
@@ -145,7 +146,7 @@ int relayUntilEnd(pid_t child, int signals, Pipes* pipes) {
   for (const int end : pipes->writeEnds) close(end);
   const int status = attend(child, signals, &pipes->outputs);
   for (const Output& output : pipes->outputs) showRest(output);
-  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);  // a core file is the task's to leave
+  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);  // only the task leaves a core file
   if (WIFSIGNALED(status)) endBySignal(WTERMSIG(status));
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
@@ -166,12 +167,11 @@ bool hasTerminal() {
 
 bool leaveTerminal() {
   const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
-  // Where it cannot be known whether there is one, as for want of a descriptor, it is taken for
-  // one.
+  // If the open fails for another reason, such as no free descriptor, there may be a terminal.
   if (terminal == -1 && (errno == ENXIO || errno == ENOENT)) return true;
   bool isLeft = setsid() != -1;
   if (!isLeft && terminal != -1) {
-    // The first process of a session takes the terminal from all of it, which brings a SIGHUP.
+    // A session leader detaches the whole session from the terminal, which sends a SIGHUP.
     struct sigaction ignored {};
     struct sigaction before {};
     ignored.sa_handler = SIG_IGN;
@@ -184,7 +184,7 @@ bool leaveTerminal() {
 }
 
 int relayTask(uid_t user, const std::function<int()>& become) {
-  openStreams();  // or one of the descriptors here could get the number of a stream
+  openStreams();  // so that no descriptor opened here gets the number of a stream
   Pipes pipes;
   const sigset_t held = relayedSignals();
   sigset_t before;
@@ -195,7 +195,7 @@ int relayTask(uid_t user, const std::function<int()>& become) {
   const pid_t child = isReady ? fork() : -1;
   switch (child) {
     case -1:
-      sayNotKept();
+      reportNotDetached();
       return exitNoTask;
     case 0:
       children.restore();

@@ -1,4 +1,4 @@
-// A task of another user, kept from the terminal of whoever starts it.
+// Keeping a task of another user away from the terminal of its starter.
 #pragma once
 
 #include <sys/types.h>
@@ -12,20 +12,19 @@ namespace runlet_tool {
 // Whether any of the three standard streams is a terminal.
 bool hasTerminal();
 
-// Gives up the controlling terminal, in which the process could still type, if there is one. False
-// where it may still have one.
+// Gives up the controlling terminal, into which the process could inject input. False if it may
+// still have one.
 bool leaveTerminal();
 
-// Does `become`, which is to become a task of that user, in a child that leads a session of its
-// own: its standard input is empty where it was a terminal, and its outputs go through this process
-// where they were one, with `visiblePart` for what is in them. `become` is to become a program, and
-// yields an exit status where it cannot.
+// Calls `become`, which turns the process into a task of that user or returns an exit status, in a
+// child that leads its own session. If standard input was a terminal, the child's is empty; outputs
+// that were terminals pass through this process, escaped by `visiblePart`.
 //
-// SIGINT, SIGTERM, SIGHUP and SIGQUIT go to the process group of the child, unless they are
-// ignored. Yields the child's exit status once it has ended and what it has written until then is
-// shown; where a signal has ended the child, this process ends by the same. Processes that the
-// child leaves running can no longer write to those outputs then. Yields 125, after a line on
-// standard error, where there can be no child.
+// SIGINT, SIGTERM, SIGHUP and SIGQUIT are forwarded to the child's process group, unless they are
+// ignored. Returns the child's exit status after showing what it wrote until its end; if a signal
+// ended the child, this process ends by the same signal. Processes that the child leaves running
+// can then no longer write to those outputs. Returns 125, after a line on standard error, if there
+// can be no child.
 int relayTask(uid_t user, const std::function<int()>& become);
 
 }  // namespace runlet_tool

@@ -19,7 +19,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// In milliseconds the longest time limit has room, in the clock's own nanoseconds it has not.
+// The longest time limit fits into milliseconds but not into the clock's own nanoseconds.
 using Instant = std::chrono::time_point<std::chrono::steady_clock, milliseconds>;
 
 constexpr milliseconds longestWait = std::chrono::hours(1);
@@ -38,13 +38,13 @@ TaskEnd withoutProcess(const char* what, int error) {
   return {Ending::other, 0, std::string(what) + " (" + std::strerror(error) + ")"};
 }
 
-// To the group of `process`. A task may have left it for another one.
+// Signals the group of `process`, or the process itself if it has moved to another group.
 void signalGroup(pid_t process, int signal) {
   if (kill(-process, signal) != 0) kill(process, signal);
 }
 
-// A child that has ended, with its wait status still to be taken, so that its id is not given to
-// another process; 0 if none has, -1 with the reason in errno if the system does not tell.
+// A child that has ended but is not reaped yet, so that its id is not reused; 0 if none has, -1
+// with the reason in errno on failure.
 pid_t endedChild() {
   siginfo_t info{};
   return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 ? info.si_pid : -1;
@@ -53,12 +53,12 @@ pid_t endedChild() {
 // The process of a task.
 struct Running {
   std::size_t task;
-  std::optional<Instant> deadline;  // of the next step towards its end
-  std::optional<Ending> forced;     // why it has to end, if it has to
+  std::optional<Instant> deadline;  // of the next step to end it
+  std::optional<Ending> forced;     // why it is being ended, if it is
 };
 
 TaskEnd takeEnd(pid_t process, const Running& running) {
-  // Only as long as the status has not been taken is the group sure to be this one.
+  // Before the process is reaped: afterwards the id may belong to another group.
   if (running.forced) kill(-process, SIGKILL);
   int status = 0;
   if (waitpid(process, &status, 0) != process) return withoutProcess("end unknown", errno);
@@ -93,8 +93,8 @@ class Scheduler {
   const HeldSignals& signals_;
   Progress progress_;
   RunOutcome outcome_;
-  std::size_t next_ = 0;  // task to be started
-  bool isOver_ = false;   // nothing more is to be started, though nobody asked for an end
+  std::size_t next_ = 0;  // next task to start
+  bool isOver_ = false;   // no more tasks can be started
   Processes processes_;
   std::set<std::pair<Instant, pid_t>> deadlines_;  // of all processes
 };
@@ -105,7 +105,7 @@ Scheduler::Scheduler(const TaskSource& source, const SchedulerLimits& limits,
   outcome_.ends.resize(source.count);
 }
 
-// There are processes left where an exception ends the run, as for want of memory.
+// Processes are left if an exception, such as out of memory, ends the run.
 Scheduler::~Scheduler() {
   for (const Processes::value_type& process : processes_) signalGroup(process.first, SIGKILL);
 }
@@ -113,10 +113,10 @@ Scheduler::~Scheduler() {
 RunOutcome Scheduler::run() {
   while (mayStart() || !processes_.empty()) {
     const int signal = signals_.await(waitingTime());
-    takeEnded();  // before anything else: what has ended in time needs no signal
+    takeEnded();  // first: what has ended in time needs no signal
     if (signal != 0 && signal != SIGCHLD) interrupt(signal);
     endOverdue();
-    // One, and then the signals are looked at again: thousands may not even have a log.
+    // Only one, then check for signals again: thousands of tasks may fail to open their logs.
     if (mayStart()) startNext();
     progress_.showNow(next_ - processes_.size());
   }
@@ -139,7 +139,7 @@ void Scheduler::startNext() {
   const std::size_t task = next_++;
   const int log = source_.openLog(task);
   if (log == -1) {
-    outcome_.ends[task] = withoutProcess("log not opened", errno);
+    outcome_.ends[task] = withoutProcess("cannot open log", errno);
     return;
   }
   pid_t process = 0;
@@ -148,7 +148,7 @@ void Scheduler::startNext() {
   if (error == starterGone) {
     isOver_ = true;
     std::fputs(
-        "runlet-job: run: the process that starts the tasks has ended; no further task is "
+        "runlet-job: run: the process that starts the tasks has ended; no further tasks are "
         "started\n",
         stderr);
     return;
@@ -170,8 +170,8 @@ void Scheduler::takeEnded() {
     }
     const auto position = processes_.find(process);
     if (position == processes_.end()) {
-      // Children of a shell that has become this program stay its children. They would stand in
-      // front of the others for ever.
+      // A shell that was replaced by this program (exec) may have left children. Without reaping
+      // them, waitid would return them forever.
       if (waitpid(process, nullptr, 0) == process) continue;
       return loseSight(errno);
     }
@@ -181,14 +181,14 @@ void Scheduler::takeEnded() {
   }
 }
 
-// Where nobody learns how tasks end, none is left to itself.
+// If tasks cannot be waited for, they are not left running.
 void Scheduler::loseSight(int error) {
-  // Without a child that has this id it may be anybody's.
+  // If it is not our child, the id may belong to any process.
   const bool areOurs = error != ECHILD;
   std::fprintf(stderr,
-               "runlet-job: run: how tasks end cannot be found out: %s; those that run are %s, and "
-               "no further task is started\n",
-               std::strerror(error), areOurs ? "killed" : "left to themselves");
+               "runlet-job: run: cannot find out how tasks end: %s; running tasks are %s, and "
+               "no further tasks are started\n",
+               std::strerror(error), areOurs ? "killed" : "left running");
   for (const Processes::value_type& process : processes_) {
     if (areOurs) signalGroup(process.first, SIGKILL);
     outcome_.ends[process.second.task] = withoutProcess("end unknown", error);
@@ -225,7 +225,7 @@ void Scheduler::endOverdue() {
 void Scheduler::askToEnd(Processes::value_type* process, Ending why) {
   process->second.forced = why;
   signalGroup(process->first, SIGTERM);
-  signalGroup(process->first, SIGCONT);  // what is stopped could not attend to it
+  signalGroup(process->first, SIGCONT);  // a stopped process would not handle it
   setDeadline(process, after(limits_.grace));
 }
 

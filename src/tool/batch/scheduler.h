@@ -1,4 +1,4 @@
-// Tasks that run as processes, some at a time.
+// Running tasks as processes, several at a time.
 #pragma once
 
 #include <sys/types.h>
@@ -16,41 +16,41 @@
 
 namespace runlet_tool {
 
-// What is to be run, task by task: they are counted from 0 here.
+// The tasks to run, numbered from 0 here.
 struct TaskSource {
   std::size_t count;
-  // A descriptor for both outputs that closes on exec, and that the scheduler closes; -1 with the
-  // reason in errno.
+  // Returns a descriptor for both outputs, which closes on exec and is closed by the scheduler; -1
+  // with the reason in errno.
   std::function<int(std::size_t)> openLog;
-  // Starts a task with that log, as `Starter::start` does: in a child of this process that leads a
-  // process group of its own.
+  // Starts a task with that log, as `Starter::start` does: in a child of this process that leads
+  // its own process group.
   std::function<int(std::size_t, int log, pid_t* process)> start;
 };
 
 struct SchedulerLimits {
   std::int32_t atATime = 1;                            // at least 1
   std::optional<std::chrono::milliseconds> timeLimit;  // of each task
-  std::chrono::milliseconds grace;  // between SIGTERM and SIGKILL, for tasks that have to end
+  std::chrono::milliseconds grace;  // between SIGTERM and SIGKILL for tasks being ended
 };
 
 struct RunOutcome {
   std::vector<TaskEnd> ends;  // of every task
-  int signal = 0;             // that interrupted the run; 0 if none did
+  int signal = 0;             // that interrupted the run; 0 = none
 };
 
-// Runs the tasks in order until all have ended, with a bar about that on a terminal. A task that
-// goes over the time limit has to end: its group gets SIGTERM, after the grace SIGKILL, and once
-// the task itself has ended, what is left of its group is killed. The background processes of a
-// task that ends by itself are left alone.
+// Runs the tasks in order until all have ended, with a progress bar on a terminal. A task that
+// exceeds the time limit is ended: its group gets SIGTERM, after the grace period SIGKILL, and once
+// the task itself has ended, the rest of its group is killed. Background processes of a task that
+// ends by itself are left alone.
 //
-// After SIGINT, SIGTERM, SIGHUP or SIGQUIT no further task is started, and those that run have to
-// end; a second signal kills them at once. A task without a process has a word for its end that
-// tells why.
+// After SIGINT, SIGTERM, SIGHUP or SIGQUIT no further tasks are started, and running tasks are
+// ended; a second signal kills them at once. If a task could not be started, the word of its end
+// says why.
 //
-// If the starter has ended, standard error says so, no further task is started, and those that run
-// go on. If the system does not tell how tasks end, standard error says so, no further task is
-// started, and those that run are killed; but if it no longer knows them as children, their ids may
-// be anybody's, and they are left to themselves. If an exception ends the run, they are killed.
+// If the starter has ended, standard error says so, no further tasks are started, and running tasks
+// continue. If waiting for tasks fails, standard error says so, no further tasks are started, and
+// running tasks are killed; but if they are no longer children of this process, their ids may
+// belong to any process, and they are left running. If an exception ends the run, they are killed.
 RunOutcome runTasks(const TaskSource& source, const SchedulerLimits& limits,
                     const HeldSignals& signals);
 

@@ -26,19 +26,19 @@ namespace {
 
 using runlet::TaskStart;
 
-// What is needed to start a task.
+// Everything needed to start a task.
 struct StartRequest {
-  runlet::TaskStart start;  // standard error is joined in the log, whatever the job says
+  runlet::TaskStart start;  // both outputs go to the log, whatever the job says
   int log = -1;
-  int leave = -1;  // a socket: a byte comes when the task may begin, its end when it must not
+  int leave = -1;  // a socket: a byte lets the task begin, end of file forbids it
 };
 
 struct StartAnswer {
-  int error = 0;  // 0, or the error number for which there is no process
+  int error = 0;  // 0, or why there is no process, as an error number
   pid_t process = -1;
 };
 
-// A request begins with this; its texts follow, in the order of `texts`. The two descriptors come
+// The head of a request; its texts follow, in the order of `texts`. The two descriptors are sent
 // with its first byte.
 struct Header {
   std::array<std::size_t, 4> lengths;  // of the texts
@@ -66,7 +66,7 @@ Header headerOf(const TaskStart& start) {
   return header;
 }
 
-// False when the other side has ended.
+// False if the other side has ended.
 bool sendRequest(int socket, const StartRequest& request) {
   const Header header = headerOf(request.start);
   const int descriptors[] = {request.log, request.leave};
@@ -77,8 +77,8 @@ bool sendRequest(int socket, const StartRequest& request) {
   });
 }
 
-// False when the other side has ended, also in the middle of a request. The descriptors are then
-// the caller's to close, as after a success.
+// False if the other side has ended, even in the middle of a request. In either case the caller
+// closes the descriptors.
 bool receiveRequest(int socket, StartRequest* request) {
   Header header{};
   int descriptors[2];
@@ -104,22 +104,22 @@ bool takeStreams(int log) {
          dup2(log, STDOUT_FILENO) != -1 && dup2(log, STDERR_FILENO) != -1;
 }
 
-// Without exceptions, which would be handled as those of the run.
+// noexcept: an exception must not reach the handlers of the run, which this process is a copy of.
 [[noreturn]] void runTask(int socket, StartRequest* request, const sigset_t& mask,
                           const KeptVariables& kept) noexcept {
-  close(socket);  // whose end tells the run that the starter has ended
+  close(socket);  // the run must see end of file when the starter has ended
   char leave = 0;
   if (!receiveBytes(request->leave, &leave, 1)) _exit(exitNoTask);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
-  // Outside of a session of its own the task could not be ended with all that it has started.
+  // Without its own session, the task could not be ended together with its children.
   if (setsid() == -1 || !takeStreams(request->log)) {
-    dprintf(request->log, "runlet-job: the task is not started: %s\n", std::strerror(errno));
+    dprintf(request->log, "runlet-job: task not started: %s\n", std::strerror(errno));
     _exit(exitNoTask);
   }
   _exit(becomeStart(&request->start, kept));  // all that was written has gone out
 }
 
-// A copy of this process, as fork makes it, that is a child of this one's parent.
+// Like fork, but the new process is a child of this process's parent.
 pid_t forkSibling() {
   return static_cast<pid_t>(
       syscall(SYS_clone, CLONE_PARENT | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
@@ -132,15 +132,15 @@ StartAnswer startTask(int socket, StartRequest* request, const sigset_t& mask,
   return {process == -1 ? errno : 0, process};
 }
 
-// Until the run has ended, which is all that ends this process: signals from a terminal are for the
-// run and the tasks.
+// Runs until the run has ended, and blocks all signals: those from a terminal are for the run and
+// the tasks.
 [[noreturn]] void serve(int socket, const KeptVariables& kept) noexcept {
   sigset_t all;
   sigset_t mask;
   sigfillset(&all);
   sigprocmask(SIG_SETMASK, &all, &mask);
   std::signal(SIGCHLD, SIG_DFL);
-  openStreams();  // or one that arrives could have the number of a standard stream
+  openStreams();  // so that no received descriptor gets the number of a stream
   while (true) {
     StartRequest request;
     if (!receiveRequest(socket, &request)) break;
@@ -169,15 +169,15 @@ Starter::Starter(const KeptVariables& kept) {
 
 Starter::~Starter() {
   close(socket_);
-  // It may have been waited for by whoever waits for any child, and then has no id any more.
+  // The scheduler may have reaped it already, so that the id is no longer ours.
   if (process_ == -1 || waitpid(process_, nullptr, WNOHANG) != 0) return;
   kill(process_, SIGKILL);  // at once, even if it is stopped
   waitpid(process_, nullptr, 0);
 }
 
 int Starter::start(const runlet::TaskStart& start, int log, pid_t* process) const {
-  // The process of the task begins only when its id is known here: where the starter ends half way,
-  // nothing runs that nobody knows of.
+  // The task begins only after its process id is known here: if the starter ends halfway, no
+  // unknown process is left running.
   Sockets leave;
   StartAnswer answer{makeSockets(SOCK_STREAM, &leave), -1};
   const bool isAnswered = answer.error != 0 || (sendRequest(socket_, {start, log, leave.theirs}) &&

@@ -8,35 +8,34 @@
 
 namespace runlet_tool {
 
-// What `Starter::start` yields where there is no such process any more.
+// What `Starter::start` returns if the starter process has ended.
 inline constexpr int starterGone = -1;
 
-// A process of its own, forked before the job is loaded. It is small, whatever the size of the job,
-// so that starting a task is quick and the figures of the task are its own; and it is the program
-// that checked the job, whatever is installed in its place meanwhile.
+// A separate process, forked before the job is loaded. It is small whatever the size of the job, so
+// that starting a task is fast and its resource usage is its own; and it is the program that
+// checked the job, even if another one is installed meanwhile.
 //
-// The tasks are children of this process all the same. They inherit the environment, the signals
-// and the current folder that there were when the object was made, but for SIGCHLD, which has its
-// default disposition. The other process ends with the object, or with this process.
+// The tasks are nevertheless children of this process. They inherit the environment, signal
+// dispositions and current folder from when the object was created, except that SIGCHLD has its
+// default disposition. The starter process ends with the object or with this process.
 class Starter {
  public:
-  // Of the variables of the environment those in `kept` stay for tasks of another user, too.
+  // Tasks of another user also keep the environment variables in `kept`.
   explicit Starter(const KeptVariables& kept = {});
   ~Starter();
   Starter(const Starter&) = delete;
   Starter& operator=(const Starter&) = delete;
 
-  // 0, or the error number for which there is no such process.
+  // 0, or why there is no starter process, as an error number.
   int error() const {
     return error_;
   }
 
-  // Starts the task in a process that leads a session of its own, with an empty standard input and
-  // both outputs to the descriptor `log`. Yields 0 with its id in `*process`; otherwise an error
-  // number, or starterGone, and there is no process of the task.
+  // Starts the task in a process that leads its own session, with an empty standard input and both
+  // outputs going to the descriptor `log`. Returns 0 with the process id in `*process`; otherwise
+  // an error number or starterGone, and the task has no process.
   //
-  // What keeps the task from running after that is written to the log, and its exit status tells
-  // so.
+  // A later failure to run the task's program is written to the log and is seen in the exit status.
   int start(const runlet::TaskStart& start, int log, pid_t* process) const;
 
  private:

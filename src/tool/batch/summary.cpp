@@ -18,7 +18,7 @@ namespace {
 constexpr const char* totalNames[] = {"succeeded", "failed",      "killed",
                                       "timed out", "interrupted", "not started"};
 
-// By kind of end, and the engine's word if it is one of those.
+// The tasks by kind of end, and by word for Ending::other.
 using Totals = std::map<std::pair<Ending, std::string>, TaskNumbers>;
 
 std::string endingName(const Totals::value_type& total) {

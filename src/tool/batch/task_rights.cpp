@@ -21,12 +21,12 @@ namespace {
 
 using runlet::UserRights;
 
-// Of that user, the primary one among them; none for a user whom the database does not know.
+// The groups of that user, including the primary one; none for a user not in the user database.
 std::vector<gid_t> groupsOf(uid_t uid) {
   const passwd* const entry = getpwuid(uid);
   if (entry == nullptr) return {};
   int count = 0;
-  getgrouplist(entry->pw_name, entry->pw_gid, nullptr, &count);  // yields how many there are
+  getgrouplist(entry->pw_name, entry->pw_gid, nullptr, &count);  // sets `count`
   std::vector<gid_t> groups(static_cast<std::size_t>(count));
   getgrouplist(entry->pw_name, entry->pw_gid, groups.data(), &count);
   groups.resize(std::min(groups.size(), static_cast<std::size_t>(count)));
@@ -52,7 +52,7 @@ bool hasIds(const UserRights& rights) {
   return true;
 }
 
-// Ambient ones would survive the change of user and the start of the program. They go with the
+// Ambient capabilities would survive the change of user and the exec. They are dropped with the
 // permitted ones.
 bool dropCapabilities() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
@@ -65,19 +65,19 @@ bool dropCapabilities() {
   });
 }
 
-// With the starter's, the task could use keys of the starter.
+// In the starter's keyring, the task could use the starter's keys.
 bool joinOwnKeyring() {
   if (syscall(SYS_keyctl, KEYCTL_JOIN_SESSION_KEYRING, nullptr) != -1) return true;
   const bool isBarred = errno == ENOSYS || errno == EPERM || errno == EACCES;
   std::fprintf(stderr, "runlet-job: no session keyring for the task: %s%s\n", std::strerror(errno),
-               isBarred ? "; it keeps the one of its starter" : "");
+               isBarred ? "; it keeps that of its starter" : "");
   return isBarred;
 }
 
 bool refuseMore(const UserRights& rights) {
   if (keepsNothing(rights)) return true;
   std::fprintf(stderr,
-               "runlet-job: the task is not started: it would have more rights than user %u and "
+               "runlet-job: task not started: it would have more rights than user %u and "
                "group %u\n",
                static_cast<unsigned>(rights.uid), static_cast<unsigned>(rights.gid));
   return false;
@@ -85,7 +85,7 @@ bool refuseMore(const UserRights& rights) {
 
 using Words = std::vector<std::string>;
 
-// Beginnings of the variables that say where programs are, and in which language they speak.
+// Prefixes of the variables for the program path and the language.
 constexpr std::string_view harmless[] = {"LANG=", "LANGUAGE=", "LC_", "PATH="};
 
 template <typename Beginnings>
@@ -125,7 +125,7 @@ bool isOfAnother(std::int32_t uid) {
   return geteuid() == 0 && static_cast<uid_t>(uid) != 0;
 }
 
-// A change of ids sets it anew, a new program as well.
+// Changing ids or executing a program resets it.
 void leaveNoCore() {
   prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
 }
@@ -138,14 +138,14 @@ bool takeTaskRights(UserRights* rights) {
   const bool isOther = isOfAnother(rights->uid);
   if (isOther) leaveNoCore();
   const int groupsError = isOther ? setGroups(static_cast<uid_t>(rights->uid)) : 0;
-  // Before that error: where no group can be set at all, the job's own is what is reported.
+  // Before reporting that error: if no group can be set at all, the job's own is the one to report.
   if (!takeUserRights(rights)) {
-    std::fputc('\n', stderr);  // which the adapter's text lacks
+    std::fputc('\n', stderr);  // the adapter's text has no newline
     return false;
   }
   if (isOther) leaveNoCore();
   if (groupsError != 0) {
-    std::fprintf(stderr, "runlet-job: the groups of user %u cannot be taken: %s\n",
+    std::fprintf(stderr, "runlet-job: cannot set the groups of user %u: %s\n",
                  static_cast<unsigned>(rights->uid), std::strerror(groupsError));
     return false;
   }
@@ -154,7 +154,7 @@ bool takeTaskRights(UserRights* rights) {
 
 std::string complaintAboutVariable(const std::string& name) {
   const bool isName = !name.empty() && name.find('=') == std::string::npos;
-  return isName ? "" : name + " is no name of a variable";
+  return isName ? "" : name + " is not a variable name";
 }
 
 Words userEnvironment(uid_t uid, const Words& kept, const std::vector<std::string_view>& more) {

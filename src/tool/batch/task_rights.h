@@ -1,4 +1,4 @@
-// Rights of a task that no farm server stands in for: it gets no more than its user has.
+// The rights of a task that runs without a farm server: no more than its user has.
 #pragma once
 
 #include <sys/types.h>
@@ -12,37 +12,37 @@
 
 namespace runlet_tool {
 
-// Whether a task of user `uid` is another user's than this process. Only root can have such a task;
-// -1 is one: nobody knows then whose it is.
+// Whether a task of user `uid` belongs to another user than this process. Only true for root. A
+// `uid` of -1 counts as another user.
 bool isOfAnother(std::int32_t uid);
 
-// For the time in which a process of another user has memory of its starter: it leaves no core
-// file, and that user cannot look into it. Needed anew after a change of ids.
+// Protects the starter's memory while the process already belongs to another user: it leaves no
+// core file, and that user cannot trace it. Must be repeated after a change of ids.
 void leaveNoCore();
 
-// Drops all capabilities, unless the user of `rights` is root, and yields whether this process has
-// kept nothing: the real, effective and saved ids are those, and there is no capability.
+// Drops all capabilities, unless the user of `rights` is root, and returns whether this process has
+// kept none of its former rights: the real, effective and saved ids are those of `rights`, and
+// there are no capabilities.
 bool keepsNothing(const runlet::UserRights& rights);
 
-// Switches the process to the group, the user and the mask of `*rights`, as takeUserRights does,
-// and looks whether it has kept nothing: the real, effective and saved ids are those, and unless
-// the user is root it has no capability.
+// Switches the process to the group, user and mask of `*rights`, as takeUserRights does, and
+// verifies that it has kept none of its former rights, as keepsNothing does.
 //
-// For another user it also takes that user's supplementary groups, joins a session keyring of its
-// own, and leaves no core file, since its memory is still the starter's.
+// For another user it also sets that user's supplementary groups, joins its own session keyring,
+// and leaves no core file, since its memory is still the starter's.
 //
-// False, after a line on standard error, where anything of that fails; then the process may have
-// any of those rights and must not become a program. A system that has no keyrings, or keeps them
-// from this process, gets a note instead.
+// False, after a line on standard error, if any of that fails; the process may then have any of
+// those rights and must not execute a program. If keyrings are unavailable or not permitted, a note
+// is written instead.
 bool takeTaskRights(runlet::UserRights* rights);
 
-// What is wrong with the name of a variable; empty if nothing is.
+// What is wrong with the name of a variable; empty if it is fine.
 std::string complaintAboutVariable(const std::string& name);
 
-// The variables, each as "NAME=VALUE", in order. Of this process's own these are PATH, LANG,
-// LANGUAGE, those that begin with LC_ or with one of `more`, and those in `kept`. HOME, LOGNAME,
-// SHELL and USER are the user's, unless they are in `kept` and there is one. A user whom the user
-// database does not know is named by the number, is at home in "/" and has the shell /bin/sh.
+// The environment for tasks of that user, each variable as "NAME=VALUE", sorted. From this process
+// come PATH, LANG, LANGUAGE, those that begin with LC_ or with one of `more`, and those in `kept`.
+// HOME, LOGNAME, SHELL and USER are the user's, unless they are set and in `kept`. For a user not
+// in the user database, the name is the number, the home folder "/" and the shell /bin/sh.
 std::vector<std::string> userEnvironment(uid_t uid, const std::vector<std::string>& kept,
                                          const std::vector<std::string_view>& more = {});
 

@@ -49,8 +49,7 @@ int doWithoutMask(const std::function<int()>& work) {
   return descriptor;
 }
 
-// What the process that does the work says at its end; the descriptor is beside it, if there is
-// one.
+// What the child sends after the work, along with the descriptor if there is one.
 struct WorkResult {
   int error = 0;
 };
@@ -69,8 +68,8 @@ bool isAskedToEnd() {
                      [&](int signal) { return sigismember(&pending, signal) == 1; });
 }
 
-// False with a reason in errno where that takes too long, or this process is asked to end: the
-// user can stop the process, and a folder be on a server that does not answer.
+// False with the reason in errno if that takes too long or this process is asked to end: the user
+// can stop the child, and a folder may be on a server that does not respond.
 bool awaitAnswer(int socket) {
   constexpr int slice = 100;  // milliseconds
   pollfd event{socket, POLLIN, 0};
@@ -81,8 +80,8 @@ bool awaitAnswer(int socket) {
   return true;
 }
 
-// The user may have stopped it. On a file system of that user's it may not even end then: whoever
-// takes the ends of other children comes across it later.
+// The user may have stopped the child. If it hangs in a file system of that user, it does not even
+// end then, and is reaped later along with other children.
 void endChild(pid_t child) {
   kill(child, SIGKILL);
   for (int pause = 1; pause < 2000 && waitpid(child, nullptr, WNOHANG) == 0; pause *= 2) {
@@ -90,7 +89,7 @@ void endChild(pid_t child) {
   }
 }
 
-// The descriptor; -1 with the reason in errno, EIO where the process has ended without an answer.
+// Returns the descriptor; -1 with the reason in errno, EIO if the child ended without an answer.
 int receiveAnswer(int socket) {
   WorkResult result;
   int descriptor = -1;
@@ -99,10 +98,10 @@ int receiveAnswer(int socket) {
   return descriptor;
 }
 
-// Without exceptions, which would be handled here as those of the process that it is a copy of.
+// noexcept: an exception must not reach the handlers of the process that this is a copy of.
 [[noreturn]] void workInChild(int socket, const AdapterContext& context,
                               const std::function<int()>& work) noexcept {
-  // What leads to the starter's terminal, folder or files is not the work's to use.
+  // The work must not be able to use the starter's terminal, folder or files.
   setsid();
   constexpr int kept = STDERR_FILENO + 1;
   if (chdir("/") != 0 || dup2(socket, kept) == -1) _exit(EXIT_FAILURE);
@@ -123,7 +122,7 @@ std::string settleTaskUser(AdapterContext* context) {
   context->uid = uid;
   context->gid = gid;
   if (isSame) return "";
-  return idsText(uid, gid) + ", not as the job's " + wanted + ": only root may switch";
+  return idsText(uid, gid) + " instead of the job's " + wanted + ": only root can switch";
 }
 
 int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work) {

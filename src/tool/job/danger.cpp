@@ -14,7 +14,7 @@ namespace {
 constexpr char safeInShell[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
 
-// Whether the text says 0: digits 0, maybe with a sign before them or white space after them.
+// Whether the text is a plain 0: zeros, optionally with a sign before or white space after them.
 bool isPlainZero(std::string_view text) {
   text = text.substr(0, text.find_last_not_of(whiteSpace) + 1);
   if (text.starts_with('-') || text.starts_with('+')) text.remove_prefix(1);
@@ -34,8 +34,8 @@ bool isCutOff(const TiXmlText& text) {
   return hasContent(text.NextSibling());
 }
 
-// What comes after a NUL does not count for the number, nor does a second element of that name; but
-// its author may think so.
+// Text after a NUL and a second element of the same name do not count for the number, but the
+// author may think they do.
 bool isHiddenRoot(const TiXmlText& text) {
   const TiXmlNode& element = *text.Parent();
   const bool isPlain = !text.CDATA() && !isCutOff(text) && isPlainZero(text.ValueStr()) &&
@@ -47,7 +47,7 @@ const char* hiddenRootIn(const TiXmlDocument& document) {
   const TiXmlNode* cmdData = document.FirstChild()->FirstChild("cmdData");
   for (const char* name : {"uid", "gid"}) {
     const TiXmlElement* element = cmdData->FirstChildElement(name);
-    // It has text: without it the job could not be read.
+    // It has text, since the job has been loaded.
     if (element != nullptr && isHiddenRoot(*element->FirstChild()->ToText())) return name;
   }
   return nullptr;

@@ -1,4 +1,4 @@
-// What the adapter does as it stands in a job, and what root had better not do.
+// Dangerous values in a job that the adapter accepts but root should not.
 #pragma once
 
 #include <string_view>
@@ -9,21 +9,22 @@ class TiXmlText;
 
 namespace runlet_tool {
 
-// Whether there is, from `node` on, which may be null, something that its author may miss.
+// Whether `node` (may be null) or a later sibling has content, which the author may expect to
+// count.
 bool hasContent(const TiXmlNode* node);
 
-// Whether something follows the text in its element that its author may miss.
+// Whether the element has content after the text that the author may expect to count.
 bool isCutOff(const TiXmlText& text);
 
-// Whether the text of an id comes to 0, which is root, in another way than as a plain 0, as a name
-// does.
+// Whether the text of an id is read as 0, which is root, without being a plain 0, such as a name.
 bool isHiddenRoot(const TiXmlText& text);
 
-// "uid" or "gid" if that element of a job is such a one; else null. The job has been read from the
-// document.
+// "uid" or "gid" if that element of a job is a hidden root; else null. A job has been loaded from
+// the document.
 const char* hiddenRootIn(const TiXmlDocument& document);
 
-// Whether the shell that the adapter hands the path to takes it for one word, and for no option.
+// Whether the shell to which the adapter passes the path takes it as one word that is not an
+// option.
 bool isSafeInShell(std::string_view path);
 
 }  // namespace runlet_tool

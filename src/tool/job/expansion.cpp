@@ -22,7 +22,7 @@ std::string callingText(const Preview& preview) {
 }
 
 struct OutcomeName {
-  const char* inText;  // null: nothing is said
+  const char* inText;  // null = not printed
   const char* inJson;
 };
 
@@ -48,7 +48,7 @@ void appendRow(const char* label, const std::string& value, std::string* text) {
   text->append(value).append("\n");
 }
 
-// What the adapter or the C++ library says, the latter in several lines.
+// The text of the adapter, or of the C++ library, which has several lines.
 std::string messageOf(const Preview& preview) {
   if (preview.outcome != Outcome::ends) return visible(preview.message);
   std::string out;
@@ -59,7 +59,7 @@ std::string messageOf(const Preview& preview) {
   return out;
 }
 
-// Strings of a task as JSON has them: as they are, or with a character for every byte.
+// Converts the strings of a task to JSON: unchanged, or with one character per byte.
 class JsonStrings {
  public:
   explicit JsonStrings(bool inBytes) : inBytes_(inBytes) {}
@@ -76,7 +76,7 @@ class JsonStrings {
   bool inBytes_;
 };
 
-// The words, the folder and the program's path are all parts of these.
+// The words and the program's path are parts of these strings.
 bool isUtf8Throughout(const Preview& preview) {
   return isUtf8(preview.start.commandLine) && isUtf8(preview.start.folder) &&
          isUtf8(preview.message) && isUtf8(preview.reason);
@@ -89,10 +89,10 @@ Json argumentVector(const Preview& preview, const JsonStrings& string) {
   return words;
 }
 
-void sayCut(std::int32_t number, std::int32_t leftOut) {
+void reportSkipped(std::int32_t number, std::int32_t leftOut) {
   std::fprintf(stderr,
-               "runlet-job: expand: left out %s after task %d because all would take too long; "
-               "show the rest with -s and -n\n",
+               "runlet-job: expand: skipped %s after task %d, since all of them would take too "
+               "long; show the rest with -s and -n\n",
                quantity(static_cast<std::size_t>(leftOut), "task").c_str(),
                static_cast<int>(number));
 }
@@ -125,7 +125,7 @@ void TextExpandReport::task(std::int32_t number, const Preview& preview) {
 }
 
 void TextExpandReport::cut(std::int32_t number, std::int32_t leftOut) {
-  sayCut(number, leftOut);
+  reportSkipped(number, leftOut);
 }
 
 void JsonExpandReport::begin(const std::string& job, const LoadResult& result) {
@@ -139,7 +139,7 @@ void JsonExpandReport::begin(const std::string& job, const LoadResult& result) {
   head["message"] = string.orNull(!result.message.empty(), result.message);
   head["bytes"] = inBytes;
   std::string text = head.dump();
-  text.pop_back();  // the closing brace: the tasks follow
+  text.pop_back();  // the closing brace, since the tasks follow
   put(text + ", \"tasks\": [");
 }
 
@@ -165,7 +165,7 @@ void JsonExpandReport::task(std::int32_t number, const Preview& preview) {
 
 void JsonExpandReport::cut(std::int32_t number, std::int32_t leftOut) {
   leftOut_ = leftOut;
-  sayCut(number, leftOut);  // in a pipe the status of this program is lost
+  reportSkipped(number, leftOut);  // in a pipe, the exit status may be lost
 }
 
 void JsonExpandReport::end() {

@@ -1,4 +1,4 @@
-// How previews are told.
+// Printing previews.
 #pragma once
 
 #include <cstdint>
@@ -9,26 +9,26 @@
 
 namespace runlet_tool {
 
-// Writes to standard output, in the order begin, task..., cut if there is cause, end.
+// Writes to standard output. Called in the order begin, task..., possibly cut, end.
 class ExpandReport {
  public:
   virtual ~ExpandReport() = default;
 
-  // Tells how the load went.
+  // Reports the result of loading the job.
   virtual void begin(const std::string& job, const LoadResult& result) = 0;
 
-  // `number` is the task's, from 1. Of a task that is not reached, `preview` has nothing but that,
-  // and the reason.
+  // `number` is the task number, from 1. For a task that is not reached, `preview` has only the
+  // outcome and the reason.
   virtual void task(std::int32_t number, const Preview& preview) = 0;
 
-  // In place of further tasks, which would be too much: `number` is the last that was told of, and
-  // so many are left out.
+  // Instead of the remaining tasks, which would take too long: `number` is the last task reported,
+  // `leftOut` how many are skipped.
   virtual void cut(std::int32_t number, std::int32_t leftOut) = 0;
 
   virtual void end() = 0;
 };
 
-// For people, and for programs (a documented form of JSON, see runlet-job(1)).
+// For people.
 class TextExpandReport : public ExpandReport {
  public:
   explicit TextExpandReport(bool hasColour) : hasColour_(hasColour) {}
@@ -43,6 +43,7 @@ class TextExpandReport : public ExpandReport {
   std::string text_;
 };
 
+// For programs, as JSON in the form documented in runlet-job(1).
 class JsonExpandReport : public ExpandReport {
  public:
   void begin(const std::string& job, const LoadResult& result) override;

@@ -26,7 +26,7 @@ std::string shownMessage(const LoadResult& result) {
 LoadResult loadDocument(TiXmlDocument* document) {
   std::string reason;
   if (runlet::loadXml(document, &reason)) return {};
-  // The adapter says nothing then.
+  // In this case the adapter prints nothing.
   if (*document->Value() == '\0') return {Loading::unreadable, ""};
   return {Loading::unreadable,
           withoutLineEnd(runlet::notLoadedFormat, document->Value(), reason.c_str())};
@@ -44,7 +44,7 @@ LoadResult readDocument(const TiXmlDocument& document, runlet::AdapterContext* c
 
 LoadResult loadJob(runlet::AdapterContext* context) {
   TiXmlDocument document(context->jobFile.c_str());
-  document.SetTabSize(0);  // or every byte would be looked at for the line and column it is in
+  document.SetTabSize(0);  // no line and column tracking, which would look at every byte
   const LoadResult result = loadDocument(&document);
   return result.loading == Loading::loaded ? readDocument(document, context) : result;
 }

@@ -1,4 +1,4 @@
-// Loading a job as the adapter does, and telling what the adapter would say.
+// Loading a job as the adapter does, with the adapter's messages.
 #pragma once
 
 #include <string>
@@ -11,39 +11,37 @@ namespace runlet_tool {
 
 enum class Loading {
   loaded,
-  refused,     // read, but the adapter does not take it
+  refused,     // read, but not accepted by the adapter
   ends,        // the adapter ends abnormally
-  unreadable,  // not to be read, or not XML
+  unreadable,  // cannot be read, or is not XML
 };
 
 struct LoadResult {
   Loading loading = Loading::loaded;
-  // The adapter's own text, without its line end; empty when loaded, and where it has none: for an
-  // empty path.
+  // The adapter's own text, without its newline; empty if loaded, and for an empty path, for which
+  // the adapter has none.
   std::string message;
-  // Of a job that is loaded: "uid" or "gid" where that id is root's without saying so (see
-  // hiddenRootIn), else null.
+  // For a loaded job, the result of hiddenRootIn: "uid" or "gid" if that id is a hidden root, else
+  // null.
   const char* hiddenRoot = nullptr;
 };
 
-// What is said in place of a message that the adapter does not have.
-inline constexpr char noJobFileText[] = "runlet-job: The path of the job file is empty.";
+// Printed for an empty path, for which the adapter has no message.
+inline constexpr char noJobFileText[] = "runlet-job: the path of the job file is empty";
 
-// The message for people, or that text where there is none. Of what the C++ library writes the line
-// end stays; all else is one line, in which a path or the XML library's reason cannot act on a
-// terminal.
+// The message for people, or noJobFileText if there is none. Newlines in text of the C++ library
+// stay; any other message is one line, with control characters escaped.
 std::string shownMessage(const LoadResult& result);
 
-// The two halves of a load: the file to its document, and the document to the job fields and lists
-// of `context`, whose `jobFile` the document is named after.
+// The two halves of loading: from the file to a document, and from the document to the job fields
+// and lists of `context`. The document is named after the `jobFile` of `context`.
 LoadResult loadDocument(TiXmlDocument* document);
 LoadResult readDocument(const TiXmlDocument& document, runlet::AdapterContext* context);
 
-// What the C++ library writes for an exception of that type that nothing catches, without its
-// line end.
+// What the C++ library writes for an uncaught exception of that type, without its newline.
 std::string terminateText(const char* type, const char* what);
 
-// Both, for `context->jobFile`.
+// Loads the file `context->jobFile`: both halves.
 LoadResult loadJob(runlet::AdapterContext* context);
 
 }  // namespace runlet_tool

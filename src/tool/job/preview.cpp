@@ -25,8 +25,8 @@ void decide(Preview* preview, Outcome outcome, std::string message, std::string 
   preview->reason = std::move(reason);
 }
 
-// Whether a folder of that name is found again from inside itself: it only goes up, or it comes
-// back to where it begins.
+// Whether a relative path can be entered again after it has been entered once: it only goes up, or
+// it ends where it begins.
 bool isFoundAgain(std::string_view path) {
   bool onlyUp = true;
   bool staysInside = true;
@@ -57,10 +57,10 @@ constexpr FolderRefusal folderRefusals[] = {
      "the job file is in the root folder and the job has no WorkingFolder, so the name of the run "
      "folder is empty"},
     {FolderKind::relative, false, ENOENT,
-     "the run folder is relative, and the task before it has entered it already"},
+     "the run folder is relative, and the previous task has already entered it"},
 };
 
-// False when the run folder cannot be entered.
+// False if the run folder cannot be entered.
 bool previewFolder(const AdapterContext& context, bool isFirst, Preview* preview) {
   std::string& folder = preview->start.folder;
   folder = runlet::runFolder(context);
@@ -88,16 +88,17 @@ std::string fillInReason(const Preview& preview, const AdapterContext& context) 
   }
   const PlaceholderUse& use = preview.uses.back();
   const bool isTask = context.arguments[use.end] == 't';
-  return inQuotes(placeholderText(use, context.arguments)) + " is no placeholder: a %" +
+  return inQuotes(placeholderText(use, context.arguments)) + " is not a placeholder: a %" +
          (isTask ? "t must be followed by n or p" : "j must be followed by p");
 }
 
-// Why composing has raised an error: in the fill-in, or for want of a space behind it.
+// Why composing the start raised an exception: in the fill-in, or because the expanded line has no
+// space.
 std::string raisedReason(const Preview& preview, const AdapterContext& context) {
   const std::string_view placeholder = raisingPlaceholder(preview.uses, context.arguments);
   if (!placeholder.empty()) {
     return inQuotes(placeholder) +
-           " asks for a parameter that has a name but no value: there are " +
+           " refers to a parameter that has a name but no value: there are " +
            std::to_string(context.paramNames.size()) + " names and " +
            std::to_string(context.paramValues.size()) + " values";
   }
@@ -128,7 +129,7 @@ bool previewRights(Preview* preview) {
   if (rights.gid == notGiven) {
     decide(preview, Outcome::refused,
            withoutLineEnd(runlet::groupRefusedFormat, notGiven, runlet::noGroupReason),
-           "the job names no group (gid), and the adapter has none of its own to take");
+           "the job has no group (gid), and the adapter has no default");
     return false;
   }
   if (rights.uid == notGiven && rights.userName.empty()) {
@@ -145,7 +146,7 @@ void previewExecution(Preview* preview) {
   decide(preview, Outcome::cannotExecute,
          withoutLineEnd(runlet::cannotExecuteFormat, preview->start.commandLine.c_str(),
                         std::strerror(ENOENT)),
-         hasWord ? "the first word of the command line is empty" : "the command line has no word");
+         hasWord ? "the first word of the command line is empty" : "the command line has no words");
 }
 
 void clear(Preview* preview) {

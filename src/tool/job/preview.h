@@ -1,4 +1,4 @@
-// What the adapter will do for a task, found out with its own code and without doing anything.
+// What the adapter would do for a task, computed by its own code without side effects.
 #pragma once
 
 #include <cstdint>
@@ -13,14 +13,14 @@
 namespace runlet_tool {
 
 enum class Outcome {
-  starts,         // the program is started, if the machine has it
-  refused,        // the request is given up after a message
-  ends,           // the adapter ends abnormally, by an exception that nothing catches
-  cannotExecute,  // the child has no program to become
-  notReached,     // a task in front of it ended the request
+  starts,         // the program is started, if it exists
+  refused,        // the request ends after a message
+  ends,           // the adapter ends abnormally, by an uncaught exception
+  cannotExecute,  // the child has no program to execute
+  notReached,     // an earlier task ended the request
 };
 
-// Whether nothing of the request follows such a task.
+// Whether a task with that outcome ends the request.
 inline bool endsRequest(Outcome outcome) {
   return outcome == Outcome::refused || outcome == Outcome::ends;
 }
@@ -31,33 +31,32 @@ struct Preview {
   Preview& operator=(const Preview&) = delete;
 
   Outcome outcome = Outcome::starts;
-  // Whether there is a command, which the adapter then announces with its "Calling" line; without
-  // one `words` and the command of `start` are empty.
+  // Whether there is a command, which the adapter announces with its "Calling" line; if not,
+  // `words` and the command of `start` are empty.
   bool isComposed = false;
-  runlet::TaskStart start;                   // of it only `folder` where that cannot be entered
+  runlet::TaskStart start;                   // only `folder` is set if it cannot be entered
   std::vector<char*> words;                  // the argument vector, without its null
-  std::vector<runlet::PlaceholderUse> uses;  // what the fill-in came to
-  std::string message;                       // the adapter's own text, without its line end
+  std::vector<runlet::PlaceholderUse> uses;  // the placeholders filled in so far
+  std::string message;                       // the adapter's own text, without its newline
   std::string reason;                        // why, in one sentence
 
-  std::string cut;  // where `words` point to
+  std::string cut;  // the buffer that `words` point into
 };
 
-// Fills `*preview`, whose memory is used again, for the task at `index` (0-based position in
-// `taskList`). `isFirst`: no task of the request has been run yet. Nothing on the machine is
-// looked at.
+// Fills `*preview`, reusing its memory, for the task at `index` (0-based position in `taskList`).
+// `isFirst`: no task of the request has run yet. Does not access the file system or user database.
 void previewTask(const runlet::AdapterContext& context, std::int32_t index, bool isFirst,
                  Preview* preview);
 
-// The part of it that is about the command, whatever the run folder and the rights are.
+// Only the command part of previewTask, ignoring the run folder and the rights.
 void previewCommand(const runlet::AdapterContext& context, std::int32_t index, Preview* preview);
 
-// The preview of the tasks that follow the task `endingNumber` (from 1), which ended the request.
+// The preview of the tasks after task `endingNumber` (from 1), which ended the request.
 void previewNotReached(std::int32_t endingNumber, Preview* preview);
 
-// How a run folder is found, as far as its name tells.
+// The kind of a run folder, judged by its path only.
 enum class FolderKind {
-  full,      // begins with "/"
+  full,      // absolute
   dots,      // made of "." and "..", or back where it begins as "a/..": found for every task
   relative,  // found for the first task only
   jobFile,   // the job file itself: named without a folder, and the job has none
@@ -65,12 +64,12 @@ enum class FolderKind {
 };
 FolderKind kindOfFolder(const runlet::AdapterContext& context);
 
-// The placeholder as it is written, with the character that keeps a malformed or dropped one from
-// being one, unless that is a space.
+// The placeholder as written, including the character that makes it malformed or dropped, unless
+// that is a space.
 std::string_view placeholderText(const runlet::PlaceholderUse& use,
                                  std::string_view argumentTemplate);
 
-// The placeholder behind the last of `uses`: where the fill-in has raised an error.
+// The placeholder after the last of `uses`, on which the fill-in raised an exception.
 std::string_view raisingPlaceholder(const std::vector<runlet::PlaceholderUse>& uses,
                                     std::string_view argumentTemplate);
 

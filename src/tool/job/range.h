@@ -1,4 +1,4 @@
-// Which tasks a verb is asked for.
+// The range of tasks that a verb works on.
 #pragma once
 
 #include <cstdint>
@@ -18,8 +18,8 @@ struct RangeOptions {
   }
 };
 
-// Without a range, asks for all tasks; -s alone is one task, as in a request; -n alone counts from
-// the first. What is given means what it means to the adapter.
+// Selects all tasks if no range is given; -s alone selects one task, as in a request; -n alone
+// counts from the first. Given values mean the same as to the adapter.
 inline void setRange(const RangeOptions& options, runlet::AdapterContext* context) {
   context->firstTask = options.first.value_or(1);
   const std::int32_t all = std::numeric_limits<std::int32_t>::max();

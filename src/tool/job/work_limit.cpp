@@ -9,13 +9,13 @@ namespace {
 using runlet::PlaceholderForm;
 using runlet::PlaceholderUse;
 
-constexpr std::size_t forTask = 2000;  // whatever it is
+constexpr std::size_t forTask = 2000;  // for any task
 constexpr std::size_t forByteOfLine = 6;
 constexpr std::size_t forWord = 15;
 constexpr std::size_t forByteOfOutput = 25;
 constexpr std::size_t forWordOfOutput = 60;
 
-// How much of the template the preview has gone through; all of it where that is not known.
+// How much of the template the preview has processed; all of it if that is unknown.
 std::size_t templateLength(const Preview& preview, const runlet::AdapterContext& context) {
   if (preview.outcome == Outcome::notReached) return 0;
   const std::size_t all = context.arguments.size();
@@ -23,7 +23,7 @@ std::size_t templateLength(const Preview& preview, const runlet::AdapterContext&
   return hasFailed ? std::min(all, preview.uses.back().end + runlet::maxExpansionLength) : all;
 }
 
-// A look-up copies the entry or value, and goes through it up to the field.
+// A look-up copies the entry or value and scans it up to the field.
 std::size_t workOf(const PlaceholderUse& use, std::size_t entryLength) {
   switch (use.form) {
     case PlaceholderForm::taskField:

@@ -1,4 +1,4 @@
-// How much work the tasks of a job may make.
+// A limit on the work for the tasks of a job.
 #pragma once
 
 #include <cstddef>
@@ -10,9 +10,9 @@
 namespace runlet_tool {
 
 // The tasks of a small file can take very long: the template is expanded for each of them, and each
-// of many placeholders may look through a long entry. So the work is counted, in units of about a
-// nanosecond, and limited. The limit is forAnyJob plus forEachByte for each byte of the file. A
-// usual task takes about a hundred units for each byte that it has in the file.
+// of many placeholders may scan a long entry. So the work is counted, in units of about a
+// nanosecond, and limited to forAnyJob plus forEachByte for each byte of the file. A typical task
+// takes about a hundred units per byte that it has in the file.
 class WorkLimit {
  public:
   static constexpr std::size_t forAnyJob = 150'000'000;
@@ -21,19 +21,19 @@ class WorkLimit {
   WorkLimit() = default;  // no limit
   explicit WorkLimit(std::size_t fileSize) : left_(forAnyJob + forEachByte * fileSize) {}
 
-  // Of a preview, of the task at `index`, that is to be looked at.
+  // For computing and checking the preview of the task at `index`.
   void addPreview(const Preview& preview, const runlet::AdapterContext& context,
                   std::int32_t index);
 
-  // Of writing what it tells, in one form or the other.
+  // For printing the preview, as text or JSON.
   void addOutput(const Preview& preview);
 
-  // Of looking a finding up.
+  // For looking up a finding.
   void addLookUp() {
     add(200);
   }
 
-  // Of looking for a program of the machine.
+  // For searching for a program on this machine.
   void addProgram(std::size_t pathLength) {
     add(50'000 + 1000 * pathLength);
   }

@@ -11,8 +11,8 @@
 namespace runlet_tool {
 namespace {
 
-// FIRST, FIRST + STEP and so on, as far as LAST. In 64 bits, so that 32-bit frames can be reckoned
-// with. `last` is one of the frames.
+// FIRST, FIRST + STEP and so on up to LAST. In 64 bits, so that arithmetic with 32-bit frames
+// cannot overflow. `last` is one of the frames.
 struct FrameRange {
   std::int64_t first;
   std::int64_t last;
@@ -23,7 +23,7 @@ struct FrameRange {
   }
 };
 
-// Takes a 32-bit number off the start of `*text`.
+// Removes a 32-bit number from the start of `*text`.
 bool takeNumber(std::string_view* text, std::int64_t* number) {
   std::int32_t value = 0;
   const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), value);
@@ -48,14 +48,14 @@ bool parseRange(std::string_view text, FrameRange* range) {
   return text.empty();
 }
 
-// What is wrong with a range as it is written; null if nothing is.
+// What is wrong with a parsed range; null if it is fine.
 const char* faultOf(const FrameRange& range) {
   if (range.first > range.last) return "the first frame comes after the last";
   return range.step < 1 ? "the step is below 1" : nullptr;
 }
 
 bool readRange(std::string_view text, FrameRange* range, std::string* reason) {
-  constexpr char noRange[] = "that is no frame, FIRST-LAST or FIRST-LASTxSTEP";
+  constexpr char noRange[] = "expected FRAME, FIRST-LAST or FIRST-LASTxSTEP";
   const char* fault = parseRange(text, range) ? faultOf(*range) : noRange;
   if (fault != nullptr) {
     *reason = shortShellWord(std::string(text)) + ": " + fault;
@@ -83,7 +83,7 @@ std::int64_t frameCount(const std::vector<FrameRange>& ranges) {
   return count;
 }
 
-// The lowest frame that is there twice.
+// The lowest frame that occurs twice.
 std::optional<std::int32_t> repeatedFrame(const std::vector<FrameRange>& ranges) {
   std::vector<std::int32_t> frames;
   frames.reserve(static_cast<std::size_t>(frameCount(ranges)));
@@ -128,7 +128,7 @@ bool appendFrameTasks(std::string_view list, std::int32_t chunk, runlet::StringL
   std::vector<FrameRange> ranges;
   if (!readRanges(list, &ranges, reason)) return false;
   if (const std::int64_t count = frameCount(ranges); count > maxFrames) {
-    *reason = std::to_string(count) + " frames are more than ten million";
+    *reason = std::to_string(count) + " frames; the limit is ten million";
     return false;
   }
   if (const auto frame = repeatedFrame(ranges); frame) {
@@ -137,7 +137,7 @@ bool appendFrameTasks(std::string_view list, std::int32_t chunk, runlet::StringL
   }
   if (const std::int64_t count = taskCount(ranges, chunk);
       count > static_cast<std::int64_t>(maxFrameTasks)) {
-    *reason = std::to_string(count) + " tasks are more than a million";
+    *reason = std::to_string(count) + " tasks; the limit is one million";
     return false;
   }
   for (const FrameRange& range : ranges) appendRange(range, chunk, tasks);

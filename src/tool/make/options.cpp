@@ -26,12 +26,12 @@ struct NumberForm {
   const char* text;
 };
 
-constexpr NumberForm chunkForm = {10, 1, INT32_MAX, "that is no number of frames from 1 on"};
+constexpr NumberForm chunkForm = {10, 1, INT32_MAX, "expected a number of frames, at least 1"};
 constexpr NumberForm timeoutForm = {10, 1, runlet::longestTimeout,
-                                    "that is no number of minutes, 1 to 35791"};
-constexpr NumberForm umaskForm = {8, 0, 0777, "that is no octal number, 0 to 777"};
+                                    "expected a number of minutes from 1 to 35791"};
+constexpr NumberForm umaskForm = {8, 0, 0777, "expected an octal number from 0 to 777"};
 
-// A number that is not given leaves `*number` as it is.
+// Leaves `*number` unchanged if the option is not given.
 bool readNumberOption(const char* option, const std::optional<std::string>& value,
                       const NumberForm& form, std::int32_t* number, Complaint* complaint) {
   if (!value) return true;
@@ -58,14 +58,14 @@ bool readTaskOptions(const MakeOptions& options, runlet::AdapterContext* job,
   return true;
 }
 
-// Why there can be no parameter of that name and value next to those that there are.
+// Why a parameter of that name and value cannot be added to `names`; empty if it can.
 std::string paramObstacle(const std::string& name, const std::string& value,
                           const runlet::StringList& names) {
   if (name.empty()) return "the name is empty";
   if (std::find(names.begin(), names.end(), name) != names.end()) return "the name is given twice";
   for (const std::string& text : {name, value}) {
     if (text.size() < runlet::maxLookupLength) continue;
-    return std::to_string(text.size()) + " bytes are too long, 1999 is the most";
+    return std::to_string(text.size()) + " bytes; the limit is 1999";
   }
   const std::string obstacle = xmlObstacle(name);
   return obstacle.empty() ? xmlObstacle(value) : obstacle;
@@ -73,7 +73,8 @@ std::string paramObstacle(const std::string& name, const std::string& value,
 
 bool readParam(const std::string& param, runlet::AdapterContext* job, Complaint* complaint) {
   const std::size_t sign = param.find('=');
-  if (sign == std::string::npos) return complain("--param", param, "there is no \"=\"", complaint);
+  if (sign == std::string::npos)
+    return complain("--param", param, "expected NAME=VALUE", complaint);
   const std::string name = param.substr(0, sign);
   const std::string value = param.substr(sign + 1);
   const std::string obstacle = paramObstacle(name, value, job->paramNames);
@@ -103,7 +104,7 @@ constexpr TextOption textOptions[] = {
 std::string textObstacle(const std::string& text) {
   if (text.empty()) return "it is empty";
   if (text.find_first_not_of(" \t\n\r") == std::string::npos) {
-    return "white space alone would read as nothing";
+    return "white space alone would be read as empty";
   }
   return xmlObstacle(text);
 }
@@ -125,10 +126,10 @@ bool readUserAndGroup(const MakeOptions& options, runlet::AdapterContext* job,
   job->uid = static_cast<std::int32_t>(geteuid());
   job->gid = static_cast<std::int32_t>(getegid());
   if (options.user && !findUser(*options.user, &job->uid)) {
-    return complain("--user", *options.user, "there is no such user", complaint);
+    return complain("--user", *options.user, "no such user", complaint);
   }
   if (options.group && !findGroup(*options.group, &job->gid)) {
-    return complain("--group", *options.group, "there is no such group", complaint);
+    return complain("--group", *options.group, "no such group", complaint);
   }
   return true;
 }
@@ -148,7 +149,7 @@ bool readStandardError(const MakeOptions& options, runlet::AdapterContext* job,
   const std::string value = options.standardError.value_or("join");
   job->redirectStderr = value == "join";
   if (job->redirectStderr || value == "keep") return true;
-  return complain("--stderr", value, "that is neither join nor keep", complaint);
+  return complain("--stderr", value, "expected join or keep", complaint);
 }
 
 bool readCommand(const MakeOptions& options, runlet::AdapterContext* job, Complaint* complaint) {

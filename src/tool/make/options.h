@@ -1,4 +1,4 @@
-// The options of make and what they come to.
+// The options of make and the job they describe.
 #pragma once
 
 #include <optional>
@@ -10,7 +10,7 @@
 
 namespace runlet_tool {
 
-// As they were given.
+// The options as given.
 struct MakeOptions {
   std::optional<std::string> output;
   std::optional<std::string> frames;
@@ -28,9 +28,9 @@ struct MakeOptions {
   std::vector<std::string> command;  // at least one word
 };
 
-// Fills the job fields and lists of `*job`, which is new, with what the options ask for. Its
-// `arguments` are the words of the command with a space in between, without quotes. False, with the
-// option, its value and the reason, for what no job file can say.
+// Fills the job fields and lists of `*job`, which is new, from the options. Its `arguments` are the
+// words of the command, separated by spaces and unquoted. False, with the option, its value and the
+// reason, for a value that no job file can represent.
 bool readJobOptions(const MakeOptions& options, runlet::AdapterContext* job, Complaint* complaint);
 
 }  // namespace runlet_tool

@@ -6,9 +6,9 @@
 namespace runlet_tool {
 namespace {
 
-// A task for which a word is so that it matters, and what it is then.
+// The first task for which a word has some property, and the word in that task.
 struct Sample {
-  std::int32_t taskNumber = 0;  // 0 if there is none
+  std::int32_t taskNumber = 0;  // 0 = none
   std::string text;
 
   explicit operator bool() const {
@@ -16,7 +16,7 @@ struct Sample {
   }
 };
 
-// What the words of the tasks ask for in one place of the command.
+// The properties of one word of the command over all tasks.
 struct WordForm {
   Sample needsQuotes;
   Sample hasQuote;
@@ -43,17 +43,17 @@ std::string described(const Sample& sample) {
 std::string obstacleOf(const WordForm& form) {
   if (form.beginsWithQuote) {
     return "it begins with a double quote (" + described(form.beginsWithQuote) +
-           "), which cannot be written: there it begins a quoted word";
+           "), which would start a quoted word";
   }
   if (form.needsQuotes && form.hasQuote) {
-    return "it has to be in double quotes (" + described(form.needsQuotes) +
-           ") and holds one itself (" + described(form.hasQuote) +
-           "), which cannot be written: there it ends the word";
+    return "it needs double quotes (" + described(form.needsQuotes) +
+           ") but contains one itself (" + described(form.hasQuote) + "), which would end the word";
   }
   return {};
 }
 
-// Where the byte at `offset` of a template, outside of all placeholders, is in the expansion.
+// Maps the byte at `offset` of a template, outside all placeholders, to its offset in the
+// expansion.
 std::size_t expandedOffset(const std::vector<runlet::PlaceholderUse>& uses, std::size_t offset) {
   std::size_t expanded = offset;
   for (const runlet::PlaceholderUse& use : uses) {
@@ -68,8 +68,8 @@ std::size_t expandedOffset(const std::vector<runlet::PlaceholderUse>& uses, std:
 CommandWords::CommandWords(const std::vector<std::string>& words, const runlet::AdapterContext& job)
     : words_(&words), job_(&job) {}
 
-// All words are expanded in one go, as in the command: the width of a placeholder may take in
-// digits of the one in front of it, also across words.
+// All words are expanded together, as in the command: the width of a placeholder may pick up digits
+// of the preceding one, even across words.
 bool CommandWords::expand(std::int32_t taskIndex, std::vector<std::string>* expanded) const {
   std::string line;
   std::vector<runlet::PlaceholderUse> uses;

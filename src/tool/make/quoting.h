@@ -1,4 +1,4 @@
-// The words of a command as a job's template carries them.
+// Quoting the words of a command in a job's template.
 #pragma once
 
 #include <cstddef>
@@ -11,22 +11,21 @@
 
 namespace runlet_tool {
 
-// The words of a command, placeholders and all, and what they are for each task.
+// The words of a command, including placeholders, and their expansion for each task.
 class CommandWords {
  public:
-  // `words` are what the `arguments` of `job` are made of, with a space in between. Both live
-  // longer.
+  // The `arguments` of `job` are `words`, separated by spaces. Both must outlive this object.
   CommandWords(const std::vector<std::string>& words, const runlet::AdapterContext& job);
 
-  // Puts the words of the task at `taskIndex` into `*expanded`. False where the fill-in fails.
+  // Stores the words of the task at `taskIndex` in `*expanded`. False if the fill-in fails.
   bool expand(std::int32_t taskIndex, std::vector<std::string>* expanded) const;
 
-  // The template that carries each word to the splitter as one word, for every task: a word is put
-  // into double quotes where it is empty or has a space for some task. Where the fill-in fails, the
+  // Stores the template that the splitter splits into exactly these words for every task: a word is
+  // put in double quotes if it is empty or contains a space in some task. If the fill-in fails, the
   // words are left as they are: no task of such a job can be started anyway.
   //
-  // False, with the word and the reason, if there is no such template: the splitter has no way to
-  // write a double quote where a word begins, or inside of quotes.
+  // False, with the word and the reason, if there is no such template: a double quote cannot be
+  // written at the start of a word or inside quotes.
   bool quote(std::string* argumentTemplate, Complaint* complaint) const;
 
  private:

@@ -1,4 +1,4 @@
-// Files with a line of TAB-separated fields for each task.
+// Task files: one line of TAB-separated fields per task.
 #pragma once
 
 #include <cstddef>
@@ -11,18 +11,17 @@
 
 namespace runlet_tool {
 
-// Bytes of a file of tasks. A job that has them all is larger than that itself.
+// Most bytes of a task file. A job with all its tasks is larger than the file itself.
 inline constexpr std::size_t maxTaskFileSize = runlet::maxFileSize;
 
-// Why no job can have `entry` for a task: it would arrive as something else, or not at all. Empty
-// when one can.
+// Why `entry` cannot be a task of a job: it would be read as something else, or not at all. Empty
+// if it can.
 std::string taskObstacle(std::string_view entry);
 
-// Appends the tasks in the file at `path` to `*tasks`. False, with the file and line, the text and
-// the reason, for a line that no job can have for a task, for a file without a line, and (with the
-// status of the unreadable) for one that cannot be read, that is a device, or that has more than
-// `maxTaskFileSize` bytes, of which no more are read. The byte order mark that some programs put
-// at the start of a file is no part of the first field.
+// Appends the tasks in the file at `path` to `*tasks`. A byte order mark at the start is skipped.
+// False, with the file and line, the text and the reason, for a line that cannot be a task and for
+// an empty file; and, with the status exitUnreadable, for a file that cannot be read, is a device,
+// or has more than `maxTaskFileSize` bytes (reading stops there).
 bool readTaskFile(const std::string& path, runlet::StringList* tasks, Complaint* complaint);
 
 }  // namespace runlet_tool

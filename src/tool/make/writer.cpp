@@ -20,7 +20,7 @@
 namespace runlet_tool {
 namespace {
 
-// An element whose text is markup already.
+// An element; `text` is already escaped.
 void appendElement(std::string_view name, std::string_view text, std::string* out) {
   out->append("<").append(name).append(">").append(text);
   out->append("</").append(name).append(">");
@@ -44,7 +44,7 @@ void appendTexts(const runlet::AdapterContext& job, std::string* out) {
   if (!job.outputs.empty()) appendElementLine("Outputs", escapeAlone(job.outputs), out);
 }
 
-// An id is 32 bits without a sign to the system.
+// To the system, an id is an unsigned 32-bit number.
 std::string idText(std::int32_t id) {
   return std::to_string(static_cast<std::uint32_t>(id));
 }
@@ -93,7 +93,7 @@ bool sameJob(const runlet::AdapterContext& a, const runlet::AdapterContext& b) {
 }
 
 std::vector<std::string> argumentsOf(const std::string& commandLine) {
-  std::string line = commandLine;  // which is cut up
+  std::string line = commandLine;  // splitWords modifies it
   std::vector<std::string> arguments;
   for (const char* word : runlet::splitWords(line.data())) {
     if (word != nullptr) arguments.emplace_back(word);
@@ -109,7 +109,7 @@ bool taskArrives(const runlet::AdapterContext& job, const CommandWords& words,
          argumentsOf(start.commandLine) == meant;
 }
 
-// One word is the template by itself.
+// A single word is the template itself.
 bool findTemplate(const MakeOptions& options, const runlet::AdapterContext& job,
                   std::string* argumentTemplate, Complaint* complaint) {
   *argumentTemplate = job.arguments;
@@ -119,15 +119,15 @@ bool findTemplate(const MakeOptions& options, const runlet::AdapterContext& job,
 
 bool cannotLook(int error, Complaint* complaint) {
   complaint->status = exitUnreadable;
-  complaint->text = std::string("the job cannot be looked at: ") + std::strerror(error);
+  complaint->text = std::string("cannot check the job: ") + std::strerror(error);
   return false;
 }
 
 bool acceptReport(const std::string& name, const Report& report, Complaint* complaint) {
   if (report.count(Severity::error) == 0) return true;
   std::string findings = findingsText(name, report, wantsColour(stderr));
-  findings.pop_back();  // the last line end
-  complaint->text = "no job is written, for it would not run as asked:\n" + findings;
+  findings.pop_back();  // the last newline
+  complaint->text = "no job written, since it would not run as intended:\n" + findings;
   return false;
 }
 
@@ -149,7 +149,7 @@ bool arrivesAsMeant(const std::string& path, const runlet::AdapterContext& meant
   loaded.jobFile = path;
   const LoadResult result = loadJob(&loaded);
   if (result.loading != Loading::loaded) return give(result.message, complaint);
-  if (!sameJob(loaded, meant)) return give("the job would not arrive as it is meant", complaint);
+  if (!sameJob(loaded, meant)) return give("the job would not be loaded as intended", complaint);
   const CommandWords commandWords(words, meant);
   const auto taskCount = static_cast<std::int32_t>(words.size() > 1 ? loaded.taskList.size() : 0);
   for (std::int32_t task = 0; task < taskCount; ++task) {

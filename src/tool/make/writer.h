@@ -1,4 +1,4 @@
-// A job file from the options of make.
+// Writing a job file from the options of make.
 #pragma once
 
 #include <string>
@@ -11,27 +11,26 @@
 
 namespace runlet_tool {
 
-// The job file whose load fills the job fields and lists of a context as those of `job` are, but
-// for the `arguments`, which become `argumentTemplate`. They hold only what a job file can carry:
-// see xmlObstacle, taskObstacle and escapeAlone. There is an element for every number, and one for
-// every text that is not empty.
+// The job file that loads as the job fields and lists of `job`, except that `arguments` become
+// `argumentTemplate`. All texts must be representable in a job file: see xmlObstacle, taskObstacle
+// and escapeAlone. Every number and every non-empty text has an element.
 std::string jobText(const runlet::AdapterContext& job, const std::string& argumentTemplate);
 
-// Whether the job file at `path` is loaded as `meant`, except for the template, and each of its
-// tasks then has exactly the `words` of the command, expanded, for an argument vector. A single
-// word is a template by itself, which may come to any number of words.
+// Whether the job file at `path` loads as `meant`, except for the template, and the argument vector
+// of each task is exactly the expanded `words` of the command. A single word is a template, which
+// may expand to any number of words.
 //
-// `meant` has the words for its `arguments`, with a space in between.
+// The `arguments` of `meant` are the words, separated by spaces.
 bool arrivesAsMeant(const std::string& path, const runlet::AdapterContext& meant,
                     const std::vector<std::string>& words, Complaint* complaint);
 
 struct MadeJob {
   std::string text;
-  Report report;  // what check finds in it
+  Report report;  // the findings of check
 };
 
-// Puts the job file that the options ask for into `*made`. False where there is none, and, with the
-// findings, where check finds an error in it. The findings are about a file called `name`.
+// Stores the job file described by the options in `*made`. False if there is none, or, with the
+// findings, if check finds an error in it. The findings name the file `name`.
 bool makeJob(const MakeOptions& options, const std::string& name, MadeJob* made,
              Complaint* complaint);
 

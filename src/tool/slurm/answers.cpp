@@ -9,17 +9,17 @@
 namespace runlet_tool {
 namespace {
 
-// The engine has no higher ones.
+// Slurm has no higher ones.
 constexpr std::int32_t highestElement = 4'000'000;
 
-// The parts that are not empty.
+// The non-empty words.
 std::vector<std::string_view> wordsOf(std::string_view text) {
   std::vector<std::string_view> words = split(' ', text);
   std::erase_if(words, [](std::string_view word) { return word.empty(); });
   return words;
 }
 
-// The states that an element does not leave by itself. All others are on the way there.
+// The final states of an element. All others are on the way to one of them.
 enum class Kind { completed, failed, timedOut, inItsOwnWord };
 
 struct FinalState {
@@ -41,7 +41,7 @@ TaskEnd inLowerCase(std::string_view word) {
   return {Ending::other, 0, text};
 }
 
-// Without a code that tells of a failure it was the engine that failed, before there was a process.
+// Without an exit code of a failure, Slurm itself failed before there was a process.
 TaskEnd taskEndOf(const FinalState& state, int waitStatus) {
   if (state.kind == Kind::completed) return {Ending::succeeded, 0, ""};
   if (state.kind == Kind::timedOut) return {Ending::timedOut, 0, ""};
@@ -63,7 +63,7 @@ int waitStatusOf(std::string_view text) {
   return (code & 0xff) << 8 | (signal & 0x7f);
 }
 
-// "4", "[4]", "[1,4-6%2]": elements that have not been started are told together. Adds them.
+// Adds the elements of "4", "[4]" or "[1,4-6%2]": elements not yet started are reported together.
 void addElements(std::string_view text, const std::string& array, const std::optional<TaskEnd>& end,
                  ElementStates* states) {
   if (text.starts_with('[')) text.remove_prefix(1);

@@ -1,5 +1,5 @@
-// What the engine's programs write, as far as this program wants to know it. Whatever else stands
-// there, such as names that users have given, is passed over.
+// Parsing the output of Slurm's programs. Everything not needed here, such as names given by users,
+// is ignored.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace runlet_tool {
 
-// The id of an array. The cluster is empty where the engine has not named one.
+// The id of an array. The cluster is empty if Slurm has not named one.
 struct ArrayId {
   std::string number;
   std::string cluster;
@@ -21,10 +21,10 @@ struct ArrayId {
   bool operator==(const ArrayId&) const = default;
 };
 
-// An array's number, and that of one of its elements.
+// The number of an array and the number of one of its elements.
 using ElementId = std::pair<std::string, std::int32_t>;
 
-// How elements have ended; nothing for one that has not.
+// How elements ended; no value for one that has not ended.
 using ElementStates = std::map<ElementId, std::optional<TaskEnd>>;
 
 // From `sbatch --parsable`: "123" or "123;cluster".
@@ -33,12 +33,12 @@ std::optional<ArrayId> readReply(std::string_view text);
 // From `scontrol show config`.
 std::optional<std::int64_t> readMaxArraySize(std::string_view text);
 
-// From squeue, the columns id of the array, number of the element, state and wait status: adds the
-// elements to `*states`.
+// From squeue, with the columns array id, element number, state and wait status: adds the elements
+// to `*states`.
 void readQueue(std::string_view text, ElementStates* states);
 
-// From sacct, the columns id of the job, state and exit code, with "|" between them: adds those
-// elements that are not in `*states` yet.
+// From sacct, with the columns job id, state and exit code, separated by "|": adds the elements
+// that are not yet in `*states`.
 void readAccounts(std::string_view text, ElementStates* states);
 
 }  // namespace runlet_tool

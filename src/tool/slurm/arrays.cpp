@@ -10,7 +10,7 @@
 namespace runlet_tool {
 namespace {
 
-// The engine refuses more than 4096 bytes, among them those of a limit on how many run at a time.
+// Slurm refuses more than 4096 bytes, including the limit on how many elements run at a time.
 constexpr std::size_t longestElements = 4000;
 
 // A power of ten.
@@ -36,8 +36,8 @@ std::string padded(std::int64_t number, int digits) {
   return withoutLineEnd("%0*lld", digits, static_cast<long long>(number));
 }
 
-// How much longer the text gets with one more element. The beginning and the end of a range count;
-// that an end may have a digit more than when it was counted is what the limit has room for.
+// How much longer the text gets with one more element. Both ends of a range count; the limit leaves
+// room for an end that has one digit more than when it was counted.
 std::size_t spanLength(std::int32_t element, const std::vector<std::int32_t>& elements) {
   const std::size_t count = elements.size();
   const bool isInRange =
@@ -45,7 +45,7 @@ std::size_t spanLength(std::int32_t element, const std::vector<std::int32_t>& el
   return isInRange ? 0 : static_cast<std::size_t>(digitsOf(element)) + 1;
 }
 
-// As several arrays where the elements, for want of neighbours, take too long a text.
+// Appends several arrays if the text of the elements gets too long, as it may without neighbours.
 void appendFitting(const ArrayPart& part, std::vector<ArrayPart>* parts) {
   ArrayPart fitting = part;
   fitting.elements.clear();
@@ -62,7 +62,7 @@ void appendFitting(const ArrayPart& part, std::vector<ArrayPart>* parts) {
   parts->push_back(fitting);
 }
 
-// What has a number in the names of logs: a task, or a chunk.
+// What the numbers in log names count: tasks or chunks.
 struct Units {
   std::vector<std::int32_t> numbers;
   int digits;
@@ -92,8 +92,8 @@ ArrayPart onePart(const Units& units, const ArrayLayout& layout) {
   return part;
 }
 
-// One array for as many numbers as have the same digits in front of the last few, so that the
-// engine can put the names of logs together out of these and its own number of the element.
+// One array for all numbers that differ only in the last few digits, so that Slurm can compose the
+// names of logs from the digits in common and its own element number.
 std::vector<ArrayPart> severalParts(const Units& units, const ArrayLayout& layout, Power power) {
   std::vector<ArrayPart> parts;
   std::int64_t previous = -1;
@@ -119,8 +119,8 @@ std::vector<ArrayPart> cut(const Units& units, const ArrayLayout& layout,
 constexpr std::string_view label = "runlet-job:";
 constexpr std::size_t hashLength = 16;
 
-// Takes a number above -1 and the ":" behind it off the front of `*text`. False if they are not
-// there.
+// Removes a non-negative number and the ":" after it from the start of `*text`. False if they are
+// not there.
 template <typename Number>
 bool takeField(std::string_view* text, Number* number) {
   const char* const end = text->data() + text->size();

@@ -1,4 +1,4 @@
-// How a batch becomes arrays of Slurm, and what an array tells about itself.
+// How a batch is divided into Slurm job arrays, and what the comment of an array says.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +10,8 @@
 
 namespace runlet_tool {
 
-// Which tasks the elements of an array are: element e holds `chunk` tasks from `base` + e * `chunk`
-// on, as far as they are not above `last`.
+// Which tasks the elements of an array run: element e runs `chunk` tasks starting at `base` + e *
+// `chunk`, but none above `last`.
 struct ArrayLayout {
   std::int32_t base = 0;
   std::int32_t chunk = 1;
@@ -20,7 +20,7 @@ struct ArrayLayout {
   bool operator==(const ArrayLayout&) const = default;
 };
 
-// Numbers of tasks, both included.
+// Task numbers, both inclusive.
 struct TaskSpan {
   std::int64_t first;
   std::int64_t last;
@@ -32,42 +32,42 @@ TaskSpan tasksOf(const ArrayLayout& layout, std::int32_t element);
 struct ArrayPart {
   ArrayLayout layout;
   std::vector<std::int32_t> elements;  // ascending, at least one
-  std::string number;  // what stands in front of an element's digits in the names of logs
-  int digits = 0;      // of an element there; with 0 it does not appear
+  std::string number;                  // what precedes an element's digits in the names of logs
+  int digits = 0;                      // of an element in those names; 0 = it does not appear
 
   bool operator==(const ArrayPart&) const = default;
 };
 
-// "0-7,9", as the engine takes it.
+// "0-7,9", as sbatch --array takes it.
 std::string elementsText(const std::vector<std::int32_t>& elements);
 
-// The arrays for `tasks` (ascending, at least one) of a job that has `taskCount`. With a `chunk`
-// above 1 they have to be without a gap, and an element is `chunk` of them; its number in the names
-// of logs counts chunks of the whole job, from 0. No element is as high as `maxArraySize`, and no
-// array takes a longer text than the engine reads. The digits in the names of logs are the same
-// however many arrays there are.
+// The arrays for `tasks` (ascending, at least one) of a job that has `taskCount` tasks. With a
+// `chunk` above 1 the tasks must be contiguous, and an element runs `chunk` of them; its number in
+// the names of logs counts chunks of the whole job, from 0. Every element is below `maxArraySize`,
+// and no array has a longer text than Slurm accepts. The digits in the names of logs do not depend
+// on the number of arrays.
 std::vector<ArrayPart> planArrays(const std::vector<std::int32_t>& tasks, std::size_t taskCount,
                                   std::int32_t chunk, std::int64_t maxArraySize);
 
-// The path of an element's log is `folder` + "/" + its name, where chunk logs are named so.
+// The file name of an element's log where elements run chunks.
 std::string chunkLogName(const std::string& jobName, const ArrayLayout& layout,
                          std::int32_t element, std::size_t taskCount);
 
 struct ArrayOrigin {
   ArrayLayout layout;
   std::size_t elementCount = 0;
-  std::string job;  // stands for the job file, see jobHash
+  std::string job;  // jobHash of the job file
 
   bool operator==(const ArrayOrigin&) const = default;
 };
 
-// 16 digits for the job file's full path; hardly ever the same for two.
+// A hash of the job file's full path, in 16 hexadecimal digits.
 std::string jobHash(std::string_view jobFile);
 
-// "runlet-job:BASE:CHUNK:LAST:ELEMENTS:HASH", where ELEMENTS is how many the array has.
+// "runlet-job:BASE:CHUNK:LAST:ELEMENTS:HASH", where ELEMENTS is the number of elements.
 std::string commentText(const ArrayOrigin& origin);
 
-// What `text` begins with; nothing if it is not a comment of that form.
+// Parses the start of `text`; no value if it is not a comment of that form.
 std::optional<ArrayOrigin> readComment(std::string_view text);
 
 }  // namespace runlet_tool

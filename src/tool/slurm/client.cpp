@@ -20,8 +20,7 @@ using Words = std::vector<std::string>;
 
 constexpr std::int64_t defaultMaxArraySize = 1001;
 
-// Variables that change what a program does in a way that is not wanted here: they leave something
-// out of the answer.
+// Variables that would filter the output of a program.
 struct Unwanted {
   std::string_view program;
   std::string_view beginning;
@@ -31,7 +30,7 @@ constexpr Unwanted unwanted[] = {{"squeue", "SQUEUE_"},
                                  {"sacct", "SLURM_BITSTR_LEN="},
                                  {"scancel", "SCANCEL_"}};
 
-// Otherwise sacct names only the first few of the elements that have not been started.
+// Otherwise sacct lists only the first few of the elements that have not been started.
 constexpr char withAllElements[] = "SLURM_BITSTR_LEN=0";
 
 bool isWanted(std::string_view variable, std::string_view program) {
@@ -49,7 +48,7 @@ Words environmentFor(std::string_view program) {
   return environment;
 }
 
-ProgramResult runEngine(const Words& arguments) {
+ProgramResult runSlurm(const Words& arguments) {
   return runSubprocess(arguments, "", environmentFor(arguments.front()));
 }
 
@@ -58,13 +57,13 @@ ProgramResult runSbatch(const SbatchCommand& command) {
   return runSubprocess(command.arguments, command.script, command.environment);
 }
 
-// Why a program has not done what it was to do, in one line.
+// Why a program failed, in one line.
 std::string failureOf(const std::string& program, const ProgramResult& result) {
   if (result.startError != 0) {
     return "cannot run " + program + ": " + std::strerror(result.startError);
   }
   if (result.answerError != 0) {
-    return "the answer of " + program + " is lost: " + std::strerror(result.answerError);
+    return "cannot get the result of " + program + ": " + std::strerror(result.answerError);
   }
   const std::string text = visible(result.error.substr(0, result.error.find('\n')));
   return text.empty() ? program + " " + describe(endOfStatus(result.waitStatus)) : text;
@@ -83,16 +82,16 @@ void passOn(const std::string& error) {
   std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-// Why there is no array to be relied on. What sbatch wrote to standard error has been passed on.
+// Why sbatch failed. Its standard error has already been passed on.
 std::string complaintOf(const ProgramResult& result) {
   if (result.startError != 0 || result.answerError != 0) return failureOf("sbatch", result);
   if (result.waitStatus != 0) return "sbatch " + describe(endOfStatus(result.waitStatus));
-  std::string text = "sbatch has told no id, but";
+  std::string text = "unexpected output from sbatch:";
   appendShellWord(result.output, &text);
   return text;
 }
 
-// An sbatch that ends by itself and tells of a failure has queued nothing.
+// An sbatch that exits with a failure has queued nothing.
 bool mayHaveQueued(const ProgramResult& result) {
   const bool hasRefused = result.answerError == 0 && WIFEXITED(result.waitStatus) &&
                           WEXITSTATUS(result.waitStatus) != 0;
@@ -100,8 +99,9 @@ bool mayHaveQueued(const ProgramResult& result) {
 }
 
 std::string whereToLook(const SbatchCommand& command) {
-  std::string text = "an array may be queued all the same; before you submit again, look for " +
-                     command.comment + " in: squeue --Format=ArrayJobID,Comment:200";
+  std::string text =
+      "an array may have been queued nevertheless; before submitting again, look for " +
+      command.comment + " in: squeue --Format=ArrayJobID,Comment:200";
   appendShellWord("--name=" + command.name, &text);
   return text;
 }
@@ -116,10 +116,10 @@ std::string numbersOf(const std::vector<ArrayId>& arrays) {
   return text;
 }
 
-// What a program that knows of arrays has to say.
+// The reply of a program that is asked about arrays.
 struct Answer {
   std::string output;
-  std::string failure;  // why there is none; empty = there is one
+  std::string failure;  // why there is no output; empty = there is
 };
 
 Answer answerOf(const std::string& program, const ProgramResult& result) {
@@ -129,17 +129,17 @@ Answer answerOf(const std::string& program, const ProgramResult& result) {
 
 ProgramResult runFor(const std::vector<ArrayId>& arrays, Words arguments) {
   addCluster(arrays.front(), &arguments);
-  return runEngine(arguments);
+  return runSlurm(arguments);
 }
 
-// That squeue knows none of the arrays is an answer, whatever its status.
+// If squeue knows none of the arrays, that is an answer, whatever its exit status.
 Answer queue(const std::vector<ArrayId>& arrays, const std::string& columns) {
   const ProgramResult result = runFor(
       arrays, {"squeue", "-h", "-r", "--states=all", "-j", numbersOf(arrays), "-O", columns});
   return hasSaid(result, "Invalid job id") ? Answer{} : answerOf("squeue", result);
 }
 
-// An engine without accounts knows nothing there.
+// A cluster without accounting knows no elements there.
 Answer accounts(const std::vector<ArrayId>& arrays, const std::string& columns) {
   const ProgramResult result =
       runFor(arrays, {"sacct", "-n", "-X", "-P", "-j", numbersOf(arrays), "-o", columns});
@@ -148,7 +148,7 @@ Answer accounts(const std::vector<ArrayId>& arrays, const std::string& columns) 
   return isMissing || isDisabled ? Answer{} : answerOf("sacct", result);
 }
 
-// In front of the comment there is nothing that a user has given.
+// Nothing before the comment comes from a user.
 std::optional<ArrayOrigin> originInCommand(std::string_view line) {
   constexpr std::string_view beginning = "sbatch --parsable --comment=";
   if (!line.starts_with(beginning)) return std::nullopt;
@@ -162,7 +162,7 @@ void saySubmit(const std::string& text) {
 }
 
 std::int64_t askMaxArraySize() {
-  const ProgramResult result = runEngine({"scontrol", "show", "config"});
+  const ProgramResult result = runSlurm({"scontrol", "show", "config"});
   return readMaxArraySize(result.output).value_or(defaultMaxArraySize);
 }
 
@@ -179,9 +179,9 @@ Submission submitArray(const SbatchCommand& command) {
 bool cancelArray(const ArrayId& array) {
   Words arguments = {"scancel", array.number};
   addCluster(array, &arguments);
-  const ProgramResult result = runEngine(arguments);
+  const ProgramResult result = runSlurm(arguments);
   if (hasSucceeded(result)) return true;
-  saySubmit("array " + array.number + " is left: " + failureOf("scancel", result));
+  saySubmit("cannot cancel array " + array.number + ": " + failureOf("scancel", result));
   return false;
 }
 
@@ -205,8 +205,8 @@ std::string askOrigin(const ArrayId& array, ArrayOrigin* origin) {
     found = originInCommand(answer.output);
   }
   if (!answer.failure.empty()) return answer.failure;
-  if (answer.output.empty()) return "the engine does not know " + array.number + " any more";
-  if (!found) return array.number + " has not been submitted by runlet-job";
+  if (answer.output.empty()) return "Slurm no longer knows array " + array.number;
+  if (!found) return "array " + array.number + " was not submitted by runlet-job";
   *origin = *found;
   return "";
 }

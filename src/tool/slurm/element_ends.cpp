@@ -12,8 +12,8 @@
 namespace runlet_tool {
 namespace {
 
-// More than the lines about the tasks of an element ever take, unless hardly two of many thousand
-// neighbours end alike.
+// Enough for the lines about the tasks of any element, unless almost all of many thousand tasks end
+// differently from their neighbours.
 constexpr off_t mostOfLog = 65536;
 
 // The whole lines among the last bytes of the file.
@@ -21,7 +21,7 @@ std::string lastLines(int file, off_t size) {
   std::string text(static_cast<std::size_t>(std::min(size, mostOfLog)), '\0');
   const off_t begin = size - static_cast<off_t>(text.size());
   std::size_t length = 0;
-  // Short of all where the file has become shorter meanwhile.
+  // Stops early if the file has shrunk meanwhile.
   for (ssize_t count = 1; length < text.size() && count > 0;) {
     count = pread(file, &text[length], text.size() - length, begin + static_cast<off_t>(length));
     length += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
@@ -30,16 +30,15 @@ std::string lastLines(int file, off_t size) {
   return begin == 0 ? text : text.erase(0, std::min(text.find('\n'), text.size()));
 }
 
-// Opens the file. To open a pipe or a device may do something to it, and be waited for; a link
-// could lead to what is not the tasks' user's. Whoever exchanges the file meanwhile has it opened,
-// but not read.
+// Opens the file. Opening a pipe or a device could have side effects or block, and a link could
+// lead to a file of another user. A file exchanged in between is opened but not read.
 int openLogFile(const std::string& path) {
   struct stat status = {};
   if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return -1;
   return open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
 
-// With the tasks' rights: where others cannot write, root may not be able to read. Empty where
+// Reads with the rights of the tasks' user, since root may have no access, as on NFS. Empty if
 // there is no such file.
 std::string readAsTaskUser(const Batch& batch, const std::string& path) {
   const int file = doAsTaskUser(batch.context, [&] { return openLogFile(path); });
@@ -51,8 +50,8 @@ std::string readAsTaskUser(const Batch& batch, const std::string& path) {
   return text;
 }
 
-// Whether the element has been at work, and then begun its log anew: one that was cancelled or lost
-// may not, and what stands in the log is about another array.
+// Whether the element has run and so truncated its log. One that was cancelled or lost may not have
+// run, and the log may be from another array.
 bool hasBegunLog(const TaskEnd& end) {
   return end.ending == Ending::failed || end.ending == Ending::killed ||
          end.ending == Ending::timedOut;
@@ -62,13 +61,13 @@ bool hasSucceeded(const TaskEnd& end) {
   return end.ending == Ending::succeeded;
 }
 
-// Of the tasks `tasks` of the element. A log in which no task has gone wrong does not say what the
-// element has failed of.
+// `tasks` are those of the element. A log in which every task succeeded does not explain why the
+// element failed, so it is ignored.
 void readChunkLog(const Batch& batch, const std::string& path, const ElementId& element,
                   const std::vector<std::int32_t>& tasks, std::vector<TaskEnd>* ends) {
-  std::vector<TaskEnd> told = *ends;
-  readEndLines(readAsTaskUser(batch, path), endLinesId(batch, element), tasks, &told);
-  if (!std::all_of(told.begin(), told.end(), hasSucceeded)) *ends = told;
+  std::vector<TaskEnd> reported = *ends;
+  readEndLines(readAsTaskUser(batch, path), endLinesId(batch, element), tasks, &reported);
+  if (!std::all_of(reported.begin(), reported.end(), hasSucceeded)) *ends = reported;
 }
 
 }  // namespace

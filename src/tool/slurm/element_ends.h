@@ -1,4 +1,4 @@
-// From the end of an element to those of its tasks.
+// How the tasks of an array element ended.
 #pragma once
 
 #include <string>
@@ -11,17 +11,17 @@
 
 namespace runlet_tool {
 
-// Sets the ends of those tasks of the batch that the element holds, in `*ends`, which goes with
-// `batch.tasks`. `end` is what Slurm says of the element, and is the end of all its tasks; but
-// of an element of several tasks that ran and did not succeed, its log tells the tasks apart.
+// Sets the ends of the element's tasks in `*ends`, which is parallel to `batch.tasks`. `end` is
+// what Slurm reports for the element, and applies to all its tasks; but if an element of several
+// tasks ran and failed, the ends of its tasks are read from its log.
 //
-// The log is one that its tasks could write to. What it says is taken only where it names at least
-// one of these tasks as not succeeded; no more than the last 64 KiB of it is read, with the rights
-// of the tasks' user, and nothing where it is no regular file.
+// The tasks themselves could have written to that log. It is used only if it names at least one of
+// these tasks as not succeeded. At most its last 64 KiB are read, with the rights of the tasks'
+// user, and nothing if it is not a regular file.
 void setEnds(const Batch& batch, const ArrayLayout& layout, const ElementId& element,
              const TaskEnd& end, std::vector<TaskEnd>* ends);
 
-// The id of the element in the lines of that log: what the script of the array gives to `run`, too.
+// The id of the element in the lines of that log, which the array's script also passes to `run`.
 std::string endLinesId(const Batch& batch, const ElementId& element);
 
 }  // namespace runlet_tool

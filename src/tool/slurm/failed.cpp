@@ -28,7 +28,7 @@ int giveUp(const std::string& text) {
   return exitUnreadable;
 }
 
-// From the earliest to the latest, each once.
+// From oldest to newest, without duplicates.
 std::vector<ArrayId> inOrder(std::vector<std::string> ids) {
   std::sort(ids.begin(), ids.end(), [](const std::string& a, const std::string& b) {
     return a.size() != b.size() ? a.size() < b.size() : a < b;
@@ -47,21 +47,22 @@ int askOrigins(const std::vector<ArrayId>& ids, const Batch& batch,
     const std::string failure = askOrigin(id, &array.origin);
     if (!failure.empty()) return giveUp(failure);
     if (array.origin.job != jobHash(batch.context.jobFile)) {
-      return giveUp(id.number + " is of another job file than " + visible(batch.context.jobFile));
+      return giveUp("array " + id.number + " was submitted for another job file than " +
+                    visible(batch.context.jobFile));
     }
     arrays->push_back(array);
   }
   return exitFine;
 }
 
-// What the engine knows of the array's elements.
+// The known states of the array's elements.
 std::vector<ElementStates::value_type> statesOf(const ArrayId& id, const ElementStates& states) {
   const auto first = states.lower_bound({id.number, 0});
   const auto isOther = [&](const auto& state) { return state.first.first != id.number; };
   return {first, std::find_if(first, states.end(), isOther)};
 }
 
-// Of how many elements of the array it does not know any more what has become of them.
+// The number of elements of the array whose state Slurm no longer knows.
 std::size_t countForgotten(const KnownArray& array, const ElementStates& states) {
   const std::size_t known = statesOf(array.id, states).size();
   return array.origin.elementCount - std::min(known, array.origin.elementCount);
@@ -81,13 +82,13 @@ int askStates(const std::vector<ArrayId>& ids, const std::vector<KnownArray>& ar
     const std::size_t count = array.origin.elementCount;
     const std::size_t known = count - countForgotten(array, *states);
     if (known == count) continue;
-    return giveUp("the engine knows only " + std::to_string(known) + " of the " +
-                  quantity(count, "element") + " of " + array.id.number);
+    return giveUp("Slurm knows only " + std::to_string(known) + " of the " +
+                  quantity(count, "element") + " of array " + array.id.number);
   }
   return exitFine;
 }
 
-// Of every task of the batch; of those in no array as of those that have succeeded.
+// The end of every task of the batch; a task in none of the arrays counts as succeeded.
 std::vector<TaskEnd> endsOf(const Batch& batch, const std::vector<KnownArray>& arrays,
                             const ElementStates& states) {
   std::vector<TaskEnd> ends(batch.tasks.size(), succeeded);
@@ -99,9 +100,9 @@ std::vector<TaskEnd> endsOf(const Batch& batch, const std::vector<KnownArray>& a
   return ends;
 }
 
-void sayNotEnded(const TaskNumbers& tasks) {
+void reportUnfinished(const TaskNumbers& tasks) {
   if (tasks.count() == 0) return;
-  std::fprintf(stderr, "runlet-job: submit: left out, for they have not ended: tasks %s\n",
+  std::fprintf(stderr, "runlet-job: submit: skipped, not finished yet: tasks %s\n",
                tasks.text().c_str());
 }
 
@@ -117,7 +118,7 @@ void select(const std::vector<TaskEnd>& ends, Batch* batch) {
     }
   }
   batch->tasks = failed;
-  sayNotEnded(open);
+  reportUnfinished(open);
   if (failed.empty()) std::fputs("runlet-job: submit: no task has failed\n", stderr);
 }
 

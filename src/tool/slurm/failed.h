@@ -1,4 +1,4 @@
-// Tasks that have failed in arrays submitted before.
+// Tasks that failed in arrays submitted earlier.
 #pragma once
 
 #include <string>
@@ -8,12 +8,12 @@
 
 namespace runlet_tool {
 
-// Leaves of the tasks of the batch those that have ended in the arrays otherwise than well; where
-// a task is in several of them, in the latest. Those that have not ended yet are told on standard
-// error, and so is that none is left.
+// Keeps only those tasks of the batch that ended in the arrays without success; if a task is in
+// several arrays, the latest counts. Tasks that have not ended yet are named on standard error, and
+// so is the case that no task is left.
 //
-// Yields exitFine, or the status to end with after a message: the engine does not know enough, or
-// an array is of another job.
+// Returns exitFine, or after a message the status to exit with: Slurm does not know enough, or an
+// array belongs to another job.
 int keepFailedTasks(const std::vector<std::string>& numbers, Batch* batch);
 
 }  // namespace runlet_tool

@@ -16,15 +16,15 @@
 namespace runlet_tool {
 namespace {
 
-// What sbatch is told already, or what would keep it from telling an id.
+// Options that are passed to sbatch already, or that would keep it from printing an id.
 constexpr std::string_view longNames[] = {"array", "parsable", "wrap",
                                           "wait",  "comment",  "test-only"};
 constexpr std::string_view shortNames = "aW";
 
-// Letters of sbatch that take no value, so that another one may stand behind them in one word.
+// Options of sbatch that take no value, so that another letter can follow in the same word.
 constexpr std::string_view flags = "hHkOQRuvV";
 
-// sbatch takes the beginning of a name for the name.
+// sbatch accepts abbreviated names.
 bool isOurLongName(std::string_view name) {
   return std::any_of(std::begin(longNames), std::end(longNames),
                      [=](std::string_view ours) { return ours.starts_with(name); });
@@ -39,8 +39,8 @@ bool isOurs(std::string_view option) {
 
 using Words = std::vector<std::string>;
 
-// Beginnings of variables that nobody's tasks get. SBATCH_WAIT would have sbatch wait, and a mask
-// in a variable would go before that of the process.
+// Prefixes of variables that no task gets. SBATCH_WAIT would make sbatch wait, and SLURM_UMASK
+// would override the mask of the process.
 constexpr std::string_view unwanted[] = {"SBATCH_WAIT=", "SLURM_UMASK="};
 
 constexpr mode_t writableByOthers = 022;
@@ -60,16 +60,16 @@ Words ownEnvironment() {
 
 using Words = std::vector<std::string>;
 
-// What a user has given reaches the scripts as arguments alone.
+// Text given by a user reaches the scripts only as arguments.
 constexpr char taskScript[] = R"sh(#!/bin/sh
-# An element of the array becomes a task. Arguments: program, job file, base [, -a, application]
+# Each element of the array is a task. Arguments: program, job file, base [, -a, application]
 program=$1 job=$2 base=$3
 shift 3
 exec "$program" exec "$job" --task "$((base + SLURM_ARRAY_TASK_ID))" "$@"
 )sh";
 
 constexpr char chunkScript[] = R"sh(#!/bin/sh
-# An element of the array runs some tasks, one after the other, but none above the last.
+# Each element of the array runs up to $chunk tasks in sequence, none above the last.
 # Arguments: program, job file, its hash, base, chunk, last [, -a, application]
 program=$1 job=$2 hash=$3 base=$4 chunk=$5 last=$6
 shift 6
@@ -103,7 +103,7 @@ std::string commentOf(const Batch& batch, const ArrayPart& part) {
   return commentText({part.layout, part.elements.size(), jobHash(batch.context.jobFile)});
 }
 
-// A relative folder of the job's is entered by the task itself.
+// A relative working folder is entered by the task itself.
 std::string startFolder(const Batch& batch) {
   const std::string& folder = batch.context.workingFolder;
   return folder.empty() || folder.front() == '/' ? batch.folder : currentFolder();
@@ -140,21 +140,23 @@ void addScriptArguments(const Batch& batch, const ArrayPart& part, Words* words)
 
 std::string complaintAboutSbatchOption(const std::string& option) {
   if (option.size() < 2 || option.front() != '-') {
-    return option + " is no option: write an option with its value in one word, as --mem=4G";
+    return option +
+           " is not an option; write an option and its value as one word, such as --mem=4G";
   }
-  return isOurs(option) ? option + " cannot be given, for runlet-job sets it or depends on it" : "";
+  return isOurs(option) ? option + " is not allowed, since runlet-job sets it or depends on it"
+                        : "";
 }
 
 std::string complaintAboutId(const std::string& id) {
   const bool isNumber = id.find_first_not_of("0123456789") == std::string::npos;
   const bool isId = isNumber && !id.empty() && id.front() != '0' && id.size() <= 10;
-  return isId ? "" : id + " is no id of an array";
+  return isId ? "" : id + " is not an array id";
 }
 
 Words sbatchEnvironment(const runlet::AdapterContext& context, const Words& keptNames) {
   Words environment = ownEnvironment();
   if (geteuid() == 0) {
-    // With what configures the cluster's programs, and the time zone.
+    // Including what configures Slurm's programs, and the time zone.
     environment = userEnvironment(static_cast<uid_t>(context.uid), keptNames,
                                   {"SBATCH_", "SLURM_CLUSTERS=", "SLURM_CONF=", "TZ="});
   }

@@ -19,14 +19,14 @@ namespace {
 
 constexpr char verbName[] = "submit";
 
-// What the arrays that there already are become when the next one cannot be submitted.
+// Cancels the arrays submitted so far when the next one cannot be submitted.
 void cancel(const std::vector<SubmittedArray>& arrays) {
   bool isNoneLeft = true;
   for (const SubmittedArray& array : arrays) isNoneLeft = cancelArray(array.id) && isNoneLeft;
-  if (isNoneLeft && !arrays.empty()) saySubmit("what had been submitted has been cancelled");
+  if (isNoneLeft && !arrays.empty()) saySubmit("the arrays submitted so far have been cancelled");
 }
 
-// All of them or none: false after a message, or when there was a signal.
+// All of them or none: false after a message or a signal.
 bool submitAll(const Batch& batch, const SubmitOptions& options,
                const std::vector<ArrayPart>& parts, const SignalHold& hold,
                std::vector<SubmittedArray>* arrays) {
@@ -54,8 +54,9 @@ std::string listed(const std::vector<SubmittedArray>& arrays) {
 }
 
 std::string farewellText(const std::vector<SubmittedArray>& arrays) {
-  return std::string(overBar()) + "runlet-job: submit: the tasks go on; to stop them: scancel " +
-         listed(arrays) + "\n";
+  return std::string(overBar()) +
+         "runlet-job: submit: the tasks keep running; to stop them: scancel " + listed(arrays) +
+         "\n";
 }
 
 int submitParts(const Batch& batch, const SubmitOptions& options,
@@ -64,7 +65,7 @@ int submitParts(const Batch& batch, const SubmitOptions& options,
   std::vector<SubmittedArray> arrays;
   if (!submitAll(batch, options, parts, hold, &arrays)) return exitUnreadable;
   put(arrayIdsText(arrays, "\n"));
-  std::fflush(stdout);  // the ids are wanted even if the waiting ends early
+  std::fflush(stdout);  // the ids are needed even if the wait ends early
   if (std::ferror(stdout) != 0) saySubmit("queued: " + listed(arrays));
   if (!options.isWaiting) return exitFine;
   const Farewell farewell(farewellText(arrays));
@@ -82,8 +83,7 @@ int showCommands(const Batch& batch, const SubmitOptions& options,
 
 int submitBatch(const Batch& batch, const SubmitOptions& options) {
   if (!canNameLogs(batch)) {
-    saySubmit("sbatch cannot be told of a log folder with a backslash: " +
-              visible(batch.logFolder));
+    saySubmit("sbatch does not support a backslash in the log folder: " + visible(batch.logFolder));
     return exitFailing;
   }
   const std::vector<ArrayPart> parts =

@@ -1,4 +1,4 @@
-// Submitting a batch to Slurm, whole or not at all.
+// Submitting a batch to Slurm, all of it or nothing.
 #pragma once
 
 #include "tool/batch/batch.h"
@@ -6,13 +6,12 @@
 
 namespace runlet_tool {
 
-// Submits the tasks of the batch as the options say, as one array or several, and writes their ids
-// to standard output, a line each; with --wait also how the tasks have ended, to standard error.
-// With
-// --dry-run only writes the commands, for a shell.
+// Submits the tasks of the batch as one or several arrays and writes the array ids to standard
+// output, one per line. With --wait, also writes to standard error how the tasks ended. With
+// --dry-run, only writes the commands for a shell.
 //
-// Yields the exit status. Where an array is refused, or a signal to stop comes before all have been
-// submitted, those that there are are cancelled; a message says what cannot be.
+// Returns the exit status. If an array is refused, or a stop signal arrives before all are
+// submitted, the arrays submitted so far are cancelled; a message names those that cannot be.
 int submitBatch(const Batch& batch, const SubmitOptions& options);
 
 }  // namespace runlet_tool

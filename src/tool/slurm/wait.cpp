@@ -21,9 +21,9 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds shortestPause(200);
 constexpr milliseconds longestPause(5000);
-constexpr int doublings = 5;       // from the one to the other
-constexpr int shareOfAsking = 10;  // one part in so many
-constexpr int patience = 3;        // how often the engine may not know an element
+constexpr int doublings = 5;       // from the shortest to the longest
+constexpr int shareOfAsking = 10;  // at most a tenth of the time is spent asking
+constexpr int patience = 3;        // how often in a row Slurm may not know an element
 
 struct Watched {
   std::optional<TaskEnd> end;
@@ -47,7 +47,7 @@ std::vector<ArrayId> idsOf(const std::vector<SubmittedArray>& arrays) {
   return ids;
 }
 
-// An element may be open again: the engine runs those anew that it lost together with a node.
+// An ended element may be running again: Slurm requeues elements lost with their node.
 void update(const ElementStates& states, WatchedElements* elements) {
   for (auto& [id, watched] : *elements) {
     const auto state = states.find(id);
@@ -64,14 +64,14 @@ bool hasAll(const ElementStates& states, const WatchedElements& elements) {
                      [&](const auto& element) { return states.contains(element.first); });
 }
 
-// So that the accounts, which may lag behind, are not asked for them.
+// Keeps the accounting records, which may lag, from being asked for these.
 void addKnownEnds(const WatchedElements& elements, ElementStates* states) {
   for (const auto& [id, watched] : elements) {
     if (watched.end) states->insert({id, watched.end});
   }
 }
 
-// Empty, or why there was no answer.
+// Returns an empty text, or why there was no answer.
 std::string updateAll(const std::vector<ArrayId>& ids, WatchedElements* elements) {
   ElementStates states;
   std::string failure = askQueue(ids, &states);
@@ -86,24 +86,24 @@ std::size_t countEnded(const WatchedElements& elements) {
       elements.begin(), elements.end(), [](const auto& element) { return element.second.end; }));
 }
 
-void saySilent(const std::string& reason) {
-  std::fprintf(stderr, "%srunlet-job: submit: no answer, waiting goes on: %s\n", overBar(),
+void reportSilence(const std::string& reason) {
+  std::fprintf(stderr, "%srunlet-job: submit: no answer from Slurm, still waiting: %s\n", overBar(),
                reason.c_str());
 }
 
 void awaitElements(const std::vector<ArrayId>& ids, WatchedElements* elements) {
   Progress bar("waiting", elements->size());
-  bool isSilenceSaid = false;
+  bool isSilenceReported = false;
   for (int count = 1;; ++count) {
     const Clock::time_point begin = Clock::now();
     const std::string failure = updateAll(ids, elements);
-    if (!failure.empty() && !isSilenceSaid) saySilent(failure);
-    isSilenceSaid = isSilenceSaid || !failure.empty();
+    if (!failure.empty() && !isSilenceReported) reportSilence(failure);
+    isSilenceReported = isSilenceReported || !failure.empty();
     const std::size_t ended = countEnded(*elements);
     if (ended == elements->size()) return;
     bar.showNow(ended);
     const auto duration = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
-    // An engine that did not answer has been waited for, not kept busy.
+    // If Slurm did not answer, the time was spent waiting, not keeping it busy.
     std::this_thread::sleep_for(pauseAfter(count, failure.empty() ? duration : milliseconds(0)));
   }
 }

@@ -1,4 +1,4 @@
-// Waiting for arrays.
+// Waiting for arrays to end.
 #pragma once
 
 #include <chrono>
@@ -16,18 +16,17 @@ struct SubmittedArray {
   ArrayPart part;
 };
 
-// How long not to ask the engine again that has been asked `count` times (from 1) and took
-// `duration` for the last one: longer from time to time, and so long that asking is only a small
-// part of it.
+// How long to wait before asking Slurm again, after `count` queries (from 1) of which the last took
+// `duration`. Grows with `count`, and is long enough that queries take only a small share of the
+// time.
 std::chrono::milliseconds pauseAfter(int count, std::chrono::milliseconds duration);
 
-// What has to stand in front of a message on standard error where there may be a bar.
+// What to write before a message on standard error that may follow a progress bar.
 const char* overBar();
 
-// Waits until all elements have ended, with a bar on a terminal, and yields the ends of the batch's
-// tasks in their order. An engine that does not answer for a while may go on to; that is said,
-// once, on standard error. What the engine does not know any more, for some time, has ended as
-// "unknown".
+// Waits until all elements have ended, with a progress bar on a terminal, and returns the ends of
+// the batch's tasks in order. If Slurm does not answer, waits on, after one message on standard
+// error. An element that Slurm repeatedly does not know has ended as "unknown".
 std::vector<TaskEnd> awaitTasks(const Batch& batch, const std::vector<SubmittedArray>& arrays);
 
 }  // namespace runlet_tool

@@ -15,10 +15,10 @@
 namespace runlet_tool {
 namespace {
 
-// As the C library has it for a process without one.
+// What the C library uses if PATH is not set.
 constexpr char usualPath[] = "/bin:/usr/bin";
 
-constexpr int mostLinks = 40;  // the system follows so many
+constexpr int mostLinks = 40;  // the kernel's limit
 
 bool isCaller(const Identity& who) {
   return who.uid == geteuid() && who.gid == getegid();
@@ -29,7 +29,7 @@ bool isInGroup(const Identity& who, gid_t group) {
          std::find(who.groups.begin(), who.groups.end(), group) != who.groups.end();
 }
 
-// By the permission bits. Root may search every folder, and execute what anybody may.
+// By the permission bits. Root may search every folder, and execute any file with an execute bit.
 bool mayExecute(const Identity& who, const struct stat& status) {
   if (who.uid == 0) return S_ISDIR(status.st_mode) || (status.st_mode & 0111U) != 0;
   if (who.uid == status.st_uid) return (status.st_mode & S_IXUSR) != 0;
@@ -43,13 +43,13 @@ std::string linkTarget(const std::string& path) {
   return {target, length < 0 ? 0 : static_cast<std::size_t>(length)};
 }
 
-// The way to a file or folder, which is gone from one component to the next, as the system does.
-struct Way {
-  std::string at;    // where it has come to
+// The state of a path walk, component by component, as the kernel does it.
+struct PathWalk {
+  std::string at;    // the folder reached so far
   std::string rest;  // what is left of the path
-  int links = 0;     // how many were followed
+  int links = 0;     // followed so far
 
-  // Takes the next component off.
+  // Removes and returns the next component.
   std::string next() {
     const std::size_t begin = std::min(rest.find_first_not_of('/'), rest.size());
     const std::size_t end = std::min(rest.find('/', begin), rest.size());
@@ -65,20 +65,20 @@ struct Way {
   }
 };
 
-// Whether every folder on the way may be searched; `*status` is then what is at its end.
-bool mayReach(const Identity& who, Way way, struct stat* status) {
-  if (stat(way.at.c_str(), status) != 0) return false;
-  for (std::string component = way.next(); !component.empty(); component = way.next()) {
+// Whether every folder on the path may be searched; if so, `*status` is that of its target.
+bool mayReach(const Identity& who, PathWalk walk, struct stat* status) {
+  if (stat(walk.at.c_str(), status) != 0) return false;
+  for (std::string component = walk.next(); !component.empty(); component = walk.next()) {
     if (!S_ISDIR(status->st_mode) || !mayExecute(who, *status)) return false;
-    const std::string path = way.at + "/" + component;
+    const std::string path = walk.at + "/" + component;
     if (lstat(path.c_str(), status) != 0) return false;
     if (!S_ISLNK(status->st_mode)) {
-      way.at = path;
+      walk.at = path;
       continue;
     }
-    if (way.links == mostLinks) return false;
-    way.follow(linkTarget(path));
-    if (stat(way.at.c_str(), status) != 0) return false;
+    if (walk.links == mostLinks) return false;
+    walk.follow(linkTarget(path));
+    if (stat(walk.at.c_str(), status) != 0) return false;
   }
   return true;
 }
@@ -134,7 +134,7 @@ std::string findProgram(const Identity& who, const std::string& current, const s
   *found = Access::missing;
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find(':', begin), path.size());
-    // An empty entry is the current folder.
+    // An empty entry means the current folder.
     std::string candidate = path.substr(begin, end - begin);
     if (!candidate.empty()) candidate += '/';
     candidate += word;

@@ -1,4 +1,4 @@
-// What a user may do on this machine.
+// What a user may access on this machine.
 #pragma once
 
 #include <sys/types.h>
@@ -19,21 +19,21 @@ std::vector<gid_t> ownGroups();
 
 enum class Access { granted, denied, missing };
 
-// Which permission bits of the file itself count: its own, or those that chmod 755 gives it.
+// Which permission bits of the file itself count: its own, or those after chmod 755.
 enum class FileMode { own, executable };
 
-// Whether a process of `who` in the folder `current` may change to the folder `path`, or execute
-// the file. `missing` also when it is of another kind.
+// Whether a process of `who` in the folder `current` may enter the folder `path`, or execute the
+// file `path`. `missing` also if it is of another kind.
 //
-// For the caller's own identity the system decides; for any other the permission bits of everything
-// on the way do, so that neither rights nor a process are needed. Access control lists are not
-// looked at then.
+// For the caller's own identity the system decides. For any other the permission bits of everything
+// on the path do, so that neither rights nor a process are needed; access control lists are then
+// ignored.
 Access accessToFolder(const Identity& who, const std::string& current, const std::string& path);
 Access accessToProgram(const Identity& who, const std::string& current, const std::string& path,
                        FileMode mode = FileMode::own);
 
-// The file that a process of `who` would execute for `word`, along PATH if that has no "/"; empty
-// when there is none. `*found` is then the best that there is: denied when a file is there.
+// The file that a process of `who` would execute for `word`, searched along PATH if `word` has no
+// "/"; empty if there is none. `*found` is then denied if a file exists, else missing.
 std::string findProgram(const Identity& who, const std::string& current, const std::string& word,
                         Access* found);
 

@@ -6,7 +6,7 @@
 
 namespace runlet_tool {
 
-// The id of the user or group of that name, or else that number, as the job's 32 bits. False when
+// Looks up a user or group by name, or else reads it as a number, as the 32 bits of a job. False if
 // it is neither, and for the number that means "none" (4294967295).
 bool findUser(const std::string& user, std::int32_t* uid);
 bool findGroup(const std::string& group, std::int32_t* gid);

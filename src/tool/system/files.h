@@ -6,29 +6,29 @@
 
 namespace runlet_tool {
 
-// `path` itself where it begins with "/" or is empty, otherwise as seen from `folder`, which may be
-// empty for want of one. Links and dots stay.
+// `path` itself if it is absolute or empty, or if `folder` is empty; otherwise `path` relative to
+// `folder`. Links and dots are not resolved.
 std::string fullPath(const std::string& folder, const std::string& path);
 
-// The current folder; empty when it has none any more.
+// The path of the current folder; empty if it has been deleted.
 std::string currentFolder();
 
-// Where the file of the running program is.
+// The path of the running program.
 std::string ownPath();
 
-// Opens /dev/null in place of those that are closed, so that no other descriptor gets their number.
+// Opens /dev/null for every closed standard stream, so that no other descriptor gets its number.
 void openStreams();
 
-// Has a path that this process can open it by, as long as the object lives.
+// A file in memory with a path by which this process can open it during the object's lifetime.
 class MemoryFile {
  public:
-  // Look at error() before anything is done with it.
+  // Check error() before using it.
   explicit MemoryFile(std::string_view text);
   ~MemoryFile();
   MemoryFile(const MemoryFile&) = delete;
   MemoryFile& operator=(const MemoryFile&) = delete;
 
-  // 0, or the error number for which the file has not got its text.
+  // 0, or why the file does not have its text, as an error number.
   int error() const {
     return error_;
   }
@@ -42,7 +42,7 @@ class MemoryFile {
   int error_;
 };
 
-// A descriptor that is closed with its owner; -1 for none.
+// Owns a descriptor and closes it; -1 = none.
 class OwnDescriptor {
  public:
   explicit OwnDescriptor(int number = -1) : number_(number) {}
@@ -60,12 +60,11 @@ class OwnDescriptor {
   int number_;
 };
 
-// A descriptor of the same file above those of the standard streams, which may be closed; it closes
-// on exec. Takes over `descriptor`, which may be -1. -1, with the reason in errno, where there is
-// none.
+// Moves `descriptor`, which may be -1, above the standard streams, which may be closed. The result
+// closes on exec. Returns -1, with the reason in errno, on failure.
 int aboveStreams(int descriptor);
 
-// Writes all of the text. Yields 0, or the error number of what failed.
+// Writes all of the text. Returns 0, or the error number.
 int writeAll(int descriptor, std::string_view text);
 
 }  // namespace runlet_tool

@@ -22,9 +22,9 @@ std::string textOf(int error) {
   return error == 0 ? "" : std::strerror(error);
 }
 
-// The mode of a file that is made new.
+// The mode of a newly created file.
 mode_t newFileMode() {
-  const mode_t mask = umask(0);  // which can be read in no other way
+  const mode_t mask = umask(0);  // the only portable way to read it
   umask(mask);
   return 0666U & ~mask;
 }
@@ -35,23 +35,23 @@ bool isOwnedAs(const struct stat& wanted, int descriptor) {
          status.st_gid == wanted.st_gid;
 }
 
-// Makes the new file the old one's owner's. Only root can give a file away, and only after that is
-// it given its mode: until then nobody else is to open it.
+// Gives the new file the owner and group of the old one. Only root can give a file away. The mode
+// is set afterwards: until then, nobody else may open the file.
 std::string keepOwner(int descriptor, const struct stat& old) {
   if (isOwnedAs(old, descriptor)) return {};
   const int error = fchown(descriptor, old.st_uid, old.st_gid) == 0 ? 0 : errno;
   if (isOwnedAs(old, descriptor)) return {};
-  return "its owner and group cannot be kept: " + textOf(error == 0 ? EPERM : error);
+  return "cannot keep its owner and group: " + textOf(error == 0 ? EPERM : error);
 }
 
-// An access list sets the mode, too. Without it, the rights of the group in the mode would be what
-// the list gives at most to anybody.
+// Setting an access control list sets the mode, too. If only the mode were set, its group bits
+// would be the mask of a list.
 bool keepRights(int descriptor, const OutputPlace& place) {
   if (!place.accessList.empty()) {
     const std::string& list = place.accessList;
     return fsetxattr(descriptor, accessListName, list.data(), list.size(), 0) == 0;
   }
-  // The folder may have given the new file a list that the old one did not have.
+  // A default list of the folder may have given the new file a list that the old one did not have.
   const bool hasNone = !place.old || fremovexattr(descriptor, accessListName) == 0 ||
                        errno == ENODATA || errno == ENOTSUP;
   const mode_t mode = place.old ? place.old->st_mode & permissionBits : newFileMode();
@@ -63,12 +63,12 @@ std::string fill(int descriptor, std::string_view text, const OutputPlace& place
   if (error != 0) return textOf(error);
   std::string reason = place.old ? keepOwner(descriptor, *place.old) : "";
   if (!reason.empty()) return reason;
-  // In the place of the old file, the new one has to be on the disk.
+  // The new file must be on disk before it replaces the old one.
   return keepRights(descriptor, place) && fsync(descriptor) == 0 ? "" : textOf(errno);
 }
 
 std::string replace(const OutputPlace& place, std::string_view text) {
-  // A name that nobody can know beforehand, so that nobody has taken it.
+  // An unpredictable name, so that nobody can have taken it.
   std::uint64_t number = 0;
   if (getentropy(&number, sizeof number) != 0) return textOf(errno);
   const std::string temporary = ".runlet-job-" + std::to_string(number);

@@ -1,4 +1,4 @@
-// Writing a file whole or not at all.
+// Writing a file atomically.
 #pragma once
 
 #include <string>
@@ -6,15 +6,15 @@
 
 namespace runlet_tool {
 
-// Makes `text` the content of the file at `path`: of a new one, or of the regular file that is
-// there, which keeps its owner, its group and its permission bits, but no set-user-id, set-group-id
-// or sticky bit. It is written to a file beside it that then takes its place, so that whoever reads
-// `path` finds all of the old text or all of the new one, also after a failure.
+// Writes `text` to the file at `path`: a new file, or an existing regular file, which keeps its
+// owner, group and permission bits, but not its set-user-id, set-group-id or sticky bit. The text
+// is written to a temporary file in the same folder that then replaces it, so that readers of
+// `path` find either the old or the new text, even after a failure.
 //
-// Which links are followed and which paths name a descriptor, which is written to as it is, is
-// findOutputPlace's to say. Nothing else is written to: no pipe, socket or device.
+// findOutputPlace defines which links are followed, and which paths name a descriptor, which is
+// written to directly. Anything else, such as a pipe, socket or device, is refused.
 //
-// Yields why the text could not be written, and empty if it was.
+// Returns why the text could not be written; empty on success.
 std::string writeFile(const std::string& path, std::string_view text);
 
 }  // namespace runlet_tool

@@ -18,9 +18,9 @@
 namespace runlet_tool {
 namespace {
 
-constexpr int maxLinks = 40;  // as many as the system follows
+constexpr int maxLinks = 40;  // the kernel's limit
 
-// The number that follows `folder` in `path`; -1 if anything else does.
+// The number that follows `folder` in `path`; -1 if anything else follows.
 int numberAfter(std::string_view folder, std::string_view path) {
   if (!path.starts_with(folder)) return -1;
   path.remove_prefix(folder.size());
@@ -29,38 +29,38 @@ int numberAfter(std::string_view folder, std::string_view path) {
   return error == std::errc() && end == path.data() + path.size() ? number : -1;
 }
 
-// The descriptor that the path names; -1 for any other path. Looked up as a path, a file that
-// standard output is appended to would be replaced, and a pipe has no path.
+// The descriptor that the path names; -1 for any other path. If these were resolved as paths, a
+// file that standard output is appended to would be replaced, and a pipe has no path.
 int namedDescriptor(std::string_view path) {
   if (path == "/dev/stdout") return STDOUT_FILENO;
   if (path == "/dev/stderr") return STDERR_FILENO;
   return std::max(numberAfter("/dev/fd/", path), numberAfter("/proc/self/fd/", path));
 }
 
-// The way to a file, name by name. Each one is looked up in the folder that is open, so that
-// whatever others rename meanwhile, no link is followed that was not looked at.
-struct Way {
-  OwnDescriptor folder;  // as far as we have come
+// The state of a path walk, name by name. Each name is looked up in an open folder, so that no
+// unchecked link is followed, whatever others rename meanwhile.
+struct PathWalk {
+  OwnDescriptor folder;  // reached so far
   std::string rest;      // the names to come
   int links = 0;
-  bool endsInLink = false;  // the file was given by a link to it
-  bool isOpen = false;      // it went through a folder in which others can exchange things
+  bool endsInLink = false;  // the last name was a link
+  bool isOpen = false;      // it passed a folder in which others can exchange entries
 };
 
 std::string withoutLeadingSlashes(const std::string& path) {
   return path.substr(std::min(path.find_first_not_of('/'), path.size()));
 }
 
-// Goes to the folder in which the rest of the way begins.
-std::string setOut(Way* way) {
-  const bool isFull = way->rest.starts_with('/');
-  if (isFull || way->folder.number() == -1) {
+// Opens the folder in which the rest of the walk begins.
+std::string openStart(PathWalk* walk) {
+  const bool isFull = walk->rest.starts_with('/');
+  if (isFull || walk->folder.number() == -1) {
     const int folder = open(isFull ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC);
     if (folder == -1) return std::strerror(errno);
-    way->folder = OwnDescriptor(folder);
+    walk->folder = OwnDescriptor(folder);
   }
-  way->rest = withoutLeadingSlashes(way->rest);
-  if (way->rest.empty() || way->rest.ends_with('/')) way->rest += '.';
+  walk->rest = withoutLeadingSlashes(walk->rest);
+  if (walk->rest.empty() || walk->rest.ends_with('/')) walk->rest += '.';
   return {};
 }
 
@@ -71,11 +71,11 @@ std::string takeName(std::string* rest) {
   return name;
 }
 
-// Opens what has that name, the link itself if it is one, to ask about it: no pipe or device is
-// touched by that. Yields its descriptor, or -1.
-int look(int folder, const std::string& name) {
+// Opens the entry of that name, or the link itself, only to inspect it, which has no effect on
+// pipes and devices. Returns its descriptor, or -1.
+int openEntry(int folder, const std::string& name) {
   constexpr int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
-  // With O_DIRECTORY first, or a folder that is mounted on demand would not be mounted.
+  // With O_DIRECTORY first: otherwise an automounted folder would not be mounted.
   const int found = openat(folder, name.c_str(), flags | O_DIRECTORY);
   return found == -1 && errno == ENOTDIR ? openat(folder, name.c_str(), flags) : found;
 }
@@ -84,11 +84,11 @@ bool isOwnOrRoots(const struct stat& status) {
   return status.st_uid == geteuid() || status.st_uid == 0;
 }
 
-// What others can do in a folder to things of the caller or of root: nothing, bring some there from
+// What others can do in a folder with entries of the caller or root: nothing, move them there from
 // a folder of their own, or also exchange them.
 enum class Others { canDoNothing, canBring, canExchange };
 
-// Members of a group that a user has chosen for a folder are no others, but for root.
+// Members of the folder's group count as others only if the caller is root.
 Others othersIn(int folder) {
   const mode_t writable = geteuid() == 0 ? S_IWGRP | S_IWOTH : S_IWOTH;
   struct stat status {};
@@ -98,31 +98,31 @@ Others othersIn(int folder) {
 }
 
 std::string follow(const OwnDescriptor& link, const struct stat& status, const std::string& name,
-                   Way* way) {
+                   PathWalk* walk) {
   if (!isOwnOrRoots(status)) {
     return "the link " + shortShellWord(name) + " belongs to user " +
            std::to_string(status.st_uid) + " and is not followed";
   }
-  const bool isSettled = !way->isOpen && status.st_nlink == 1 &&
-                         othersIn(way->folder.number()) == Others::canDoNothing;
+  const bool isSettled = !walk->isOpen && status.st_nlink == 1 &&
+                         othersIn(walk->folder.number()) == Others::canDoNothing;
   if (!isSettled) {
     return "the link " + shortShellWord(name) +
-           " is where others may have put it, and is not followed";
+           " is in a place that others can write to, and is not followed";
   }
   char target[PATH_MAX];
   const ssize_t length = readlinkat(link.number(), "", target, sizeof target);
-  if (length == -1 || ++way->links > maxLinks) return std::strerror(length == -1 ? errno : ELOOP);
+  if (length == -1 || ++walk->links > maxLinks) return std::strerror(length == -1 ? errno : ELOOP);
   const std::string start(target, static_cast<std::size_t>(length));
-  way->endsInLink = way->endsInLink || way->rest.empty();
-  way->rest = way->rest.empty() ? start : start + "/" + way->rest;
+  walk->endsInLink = walk->endsInLink || walk->rest.empty();
+  walk->rest = walk->rest.empty() ? start : start + "/" + walk->rest;
   return {};
 }
 
 std::string notReplaced(const char* kind) {
-  return std::string("that is ") + kind + ", and only a regular file is replaced";
+  return std::string("not a regular file but ") + kind;
 }
 
-// Why something of that mode is not replaced; empty if it is.
+// Why an entry of that mode is not replaced; empty if it is.
 std::string obstacle(mode_t mode) {
   if (S_ISREG(mode)) return {};
   if (S_ISDIR(mode)) return std::strerror(EISDIR);
@@ -130,25 +130,27 @@ std::string obstacle(mode_t mode) {
   return notReplaced(S_ISSOCK(mode) ? "a socket" : "a device");
 }
 
-// The way ends, or cannot be followed, where nothing was found for the reason of that error number.
-std::string endAtNothing(int error, const Way& way, const std::string& name, OutputPlace* place) {
-  if (error != ENOENT || !way.rest.empty() || way.endsInLink) return std::strerror(error);
+// Ends the walk after nothing was found, with that error number. Only a new last name is no error.
+std::string endAtMissing(int error, const PathWalk& walk, const std::string& name,
+                         OutputPlace* place) {
+  if (error != ENOENT || !walk.rest.empty() || walk.endsInLink) return std::strerror(error);
   place->name = name;
   return {};
 }
 
-// Reads the access list, which stays empty where the file has none beyond its mode. Yields why it
-// cannot be read.
+// Reads the access control list, which stays empty if the file has only its mode. Returns why it
+// cannot be read; empty on success.
 std::string readAccessList(const OwnDescriptor& file, std::string* list) {
   const std::string path = "/proc/self/fd/" + std::to_string(file.number());
   list->resize(XATTR_SIZE_MAX);
   const ssize_t size = getxattr(path.c_str(), accessListName, list->data(), list->size());
   const int error = size >= 0 || errno == ENODATA || errno == ENOTSUP ? 0 : errno;
   list->resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-  return error == 0 ? "" : std::string("its access list cannot be read: ") + std::strerror(error);
+  return error == 0 ? ""
+                    : std::string("cannot read its access control list: ") + std::strerror(error);
 }
 
-// The way ends at a thing of that status.
+// Ends the walk at an existing entry with that status.
 std::string endAt(const OwnDescriptor& file, const struct stat& status, const std::string& name,
                   OutputPlace* place) {
   place->name = name;
@@ -157,23 +159,23 @@ std::string endAt(const OwnDescriptor& file, const struct stat& status, const st
   return reason.empty() ? readAccessList(file, &place->accessList) : reason;
 }
 
-// Takes the next name of the way. The last step gives `*place` its name or its stream.
-std::string takeStep(Way* way, OutputPlace* place) {
-  const std::string name = takeName(&way->rest);
-  OwnDescriptor found(look(way->folder.number(), name));
+// Resolves the next name. The last step sets the name or stream of `*place`.
+std::string takeStep(PathWalk* walk, OutputPlace* place) {
+  const std::string name = takeName(&walk->rest);
+  OwnDescriptor found(openEntry(walk->folder.number(), name));
   struct stat status {};
   if (found.number() == -1 || fstat(found.number(), &status) != 0) {
-    return endAtNothing(errno, *way, name, place);
+    return endAtMissing(errno, *walk, name, place);
   }
   if (S_ISLNK(status.st_mode)) {
-    std::string reason = follow(found, status, name, way);
+    std::string reason = follow(found, status, name, walk);
     if (!reason.empty()) return reason;
-    place->stream = namedDescriptor(way->rest);
-    return setOut(way);
+    place->stream = namedDescriptor(walk->rest);
+    return openStart(walk);
   }
-  if (way->rest.empty()) return endAt(found, status, name, place);
-  way->isOpen = way->isOpen || othersIn(way->folder.number()) == Others::canExchange;
-  way->folder = std::move(found);
+  if (walk->rest.empty()) return endAt(found, status, name, place);
+  walk->isOpen = walk->isOpen || othersIn(walk->folder.number()) == Others::canExchange;
+  walk->folder = std::move(found);
   return {};
 }
 
@@ -183,13 +185,13 @@ std::string findOutputPlace(const std::string& path, OutputPlace* place) {
   if (path.empty()) return std::strerror(ENOENT);
   if (path.size() >= PATH_MAX) return std::strerror(ENAMETOOLONG);
   place->stream = namedDescriptor(path);
-  Way way;
-  way.rest = path;
-  std::string reason = setOut(&way);
+  PathWalk walk;
+  walk.rest = path;
+  std::string reason = openStart(&walk);
   while (reason.empty() && place->name.empty() && place->stream == -1) {
-    reason = takeStep(&way, place);
+    reason = takeStep(&walk, place);
   }
-  place->folder = std::move(way.folder);
+  place->folder = std::move(walk.folder);
   return reason;
 }
 

@@ -1,4 +1,4 @@
-// Where the file that a path names is.
+// Resolving the path of an output file safely.
 #pragma once
 
 #include <sys/stat.h>
@@ -12,24 +12,24 @@ namespace runlet_tool {
 
 struct OutputPlace {
   int stream = -1;                 // the descriptor that the path names; -1 = it names a file
-  OwnDescriptor folder;            // the folder of the file, for openat and its like
+  OwnDescriptor folder;            // of the file, for openat and similar calls
   std::string name;                // the file's name in that folder, without a slash
   std::optional<struct stat> old;  // the regular file of that name, if there is one
-  std::string accessList;          // of that file, as the system has it; empty = none
+  std::string accessList;          // its access control list as an attribute; empty = none
 };
 
-// What the system calls that list.
+// The extended attribute that holds this list.
 inline constexpr char accessListName[] = "system.posix_acl_access";
 
-// Finds out where the file is that `path` names. Opens nothing but folders, and never waits.
-// /dev/stdout, /dev/stderr, /dev/fd/N and /proc/self/fd/N name a descriptor.
+// Resolves `path`. Opens only folders, and never blocks. /dev/stdout, /dev/stderr, /dev/fd/N and
+// /proc/self/fd/N name a descriptor.
 //
-// Links are followed if they belong to the caller or to root, and are where nobody else can put
-// them: nobody else is to choose which file is written. A link in the last place has to lead to
-// something.
+// Links are followed only if they belong to the caller or root and are in a place that nobody else
+// can write to: nobody else may choose which file is written. The target of a link in the last
+// place must exist.
 //
-// Yields why nothing can be written there, and empty if something can. `*place` is to be a new one;
-// it has no meaning after a failure.
+// Returns why nothing can be written there; empty on success. `*place` must be new; after a failure
+// its content is unspecified.
 std::string findOutputPlace(const std::string& path, OutputPlace* place);
 
 }  // namespace runlet_tool

@@ -19,13 +19,13 @@ timespec timeOf(std::chrono::milliseconds time) {
   return {.tv_sec = seconds.count(), .tv_nsec = std::chrono::nanoseconds(time - seconds).count()};
 }
 
-// What the handler writes: in it, only what is there already may be used.
+// What the handler writes. It must exist before: a handler cannot allocate.
 std::string farewell;
 
-extern "C" void sayFarewell(int signal) {
+extern "C" void writeFarewell(int signal) {
   const ssize_t ignored = write(STDERR_FILENO, farewell.data(), farewell.size());
-  static_cast<void>(ignored);  // there is nobody to tell
-  raise(signal);               // which now ends the process, once this has returned
+  static_cast<void>(ignored);  // there is nobody to report it to
+  raise(signal);               // ends the process after this handler returns
 }
 
 void setHandler(int signal, void (*handler)(int), int flags) {
@@ -46,7 +46,7 @@ std::vector<int> stopSignals() {
 DefaultSigchld::DefaultSigchld() {
   struct sigaction usual {};
   usual.sa_handler = SIG_DFL;
-  usual.sa_flags = SA_NOCLDSTOP;  // a child that is stopped has not ended
+  usual.sa_flags = SA_NOCLDSTOP;  // a stopped child has not ended
   sigaction(SIGCHLD, &usual, &before_);
 }
 
@@ -61,7 +61,7 @@ void DefaultSigchld::restore() const {
 HeldSignals::HeldSignals() {
   sigemptyset(&held_);
   sigaddset(&held_, SIGCHLD);
-  // A blocked signal is kept even if it is ignored otherwise: such a one must not be held at all.
+  // A blocked signal stays pending even if it is ignored, so ignored signals must not be held.
   for (const int signal : stopSignals()) sigaddset(&held_, signal);
   sigprocmask(SIG_BLOCK, &held_, &before_);
 }
@@ -109,7 +109,7 @@ void SignalHold::release() {
 Farewell::Farewell(const std::string& text) {
   farewell = text;
   for (const int signal : stopSignals()) {
-    setHandler(signal, sayFarewell, static_cast<int>(SA_RESETHAND | SA_RESTART));
+    setHandler(signal, writeFarewell, static_cast<int>(SA_RESETHAND | SA_RESTART));
   }
 }
 

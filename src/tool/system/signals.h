@@ -1,4 +1,4 @@
-// Signals, for a program that runs others or waits for them.
+// Signal handling for a program that runs or waits for others.
 #pragma once
 
 #include <chrono>
@@ -8,12 +8,12 @@
 
 namespace runlet_tool {
 
-// Those of SIGINT, SIGTERM, SIGHUP and SIGQUIT that are not ignored: who starts a program with
-// nohup or in the background means that.
+// Those of SIGINT, SIGTERM, SIGHUP and SIGQUIT that are not ignored. Ignored ones stay ignored, as
+// nohup and background jobs require.
 std::vector<int> stopSignals();
 
-// While it lives, SIGCHLD has its default disposition, so that children can be waited for: where it
-// is ignored, as the program may have been started, nobody learns how they have ended.
+// During its lifetime, SIGCHLD has its default disposition, so that children can be waited for. The
+// program may have been started with SIGCHLD ignored, and then their exit statuses would be lost.
 class DefaultSigchld {
  public:
   DefaultSigchld();
@@ -21,16 +21,15 @@ class DefaultSigchld {
   DefaultSigchld(const DefaultSigchld&) = delete;
   DefaultSigchld& operator=(const DefaultSigchld&) = delete;
 
-  // Takes it back early, as in a child.
+  // Restores the former disposition early, such as in a child.
   void restore() const;
 
  private:
   struct sigaction before_ {};
 };
 
-// While one of these is there, SIGCHLD, SIGINT, SIGTERM, SIGHUP and SIGQUIT are blocked and can be
-// waited for, so that none comes at the wrong moment. Of the last four those are left alone that
-// were ignored: who starts a program with nohup or in the background means that.
+// During its lifetime, SIGCHLD and the signals of stopSignals() are blocked and can be waited for,
+// so that none arrives at the wrong moment.
 class HeldSignals {
  public:
   HeldSignals();
@@ -38,7 +37,7 @@ class HeldSignals {
   HeldSignals(const HeldSignals&) = delete;
   HeldSignals& operator=(const HeldSignals&) = delete;
 
-  // Takes the next of the signals. 0 when there is none for `time`; it may be none earlier, too.
+  // Returns the next of these signals, or 0 if none arrives within `time`; it may return 0 earlier.
   int await(std::chrono::milliseconds time) const;
 
  private:
@@ -47,12 +46,12 @@ class HeldSignals {
   DefaultSigchld children_;
 };
 
-// Ends the program by `signal`, so that who started it sees that. Yields only in a process that the
-// system does not let go this way, as the first one of a container.
+// Ends the process by `signal`, so that its parent sees that. Returns only if the signal does not
+// end the process, as in the init process of a container.
 void endBySignal(int signal);
 
-// Keeps the signals of stopSignals() from this process and from programs that are
-// started meanwhile, until it goes or is told to release them; then they have their effect.
+// Blocks the signals of stopSignals() in this process and in programs started meanwhile. They are
+// delivered on release or destruction.
 class SignalHold {
  public:
   SignalHold();
@@ -60,7 +59,7 @@ class SignalHold {
   SignalHold(const SignalHold&) = delete;
   SignalHold& operator=(const SignalHold&) = delete;
 
-  // Whether there has been one.
+  // Whether one of them is pending.
   bool isInterrupted() const;
 
   void release();
@@ -70,9 +69,8 @@ class SignalHold {
   sigset_t former_;
 };
 
-// While it lives, a stop signal makes the process write `text` to standard error before it dies of
-// it.
-// There can only be one.
+// During its lifetime, a stop signal makes the process write `text` to standard error before it
+// dies. There can only be one.
 class Farewell {
  public:
   explicit Farewell(const std::string& text);

@@ -12,7 +12,7 @@
 namespace runlet_tool {
 namespace {
 
-// Bytes, and room for descriptors beside them.
+// Bytes, and room for descriptors sent with them.
 struct Message {
   Message(void* bytes, std::size_t size) : part{bytes, size} {
     header.msg_iov = &part;

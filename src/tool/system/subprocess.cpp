@@ -35,7 +35,7 @@ class Stream {
     return descriptor_;
   }
 
-  // Appends all that is in the file. Yields 0, or the error number for which that is not all.
+  // Appends the content of the file. Returns 0, or the error number if it is incomplete.
   int read(std::string* text) const {
     char buffer[4096];
     ssize_t count = 0;
@@ -53,7 +53,7 @@ class Stream {
   int error_;
 };
 
-// In the form that execve has them in: `texts` must stay as it is.
+// In the form that execve takes. The pointers are valid while `texts` is unchanged.
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
   pointers.reserve(texts.size() + 1);
@@ -62,14 +62,14 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
   return pointers;
 }
 
-// 0, or why there is no process.
+// Returns 0, or the error number.
 int start(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
           const posix_spawn_file_actions_t& actions, pid_t* pid) {
   return posix_spawnp(pid, arguments.front().c_str(), &actions, nullptr, pointers(arguments).data(),
                       pointers(environment).data());
 }
 
-// 0, or why it is not known how the process ended.
+// Returns 0, or the error number if the wait failed.
 int waitFor(pid_t pid, int* status) {
   pid_t ended = -1;
   do {

@@ -1,4 +1,4 @@
-// Other programs, run to their end.
+// Running other programs to completion.
 #pragma once
 
 #include <string>
@@ -8,19 +8,18 @@
 namespace runlet_tool {
 
 struct ProgramResult {
-  int startError = 0;  // the error number for which there was no process; 0 = there was one
-  // The error number for which it is not known how the process ended, or not all of its `output`;
-  // 0 = both are.
+  int startError = 0;  // error number if there was no process; 0 = there was one
+  // The error number if the wait failed or `output` is incomplete; 0 = neither.
   int answerError = 0;
   int waitStatus = 0;
   std::string output;
-  std::string error;  // as far as it can be read
+  std::string error;  // standard error, as much of it as could be read
 };
 
-// Runs a program, looked for along PATH, and waits until it has ended. `arguments` has its name
-// first, `environment` is as in environ; `input` is what it finds on its standard input, a file in
-// memory, and so are both outputs. It gets no other descriptor that is opened here. All that is
-// needed to learn what it answers is there before it is started.
+// Runs a program, searched along PATH, and waits until it has ended. `arguments` begins with its
+// name, `environment` is as in environ, and `input` becomes its standard input. All three streams
+// are files in memory, created before the program is started, so that its output cannot be lost for
+// lack of resources. It inherits no other descriptor opened here.
 ProgramResult runSubprocess(const std::vector<std::string>& arguments, std::string_view input,
                             const std::vector<std::string>& environment);
 

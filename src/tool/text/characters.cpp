@@ -8,8 +8,8 @@
 namespace runlet_tool {
 namespace {
 
-// One kind of character: its first byte, how many follow, and the range of the second one, which
-// rules out surrogates, longer forms than needed and what is beyond U+10FFFF.
+// One form of UTF-8 sequence: the range of its first byte, its length, and the range of its second
+// byte, which excludes surrogates, overlong forms and values above U+10FFFF.
 struct Form {
   unsigned char first, last;  // of the first byte
   unsigned char length;
@@ -46,7 +46,7 @@ constexpr CharacterRange controlCharacters[] = {
     {0x200e, 0x200f}, {0x2028, 0x202e}, {0x2066, 0x2069},
 };
 
-// The number of a character of `length` bytes, which are UTF-8.
+// The code point of a valid character of `length` bytes.
 unsigned codePoint(std::string_view text, std::size_t length) {
   const auto first = static_cast<unsigned char>(text[0]);
   unsigned code = length == 1 ? first : first & (0x7fU >> length);
@@ -62,14 +62,14 @@ bool isControl(unsigned code) {
       [=](const CharacterRange& range) { return range.first <= code && code <= range.last; });
 }
 
-// Whether `text` goes on with so many hexadecimal digits, in upper or lower case.
+// Whether `text` begins with `count` hexadecimal digits, in upper or lower case.
 bool hasDigits(std::string_view text, std::size_t count) {
   constexpr std::string_view digits = "0123456789abcdefABCDEF";
   return text.size() >= count &&
          text.substr(0, count).find_first_not_of(digits) == std::string_view::npos;
 }
 
-// Whether what follows a backslash makes it read as an escape.
+// Whether `text`, which follows a backslash, makes it look like an escape.
 bool continuesEscape(std::string_view text) {
   if (text.empty()) return false;
   const std::string_view rest = text.substr(1);
@@ -92,12 +92,12 @@ std::string byteEscape(char c) {
   return visibleBytes({&c, 1});
 }
 
-// Printable ASCII, which most texts are made of. A backslash needs a look at what follows it.
+// Printable ASCII, the fast path. A backslash depends on what follows it.
 bool isPlain(char c) {
   return c >= ' ' && c <= '~' && c != '\\';
 }
 
-// Appends the character, or the byte that is none, at the start of `text`. Yields its length.
+// Appends the character, or invalid byte, at the start of `text`. Returns its length.
 std::size_t appendVisible(std::string_view text, std::string* out) {
   const std::size_t length = utf8CharacterLength(text);
   const bool isSpecial = text.front() == '\\' && continuesEscape(text.substr(1));
@@ -134,7 +134,7 @@ bool isPrintable(std::string_view character) {
   return character == "\n" || character == "\t" || !isControlCharacter(character);
 }
 
-// Whether `text`, which does not begin with a character, may with more bytes after it.
+// Whether `text`, which is not a valid character, may become one with more bytes.
 bool mayBecomeCharacter(std::string_view text) {
   if (text.size() >= longestCharacter) return false;
   constexpr const char* rests[] = {"\x80", "\x80\x80", "\xa0\x80", "\x90\x80\x80", "\x80\x80\x80"};

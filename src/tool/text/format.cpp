@@ -4,7 +4,7 @@
 #include <cstdio>
 
 namespace runlet_tool {
-// As C has it, and not a template: the compiler looks at the values only of such a function.
+// A C variadic function and not a template, so that the compiler checks the arguments.
 std::string withoutLineEnd(const char* format, ...) {  // NOLINT(cert-dcl50-cpp)
   std::va_list values;
   va_start(values, format);

@@ -1,4 +1,4 @@
-// Texts from formats, counts and task numbers.
+// Formatting texts, counts and task numbers.
 #pragma once
 
 #include <cstddef>
@@ -8,13 +8,13 @@
 
 namespace runlet_tool {
 
-// What printf makes of it, without the line end that the format may have.
+// Formats like printf, without newlines at the end.
 std::string withoutLineEnd(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // "1 task", "2 tasks".
 std::string quantity(std::size_t count, const std::string& what);
 
-// Tasks by their number, as ranges. They are added in ascending order.
+// A set of task numbers, stored as ranges. Numbers are added in ascending order.
 class TaskNumbers {
  public:
   void add(std::int32_t number);

@@ -9,12 +9,11 @@
 namespace runlet_tool {
 namespace {
 
-// Safe in every place of a command; no "=", which in the first word would be an assignment, and no
-// "~".
+// Safe anywhere in a command. No "=", which would make the first word an assignment, and no "~".
 constexpr std::string_view safeCharacters =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+:,./-";
 
-// Of such characters alone, and yet no program's name where a command begins.
+// Made of safe characters only, but not program names at the start of a command.
 constexpr std::string_view reservedWords[] = {
     "case",     "coproc", "do", "done",   "elif", "else", "esac",  "fi",   "for",
     "function", "if",     "in", "select", "then", "time", "until", "while"};
@@ -28,7 +27,7 @@ bool isSafe(std::string_view word) {
   return !word.empty() && word.find_first_not_of(safeCharacters) == std::string_view::npos;
 }
 
-// Whether the word begins with a character that is shown as it is.
+// Whether the word begins with a character that can be displayed.
 bool isShown(std::string_view word) {
   return utf8CharacterLength(word) > 0 && !isControlCharacter(word);
 }
@@ -50,7 +49,7 @@ void appendSingleQuoted(std::string_view word, std::string* line) {
   *line += '\'';
 }
 
-// In three octal digits, so that no digit behind it can become part of the code.
+// In three octal digits, so that a following digit cannot become part of the code.
 void appendCode(char c, std::string* line) {
   char code[5];
   std::snprintf(code, sizeof code, "\\%03o", static_cast<unsigned>(static_cast<unsigned char>(c)));
@@ -74,7 +73,7 @@ void appendWithCodes(std::string_view word, std::string* line) {
 
 constexpr std::size_t maxShownLength = 60;  // bytes of a value
 
-// The start of a text that is too long, without half a character at its end.
+// The start of a long text, not cut within a character.
 std::string startOf(const std::string& value) {
   std::size_t length = maxShownLength;
   while (length > maxShownLength - 3 && utf8CharacterLength(value.substr(length)) == 0) --length;

@@ -1,4 +1,4 @@
-// Words for a shell.
+// Quoting words for a shell.
 #pragma once
 
 #include <string>
@@ -7,17 +7,16 @@
 
 namespace runlet_tool {
 
-// Appends `word` to `*line` so that a shell takes it as exactly this one word, with a space in
-// front of it unless the line is empty. Control characters (see isControlCharacter) and bytes
-// that are not UTF-8 make it a $'...' word, as bash, zsh and ksh have them: shown or pasted as they
-// are, a terminal would act on them.
+// Appends `word` to `*line`, quoted so that a shell takes it as exactly one word, after a space
+// unless the line is empty. A word with control characters (see isControlCharacter) or invalid
+// UTF-8 is written as $'...', which bash, zsh and ksh understand: a terminal would interpret the
+// raw bytes.
 void appendShellWord(std::string_view word, std::string* line);
 
-// A command of these words.
+// The command line of these words.
 std::string shellCommand(const std::vector<char*>& words);
 
-// `word` alone, so written, for a message: of more than 60 bytes only the first, and "..." after
-// them.
+// `word` alone, quoted for a message: if it has more than 60 bytes, only its start and "...".
 std::string shortShellWord(const std::string& word);
 
 }  // namespace runlet_tool

@@ -8,8 +8,7 @@
 namespace runlet_tool {
 namespace {
 
-// The UTF-8 of U+FEFF and of the two that XML leaves out. The XML library skips all three in front
-// of a text.
+// The UTF-8 of U+FFFE and U+FFFF, which XML does not allow.
 constexpr std::string_view noCharacters[] = {"\xef\xbf\xbe", "\xef\xbf\xbf"};
 
 bool isForbidden(char c) {
@@ -21,7 +20,7 @@ bool isWhite(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-// What is wrong with the character at the start of `text`, which has `length` bytes.
+// What is wrong with the character of `length` bytes at the start of `text`.
 std::string characterObstacle(std::string_view text, std::size_t length) {
   const auto byte = static_cast<unsigned>(static_cast<unsigned char>(text[0]));
   if (length == 0) return withoutLineEnd("the byte 0x%02X is not UTF-8", byte);
@@ -51,7 +50,7 @@ void appendEscaped(char c, std::string* out) {
   *out += c;
 }
 
-// Whether the space at `at` would be dropped, or condensed into one with what is beside it.
+// Whether the space at `at` would be dropped or merged with adjacent white space.
 bool isCondensed(std::string_view text, std::size_t at, bool alone) {
   const bool isFirst = at == 0;
   const bool isLast = at + 1 == text.size();
@@ -89,6 +88,7 @@ std::string escapeBraced(std::string_view text) {
 }
 
 std::string escapeAlone(std::string_view text) {
+  // The XML library skips a byte order mark before text.
   if (!text.starts_with(byteOrderMark)) return escape(text, true);
   return "&#xFEFF;" + escape(text.substr(byteOrderMark.size()), true);
 }

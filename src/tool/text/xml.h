@@ -1,4 +1,4 @@
-// Texts as an XML file holds them.
+// Escaping text for an XML file.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 
 namespace runlet_tool {
 
-// White space to the XML library, and to strtol.
+// What the XML library and strtol skip as white space.
 inline constexpr char whiteSpace[] = " \t\n\v\f\r";
 
 inline constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
@@ -15,13 +15,13 @@ inline bool isWhiteSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-// Why no XML file can hold `text`: a character that XML does not have, or bytes that are not
-// UTF-8, and where. Empty when one can.
+// Why `text` cannot be written to an XML file: a character that XML does not allow, or invalid
+// UTF-8, and where. Empty if it can.
 std::string xmlObstacle(std::string_view text);
 
-// `text`, to which nothing stands in the way, so written that the loader of the adapter reads it
-// back as it is. The first is for a text that is put in braces. The second is for one that stands
-// alone in its element, and holds more than white space: white space alone is read as no text.
+// Escape `text`, which must have no xmlObstacle, so that the adapter's loader reads it back
+// unchanged. The first is for text in braces. The second is for text that is alone in its element
+// and is not only white space, which would be read as no text.
 std::string escapeBraced(std::string_view text);
 std::string escapeAlone(std::string_view text);
 

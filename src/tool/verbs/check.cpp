@@ -61,19 +61,19 @@ int check(const CheckOptions& options) {
 }  // namespace
 
 void addCheck(CLI::App* app, Action* action) {
-  CLI::App* verb = app->add_subcommand("check", "Find what is wrong with job files");
+  CLI::App* verb = app->add_subcommand("check", "Check job files for problems");
   const auto options = std::make_shared<CheckOptions>();
-  verb->add_option("job", options->jobs, "Job files, as the adapter gets them with -j")
+  verb->add_option("job", options->jobs, "Job files, named as in the adapter's -j")
       ->required()
       ->type_name("JOB");
   addApplication(verb, &options->appPath);
-  verb->add_option("-u", options->userName, "The request's user name")->type_name("USER");
+  verb->add_option("-u", options->userName, "User name of the request")->type_name("USER");
   verb->add_flag("--host", options->isOfHost,
-                 "Look at this machine's folders, programs and users as well");
-  verb->add_flag("--json", options->inJson, "Write JSON, as runlet-job(1) describes it");
+                 "Also check this machine's folders, programs and users");
+  verb->add_flag("--json", options->inJson, "Write JSON; see runlet-job(1)");
   verb->add_flag("--all", options->wantsAll,
-                 "Look at all tasks, and show every finding, not only the first 20 of a code");
-  verb->add_flag("--strict", options->isStrict, "Fail for warnings as well");
+                 "Check all tasks and show all findings, not only 20 per code");
+  verb->add_flag("--strict", options->isStrict, "Fail on warnings, too");
   verb->callback([=] { *action = [=] { return check(*options); }; });
 }
 

@@ -28,16 +28,15 @@ int exec(const ExecOptions& options) {
 }  // namespace
 
 void addExec(CLI::App* app, Action* action) {
-  CLI::App* verb = app->add_subcommand("exec", "Become one task of a job");
+  CLI::App* verb = app->add_subcommand("exec", "Replace this process with one task of a job");
   const auto options = std::make_shared<ExecOptions>();
-  verb->add_option("job", options->job, "The job file")->required()->type_name("JOB");
-  verb->add_option("--task", options->task, "Number of the task, from 1")
+  verb->add_option("job", options->job, "Job file")->required()->type_name("JOB");
+  verb->add_option("--task", options->task, "Task number, from 1")
       ->required()
       ->transform(inDecimal)
       ->type_name("N");
   addApplication(verb, &options->appPath);
-  addKeptVariables(verb, "Keep this variable for a task of another user; repeatable",
-                   &options->kept);
+  addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);
   verb->callback([=] { *action = [=] { return exec(*options); }; });
 }
 

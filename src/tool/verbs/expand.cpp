@@ -44,19 +44,19 @@ std::unique_ptr<ExpandReport> makeReport(bool inJson) {
   return std::make_unique<TextExpandReport>(wantsColour(stdout));
 }
 
-// 0 where that cannot be told; the job has been loaded from it.
+// 0 if unknown.
 std::size_t fileSize(const std::string& file) {
   struct stat status {};
   return stat(file.c_str(), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
-// Whether all tasks of the request are started, and told of: where `isBounded`, only so many are as
-// the size of the file allows.
+// Returns whether all tasks of the request would be started and were reported. If `isBounded`, the
+// work is limited by the size of the file.
 bool reportTasks(const runlet::AdapterContext& context, bool isBounded, ExpandReport* report) {
   const runlet::TaskRange range = requestedTasks(context);
   const auto size = static_cast<std::int32_t>(context.taskList.size());
   const std::int32_t end = std::min(range.end, size);
-  // What goes to a terminal shows by itself how far it is.
+  // Output to a terminal is its own progress display.
   const bool needsBar = isatty(STDOUT_FILENO) != 1;
   Progress progress("expanding", needsBar ? static_cast<std::size_t>(std::max(end, 0)) : 0);
   Preview preview;
@@ -88,7 +88,7 @@ int expandJob(const ExpandOptions& options) {
   const std::unique_ptr<ExpandReport> report = makeReport(options.inJson);
   report->begin(options.job, result);
   const bool isLoaded = result.loading == Loading::loaded;
-  // Who gives a number of tasks wants them.
+  // With an explicit number of tasks, all of them are wanted.
   const bool isBounded = !options.range.count.has_value();
   const bool allStart = isLoaded && reportTasks(context, isBounded, report.get());
   report->end();
@@ -101,13 +101,13 @@ int expandJob(const ExpandOptions& options) {
 void addExpand(CLI::App* app, Action* action) {
   CLI::App* verb = app->add_subcommand("expand", "Show the final command of every task");
   const auto options = std::make_shared<ExpandOptions>();
-  verb->add_option("job", options->job, "The job file, as the adapter gets it with -j")
+  verb->add_option("job", options->job, "Job file, named as in the adapter's -j")
       ->required()
       ->type_name("JOB");
   addRangeOptions(verb, &options->range);
   addApplication(verb, &options->appPath);
-  verb->add_option("-u", options->userName, "The request's user name")->type_name("USER");
-  verb->add_flag("--json", options->inJson, "Write JSON, as runlet-job(1) describes it");
+  verb->add_option("-u", options->userName, "User name of the request")->type_name("USER");
+  verb->add_flag("--json", options->inJson, "Write JSON; see runlet-job(1)");
   verb->callback([=] { *action = [=] { return expandJob(*options); }; });
 }
 

@@ -26,7 +26,7 @@ int explain(const std::vector<std::string>& codes) {
   for (const std::string& code : codes) {
     const Rule* rule = findRule(code);
     if (rule == nullptr) {
-      std::fprintf(stderr, "runlet-job: explain: there is no finding %s\n", visible(code).c_str());
+      std::fprintf(stderr, "runlet-job: explain: unknown code: %s\n", visible(code).c_str());
       status = exitUnreadable;
       continue;
     }
@@ -40,9 +40,9 @@ int explain(const std::vector<std::string>& codes) {
 }  // namespace
 
 void addExplain(CLI::App* app, Action* action) {
-  CLI::App* verb = app->add_subcommand("explain", "Tell what a finding of check means");
+  CLI::App* verb = app->add_subcommand("explain", "Explain the findings of check");
   const auto codes = std::make_shared<std::vector<std::string>>();
-  verb->add_option("code", *codes, "Codes such as RJ060; without one, all are listed")
+  verb->add_option("code", *codes, "Codes such as RJ060; without a code, list all")
       ->type_name("CODE");
   verb->callback([=] { *action = [=] { return explain(*codes); }; });
 }

@@ -27,23 +27,22 @@ struct OptionRow {
 };
 
 constexpr OptionRow optionRows[] = {
-    {"-o", &MakeOptions::output, "FILE", "Write to FILE, whole or not at all, not to the output"},
-    {"--frames", &MakeOptions::frames, "LIST", "A task for each of these frames: 1-100x2,150"},
-    {"--chunk", &MakeOptions::chunk, "N", "Up to N frames of a range to a task"},
-    {"--tasks", &MakeOptions::tasks, "FILE", "A task for each line, its fields separated by TAB"},
+    {"-o", &MakeOptions::output, "FILE", "Write to FILE atomically instead of standard output"},
+    {"--frames", &MakeOptions::frames, "LIST", "One task per frame, as in 1-100x2,150"},
+    {"--chunk", &MakeOptions::chunk, "N", "Up to N frames of a range per task"},
+    {"--tasks", &MakeOptions::tasks, "FILE", "One task per line of FILE, fields separated by TABs"},
     {"--folder", &MakeOptions::folder, "DIR", "Folder to run the tasks in"},
-    {"--logs", &MakeOptions::logs, "DIR", "Folder of logs, noted in the job"},
-    {"--outputs", &MakeOptions::outputs, "PATH", "Where the results go, noted in the job"},
-    {"--timeout", &MakeOptions::timeout, "MINUTES", "Time limit of a task; 35791 unless given"},
-    {"--user", &MakeOptions::user, "NAME", "User to run as; your own unless given"},
-    {"--group", &MakeOptions::group, "NAME", "Group to run as; your own unless given"},
-    {"--umask", &MakeOptions::umask, "OCTAL", "Mask for new files; 022 unless given"},
+    {"--logs", &MakeOptions::logs, "DIR", "Log folder, recorded in the job"},
+    {"--outputs", &MakeOptions::outputs, "PATH", "Where the results go, recorded in the job"},
+    {"--timeout", &MakeOptions::timeout, "MINUTES", "Time limit per task (default: 35791)"},
+    {"--user", &MakeOptions::user, "NAME", "User to run as (default: you)"},
+    {"--group", &MakeOptions::group, "NAME", "Group to run as (default: yours)"},
+    {"--umask", &MakeOptions::umask, "OCTAL", "Mask for new files (default: 022)"},
     {"--stderr", &MakeOptions::standardError, "join|keep",
-     "Whether standard error joins standard output; join unless given"},
+     "Join standard error to standard output (default), or keep it"},
 };
 
-// Options are taken as they were given: converted to a type, the library would see lists and
-// comments in them.
+// Values are taken unconverted: in typed values, the library would see lists and comments.
 using Options = std::vector<CLI::Option*>;
 
 Options addRows(CLI::App* verb) {
@@ -56,26 +55,26 @@ Options addRows(CLI::App* verb) {
 
 CLI::Option* addParam(CLI::App* verb) {
   return verb->add_option("--param")
-      ->description("A parameter of the job, may be given several times")
+      ->description("Parameter of the job; repeatable")
       ->type_name("NAME=VALUE")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-// The first word is an option of the library's, the others are what it leaves over: an option of
-// several words would take "[a,b]" for a list.
+// To the library, the first word is an option and the others are leftovers: an option of several
+// words would take "[a,b]" for a list.
 CLI::Option* addCommand(CLI::App* verb) {
   verb->allow_extras();
   return verb->add_option("COMMAND")
-      ->description("Behind \"--\": the words of the command, or all of its template in one")
+      ->description("After \"--\": its words, or its whole template as one word")
       ->required();
 }
 
-// All words of the command. What is left over begins with the "--", or it is not the command's.
+// All words of the command. Leftovers before the "--" do not belong to it.
 std::vector<std::string> commandOf(const CLI::App& verb, const CLI::Option& first) {
   std::vector<std::string> words = verb.remaining();
   const auto mark = std::find(words.begin(), words.end(), "--");
   if (mark != words.begin()) {
-    // the library tells them from the last to the first
+    // the library lists them from last to first
     throw CLI::ExtrasError(verb.get_name(), {std::make_reverse_iterator(mark), words.rend()});
   }
   if (!words.empty()) words.erase(mark);
@@ -114,7 +113,7 @@ void addMake(CLI::App* app, Action* action) {
   const CLI::Option* command = addCommand(verb);
   verb->get_option("--chunk")->needs("--frames");
   verb->get_option("--tasks")->excludes("--frames");
-  // Right behind the verb's own part of the line: what is wrong there is to be told first.
+  // Right after the verb's own arguments, so that errors in them are reported first.
   verb->parse_complete_callback([=] {
     MakeOptions options;
     for (std::size_t i = 0; i < rows.size(); ++i) {

@@ -15,20 +15,20 @@ std::string inDecimal(const std::string& text) {
 }
 
 void addRangeOptions(CLI::App* verb, RangeOptions* options) {
-  verb->add_option("-s", options->first, "Number of the first task; 1 unless given")
+  verb->add_option("-s", options->first, "Number of the first task (default: 1)")
       ->transform(inDecimal)
       ->type_name("N");
-  verb->add_option("-n", options->count, "Number of tasks; 1 if -s is given, else all")
+  verb->add_option("-n", options->count, "Number of tasks (default: 1 with -s, otherwise all)")
       ->transform(inDecimal)
       ->type_name("N");
 }
 
 void addApplication(CLI::App* verb, std::string* appPath) {
-  verb->add_option("-a", *appPath, "The request's path of an application")->type_name("APP");
+  verb->add_option("-a", *appPath, "Application path of the request")->type_name("APP");
 }
 
 void addBatchOptions(CLI::App* verb, BatchOptions* options) {
-  verb->add_option("job", options->job, "The job file")->required()->type_name("JOB");
+  verb->add_option("job", options->job, "Job file")->required()->type_name("JOB");
   addRangeOptions(verb, &options->range);
   addApplication(verb, &options->appPath);
 }
@@ -36,7 +36,7 @@ void addBatchOptions(CLI::App* verb, BatchOptions* options) {
 void addKeptVariables(CLI::App* verb, const std::string& help, std::vector<std::string>* names) {
   verb->add_option("--keep-env", *names, help)
       ->expected(1)
-      ->allow_extra_args(false)  // or the words after the name would be names, too
+      ->allow_extra_args(false)  // otherwise the words after the name would be names, too
       ->take_all()
       ->check(CLI::Validator(complaintAboutVariable, ""))
       ->type_name("NAME");

@@ -1,4 +1,4 @@
-// Options that several verbs have.
+// Options shared by several verbs.
 #pragma once
 
 #include <string>
@@ -13,9 +13,9 @@ class App;
 
 namespace runlet_tool {
 
-// For numbers on the command line: `text` without the zeros before its number, for a conversion
-// that would take it for octal or hexadecimal then. Names of logs have such zeros, and the adapter
-// reads decimal. What is no decimal number is not made one.
+// For numbers on the command line: removes leading zeros, since CLI11 would read the number as
+// octal or hexadecimal. Names of logs have such zeros, and the adapter reads decimal. Text that is
+// not a decimal number does not become one.
 std::string inDecimal(const std::string& text);
 
 // Adds -s and -n to `verb`.
@@ -27,8 +27,8 @@ void addApplication(CLI::App* verb, std::string* appPath);
 // Adds JOB, -s, -n and -a to `verb`.
 void addBatchOptions(CLI::App* verb, BatchOptions* options);
 
-// Adds --keep-env to `verb`: names of variables that tasks of another user get, too. `help` is its
-// line in the help.
+// Adds --keep-env to `verb`, which stores names of environment variables in `*names`. `help`
+// describes it.
 void addKeptVariables(CLI::App* verb, const std::string& help, std::vector<std::string>* names);
 
 }  // namespace runlet_tool

@@ -31,7 +31,7 @@ constexpr std::chrono::seconds grace(10);
 struct RunOptions {
   BatchOptions batch;
   std::int32_t jobs = 1;
-  std::string endLinesId;  // empty = no lines for another runlet-job
+  std::string endLinesId;  // empty = no end lines
   KeptVariables kept;
 };
 
@@ -46,7 +46,7 @@ TaskSource taskSource(const Batch& batch, Starter* starter) {
           [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); },
           [&batch, starter](std::size_t index, int log, pid_t* process) {
             runlet::TaskStart start;
-            // Succeeds: the check has composed every task.
+            // Cannot fail: the check has composed every task.
             composeStart(batch.context, batch.tasks[index] - 1, &start);
             return starter->start(start, log, process);
           }};
@@ -54,7 +54,7 @@ TaskSource taskSource(const Batch& batch, Starter* starter) {
 
 // Yields the exit status.
 int runTasksOf(const Batch& batch, const RunOptions& options, Starter* starter) {
-  // Until the end: another signal must not cost an interrupted run its summary.
+  // Held until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;
   const RunOutcome outcome =
       runTasks(taskSource(batch, starter), {options.jobs, timeLimitOf(batch), grace}, signals);
@@ -71,12 +71,13 @@ int runTasksOf(const Batch& batch, const RunOptions& options, Starter* starter) 
 int runJob(const RunOptions& options) {
   const std::string& id = options.endLinesId;
   if (!id.empty() && !isEndLinesId(id)) {
-    std::fprintf(stderr, "runlet-job: run: --tell-ends: %s is no id\n", visible(id).c_str());
+    std::fprintf(stderr, "runlet-job: run: --tell-ends: %s is not a valid id\n",
+                 visible(id).c_str());
     return exitUnreadable;
   }
-  Starter starter(options.kept);  // while this process is small
+  Starter starter(options.kept);  // forked first, while this process is small
   if (starter.error() != 0) {
-    std::fprintf(stderr, "runlet-job: run: no process can be made for the start of tasks: %s\n",
+    std::fprintf(stderr, "runlet-job: run: cannot create the process that starts tasks: %s\n",
                  std::strerror(starter.error()));
     return exitUnreadable;
   }
@@ -93,14 +94,13 @@ void addRun(CLI::App* app, Action* action) {
   CLI::App* verb = app->add_subcommand(name, "Run a job's tasks on this machine");
   const auto options = std::make_shared<RunOptions>();
   addBatchOptions(verb, &options->batch);
-  verb->add_option("--jobs", options->jobs, "How many tasks run at a time; 1 unless given")
+  verb->add_option("--jobs", options->jobs, "Number of tasks to run at a time (default: 1)")
       ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
-  // For the arrays of `submit` alone, and not shown.
+  // Only for the arrays of `submit`, and hidden.
   verb->add_option("--tell-ends", options->endLinesId)->group("");
-  addKeptVariables(verb, "Keep this variable for a task of another user; repeatable",
-                   &options->kept);
+  addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);
   verb->callback([=] { *action = [=] { return runJob(*options); }; });
 }
 

@@ -16,7 +16,7 @@ int printSchema() {
 }  // namespace
 
 void addSchema(CLI::App* app, Action* action) {
-  CLI::App* verb = app->add_subcommand("schema", "Print the schema of job files, in RELAX NG");
+  CLI::App* verb = app->add_subcommand("schema", "Print the RELAX NG schema of job files");
   verb->callback([action] { *action = printSchema; });
 }
 

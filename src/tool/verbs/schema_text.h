@@ -1,5 +1,5 @@
-// The schema of job files, from share/runlet-job/job.rng: so that the program has it wherever it
-// is copied to.
+// The schema of job files, compiled in from share/runlet-job/job.rng, so that the program needs no
+// other file.
 #pragma once
 
 #include <string_view>

@@ -28,8 +28,7 @@ int submit(const SubmitOptions& options) {
   return status == exitFine && !batch.tasks.empty() ? submitBatch(batch, options) : status;
 }
 
-// Options that may be repeated are taken as they were given: converted to a list, the library would
-// see lists in them.
+// Repeatable options are taken unconverted: in typed values, the library would see lists.
 CLI::Option* addRepeated(CLI::App* verb, const std::string& name, const std::string& type,
                          const std::string& help, std::string (*complaint)(const std::string&)) {
   return verb->add_option(name)
@@ -41,11 +40,11 @@ CLI::Option* addRepeated(CLI::App* verb, const std::string& name, const std::str
 
 void addValues(CLI::App* verb, SubmitOptions* options) {
   const CLI::Range positive(1, std::numeric_limits<std::int32_t>::max());
-  verb->add_option("--throttle", options->throttle, "So many tasks of an array at a time")
+  verb->add_option("--throttle", options->throttle, "Run up to N elements of an array at a time")
       ->type_name("N")
       ->transform(inDecimal)
       ->check(positive);
-  verb->add_option("--chunk", options->chunk, "So many tasks, one after the other, are an element")
+  verb->add_option("--chunk", options->chunk, "Run K tasks per array element")
       ->type_name("K")
       ->transform(inDecimal)
       ->check(positive);
@@ -54,29 +53,28 @@ void addValues(CLI::App* verb, SubmitOptions* options) {
 
 void addFlags(CLI::App* verb, SubmitOptions* options) {
   CLI::Option* dryRun = verb->add_flag("--dry-run", options->isDryRun,
-                                       "Print the commands for a shell, and submit nothing");
+                                       "Print the commands for a shell instead of submitting");
   verb->add_flag("--wait", options->isWaiting,
-                 "Wait until the tasks have ended, and tell how they have")
+                 "Wait until the tasks have ended and report how they ended")
       ->excludes(dryRun);
 }
 
 }  // namespace
 
 void addSubmit(CLI::App* app, Action* action) {
-  CLI::App* verb = app->add_subcommand(verbName, "Run the tasks of a job as an array of Slurm");
+  CLI::App* verb = app->add_subcommand(verbName, "Run a job's tasks as a Slurm job array");
   const auto options = std::make_shared<SubmitOptions>();
   addBatchOptions(verb, &options->batch);
   addValues(verb, options.get());
-  CLI::Option* sbatchOptions =
-      addRepeated(verb, "--sbatch-option", "OPTION",
-                  "An option for sbatch, with its value in one word; may be repeated",
-                  complaintAboutSbatchOption);
-  addKeptVariables(verb, "A variable of root's environment for the tasks, too; may be repeated",
+  CLI::Option* sbatchOptions = addRepeated(
+      verb, "--sbatch-option", "OPTION",
+      "Option for sbatch, with its value in the same word; repeatable", complaintAboutSbatchOption);
+  addKeptVariables(verb, "Variable of root's environment to pass to the tasks; repeatable",
                    &options->keptVariables);
   addFlags(verb, options.get());
-  CLI::Option* failedOf = addRepeated(
-      verb, "--failed-of", "JOBID",
-      "Only the tasks that have failed in this array; may be repeated", complaintAboutId);
+  CLI::Option* failedOf =
+      addRepeated(verb, "--failed-of", "JOBID",
+                  "Submit only the tasks that failed in this array; repeatable", complaintAboutId);
   for (const char* name : {"-s", "-n", "--chunk"}) failedOf->excludes(verb->get_option(name));
   verb->callback([=] {
     options->sbatchOptions = sbatchOptions->results();

@@ -1,4 +1,4 @@
-// What is found out about a job before its tasks run without a farm server.
+// Preparing the tasks of a job to run without a farm server.
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -25,7 +25,7 @@ Job jobOf(std::size_t taskCount) {
   job.arguments = "/bin/echo %tn";
   job.tasks.assign(taskCount, "task");
   job.set("TaskTimeout", "5");
-  if (geteuid() == 0) job.set("uid", "7");  // root as such is worth a warning
+  if (geteuid() == 0) job.set("uid", "7");  // running as root causes a warning
   return job;
 }
 
@@ -72,8 +72,7 @@ TEST(JobBatch, NeedsATask) {
     Prepared prepared;
     prepare({path, range, ""}, &prepared);
     EXPECT_EQ(prepared.status, exitFailing);
-    EXPECT_EQ(prepared.error,
-              "runlet-job: run: " + path + " has no task in that range, only 5 tasks\n");
+    EXPECT_EQ(prepared.error, "runlet-job: run: no task in that range: " + path + " has 5 tasks\n");
   }
 }
 
@@ -182,7 +181,7 @@ TEST(JobBatch, IsUnreadableWhereTheFileIs) {
             "    Give the path of a job file that the adapter can read.\n: 0 tasks, 1 error\n");
 }
 
-TEST(JobBatch, TellsThatThereAreWarnings) {
+TEST(JobBatch, ReportsWarnings) {
   const TempFolder folder;
   Job job = jobOf(2);
   job.set("umask", "022");
@@ -209,12 +208,13 @@ TEST(JobBatch, IsTheCallersWhoIsNotRoot) {
     const auto ownGroup = static_cast<std::int32_t>(getegid());
     _exit(status == exitFine && batch.context.uid == own && batch.context.gid == ownGroup ? 0 : 3);
   };
-  EXPECT_EXIT(asAnother(), testing::ExitedWithCode(0),
-              "^runlet-job: run: the tasks run as user [0-9]+ and group [0-9]+, not as the job's "
-              "user 7 and group 8: only root may switch\n$");
+  EXPECT_EXIT(
+      asAnother(), testing::ExitedWithCode(0),
+      "^runlet-job: run: the tasks run as user [0-9]+ and group [0-9]+ instead of the job's "
+      "user 7 and group 8: only root can switch\n$");
 }
 
-// That a job's programs get all rights has to be said in the job.
+// A job must state explicitly that its programs run as root.
 TEST(JobBatch, OfRootNeedsAUser) {
   REQUIRE_ROOT();
   const TempFolder folder;

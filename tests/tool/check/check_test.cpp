@@ -1,4 +1,4 @@
-// runlet-job check and explain: how they tell what is found, and their exit status.
+// runlet-job check and explain: their output and exit status.
 
 #include <gtest/gtest.h>
 
@@ -32,7 +32,7 @@ TEST_F(Check, SaysInALineThatNothingIsFound) {
   expectTool(runTool({"check", "--strict", job}), job + ": 3 tasks, no findings\n", "", "exit 0");
 }
 
-TEST_F(Check, TellsPlaceTextReasonAndWhatToWrite) {
+TEST_F(Check, ReportsPlaceTextReasonAndWhatToWrite) {
   const std::string job = write("job.xml", "bake %tp1", "bake %tx 100%");
   expectTool(
       runTool({"check", job}),
@@ -86,7 +86,7 @@ TEST_F(Check, FailsForErrorsAndIfStrictForWarnings) {
   }
 }
 
-TEST_F(Check, TellsOfEveryFile) {
+TEST_F(Check, ReportsEveryFile) {
   const std::string first = write("first.xml", "bake", "bake 5%");
   const std::string second = write("second.xml");
   const std::string missing = folder_.file("missing.xml");
@@ -159,7 +159,7 @@ TEST_F(Check, WritesJson) {
       "", "exit 0");
 }
 
-TEST(Explain, TellsTheLongForm) {
+TEST(Explain, PrintsTheLongForm) {
   expectTool(runTool({"explain", "RJ012"}),
              "RJ012 (warning): the text of an element is cut off\n\n"
              "The text of an element is what the element begins with, up to the first\n"
@@ -178,7 +178,7 @@ TEST(Explain, TellsTheLongForm) {
 
 TEST(Explain, RefusesAnUnknownCode) {
   const ProcessResult result = runTool({"explain", "RJ999", "RJ007"});
-  EXPECT_EQ(result.error, "runlet-job: explain: there is no finding RJ999\n");
+  EXPECT_EQ(result.error, "runlet-job: explain: unknown code: RJ999\n");
   EXPECT_EQ(result.output, runTool({"explain", "RJ007"}).output);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }

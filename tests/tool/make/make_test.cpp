@@ -19,7 +19,7 @@ using Strings = std::vector<std::string>;
 
 class Make : public AdapterTest {
  protected:
-  // Runs it in the folder, as a user that the findings have nothing against.
+  // Runs it in the folder, as a user without findings.
   ProcessResult make(const Strings& arguments, const std::function<void()>& prepare = {}) const {
     ProcessOptions options;
     options.arguments = {RUNLET_JOB, "make", "--user", "1234", "--group", "4321"};
@@ -29,7 +29,7 @@ class Make : public AdapterTest {
     return runProcess(options);
   }
 
-  // Makes the job file, to run as who runs the tests, and runs the tasks of that range.
+  // Makes the job file for the user who runs the tests, and runs the tasks of that range.
   ProcessResult makeAndRun(const Strings& arguments, int count) const {
     ProcessOptions options;
     options.arguments = {RUNLET_JOB, "make", "-o", jobFile_};
@@ -175,7 +175,7 @@ constexpr char tasksJob[] = R"(<Job>
 </Job>
 )";
 
-TEST_F(Make, WritesAJobOfATaskFileAndTellsTheWarnings) {
+TEST_F(Make, WritesAJobOfATaskFileAndReportsTheWarnings) {
   folder_.write("tasks.tsv", "left\tA 1\r\nright\tA&2\r\n");
   const ProcessResult result =
       make({"--tasks", "tasks.tsv", "-o", "job.xml", "--", "paint %tp2 50% %jp1"});
@@ -196,25 +196,26 @@ TEST_F(Make, RefusesValues) {
   expectRefused({"--frames", "1-9,4", "--", "run"},
                 "runlet-job: make: --frames 1-9,4: frame 4 is given twice\n", 1);
   expectRefused({"--frames", "1", "--chunk", "0", "--", "run"},
-                "runlet-job: make: --chunk 0: that is no number of frames from 1 on\n", 1);
-  expectRefused({"--tasks", "tasks.tsv", "--", "run"},
-                "runlet-job: make: tasks.tsv:2: $'b\\011': the last field is empty and would read "
-                "as \"Undefined\"\n",
-                1);
+                "runlet-job: make: --chunk 0: expected a number of frames, at least 1\n", 1);
+  expectRefused(
+      {"--tasks", "tasks.tsv", "--", "run"},
+      "runlet-job: make: tasks.tsv:2: $'b\\011': the last field is empty and would be read "
+      "as \"Undefined\"\n",
+      1);
   expectRefused({"--param", "{}", "--", "run"},
-                "runlet-job: make: --param '{}': there is no \"=\"\n", 1);
+                "runlet-job: make: --param '{}': expected NAME=VALUE\n", 1);
   expectRefused({"--folder", "", "--", "run"}, "runlet-job: make: --folder '': it is empty\n", 1);
   expectRefused({"--", ""}, "runlet-job: make: COMMAND '': it is empty\n", 1);
   expectRefused({"--", "run", "say \"hi\""},
-                "runlet-job: make: COMMAND 'say \"hi\"': it has to be in double quotes ('say "
-                "\"hi\"' in task 1) and holds one itself ('say \"hi\"' in task 1), which cannot be "
-                "written: there it ends the word\n",
+                "runlet-job: make: COMMAND 'say \"hi\"': it needs double quotes ('say "
+                "\"hi\"' in task 1) but contains one itself ('say \"hi\"' in task 1), which would "
+                "end the word\n",
                 1);
 }
 
 TEST_F(Make, RefusesWhatCheckFindsAnErrorIn) {
   const std::string head =
-      "runlet-job: make: no job is written, for it would not run as asked:\nstandard output:";
+      "runlet-job: make: no job written, since it would not run as intended:\nstandard output:";
   const std::vector<std::pair<Strings, std::string>> rows = {
       {{"--", "run %tq"}, "3:21: error RJ060: %tq: "},
       {{"--", "run", "%tq"}, "3:21: error RJ060: %tq: "},
@@ -247,7 +248,7 @@ TEST_F(Make, NeedsACommandLineThatIsRight) {
                 "runlet-job: --umask: At Most 1 required but received 2" + help, 2);
 }
 
-TEST_F(Make, TellsAFileThatCannotBeRead) {
+TEST_F(Make, ReportsAFileThatCannotBeRead) {
   expectRefused({"--tasks", "none.tsv", "--", "run"},
                 "runlet-job: make: --tasks none.tsv: No such file or directory\n", 2);
 }
@@ -255,7 +256,7 @@ TEST_F(Make, TellsAFileThatCannotBeRead) {
 TEST_F(Make, LeavesTheFileAsItWasWhenItRefuses) {
   folder_.write("job.xml", "old");
   expectRefused({"-o", "job.xml", "--frames", "x", "--", "run"},
-                "runlet-job: make: --frames x: x: that is no frame, FIRST-LAST or "
+                "runlet-job: make: --frames x: x: expected FRAME, FIRST-LAST or "
                 "FIRST-LASTxSTEP\n",
                 1);
   EXPECT_EQ(make({"-o", "job.xml", "--", "run %t"}).output, "");
@@ -292,26 +293,26 @@ TEST_F(Make, LeavesTheFileAsItWasOnAFullDisk) {
       << result.error;
 }
 
-TEST_F(Make, TellsThatTheOutputIsFull) {
+TEST_F(Make, ReportsAFullOutput) {
   const ProcessResult result =
       make({"--", "run"}, [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); });
-  EXPECT_EQ(result.error, "runlet-job: cannot write: No space left on device\n");
+  EXPECT_EQ(result.error, "runlet-job: cannot write to standard output: No space left on device\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
-TEST_F(Make, TellsThatItHasNoRoomToLook) {
+TEST_F(Make, ReportsThatItCannotCheck) {
   const ProcessResult result = make({"--frames", "1-250000", "--", "run"}, [] {
-    constexpr rlim_t size = 4 << 20;  // the counters of a test of coverage have room
+    constexpr rlim_t size = 4 << 20;  // enough for coverage counters
     const rlimit tight{.rlim_cur = size, .rlim_max = size};
     std::signal(SIGXFSZ, SIG_IGN);
     if (setrlimit(RLIMIT_FSIZE, &tight) != 0) _exit(95);
   });
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.error, "runlet-job: make: the job cannot be looked at: File too large\n");
+  EXPECT_EQ(result.error, "runlet-job: make: cannot check the job: File too large\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
-TEST_F(Make, WritesTheFileAnew) {
+TEST_F(Make, ReplacesTheFile) {
   folder_.write("job.xml", std::string(9999, 'x'), 0600);
   const ProcessResult result = make({"-o", "job.xml", "--", "run"});
   EXPECT_EQ(result.output, "");

@@ -1,4 +1,4 @@
-// What arrays tell about themselves.
+// The comments of arrays.
 
 #include <gtest/gtest.h>
 

@@ -48,7 +48,7 @@ ProcessOptions ExecTest::unprivilegedExec(const Strings& words) const {
 
 std::string noSuchTask(const std::string& number, const std::string& jobFile,
                        const std::string& tasks) {
-  std::string line = "runlet-job: exec: there is no task ";
+  std::string line = "runlet-job: exec: no task ";
   return line.append(number).append(" in ").append(jobFile).append(", which has ").append(tasks) +
          "\n";
 }

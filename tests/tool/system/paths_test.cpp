@@ -1,4 +1,4 @@
-// Paths as seen from a folder.
+// Paths relative to a folder.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -36,7 +36,7 @@ TEST(Paths, KnowTheCurrentFolderAndThisProgram) {
   EXPECT_TRUE(ownPath().ends_with("/runlet_tool_tests")) << ownPath();
 }
 
-// In a process of its own, which has to be somewhere.
+// In a separate process, which changes its current folder.
 TEST(Paths, HaveNoCurrentFolderWhenItIsGone) {
   EXPECT_EXIT(
       {

@@ -1,4 +1,4 @@
-// What is understood of the engine's texts.
+// Parsing the output of Slurm's programs.
 
 #include <gtest/gtest.h>
 
@@ -29,7 +29,7 @@ TaskEnd word(const std::string& text) {
   return {Ending::other, 0, text};
 }
 
-TEST(EngineText, OfAReplyIsTheId) {
+TEST(SlurmAnswers, OfAReplyIsTheId) {
   EXPECT_EQ(readReply("123\n"), (ArrayId{"123", ""}));
   EXPECT_EQ(readReply("123"), (ArrayId{"123", ""}));
   EXPECT_EQ(readReply("4294967294;lab\n"), (ArrayId{"4294967294", "lab"}));
@@ -39,7 +39,7 @@ TEST(EngineText, OfAReplyIsTheId) {
   }
 }
 
-TEST(EngineText, OfAConfigurationIsTheGreatestSizeOfAnArray) {
+TEST(SlurmAnswers, OfAConfigurationIsTheGreatestSizeOfAnArray) {
   EXPECT_EQ(readMaxArraySize("Configuration data as of 2031-01-02T03:04:05\n"
                              "MaxArraySizes           = 3\n"
                              "MaxArraySize            = 1001\n"
@@ -59,7 +59,7 @@ struct StateCase {
   std::optional<TaskEnd> end;
 };
 
-TEST(EngineText, OfTheQueueIsTheStateOfEveryElement) {
+TEST(SlurmAnswers, OfTheQueueIsTheStateOfEveryElement) {
   const StateCase cases[] = {
       {"COMPLETED", 0, succeeded},
       {"FAILED", 768, failed(3)},
@@ -99,7 +99,7 @@ TEST(EngineText, OfTheQueueIsTheStateOfEveryElement) {
   EXPECT_EQ(states, expected);
 }
 
-TEST(EngineText, OfTheQueueIsPassedOverWhereItIsSomethingElse) {
+TEST(SlurmAnswers, OfTheQueueIsIgnoredWhereItIsSomethingElse) {
   ElementStates states;
   readQueue(
       "\n   \nCLUSTER: lab\n12 N/A RUNNING 0\n12 1 RUNNING\n12 2 RUNNING 0 x\nx 3 RUNNING 0\n"
@@ -111,7 +111,7 @@ TEST(EngineText, OfTheQueueIsPassedOverWhereItIsSomethingElse) {
   EXPECT_EQ(states, (ElementStates{{{"12", 9}, std::nullopt}}));
 }
 
-TEST(EngineText, OfTheAccountsIsTheStateOfEveryElement) {
+TEST(SlurmAnswers, OfTheAccountsIsTheStateOfEveryElement) {
   ElementStates states = {{{"12", 1}, succeeded}};
   readAccounts(
       "12_1|FAILED|3:0\n12_2|FAILED|3:0\n12_3|FAILED|0:9\n12_4|CANCELLED by 1000|0:15\n"
@@ -130,7 +130,7 @@ TEST(EngineText, OfTheAccountsIsTheStateOfEveryElement) {
                                    {{"12", 10}, word("node_fail")}}));
 }
 
-TEST(EngineText, OfTheAccountsTellsElementsThatWereNotStartedTogether) {
+TEST(SlurmAnswers, OfTheAccountsGroupElementsThatWereNotStarted) {
   ElementStates states;
   readAccounts(
       "12_[1,4-6,9-9%2]|PENDING|0:0\n13_[2,3999999-4000000]|CANCELLED by "
@@ -147,7 +147,7 @@ TEST(EngineText, OfTheAccountsTellsElementsThatWereNotStartedTogether) {
                                    {{"14", 7}, std::nullopt}}));
 }
 
-TEST(EngineText, OfTheAccountsIsPassedOverWhereItIsSomethingElse) {
+TEST(SlurmAnswers, OfTheAccountsIsIgnoredWhereItIsSomethingElse) {
   ElementStates states;
   readAccounts(
       "\n\n|\n||\n12|FAILED|1:0\n_1|FAILED|1:0\n12_|FAILED|1:0\nx_1|FAILED|1:0\n12_x|FAILED|1:0\n"

@@ -1,4 +1,4 @@
-#include "fake_engine.h"
+#include "fake_slurm.h"
 
 #include <grp.h>
 #include <unistd.h>
@@ -11,7 +11,7 @@
 namespace runlet_test {
 namespace {
 
-// Its own folder is the one above that of the programs.
+// Its folder is the parent of the programs' folder.
 constexpr char script[] = R"sh(#!/bin/sh
 me=${0##*/}
 here=${0%/*}/..
@@ -34,39 +34,38 @@ std::vector<std::string> split(const std::string& text) {
 
 }  // namespace
 
-FakeEngine::FakeEngine(const TempFolder& folder) : folder_(folder) {
-  folder_.makeFolder("engine");
-  folder_.makeFolder("engine/calls", 0777);
-  folder_.makeFolder("engine/replies");
-  bin_ = folder_.makeFolder("engine/bin");
+FakeSlurm::FakeSlurm(const TempFolder& folder) : folder_(folder) {
+  folder_.makeFolder("slurm");
+  folder_.makeFolder("slurm/calls", 0777);
+  folder_.makeFolder("slurm/replies");
+  bin_ = folder_.makeFolder("slurm/bin");
   for (const char* program : {"sbatch", "squeue", "sacct", "scontrol", "scancel"}) {
-    folder_.write(std::string("engine/bin/") + program, script, 0755);
+    folder_.write(std::string("slurm/bin/") + program, script, 0755);
   }
 }
 
-void FakeEngine::reply(const std::string& program, const std::string& text) const {
-  folder_.write("engine/replies/" + program, text);
+void FakeSlurm::reply(const std::string& program, const std::string& text) const {
+  folder_.write("slurm/replies/" + program, text);
 }
 
-void FakeEngine::reply(const std::string& program, int number, const std::string& text) const {
+void FakeSlurm::reply(const std::string& program, int number, const std::string& text) const {
   reply(program + "." + std::to_string(number), text);
 }
 
-std::vector<std::vector<std::string>> FakeEngine::calls(const std::string& program) const {
+std::vector<std::vector<std::string>> FakeSlurm::calls(const std::string& program) const {
   std::vector<std::vector<std::string>> calls;
   for (int number = 1;; ++number) {
-    const std::string file = folder_.file("engine/calls/" + program + "." + std::to_string(number));
+    const std::string file = folder_.file("slurm/calls/" + program + "." + std::to_string(number));
     if (!std::filesystem::exists(file)) return calls;
     calls.push_back(split(readFile(file)));
   }
 }
 
-std::string FakeEngine::input(const std::string& program, int number) const {
-  return readFile(
-      folder_.file("engine/calls/" + program + "." + std::to_string(number) + ".input"));
+std::string FakeSlurm::input(const std::string& program, int number) const {
+  return readFile(folder_.file("slurm/calls/" + program + "." + std::to_string(number) + ".input"));
 }
 
-void FakeEngine::remove(const std::string& program) const {
+void FakeSlurm::remove(const std::string& program) const {
   std::filesystem::remove(bin_ + "/" + program);
 }
 
@@ -88,7 +87,7 @@ void SubmitTest::write(const Job& job) const {
 ProcessOptions SubmitTest::submit(const std::vector<std::string>& arguments) const {
   ProcessOptions options = tool({"submit", jobFile_});
   options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
-  options.environment = {{"PATH", engine_.path()}};
+  options.environment = {{"PATH", slurm_.path()}};
   return options;
 }
 
