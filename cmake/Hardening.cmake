@@ -25,8 +25,6 @@ set(hardened
 
 # harden(TARGET): for what links to it.
 function(harden target)
-  # In every build, so that all of them compile the same.
-  target_compile_definitions(${target} INTERFACE _GLIBCXX_ASSERTIONS)
   target_compile_options(${target} INTERFACE
     $<${hardened}:-fstack-protector-strong;-U_FORTIFY_SOURCE>
     $<${hardened}:-D_FORTIFY_SOURCE=$<IF:$<BOOL:${RUNLET_HAS_FORTIFY_3}>,3,2>>

@@ -19,8 +19,8 @@ using std::chrono::milliseconds;
 constexpr std::size_t size = 1'000'000;  // about so many bytes has each file
 constexpr std::size_t mostMemory = 300'000'000;
 
-// Without optimisation, as with the sanitizers, all takes that much longer.
-#ifdef __OPTIMIZE__
+// Where the product is not optimised, as with the sanitizers, all takes that much longer.
+#ifdef RUNLET_IS_OPTIMISED
 constexpr int slowness = 1;
 #else
 constexpr int slowness = 20;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 
 namespace runlet_test {
@@ -108,7 +109,7 @@ std::string commandsOf(const Lines& block) {
 // The block as a terminal shows it: every command with its output.
 std::string transcriptOf(const Lines& block, const std::string& folder) {
   ProcessOptions options;
-  const std::string path = std::filesystem::path(RUNLET_JOB).parent_path();
+  const std::string path = std::filesystem::path(toolPath).parent_path();
   options.environment = {{"PATH", path + ":/usr/bin:/bin"}};
   options.folder = folder;
   std::string transcript;
@@ -131,7 +132,7 @@ class Guide : public testing::Test {
  protected:
   // Goes through the document; its job is job.xml in `folder`.
   void follow(const std::string& path, const std::string& folder) {
-    const std::string document = readFile(RUNLET_SOURCES "/" + path);
+    const std::string document = readFile(std::string(sourceFolder) + "/" + path);
     const std::string here = std::regex_replace(document, std::regex("build/bin/"), "");
     const std::vector<Lines> blocks =
         blocksOf(std::regex_replace(here, std::regex(folder), folder_.path()));

@@ -79,7 +79,7 @@ struct TaskRun {
 };
 
 // `text` with "\xNN" for what is not printable, and with its line ends.
-std::string visible(const std::string& text);
+std::string visibleLines(const std::string& text);
 
 // How often `part` stands in `text`.
 std::size_t countOf(const std::string& part, const std::string& text);
