@@ -1,6 +1,7 @@
 # The labels of the tests: CTest reads this once it has asked the programs for their tests, as the
 # variable runlet_NAME_tests_TESTS has them. A test has the name of its program for a label, and those
 # that its lines here give it. A line for which there is no test is an error.
+cmake_policy(VERSION 3.22)
 
 # label(LABEL PROGRAM PATTERN...): for every test of the program runlet_PROGRAM_tests, as Suite.Name,
 # that matches one of the regular expressions.
