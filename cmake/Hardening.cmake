@@ -25,8 +25,6 @@ set(hardened
 
 # harden(TARGET): applies to everything that links to it.
 function(harden target)
-  # In every build, so that all builds compile the same code.
-  target_compile_definitions(${target} INTERFACE _GLIBCXX_ASSERTIONS)
   target_compile_options(${target} INTERFACE
     $<${hardened}:-fstack-protector-strong;-U_FORTIFY_SOURCE>
     $<${hardened}:-D_FORTIFY_SOURCE=$<IF:$<BOOL:${RUNLET_HAS_FORTIFY_3}>,3,2>>

@@ -138,7 +138,7 @@ TEST_F(InheritanceOfRoot, HasNoCapabilities) {
 
 // The command from the page, unindented, with words replaced.
 std::string recipe(const std::vector<std::pair<std::string, std::string>>& words) {
-  std::istringstream page(readFile(RUNLET_SECURITY_PAGE));
+  std::istringstream page(readFile(std::string(sourceFolder) + "/SECURITY.md"));
   std::string block;
   for (std::string line; std::getline(page, line);) {
     if (line.starts_with("    ")) {

@@ -18,6 +18,7 @@
 #include <set>
 
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 #include "visible.h"
 
@@ -114,7 +115,8 @@ std::string difference(const char* what, const std::string& expected, const std:
 class LargeJobTest : public testing::Test {
  protected:
   LargeJobTest() {
-    if (symlink(RUNLET_ARGUMENT_WRITER, folder_.file("task").c_str()) != 0) std::abort();
+    if (symlink(runlet_test::argumentWriterPath.c_str(), folder_.file("task").c_str()) != 0)
+      std::abort();
   }
 
   void TearDown() override {
@@ -212,7 +214,7 @@ class LargeJobTest : public testing::Test {
   void tryRange(const LargeJob& job, const std::string& pattern, const Range& range) {
     folder_.write("record", "");
     ProcessOptions options;
-    options.arguments = {RUNLET_ADAPTER,
+    options.arguments = {runlet_test::adapterPath,
                          "-o",
                          "NewTask",
                          "-j",

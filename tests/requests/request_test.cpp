@@ -23,6 +23,7 @@
 
 #include "generator.h"
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 #include "visible.h"
 
@@ -136,7 +137,7 @@ class World {
 
   void add(const Case& request) {
     const std::string recorder = folder_.file("bin/recorder");
-    std::filesystem::copy_file(RUNLET_RECORDER, recorder);
+    std::filesystem::copy_file(runlet_test::recorderPath, recorder);
     chmod(recorder.c_str(), request.recorderMode);
     machine_.add(recorder, {EntryKind::recorder, request.recorderMode, ""});
     addText(request.jobPath.substr(path().size() + 1), request.jobText, request.jobMode);
@@ -178,7 +179,7 @@ class World {
 class RequestModel : public testing::Test {
  protected:
   RequestModel() {
-    std::filesystem::copy_file(RUNLET_ADAPTER, adapter_);
+    std::filesystem::copy_file(runlet_test::adapterPath, adapter_);
     std::filesystem::permissions(adapter_, std::filesystem::perms{0755});
   }
 

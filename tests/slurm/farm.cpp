@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "programs.h"
+
 namespace runlet_test {
 namespace {
 
@@ -210,9 +212,9 @@ std::vector<ClusterProcess> FarmTest::processes() const {
 
 void FarmTest::callCluster(const std::string& function,
                            const std::vector<std::string>& arguments) const {
-  std::vector<std::string> all = {
-      "/bin/bash", "-c",    ". \"$1\"; shift; \"$@\"", "-", RUNLET_CLUSTER_FUNCTIONS,
-      function,    cluster_};
+  const std::string functions = std::string(sourceFolder) + "/tests/slurm/cluster.sh";
+  std::vector<std::string> all = {"/bin/bash", "-c",    ". \"$1\"; shift; \"$@\"", "-", functions,
+                                  function,    cluster_};
   all.insert(all.end(), arguments.begin(), arguments.end());
   ask(all);
 }

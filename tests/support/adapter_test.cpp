@@ -10,11 +10,6 @@
 
 namespace runlet_test {
 
-const std::string adapterPath = RUNLET_ADAPTER;
-const std::string plainAdapterPath = RUNLET_PLAIN_ADAPTER;
-const std::string probePath = RUNLET_PROBE;
-const std::string faultsPath = RUNLET_FAULTS;
-
 std::vector<std::string> AdapterTest::newTask(int first, int count) const {
   return {
       "-o", "NewTask", "-j", jobFile_, "-s", std::to_string(first), "-n", std::to_string(count)};

@@ -10,14 +10,10 @@
 
 #include "job.h"
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 
 namespace runlet_test {
-
-extern const std::string adapterPath;
-extern const std::string plainAdapterPath;  // one without sanitizers, for tight limits
-extern const std::string probePath;
-extern const std::string faultsPath;
 
 // Id of the user and group that serve as "another user" if the tests run as root.
 inline constexpr unsigned otherId = 65534;

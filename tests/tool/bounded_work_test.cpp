@@ -19,8 +19,8 @@ using std::chrono::milliseconds;
 constexpr std::size_t size = 1'000'000;  // approximate bytes of each file
 constexpr std::size_t mostMemory = 300'000'000;
 
-// How much longer everything takes without optimisation, as with the sanitizers.
-#ifdef __OPTIMIZE__
+// How much longer everything takes if the product is not optimised, as with the sanitizers.
+#ifdef RUNLET_IS_OPTIMISED
 constexpr int slowness = 1;
 #else
 constexpr int slowness = 20;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 #include "tool/check/rules.h"
 
@@ -76,7 +77,7 @@ class Completion : public testing::Test {
 
  private:
   static std::string file() {
-    return RUNLET_SOURCES "/share/bash-completion/completions/runlet-job";
+    return std::string(sourceFolder) + "/share/bash-completion/completions/runlet-job";
   }
 
   std::string program_;

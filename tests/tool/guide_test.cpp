@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 
 namespace runlet_test {
@@ -107,7 +108,7 @@ std::string commandsOf(const Lines& block) {
 // The block as shown on a terminal: every command with its output.
 std::string transcriptOf(const Lines& block, const std::string& folder) {
   ProcessOptions options;
-  const std::string path = std::filesystem::path(RUNLET_JOB).parent_path();
+  const std::string path = std::filesystem::path(toolPath).parent_path();
   options.environment = {{"PATH", path + ":/usr/bin:/bin"}};
   options.folder = folder;
   std::string transcript;
@@ -131,7 +132,7 @@ class Guide : public testing::Test {
   // Goes through the document; its job is job.xml in `folder`. `owner` are more options for the
   // commands that make a job, where the document leaves it to whoever follows it.
   void follow(const std::string& path, const std::string& folder, const std::string& owner = "") {
-    const std::string document = readFile(RUNLET_SOURCES "/" + path);
+    const std::string document = readFile(std::string(sourceFolder) + "/" + path);
     const std::string make = "runlet-job make";
     const std::string here = std::regex_replace(document, std::regex(make), make + owner);
     const std::vector<Lines> blocks =
@@ -203,7 +204,7 @@ std::string textOfPicture(const std::string& svg) {
 
 // Apart from white space: its lines are those of a terminal.
 TEST_F(Guide, HasAPictureOfWhatThereIs) {
-  const std::string folder = RUNLET_SOURCES "/docs/pictures";
+  const std::string folder = std::string(sourceFolder) + "/docs/pictures";
   const std::string shown = textOfPicture(readFile(folder + "/check.svg"));
   EXPECT_EQ(withoutSpace(shown), withoutSpace(transcriptOf({"$ runlet-job check job.xml"}, folder)))
       << "run docs/pictures/make check";

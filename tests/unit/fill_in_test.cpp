@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <stdexcept>
+#include <vector>
 
 namespace runlet {
 namespace {
@@ -404,6 +405,35 @@ TEST(JobParam, IsBoundedByTheNamesAlone) {
               getJobParam(&job, &value, 3);
             }),
             "vector::_M_range_check: __n (which is 2) >= this->size() (which is 2)");
+}
+
+// The uses as texts: form, width and number, then the places in the template and in the expansion.
+std::string describe(const std::vector<PlaceholderUse>& uses) {
+  constexpr const char* forms[] = {"tn", "tp", "jp", "percent", "dropped", "malformed"};
+  std::string text;
+  for (const PlaceholderUse& use : uses) {
+    text += forms[static_cast<std::size_t>(use.form)];
+    for (const std::int32_t value : {use.width, use.number}) text += " " + std::to_string(value);
+    for (const std::size_t place : {use.begin, use.end, use.valueBegin, use.valueEnd}) {
+      text += " " + std::to_string(place);
+    }
+    text += "; ";
+  }
+  return text;
+}
+
+TEST(PlaceholderUses, TellTheirPlaces) {
+  const AdapterContext context = makeContext();
+  std::string out;
+  std::vector<PlaceholderUse> uses;
+  EXPECT_TRUE(fillInArguments(&context, &out, "a%tn %6tp2 %jp2%%%z", 2, &uses));
+  EXPECT_EQ(out, "a3 000101 high%z");
+  EXPECT_EQ(describe(uses),
+            "tn 0 0 1 4 1 2; tp 6 2 5 10 3 9; jp 0 2 11 15 10 14; percent 0 0 15 17 14 15; "
+            "dropped 0 0 17 18 15 15; ");
+  uses.clear();
+  EXPECT_FALSE(fillInArguments(&context, &out, "x%3ty", 2, &uses));
+  EXPECT_EQ(describe(uses), "malformed 3 0 1 3 1 1; ");
 }
 
 TEST(JobParam, TakesThe2000FirstBytesOfAValue) {

@@ -8,6 +8,7 @@
 
 #include "exec_run.h"
 #include "mounts.h"
+#include "programs.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -251,7 +252,7 @@ TEST_F(ExecRefusal, IsForAJobFileInTheRootFolder) {
   write(job());
   const std::string root = folder_.makeFolder("root");
   const std::string program = folder_.file("runlet-job");
-  std::filesystem::copy_file(RUNLET_JOB, program);
+  std::filesystem::copy_file(toolPath, program);
   for (const char* path : {"job.xml", "/job.xml"}) {
     ProcessOptions options = exec({path, "--task", "1"});
     options.program = program;

@@ -46,7 +46,7 @@ Strings tested() {
 
 Strings sampled() {
   Strings codes;
-  for (const auto& entry : std::filesystem::directory_iterator(samplesFolder)) {
+  for (const auto& entry : std::filesystem::directory_iterator(samplesFolder())) {
     codes.push_back(entry.path().filename());
   }
   return codes;

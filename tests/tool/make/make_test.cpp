@@ -11,6 +11,7 @@
 
 #include "adapter_test.h"
 #include "mounts.h"
+#include "programs.h"
 
 namespace runlet_test {
 namespace {
@@ -22,7 +23,7 @@ class Make : public AdapterTest {
   // Runs it in the folder, as a user without findings.
   ProcessResult make(const Strings& arguments, const std::function<void()>& prepare = {}) const {
     ProcessOptions options;
-    options.arguments = {RUNLET_JOB, "make", "--user", "1234", "--group", "4321"};
+    options.arguments = {toolPath, "make", "--user", "1234", "--group", "4321"};
     options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
     options.folder = folder();
     options.prepare = prepare;
@@ -32,7 +33,7 @@ class Make : public AdapterTest {
   // Makes the job file for the user who runs the tests, and runs the tasks of that range.
   ProcessResult makeAndRun(const Strings& arguments, int count) const {
     ProcessOptions options;
-    options.arguments = {RUNLET_JOB, "make", "-o", jobFile_};
+    options.arguments = {toolPath, "make", "-o", jobFile_};
     options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
     const ProcessResult result = runProcess(options);
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0") << result.error;
@@ -278,7 +279,7 @@ TEST_F(Make, LeavesTheFileAsItWasOnAFullDisk) {
       "/bin/sh", "-c",
       "printf old > job.xml; \"$0\" make --user 1234 -o job.xml --param \"a=$1\" -- run %jp1; "
       "echo $?; ls -A; cat job.xml",
-      RUNLET_JOB, std::string(1999, 'a')};
+      toolPath, std::string(1999, 'a')};
   for (const char* name : {"b", "c", "d", "e"}) {
     options.arguments[2].insert(options.arguments[2].find(" -- "),
                                 std::string(" --param \"") + name + "=$1\"");

@@ -123,12 +123,13 @@ class CheckComparison {
   }
 
   void showBoth() {
-    trial_.differences += "--- adapter, " + adapter_.status + ":\n" + visible(adapter_.output) +
-                          "\n--- its standard error:\n" + visible(adapter_.error) +
-                          "\n--- runlet-job, " + describeStatus(tool_.waitStatus) + ":\n" +
-                          visible(tool_.output) + visible(tool_.error) + "\n";
+    trial_.differences += "--- adapter, " + adapter_.status + ":\n" +
+                          visibleLines(adapter_.output) + "\n--- its standard error:\n" +
+                          visibleLines(adapter_.error) + "\n--- runlet-job, " +
+                          describeStatus(tool_.waitStatus) + ":\n" + visibleLines(tool_.output) +
+                          visibleLines(tool_.error) + "\n";
     for (const std::string& command : adapter_.shellCommands.value_or(Strings())) {
-      trial_.differences += "--- to the shell: " + visible(command) + "\n";
+      trial_.differences += "--- to the shell: " + visibleLines(command) + "\n";
     }
   }
 

@@ -235,16 +235,16 @@ class ExecComparison {
 
   void showBoth(const std::string& status) {
     trial_->differences += "--- task " + std::to_string(number_) + "\n--- adapter, " + status +
-                           ":\n" + visible(adapter_.result.output) + "\n--- its standard error:\n" +
-                           visible(adapter_.result.error) + "\n--- exec, " +
-                           describeStatus(exec_.result.waitStatus) + ":\n" +
-                           visible(exec_.result.output) + "\n--- its standard error:\n" +
-                           visible(exec_.result.error) + "\n";
+                           ":\n" + visibleLines(adapter_.result.output) +
+                           "\n--- its standard error:\n" + visibleLines(adapter_.result.error) +
+                           "\n--- exec, " + describeStatus(exec_.result.waitStatus) + ":\n" +
+                           visibleLines(exec_.result.output) + "\n--- its standard error:\n" +
+                           visibleLines(exec_.result.error) + "\n";
     for (const auto& [pid, child] : adapter_.children) {
       trial_->differences += "--- child of the adapter:\n" + child.text;
     }
     for (const std::string& command : adapter_.shellCommands) {
-      trial_->differences += "--- to the shell: " + visible(command) + "\n";
+      trial_->differences += "--- to the shell: " + visibleLines(command) + "\n";
     }
   }
 

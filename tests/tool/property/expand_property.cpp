@@ -229,7 +229,8 @@ class ExpandComparison {
     if (isScript(words)) return compareInterpreter(child, words);
     expect(child.arguments == words, "argument vector");
     if (child.arguments != words) {
-      for (const std::string& word : child.arguments) differ("  of the child: " + visible(word));
+      for (const std::string& word : child.arguments)
+        differ("  of the child: " + visibleLines(word));
     }
     expect(child.folder == folder_, "folder of the child: " + child.folder);
   }
@@ -264,7 +265,7 @@ class ExpandComparison {
     const bool isRefused = outcome == "refused";
     expect(isRefused ? adapter_.wasRefused() : adapter_.wasAborted(), outcome);
     expect(adapter_.error.ends_with(message) || adapter_.error.ends_with(message + "\n"),
-           "message: " + visible(message));
+           "message: " + visibleLines(message));
     if (texts.at("calling")) {
       passCalling(texts, "");
       passChmod(texts);
@@ -310,7 +311,7 @@ class ExpandComparison {
     const std::string line = calling + "\n" + announcement;
     const bool isThere = announcement.empty() ? adapter_.output.ends_with(line)
                                               : adapter_.output.find(line) != std::string::npos;
-    expect(isThere, visible(line));
+    expect(isThere, visibleLines(line));
   }
 
   void passChmod(const Texts& texts) {
@@ -328,7 +329,7 @@ class ExpandComparison {
 
   void passError(const std::string& message) {
     const std::size_t at = adapter_.error.find(message, errorAt_);
-    expect(at != std::string::npos, "message: " + visible(message));
+    expect(at != std::string::npos, "message: " + visibleLines(message));
     if (at != std::string::npos) errorAt_ = at + message.size();
   }
 
@@ -353,14 +354,14 @@ class ExpandComparison {
   }
 
   void showBoth() {
-    trial_.differences += "--- range: " + (range_.first ? std::to_string(*range_.first) : "") +
-                          " " + (range_.count ? std::to_string(*range_.count) : "") +
-                          "\n--- adapter, " + adapter_.status + ":\n" + visible(adapter_.output) +
-                          "\n--- its standard error:\n" + visible(adapter_.error) +
-                          "\n--- runlet-job, " + describeStatus(tool_.waitStatus) + ":\n" +
-                          visible(tool_.output) + visible(tool_.error) + "\n";
+    trial_.differences +=
+        "--- range: " + (range_.first ? std::to_string(*range_.first) : "") + " " +
+        (range_.count ? std::to_string(*range_.count) : "") + "\n--- adapter, " + adapter_.status +
+        ":\n" + visibleLines(adapter_.output) + "\n--- its standard error:\n" +
+        visibleLines(adapter_.error) + "\n--- runlet-job, " + describeStatus(tool_.waitStatus) +
+        ":\n" + visibleLines(tool_.output) + visibleLines(tool_.error) + "\n";
     for (const std::string& command : adapter_.shellCommands.value_or(Strings())) {
-      trial_.differences += "--- to the shell: " + visible(command) + "\n";
+      trial_.differences += "--- to the shell: " + visibleLines(command) + "\n";
     }
   }
 

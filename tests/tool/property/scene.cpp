@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "options.h"
+#include "programs.h"
 
 namespace runlet_test {
 namespace {
@@ -176,9 +177,9 @@ void roughen(Random* random, std::string* text) {
 class Programs {
  public:
   Programs() {
-    copy(RUNLET_PLAIN_ADAPTER, adapter);
-    copy(RUNLET_JOB, tool);
-    copy(RUNLET_SPY, spy);
+    copy(plainAdapterPath, adapter);
+    copy(toolPath, tool);
+    copy(spyPath, spy);
   }
 
  private:
@@ -287,7 +288,7 @@ Range anyRange(Random* random) {
   return range;
 }
 
-std::string visible(const std::string& text) {
+std::string visibleLines(const std::string& text) {
   constexpr char digits[] = "0123456789abcdef";
   std::string out;
   for (const char c : text) {
@@ -388,7 +389,7 @@ void Scene::makeFolders() const {
 
 void Scene::makeRecorder(const std::string& folder) const {
   const std::string path = folder_ + "/" + folder + "/recorder";
-  std::filesystem::copy_file(RUNLET_RECORDER, path);
+  std::filesystem::copy_file(recorderPath, path);
   chmod(path.c_str(), case_.recorderMode);
 }
 
@@ -554,14 +555,14 @@ std::map<std::string, unsigned> Scene::modes() const {
 std::string Scene::description() const {
   std::ostringstream out;
   out << "--- in " << folder_ << (case_.isUnprivileged ? ", as another user" : "") << ": -j '"
-      << visible(jobFile_) << "'";
-  for (const std::string& word : options({})) out << " '" << visible(word) << "'";
+      << visibleLines(jobFile_) << "'";
+  for (const std::string& word : options({})) out << " '" << visibleLines(word) << "'";
   out << "\n--- modes: job file " << std::oct << case_.jobMode << ", recorder "
       << case_.recorderMode << "\n";
   for (const char* name : {"script", "bin/script", "bin/plain", "closed/secret"}) {
-    out << "--- " << name << ": " << visible(readFile(folder_ + "/" + name)) << "\n";
+    out << "--- " << name << ": " << visibleLines(readFile(folder_ + "/" + name)) << "\n";
   }
-  out << "--- " << case_.jobPath << ":\n" << visible(case_.jobText) << "\n";
+  out << "--- " << case_.jobPath << ":\n" << visibleLines(case_.jobText) << "\n";
   return out.str();
 }
 

@@ -79,7 +79,7 @@ struct TaskRun {
 };
 
 // `text` with "\xNN" for unprintable bytes, and with its newlines.
-std::string visible(const std::string& text);
+std::string visibleLines(const std::string& text);
 
 // The number of occurrences of `part` in `text`.
 std::size_t countOf(const std::string& part, const std::string& text);

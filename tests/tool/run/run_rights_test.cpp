@@ -147,7 +147,7 @@ TEST_F(RunRightsOfRoot, IncludeNoTerminal) {
 
 TEST_F(RunRightsOfRoot, IncludeNoAmbientCapabilities) {
   const std::string program = folder_.file("runlet-job");
-  std::filesystem::copy_file(RUNLET_JOB, program);
+  std::filesystem::copy_file(toolPath, program);
   ProcessOptions started = options();
   started.program = program;
   started.prepare = [] { haveAmbientCapabilities(otherId); };

@@ -19,6 +19,7 @@
 
 #include "adapter_test.h"
 #include "mounts.h"
+#include "programs.h"
 #include "pseudo_terminal.h"
 #include "tool_run.h"
 
@@ -241,7 +242,7 @@ TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
 // Like an upgrade while the job runs.
 TEST_F(Run, IsNotConcernedWhenItsProgramIsReplaced) {
   const std::string program = folder_.file("runlet-job");
-  std::filesystem::copy_file(RUNLET_JOB, program);
+  std::filesystem::copy_file(toolPath, program);
   const Strings tasks = {"rm runlet-job; echo exit 9 >runlet-job; chmod +x runlet-job", "echo x"};
   ProcessOptions started = options(tasks);
   started.program = program;

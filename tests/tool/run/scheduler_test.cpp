@@ -17,6 +17,7 @@
 #include <sstream>
 #include <thread>
 
+#include "programs.h"
 #include "temp_folder.h"
 #include "tool/batch/starter.h"
 
@@ -281,7 +282,7 @@ TEST_F(Scheduler, GivesTasksASessionOfTheirOwnAndTheirThreeStreams) {
     RunOutcome outcome;
     {
       const ClosedStreams these(streams);
-      outcome = run({"echo $$; exec " RUNLET_PROBE " report"});
+      outcome = run({"echo $$; exec " + runlet_test::probePath + " report"});
     }
     expectOutcome(outcome, {succeeded});
     const std::string process = log(0);

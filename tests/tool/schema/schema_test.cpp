@@ -12,13 +12,14 @@
 #include <vector>
 
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 #include "tool_run.h"
 
 namespace runlet_test {
 namespace {
 
-const std::string sources = RUNLET_SOURCES;
+const std::string sources = sourceFolder;
 const std::string schemaPath = sources + "/share/runlet-job/job.rng";
 
 ProcessResult run(std::vector<std::string> arguments) {

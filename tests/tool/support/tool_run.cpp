@@ -11,11 +11,13 @@
 #include <cstring>
 #include <limits>
 
+#include "programs.h"
+
 namespace runlet_test {
 
 ProcessOptions tool(const std::vector<std::string>& arguments) {
   ProcessOptions options;
-  options.arguments = {RUNLET_JOB};
+  options.arguments = {toolPath};
   options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
   options.environment = {{"PATH", "/usr/bin:/bin"}};
   return options;

@@ -35,7 +35,7 @@ struct Summary {
 
 std::ostream& operator<<(std::ostream& out, const Found& found);
 
-inline constexpr char samplesFolder[] = RUNLET_SOURCES "/tests/tool/samples";
+std::string samplesFolder();
 
 extern const std::string bad;
 extern const std::string mended;

@@ -99,7 +99,7 @@ ProcessOptions SubmitTest::unprivileged(const std::vector<std::string>& argument
   ProcessOptions options = submit(arguments);
   if (geteuid() != 0) return options;
   options.program = folder_.file("runlet-job");
-  std::filesystem::copy_file(RUNLET_JOB, options.program);
+  std::filesystem::copy_file(toolPath, options.program);
   options.prepare = [] {
     if (setgroups(0, nullptr) != 0 || setgid(otherId) != 0 || setuid(otherId) != 0) _exit(97);
   };
@@ -141,7 +141,7 @@ std::string SubmitTest::comment(const std::string& numbers) const {
 }
 
 std::string ownPath() {
-  return std::filesystem::canonical(RUNLET_JOB).string();
+  return std::filesystem::canonical(toolPath).string();
 }
 
 }  // namespace runlet_test
