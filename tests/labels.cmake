@@ -57,7 +57,7 @@ label(not-in-valgrind process
   ThatShrinksAndGrows
   # it needs the stack of the process, for which valgrind puts one of its own, and takes minutes to
   # go through 200 million levels
-  IsAsDeepAsTheStackCanBear)
+  IsAsDeepAsTheStackAllows)
 
 foreach(program unit process model requests tool)
   foreach(test IN LISTS runlet_${program}_tests_TESTS)
