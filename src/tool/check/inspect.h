@@ -20,8 +20,8 @@ struct Question {
   RangeOptions range = {};       // tasks to look at in any case; empty = none
 };
 
-// The first so many of a rule are kept, the others counted: a job file can have as many findings as
-// it has elements or placeholders.
+// The most findings of a rule that are kept; further ones are counted: a job file can have as many
+// findings as it has elements or placeholders.
 inline constexpr std::size_t mostFindings = 20;
 
 // Takes time and memory in proportion to the size of the file: where the tasks together would take
