@@ -85,6 +85,7 @@ int runVerb(int argc, const char* const* argv) {
 }  // namespace
 }  // namespace runlet_tool
 
-int main(int argc, char* argv[]) {
+// What nothing catches ends the program, with a message of the C++ library.
+int main(int argc, char* argv[]) {  // NOLINT(bugprone-exception-escape)
   return runlet_tool::runVerb(argc, argv);
 }

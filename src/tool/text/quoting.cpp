@@ -100,10 +100,10 @@ std::string shellCommand(const std::vector<char*>& words) {
   return line;
 }
 
-std::string shortShellWord(const std::string& value) {
-  const bool isLong = value.size() > maxShownLength;
+std::string shortShellWord(const std::string& word) {
+  const bool isLong = word.size() > maxShownLength;
   std::string text;
-  appendShellWord(isLong ? startOf(value) : value, &text);
+  appendShellWord(isLong ? startOf(word) : word, &text);
   return isLong ? text + "..." : text;
 }
 
