@@ -196,10 +196,11 @@ TEST_F(BoundedWork, IsThatOfTheLibraryAndLittleMoreForAnyJob) {
     folder_.write("job.xml", jobOf(parts));
     if (std::getenv("RUNLET_SHOW_WORK") != nullptr) std::printf("%s\n", row.name);
     const std::chrono::microseconds load = loadTime();
-    expectBounded({"check"}, load);
     expectBounded({"check", "--json", "--host"}, load);
-    expectBounded({"expand"}, load);
     expectBounded({"expand", "--json"}, load);
+    if (slowness > 1) continue;  // or it takes ten minutes, to see the same code
+    expectBounded({"check"}, load);
+    expectBounded({"expand"}, load);
     expectBounded({"run"}, load);
     expectBounded({"submit", "--dry-run"}, load);
     expectBounded({"run", "-n", "1"}, load);
