@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "exec_run.h"
@@ -306,17 +308,18 @@ TEST_F(ExecRightsOfRoot, IncludeASessionKeyringOfTheirOwn) {
 TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
   const struct {
     const char* fault;
-    std::string reason;
+    int error;
   } rows[] = {
-      {"no-keyrings", "Function not implemented"},
-      {"keyrings-refused", "Operation not permitted"},
-      {"keyrings-forbidden", "Permission denied"},
+      {"no-keyrings", ENOSYS},
+      {"keyrings-refused", EPERM},
+      {"keyrings-forbidden", EACCES},
   };
   for (const auto& row : rows) {
     setIds("71", "72");
     const ProcessResult result = runProcess(withFault(row.fault));
     EXPECT_EQ(result.output, calling_);
-    EXPECT_EQ(result.error, "runlet-job: no session keyring for the task: " + row.reason +
+    EXPECT_EQ(result.error, "runlet-job: no session keyring for the task: " +
+                                std::string(std::strerror(row.error)) +
                                 "; it keeps the one of its starter\n");
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
     expectRanAs(71, 72);
