@@ -360,6 +360,7 @@ TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsTakenOrRefused) {
   const std::string path = folder_.write("job.xml", text);
   // No thread: each start of the adapter would copy its locks.
   const pid_t changes = fork();
+  ASSERT_NE(changes, -1);  // which would be every process to the kill below
   if (changes == 0) changeForEver(path, text);
   const std::string refusal = couldNotLoad(path, "");
   for (int i = 0; i < 100; ++i) {
