@@ -1,4 +1,4 @@
-/* The least that a program can do to answer a request for information: write the bytes. */
+/* The minimal program that answers a request for information: it writes the bytes. */
 
 #include <stdio.h>
 

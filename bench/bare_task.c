@@ -1,5 +1,5 @@
-/* The system calls of one task, in the adapter's order, and nothing else: the job file is read, and
- * what would be in it stands on the command line.
+/* Only the system calls of one task, in the adapter's order: the job file is read, but its values
+ * are given on the command line.
  *
  *   bare_task JOBFILE FOLDER UID GID PROGRAM
  */

@@ -1,4 +1,4 @@
-// What is done for every task, beside what the C library takes for something alike.
+// The work done for every task, compared with similar work by the C library.
 
 #include <benchmark/benchmark.h>
 
@@ -18,7 +18,7 @@ std::size_t allocations = 0;
 
 }  // namespace
 
-// Counts what is allocated, `new` included.
+// Counts allocations, including `new`.
 extern "C" void* malloc(std::size_t size) {
   ++allocations;
   return __libc_malloc(size);
@@ -27,7 +27,7 @@ extern "C" void* malloc(std::size_t size) {
 namespace runlet {
 namespace {
 
-// Per iteration, as a figure beside the time.
+// Reported per iteration, next to the time.
 class AllocationCount {
  public:
   explicit AllocationCount(benchmark::State* state) : state_(state) {}
@@ -67,7 +67,7 @@ void fillIn(benchmark::State& state) {
 }
 BENCHMARK(fillIn);
 
-// The same line by the C library, its values at hand.
+// The same line formatted by the C library from given values.
 void fillInByPrintf(benchmark::State& state) {
   const AllocationCount count(&state);
   for ([[maybe_unused]] auto _ : state) {
@@ -103,7 +103,7 @@ void split(benchmark::State& state) {
 }
 BENCHMARK(split);
 
-// At spaces alone, by the C library, to no list at all.
+// Split only at spaces, by the C library, without building a list.
 void splitByStrtok(benchmark::State& state) {
   const std::string line = commandLine();
   const AllocationCount count(&state);

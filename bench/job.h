@@ -1,4 +1,4 @@
-// The jobs that are measured.
+// The jobs to measure.
 #pragma once
 
 #include <string>

@@ -1,12 +1,11 @@
-// Job files for as long as a process runs.
+// Job files that exist as long as the process.
 #pragma once
 
 #include <string>
 
 namespace runlet_bench {
 
-// The path of a job of `tasks` tasks, which is there until the process ends. The same for the same
-// number.
+// The path of a job of `tasks` tasks, created on first use and removed when the process ends.
 std::string jobOf(long tasks);
 
 }  // namespace runlet_bench

@@ -1,5 +1,5 @@
-// Time to launch a task of jobs of growing size, to its end. What the launches print goes to
-// standard output, between the benchmark's own lines: have it write its figures to a file.
+// Time to launch a task of jobs of growing size and wait for its end. The launches print to
+// standard output, between the benchmark's own lines, so let it write its figures to a file.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>

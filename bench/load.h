@@ -1,18 +1,18 @@
-// Loading a job file, and what the XML library alone takes for it.
+// Loading a job file, compared with the XML library alone.
 #pragma once
 
 #include <string>
 
 namespace runlet_bench {
 
-// All of these end the process where the file cannot be loaded, and leave nothing behind.
+// All of these end the process if the file cannot be loaded, and free everything.
 
 void loadByAdapter(const std::string& path);
 
-// By the library as it comes, with its destruction.
+// By the library with its defaults, including destruction.
 void loadByLibrary(const std::string& path);
 
-// The same, but that it counts no rows and columns.
+// The same without counting rows and columns.
 void loadByLibraryWithoutColumns(const std::string& path);
 
 }  // namespace runlet_bench

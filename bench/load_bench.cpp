@@ -1,4 +1,4 @@
-// Time to load jobs of growing size, beside what the XML library alone takes.
+// Time to load jobs of growing size, compared with the XML library alone.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// Each starts with a heap that holds on to nothing, as that of a new process.
+// Each starts with a trimmed heap, like that of a new process.
 void load(benchmark::State& state, void (*by)(const std::string& path)) {
   const std::string path = runlet_bench::jobOf(state.range(0));
   for ([[maybe_unused]] auto _ : state) {
@@ -19,7 +19,7 @@ void load(benchmark::State& state, void (*by)(const std::string& path)) {
   }
 }
 
-// Those of one size one after the other, so that they see the machine in the same mood.
+// Benchmarks of one size run in sequence, so that they see the machine in the same state.
 [[maybe_unused]] const bool registered = [] {
   const struct {
     const char* name;

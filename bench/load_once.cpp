@@ -1,4 +1,4 @@
-// One load in a process of its own: its peak of memory, and something to count instructions of.
+// One load in its own process, to measure peak memory and count instructions.
 //
 //   load_once adapter|library JOBFILE     prints the peak in kilobytes
 

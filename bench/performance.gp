@@ -1,4 +1,4 @@
-# What a job of growing size costs: time and memory of its load, and one launch.
+# The cost of jobs of growing size: time and memory to load them, and one launch.
 #
 #   gnuplot -e "figures='sizes.tsv'; plot='performance.svg'" performance.gp
 set terminal svg size 800,600 font "sans-serif,12" background rgb "white"

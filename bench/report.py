@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Makes ratios of the figures that scripts/bench has collected, and holds them against their limits.
+"""Computes ratios of the figures collected by scripts/bench, and compares them with their limits.
 
     report.py [--short] RESULTS
 
-Without --short, docs/performance.md and its plot are written as well. Ends with 1 when a limit is
+Without --short, also writes docs/performance.md and its plot. The exit status is 1 if a limit is
 exceeded.
 """
 
@@ -18,14 +18,14 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-# The kernel adds up what each processor counts of a process's memory in steps of 32 pages.
+# The kernel sums the per-processor memory counters of a process in steps of 32 pages.
 MEMORY_STEP = 128  # kilobytes
 TOOLS = ["setpriv", "gosu", "s6-setuidgid", "runuser", "sudo"]
 
 
 class Rounds:
-    """Figures by name, one for each round. The speed of a machine changes, so what was measured in
-    the same round is compared, and the median of that counts."""
+    """Figures by name, one per round. The speed of a machine varies, so figures of the same round
+    are compared, and the median of the ratios counts."""
 
     def __init__(self):
         self.values = {}
@@ -57,7 +57,7 @@ class Figures:
 
 
 def benchmarks(results, program, figure="real_time"):
-    """A run with repetitions is one round, of their medians."""
+    """A run with repetitions is one round with their medians."""
     rounds = Rounds()
     for path in sorted(results.glob(f"{program}-*.json")):
         for run in json.loads(path.read_text())["benchmarks"]:
@@ -83,7 +83,7 @@ def processes(results, kind):
 
 
 def checks(figures):
-    """Rows of: what, its value, the limit, and the limit that only a gross regression exceeds."""
+    """Rows of name, value, limit, and the limit that only a gross regression exceeds."""
     functions, load, launch, processes = (
         figures.functions, figures.load, figures.launch, figures.processes)
     rows = []
@@ -124,7 +124,7 @@ def checks(figures):
 
 
 def judge(rows, short):
-    """Prints the rows; yields whether all are within their limits."""
+    """Prints the rows; returns whether all are within their limits."""
     good = True
     for what, value, limit, gross in rows:
         bound = gross if short else limit
@@ -177,7 +177,7 @@ def processes_table(figures, what, names):
 
 
 def page_faults(command):
-    """Of the process, the least of a few runs."""
+    """Of the process: the minimum of a few runs."""
     faults = []
     for _ in range(9):
         null = os.open(os.devnull, os.O_WRONLY)
@@ -193,7 +193,7 @@ def relocations(program):
 
 
 def info_table(figures):
-    """With what there is to do for each program before it gets to main."""
+    """Including the start-up of each program before main."""
     header, rows = processes_table(figures, "GetInfo", VARIANTS)
     for row, (name, _) in zip(rows, VARIANTS):
         program = str(PROGRAM_FOLDER / PROGRAM_FILES.get(name, f"adapter_{name}"))

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""What a task costs that `runlet-job submit` sends to the engine, beyond one of a plain array.
+"""What a task submitted by `runlet-job submit` costs beyond a task of a plain Slurm array.
 
    slurm_tasks.py FOLDER CLUSTER PROGRAMS
 
 FOLDER is for the files of the measurement, CLUSTER has a slurm.conf, PROGRAMS runlet-job and
-runlet_farm_task. Both arrays run the same program, which does nothing but write down the time.
+runlet_farm_task. Both arrays run the same program, which only records the time.
 """
 
 import os
@@ -59,7 +59,7 @@ def stamped():
 
 
 def milliseconds_per_task(command):
-    """From the submission to the start of the last task, by the tasks' own clocks."""
+    """From the submission to the start of the last task, according to the tasks' clocks."""
     write('stamps', '')
     start = time.time()
     run(command)
@@ -71,7 +71,7 @@ def milliseconds_per_task(command):
 
 
 def script_of_submit():
-    """What the engine runs for a task: the script and its arguments."""
+    """What Slurm runs for a task: the script and its arguments."""
     capture = ('sbatch() { while [ "$1" != /dev/stdin ]; do shift; done; shift; cat >script.sh; '
                'printf "%s\\n" "$@"; }\n')
     arguments = run(['bash', '-c', capture + run(submit + ['--dry-run'])]).splitlines()

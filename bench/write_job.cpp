@@ -1,4 +1,4 @@
-// Writes a job of so many tasks.
+// Writes a job with a given number of tasks.
 //
 //   write_job TASKS JOBFILE
 

@@ -1,6 +1,6 @@
-# Finds TinyXML 2.6 and defines the target TinyXML::TinyXML: through pkg-config where that knows
-# the library, else by looking for the header and the library file. A static library goes before a
-# shared one: loading another one would be a good part of what a start of the adapter costs.
+# Finds TinyXML 2.6 and defines the target TinyXML::TinyXML: through pkg-config if that knows the
+# library, otherwise by searching for the header and the library file. A static library is
+# preferred: loading another shared one would be a considerable part of the adapter's start-up time.
 
 find_package(PkgConfig QUIET)
 if(PkgConfig_FOUND)

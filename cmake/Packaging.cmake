@@ -1,10 +1,10 @@
-# What cpack makes: a Debian package and a tarball. scripts/package runs it.
+# Packages made by cpack: a Debian package and a tarball. scripts/package runs it.
 set(CPACK_PACKAGE_VENDOR "Runlet adapter maintainers")
 set(CPACK_PACKAGE_CONTACT "${CPACK_PACKAGE_VENDOR} <maintainers@runlet.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "adapter for the command-line jobs of a render farm")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/FinishPackage.cmake)
-# Whatever the umask of whoever makes the package is.
+# Independent of the umask of the packager.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 

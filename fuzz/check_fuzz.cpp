@@ -1,13 +1,12 @@
-// The check of runlet-job: the input is a byte that says what the request gives, and the job file.
-// An error among the findings means that the adapter does not start every task, and none that it
-// does.
+// The check of runlet-job: the input is a byte for the options of the request, and the job file.
+// The findings must include an error if and only if the adapter does not start every task.
 
 #include <algorithm>
 
 #include "fuzz.h"
 #include "tool/check/inspect.h"
-#include "tool/expand/loading.h"
-#include "tool/expand/preview.h"
+#include "tool/job/loading.h"
+#include "tool/job/preview.h"
 
 namespace {
 
@@ -28,7 +27,7 @@ bool startsEveryTask(const Question& question) {
   return !context.taskList.empty();
 }
 
-// Some are errors because of what a task or a shell may do, whatever becomes of the task.
+// Some findings are errors because of what a task or a shell may do, even if every task starts.
 bool keepsTasksFromStarting(const Finding& finding) {
   return finding.rule->severity == runlet_tool::Severity::error && !isOfDanger(finding.rule->id);
 }

@@ -35,7 +35,7 @@ void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
 
   runlet::AdapterContext context;
   std::int32_t result = 1;
-  optind = 0;  // getopt begins anew
+  optind = 0;  // resets getopt
   const std::string report = runlet_fuzz::standardErrorOf(
       [&] { result = parseArguments(&context, static_cast<int>(argv.size()) - 1, argv.data()); });
   require(result == (context.opcode.empty() ? -1 : 0), "an opcode is all it takes");

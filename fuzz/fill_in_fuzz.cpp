@@ -38,7 +38,7 @@ void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
   const std::int32_t taskIndex = data[0] < 128 ? data[0] : data[0] - 256;
   const std::vector<std::string> given = texts(data + 2, size - 2, 2 + valueCount);
   runlet_model::Lists lists;
-  // The others do not matter, and the entry may be long.
+  // The other entries do not matter, and the entry may be long.
   lists.taskList.assign(taskCount, "another");
   if (taskIndex >= 0 && taskIndex < taskCount) {
     lists.taskList[static_cast<std::size_t>(taskIndex)] = given[1];

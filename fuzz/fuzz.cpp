@@ -9,7 +9,7 @@
 namespace runlet_fuzz {
 namespace {
 
-// The stream `stderr` kept in memory as long as the object lives.
+// Redirects the stream `stderr` to memory during its lifetime.
 class CapturedStandardError {
  public:
   CapturedStandardError() : stream_(open_memstream(&text_, &length_)) {

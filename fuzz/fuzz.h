@@ -1,4 +1,4 @@
-// What the fuzz targets share.
+// Shared by the fuzz targets.
 #pragma once
 
 #include <cstddef>
@@ -8,31 +8,31 @@
 #include <string>
 #include <vector>
 
-// One input of the fuzzer, whatever its bytes: handed to the target as it is (plain.cpp), or as the
-// large input that it describes (large.cpp).
+// Runs one input of the fuzzer: passed to the target unchanged (plain.cpp), or as the large input
+// that it describes (large.cpp).
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace runlet_fuzz {
 
-// Tries one input. Each target defines it.
+// Runs one input. Each target defines it.
 void tryInput(const std::uint8_t* data, std::size_t size);
 
 // Ends the process, with `what` on standard error, if `held` is false.
 void require(bool held, const char* what);
 
-// What `action` writes to the stream `stderr`. What it raises passes through.
+// Returns what `action` writes to the stream `stderr`. Exceptions pass through.
 std::string standardErrorOf(const std::function<void()>& action);
 
-// The texts that the NULs of the input separate: always `count` of them, empty where the input has
-// fewer, the last one without what is left over.
+// Splits the input at NULs into exactly `count` texts, empty if the input has fewer; the rest of
+// the input is ignored.
 std::vector<std::string> texts(const std::uint8_t* data, std::size_t size, std::size_t count);
 
-// A file that is in memory alone.
+// A file in memory.
 class MemoryFile {
  public:
   explicit MemoryFile(const char* name);
 
-  // Makes `size` bytes at `data` the whole of it.
+  // Replaces its content by the `size` bytes at `data`.
   void write(const std::uint8_t* data, std::size_t size) const;
 
   std::string path() const;

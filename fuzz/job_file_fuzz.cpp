@@ -34,7 +34,7 @@ void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
   for (const std::string& entry : context.taskList) require(!entry.empty(), "no empty entry");
   for (const runlet::StringList* list :
        {&context.taskList, &context.paramNames, &context.paramValues}) {
-    // So every byte is read.
+    // So that every byte is read.
     for (const std::string& text : *list) {
       require(text.find('\0') == std::string::npos && *(text.data() + text.size()) == '\0',
               "texts that end with their only NUL");

@@ -1,12 +1,12 @@
-// The entry of the fuzz targets with large inputs. A large input is described by a small one, in
-// which every byte is itself, except in two kinds of records:
+// The entry point of fuzz targets with large inputs. A small input describes the large one: every
+// byte stands for itself, except in two kinds of records:
 //
-//   0x1f CODE LENGTH PIECE   the piece again and again, cut off at SIZE bytes
-//   0x1e CODE LENGTH PIECE   the whole piece SIZE times
+//   0x1f CODE LENGTH PIECE   the piece repeated, cut off at SIZE bytes
+//   0x1e CODE LENGTH PIECE   the piece repeated SIZE times
 //
-// LENGTH + 1 is the length of the piece, which may have records in it. The low 4 bits of CODE pick
-// one of the sizes below, and the high ones, less 8, are added to it: most sizes are on one side of
-// a threshold of the code, the libraries or the system, or right at it.
+// LENGTH + 1 is the length of the piece, which may contain records. The low 4 bits of CODE select
+// one of the sizes below, and the high bits, minus 8, are added to it, so that most sizes are near
+// a threshold of the code, the libraries or the system.
 
 #include <algorithm>
 #include <iterator>
@@ -21,7 +21,7 @@ constexpr std::size_t sizes[] = {8,    15,   32,   55,      100,      255,      
                                  2000, 3999, 4096, 8 << 10, 16 << 10, 32 << 10, 128 << 10, 1 << 20};
 static_assert(std::size(sizes) == 16);
 
-// What is longer is cut off.
+// Longer inputs are cut off.
 constexpr std::size_t maxLength = (2 << 20) + 16;
 constexpr int maxDepth = 3;  // of the recursion
 
@@ -35,7 +35,7 @@ std::size_t sizeOf(unsigned char code) {
 
 std::string enlarged(std::string_view input, int depth);
 
-// Takes a record off the front of the input.
+// Removes a record from the start of the input.
 std::string takeRecord(std::string_view* input, int depth) {  // NOLINT(misc-no-recursion)
   const char kind = (*input)[0];
   const std::size_t size = sizeOf(static_cast<unsigned char>((*input)[1]));
@@ -71,7 +71,7 @@ std::string enlarged(std::string_view input, int depth) {  // NOLINT(misc-no-rec
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text = enlarged({reinterpret_cast<const char*>(data), size}, 0);
-  // On the heap and exactly as long, so that a step beyond it is noticed.
+  // On the heap and of the exact length, so that reading past the end is detected.
   const std::vector<std::uint8_t> input(text.begin(), text.end());
   runlet_fuzz::tryInput(input.data(), input.size());
   return 0;

@@ -1,4 +1,4 @@
-// The entry of the fuzz targets whose inputs are as they stand.
+// The entry point of fuzz targets that take inputs unchanged.
 
 #include "fuzz.h"
 

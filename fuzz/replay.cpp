@@ -1,4 +1,4 @@
-// Runs a fuzz target on files that are there, for compilers without a fuzzer and for the tests.
+// Runs a fuzz target on existing files, for compilers without a fuzzer and for the tests.
 //
 //   fuzz_TARGET FILE_OR_FOLDER...
 
@@ -16,14 +16,14 @@ bool replay(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   const std::string bytes(std::istreambuf_iterator<char>(file), {});
   if (file.fail() && !file.eof()) return false;
-  // Printed first: an input that ends the process is then the last one named.
+  // Printed first, so that an input that ends the process is the last one named.
   std::printf("%s\n", path.filename().c_str());
   std::fflush(stdout);
   LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
   return true;
 }
 
-// Yields the number of files.
+// Returns the number of files.
 int replayAll(const std::filesystem::path& folder) {
   int count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {

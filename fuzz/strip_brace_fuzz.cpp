@@ -1,4 +1,4 @@
-// Both forms of taking the braces off: the input is the text, up to its first NUL.
+// Both forms of stripping the braces: the input is the text, up to its first NUL.
 
 #include <optional>
 #include <stdexcept>
@@ -27,7 +27,7 @@ Result strip(const std::string& text) {
 }
 
 std::optional<std::string> stripIntoArea(const std::string& text) {
-  // On the heap, so that the first byte behind it is noticed.
+  // On the heap, so that writing past the end is detected.
   std::vector<char> area(runlet::maxStrippedLength + 1, '#');
   if (runlet::stripBrace(text.c_str(), area.data())) return std::string(area.data());
   require(area == std::vector<char>(area.size(), '#'), "a failure leaves the area alone");

@@ -6,7 +6,7 @@
 
 void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
   const std::string line = runlet_fuzz::texts(data, size, 1)[0];
-  // Exactly as long as the launcher makes it.
+  // Of exactly the size that the launcher allocates.
   std::vector<char> scratch(line.c_str(), line.c_str() + line.size() + 1);
   const std::vector<char*> pointers = runlet::splitWords(scratch.data());
   runlet_fuzz::require(!pointers.empty() && pointers.back() == nullptr, "a null at the end");

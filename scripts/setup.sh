@@ -3,6 +3,9 @@
 buildPackages=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev nlohmann-json3-dev)
 testPackages=(libgtest-dev libxml2-utils)
 
+# How many tests run at a time: many of them wait most of their time.
+testJobs=$((2 * $(nproc)))
+
 # requirePackages PACKAGE...
 # Installs what is missing where this user may (as root, or with sudo that asks for no password);
 # otherwise ends the script with status 1 and says what to install.

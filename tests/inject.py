@@ -1,21 +1,20 @@
-"""Runs the programs again and again, each time with one system call that fails.
+"""Runs the programs repeatedly, each time with one failing system call.
 
   inject.py [--short] [--times N] [--only SCENARIO]... BIN
 
-BIN is the folder of the built programs. A first run of each scenario under strace tells which calls
-the program makes, and so does its child up to the start of its program; then each of these calls,
-from its first to its fifth time in a process and after the loader's, fails with the errors that fit
-it, once or from then on. Whatever fails,
+BIN is the folder of the built programs. A first run of each scenario under strace records the calls
+of the program, and of its child up to the exec of the task; then each of these calls, from its
+first to its fifth time in a process and not counting the loader's, fails with suitable errors, once
+or permanently. Whatever fails,
 
 - no task has other rights than its job says,
-- the exit status tells no success that was none,
+- the exit status never reports success after a failure,
 - nothing takes longer than ten seconds, unless it does so without the fault, too,
-- no file is there by half, and
-- no process is left behind, not even of tasks that would go on for a minute.
+- no file is incomplete, and
+- no process is left behind, not even of tasks that would run for a minute.
 
-With --times each call fails up to its Nth time. With --short the runs are a sample for which two
-minutes are enough. The exit status is 1 where something of that does not hold, and each such case
-is a line that tells which one it was.
+With --times each call fails up to its Nth time. With --short a sample is run that takes at most two
+minutes. The exit status is 1 if any of that does not hold, and each such case is reported.
 """
 
 import argparse
@@ -38,16 +37,16 @@ import tempfile
 import termios
 import time
 
-PATIENCE = 10  # seconds that a run may take
-LOADED = 9  # times as long on a machine that does other work, before it is ended
-GRACE = 10  # seconds that what it started may go on
-SLEEP = 60  # seconds that a task takes that is not to come to its end
-SHORT = 100  # seconds for all runs of a sample
-ROOT_JOB_ID = 61234  # user and group of the job where root runs this
+PATIENCE = 10  # time limit of a run, in seconds
+LOADED = 9  # factor for the time limit on a loaded machine
+GRACE = 10  # seconds until its child processes must have ended
+SLEEP = 60  # seconds that an endless task sleeps
+SHORT = 100  # seconds for the whole sample
+ROOT_JOB_ID = 61234  # user and group of the job if root runs this
 UMASK = 0o027
 PR_SET_CHILD_SUBREAPER = 36
 
-# The errors that each call is made to fail with. A call that is not here fails with EIO.
+# The errors that each call is made to fail with. A call not listed fails with EIO.
 ERRORS = {
     "access": ["EACCES"],
     "brk": ["ENOMEM"],
@@ -125,11 +124,11 @@ ERRORS = {
     "writev": ["EIO"],
 }
 
-# Errors for want of something that hardly is there again at the next call: these also last.
+# Errors from a lack of resources, which usually persist: these are also injected permanently.
 LASTING = {"EAGAIN", "EMFILE", "ENFILE", "ENOMEM", "ENOSPC"}
 
-# Calls that cannot fail, that only go wrong by an argument, whose failure the kernel itself mends by
-# starting them again, or that are of the loader and the C library and do nothing outside of them.
+# Calls that cannot fail, that only fail on bad arguments, that the kernel restarts itself, or that
+# belong to the loader and the C library and have no effect outside them.
 LEFT_OUT = {
     "arch_prctl", "clock_gettime", "clock_nanosleep", "exit", "exit_group", "futex", "getegid",
     "geteuid", "getgid", "getpgrp", "getpid", "getppid", "getrandom", "gettid", "getuid", "ioctl",
@@ -140,7 +139,7 @@ LEFT_OUT = {
 
 STARTED_TASK = r'execve\("[^"]*/task".* = 0\n'  # in the trace
 
-# The report is written at once: whoever is killed meanwhile has written none.
+# The report is written with one call, so that a killed task has written none.
 TASK = r"""#!/bin/sh
 terminals=
 for stream in 0 1 2; do [ ! -t $stream ] || terminals="$terminals $stream"; done
@@ -154,7 +153,7 @@ SLEEPING = f"""echo > ../calls/asleep.$1
 exec /bin/sleep {SLEEP}
 """
 
-ENGINE = r"""#!/bin/sh
+SLURM_PROGRAM = r"""#!/bin/sh
 me=${0##*/}
 calls=${0%/*}/../calls
 echo x >> "$calls/$me"
@@ -171,19 +170,19 @@ esac
 
 
 class Scene:
-    """A folder with a job of two tasks, and programs in place of Slurm's."""
+    """A folder with a job of two tasks, and programs that replace Slurm's."""
 
     def __init__(self, scenario):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="inject-"))
         self.folder.chmod(0o755)
         self.work = self.make_folder("work", 0o777)
         self.calls = self.make_folder("calls", 0o777)
-        self.engine = self.make_folder("engine", 0o755)
+        self.slurm = self.make_folder("slurm", 0o755)
         self.application = self.make_folder("application", 0o755)
         self.write(self.work / "task", TASK + (SLEEPING if scenario.sleeps else ""))
         self.write(self.application / "task", TASK, 0o644)
         for name in ("sbatch", "scontrol", "scancel", "squeue", "sacct"):
-            self.write(self.engine / name, ENGINE)
+            self.write(self.slurm / name, SLURM_PROGRAM)
         self.job = self.folder / "job.xml"
         self.write(self.job, self.job_text(scenario.command or f"{self.work}/task"))
         self.write(self.work / "job-chunk-0.log", self.end_lines())
@@ -213,14 +212,14 @@ class Scene:
 """
 
     def job_hash(self):
-        """What tells the job files apart in what the engine keeps: FNV-1a of their paths."""
+        """The hash that identifies a job file in Slurm's records: FNV-1a of its path."""
         value = 0xcbf29ce484222325
         for byte in str(self.job).encode():
             value = (value ^ byte) * 0x100000001b3 % 2**64
         return f"{value:016x}"
 
     def end_lines(self):
-        """The log of a chunk of which the second task has failed."""
+        """The log of a chunk whose second task failed."""
         label = f"runlet-job-ends {self.job_hash()}:12_0"
         return f"{label} succeeded 0 1\n{label} failed 3 2\n"
 
@@ -255,22 +254,22 @@ class Outcome:
     is_task: bool  # whether the process became the task
     injected: bool
     left: int  # processes that outlived the run
-    is_mute: bool = False  # whether it could write nothing from some time on
+    is_mute: bool = False  # whether from some point on it could not write anything
 
 
 @dataclasses.dataclass
 class Scenario:
     name: str
-    arguments: list  # a function of the scene in place of a text yields one, here and below
-    is_success: callable  # of the outcome and that without a fault: whether status 0 is right
-    becomes_program: bool = False  # is itself the task in the end
+    arguments: list  # texts, or functions that return one for a scene, here and below
+    is_success: callable  # (outcome, outcome without a fault): whether status 0 is right
+    becomes_program: bool = False  # becomes the task itself
     is_complete: callable = lambda outcome, sound: None  # a complaint whatever the status is
     environment: dict = dataclasses.field(default_factory=dict)
-    status: int = 0  # what it ends with where nothing fails
-    command: str = None  # of the job, the path of the task unless given
-    sleeps: bool = False  # the tasks do not end, and it is told to end once one has begun
-    has_terminal: bool = False  # for its input and its output, and as the controlling one
-    may_wait: bool = False  # for ever, where what it asks for fails each time
+    status: int = 0  # the exit status without a fault
+    command: str = None  # of the job; None = the path of the task
+    sleeps: bool = False  # the tasks do not end, and it is asked to end once one has begun
+    has_terminal: bool = False  # as its input, its output and its controlling terminal
+    may_wait: bool = False  # forever, if its queries always fail
 
 
 def job_ids():
@@ -286,7 +285,7 @@ def has_all_or_a_reason(outcome, sound):
 
 
 def has_no_other_output(outcome, sound):
-    # Whether the server can be told has no bearing on the adapter's status.
+    # Failures to write to the server do not affect the adapter's status.
     return outcome.output in (sound.output, "")
 
 
@@ -299,7 +298,7 @@ def has_old_job_replaced(outcome, sound):
 
 
 def has_all_arrays(outcome, sound):
-    # Without an answer about the greatest array the job may be one that is not in parts.
+    # If the maximum array size is unknown, the job may be submitted as one array.
     return outcome.calls["sbatch"] > 0 and outcome.output == "12\n" * outcome.calls["sbatch"]
 
 
@@ -316,15 +315,16 @@ def array_that_nobody_knows(outcome, sound):
     if outcome.calls["sbatch"] > sound.calls["sbatch"]:
         return "submitted twice"
     is_known = outcome.status == 0 or "12\n" in outcome.output or outcome.calls["scancel"] > 0
-    is_told = re.search("an array may be queued|queued: 12|array 12 is left", outcome.error)
-    if outcome.calls["sbatch"] == 0 or is_known or is_told or outcome.is_mute:
+    is_reported = re.search("an array may have been queued|queued: 12|cannot cancel array 12",
+                            outcome.error)
+    if outcome.calls["sbatch"] == 0 or is_known or is_reported or outcome.is_mute:
         return None
-    return "an array that nobody is told of"
+    return "an array that is not reported"
 
 
 def array_or_end_that_nobody_knows(outcome, sound):
     if "task 2: succeeded" in outcome.error:
-        return "told that a task has succeeded that has failed"
+        return "reported success of a failed task"
     return array_that_nobody_knows(outcome, sound)
 
 
@@ -396,7 +396,7 @@ class Case:
     is_loaders: bool  # whether it is one that the loader makes before the program begins
 
     def fault(self):
-        """As strace has it. brk fails by yielding no place, and knows no error."""
+        """The option for strace. brk has no error: it fails by returning no memory."""
         kind = "retval=0" if self.call == "brk" else f"error={self.error}"
         return f"{self.call}:{kind}:when={self.when}"
 
@@ -421,7 +421,7 @@ def command_of(scenario, scene, folder, log, inject):
 
 
 def reap(patience):
-    """Waits for processes that the run left, and ends them. Yields how many outlived the time."""
+    """Waits for the run's remaining processes, and ends them. Returns how many outlived it."""
     deadline = time.monotonic() + patience
     while True:
         try:
@@ -440,7 +440,7 @@ def children(parent):
     for pid in filter(str.isdecimal, os.listdir("/proc")):
         try:
             fields = pathlib.Path("/proc", pid, "stat").read_text().rsplit(")", 1)[1].split()
-        except OSError:  # it is no more
+        except OSError:  # it has ended
             continue
         if int(fields[1]) == parent:
             found.append(int(pid))
@@ -448,7 +448,7 @@ def children(parent):
 
 
 def end_children():
-    """Those of this process alone, until there are none; theirs become its own."""
+    """Only children of this process, until there are none; grandchildren are reparented to it."""
     count = 0
     while pids := children(os.getpid()):
         for pid in pids:
@@ -459,7 +459,7 @@ def end_children():
 
 
 class Terminal:
-    """What is written to it can be read here."""
+    """Its output can be read here."""
 
     def __init__(self):
         self.descriptor, self.end = pty.openpty()
@@ -484,7 +484,7 @@ def be_on_terminal():
 
 
 def start(scenario, scene, command, terminal):
-    environment = {"PATH": f"{scene.engine}:/usr/bin:/bin", "LC_ALL": "C",
+    environment = {"PATH": f"{scene.slurm}:/usr/bin:/bin", "LC_ALL": "C",
                    **{name: resolved(text, scene) for name, text in scenario.environment.items()}}
     return subprocess.Popen(
         command, cwd=scene.work, env=environment, start_new_session=True, text=True,
@@ -494,7 +494,7 @@ def start(scenario, scene, command, terminal):
 
 
 def interrupt(process, scene, deadline):
-    """Once a task has begun, ends the program, of which the process is the tracer."""
+    """Once a task has begun, ends the program; `process` is its tracer."""
     while not list(scene.calls.glob("asleep.*")):
         if process.poll() is not None or time.monotonic() > deadline:
             return
@@ -505,7 +505,7 @@ def interrupt(process, scene, deadline):
 
 
 def run(scenario, folder, inject=(), patience=PATIENCE):
-    """Yields the outcome and the text of the trace."""
+    """Returns the outcome and the text of the trace."""
     scene = Scene(scenario)
     terminal = Terminal() if scenario.has_terminal else None
     try:
@@ -542,7 +542,7 @@ def run(scenario, folder, inject=(), patience=PATIENCE):
 
 
 def calls_of(trace):
-    """The calls of each process in their order."""
+    """The calls of each process in order."""
     calls = collections.defaultdict(list)
     for process, call in re.findall(r"^(\d+\s+)?(\w+)\(", trace, re.MULTILINE):
         calls[process].append(call)
@@ -550,8 +550,8 @@ def calls_of(trace):
 
 
 def numbers_of(call, processes, most):
-    """How many of the calls are the loader's, how many there are, and which are to fail: each
-    process counts its own, the first one the loader's, too."""
+    """How many of the calls are the loader's, how many there are, and which should fail: each
+    process counts its own, the first one including the loader's."""
     first = processes[0]
     loaded = first.index("munmap") if "munmap" in first else 0
     offset = first[:loaded].count(call)
@@ -562,19 +562,19 @@ def numbers_of(call, processes, most):
 
 def cases_of(scenario, trace, most):
     if scenario.becomes_program:
-        # What comes after is the task, whose failures are its own.
+        # From here on it is the task, whose failures are its own.
         trace = trace[:re.search(STARTED_TASK, trace).end()]
     processes = calls_of(trace)
     cases = []
     for call in sorted(set().union(*processes) - LEFT_OUT):
-        # A call that fails here is not made at all. What a failed close leaves open, other than on
-        # any system, keeps processes that wait for its end.
+        # A call that fails here is not made at all. Unlike on a real system, a failed close leaves
+        # the descriptor open, so that processes that wait for end of file do not end.
         if call == "close" and scenario.sleeps:
             continue
         offset, count, numbers = numbers_of(call, processes, most)
         for number in numbers:
-            # The first execve is the start of the program itself, and strace lets go at any other
-            # unless the program is to become the task.
+            # The first execve starts the program itself; at any other, strace detaches unless the
+            # program is to become the task.
             if call == "execve" and not (scenario.becomes_program and number > 1):
                 continue
             for error in ERRORS.get(call, ["EIO"]):
@@ -588,7 +588,7 @@ def cases_of(scenario, trace, most):
 
 
 def expected_rights(scenario):
-    """Lines that the report of each task has, unless it has none."""
+    """Lines that must be in the report of each task, if there is one."""
     uid, gid = job_ids()
     yield f"Uid:\t{uid}\t{uid}\t{uid}\t{uid}"
     yield f"Gid:\t{gid}\t{gid}\t{gid}\t{gid}"
@@ -596,7 +596,7 @@ def expected_rights(scenario):
     if os.geteuid() != 0:
         return
     yield "Terminals:"
-    # The adapter's tasks keep its groups, and the capabilities that they may only inherit.
+    # The adapter's tasks keep its groups, and its inheritable capabilities.
     is_of_tool = scenario.arguments[0] == TOOL
     if is_of_tool:
         yield "Groups:\t "
@@ -619,13 +619,13 @@ def may_end_by_signal(case, outcome):
     scenario = scenario_of(case.scenario)
     if outcome.status == scenario.status or outcome.is_task:  # whose end is its own
         return True
-    # The loader goes on where it gets no memory; nothing of the program has run then.
+    # The loader continues without the memory and crashes; the program has not run then.
     return case.is_loaders and case.call == "mmap" and outcome.status == -signal.SIGSEGV
 
 
 def is_strange(scenario, name):
-    """Whether a file of that name is not to be there where it is not without a fault, either."""
-    # How many tasks have begun when they are interrupted is a matter of time.
+    """Whether a file of that name is unexpected unless it exists without a fault, too."""
+    # How many tasks have begun at the interrupt depends on timing.
     is_of_task = re.fullmatch(r"work/(report\.|job-)[12](\.log)?", name) is not None
     return not name.startswith("calls/") and not (scenario.sleeps and is_of_task)
 
@@ -634,15 +634,15 @@ def complaints(case, outcome, sound):
     scenario = scenario_of(case.scenario)
     if outcome.status is None:
         return
-    # Whoever is killed by SIGKILL can end nothing that it has started; and what may be anybody's
-    # process by now is none to be killed.
-    is_told = "those that run are left to themselves" in outcome.error
-    if outcome.left > 0 and outcome.status != -signal.SIGKILL and not is_told:
+    # A process killed by SIGKILL cannot end its children, and a process whose id may have been
+    # reused must not be killed.
+    is_reported = "running tasks are left running" in outcome.error
+    if outcome.left > 0 and outcome.status != -signal.SIGKILL and not is_reported:
         yield f"left {outcome.left} processes"
     if complaint := rights_complaint(scenario, outcome, sound):
         yield complaint
     if outcome.status == 0 and not scenario.is_success(outcome, sound):
-        yield "told a success that was none"
+        yield "reported success after a failure"
     if complaint := scenario.is_complete(outcome, sound):
         yield complaint
     if outcome.status < 0 and not may_end_by_signal(case, outcome):
@@ -665,7 +665,7 @@ def be_worker(*values):
 
 
 def is_late(scenario, outcome):
-    """Whether the run took too long for a reason of its own, not with all else that runs here."""
+    """Whether the run itself took too long, and not because of the load of the machine."""
     if outcome.seconds <= PATIENCE:
         return False
     usual, _ = run(scenario, programs, patience=PATIENCE * LOADED)
@@ -673,7 +673,7 @@ def is_late(scenario, outcome):
 
 
 def try_case(case):
-    """Yields the case, what is to be said about it, and whether the fault happened."""
+    """Returns the case, complaints about it, and whether the fault was injected."""
     if time.monotonic() > deadline:
         return case, [], False
     scenario = scenario_of(case.scenario)
@@ -696,7 +696,7 @@ def first_runs(names, folder, most):
         scenario = scenario_of(name)
         sound, trace = run(scenario, folder)
         sounds[name] = sound
-        # Where this holds, the scenario is one that can show something.
+        # Holds if the scenario can detect anything.
         is_success = scenario.is_success(sound, sound)
         if sound.status != scenario.status or (sound.status == 0) != is_success:
             sys.exit(f"{name} does not work without a fault: {sound}")
@@ -719,7 +719,7 @@ def main(arguments):
     options = options_of(arguments)
     folder = options.programs.resolve()
     latest = time.monotonic() + SHORT if options.short else float("inf")
-    # Only root's terminal is kept from tasks: anybody else's have it.
+    # Only tasks started by root are kept from the terminal; anyone else's have it.
     names = options.only or [each.name for each in SCENARIOS
                              if os.geteuid() == 0 or not each.has_terminal]
     cases = first_runs(names, folder, options.times)

@@ -60,7 +60,7 @@ Request readOptions(int argc, char* argv[]) {
   return request;
 }
 
-// The whole of `text` as a number from 1 to `largest`.
+// Reads all of `text` as a number from 1 to `largest`.
 int readNumber(const char* option, const std::string& text, int largest) {
   int number = 0;
   const char* end = text.data() + text.size();
@@ -93,7 +93,7 @@ int main(int argc, char* argv[]) {
 
   std::printf("%s: frame %d of %d, scene %s, %dx%d\n", request.label.c_str(), frame, frames,
               scene.name, width, height);
-  std::fflush(stdout);  // in front of what goes to standard error
+  std::fflush(stdout);  // before anything goes to standard error
   const auto start = std::chrono::steady_clock::now();
   const double phase = static_cast<double>(frame - 1) / frames;
   const renderer::Picture picture = renderer::render(scene.at(phase), width, height);
@@ -102,7 +102,7 @@ int main(int argc, char* argv[]) {
   }
   const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
       std::chrono::steady_clock::now() - start);
-  // On standard error, as renderers like to: the job sends it to standard output.
+  // On standard error, as renderers often do; the job sends it to standard output.
   std::fprintf(stderr, "frame_renderer: wrote %s in %d ms\n", request.out.c_str(),
                static_cast<int>(elapsed.count()));
   return 0;

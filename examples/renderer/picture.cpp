@@ -9,8 +9,8 @@
 namespace renderer {
 namespace {
 
-constexpr int mirrorDepth = 4;       // how often a ray is thrown back at most
-constexpr double offSurface = 1e-4;  // so that a ray does not meet what it starts from
+constexpr int mirrorDepth = 4;       // most reflections of a ray
+constexpr double offSurface = 1e-4;  // so that a ray does not hit its own surface
 constexpr double lightRadius = 0.7;
 constexpr int samplesPerSide = 2;
 
@@ -40,7 +40,7 @@ std::optional<double> distanceTo(const Sphere& sphere, const Ray& ray) {
 Hit hitFloor(const Ray& ray, double distance) {
   const Vector point = ray.origin + ray.direction * distance;
   const bool dark = std::fmod(std::floor(point.x) + std::floor(point.z), 2) != 0;
-  const double fade = std::exp(-0.06 * distance);  // towards the horizon the pattern is lost
+  const double fade = std::exp(-0.06 * distance);  // the pattern fades towards the horizon
   const double grey = 0.62 + (dark ? -0.22 : 0.22) * fade;
   return {distance, point, {0, 1, 0}, {grey, grey, grey * 0.97}, 0.12};
 }
@@ -58,8 +58,8 @@ std::optional<Hit> nearestHit(const Scene& scene, const Ray& ray) {
   return nearest;
 }
 
-// How much of the light a point sees, 0 to 1: the light is a ball, and a sphere in front of it
-// hides the more of it the closer it comes to the line between the two.
+// How much of the light is visible from a point, 0 to 1: the light is a ball, and a sphere hides
+// more of it the closer it is to the line between the point and the light.
 double lightSeen(const Scene& scene, const Vector& point) {
   const Vector toLight = scene.light - point;
   const double distance = std::sqrt(dot(toLight, toLight));
@@ -81,7 +81,7 @@ Vector sky(Vector direction) {
   return Vector{0.86, 0.90, 0.95} * (1 - height) + Vector{0.28, 0.48, 0.80} * height;
 }
 
-// `depth` is how many mirrors are left to look into.
+// `depth` is the number of reflections left.
 Vector colourOf(const Scene& scene, const Ray& ray, int depth) {  // NOLINT(misc-no-recursion)
   const std::optional<Hit> hit = nearestHit(scene, ray);
   if (!hit) return sky(ray.direction);
@@ -98,7 +98,7 @@ Vector colourOf(const Scene& scene, const Ray& ray, int depth) {  // NOLINT(misc
   return colour * (1 - haze) + sky({0, 0, 0}) * haze;
 }
 
-// The camera's own axes, looking at the point of height 0.8 above the middle of the floor.
+// The camera's axes, looking at the point of height 0.8 above the middle of the floor.
 struct View {
   explicit View(const Scene& scene) : origin(scene.camera) {
     forward = normalized(Vector{0, 0.8, 0} - origin);
@@ -106,7 +106,8 @@ struct View {
     up = cross(forward, right);
   }
 
-  // The ray through a place of the picture, both from -1 to 1, the shorter side being smaller.
+  // The ray through a point of the picture: the longer side ranges from -1 to 1, the shorter one
+  // less.
   Ray through(double across, double upwards) const {
     return {origin, normalized(forward + right * (across * 0.6) + up * (upwards * 0.6))};
   }

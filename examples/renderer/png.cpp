@@ -40,7 +40,7 @@ void appendChunk(std::string* out, const std::string& type, const std::string& d
   appendBigEndian(out, crc32(type + data));
 }
 
-// The rows, each behind the number of its filter: 0, none.
+// The rows, each after its filter number: 0, none.
 std::string rowsOf(const Picture& picture) {
   const std::size_t rowLength = static_cast<std::size_t>(picture.width) * 3;
   std::string rows;
@@ -73,7 +73,7 @@ std::string encode(const Picture& picture) {
   std::string header;
   appendBigEndian(&header, static_cast<std::uint32_t>(picture.width));
   appendBigEndian(&header, static_cast<std::uint32_t>(picture.height));
-  header += std::string("\x08\x02\x00\x00\x00", 5);  // 8 bits, red green blue, nothing special
+  header += std::string("\x08\x02\x00\x00\x00", 5);  // 8 bits, RGB, default methods
   std::string out = "\x89PNG\r\n\x1a\n";
   appendChunk(&out, "IHDR", header);
   appendChunk(&out, "IDAT", stored(rowsOf(picture)));
@@ -81,7 +81,7 @@ std::string encode(const Picture& picture) {
   return out;
 }
 
-// Yields 0, or the error number of what failed.
+// Returns 0, or the error number.
 int writeFile(const std::string& path, const std::string& bytes) {
   std::FILE* file = std::fopen(path.c_str(), "wb");
   if (file == nullptr) return errno;

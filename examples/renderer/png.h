@@ -1,4 +1,4 @@
-// Writing a picture.
+// Writing a picture as PNG.
 #pragma once
 
 #include <string>
@@ -7,9 +7,9 @@
 
 namespace renderer {
 
-// Writes `picture` to the PNG file `path`, under another name at first, so that there is never
-// half a picture at `path`. Yields the empty text, or why it could not be written; then there is
-// no new file.
+// Writes `picture` to the PNG file `path`, under a temporary name first, so that `path` never holds
+// an incomplete picture. Returns why it could not be written, in which case there is no new file;
+// empty on success.
 std::string writePng(const Picture& picture, const std::string& path);
 
 }  // namespace renderer

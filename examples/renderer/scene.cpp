@@ -16,12 +16,12 @@ constexpr std::array<Vector, 6> palette = {{
     {0.70, 0.36, 0.78},
 }};
 
-// Where one gets on a circle around the middle of the floor.
+// A point on a circle around the middle of the floor.
 Vector onCircle(double turns, double radius, double height) {
   return {std::cos(turns * fullTurn) * radius, height, std::sin(turns * fullTurn) * radius};
 }
 
-// Small spheres circle a mirror while the camera goes slowly round them.
+// Small spheres circle a mirror while the camera moves slowly around them.
 Scene orbit(double phase) {
   Scene scene;
   scene.spheres.push_back({{0, 1.1, 0}, 1.1, {0.9, 0.9, 0.92}, 0.85});
@@ -36,7 +36,7 @@ Scene orbit(double phase) {
   return scene;
 }
 
-// A row of spheres jumps, one after the other.
+// Spheres in a row jump in turn.
 Scene bounce(double phase) {
   Scene scene;
   for (std::size_t i = 0; i < palette.size(); ++i) {

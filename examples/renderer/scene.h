@@ -1,4 +1,4 @@
-// What there is to see, and how it moves.
+// The animated scenes.
 #pragma once
 
 #include <array>
@@ -45,15 +45,15 @@ struct Sphere {
   double mirror = 0;  // 0 dull .. 1 a perfect mirror
 };
 
-// Spheres over a chequered floor at height 0, under one light, seen by a camera that looks at the
-// point above the middle of the floor.
+// Spheres above a chequered floor at height 0, under one light, with a camera that looks at a point
+// above the middle of the floor.
 struct Scene {
   std::vector<Sphere> spheres;
   Vector light;
   Vector camera;
 };
 
-// One scene of those that there are; `phase` goes from 0 to 1 once through the film.
+// One of the available scenes; `phase` goes from 0 to 1 over the whole film.
 struct SceneKind {
   const char* name;
   Scene (*at)(double phase);

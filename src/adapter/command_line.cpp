@@ -43,9 +43,9 @@ void storeOption(AdapterContext* context, int letter, const char* value) {
 }  // namespace
 
 std::int32_t parseArguments(AdapterContext* context, int argc, char* argv[]) {
-  // For an unknown letter or a missing value getopt writes its own diagnostic and yields '?',
-  // which is no option. A server that is newer than the adapter must still be answered, so the
-  // loop goes on.
+  // For an unknown letter or a missing value getopt writes its own diagnostic and returns '?',
+  // which is not an option. A server newer than the adapter must still be answered, so the loop
+  // continues.
   for (int letter = 0; (letter = getopt(argc, argv, optionString)) != -1;) {
     storeOption(context, letter, optarg);
   }

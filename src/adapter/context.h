@@ -1,4 +1,4 @@
-// The single state record of a run.
+// The state of a run, in a single record.
 #pragma once
 
 #include <cstdint>
@@ -10,9 +10,9 @@ namespace runlet {
 
 inline constexpr std::int32_t notGiven = -1;  // in `uid` and `gid`
 
-// Everything one request knows: the command-line values first, then what the job file says.
-// `main` creates the one record of the process on its own stack and passes it by pointer; the
-// record is never copied. It owns all its strings and lists.
+// Everything known about a request: the command-line values first, then those of the job file.
+// `main` creates the only record of the process on its stack and passes it by pointer; the record
+// is never copied. It owns all its strings and lists.
 //
 // The defaults are part of the contract with the farm server and other code relies on them:
 // `firstTask` 0 with `taskCount` 1 selects no task, `taskTimeout` 0 makes every positive

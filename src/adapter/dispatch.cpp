@@ -15,23 +15,23 @@ namespace {
 
 constexpr int adapterVersion = 400;
 
-// The name and description are not escaped: the server takes them as they stand.
+// The name and description are not escaped: the server takes them literally.
 std::int32_t getInfo(AdapterContext* /*context*/) {
   std::printf(adapterInfoFormat, adapterName.c_str(), adapterVersion, adapterDescription.c_str());
   return 0;
 }
 
-// The requests that a command-line job has nothing to do for.
+// For requests that need no action for a command-line job.
 std::int32_t succeed(AdapterContext* /*context*/) {
   return 0;
 }
 
 std::int32_t newTask(AdapterContext* context) {
   if (!loadParameterFile(context)) return -1;
-  // The document is gone. Every fork would copy the tables of the pages that it was in.
+  // The document has been freed. Without this, every fork would copy the page tables of its memory.
   malloc_trim(0);
   const TaskRange range = requestedTasks(*context);
-  // The length is read anew for every task: a launch may change the record.
+  // The length is read again for every task, since a launch may change the record.
   for (std::int32_t index = range.first; index < range.end && isTask(*context, index); ++index) {
     if (!launchTask(context, index)) return -1;
   }

@@ -12,10 +12,10 @@ namespace runlet {
 //
 //   GetInfo      writes the adapter information to standard output
 //   NewTask      loads the job file and runs the tasks `firstTask` .. `firstTask + taskCount - 1`
-//                (1-based, clipped to the job's list) one after the other, up to the first that
+//                (1-based, clipped to the job's list) in sequence, up to the first that
 //                cannot be started. A task that ends with an error code does not fail the request.
 //   PingTask     loads the job file and fails with "Runlet adapter: Ping task time out.\n" on
-//                standard error when `elapsedMs` is over `taskTimeout` minutes
+//                standard error if `elapsedMs` exceeds `taskTimeout` minutes
 //   EvaluateJob, LaunchApp, PingLaunch, ShutDown   succeed and do nothing
 //
 // Changes `context` only through the loader and the launcher.

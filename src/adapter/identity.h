@@ -10,7 +10,7 @@ namespace runlet {
 extern std::string adapterName;
 extern std::string adapterDescription;
 
-// Derives both strings from `programPath`, the path the process was started by (`argv[0]`).
+// Derives both strings from `programPath`, the path by which the process was started (`argv[0]`).
 // The standard executable name keeps the generic name; any other base name becomes the name.
 void setIdentity(const char* programPath);
 

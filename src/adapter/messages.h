@@ -1,30 +1,30 @@
-// Every text that the adapter writes: formats and fixed texts, and the numbered ones of the
-// command-line tool. A format or text of a whole message ends its line, unless it is said here that
-// it does not; the numbered texts and the reasons are parts of messages.
+// Every text that the adapter writes: formats and fixed texts, and the numbered texts of the
+// command-line tool. A whole message ends with a newline unless noted otherwise; the numbered texts
+// and the reasons are parts of messages.
 #pragma once
 
 #include <cstdint>
 
 namespace runlet {
 
-// The parser's and the entry's.
+// Of the command-line parser and of main.
 inline constexpr char noOpcodeText[] = "Runlet adapter: No opcode at all.\n";
 inline constexpr char notParsedText[] = "Runlet adapter: Parse arguments failed.\n";
 
-// The dispatcher's. The reply to `GetInfo` has the name, the version and the description.
+// Of the dispatcher. The reply to `GetInfo` takes the name, the version and the description.
 inline constexpr char adapterInfoFormat[] =
     "<AdapterInfo>\n\t<Name>%s</Name>\n\t<Version>%d</Version>\n"
     "\t<Description>%s</Description>\n</AdapterInfo>\n";
 inline constexpr char timeOutText[] = "Runlet adapter: Ping task time out.\n";
 
-// The loader's. The first has the job file and the reason.
+// Of the loader. The first takes the job file and the reason.
 inline constexpr char notLoadedFormat[] =
     "Runlet adapter: Could not load parameter file %s. Error='%s'.Exiting.\n";
 inline constexpr char invalidSyntaxText[] = "Runlet adapter: Invalid XML job syntax.\n";
 inline constexpr char stripBraceFailedText[] = "Runlet adapter: Strip brace failed.\n";
 
-// The launcher's, in the order of its steps. The first has message `workingFolderMessage`, the run
-// folder and the reason; it does not end its line.
+// Of the launcher, in the order of its steps. The first takes message `workingFolderMessage`, the
+// run folder and the reason, and has no newline.
 inline constexpr char folderRefusedFormat[] = "Runlet adapter: %s'%s': %s";
 inline constexpr char fillInFailedText[] =
     "Runlet adapter: Process fill-in for arguments failed.\n";
@@ -38,8 +38,7 @@ inline constexpr char exitCodeFormat[] =
 inline constexpr char cannotStartFormat[] = "%s %s\n";
 inline constexpr char checkExecutableFormat[] = "%s\n";
 
-// Those about the user's rights, with the reasons where the system gives none. They do not end
-// their line.
+// About the user's rights, with reasons for when the system gives none. They have no newline.
 inline constexpr char groupRefusedFormat[] = "Cannot set gid %d: %s";
 inline constexpr char userRefusedFormat[] = "Cannot set uid %d: %s";
 inline constexpr char missingUserText[] = "Missing user name";
@@ -47,7 +46,7 @@ inline constexpr char unknownUserFormat[] = "Cannot obtain info for user %s:%s";
 inline constexpr char noGroupReason[] = "No such group";
 inline constexpr char noUserReason[] = "No such user";
 
-// The child's: the command line and the reason.
+// Of the child: takes the command line and the reason.
 inline constexpr char cannotExecuteFormat[] = "Runlet adapter: Cannot execute command:'%s':%s\n";
 
 // Numbers of the texts that the launcher writes. The rest of the table is never printed but keeps
@@ -61,7 +60,7 @@ inline constexpr std::int32_t messageCount = 25;
 // NUL-terminated texts that live for the whole run.
 extern const char* const messageTable[messageCount];
 
-// The text number `index`, which must lie in 0 .. 24: there is no check.
+// The text number `index`, which must be in 0 .. 24: it is not checked.
 const char* getMessage(std::int32_t index);
 
 }  // namespace runlet

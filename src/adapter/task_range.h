@@ -9,16 +9,16 @@
 
 namespace runlet {
 
-// 0-based positions in `taskList`, from `first` up to and without `end`, which may lie beyond the
-// end of the list. No task when `end` is not above `first`.
+// 0-based positions in `taskList`, from `first` up to but excluding `end`, which may be beyond the
+// end of the list. Empty if `end` is not above `first`.
 struct TaskRange {
   std::int32_t first;
   std::int32_t end;
 };
 
-// The server counts tasks from 1. `-s 0`, also the default, therefore begins one before the
-// first task and uses up one of the count: the server relies on a request without a range to run
-// nothing. A range at the edge of the 32 bits wraps around.
+// The server counts tasks from 1. `-s 0`, which is also the default, therefore begins one before
+// the first task and uses up one of the count: the server relies on a request without a range
+// running nothing. A range at the limits of 32 bits wraps around.
 inline TaskRange requestedTasks(const AdapterContext& context) {
   const std::int32_t first = wrappingAdd(context.firstTask, -1);
   return {std::max(first, 0), wrappingAdd(first, context.taskCount)};

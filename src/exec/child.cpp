@@ -13,23 +13,24 @@
 namespace runlet {
 namespace {
 
-// Yields only when the program could not be started: the error number of that.
+// Returns only if the program could not be executed, with the error number.
 int execute(const std::string& commandLine) {
   std::string line = commandLine;  // stays whole for the message
   const std::vector<char*> words = splitWords(line.data());
-  // execvp does not take a missing name; to the author of the job it is a missing file.
+  // execvp does not accept a null name; to the author of the job it is a missing file.
   if (words.front() == nullptr) return ENOENT;
   execvp(words.front(), words.data());
   return errno;
 }
 
-// False with the reason in errno. A standard output that is closed keeps no task from running:
-// there is nothing to join then.
+// False with the reason in errno. A closed standard output does not prevent a task from running:
+// there is nothing to join.
 bool joinStderr() {
   return dup2(STDOUT_FILENO, STDERR_FILENO) != -1 || errno == EBADF;
 }
 
-// The way back when there is no program; -1 for want of a descriptor.
+// Saves standard error for the case that the program cannot be executed; -1 if no descriptor is
+// free.
 int duplicateStderr(OldStderr old) {
   if (old == OldStderr::stays) return dup(STDERR_FILENO);
   return fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);

@@ -20,13 +20,13 @@ constexpr int noProgramStatus = -127;
 
 [[noreturn]] void runChild(const TaskStart& start) {
   becomeProgram(start.commandLine, start.redirectStderr);
-  // Not _exit: what this process inherited unwritten in its output buffer, the "Calling" line, is
-  // meant to go out once more. In the server's log a task without a program is called twice.
+  // Not _exit: the "Calling" line, which this process inherited unwritten in its output buffer, is
+  // meant to be written once more. In the server's log a task without a program is called twice.
   std::exit(noProgramStatus);
 }
 
-// Creates the child, which becomes the program, and tells the server about it. Yields the child's
-// process id, or -1 when there is none.
+// Creates the child, which becomes the program, and reports it to the server. Returns the child's
+// process id, or -1 if there is none.
 pid_t startChild(const TaskStart& start) {
   const pid_t child = fork();
   if (child == 0) runChild(start);
@@ -35,14 +35,14 @@ pid_t startChild(const TaskStart& start) {
   } else {
     std::printf(startedFormat, child);
   }
-  std::fflush(stdout);  // the server wants to know the child while it runs
+  std::fflush(stdout);  // the server must learn of the child while it runs
   return child;
 }
 
-// The wait status of `child`, or 0 when the wait fails. An interrupted wait is not taken up
-// again: the line about it tells the server that the end of the task is unknown. With -1, after a
-// failed fork, this waits for any child; the adapter has none of its own then, and the server
-// gets the line about the wait as well.
+// The wait status of `child`, or 0 if the wait fails. An interrupted wait is not retried: the line
+// about it tells the server that the end of the task is unknown. With -1, after a failed fork, this
+// waits for any child; the adapter then has none, so the server gets the line about the wait as
+// well.
 int waitForChild(pid_t child) {
   int status = 0;
   do {
@@ -54,8 +54,8 @@ int waitForChild(pid_t child) {
   return status;
 }
 
-// The server reads the code as a signed byte. Death by a signal leaves these bits 0 and is not
-// reported: to the server a task that was killed did not exit abnormally.
+// The server reads the code as a signed byte. After death by a signal these bits are 0 and nothing
+// is reported: to the server a killed task did not exit abnormally.
 void reportExitCode(int status) {
   const auto code = static_cast<std::int8_t>((status >> 8) & 0xff);
   if (code == 0) return;

@@ -7,12 +7,12 @@
 
 namespace runlet {
 
-// Sets the task at `taskIndex` (0-based position in `taskList`) up, starts it in a child, writes
+// Sets up the task at `taskIndex` (0-based position in `taskList`), starts it in a child, writes
 // "[ServerMessage]ProcessStarted processId=<pid>\n" to standard output, and waits for its end.
-// Returns true when the task was started, whatever became of it; false when it could not be set up
-// or started, after a message on standard error.
+// Returns true if the task was started, however it ended; false, after a message on standard error,
+// if it could not be set up or started.
 //
-// What setUpTask changes stays so for the tasks that follow. What it raises ends the process.
+// The changes by setUpTask persist for later tasks. Its exceptions end the process.
 bool launchTask(AdapterContext* context, std::int32_t taskIndex);
 
 }  // namespace runlet

@@ -18,8 +18,8 @@ void addApplicationFolder(const std::string& appPath, const std::string& line, T
   const std::string folder = appPath.substr(0, appPath.rfind('/') + 1);
   const std::size_t space = line.find(' ');
   const std::string firstWord = line.substr(0, space);
-  // Out of range without a space, and nothing catches it: with an application path a job has to
-  // give its program at least one argument, and a lone word must not be started.
+  // Raises an uncaught out_of_range if there is no space: with an application path a job must give
+  // its program at least one argument, and a lone word must not be started.
   const std::string rest = line.substr(space);
   start->chmodPath = folder + firstWord;
   start->commandLine = folder + firstWord + rest;
@@ -57,19 +57,19 @@ bool enterRunFolder(const std::string& folder) {
 }
 
 void announceStart(const TaskStart& start) {
-  // Not flushed here: the adapter's goes out with the line about the started process.
+  // Not flushed here: the adapter writes it together with the line about the started process.
   std::printf(callingFormat, start.commandLine.c_str(), start.folder.c_str());
 }
 
 void makeExecutable(const TaskStart& start) {
   if (start.chmodPath.empty()) return;
-  // To the shell as it stands: application paths in use may count on what the shell makes of them.
+  // Passed to the shell unquoted: application paths in use may rely on shell expansion.
   const std::string command = "/bin/chmod 755 " + start.chmodPath;
   [[maybe_unused]] const int ignored = std::system(command.c_str());  // NOLINT(cert-env33-c)
 }
 
 SetUp setUpTask(AdapterContext* context, std::int32_t taskIndex, TaskStart* start) {
-  // Before the start is composed: where both fail, the folder is what is reported.
+  // Before the start is composed: if both fail, the folder is what is reported.
   if (!enterRunFolder(runFolder(*context))) return SetUp::folderRefused;
   if (!composeStart(*context, taskIndex, start)) {
     std::fputs(fillInFailedText, stderr);
@@ -78,7 +78,7 @@ SetUp setUpTask(AdapterContext* context, std::int32_t taskIndex, TaskStart* star
   announceStart(*start);
   // Before the change of user, so that the adapter's own rights make the program executable.
   makeExecutable(*start);
-  // In this process, not in a child: the group, user and mask hold for all tasks that follow.
+  // In this process, not in a child: the group, user and mask apply to all later tasks.
   const bool areTaken = takeUserRights(&start->rights);
   context->uid = start->rights.uid;  // so that later tasks don't look it up again
   return areTaken ? SetUp::done : SetUp::rightsRefused;

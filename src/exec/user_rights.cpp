@@ -13,13 +13,13 @@
 namespace runlet {
 namespace {
 
-// The reason of the last system call, or `otherwise` when it set no error number.
+// The reason for the last failure, or `otherwise` if it set no error number.
 const char* reasonOr(const char* otherwise) {
   return errno != 0 ? std::strerror(errno) : otherwise;
 }
 
-// The group has no default and is never looked up, unlike the user: whose files a task may touch
-// is for the job to say, so a job without a group does not run.
+// The group has no default and is never looked up, unlike the user: the job must say whose files a
+// task may access, so a job without a group does not run.
 bool switchGroup(std::int32_t gid) {
   errno = 0;
   if (gid != notGiven && setgid(static_cast<gid_t>(gid)) == 0) return true;
@@ -44,7 +44,7 @@ bool lookUpUser(UserRights* rights) {
 
 bool switchUser(std::int32_t uid) {
   errno = 0;
-  // A looked-up id may be -1 as well, and setuid would refuse it with another reason.
+  // A looked-up id may also be -1, which setuid would refuse with another reason.
   if (uid != notGiven && setuid(static_cast<uid_t>(uid)) == 0) return true;
   std::fprintf(stderr, userRefusedFormat, uid, reasonOr(noUserReason));
   return false;

@@ -14,7 +14,7 @@ std::vector<char*> splitWords(char* line) {
     const bool quoted = *next == '"';
     char* word = quoted ? next + 1 : next;
     char* end = std::strchr(word, quoted ? '"' : ' ');
-    // Without its closing quote a word is lost; a plain one may end with the line.
+    // A quoted word without its closing quote is dropped; a plain word may end with the line.
     if (end != nullptr || !quoted) words.push_back(word);
     if (end == nullptr) break;
     *end = '\0';

@@ -16,11 +16,7 @@ void copyToLookupScratch(const std::string& text) {
   std::strncpy(lookupScratch, text.c_str(), maxLookupLength);  // fills the rest with NUL
 }
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
-// One expansion at work: what it reads, and the areas it builds the result in.
+// The state of an expansion: its input, and the buffers for the result.
 struct Expansion {
   const AdapterContext* context;
   std::int32_t taskIndex;
@@ -30,10 +26,10 @@ struct Expansion {
   // Receives every number of the expansion in turn and is never cleared in between: see
   // readWidth. Its last byte is always NUL.
   char number[maxNumberLength + 1];
-  PlaceholderUse use;  // the "%" at hand
+  PlaceholderUse use;  // the current "%"
 };
 
-// Room for `count` more bytes at the end of the expansion; null when less is left.
+// Room for `count` more bytes at the end of the expansion; null if less is left.
 char* extend(Expansion* expansion, std::size_t count) {
   if (count > maxExpansionLength - expansion->length) return nullptr;
   char* room = expansion->area + expansion->length;
@@ -48,8 +44,8 @@ bool append(Expansion* expansion, const char* text, std::size_t length) {
   return true;
 }
 
-// Copies the run of digits that the template goes on with to the start of the number scratch, as
-// far as it has room, and moves past the whole run. Yields the number of digits copied.
+// Copies the digits at the current position of the template to the start of the number scratch, as
+// many as fit, and skips them all. Returns the number of digits copied.
 std::size_t takeDigits(Expansion* expansion) {
   std::size_t count = 0;
   for (; isDigit(*expansion->next); ++expansion->next) {
@@ -58,24 +54,23 @@ std::size_t takeDigits(Expansion* expansion) {
   return count;
 }
 
-// The width after a "%"; 0 when there is none.
+// The width after a "%"; 0 if there is none.
 //
-// The digits are not terminated, so those that an earlier number of this expansion left right
-// after them count as well: after "%tp12" a "%3tn" is 32 wide. Job files in use are written
-// around the widths that come of this; cutting the width off where its own digits end would
-// change their file names.
+// The digits are not terminated, so leftover digits of an earlier number in this expansion that
+// follow them count as well: after "%tp12" a "%3tn" is 32 wide. Job files in use depend on the
+// resulting widths; ending the width after its own digits would change their file names.
 std::int32_t readWidth(Expansion* expansion) {
   const bool given = takeDigits(expansion) != 0;
   return expansion->use.width = given ? decimalInt32(expansion->number) : 0;
 }
 
-// The field or parameter number after "tp" or "jp"; 0 when there is none.
+// The field or parameter number after "tp" or "jp"; 0 if there is none.
 std::int32_t readNumber(Expansion* expansion) {
   expansion->number[takeDigits(expansion)] = '\0';
   return expansion->use.number = decimalInt32(expansion->number);
 }
 
-// A value is taken as it is: a placeholder in it is not expanded.
+// Placeholders in a value are not expanded.
 bool appendValue(Expansion* expansion, std::int32_t width, const std::string& value) {
   const auto padding = static_cast<std::int64_t>(width) - static_cast<std::int64_t>(value.size());
   if (padding > 0) {
@@ -86,12 +81,12 @@ bool appendValue(Expansion* expansion, std::int32_t width, const std::string& va
   return append(expansion, value.data(), value.size());
 }
 
-// "%tn". The printed number is cut to the scratch, so that a large width yields only zeros and no
+// "%tn". The printed number is cut to the scratch, so that a large width gives only zeros and no
 // digit of the number.
 bool appendTaskNumber(Expansion* expansion, std::int32_t width) {
   // Any width beyond the scratch and the longest number prints the same first bytes; bounding it
-  // keeps the C library's own limit on a width out of it. A negative width, from digits beyond
-  // 32 bits, aligns to the left.
+  // avoids the C library's own limit on widths. A negative width, from digits beyond 32 bits,
+  // aligns to the left.
   constexpr std::int32_t widest = 64;
   std::snprintf(expansion->number, sizeof expansion->number, "%0*d",
                 std::clamp(width, -widest, widest), wrappingAdd(expansion->taskIndex, 1));
@@ -122,7 +117,7 @@ constexpr Placeholder placeholders[] = {
     {"jp", PlaceholderForm::jobParam, appendJobParam},
 };
 
-// Expands what follows a "%". False for a malformed placeholder or an expansion grown too long.
+// Expands what follows a "%". False for a malformed placeholder or if the expansion gets too long.
 bool expandPlaceholder(Expansion* expansion) {
   PlaceholderUse& use = expansion->use;
   const std::int32_t width = readWidth(expansion);
@@ -132,7 +127,8 @@ bool expandPlaceholder(Expansion* expansion) {
     ++expansion->next;
     return append(expansion, "%", 1);
   }
-  // Anything that cannot begin a placeholder loses its "%" and width and is ordinary text.
+  // Before anything that cannot be a placeholder, "%" and width are dropped; the rest is ordinary
+  // text.
   use.form = PlaceholderForm::dropped;
   if (first != 't' && first != 'j') return true;
   for (const Placeholder& placeholder : placeholders) {
@@ -145,8 +141,7 @@ bool expandPlaceholder(Expansion* expansion) {
   return false;
 }
 
-// The same, with a record of it in `uses`, if that is not null. `begin` is the start of the
-// template.
+// The same, recorded in `uses`, if that is not null. `begin` is the start of the template.
 bool expandAndRecord(Expansion* expansion, const char* begin, std::vector<PlaceholderUse>* uses) {
   expansion->use.begin = static_cast<std::size_t>(expansion->next - begin);
   expansion->use.valueBegin = expansion->length;
@@ -196,8 +191,8 @@ void getTaskField(const AdapterContext* context, std::string* out, std::int32_t 
                   std::int32_t fieldNumber) {
   copyToLookupScratch(context->taskList.at(static_cast<std::size_t>(taskIndex)));
   const char* field = findField(fieldNumber);
-  // A field that the entry's end leaves empty does not exist, one that a TAB ends does: an entry
-  // that ends in a TAB has one field less than one would count.
+  // An empty field at the entry's end does not exist, but one ended by a TAB does: an entry that
+  // ends with a TAB has one field less than expected.
   if (field == nullptr || *field == '\0') {
     *out = undefinedText;
   } else {
@@ -206,9 +201,9 @@ void getTaskField(const AdapterContext* context, std::string* out, std::int32_t 
 }
 
 void getJobParam(const AdapterContext* context, std::string* out, std::int32_t paramNumber) {
-  // The names only bound the number. A job whose values are fewer than its names runs into the
-  // checked access below, and the uncaught error ends the process: no task of such a job may run
-  // with a value that was meant for another parameter.
+  // The names only bound the number. In a job with fewer values than names, the checked access
+  // below may raise, and the uncaught error ends the process: no task of such a job may run with a
+  // value meant for another parameter.
   if (paramNumber > static_cast<std::int32_t>(context->paramNames.size()) || paramNumber <= 0) {
     *out = undefinedText;
     return;

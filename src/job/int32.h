@@ -1,13 +1,17 @@
-// 32-bit numbers as the farm server counts them.
+// 32-bit arithmetic as in the farm server.
 #pragma once
 
 #include <cstdint>
 
 namespace runlet {
 
-// The number that `text` begins with, in base 10, as strtol reads it (white space and a sign in
-// front are fine, what follows the digits is ignored, no digits give 0; beyond 64 bits it
-// saturates), cut to its low 32 bits.
+constexpr bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+// The number at the start of `text`, in base 10, as strtol reads it (leading white space and a sign
+// are allowed, text after the digits is ignored, no digits give 0, and it saturates beyond 64
+// bits), cut to its low 32 bits.
 std::int32_t decimalInt32(const char* text);
 
 // Two's complement arithmetic that wraps around.

@@ -44,7 +44,7 @@ constexpr NumberElement numberElements[] = {
     {"umask", &AdapterContext::umask},
 };
 
-// Null when there is no element or it does not begin with text.
+// Null if there is no element or it does not begin with text.
 const char* textOf(const TiXmlElement* element) {
   return element == nullptr ? nullptr : element->GetText();
 }
@@ -83,7 +83,7 @@ Reading readRedirectStderr(const TiXmlNode& cmdData, AdapterContext* context) {
   return Reading::ok;
 }
 
-// False, with the list as it was, without a usable pair of braces.
+// False, with the list unchanged, without a usable pair of braces.
 bool appendTask(const char* text, StringList* list) {
   std::string entry;
   if (!stripBrace(text, &entry)) return false;
@@ -91,8 +91,9 @@ bool appendTask(const char* text, StringList* list) {
   return true;
 }
 
-// The tasks are not destroyed as they are read: the entries would then lie in the gaps that they
-// leave, and none of the document's memory could be given back before the tasks are launched.
+// The task elements are not destroyed while reading: the entries would then be allocated in the
+// gaps, and the document's memory could not be returned to the system before the tasks are
+// launched.
 Reading readTasks(const TiXmlElement& taskList, AdapterContext* context) {
   for (const TiXmlNode* task = taskList.FirstChild("Task"); task != nullptr;
        task = task->NextSibling("Task")) {
@@ -102,7 +103,7 @@ Reading readTasks(const TiXmlElement& taskList, AdapterContext* context) {
   return Reading::ok;
 }
 
-// Without braces the entry is empty, but it counts: parameters are known by their number.
+// Without braces the entry is empty, but it counts: parameters are identified by their number.
 void appendStripped(const char* text, StringList* list) {
   if (text == nullptr) return;
   std::string entry;
@@ -110,7 +111,7 @@ void appendStripped(const char* text, StringList* list) {
   list->push_back(std::move(entry));
 }
 
-// A value is looked for after its name only.
+// A value is searched for only after its name.
 Reading readParameter(const TiXmlNode& parameter, AdapterContext* context) {
   const TiXmlElement* name = parameter.FirstChildElement("Name");
   if (name == nullptr) return Reading::invalidSyntax;
@@ -135,21 +136,21 @@ Reading readLists(const TiXmlNode& cmdData, AdapterContext* context) {
   const TiXmlElement* taskList = cmdData.FirstChildElement("TaskList");
   if (taskList == nullptr) return Reading::invalidSyntax;
   if (const Reading tasks = readTasks(*taskList, context); tasks != Reading::ok) return tasks;
-  // The format has the parameters after the tasks; before them they do not count.
+  // In the format, the parameters come after the tasks; parameters before them are ignored.
   const TiXmlNode* jobParams = taskList->NextSibling("JobParams");
   if (jobParams == nullptr) return Reading::invalidSyntax;
   return readParameters(*jobParams, context);
 }
 
-// In the order of the steps, which shows in what is filled when one of them fails, and in the
-// message of a file with several faults.
+// The order of the steps matters: it decides what is filled when one of them fails, and which
+// message a file with several faults gets.
 constexpr Reading (*steps[])(const TiXmlNode& cmdData, AdapterContext* context) = {
     readArguments, readTexts, readNumbers, readRedirectStderr, readLists,
 };
 
 Reading readJob(const TiXmlDocument& document, AdapterContext* context) {
-  // The first node has to be the root, even if it is not an element: with a declaration or a
-  // comment before the root the file is not a job file.
+  // The first node must be the root: with a declaration or a comment before the root, the file is
+  // not a job file.
   const TiXmlNode* root = document.FirstChild();
   const TiXmlNode* cmdData = root == nullptr ? nullptr : root->FirstChild("cmdData");
   if (cmdData == nullptr) return Reading::invalidSyntax;
@@ -159,7 +160,7 @@ Reading readJob(const TiXmlDocument& document, AdapterContext* context) {
   return Reading::ok;
 }
 
-// In the order of Reading; null where there is nothing to say.
+// In the order of Reading; null = no message.
 constexpr const char* messages[] = {
     nullptr,
     invalidSyntaxText,
@@ -175,7 +176,7 @@ const char* readJobDocument(const TiXmlDocument& document, AdapterContext* conte
 bool loadParameterFile(AdapterContext* context) {
   if (context->jobFile.empty()) return false;
   TiXmlDocument document(context->jobFile.c_str());
-  document.SetTabSize(0);  // or every byte would be looked at for the line and column it is in
+  document.SetTabSize(0);  // no line and column tracking, which would look at every byte
   std::string reason;
   if (!loadXml(&document, &reason)) {
     std::fprintf(stderr, notLoadedFormat, context->jobFile.c_str(), reason.c_str());

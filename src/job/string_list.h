@@ -6,8 +6,8 @@
 
 namespace runlet {
 
-// An ordered list of strings that owns them by value. Adds nothing to the vector but a virtual
-// destructor. That would suppress the implicit moves, so they are declared.
+// An ordered list of strings that owns them by value. Adds only a virtual destructor to the vector;
+// since that would suppress the implicit moves, they are declared.
 class StringList : public std::vector<std::string> {
  public:
   StringList() = default;

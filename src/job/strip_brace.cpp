@@ -5,7 +5,7 @@
 namespace runlet {
 namespace {
 
-// Finds the first "{" and the last "}"; false when one of them is missing.
+// Finds the first "{" and the last "}"; false if one of them is missing.
 bool findBraces(const char* source, const char** open, const char** close) {
   *open = std::strchr(source, '{');
   *close = std::strrchr(source, '}');
@@ -20,9 +20,9 @@ bool stripBrace(const char* source, std::string* destination) {
   if (!findBraces(source, &open, &close)) return false;
   const std::ptrdiff_t length = close - open - 1;
   if (length == 0) return false;
-  // A "}" before the "{" makes the length negative, a size that no string can have, and
-  // the string's length error ends the process. That is how such a job has always been turned
-  // away: loudly, before any task runs.
+  // A "}" before the "{" makes the length negative, which as a size is too large for any string,
+  // and the uncaught length error ends the process. Such jobs have always been rejected this way:
+  // loudly, before any task runs.
   destination->assign(open + 1, static_cast<std::size_t>(length));
   return true;
 }
@@ -31,7 +31,7 @@ bool stripBrace(const char* source, char* destination) {
   const char* open = nullptr;
   const char* close = nullptr;
   if (!findBraces(source, &open, &close)) return false;
-  // As an unsigned number, reversed braces are far too long and so are refused here.
+  // With reversed braces the unsigned length is far too large, so they are refused here.
   const auto length = static_cast<std::size_t>(close - open) - 1;
   if (length < 1 || length > maxStrippedLength) return false;
   std::memcpy(destination, open + 1, length);

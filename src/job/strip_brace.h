@@ -1,4 +1,4 @@
-// Taking the braces off a text of the job file.
+// Removing the braces around a text of the job file.
 #pragma once
 
 #include <cstddef>
@@ -6,15 +6,15 @@
 
 namespace runlet {
 
-// Both forms yield the text between the first "{" and the last "}" of `source`; what stands
-// outside is dropped, braces inside are kept. They return false and leave the destination
-// untouched when a brace is missing or nothing stands between them.
+// Both forms extract the text between the first "{" and the last "}" of `source`; text outside is
+// dropped, braces inside are kept. They return false and leave the destination unchanged if a brace
+// is missing or nothing is between them.
 
-// Any length. A last "}" before the first "{" raises std::length_error, which nothing in
+// Any length. If the last "}" is before the first "{", raises std::length_error, which nothing in
 // the adapter catches: the process ends abnormally.
 bool stripBrace(const char* source, std::string* destination);
 
-// Longest text that the buffer form yields, in bytes.
+// Longest text that the buffer form returns, in bytes.
 inline constexpr std::size_t maxStrippedLength = 255;
 
 // Up to `maxStrippedLength` bytes; a longer text and reversed braces are refused. `destination`

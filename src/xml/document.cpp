@@ -16,14 +16,14 @@
 namespace runlet {
 namespace {
 
-// What the library says of a file that it cannot open; the server knows this text.
+// The library's text for a file that it cannot open; the server knows this text.
 constexpr char cannotOpen[] = "Failed to open file";
 
 constexpr char becameShorter[] = "File became shorter while it was read";
 
-// The library moves by the length that the first byte of a UTF-8 character announces, at most 4
-// bytes. Where the text ends in the middle of such a character, that leads up to 3 bytes past the
-// NUL after it, which therefore are NUL as well.
+// The library advances by the length that the first byte of a UTF-8 character announces, at most 4
+// bytes. If the text ends within such a character, it reads up to 3 bytes past the NUL, which are
+// therefore NUL as well.
 constexpr std::size_t paddingLength = 3;
 
 // The bytes of a file, with room for a NUL and the padding.
@@ -37,7 +37,7 @@ void makeRoom(std::size_t length, FileText* text) {
   text->length = length;
 }
 
-// Reads `descriptor` from its beginning, as far as `text` has room.
+// Reads `descriptor` from its beginning, as much as `text` has room for.
 bool readAll(int descriptor, const FileText& text, std::string* reason) {
   for (std::size_t done = 0; done < text.length;) {
     const ssize_t count = read(descriptor, text.bytes.get() + done, text.length - done);
@@ -51,20 +51,21 @@ bool readAll(int descriptor, const FileText& text, std::string* reason) {
   return true;
 }
 
-// Opens the file that was found as `place` for reading, and closes `place`. Yields -1 where the
-// file cannot be opened. What was put at `path` meanwhile is not opened: a pipe would be waited
-// for, a device might do something. A lease on the file is waited for, as by any open.
+// Opens the file found as `place` for reading, and closes `place`. Returns -1 if the file cannot be
+// opened. Anything put at `path` meanwhile is not opened: a pipe would block, a device might have
+// side effects. A lease on the file is waited for, as by any open.
 int openFound(int place, const char* path) {
   const std::string found = "/proc/self/fd/" + std::to_string(place);
   const int descriptor = open(found.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
   const int error = errno;
   close(place);
   if (descriptor != -1 || (error != ENOENT && error != EMFILE)) return descriptor;
-  // There is no /proc, or only one descriptor is left. This waits for nothing, nor for a lease.
+  // There is no /proc, or only one descriptor is left. This open does not block, not even for a
+  // lease.
   return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
 }
 
-// Yields 0, or an error number for what is not read. What is no regular file is empty.
+// Returns 0, or an error number. Anything but a regular file is read as empty.
 int sizeOf(int descriptor, std::size_t* size) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0) return errno;
@@ -83,14 +84,14 @@ bool readDescriptor(int descriptor, FileText* text, std::string* reason) {
   return readAll(descriptor, *text, reason);
 }
 
-// Whether that is neither a file nor a directory.
+// Whether it is neither a regular file nor a directory.
 bool isSpecial(int place) {
   struct stat status {};
   return fstat(place, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
 
 bool readFile(const char* path, FileText* text, std::string* reason) {
-  const int place = open(path, O_PATH | O_CLOEXEC);  // which opens nothing, but finds it
+  const int place = open(path, O_PATH | O_CLOEXEC);  // finds the file without opening it
   if (place != -1 && isSpecial(place)) {
     close(place);
     makeRoom(0, text);
@@ -106,8 +107,8 @@ bool readFile(const char* path, FileText* text, std::string* reason) {
   return isRead;
 }
 
-// The text as the library's own load leaves it: it ends at the first NUL of the file, and every CR,
-// with the LF after it if there is one, is an LF. After that come the NUL and the padding.
+// The text as the library's own load produces it: it ends at the first NUL of the file, and every
+// CR or CR LF becomes an LF. The NUL and the padding follow.
 void finish(const FileText& text) {
   char* const bytes = text.bytes.get();
   bytes[text.length] = '\0';

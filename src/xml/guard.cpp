@@ -12,14 +12,14 @@
 namespace runlet {
 namespace {
 
-// The functions below move through the text and yield where they got to. They yield null where
-// the library gives the whole text up, so that nothing after that place matters.
+// The functions below advance through the text and return the new position. They return null where
+// the library gives up on the whole text, so that the rest does not matter.
 
 const char* after(const char* found, std::size_t length) {
   return found == nullptr ? nullptr : found + length;
 }
 
-// Right after the next `c`. Tags end too soon for a library call to pay.
+// Right after the next `c`. Tags are too short for a library call to pay off.
 const char* afterNext(const char* text, char c) {
   while (*text != '\0' && *text != c) ++text;
   return *text == '\0' ? nullptr : text + 1;
@@ -33,7 +33,7 @@ bool beginsWithAnyCase(const char* text, const char* prefix) {
   return strncasecmp(text, prefix, std::strlen(prefix)) == 0;
 }
 
-// What a byte may be, for the loops that look at every byte of a job file.
+// Classes of bytes, for the loops over every byte of a job file.
 enum ByteKind : unsigned char {
   space = 1,
   nameStart = 2,
@@ -72,7 +72,7 @@ bool isMark(const char* text) {
                              beginsWith(text, "\xef\xbf\xbf"));
 }
 
-// White space and byte order marks.
+// Skips white space and byte order marks.
 const char* skipSpace(const char* text) {
   for (;;) {
     if (is(*text, space)) {
@@ -91,7 +91,7 @@ const char* skipName(const char* text) {
   return text;
 }
 
-// The bytes of the UTF-8 character that `lead` begins, as the library counts them.
+// The length of the UTF-8 character that `lead` begins, as the library counts it.
 int utf8Length(char lead) {
   const auto byte = static_cast<unsigned char>(lead);
   if (byte >= 0xc2 && byte <= 0xdf) return 2;
@@ -109,7 +109,7 @@ const char* skipCharacter(const char* text) {
   return text + strnlen(text, length);
 }
 
-// `end` is one of the bytes that are special.
+// `end` is one of the special bytes.
 const char* skipCharactersUpTo(const char* text, char end) {
   while (text != nullptr) {
     while (!is(*text, special)) ++text;
@@ -137,7 +137,7 @@ const char* skipAttribute(const char* text) {
   return skipUnquotedValue(text);
 }
 
-// `text` stands at "<?xml". Anything may stand among its three attributes.
+// `text` is at "<?xml". Anything may be between its three attributes.
 const char* skipDeclaration(const char* text) {
   text += std::strlen("<?xml");
   while (text != nullptr && *text != '\0' && *text != '>') {
@@ -154,11 +154,11 @@ const char* skipDeclaration(const char* text) {
 
 struct StartTag {
   const char* end;
-  bool open;  // the element has content, that is, it does not end at once by "/>"
+  bool open;  // the element has content: its tag does not end with "/>"
   std::size_t attributes;
 };
 
-// `text` stands at the "<".
+// `text` is at the "<".
 StartTag readStartTag(const char* text) {
   std::size_t attributes = 0;
   text = skipName(skipSpace(text + 1));
@@ -172,7 +172,7 @@ StartTag readStartTag(const char* text) {
   return {nullptr, false, attributes};
 }
 
-// Markup that is no element, `text` standing at its "<".
+// Markup that is not an element; `text` is at its "<".
 const char* skipOtherMarkup(const char* text) {
   if (beginsWithAnyCase(text, "<?xml")) return skipDeclaration(text);
   if (beginsWith(text, "<!--")) return after(std::strstr(text + 4, "-->"), 3);
@@ -192,7 +192,7 @@ constexpr Limit limits[] = {
     {&XmlCost::levels, "Too many nested elements."},
 };
 
-// Null when no figure is beyond that of `most`.
+// Null if no figure exceeds that of `most`.
 const Limit* limitBroken(const XmlCost& cost, const XmlCost& most) {
   const auto isBroken = [&](const Limit& limit) { return cost.*limit.figure > most.*limit.figure; };
   const Limit* found = std::find_if(std::begin(limits), std::end(limits), isBroken);
@@ -223,7 +223,7 @@ XmlCost costOf(const char* text, const XmlCost& most) {
       cost.levels += depth;  // a text is a node, too
       text = skipCharactersUpTo(text, '<');
     }
-    // Outside the root only markup is read: the library stops at anything else.
+    // Outside the root only markup is read; the library stops at anything else.
     if (text == nullptr || *text != '<') break;
     if (depth > 0 && text[1] == '/') {
       text = afterNext(text, '>');
@@ -233,7 +233,7 @@ XmlCost costOf(const char* text, const XmlCost& most) {
     cost.levels += depth;
     if (is(text[1], nameStart)) {
       const StartTag tag = readStartTag(text);
-      // A level as well if the element ends at once, or the library gives up in its tag.
+      // Counts as a level even if the element has no content, or the library gives up in its tag.
       cost.depth = std::max(cost.depth, depth + 1);
       addAttributes(tag.attributes, &cost);
       text = tag.end;

@@ -11,7 +11,7 @@ std::uint64_t fromEnvironment(const char* name, std::uint64_t usual) {
   return text != nullptr ? std::strtoull(text, nullptr, 10) : usual;
 }
 
-// Moves on to the next text of the same length; false behind the last.
+// Advances to the next text of the same length; false after the last.
 bool next(std::vector<std::size_t>* places, std::size_t symbolCount) {
   for (std::size_t& place : *places) {
     if (++place < symbolCount) return true;

@@ -1,4 +1,4 @@
-// What the comparisons are tried with: every short text, or random cases.
+// The inputs of the comparisons: every short text, or random cases.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 
 namespace runlet_model {
 
-// Draws the same numbers for the same seed, on every machine.
+// Generates the same numbers for the same seed on every machine.
 class Random {
  public:
   explicit Random(std::uint64_t seed) : state_(seed) {}
@@ -20,7 +20,7 @@ class Random {
   // Any 64 bits.
   std::uint64_t bits();
 
-  // A number from 0 to `limit` - 1, and one from `least` to `greatest`.
+  // A number from 0 to `limit` - 1, or from `least` to `greatest`.
   std::size_t below(std::size_t limit);
   std::size_t between(std::size_t least, std::size_t greatest);
 
@@ -35,17 +35,17 @@ class Random {
   std::uint64_t state_;
 };
 
-// How many cases a test tries: as many as RUNLET_TEST_CASES says, else the usual number, of which
-// a build without optimisation tries a twentieth.
+// The number of cases that a test tries: RUNLET_TEST_CASES if set, else the default, of which an
+// unoptimised build tries a twentieth.
 std::size_t caseCount(std::size_t usual);
 
-// Checks all texts made of `symbols`, the shorter ones first, up to the greatest length for which
-// their number is within the case count. The first that fails ends it.
+// Checks all texts made of `symbols`, shortest first, up to the greatest length for which their
+// number is within the case count. Stops at the first failure.
 void checkEveryText(const std::vector<std::string>& symbols, std::size_t usual,
                     const std::function<testing::AssertionResult(const std::string&)>& check);
 
-// Checks random cases, each drawn with a seed of its own: RUNLET_TEST_SEED, which is usually 1,
-// and the numbers that follow it. The first that fails ends it and tells its seed.
+// Checks random cases, each with its own seed: RUNLET_TEST_SEED (default 1) and the numbers that
+// follow it. Stops at the first failure and reports its seed.
 void checkRandomCases(std::size_t usual,
                       const std::function<testing::AssertionResult(Random&)>& check);
 

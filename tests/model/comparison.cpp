@@ -15,17 +15,18 @@ namespace {
 using testing::AssertionResult;
 using testing::PrintToString;
 
-// What an output holds in front of an operation: more than nothing, so that appending to it does
-// not pass for replacing it.
+// The content of an output before an operation: not empty, so that appending to it is not mistaken
+// for replacing it.
 const char before[] = "as it was";
 
-// A text in an area of its own that ends with it, so that AddressSanitizer sees any step beyond.
+// A text in its own buffer of the exact size, so that AddressSanitizer detects any access past its
+// end.
 std::vector<char> areaOf(const std::string& text) {
   return std::vector<char>(text.c_str(), text.c_str() + text.size() + 1);
 }
 
-// What the adapter's `operation` comes to, which fills a string. After a failure that changed the
-// string, the result has the change in it.
+// The result of the adapter's `operation`, which fills a string. If it fails but changes the
+// string, the result contains the change.
 template <typename Operation>
 Result resultOf(Operation operation) {
   std::string out = before;
@@ -83,7 +84,7 @@ std::string describe(const Lists& lists) {
          PrintToString(lists.paramNames) + "\nand their values " + PrintToString(lists.paramValues);
 }
 
-// `question` is asked only after a difference: putting it into words takes longer than answers.
+// `question` is called only after a difference: it takes longer than the comparison.
 template <typename Answer, typename Question>
 AssertionResult same(const Answer& adapter, const Answer& model, Question question) {
   if (adapter == model) return testing::AssertionSuccess();

@@ -1,5 +1,5 @@
-// Asks the adapter and the model the same question. Where the answers differ, the failure tells
-// both, and the whole question.
+// Gives the adapter and the model the same input. If the results differ, the failure shows both and
+// the whole input.
 #pragma once
 
 #include <gtest/gtest.h>

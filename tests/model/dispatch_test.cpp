@@ -1,5 +1,5 @@
-// Which tasks a request runs and when a task is over its time, against the model. This program
-// has a loader and a launcher of its own, so that no job file is read and nothing is started.
+// Which tasks a request runs and when a task exceeds its time limit, compared with the model. This
+// program has its own loader and launcher, so that no job file is read and nothing is started.
 //
 //   RUNLET_TEST_CASES and RUNLET_TEST_SEED: see random_test.cpp
 #include "adapter/dispatch.h"
@@ -13,12 +13,12 @@ namespace {
 
 constexpr std::int32_t none = -1;
 
-// What the launcher of this program has been told and does.
+// The calls to this program's launcher, and what it does.
 std::vector<std::int32_t> launched;
 std::int32_t failing = none;  // index of the task that cannot be started
 bool growing = false;         // each task adds one to the list
 
-// More launches than any request of these tests selects: a range gone wrong is to end soon.
+// More launches than any request of these tests selects, so that a wrong range ends soon.
 constexpr std::size_t tooMany = 100;
 
 }  // namespace
@@ -137,7 +137,7 @@ TEST_F(Range, IsClippedToTheListAsItIsAfterEachTask) {
   EXPECT_EQ(launched, (std::vector<std::int32_t>{0, 1, 2, 3, 4}));
 }
 
-// Any number, or one near a border.
+// Any number, or one near a limit.
 std::int32_t randomNumber(Random& random) {
   const auto any = static_cast<std::uint32_t>(random.bits());
   if (random.oneIn(2)) return static_cast<std::int32_t>(any);
@@ -153,7 +153,7 @@ TEST_F(Range, SelectsTheSameTasksAtRandom) {
   });
 }
 
-// Counts in `*expired` what is over its time.
+// Counts expired tasks in `*expired`.
 testing::AssertionResult sameTimeOut(std::int32_t elapsed, std::int32_t limit, int* expired) {
   runlet::AdapterContext context;
   context.opcode = "PingTask";
@@ -166,7 +166,7 @@ testing::AssertionResult sameTimeOut(std::int32_t elapsed, std::int32_t limit, i
                                      << " minutes is not " << expected << " as in the model";
 }
 
-// Runs `check` and expects the message as often as it counted.
+// Runs `check` and expects the message as many times as it counted.
 template <typename Check>
 void expectMessages(Check check) {
   int expired = 0;

@@ -1,6 +1,6 @@
-// The adapter against the model, on every text that is short.
+// The adapter compared with the model, on every short text.
 //
-//   RUNLET_TEST_CASES=n   each test goes up to the greatest length that has no more than n texts
+//   RUNLET_TEST_CASES=n   each test tries lengths up to the greatest with at most n texts
 #include "cases.h"
 #include "comparison.h"
 
@@ -50,7 +50,7 @@ TEST(EveryTemplate, IsFilledInAlikeWithoutATask) {
   checkEveryTemplate(Lists(), -30, upToSixCharacters);
 }
 
-// Parts instead of characters, to come to several placeholders in one template.
+// Parts instead of characters, to get several placeholders in one template.
 TEST(EveryTemplate, OfPlaceholdersIsFilledInAlike) {
   const std::vector<std::string> parts = {"%", "2", "0", "9", "tn", "tp", "jp", "x"};
   Lists lists;

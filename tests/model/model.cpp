@@ -32,7 +32,7 @@ std::string digitsAt(std::string_view text, std::size_t at) {
   return std::string(text.substr(at, end == std::string::npos ? end : end - at));
 }
 
-// Whether a run of digits stands for a number above `limit`, itself such a run.
+// Whether a run of digits is a number above `limit`, also a run of digits.
 bool exceeds(const std::string& number, const std::string& limit) {
   const std::string significant =
       number.substr(std::min(number.find_first_not_of('0'), number.size()));
@@ -130,7 +130,7 @@ std::vector<std::string> fieldsOf(const std::string& entry) {
       fields.back().push_back(character);
     }
   }
-  // The end of the text is no field.
+  // The end of the text is not a field.
   if (fields.back().empty()) fields.pop_back();
   return fields;
 }
@@ -160,21 +160,21 @@ Result jobParam(const Lists& lists, std::int32_t paramNumber) {
   return {Outcome::done, entryText(lists.paramValues[static_cast<std::size_t>(position)])};
 }
 
-// A template is cut into pieces first, and the pieces are then worked off in order.
+// A template is split into pieces first, and the pieces are then processed in order.
 
 namespace {
 
 enum class Kind { text, taskNumber, taskField, jobParam, wrong };
 
-// One piece of a template. A placeholder that leaves nothing but its width is an empty text.
+// One piece of a template. A placeholder of which only the width is left is an empty text.
 struct Piece {
   Kind kind = Kind::text;
-  std::string text;         // as it goes into the expansion
+  std::string text;         // as copied into the expansion
   std::string widthDigits;  // as written, or nothing
   std::string numberDigits;
 };
 
-// Takes `count` characters off the front.
+// Removes `count` characters from the start.
 std::string take(std::string_view& rest, std::size_t count) {
   std::string taken(rest.substr(0, count));
   rest.remove_prefix(taken.size());
@@ -191,7 +191,7 @@ std::string takeDigits(std::string_view& rest) {
   return take(rest, digitsAt(rest, 0).size());
 }
 
-// Takes a placeholder, of which the "%" is gone already.
+// Parses a placeholder after its "%".
 Piece takePlaceholder(std::string_view& rest) {
   Piece piece;
   piece.widthDigits = takeDigits(rest);
@@ -227,23 +227,23 @@ std::vector<Piece> piecesOf(const std::string& pattern) {
   return pieces;
 }
 
-// The 32 characters that all numbers of one expansion pass through.
+// The buffer of 32 characters shared by all numbers of one expansion.
 class Scratch {
  public:
-  // A width goes over what is there and is read with the digits that then stand behind it.
+  // A width overwrites the start of the buffer and is read with the digits that follow it there.
   std::int32_t width(const std::string& written) {
     if (written.empty()) return 0;
     lay(written.substr(0, room));
     return number(characters_);
   }
 
-  // A field or parameter number ends where it ends.
+  // A field or parameter number is terminated.
   std::int32_t selector(const std::string& written) {
     lay(written.substr(0, room) + '\0');
     return number(characters_);
   }
 
-  // A task number too.
+  // So is a task number.
   std::string print(const std::string& number) {
     const std::string printed = number.substr(0, room);
     lay(printed + '\0');
@@ -260,8 +260,8 @@ class Scratch {
   std::string characters_ = std::string(scratchSize, '\0');
 };
 
-// The number in `width` characters or more: zeros behind the sign, or for a negative width spaces
-// behind the number. More than 32 of them make no difference.
+// The number in at least `width` characters: with zeros after the sign, or for a negative width
+// with spaces after the number. More than 32 of them make no difference.
 std::string padded(std::int64_t number, std::int64_t width) {
   const std::string sign = number < 0 ? "-" : "";
   const std::string magnitude = std::to_string(number < 0 ? -number : number);

@@ -1,6 +1,6 @@
-// A second telling of what the adapter's functions come to, for the tests alone: simple, slow, and
-// written from the promises rather than from the code it is compared with. It uses nothing of
-// the adapter.
+// An independent implementation of the adapter's functions, for tests only: simple, slow, and
+// written from the promises rather than from the code that it is compared with. It uses none of the
+// adapter's code.
 #pragma once
 
 #include <cstdint>
@@ -17,8 +17,8 @@ struct Lists {
   std::vector<std::string> paramValues;
 };
 
-// What an operation came to: `text` holds its text if it is done. An out-of-range or a length
-// error would have left the function.
+// The result of an operation: `text` holds its text if it succeeded. The other results are
+// exceptions of that type.
 enum class Outcome { done, failed, outOfRange, lengthError };
 struct Result {
   Outcome outcome;
@@ -34,19 +34,19 @@ Result fillIn(const Lists& lists, const std::string& pattern, std::int32_t taskI
 Result taskField(const Lists& lists, std::int32_t taskIndex, std::int32_t fieldNumber);
 Result jobParam(const Lists& lists, std::int32_t paramNumber);
 
-// What stands between the braces of `text`: into a string, and into an area of 256 bytes, which
-// has nothing if that fails.
+// The text between the braces of `text`: in a string, and in a buffer of 256 bytes, which is empty
+// on failure.
 Result stripBrace(const std::string& text);
 std::optional<std::string> stripBraceIntoArea(const std::string& text);
 
-// The argument vector that a command line gives.
+// The argument vector of a command line.
 std::vector<std::string> words(const std::string& line);
 
-// The number that a text gives as an option or an element of the job file.
+// The value of a numeric option or element of the job file.
 std::int32_t number(const std::string& text);
 
-// Whether the task at `index` (0-based) is one of the range, and whether a task has run for too
-// long (`elapsed` in milliseconds, `limit` in minutes).
+// Whether the task at `index` (0-based) is in the range, and whether a task has run too long
+// (`elapsed` in milliseconds, `limit` in minutes).
 bool isInRange(std::int32_t firstTask, std::int32_t taskCount, std::int32_t index);
 bool isTimedOut(std::int32_t elapsed, std::int32_t limit);
 

@@ -1,10 +1,10 @@
-// The adapter against the model, on random input that is long and keeps close to the limits.
+// The adapter compared with the model, on long random input near the limits.
 //
-//   RUNLET_TEST_CASES=n   each test tries n cases instead of its usual number; a small n for
+//   RUNLET_TEST_CASES=n   each test tries n cases instead of its default; a small n for
 //                         slow runs (2000 under valgrind), a large one for a long search. The
-//                         exhaustive tests go by it as well.
-//   RUNLET_TEST_SEED=n    the first case is drawn with this seed, the next with n + 1, and so on;
-//                         usually 1. A failure tells the seed of its case.
+//                         exhaustive tests use it as well.
+//   RUNLET_TEST_SEED=n    the first case is drawn with seed n, the next with n + 1, and so on;
+//                         default 1. A failure reports the seed of its case.
 #include <algorithm>
 #include <map>
 
@@ -24,7 +24,7 @@ std::string randomText(Random& random, const std::string& characters, std::size_
   return text;
 }
 
-// A length that is small as a rule, large at times and close to `limit` at others.
+// A length that is usually small, sometimes large and sometimes close to `limit`.
 std::size_t randomLength(Random& random, std::size_t limit) {
   if (random.oneIn(16)) return random.between(limit - 2, limit + 2);
   if (random.oneIn(16)) return random.below(limit * 2);
@@ -33,7 +33,7 @@ std::size_t randomLength(Random& random, std::size_t limit) {
 
 const std::string digits = "0123456789";
 
-// Texts of numbers around which something changes.
+// Numbers, as text, at which behaviour changes.
 const std::string bordersOfNumbers[] = {"0",
                                         "9",
                                         "31",
@@ -66,7 +66,7 @@ const std::string bordersOfNumbers[] = {"0",
                                         "18446744073709551616",
                                         "18446744073709551617"};
 
-// A run of digits of any length, or one like a border with its last digit at random.
+// A run of digits of any length, or one of the limits with a random last digit.
 std::string randomDigits(Random& random) {
   switch (random.below(8)) {
     case 0: {
@@ -74,7 +74,7 @@ std::string randomDigits(Random& random) {
       if (random.oneIn(2)) border.back() = random.from(digits);
       return border;
     }
-    case 1:  // with zeros in front, around the 31 digits that count
+    case 1:  // with leading zeros, around the 31 digits that count
       return std::string(random.between(20, 34), '0') + randomText(random, digits, random.below(4));
     case 2:
       return randomText(random, digits, random.between(1, 70));
@@ -86,7 +86,7 @@ std::string randomDigits(Random& random) {
 std::string randomEntry(Random& random) {
   const std::string characters = random.oneIn(2) ? "a\t" : "ab12 \"{}%\ttn\xc3\xa9";
   std::string entry = randomText(random, characters, randomLength(random, 2000));
-  // Most of a long entry is one field, in front or behind.
+  // Most of a long entry is one field, the first or the last.
   if (random.oneIn(2)) std::replace(entry.begin(), entry.begin() + entry.size() / 2, '\t', 'a');
   if (random.oneIn(4)) std::replace(entry.begin() + entry.size() / 3, entry.end(), '\t', 'b');
   return entry;
@@ -107,7 +107,7 @@ Lists randomLists(Random& random) {
   return lists;
 }
 
-// As a rule the index of a task; a template without fields does not mind any other.
+// Usually the index of a task; a template without fields accepts any index.
 std::int32_t randomIndex(Random& random, const Lists& lists) {
   if (random.oneIn(16)) return static_cast<std::int32_t>(random.bits() & 0xffffffff);
   return static_cast<std::int32_t>(random.below(lists.taskList.size()));
@@ -146,7 +146,7 @@ struct FillInCase {
 };
 
 // A value of `length` characters, at least 18, in two parts. Four digits follow each "jp", so that
-// none are left behind the width.
+// no leftover digits follow the width.
 std::string longValue(std::size_t length) {
   constexpr std::size_t undefinedLength = 9;
   std::string width = std::to_string(length - undefinedLength);
@@ -154,7 +154,7 @@ std::string longValue(std::size_t length) {
   return std::string("%jp0000%").append(width).append("jp0000");
 }
 
-// Lengthens the expansion to 3998 characters or up to 4001, in one of several ways.
+// Extends the expansion to 3998 to 4001 characters, in one of several ways.
 void stretch(Random& random, FillInCase* fillInCase) {
   const Result result = fillIn(fillInCase->lists, fillInCase->pattern, fillInCase->index);
   const std::size_t wanted = random.between(3998, 4001);
@@ -163,7 +163,7 @@ void stretch(Random& random, FillInCase* fillInCase) {
   std::string& pattern = fillInCase->pattern;
   switch (random.below(4)) {
     case 0:
-      // The letter keeps the dots apart from a width in front of them.
+      // The letter separates the dots from a width before them.
       pattern.append("x").append(missing - 1, '.');
       break;
     case 1:
@@ -190,7 +190,7 @@ TEST(RandomTemplates, AreFilledInAlike) {
   });
 }
 
-// The comparison is worth what its cases reach.
+// The comparison is only as good as the cases that it reaches.
 TEST(RandomTemplates, ReachEveryOutcome) {
   std::map<Outcome, int> outcomes;
   std::map<std::size_t, int> lengths;

@@ -1,4 +1,4 @@
-// The end of a child in every form, and what it inherits.
+// Every way a child can end, and what it inherits.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -39,7 +39,7 @@ class Child : public AdapterTest {
   }
 };
 
-// A child that exits with `code` before the program starts, and is then the adapter's.
+// A child that exits with `code` before exec; the adapter then inherits it.
 void leaveAChildBehind(int code) {
   const pid_t pid = fork();
   if (pid == 0) _exit(code);
@@ -54,7 +54,7 @@ TEST_F(Child, EndsInEveryExitCode) {
   expectResult(runScript("exit $1", 256), linesOfTasks("./script ", 256), error, "exit 0");
 }
 
-// The task is over when its own process is, whatever that leaves behind.
+// The task ends with its own process, whatever that leaves running.
 TEST_F(Child, IsNotWaitedForBeyondItsOwnProcess) {
   folder_.write(
       "script",
@@ -82,7 +82,7 @@ TEST_F(Child, IsNotTakenForAnother) {
                exitCodeLine(7), "exit 0");
 }
 
-// A wait may also tell of a child that has only stopped.
+// A wait may also report a child that has only stopped.
 TEST_F(Child, IsWaitedForUntilItHasEnded) {
   Job job;
   job.arguments = "/bin/sh -c \"exit 6\"";
@@ -91,7 +91,7 @@ TEST_F(Child, IsWaitedForUntilItHasEnded) {
                calling(job.arguments, folder()) + processStarted, exitCodeLine(6), "exit 0");
 }
 
-// What it writes would not be where the job wants it.
+// Its output would not go where the job wants it.
 TEST_F(Child, IsNoProgramWhereStandardErrorCannotBeJoined) {
   Job job;
   job.arguments = "/bin/mkdir made";
@@ -126,7 +126,7 @@ TEST_F(Child, GetsAnyNumberOfWords) {
   EXPECT_EQ(report()["argument"], words);
 }
 
-// Quotes group the program's own name too, and each closing quote ends a word.
+// Quotes also group the program name, and each closing quote ends a word.
 TEST_F(Child, GetsItsWordsFromTheWholeLine) {
   const std::string program = folder_.file("a probe");
   std::filesystem::copy_file(probePath, program);
@@ -155,11 +155,11 @@ TEST_F(Child, GetsItsWordsFromTheWholeLine) {
 
 class NoFork : public AdapterTest {
  protected:
-  // The adapter as a user who may start no further process. Before the limit holds, `prepare` is
-  // called as that user.
+  // The adapter as a user who may start no further process. `prepare` is called as that user before
+  // the limit applies.
   ProcessOptions limited(const Strings& arguments, const std::function<void()>& prepare) const {
     ProcessOptions options = unprivileged(arguments);
-    // A leak check at the end would need a process as well.
+    // A leak check at exit would need another process.
     options.environment.emplace_back("ASAN_OPTIONS", "detect_leaks=0:verify_asan_link_order=0");
     const std::function<void()> becomeOther = options.prepare;
     options.prepare = [becomeOther, prepare] {
@@ -181,8 +181,8 @@ class NoFork : public AdapterTest {
   }
 };
 
-// The line names the command with the folder in front; that the chmod could not run either is
-// no matter.
+// The line has the command with the folder before it; it does not matter that chmod could not run
+// either.
 TEST_F(NoFork, NamesTheWholeCommandLine) {
   write(job("render -x \"a b\""));
   Strings arguments = newTask(1, 1);
@@ -192,7 +192,7 @@ TEST_F(NoFork, NamesTheWholeCommandLine) {
                cannotFork("/nowhere/render -x \"a b\""), "exit 255");
 }
 
-// Without a process of its own the adapter waits for any child, and judges how that one ended.
+// After a failed fork the adapter waits for any child, and reports how that one ended.
 TEST_F(NoFork, WaitsForAnyChild) {
   write(job("/bin/true x"));
   expectResult(runProcess(limited(newTask(), [] { leaveAChildBehind(5); })),

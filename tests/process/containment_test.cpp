@@ -1,5 +1,5 @@
-// What SECURITY.md says of the adapter: what a task has of the starter's, and what the recipe there
-// leaves of it.
+// What SECURITY.md says about the adapter: what a task inherits from the starter, and how much of
+// it the recipe there removes.
 
 #include <fcntl.h>
 #include <grp.h>
@@ -23,7 +23,7 @@ using Strings = std::vector<std::string>;
 
 constexpr unsigned starterId = 65533;  // neither root nor the job's user
 
-// A job whose task reports what it is to a folder where another user may write.
+// A job whose task reports its state to a folder where another user may write.
 class ContainmentTest : public AdapterTest {
  protected:
   void SetUp() override {
@@ -62,7 +62,7 @@ class InheritanceOfRoot : public ContainmentTest {
 };
 using RecipeOfRoot = InheritanceOfRoot;
 
-// Opens the terminal as the three streams. The process leads a session, so that its first terminal
+// Opens the terminal as the three streams. The process leads a session, so its first terminal
 // becomes the controlling one.
 void takeTerminal(const std::string& name) {
   const int descriptor = open(name.c_str(), O_RDWR);
@@ -87,7 +87,7 @@ TEST_F(Inheritance, OfATerminalIsWhole) {
                                           "2 " + terminal.name(), "3 " + terminal.name()}));
 }
 
-// Where the system has no keyrings, or allows none, there is none to inherit: -1 for both.
+// If the system has no keyrings or does not allow them, there is none to inherit: -1 for both.
 TEST_F(Inheritance, OfTheSessionKeyringIsWhole) {
   write(job_);
   folder_.write("own", "");
@@ -101,7 +101,7 @@ TEST_F(Inheritance, OfTheSessionKeyringIsWhole) {
   EXPECT_EQ(workReport()["keyring"], Strings{readFile(folder_.file("own"))});
 }
 
-// Makes the process another user's who may still change users and groups, and whose programs may.
+// Switches the process to another user, keeping the right to change users and groups across exec.
 void becomeStarterWithCapabilities() {
   constexpr unsigned kept = (1U << CAP_SETUID) | (1U << CAP_SETGID);
   __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
@@ -115,7 +115,7 @@ void becomeStarterWithCapabilities() {
   if (!isDone) _exit(97);
 }
 
-// Only a change of the user from 0 takes capabilities away.
+// Only a change of the user id from 0 drops capabilities.
 TEST_F(InheritanceOfRoot, IncludesTheCapabilitiesOfAStarterThatIsNotRoot) {
   writeForOther();
   ProcessOptions options = adapter(newTask());
@@ -136,9 +136,9 @@ TEST_F(InheritanceOfRoot, HasNoCapabilities) {
   EXPECT_EQ(lines["CapEff:"], Strings{"0000000000000000"});
 }
 
-// The command of the page, without its indent, with the words in place of those there.
+// The command from the page, unindented, with words replaced.
 std::string recipe(const std::vector<std::pair<std::string, std::string>>& words) {
-  std::istringstream page(readFile(RUNLET_SECURITY_PAGE));
+  std::istringstream page(readFile(std::string(sourceFolder) + "/SECURITY.md"));
   std::string block;
   for (std::string line; std::getline(page, line);) {
     if (line.starts_with("    ")) {
@@ -157,7 +157,7 @@ std::string recipe(const std::vector<std::pair<std::string, std::string>>& words
   return block;
 }
 
-// Sanitizers, which the task has too, could not live under the recipe's limit of memory.
+// Sanitizers, which are in the task too, need more memory than the recipe allows.
 #if defined(__SANITIZE_ADDRESS__)
 const std::string memory = "unlimited";
 #else

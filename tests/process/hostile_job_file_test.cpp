@@ -1,4 +1,4 @@
-// Job files that are made to harm the adapter, which reads them as root.
+// Malicious job files, which the adapter reads as root.
 
 #include <fcntl.h>
 #include <sys/inotify.h>
@@ -28,7 +28,7 @@ using namespace std::string_literals;
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
 constexpr std::size_t million = 1000000;
 
-// A sanitizer takes memory of its own.
+// A sanitizer needs additional memory.
 #ifdef __SANITIZE_ADDRESS__
 constexpr bool memoryIsItsOwn = false;
 #else
@@ -53,7 +53,7 @@ class HostileJobFile : public AdapterTest {
            "'.Exiting.\n";
   }
 
-  // Nothing is started, one line says why, and the memory taken stays within `bytesPerByte` for a
+  // Nothing is started, one line says why, and at most `bytesPerByte` bytes of memory are used per
   // byte of the file.
   void expectRefused(const std::string& path, const std::string& reason,
                      std::size_t bytesPerByte = 4) const {
@@ -77,7 +77,7 @@ class HostileJobFile : public AdapterTest {
     EXPECT_LE(result.peakMemory, 64 * mebibyte + bytesPerByte * size);
   }
 
-  // The job is taken, and its task sees `argument`.
+  // The job is accepted, and its task receives `argument`.
   void expectRuns(const std::string& text, const std::string& argument) {
     folder_.write("job.xml", text);
     const ProcessResult result = run(newTask());
@@ -91,7 +91,7 @@ class HostileJobFile : public AdapterTest {
   }
 };
 
-// The job of `expectRuns`, and what else it is to have.
+// The job of `expectRuns`, with additional content.
 std::string jobText(const std::string& command, const std::string& front,
                     const std::string& elements) {
   Job job;
@@ -144,9 +144,9 @@ TEST_F(HostileJobFile, ThatIsNestedAMillionLevelsDeepIsRefused) {
   expectTextRefused(jobText("true", "", nested(million)), "Elements nested too deep.");
 }
 
-// The stack is what the process has, and what lies on it already may be as much as the system lets
-// through: an environment and arguments of a quarter of the stack, or of 128 KiB.
-TEST_F(HostileJobFile, IsAsDeepAsTheStackCanBear) {
+// The stack of the process may already hold as much as the system allows: environment and arguments
+// of a quarter of the stack, or 128 KiB.
+TEST_F(HostileJobFile, IsAsDeepAsTheStackAllows) {
   constexpr std::size_t kibibyte = 1024;
   const char* tooDeep = "Elements nested too deep.";
   const struct {
@@ -159,7 +159,7 @@ TEST_F(HostileJobFile, IsAsDeepAsTheStackCanBear) {
       {512 * kibibyte, 100 * kibibyte, 546, tooDeep},
       {1024 * kibibyte, 240 * kibibyte, 1201, tooDeep},
       {8192 * kibibyte, 2000 * kibibyte, 10376, tooDeep},
-      // 19,999 * 20,000 / 2 levels are those of all nodes
+      // 19,999 * 20,000 / 2 levels over all nodes
       {RLIM_INFINITY, 0, 20000, "Too many nested elements."},
   };
   for (const auto& row : rows) {
@@ -167,7 +167,7 @@ TEST_F(HostileJobFile, IsAsDeepAsTheStackCanBear) {
     ProcessOptions options = adapter({"-o", "PingTask", "-j", jobFile_});
     options.program = plainAdapterPath;
     options.prepare = [row] {
-      // One string may have 128 KiB.
+      // A single string may have 128 KiB.
       constexpr std::size_t piece = 100 * kibibyte;
       for (std::size_t left = row.environment; left > 0; left -= std::min(left, piece)) {
         const std::string name = "FILLER" + std::to_string(left);
@@ -184,14 +184,14 @@ TEST_F(HostileJobFile, IsAsDeepAsTheStackCanBear) {
   }
 }
 
-// The library goes up through all levels for each node.
+// The library walks up through all levels for each node.
 TEST_F(HostileJobFile, WithAMillionNodesDeepInsideIsRefused) {
   expectTextRefused(
       jobText("true", "", repeat("<a>", 1900) + repeat("<>", million) + repeat("</a>", 1900)),
       "Too many nested elements.");
 }
 
-// Opening can do something: take a terminal, rewind a tape, arm a watchdog.
+// Opening can have side effects: acquire a terminal, rewind a tape, arm a watchdog.
 TEST_F(HostileJobFile, ThatIsNoFileIsNotEvenOpened) {
   ASSERT_EQ(mkfifo(jobFile_.c_str(), 0600), 0);
   const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
@@ -202,13 +202,13 @@ TEST_F(HostileJobFile, ThatIsNoFileIsNotEvenOpened) {
   close(watch);
 }
 
-// Another process has the right to be asked before the file is read, as a file server may have for
-// its clients.
+// Another process holds a lease and must be notified before the file is read, as a file server may
+// for its clients.
 class LeasedFile {
  public:
   explicit LeasedFile(const std::string& path)
       : descriptor_(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
-    std::signal(SIGIO, SIG_IGN);  // by which the holder is asked
+    std::signal(SIGIO, SIG_IGN);  // which notifies the lease holder
     EXPECT_EQ(fcntl(descriptor_, F_SETLEASE, F_WRLCK), 0) << std::strerror(errno);
   }
 
@@ -220,12 +220,12 @@ class LeasedFile {
   LeasedFile(const LeasedFile&) = delete;
   LeasedFile& operator=(const LeasedFile&) = delete;
 
-  // Whether somebody waits to read the file: the lease is to become one for readers.
+  // Whether somebody waits to read the file: the lease is to be downgraded to a read lease.
   bool isWanted() const {
     return fcntl(descriptor_, F_GETLEASE) == F_RDLCK;
   }
 
-  // Until somebody does. False after ten seconds without that.
+  // Waits until somebody does. False after ten seconds.
   bool awaitReader() const {
     for (int i = 0; i < 10000; ++i) {
       if (isWanted()) return true;
@@ -238,7 +238,7 @@ class LeasedFile {
     EXPECT_EQ(fcntl(descriptor_, F_SETLEASE, F_UNLCK), 0);
   }
 
-  // The reader may be faster, and then there is no lease to be had.
+  // The reader may be faster, and then no lease can be taken.
   void giveUpAndTake() const {
     giveUp();
     fcntl(descriptor_, F_SETLEASE, F_WRLCK);
@@ -258,7 +258,7 @@ TEST_F(HostileJobFile, ThatAnotherProcessHasALeaseOnIsWaitedFor) {
   expectResult(process.finish(), "", "", "exit 0");
 }
 
-// What is read is the file that was there. Nobody will ever write to the pipe.
+// The file found first is read. Nobody ever writes to the pipe.
 TEST_F(HostileJobFile, ThatBecomesAPipeDuringALeaseIsReadAsItWas) {
   const LeasedFile file(folder_.write("job.xml", jobText("true", "", "")));
   Process process(adapter({"-o", "PingTask", "-j", jobFile_}));
@@ -269,7 +269,7 @@ TEST_F(HostileJobFile, ThatBecomesAPipeDuringALeaseIsReadAsItWas) {
   expectResult(process.finish(), "", "", "exit 0");
 }
 
-// Giving a lease up and taking it again keeps nobody waiting.
+// Releasing a lease and taking it again blocks nobody.
 TEST_F(HostileJobFile, ThatAnotherProcessAlwaysHasALeaseOnIsRead) {
   const LeasedFile file(folder_.write("job.xml", jobText("true", "", "")));
   // The adapter first: a fork while a thread begins may copy locks that nobody will ever release.
@@ -298,7 +298,7 @@ TEST_F(HostileJobFile, WithAMillionAttributesIsRefused) {
   expectRuns(jobText(command("attributes"), "", withAttributes(10000)), "attributes");
 }
 
-// What the library makes of it takes the most memory of all.
+// The input for which the library uses the most memory.
 TEST_F(HostileJobFile, OfTheSmallestNodesTakesBoundedMemory) {
   const std::string path =
       folder_.write("job.xml", jobText("true", "", repeat("x<>", 3 * million)));
@@ -308,7 +308,7 @@ TEST_F(HostileJobFile, OfTheSmallestNodesTakesBoundedMemory) {
 }
 
 TEST_F(HostileJobFile, WithAHundredMegabytesOfTextIsTakenAsItIs) {
-  // Too long to be a command line, and too long for nothing else.
+  // Too long for a command line, but for nothing else.
   const std::string path =
       folder_.write("job.xml", jobText(std::string(100 * million, 'x'), "", ""));
   const ProcessResult newTask = run({"-o", "NewTask", "-j", path, "-s", "1"});
@@ -339,7 +339,7 @@ TEST_F(HostileJobFile, ThatCannotBeReadToItsEndIsRefused) {
   expectResult(runProcess(withFault("short-reads", ping)), "", "", "exit 0");
 }
 
-// A line of a job file that could not be loaded, with nothing for the reason.
+// The message about a job file that could not be loaded, with an empty reason.
 std::string withoutReason(const std::string& line) {
   return std::regex_replace(line, std::regex("Error='[A-Za-z ]+[.]?'"), "Error=''");
 }

@@ -1,4 +1,4 @@
-// What a job file comes to where it has more, less or another order than usual.
+// Job files with additional, missing or reordered elements.
 
 #include <unistd.h>
 
@@ -34,13 +34,13 @@ std::string jobParams(const std::vector<std::string>& params) {
 
 class JobContent : public AdapterTest {
  protected:
-  // The elements of a job that the caller may run, but for the lists.
+  // The elements of a job that the caller may run, without the lists.
   std::string command(const std::string& argumentTemplate) const {
     return "<Arguments>{/bin/true " + argumentTemplate + "}</Arguments><uid>" +
            std::to_string(getuid()) + "</uid><gid>" + std::to_string(getgid()) + "</gid>";
   }
 
-  // The first tasks of the job `text` run with these arguments, each in its turn.
+  // The first tasks of the job `text` run with these arguments, in order.
   void expectCommands(const std::string& text, const std::vector<std::string>& arguments) {
     SCOPED_TRACE(text.substr(0, 500));
     folder_.write("job.xml", text);
@@ -52,7 +52,7 @@ class JobContent : public AdapterTest {
   }
 };
 
-// Two faults each; the one that is met first is told.
+// Two faults each; the first one is reported.
 TEST_F(JobContent, IsCheckedInAFixedOrder) {
   const std::string abort = terminateText("std::length_error", "basic_string::_M_replace");
   const struct {
@@ -79,8 +79,8 @@ TEST_F(JobContent, IsCheckedInAFixedOrder) {
   }
 }
 
-// A text begins with the first node of an element, or there is none.
-TEST_F(JobContent, CountsATextBehindACommentAsNone) {
+// Text counts only if it is the first node of an element.
+TEST_F(JobContent, IgnoresTextAfterAComment) {
   folder_.write("job.xml", inRoot({"<umask><!-- octal 022 -->18</umask>", emptyTasks, noParams}));
   expectResult(run(newTask()), "", invalidSyntax, "exit 255");
   const std::string tasks =
@@ -112,12 +112,12 @@ TEST_F(JobContent, HasItsElementsInAnyOrderAndTheFirstOfEachKind) {
   expectCommands(inRoot({tasks, own, params}), {"a 1"});
   expectCommands(inRoot({own, tasks, more, params, moreParams, command("again")}), {"a 1"});
   expectCommands(inRoot({moreParams, own, tasks, params}), {"a 1"});
-  // the parameters have to stand behind the tasks that count
+  // the parameters must come after the tasks that count
   folder_.write("job.xml", inRoot({own, moreParams, tasks}));
   expectResult(run(newTask()), "", invalidSyntax, "exit 255");
 }
 
-TEST_F(JobContent, PassesOverWhatIsNoTask) {
+TEST_F(JobContent, IgnoresWhatIsNoTask) {
   const std::string tasks =
       "<TaskList><!-- c --><Job><Params>{j}</Params></Job><Task><Params>{a}</Params></Task>"
       "<task><Params>{t}</Params></task><Task/><Task><Params/></Task><Task><params>{p}</params>"
@@ -133,21 +133,21 @@ TEST_F(JobContent, PairsParametersByPlace) {
     const char* argumentTemplate;
     const char* arguments;
   } rows[] = {
-      // what stands between the first and the second is no parameter
+      // nodes between the first and the second are not parameters
       {{goodParam, "<Extra><Name>{x}</Name><Value>{9}</Value></Extra>", second},
        "%jp1 %jp2 %jp3",
        "1 2 Undefined"},
       {{"<Extra/>", goodParam}, "%jp1 %jp2", "1 Undefined"},
       {{goodParam, "<!-- c -->"}, "%jp1 %jp2", "1 Undefined"},
-      // a value need not follow at once
+      // a value need not follow immediately
       {{"<Param><Name>{a}</Name><Other/><Value>{1}</Value></Param>"}, "%jp1", "1"},
       {{"<Param><Value>{9}</Value><Name>{a}</Name><Value>{1}</Value></Param>"}, "%jp1", "1"},
-      // a name without a value, so that the next value has its number
+      // a name without a value, so the next value gets its number
       {{"<Param><Name>{a}</Name></Param>", second}, "%jp1", "2"},
       {{"<Param><Name>{a}</Name><Value/></Param>", second}, "%jp1", "2"},
-      // a value without a name is out of reach, but moves the ones behind it
+      // a value without a name is unreachable, but shifts later ones
       {{"<Param><Name/><Value>{9}</Value></Param>", second}, "%jp1 %jp2", "9 Undefined"},
-      // an empty value, filled up like any other
+      // an empty value, padded like any other
       {{"<Param><Name>{a}</Name><Value>1</Value></Param>"}, "[%jp1][%3jp1]", "[][000]"},
       {{"<Param><Name>{a}</Name><Value>x{y{z}&#9;}w</Value></Param>"}, "[%jp1]", "[y{z}\t]"},
       {{goodParam, second, "<Extra><Name>{x}</Name><Value>{3}</Value></Extra>"}, "%jp3", "3"},
@@ -167,7 +167,7 @@ TEST_F(JobContent, HasTextsWithoutTheSpaceAroundThem) {
   expectResult(run(newTask()), calling("/bin/true [a b]", work) + processStarted, "", "exit 0");
 }
 
-// The digits of earlier numbers reach a width of the same command, but not of the next.
+// Digits of earlier numbers affect a width in the same command, but not in the next.
 TEST_F(JobContent, StartsEachExpansionWithoutDigitsLeftBehind) {
   const std::string tasks =
       "<TaskList><Task><Params>{x}</Params></Task><Task><Params>{y}</Params></Task></TaskList>";
@@ -176,7 +176,7 @@ TEST_F(JobContent, StartsEachExpansionWithoutDigitsLeftBehind) {
     std::vector<std::string> arguments;
   } rows[] = {
       {"%2tn %tp1234", {"01 Undefined", "02 Undefined"}},
-      // the number behind a width ends it, and leaves what lies beyond its own end
+      // the number after a width terminates it, and leaves the digits beyond its own end
       {"%5tp1 %3tn", {"0000x 001", "0000y 002"}},
       {"%1234%%2tn", {"%" + std::string(31, '0'), "%" + std::string(31, '0')}},
       {"%12%%9tn", {"%" + std::string(31, '0'), "%" + std::string(31, '0')}},

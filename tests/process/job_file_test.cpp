@@ -65,9 +65,9 @@ TEST_F(JobFile, ThatIsNestedTooDeepIsRefused) {
   expectRefused(text, couldNotLoad("Elements nested too deep."));
 }
 
-// A byte that announces a longer character takes the library over the NUL that ends the text, and
-// into what would still be there of a longer one.
-TEST_F(JobFile, ThatHidesItsDepthBehindItsEndIsRefused) {
+// A byte that announces a longer character makes the library skip the NUL that ends the text, and
+// read what would be left of a longer text.
+TEST_F(JobFile, ThatHidesItsDepthAfterItsEndIsRefused) {
   std::string lineEnds;
   std::string elements;
   for (int i = 0; i < 300000; ++i) {
@@ -133,7 +133,7 @@ TEST_F(JobFile, WithReversedBracesEndsTheProcess) {
   }
 }
 
-// What the tasks and parameters of a file come to, seen in the commands of all its tasks.
+// The tasks and parameters of a file, as seen in the commands of all its tasks.
 TEST_F(JobFile, GivesTasksAndParametersByTheirPlace) {
   const std::string a = "<Param><Name>{a}</Name><Value>{1}</Value></Param>";
   const std::string b = "<Param><Name>{b}</Name><Value>{2}</Value></Param>";
@@ -149,7 +149,7 @@ TEST_F(JobFile, GivesTasksAndParametersByTheirPlace) {
       {"<Task><Params>{x\ty}</Params></Task>", a, {"1|x y|Undefined|1|Undefined|Undefined"}},
       {"<Task><Params>{x&#9;}</Params></Task>", a, {"1|x|Undefined|1|Undefined|Undefined"}},
       {"<Task><Params>{x&#9;&#9;z}</Params></Task>", a, {"1|x||1|Undefined|Undefined"}},
-      // a task without a text is none
+      // a task without text is ignored
       {"<Task><Params>{x}</Params></Task><Task/><Task><Params>{z}</Params></Task>",
        a,
        {"1|x|Undefined|1|Undefined|Undefined", "2|z|Undefined|1|Undefined|Undefined"}},
@@ -179,7 +179,7 @@ TEST_F(JobFile, GivesTasksAndParametersByTheirPlace) {
   }
 }
 
-// A value in front of its name is none, and so the next one moves up to the first number.
+// A value before its name is ignored, so the next one gets the first number.
 TEST_F(JobFile, MovesValuesUpWhereOneIsMissing) {
   folder_.write("job.xml",
                 job("<Arguments>{/bin/echo %jp1}</Arguments><uid>" + std::to_string(getuid()) +
@@ -207,7 +207,7 @@ Job exampleJob() {
   return job;
 }
 
-// A third name without a value; the builder of jobs gives every name one.
+// A third name without a value; the test's job builder gives every name one.
 std::string withThirdName(const Job& job) {
   std::string text = job.text();
   return text.replace(text.find("</JobParams>"), 0, "<Param><Name>{extra}</Name></Param>");

@@ -1,5 +1,5 @@
-// The order of the steps of a launch, seen where two of them would fail or where the effect of one
-// shows in another; and what a launch leaves to the next.
+// The order of the steps of a launch, visible if two of them would fail or if one affects another;
+// and what persists from one launch to the next.
 
 #include <grp.h>
 #include <linux/capability.h>
@@ -22,8 +22,8 @@ using Strings = std::vector<std::string>;
 
 constexpr char fillInFailed[] = "Runlet adapter: Process fill-in for arguments failed.\n";
 
-// The ids of a process that ended, from the line `name`: real, effective, saved and that for files,
-// or all of "Groups".
+// The ids of an ended process, from the line `name`: real, effective, saved and file system id, or
+// all of "Groups".
 std::string idsAtTheEnd(const ProcessResult& result, const std::string& name) {
   std::istringstream lines(result.ending);
   for (std::string line; std::getline(lines, line);) {
@@ -63,7 +63,7 @@ TEST_F(LaunchOrder, FillsInBeforeItLooksAtTheRights) {
   expectResult(runUnder("", "render %t"), "", fillInFailed, "exit 255");
 }
 
-// The words are those of the filled line, not of the template.
+// The line is split into words after the expansion.
 TEST_F(LaunchOrder, SplitsWhatWasFilledIn) {
   folder_.write("bin/a", script_, 0600);
   job_.arguments = "%tp1";
@@ -71,7 +71,7 @@ TEST_F(LaunchOrder, SplitsWhatWasFilledIn) {
   write(job_);
   Strings arguments = newTask(1, 2);
   arguments.insert(arguments.end(), {"-a", bin_});
-  // The first task has run and stays so; the second has no space, and ends the process.
+  // The first task has run; the second has no space, and ends the process.
   expectResult(run(arguments), calling(bin_ + "a b", folder()) + processStarted,
                terminateText("std::out_of_range",
                              "basic_string::substr: __pos (which is 18446744073709551615) > "
@@ -112,7 +112,7 @@ TEST_F(LaunchOrder, LooksAtTheGroupBeforeTheUser) {
                "exit 255");
 }
 
-// A number beyond 64 bits leaves an error number behind, long before the group is looked at.
+// A number beyond 64 bits sets errno, long before the group is used.
 TEST_F(LaunchOrder, TakesNoOlderErrorForTheReason) {
   job_.set("TaskTimeout", "99999999999999999999").remove("gid");
   job_.arguments = "/bin/true";
@@ -121,7 +121,7 @@ TEST_F(LaunchOrder, TakesNoOlderErrorForTheReason) {
                "exit 255");
 }
 
-// A relative application path belongs to the run folder, not to the folder of the start.
+// A relative application path is relative to the run folder, not to the initial folder.
 TEST_F(LaunchOrder, FindsARelativeProgramInTheRunFolder) {
   const std::string start = folder_.makeFolder("start");
   folder_.makeFolder("start/bin");
@@ -139,7 +139,7 @@ TEST_F(LaunchOrder, FindsARelativeProgramInTheRunFolder) {
   EXPECT_EQ(modeOf(folder_.file("start/bin/render")), 0600);
 }
 
-// Neither the shell of the chmod nor the words of the command know of quotes around the folder.
+// Neither the shell for chmod nor the splitting into words supports quotes around the folder.
 TEST_F(LaunchOrder, TakesAFolderWithASpaceApart) {
   folder_.write("a", script_, 0600);
   folder_.makeFolder("b");
@@ -172,7 +172,7 @@ TEST_F(LaunchOrder, ReadsTheJobFileOnce) {
   expectResult(run(newTask(1, 3)), lines + lines + lines, "", "exit 0");
 }
 
-// With root from here on.
+// The rest requires root.
 
 class LaunchOrderOfRoot : public LaunchOrder {
  protected:
@@ -190,7 +190,7 @@ class LaunchOrderOfRoot : public LaunchOrder {
   const std::string work_ = folder_.makeFolder("work", 0777);
 };
 
-// The switch is the adapter's own and is never taken back.
+// The adapter itself switches, and never switches back.
 TEST_F(LaunchOrderOfRoot, EndsAsTheUserAndGroupOfTheJob) {
   write(job_);
   const ProcessResult result = run(newTask());
@@ -230,9 +230,9 @@ TEST_F(LaunchOrderOfRoot, EndsUnchangedWhereTheGroupIsRefused) {
   EXPECT_EQ(idsAtTheEnd(result, "Gid"), fourTimes(0));
 }
 
-// The chmod of the first task has the rights and the mask of the start; those of the later ones
-// have what the first task left.
-TEST_F(LaunchOrderOfRoot, GivesTheChmodWhatTheTaskBeforeLeft) {
+// The chmod of the first task has the initial rights and mask; those of later tasks have what the
+// first task left.
+TEST_F(LaunchOrderOfRoot, GivesChmodWhatThePreviousTaskLeft) {
   job_.set("umask", "63").set("gid", "100");
   folder_.write("bin/render;>1", script_, 0755);
   folder_.write("bin/render;>2", script_, 0755);
@@ -257,7 +257,7 @@ TEST_F(LaunchOrderOfRoot, GivesTheChmodWhatTheTaskBeforeLeft) {
   EXPECT_EQ(second.st_mode & 07777U, 0600U);
 }
 
-// The limit holds for the user of the job, not for root: the chmod has still run.
+// The limit applies to the user of the job, not to root: chmod has still run.
 TEST_F(LaunchOrderOfRoot, SwitchesBeforeItForks) {
   folder_.write("bin/render", script_, 0600);
   job_.arguments = "render x";
@@ -282,7 +282,7 @@ TEST_F(LaunchOrderOfRoot, SwitchesBeforeItForks) {
   EXPECT_EQ(modeOf(bin_ + "render"), 0755);
 }
 
-// The user database of the system itself, with a file of our own in its place.
+// The system's real user database, with its file replaced.
 class UserDatabase : public LaunchOrderOfRoot {
  protected:
   void SetUp() override {
@@ -291,8 +291,8 @@ class UserDatabase : public LaunchOrderOfRoot {
     REQUIRE_MOUNTS();
   }
 
-  // The first task for the user `name`, where the system's users are those of `users`. The starter
-  // is in three groups besides its own.
+  // Runs the first task for the user `name`, with `users` as the system's users. The starter is in
+  // three groups besides its own.
   ProcessResult runAs(const std::string& name, const std::string& users) {
     const std::string file = folder_.write("passwd", users);
     job_.remove("uid").set("gid", "100");
@@ -332,7 +332,7 @@ TEST_F(UserDatabase, DoesNotKnowOtherNames) {
     const ProcessResult result = runAs(name, "artist:x:12345:100::/:/bin/sh\n");
     const std::string error = std::string("Cannot obtain info for user ").append(name).append(":");
     EXPECT_EQ(result.output, calling("/bin/true x", work_));
-    // The reason is the system's; some of its databases leave one, and some leave none.
+    // The reason comes from the system; some databases set one, others do not.
     EXPECT_TRUE(result.error == error + "No such user" ||
                 result.error == error + "No such file or directory")
         << result.error;

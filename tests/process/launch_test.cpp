@@ -25,7 +25,7 @@ TEST_F(Launch, RunsInTheWorkingFolder) {
   job.arguments = "/bin/pwd";
   job.set("WorkingFolder", "x");
   std::string text = job.text();
-  // CDATA, or the two spaces would become one
+  // CDATA, otherwise the two spaces would become one
   text.replace(text.find(">x<") + 1, 1, "<![CDATA[" + work + "]]>");
   folder_.write("job.xml", text);
   expectResult(run(newTask()), calling("/bin/pwd", work) + processStarted + work + "\n", "",
@@ -53,7 +53,7 @@ TEST_F(Launch, HasNoFolderForAJobFileInTheRootFolder) {
   expectResult(result, "", cannotEnter("", "No such file or directory"), "exit 255");
 }
 
-TEST_F(Launch, TellsWhyAFolderCannotBeEntered) {
+TEST_F(Launch, ReportsWhyAFolderCannotBeEntered) {
   const std::string file = folder_.write("file", "");
   const std::string closed = folder_.makeFolder("closed", 0600);  // may be listed, not entered
   const struct {
@@ -75,7 +75,7 @@ TEST_F(Launch, TellsWhyAFolderCannotBeEntered) {
 }
 
 // The adapter itself changes folder, and stays there.
-TEST_F(Launch, LooksForARelativeFolderInsideTheFolderOfTheTaskBefore) {
+TEST_F(Launch, LooksForARelativeFolderInsideThatOfThePreviousTask) {
   folder_.makeFolder("work");
   Job job;
   job.arguments = "/bin/pwd";
@@ -135,7 +135,7 @@ TEST_F(Launch, FindsTheProgramAlongThePath) {
                "exit 0");
 }
 
-TEST_F(Launch, HandsOnTheEnvironment) {
+TEST_F(Launch, PassesOnTheEnvironment) {
   Job job;
   job.arguments = "/usr/bin/printenv RUNLET_TEST_VALUE";
   write(job);
@@ -147,7 +147,7 @@ TEST_F(Launch, HandsOnTheEnvironment) {
       "exit 0");
 }
 
-TEST_F(Launch, TellsTheServerTheChildsId) {
+TEST_F(Launch, ReportsTheChildsIdToTheServer) {
   const ProcessResult result = runCommand(probe());
   Report lines = report();
   EXPECT_EQ(lines["parent"], Strings{std::to_string(result.pid)});
@@ -155,9 +155,9 @@ TEST_F(Launch, TellsTheServerTheChildsId) {
                                lines["pid"].at(0) + "\n");
 }
 
-TEST_F(Launch, TellsTheServerWhileTheChildRuns) {
+TEST_F(Launch, ReportsToTheServerWhileTheChildRuns) {
   Job job;
-  // Ends with the test in any case: the job file is gone then.
+  // Ends at the latest with the test, when the job file is removed.
   job.arguments = "/bin/sh -c \"while [ -e job.xml -a ! -e go ]; do sleep 0.02; done; echo gone\"";
   write(job);
   Process process(adapter(newTask()));
@@ -191,7 +191,7 @@ TEST_F(Launch, LeavesOnlyTheOldStandardErrorOpenInTheChild) {
   }
 }
 
-TEST_F(Launch, HandsOnDescriptorsAndSignalDispositions) {
+TEST_F(Launch, PassesOnDescriptorsAndSignalDispositions) {
   Job job;
   job.arguments = "/bin/sh -c \"readlink /proc/self/fd/7; grep SigIgn /proc/self/status\"";
   write(job);
@@ -244,7 +244,7 @@ TEST_F(Launch, ReportsTheExitCodeAsASignedByteAndSucceeds) {
   }
 }
 
-TEST_F(Launch, GoesOnBehindATaskThatFails) {
+TEST_F(Launch, ContinuesAfterATaskThatFails) {
   Job job;
   job.arguments = "/bin/sh -c \"exit %tn\"";
   job.tasks.assign(2, "t");
@@ -315,7 +315,7 @@ TEST_F(Exec, ThatFailsDoesNotKeepLaterTasksFromRunning) {
   job.tasks.assign(2, "t");
   write(job);
   const ProcessResult result = run(newTask(1, 2));
-  // The failed child's second "Calling" line stands in front of the parent's other line or behind.
+  // The failed child's second "Calling" line comes before or after the parent's other line.
   const std::string first = calling("./1", folder());
   const std::string second = calling("./2", folder()) + processStarted + "ran\n";
   const std::string output = adapterLinesFirst(withoutPids(result.output));
@@ -347,7 +347,7 @@ class ApplicationPath : public AdapterTest {
   const std::string script_ = "#!/bin/sh\necho ran $*\n";
 };
 
-TEST_F(ApplicationPath, PutsItsFolderInFrontAndMakesTheProgramExecutable) {
+TEST_F(ApplicationPath, PrependsItsFolderAndMakesTheProgramExecutable) {
   folder_.write("bin/render", script_, 0600);
   expectResult(runWith(bin_ + "tool", "render -x 1"),
                calling(bin_ + "render -x 1", folder()) + processStarted + "ran -x 1\n", "",
@@ -379,8 +379,8 @@ TEST_F(ApplicationPath, MeetsItsFolderWhereTheLineBeginsWithASpace) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
-TEST_F(ApplicationPath, WithoutAnythingInFrontRunsNoChmod) {
-  // No folder and no first word: no path to make executable.
+TEST_F(ApplicationPath, WithoutFolderAndWordRunsNoChmod) {
+  // Without folder and first word there is no path to make executable.
   expectResult(runWith("tool", " /bin/echo x"),
                calling(" /bin/echo x", folder()) + processStarted + "x\n", "", "exit 0");
 }
@@ -401,7 +401,7 @@ TEST_F(ApplicationPath, EndsTheProcessWhereTheLineHasNoSpace) {
   EXPECT_EQ(modeOf(bin_ + "render"), 0600);
 }
 
-TEST_F(ApplicationPath, GoesOnWhenTheChmodFails) {
+TEST_F(ApplicationPath, ContinuesWhenTheChmodFails) {
   const std::string command = bin_ + "missing -x";
   const ProcessResult result = runWith(bin_, "missing -x");
   EXPECT_EQ(result.error, chmodError(bin_ + "missing") +
@@ -419,7 +419,7 @@ TEST_F(ApplicationPath, GoesThroughAShellWithoutQuotes) {
 
 using Faults = AdapterTest;
 
-// By the limit on processes of a user without privilege; the adapter itself is the one allowed.
+// Uses the process limit of an unprivileged user, which allows only the adapter itself.
 TEST_F(Faults, OfTheForkFailTheTask) {
   Job job;
   job.arguments = "/bin/echo %tn";
@@ -427,7 +427,7 @@ TEST_F(Faults, OfTheForkFailTheTask) {
   if (geteuid() == 0) job.set("uid", std::to_string(otherId)).set("gid", std::to_string(otherId));
   write(job);
   ProcessOptions options = unprivileged(newTask(1, 2));
-  // A leak check at the end would need a process as well.
+  // A leak check at exit would need another process.
   options.environment.emplace_back("ASAN_OPTIONS", "detect_leaks=0");
   const std::function<void()> becomeOther = options.prepare;
   options.prepare = [becomeOther] {
@@ -444,7 +444,7 @@ TEST_F(Faults, OfTheForkFailTheTask) {
                "exit 255");
 }
 
-// A starter that ignores SIGCHLD leaves nothing to wait for.
+// If the starter ignores SIGCHLD, there is nothing to wait for.
 TEST_F(Faults, OfTheWaitAreReportedAndTheTaskSucceeds) {
   Job job;
   job.arguments = "/bin/sh -c \"exit 3\"";
@@ -457,7 +457,7 @@ TEST_F(Faults, OfTheWaitAreReportedAndTheTaskSucceeds) {
                "Wait Error:No child processes\nWait Error:No child processes\n", "exit 0");
 }
 
-TEST_F(Faults, InterruptedWaitIsNotTakenUpAgain) {
+TEST_F(Faults, InterruptedWaitIsNotRetried) {
   Job job;
   job.arguments = "/bin/sh -c \"exit 3\"";
   write(job);
@@ -467,8 +467,8 @@ TEST_F(Faults, InterruptedWaitIsNotTakenUpAgain) {
 }
 
 TEST_F(Faults, OnATerminalTheLinesGoOutAtOnce) {
-  // Standard output and standard error on one terminal: its line buffering shows the order, and
-  // leaves nothing for a failing child to write again.
+  // Standard output and standard error on one terminal: line buffering shows the order, and leaves
+  // nothing for a failing child to write again.
   const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
   ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
   const std::string slave = ptsname(terminal);
@@ -488,7 +488,7 @@ TEST_F(Faults, OnATerminalTheLinesGoOutAtOnce) {
   const ProcessResult result = runProcess(options);
   std::string text;
   char buffer[4096];
-  // Ends in an error once nobody has the other side open any more.
+  // Ends with an error once the other side is closed.
   for (ssize_t count = 0; (count = read(terminal, buffer, sizeof buffer)) > 0;) {
     text.append(buffer, static_cast<std::size_t>(count));
   }

@@ -1,4 +1,4 @@
-// The command line and the reply, where the outside sees more than the parser's fields.
+// The command line and the reply: behaviour beyond the fields of the parser.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -36,7 +36,7 @@ TEST_F(Options, ForTheLogAndTheDataAreAcceptedAndNotUsed) {
   EXPECT_EQ(access(data.c_str(), F_OK), -1);
 }
 
-// getopt names the program as it was started, whatever the adapter's own name is.
+// getopt names the program by argv[0], whatever the adapter's own name is.
 TEST_F(Options, ThatAreWrongAreReportedUnderTheNameOfTheStart) {
   const std::string program = "tools/render-adapter";
   const struct {
@@ -46,7 +46,7 @@ TEST_F(Options, ThatAreWrongAreReportedUnderTheNameOfTheStart) {
       {{"-x"}, program + ": invalid option -- 'x'\n"},
       {{"-xyoGetInfo"},
        program + ": invalid option -- 'x'\n" + program + ": invalid option -- 'y'\n"},
-      // getopt knows no long options, and takes the letters one by one
+      // getopt has no long options, and takes the letters one by one
       {{"--help"}, program + ": invalid option -- '-'\n" + program + ": invalid option -- 'h'\n"},
       {{"-O", "x"}, program + ": invalid option -- 'O'\n"},
       {{"-:"}, program + ": invalid option -- ':'\n"},
@@ -62,8 +62,8 @@ TEST_F(Options, ThatAreWrongAreReportedUnderTheNameOfTheStart) {
   }
 }
 
-// With a count of 3, from the first number on, which may lie in front of the first task.
-TEST_F(Options, ForNumbersTakeTheDigitsInFrontAndTheLow32Bits) {
+// With a count of 3, from the first number on, which may be before the first task.
+TEST_F(Options, ForNumbersTakeTheLeadingDigitsAndTheLow32Bits) {
   const struct {
     const char* first;
     std::vector<int> tasks;
@@ -98,7 +98,7 @@ TEST_F(Options, ForNumbersTakeTheDigitsInFrontAndTheLow32Bits) {
   }
 }
 
-// The status tells of the request, not of the reply.
+// The status is that of the request, not of writing the reply.
 TEST_F(Options, SucceedWhereTheReplyCannotBeWritten) {
   ProcessOptions options = adapter({"-o", "GetInfo"});
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };

@@ -1,5 +1,5 @@
-// Processes: none to be had, none to wait for, children that end in every way, and signals that
-// come during the wait.
+// Process faults: failing forks and waits, children that end in every way, and signals during the
+// wait.
 
 #include <grp.h>
 #include <pwd.h>
@@ -21,7 +21,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// A user without a name and without a process, so that the system counts those of a test alone.
+// A user without a name or other processes, so that the limit counts only those of the test.
 uid_t unusedUser() {
   uid_t uid = 20000 + static_cast<uid_t>(getpid()) % 40000;
   const auto isUsed = [&] {
@@ -44,8 +44,8 @@ class ProcessLimit : public FaultTest {
     ASSERT_EQ(chmod(folder().c_str(), 0777), 0);
   }
 
-  // The tasks 1 to `count` of a job, by a user who may have `limit` processes, the adapter
-  // included.
+  // The tasks 1 to `count` of a job, run by a user who may have `limit` processes, including the
+  // adapter.
   ProcessOptions limited(const std::string& command, int count, rlim_t limit) {
     Job job;
     job.arguments = command;
@@ -53,7 +53,7 @@ class ProcessLimit : public FaultTest {
     job.set("uid", std::to_string(user_)).set("gid", std::to_string(otherId));
     write(job);
     ProcessOptions options = unprivileged(newTask(1, count));
-    // A leak check at the end would need a process as well.
+    // A leak check at exit would need another process.
     options.environment.emplace_back("ASAN_OPTIONS", "detect_leaks=0:verify_asan_link_order=0");
     options.prepare = [user = user_, limit] {
       const rlimit processes{limit, limit};
@@ -65,7 +65,8 @@ class ProcessLimit : public FaultTest {
     return options;
   }
 
-  // Sets the limit of a process that runs. Only a process of the same user may, whoever root is.
+  // Sets the limit of a running process. Done by a process of the same user, since root may lack
+  // the right.
   bool setLimit(pid_t pid, rlim_t limit) const {
     const pid_t setter = fork();
     if (setter == 0) {
@@ -87,7 +88,7 @@ TEST_F(ProcessLimit, OfTheAdapterAloneStartsNothing) {
   EXPECT_EQ(files(), (Strings{"adapter", "job.xml"}));
 }
 
-// To the system a process that was not waited for still counts: the second task would not start.
+// A zombie still counts: the second task would not start.
 TEST_F(ProcessLimit, OfOneChildIsEnoughForAnyNumberOfTasks) {
   std::string lines;
   std::string error;
@@ -97,13 +98,13 @@ TEST_F(ProcessLimit, OfOneChildIsEnoughForAnyNumberOfTasks) {
              exitCodeLine(-127);
   }
   expectResult(runProcess(limited("/bin/true %tn", 20, 2)), lines, "", "exit 0");
-  // Nor do tasks that cannot be executed count.
+  // Nor do tasks that cannot be executed leave zombies.
   const ProcessResult result = runProcess(limited("./missing %tn", 20, 2));
   EXPECT_EQ(result.error, error);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
-// What ran before stays as it is, and no task behind the one without a process is tried.
+// Earlier results are kept, and no task after the one without a process is tried.
 TEST_F(ProcessLimit, ReachedDuringARangeEndsTheRequest) {
   script("script", until("go") + "; mkdir made$1; exit 3");
   Process process(limited("./script %tn", 3, 10));
@@ -116,8 +117,8 @@ TEST_F(ProcessLimit, ReachedDuringARangeEndsTheRequest) {
   EXPECT_EQ(files(), (Strings{"adapter", "go", "job.xml", "made1", "script"}));
 }
 
-// A starter that ignores SIGCHLD has the system throw away how children end. The wait still lasts
-// until they have.
+// If the starter ignores SIGCHLD, the system discards exit statuses. The wait still lasts until the
+// children have ended.
 class IgnoredChildren : public FaultTest {
  protected:
   ProcessResult runIgnoring(const Job& job, const Strings& arguments) {
@@ -130,7 +131,7 @@ class IgnoredChildren : public FaultTest {
   const std::string waitError_ = "Wait Error:No child processes\n";
 };
 
-TEST_F(IgnoredChildren, AreWaitedForOneAfterTheOther) {
+TEST_F(IgnoredChildren, AreWaitedForInSequence) {
   script("script", "sleep 0.05; echo $1 >>ended; exit 3");
   Job job;
   job.arguments = "./script %tn";
@@ -163,7 +164,7 @@ TEST_F(IgnoredChildren, KeepNeitherTheChmodNorTheReportBack) {
 
 using EndOfTheChild = FaultTest;
 
-// All signals but those that are ignored, stop a process or belong to the C library.
+// All signals except those that are ignored, stop a process or belong to the C library.
 TEST_F(EndOfTheChild, ByAnySignalThatKillsIsNotReported) {
   script("script",
          "case $1 in 17|18|19|20|21|22|23|28|32|33) exit 9;; esac\n"
@@ -188,7 +189,7 @@ TEST_F(EndOfTheChild, ByAnySignalThatKillsIsNotReported) {
   EXPECT_EQ(files(), (Strings{"job.xml", "script"}));
 }
 
-// Whether the system writes a core where the process ran, and not somewhere else.
+// Whether the system writes core files to the folder of the process.
 bool writesCoresInTheRunFolder() {
   const std::string pattern = readFile("/proc/sys/kernel/core_pattern");
   rlimit limit{};
@@ -196,7 +197,7 @@ bool writesCoresInTheRunFolder() {
   return pattern.find_first_of("|/") == std::string::npos && limit.rlim_max == RLIM_INFINITY;
 }
 
-// The system's mark for a core is no part of the exit code.
+// The core flag of the wait status is not part of the exit code.
 TEST_F(EndOfTheChild, WithACoreIsNotReported) {
   const bool core = writesCoresInTheRunFolder();
   const std::string work = folder_.makeFolder("work");
@@ -253,7 +254,7 @@ TEST_F(EndOfTheChild, IsTheEndAlsoWhereAProcessItLeftHoldsTheOutput) {
   EXPECT_EQ(endOfOrphan(left), "exit 0");
 }
 
-// Two tasks that each wait for the test, leave a trace and exit with code 7.
+// Two tasks that each wait for the test, leave a file and exit with code 7.
 class SignalDuringTheWait : public FaultTest {
  protected:
   void SetUp() override {
@@ -266,8 +267,8 @@ class SignalDuringTheWait : public FaultTest {
     options_ = adapter(newTask(1, 2));
   }
 
-  // Reads up to the announcement of the first child, and yields the child's id once it runs and
-  // the adapter waits for it; -1 if it comes to neither.
+  // Reads up to the announcement of the first child, and returns the child's id once it runs and
+  // the adapter waits for it; -1 otherwise.
   static pid_t childWaitedFor(Process* process) {
     const pid_t child = announcedChild(process);
     if (child == -1) return -1;
@@ -280,7 +281,7 @@ class SignalDuringTheWait : public FaultTest {
     return calling(std::string("./script ") + number, folder()) + processStarted;
   }
 
-  // Both tasks run to their end as if nothing had come.
+  // Both tasks run to their end as if there had been no signal.
   void expectUndisturbed(Process* process) {
     folder_.write("go", "");
     expectResult(process->finish(), line("1") + line("2"), exitCodeLine(7) + exitCodeLine(7),
@@ -291,7 +292,7 @@ class SignalDuringTheWait : public FaultTest {
   ProcessOptions options_;
 };
 
-// The adapter has no handlers. It ends at once, the task that runs goes on without it, and no
+// The adapter has no handlers. It ends at once, the running task continues without it, and no
 // further one is started.
 TEST_F(SignalDuringTheWait, EndsTheAdapterAndLeavesTheTaskToItself) {
   options_.prepare = [] {
@@ -316,7 +317,7 @@ TEST_F(SignalDuringTheWait, EndsTheAdapterAndLeavesTheTaskToItself) {
   }
 }
 
-// As from a terminal, or from a server that ends all that it started.
+// As from a terminal, or from a server that ends everything it started.
 TEST_F(SignalDuringTheWait, ToTheGroupEndsTheTaskToo) {
   Job job;
   job.arguments = "/bin/sleep 30";
@@ -330,20 +331,20 @@ TEST_F(SignalDuringTheWait, ToTheGroupEndsTheTaskToo) {
     killpg(process.pid(), signal);
     expectResult(process.finish(), calling("/bin/sleep 30", folder()) + processStarted, "",
                  "signal " + std::to_string(signal));
-    // Where the task is the first to die, the adapter's wait may still get to see it.
+    // If the task dies first, the adapter's wait may still see it.
     const std::string end = endOfOrphan(child);
     EXPECT_TRUE(end == "signal " + std::to_string(signal) || end == "no such process") << end;
   }
 }
 
-// A wait that was stopped goes on; the child that ended meanwhile is not lost.
+// A stopped wait continues; a child that ended meanwhile is not lost.
 TEST_F(SignalDuringTheWait, ThatStopsTheAdapterOnlyDelaysIt) {
   Process process(options_);
   const pid_t child = childWaitedFor(&process);
   ASSERT_NE(child, -1);
   for (const int signal : {SIGSTOP, SIGTSTP, SIGTTIN}) {
     kill(process.pid(), signal);
-    // The system stops no member of an orphaned group by the signals of a terminal.
+    // Terminal stop signals do not stop members of an orphaned process group.
     if (signal == SIGSTOP) {
       EXPECT_TRUE(eventually([&] { return stateOf(process.pid()) == 'T'; }));
     }
@@ -382,7 +383,7 @@ TEST_F(SignalDuringTheWait, ThatTheStarterIgnoresOrBlocksDoesNothing) {
   }
 }
 
-// Signals that by default do nothing do not interrupt the wait either.
+// Signals whose default is to be ignored do not interrupt the wait either.
 TEST_F(SignalDuringTheWait, WithoutAnEffectIsNone) {
   Process process(options_);
   ASSERT_NE(childWaitedFor(&process), -1);
@@ -392,8 +393,8 @@ TEST_F(SignalDuringTheWait, WithoutAnEffectIsNone) {
 
 class SignalState : public FaultTest {
  protected:
-  // The line `name` of a task's own state, as the system has it, in a request for which the chmod
-  // of an application path has been run too.
+  // The line `name` of a task's /proc/self/status, in a request for which the chmod of an
+  // application path has been run as well.
   std::string lineOfTask(const std::string& name, const std::function<void()>& prepare) {
     Job job;
     job.arguments = "grep ^" + name + " /proc/self/status";
@@ -416,8 +417,8 @@ class SignalState : public FaultTest {
   }
 };
 
-// A bit for each signal, the first one the lowest. For the chmod the C library ignores SIGINT and
-// SIGQUIT and blocks SIGCHLD, and takes that back.
+// One bit per signal, the first signal lowest. For chmod the C library ignores SIGINT and SIGQUIT
+// and blocks SIGCHLD, and restores them.
 TEST_F(SignalState, OfTheTaskIsTheStarters) {
   EXPECT_EQ(lineOfTask("SigIgn", [] {}), "0000000000000000\n");
   EXPECT_EQ(lineOfTask("SigBlk", [] {}), "0000000000000000\n");
@@ -440,7 +441,7 @@ TEST_F(SignalState, OfTheTaskIsTheStarters) {
             "0000000000014204\n");
 }
 
-// A blocked SIGCHLD does not keep the adapter from its wait.
+// A blocked SIGCHLD does not affect the wait.
 TEST_F(SignalState, WithSigchldBlockedIsNoMatterForTheWait) {
   Job job;
   job.arguments = "/bin/sh -c \"exit 6\"";
@@ -470,7 +471,7 @@ class ShortOfMemory : public FaultTest {
   }
 };
 
-// Nothing catches what the C++ library raises; no task has been started by then.
+// The exception of the C++ library is not caught; no task has been started by then.
 TEST_F(ShortOfMemory, EndsTheLoadOfABigJob) {
   Job job;
   job.arguments = "/bin/mkdir made%tn";
@@ -490,7 +491,7 @@ TEST_F(ShortOfMemory, EndsTheLoadOfABigJob) {
 
 using LongRange = FaultTest;
 
-// Seen while the last of many tasks runs: one child and no descriptor of any other.
+// While the last of many tasks runs, there is one child and no descriptor of any other.
 TEST_F(LongRange, LeavesNoZombieAndNoDescriptorBehind) {
   script("script", "[ $1 -lt 300 ] || " + until("go"));
   Job job;

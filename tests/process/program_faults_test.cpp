@@ -1,5 +1,5 @@
-// Run folders that cannot be entered and programs that cannot be executed, for every reason that
-// the system has.
+// Run folders that cannot be entered and programs that cannot be executed, for every reason the
+// system has.
 
 #include <fcntl.h>
 #include <sys/mount.h>
@@ -64,7 +64,7 @@ TEST_F(RunFolder, ThatNoPathLeadsToIsNamedWithTheReason) {
   }
 }
 
-// A name that is as long as a name may be, behind a path that is as long as a path may be.
+// A name of the maximum length, after a path of the maximum length.
 TEST_F(RunFolder, MayHaveTheLongestNameAndPath) {
   const std::string name(255, 'n');
   folder_.makeFolder(name);
@@ -72,14 +72,14 @@ TEST_F(RunFolder, MayHaveTheLongestNameAndPath) {
   while (path.size() + name.size() + 1 < 4094) path += "/.";
   path += std::string(4095 - path.size() - name.size(), '/') + name;
   ASSERT_EQ(path.size(), 4095U);
-  // The line is longer than what the output's buffer holds, so that it goes out in two pieces: what
-  // a task writes could come between them.
+  // The line is longer than the output buffer, so it is written in two pieces, and output of a task
+  // could come between them.
   expectResult(runProcess(tasksIn(path, "/bin/true", 1)),
                calling("/bin/true", path) + processStarted, "", "exit 0");
 }
 
-// What the first task makes of its folder meets the second, and no third is tried.
-TEST_F(RunFolder, ThatTheTaskBeforeTookAwayEndsTheRequest) {
+// What the first task does to its folder affects the second, and no third is tried.
+TEST_F(RunFolder, ThatThePreviousTaskRemovedEndsTheRequest) {
   const struct {
     const char* change;
     const char* reason;
@@ -110,7 +110,7 @@ TEST_F(RunFolder, ThatTheTaskBeforeTookAwayEndsTheRequest) {
   }
 }
 
-// The job has been read; its own folder, the default, is gone with the file.
+// The job has been read; its own folder, the default, is removed along with the file.
 TEST_F(RunFolder, OfTheJobFileMayGoAwayWithIt) {
   const std::string jobs = folder_.makeFolder("jobs");
   Job job;
@@ -125,7 +125,7 @@ TEST_F(RunFolder, OfTheJobFileMayGoAwayWithIt) {
 
 class Program : public FaultTest {
  protected:
-  // Standard error redirected and not: the report reaches the adapter's own either way.
+  // With standard error redirected or not, the report reaches the adapter's own.
   void expectNoneExecutes(const ProcessOptions& options, Job job, const std::string& command,
                           const std::string& reason) {
     for (const char* redirect : {"yes", "no"}) {
@@ -158,7 +158,7 @@ TEST_F(Program, WithoutAUsableInterpreterIsReported) {
     std::string firstLine;
     const char* reason;
   } rows[] = {
-      // written where lines end in CR and LF: the CR belongs to the interpreter's name
+      // with CR LF line endings: the CR is part of the interpreter's name
       {"#!/bin/sh\r", "No such file or directory"},
       {"#!/missing/interpreter -x", "No such file or directory"},
       {"#!" + folder(), "Permission denied"},
@@ -196,7 +196,7 @@ TEST_F(Program, ThatIsNoProgramFileIsReported) {
   for (const auto& row : rows) expectNoneExecutes(row.command, row.reason);
 }
 
-// execvp hands what has no known format to the shell, as a script.
+// execvp passes files of unknown format to the shell, as scripts.
 TEST_F(Program, OfNoKnownFormatIsRunByTheShell) {
   folder_.write("script", "echo \"$0|$1|$2|$#\"\nexit 3\n", 0755);
   const std::string command = "./script \"a b\" c";
@@ -220,11 +220,11 @@ TEST_F(Program, IsLookedForInAllOfThePath) {
   const std::string file = folder_.write("file", "");
   expectResult(runAlong(closed + ":" + good, "tool x"), found, "", "exit 0");
   expectResult(runAlong("/nowhere:" + file + ":" + good, "tool x"), found, "", "exit 0");
-  // An empty folder name is the run folder.
+  // An empty folder name means the run folder.
   folder_.write("tool", "#!/bin/sh\necho found\n", 0755);
   expectResult(runAlong("/nowhere:", "tool x"), found, "", "exit 0");
-  // That one was found but could not be executed is told also where the search went on; otherwise
-  // the last reason is.
+  // If a program was found but could not be executed, that is reported even if the search
+  // continued; otherwise the last reason is.
   expectNotExecuted(runAlong(closed + ":/nowhere", "tool x"), "tool x", "Permission denied");
   expectNotExecuted(runAlong(file + ":/nowhere", "tool x"), "tool x", "No such file or directory");
   expectNotExecuted(runAlong("/nowhere:" + file, "tool x"), "tool x", "Not a directory");
@@ -241,8 +241,8 @@ TEST_F(Program, ThatIsBeingWrittenIsReported) {
                "exit 0");
 }
 
-// The system's limit for arguments and environment together is at least 128 KiB, and no more under
-// a small limit for the stack. The environment takes most of it.
+// The system's limit for arguments and environment together is at least 128 KiB, and exactly that
+// with a small stack limit. The environment uses most of it.
 TEST_F(Program, WithMoreArgumentsThanTheSystemTakesIsReported) {
   ProcessOptions options = adapter(newTask());
   const std::vector<std::pair<std::string, std::string>> environment = options.environment;
@@ -281,7 +281,7 @@ TEST_F(Program, WhereNothingMayBeExecutedIsReported) {
   expectNoneExecutes(options, Job(), "./script x", "Permission denied");
   EXPECT_EQ(modeOf(folder_.file("script")), 0755);
 
-  // Nor does the chmod help.
+  // Nor does chmod help.
   Job job;
   job.arguments = "script x";
   write(job);

@@ -19,7 +19,7 @@ class Rights : public AdapterTest {
     job_.arguments = "/bin/echo ran";
   }
 
-  // The "Calling" line is printed before the rights are looked at; nothing is started.
+  // The "Calling" line is printed before the rights are taken; nothing is started.
   void expectNotStarted(const ProcessResult& result, const std::string& error) const {
     expectResult(result, calling("/bin/echo ran", folder()), error, "exit 255");
   }
@@ -29,7 +29,7 @@ class Rights : public AdapterTest {
                  "exit 0");
   }
 
-  // The first tasks of the job for a user that the faulty system is asked for.
+  // The first tasks of the job for a user looked up in the faulty system.
   ProcessResult runWithFault(const std::string& fault, int count = 1) const {
     Strings arguments = newTask(1, count);
     arguments.insert(arguments.end(), {"-u", "somebody"});
@@ -144,7 +144,7 @@ TEST_F(Rights, IncludeTheMaskAsAPlainNumber) {
               {"63", "0077"}, {"511", "0777"}, {"-1", "0777"},    {"512", "0000"}};
   for (const auto& row : rows) {
     Job job;
-    // The task could not write a report of its own under every mask.
+    // Under some masks the task could not write its own report.
     job.arguments = "/bin/grep Umask /proc/self/status";
     job.remove("umask");
     if (row.mask != nullptr) job.set("umask", row.mask);
@@ -155,7 +155,7 @@ TEST_F(Rights, IncludeTheMaskAsAPlainNumber) {
   }
 }
 
-// With root from here on: the change of identity is a real one.
+// The rest requires root: the change of identity is real.
 
 class RightsOfRoot : public Rights {
  protected:
@@ -168,7 +168,7 @@ class RightsOfRoot : public Rights {
     job_.set("uid", std::to_string(otherId)).set("gid", std::to_string(otherId));
   }
 
-  // A command that reports to a file in the run folder, where another user may write.
+  // A command that reports to a file in the run folder, to which another user may write.
   std::string command() const {
     return probe_ + " report";
   }
@@ -262,8 +262,7 @@ TEST_F(RightsOfRoot, GiveFilesTheirOwnerGroupAndMode) {
 TEST_F(RightsOfRoot, DoNotYetHoldForTheChmod) {
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render", "#!/bin/sh\necho ran as $(id -u)\n", 0600);
-  // Through the shell, root's own file comes to be in the run folder; the mask is still the
-  // starter's.
+  // Through the shell, root creates a file in the run folder; the mask is still the starter's.
   job_.arguments = "render;>marker -x";
   write(job_);
   Strings arguments = newTask();
@@ -282,7 +281,7 @@ TEST_F(RightsOfRoot, DoNotYetHoldForTheChmod) {
   EXPECT_EQ(modeOf(bin + "render"), 0755);
 }
 
-// Later tasks have the rights of the first: here they cannot enter the folder any more.
+// Later tasks have the rights of the first: here they can no longer enter the folder.
 TEST_F(RightsOfRoot, KeepLaterTasksOutOfFoldersOfTheStarter) {
   const std::string closed = folder_.makeFolder("closed", 0700);
   job_.set("WorkingFolder", closed);

@@ -25,7 +25,7 @@ void makeClosed(int descriptor) {
   close(descriptor);
 }
 
-// A pipe that nobody reads.
+// A pipe without a reader.
 void makeBroken(int descriptor) {
   int ends[2];
   if (pipe(ends) != 0) _exit(96);
@@ -82,7 +82,7 @@ class BrokenStreams : public FaultTest {
   }
 };
 
-// Whether the server can be told has no bearing on what is done.
+// Failures to write to the server do not affect what is done.
 TEST_F(BrokenStreams, OfTheOutputDoNotShowInTheStatus) {
   const std::string text = twoTasks("/bin/mkdir made%tn").text();
   for (const auto& fault : unwritable) {
@@ -98,7 +98,7 @@ TEST_F(BrokenStreams, OfTheOutputDoNotShowInTheStatus) {
   }
 }
 
-// More lines than a buffer takes.
+// More lines than fit into a buffer.
 TEST_F(BrokenStreams, OfTheOutputDoNotStopALongRange) {
   Job job;
   job.arguments = "./script %tn " + std::string(1000, 'x');
@@ -114,8 +114,8 @@ TEST_F(BrokenStreams, OfTheOutputDoNotStopALongRange) {
   }
 }
 
-// Where nothing ignores the signal, it ends the adapter at its first line: the task has been
-// started by then and goes on.
+// If the signal is not ignored, it ends the adapter at its first line: the task has been started by
+// then and continues.
 TEST_F(BrokenStreams, OfTheOutputEndTheAdapterByTheSignal) {
   write(twoTasks("/bin/mkdir made%tn"));
   const auto broken = [] { makeBroken(STDOUT_FILENO); };
@@ -123,7 +123,7 @@ TEST_F(BrokenStreams, OfTheOutputEndTheAdapterByTheSignal) {
   EXPECT_EQ(endOfOrphan(-1), "exit 0");
   EXPECT_EQ(files(), (Strings{"job.xml", "made1"}));
   expectResult(runWith({"-o", "GetInfo"}, broken), "", "", "signal 13");
-  // Nothing to say, nothing to end by.
+  // Without output there is no signal.
   expectResult(runWith({"-o", "ShutDown"}, broken), "", "", "exit 0");
   const auto limited = [] {
     makeLimitedAndIgnoreIt(STDOUT_FILENO);
@@ -154,12 +154,13 @@ TEST_F(BrokenStreams, OfTheDiagnosticsEndTheAdapterByTheSignal) {
   write(twoTasks("/bin/sh -c \"exit %tn\""));
   expectResult(runWith(newTask(1, 2), broken),
                calling("/bin/sh -c \"exit 1\"", folder()) + processStarted, "", "signal 13");
-  // Where all goes well there is nothing to say.
+  // On success there is no output.
   write(twoTasks("/bin/true %tn"));
   expectResult(runWith(newTask(1, 2), broken), linesOf("/bin/true 1", "/bin/true 2"), "", "exit 0");
 }
 
-// The duplicate of standard error is put in the lowest free place, be it one of the three.
+// The duplicate of standard error gets the lowest free descriptor, even if that is one of the
+// three.
 TEST_F(BrokenStreams, AreWhatTheTaskGets) {
   const std::string output = folder_.file("output");
   const std::string error = folder_.file("error");
@@ -202,7 +203,7 @@ TEST_F(BrokenStreams, AreWhatTheTaskGets) {
   }
 }
 
-// Every request, with nothing open at all.
+// Every request, with no open descriptors.
 TEST_F(BrokenStreams, AllClosedLeaveTheStatus) {
   const std::string text = twoTasks("/bin/mkdir made%tn").text();
   folder_.write("job.xml", text);
@@ -227,8 +228,8 @@ TEST_F(BrokenStreams, AllClosedLeaveTheStatus) {
   EXPECT_EQ(files(), (Strings{"job.xml", "made1", "made2"}));
 }
 
-// The child's report goes where its standard error is: with both joined and nothing to go back to,
-// to standard output, and the "Calling" line of its buffer to where its standard output is.
+// The child's report goes to its standard error: if both are joined and the old one could not be
+// kept, to standard output, and the "Calling" line of its buffer goes to its standard output.
 TEST_F(BrokenStreams, CarryTheReportOfAMissingProgramAsFarAsTheyCan) {
   const std::string line = calling("./missing x", folder());
   const std::string report = cannotExecute("./missing x", "No such file or directory");
@@ -265,9 +266,9 @@ TEST_F(BrokenStreams, CarryTheReportOfAMissingProgramAsFarAsTheyCan) {
 
 class FewDescriptors : public FaultTest {
  protected:
-  // The adapter with a table for `limit` descriptors, 0 to 2 open. A program that needs libraries
-  // could not be loaded under the lowest limit, so that it holds from right before `main`. A
-  // sanitizer would need some descriptors of its own.
+  // The adapter with a limit of `limit` descriptors, 0 to 2 open. Under the lowest limit a program
+  // with shared libraries could not be loaded, so the limit applies from right before `main`. A
+  // sanitizer would need additional descriptors.
   ProcessOptions limited(const Strings& arguments, int limit) const {
     ProcessOptions options = withFault("few-descriptors", arguments);
     options.environment.emplace_back("RUNLET_DESCRIPTORS", std::to_string(limit));
@@ -288,7 +289,7 @@ TEST_F(FewDescriptors, AreEnoughFromTheFourthOn) {
     SCOPED_TRACE(limit);
     expectResult(runProcess(limited(newTask(1, 2), limit)), ran, "", "exit 0");
   }
-  // The duplicate of a redirected standard error is one more for the task.
+  // The duplicate of a redirected standard error is an additional descriptor for the task.
   job.set("redirectStderr", "yes");
   write(job);
   for (int limit = 5; limit <= 9; ++limit) {
@@ -308,9 +309,9 @@ TEST_F(FewDescriptors, WithoutOneToSpareLoadNoJob) {
   EXPECT_EQ(files(), Strings{"job.xml"});
 }
 
-// The table becomes full while the first task runs. For the second one standard error can be
-// joined to standard output, but not kept, so that the report goes where both are.
-TEST_F(FewDescriptors, WithoutOneForTheOldStandardErrorLeaveItBehind) {
+// The descriptor table fills up while the first task runs. For the second one standard error can be
+// joined to standard output, but not saved, so the report goes there.
+TEST_F(FewDescriptors, WithoutOneForTheOldStandardErrorLoseIt) {
   Job job;
   job.arguments = "./%tn";
   job.tasks.assign(2, "t");

@@ -1,4 +1,4 @@
-// What goes where, and in which order, where two processes write to the same place.
+// Where output goes, and in which order if two processes write to the same place.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -36,9 +36,8 @@ class Streams : public AdapterTest {
   const std::string error_ = folder_.file("error");
 };
 
-// Every output of tasks that cannot be executed: the child of each leaves by an ordinary exit and
-// so writes the "Calling" line that it found in its copy of the buffer, in front of or behind the
-// two lines of the adapter itself.
+// All output of tasks that cannot be executed: each child exits normally and so writes the
+// "Calling" line from its copy of the buffer, before or after the two lines of the adapter itself.
 std::set<std::string> outputsOfMissingPrograms(const Strings& callings) {
   std::set<std::string> outputs = {""};
   for (const std::string& line : callings) {
@@ -84,7 +83,7 @@ TEST_F(Streams, HoldTheCallingLineTwiceForALineWithoutAWord) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
-// Under an application path, where the line begins with a space, the folder itself is the program.
+// With an application path and a line that begins with a space, the folder itself is the program.
 TEST_F(Streams, HoldTheCallingLineTwiceForAFolderAsTheProgram) {
   const std::string bin = folder_.makeFolder("bin", 0700) + "/";
   Job job;
@@ -101,8 +100,8 @@ TEST_F(Streams, HoldTheCallingLineTwiceForAFolderAsTheProgram) {
   EXPECT_EQ(modeOf(bin), 0755);
 }
 
-// A later task that does run finds nothing left of the ones before.
-TEST_F(Streams, HoldNothingTwiceBehindAFailedTask) {
+// For a later task that does run, nothing is left of the earlier ones.
+TEST_F(Streams, HoldNothingTwiceAfterAFailedTask) {
   folder_.write("2", "#!/bin/sh\nexit 0\n", 0755);
   Job job;
   job.arguments = "./%tn";
@@ -118,7 +117,7 @@ TEST_F(Streams, HoldNothingTwiceBehindAFailedTask) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
-// The "Calling" line waits in the buffer while the chmod runs, and goes out with the next line.
+// The "Calling" line stays in the buffer while chmod runs, and is written with the next line.
 TEST_F(Streams, KeepTheCallingLineBackUntilTheProcessIsStarted) {
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render;echo", "#!/bin/sh\nexit 0\n", 0755);
@@ -134,8 +133,8 @@ TEST_F(Streams, KeepTheCallingLineBackUntilTheProcessIsStarted) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
-// Both lines have left the adapter while its child still runs: the child waits for them.
-TEST_F(Streams, HoldBothLinesInFrontOfWhatAPatientTaskWrites) {
+// Both lines are written while the child still runs: the child waits for them.
+TEST_F(Streams, HoldBothLinesBeforeTheOutputOfAPatientTask) {
   Job job;
   job.arguments =
       "/bin/sh -c \"while [ -e job.xml ] && ! grep -q '^.ServerMessage' output; do sleep 0.01; "
@@ -148,7 +147,7 @@ TEST_F(Streams, HoldBothLinesInFrontOfWhatAPatientTaskWrites) {
 }
 
 // The child's descriptors by number and target: standard error joined to standard output and the
-// old one kept under the lowest free number, or nothing but the three.
+// old one kept under the lowest free number, or only the three.
 TEST_F(Streams, OfTheChildAreTheAdaptersOwn) {
   const struct {
     const char* redirect;
@@ -181,7 +180,7 @@ TEST_F(Streams, GiveTheChildTheAdaptersInput) {
   ProcessOptions options = adapter(newTask());
   options.prepare = [&] { openAs(STDIN_FILENO, input, O_RDONLY); };
   const ProcessResult result = runProcess(options);
-  // The last line has no end, so that the order of the two writers matters.
+  // The last line has no newline, so the order of the two writers matters.
   const std::string lines = calling("/bin/cat", folder()) + processStarted;
   const std::string output = withoutPids(result.output);
   EXPECT_TRUE(output == lines + "line\nrest" || output == "line\nrest" + lines) << output;
@@ -189,7 +188,7 @@ TEST_F(Streams, GiveTheChildTheAdaptersInput) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
-// Whether the server can be told has no bearing on the task.
+// Failures to write to the server do not affect the task.
 TEST_F(Streams, ThatCannotBeWrittenDoNotKeepTasksFromRunning) {
   Job job;
   job.arguments = "/bin/mkdir made%tn";
@@ -207,8 +206,8 @@ TEST_F(Streams, ThatCannotBeWrittenDoNotKeepTasksFromRunning) {
   EXPECT_EQ(rmdir(folder_.file("made2").c_str()), 0);
 }
 
-// Nothing that a job or its server chose is taken for a format.
-TEST_F(Streams, ShowNamesWithPercentSignsAsTheyStand) {
+// No text from a job or the server is used as a format.
+TEST_F(Streams, ShowNamesWithPercentSignsUnchanged) {
   const std::string odd = folder_.makeFolder("%s%n%d");
   Job job;
   job.arguments = "/bin/true %%s%%n%%d";

@@ -40,8 +40,8 @@ class BrokenUserDatabase : public FaultTest {
     write(job_);
   }
 
-  // The first task for the user "artist", in a system whose /etc holds nothing but what
-  // `furnish` puts there.
+  // Runs the first task for the user "artist", in a system whose /etc contains only what `furnish`
+  // creates.
   ProcessResult runWith(const std::function<void()>& furnish) const {
     Strings arguments = newTask();
     arguments.insert(arguments.end(), {"-u", "artist"});
@@ -66,12 +66,12 @@ class BrokenUserDatabase : public FaultTest {
 
 constexpr char artist[] = "artist:x:0:0::/:/bin/sh\n";
 
-TEST_F(BrokenUserDatabase, IsToldWithItsReason) {
+TEST_F(BrokenUserDatabase, IsReportedWithItsReason) {
   expectLookupFails([] {}, "No such file or directory");
   expectLookupFails([] { orExit(mkdir("/etc/passwd", 0755) == 0); }, "Is a directory");
   expectLookupFails([] { orExit(symlink("passwd", "/etc/passwd") == 0); },
                     "Too many levels of symbolic links");
-  // Root reads everything, unless it is not allowed to pass over the permissions.
+  // Root reads everything, unless it lacks the capability to override permissions.
   expectLookupFails(
       [] {
         makeFile("/etc/passwd", artist, 0000);
@@ -89,14 +89,14 @@ TEST_F(BrokenUserDatabase, MayBeEmptyOrHoldNothingOfUse) {
                     "No such user");
 }
 
-// The same system with a database that is as it should be.
+// The same system with a valid database.
 TEST_F(BrokenUserDatabase, IsNotTakenForAGoodOne) {
   expectResult(runWith([] { makeFile("/etc/passwd", artist, 0644); }),
                calling("/bin/mkdir made", folder()) + processStarted, "", "exit 0");
   EXPECT_EQ(files(), (Strings{"job.xml", "made"}));
 }
 
-// Without the file the lookup would fail; with an id there is none.
+// Without the file a lookup would fail, but with an id there is no lookup.
 TEST_F(BrokenUserDatabase, IsNoMatterForAJobWithAnId) {
   write(job_.set("uid", "0"));
   expectResult(runWith([] {}), calling("/bin/mkdir made", folder()) + processStarted, "", "exit 0");
@@ -110,7 +110,7 @@ void overwrite(const char* path, const std::string& text) {
   orExit(close(file) == 0);
 }
 
-// A name space for users in which root is the only user and group.
+// A user namespace in which root is the only user and group.
 void enterWhereOnlyRootIs() {
   orExit(unshare(CLONE_NEWUSER) == 0);
   overwrite("/proc/self/setgroups", "deny");
@@ -118,8 +118,8 @@ void enterWhereOnlyRootIs() {
   overwrite("/proc/self/gid_map", "0 0 1");
 }
 
-// Whether there are such name spaces: not below a changed root, and not in every container. A fault
-// does the same where there are none.
+// Whether user namespaces are available: not in a chroot, and not in every container. If not, a
+// simulated fault replaces them.
 bool mayEnterWhereOnlyRootIs() {
   const pid_t child = fork();
   if (child == 0) _exit(unshare(CLONE_NEWUSER) == 0 ? 0 : 1);
@@ -127,7 +127,7 @@ bool mayEnterWhereOnlyRootIs() {
   return waitpid(child, &status, 0) == child && status == 0;
 }
 
-TEST_F(RefusedIds, AreToldWithTheSystemsReason) {
+TEST_F(RefusedIds, AreReportedWithTheSystemsReason) {
   REQUIRE_ROOT();
   const struct {
     const char* uid;

@@ -31,7 +31,7 @@ std::string asReference(char c, bool inHex) {
   return std::string("&#x") + digits[byte >> 4U] + digits[byte & 15U] + ";";
 }
 
-// A comment that has the name of the element for its text.
+// A comment whose text is the name of the element.
 std::string namesake(const std::string& element) {
   const std::size_t start = std::min(element.find('<'), element.size() - 1) + 1;
   return "<!--" + element.substr(start, element.find_first_of(" />", start) - start) + "-->";
@@ -141,7 +141,7 @@ std::string Generator::jobFileName() {
 }
 
 void Generator::addOption(char letter, const std::string& value) {
-  // Joined, or as a word of its own; there are no joined options with an empty value.
+  // Joined, or as a separate word; an empty value cannot be joined.
   if (!value.empty() && random_.chance(15)) {
     options_.push_back(std::string("-") + letter + value);
     return;
@@ -288,7 +288,7 @@ std::string Generator::jobText() {
   return text;
 }
 
-// Now and then leaves a part out, doubles one, moves one, or puts something else between them.
+// Sometimes omits, duplicates or moves a part, or inserts something else.
 void Generator::disturbStructure(std::vector<std::string>* parts) {
   while (random_.chance(odd_.structure)) {
     const std::size_t at = random_.below(parts->size());
@@ -315,7 +315,8 @@ void Generator::disturbBytes(std::string* text) {
     const std::size_t at = random_.below(text->size());
     const std::size_t kind = random_.below(12);
     if (kind > 7) {
-      // Not what the file's structure hangs on, so that more of the damaged files can be read.
+      // Not characters that define the file's structure, so that more of the damaged files can be
+      // read.
       const char c = (*text)[at];
       if ((c >= '0' && c <= '9') || c == ' ') (*text)[at] = "0 9-x"[random_.below(5)];
     } else if (kind < 2) {
@@ -510,7 +511,7 @@ std::string Generator::placeholder() {
                                  "2147483648",
                                  "300",
                                  "00000000000000000000000000000000005"};
-  // One after the other, so that every compiler draws them in the same order.
+  // In separate statements, so that every compiler draws them in the same order.
   const std::string width = random_.pick(widths);
   return "%" + width + random_.pick(forms);
 }
@@ -538,7 +539,7 @@ std::string Generator::argumentTemplate() {
     line += random_.chance(5) ? "  " : " ";
     line += argument();
   }
-  // About as long as an expansion may be.
+  // About the maximum length of an expansion.
   if (random_.chance(odd_.placeholders / 20)) line.resize(3996 + random_.below(6), 'l');
   return line;
 }

@@ -1,4 +1,4 @@
-// Requests for the adapter: good ones, nearly good ones and broken ones.
+// Requests for the adapter: valid, nearly valid and broken.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace runlet_model {
 
-// How often, in percent, something is not as a good request has it.
+// How often, in percent, something differs from a valid request.
 struct Oddness {
   unsigned opcode = 3;
   unsigned options = 3;
@@ -29,7 +29,7 @@ struct Oddness {
   unsigned rights = 5;
   unsigned ranges = 20;
   unsigned pings = 10;
-  std::string foreignFolder = "/tmp";  // one that is not of the request's making
+  std::string foreignFolder = "/tmp";  // one that the request does not create
 };
 
 struct Case {
@@ -38,12 +38,12 @@ struct Case {
   std::string jobText;
   unsigned jobMode = 0644;
   unsigned recorderMode = 0755;
-  bool isUnprivileged = false;  // to be started as another user, where that is possible
+  bool isUnprivileged = false;  // started as another user, if possible
 };
 
 class Generator {
  public:
-  // For a world in `folder`, as the test makes it.
+  // For the files in `folder`, which the test creates.
   Generator(Random* random, const Oddness& odd, std::string folder, Identity caller,
             bool isUnprivileged);
 

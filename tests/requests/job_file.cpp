@@ -13,7 +13,7 @@ namespace {
 constexpr char invalidSyntax[] = "Runlet adapter: Invalid XML job syntax.\n";
 constexpr char stripBraceFailed[] = "Runlet adapter: Strip brace failed.\n";
 
-// A document without the library: names of elements and texts of texts and comments are values.
+// A document without the library: element names, texts and comments are its values.
 struct Node {
   std::string value;
   bool isElement;
@@ -29,8 +29,8 @@ Node copyOf(const TiXmlNode& node) {
   return copy;
 }
 
-// The library looks some bytes past the end of a text that breaks off within a character; behind
-// the scratch file's end nothing but zeros stands there.
+// The library reads some bytes past the end of a text that ends within a character; after the end
+// of the scratch file these are zeros.
 Node read(const std::string& text, const std::string& name, const std::string& scratchFile) {
   const std::string padding(8, '\0');
   std::ofstream(scratchFile, std::ios::binary) << text.substr(0, text.find('\0')) << padding;
@@ -41,7 +41,7 @@ Node read(const std::string& text, const std::string& name, const std::string& s
   return copyOf(document);
 }
 
-// The first of the children from `start` on that has the name; any kind of node, or elements only.
+// The first child from `start` on with that name: of any kind, or only elements.
 std::size_t findNode(const Node& parent, const std::string& name, std::size_t start = 0) {
   while (start < parent.children.size() && parent.children[start].value != name) ++start;
   return start;
@@ -91,7 +91,7 @@ std::string withoutRequiredBraces(const std::string& text) {
   return *result;
 }
 
-// The text of an element that may be absent, but not without a text.
+// The text of an optional element, which must have text if it is present.
 std::optional<std::string> setting(const Node& data, const std::string& name) {
   const std::optional<std::string> text = textOf(data, name);
   if (!text && has(data, findElement(data, name))) throw Refused{invalidSyntax};
@@ -135,7 +135,7 @@ void takeParameter(const Node& parameter, Lists* lists) {
   }
 }
 
-// The first two parameters go by their name; behind the second one everything is a parameter.
+// The first two parameters are identified by name; after the second one everything is a parameter.
 void takeParameters(const Node& list, Lists* lists) {
   const std::size_t first = findNode(list, "Param");
   if (!has(list, first)) return;

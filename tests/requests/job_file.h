@@ -1,4 +1,4 @@
-// What a job file comes to.
+// The result of loading a job file.
 #pragma once
 
 #include <cstdint>
@@ -19,24 +19,24 @@ struct LoadedJob {
   Lists lists;
 };
 
-// Thrown where the load fails, with what is written to standard error.
+// Thrown if loading fails, with the text for standard error.
 struct Refused {
   std::string message;
 };
 
-// Thrown where an error that nothing catches ends the process, with what the library writes.
+// Thrown if an uncaught exception ends the process, with the C++ library's text.
 struct Ended {
   std::string message;
 };
 
-// What the C++ library writes for an exception that nothing catches.
+// What the C++ library writes for an uncaught exception.
 std::string terminateText(const std::string& type, const std::string& what);
 
-// The job in a file with the content `text`, which goes by the name `name`. Uses `scratchFile` to
-// hand the text to the XML library.
+// The job in a file with the content `text` and the name `name`. Uses `scratchFile` to pass the
+// text to the XML library.
 LoadedJob loadJob(const std::string& text, const std::string& name, const std::string& scratchFile);
 
-// The message for a file that cannot be loaded for a reason.
+// The message for a file that cannot be loaded, with a reason.
 std::string couldNotLoad(const std::string& name, const std::string& reason);
 
 }  // namespace runlet_model

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t longestLookup = 2000;
 constexpr std::size_t longestExpansion = 3999;
 
-// Inline strings, classes of allocation sizes, pages, and the limits of lookups and expansions.
+// Sizes of inline strings, allocation classes and pages, and the limits of lookups and expansions.
 constexpr std::size_t lengthThresholds[] = {8,   15,  16,  24,   32,   48,   64,
                                             128, 256, 512, 1024, 2000, 3999, 4096};
 
@@ -43,8 +43,8 @@ std::size_t lengthOf(TextKind kind, Random* random) {
   return borderLength(random);
 }
 
-// Puts some of what means something to the file, the fields or the words into a text. Spaces stay
-// alone, since the file's reader joins several.
+// Inserts characters that are special to the file, the fields or the words. Spaces are never
+// adjacent, since the XML library condenses them.
 void season(std::string* text, Random* random) {
   static const std::string special = " \t\t&<>\"'{}%";
   const std::size_t count = random->below(2 + text->size() / 64);
@@ -59,14 +59,14 @@ void season(std::string* text, Random* random) {
 
 std::string textOf(std::size_t number, std::size_t length, const LargeShape& shape,
                    Random* random) {
-  // Above 1999 bytes a text is reported as too long.
+  // Texts above 1999 bytes are reported as too long.
   std::string text =
       numberedText(number, shape.isClean ? std::min(length, longestLookup - 1) : length);
   if (!shape.isClean) season(&text, random);
   return text;
 }
 
-// In runs, since files are large and not all builds are quick.
+// In runs, since files are large and some builds are slow.
 std::string escapedXml(const std::string& text) {
   std::string out;
   std::size_t at = 0;
@@ -78,7 +78,7 @@ std::string escapedXml(const std::string& text) {
   return out.append(text, at);
 }
 
-// The white space and the form of the texts, in several ways that mean the same.
+// Equivalent variants of white space and escaping.
 struct Layout {
   const char* beforeTask;
   const char* inTask;
@@ -106,7 +106,7 @@ std::string taskElement(const Layout& layout, const std::string& entry) {
   return layout.beforeTask + ("<Task>" + textElement(layout, "Params", entry)) + "</Task>";
 }
 
-// How long an entry or value is in an expansion.
+// The length of an entry or value in an expansion.
 std::size_t lookedUpLength(const std::string& text) {
   return std::min(text.size(), longestLookup);
 }
@@ -159,7 +159,8 @@ LargeJob makeLargeJob(Random* random, const LargeShape& shape) {
     lists.paramNames.push_back(std::string("p").append(std::to_string(i)));
     lists.paramValues.push_back(textOf(i, length, shape, random));
   }
-  // Folder, user, group and templates are not known yet; these take up to 8 bytes for a parameter.
+  // Folder, user, group and templates are not known yet; templates take up to 8 bytes per
+  // parameter.
   const std::size_t reserve = 200 + std::min<std::size_t>(8 * shape.parameters, 3000);
   const Layout& layout = layouts[job.layout];
   const std::string last = numberedText(shape.maxTasks, shape.lastLength);
@@ -197,7 +198,7 @@ std::vector<std::string> patternsFor(const LargeJob& job, const std::string& pro
   const Lists& lists = job.lists;
   const std::size_t longestEntry = longestLookedUp(lists.taskList);
   std::vector<std::string> patterns = {program + " %tn \"%tp1\" \"%tp2\" \"%tp3\" %tp4"};
-  // Where there is room, the tasks' entries are asked for together with the parameters.
+  // If there is room, the tasks' entries are expanded together with the parameters.
   const std::size_t room = longestExpansion - program.size() - 10;
   const bool hasEntry = longestEntry < room / 2;
   const std::string start = program + (hasEntry ? " %tn \"%tp1\"" : " %tn");

@@ -1,9 +1,9 @@
-// The built adapter on large jobs: what the tasks get is compared, byte for byte, with what the
-// model makes of the lists that the job file was written from.
+// The built adapter on large jobs: what the tasks receive is compared, byte for byte, with the
+// model's result for the lists that the job file was generated from.
 //
-// RUNLET_LARGE_JOBS says how many jobs each of the random tests tries, RUNLET_REQUEST_SEED where
-// the random numbers start, and RUNLET_LARGE_JOB_CASE picks a single job. Each test ends after
-// RUNLET_LARGE_JOB_FAILURES failures, usually 3. With RUNLET_LARGE_JOB_SHOW each test shows how
+// RUNLET_LARGE_JOBS is the number of jobs for each random test, RUNLET_REQUEST_SEED the random
+// seed, and RUNLET_LARGE_JOB_CASE selects a single job. Each test stops after
+// RUNLET_LARGE_JOB_FAILURES failures (default 3). With RUNLET_LARGE_JOB_SHOW each test shows how
 // much it tried.
 
 #include "large_job.h"
@@ -18,6 +18,7 @@
 #include <set>
 
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 #include "visible.h"
 
@@ -35,7 +36,7 @@ constexpr std::uint64_t usualSeed = 1;
 constexpr std::uint64_t usualFailures = 3;
 constexpr char program[] = "./task";
 
-// Jobs up to this are read back as a whole; of larger ones the end, and samples.
+// Jobs up to this size are read back completely; larger ones at the end and in samples.
 constexpr std::size_t wholeTasks = 4000;
 constexpr std::size_t wholeFileSize = (128 << 10) + 1;
 
@@ -44,7 +45,7 @@ std::uint64_t setting(const char* name, std::uint64_t usual) {
   return text == nullptr ? usual : std::strtoull(text, nullptr, 10);
 }
 
-// As -s and -n have it.
+// As for -s and -n.
 struct Range {
   std::size_t first;
   std::size_t count;
@@ -64,7 +65,7 @@ std::string recordOf(const Strings& arguments) {
   return record;
 }
 
-// What the request comes to.
+// The result of the request.
 RequestOutcome predict(const LargeJob& job, const std::string& pattern, const Range& range) {
   RequestOutcome outcome;
   outcome.status = "exit 0";
@@ -97,7 +98,7 @@ std::string withoutIds(const std::string& text) {
   return out.append(text, at);
 }
 
-// Where two texts begin to differ, with some of each; empty if they do not.
+// Where two texts first differ, with excerpts of both; empty if they are equal.
 std::string difference(const char* what, const std::string& expected, const std::string& actual) {
   if (expected == actual) return "";
   const auto at = static_cast<std::size_t>(
@@ -114,7 +115,8 @@ std::string difference(const char* what, const std::string& expected, const std:
 class LargeJobTest : public testing::Test {
  protected:
   LargeJobTest() {
-    if (symlink(RUNLET_ARGUMENT_WRITER, folder_.file("task").c_str()) != 0) std::abort();
+    if (symlink(runlet_test::argumentWriterPath.c_str(), folder_.file("task").c_str()) != 0)
+      std::abort();
   }
 
   void TearDown() override {
@@ -122,7 +124,7 @@ class LargeJobTest : public testing::Test {
     std::cout << requests_ << " requests, " << tasks_ << " tasks, " << failures_ << " failures\n";
   }
 
-  // Random numbers of the test's own, for its job `number`.
+  // Random numbers for job `number` of this test.
   Random randomFor(std::uint64_t number) const {
     const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
     return startOf(name, seed_, number);
@@ -148,8 +150,8 @@ class LargeJobTest : public testing::Test {
     }
   }
 
-  // Every entry and every parameter of a job that is not too long; of others the last ones, the
-  // first, and some of the others.
+  // Every entry and parameter of a job that is not too long; of others the last ones, the first,
+  // and some more.
   void readBack(const LargeJob& job, Random* random) {
     const std::size_t count = job.lists.taskList.size();
     const Strings patterns = patternsFor(job, program);
@@ -164,7 +166,7 @@ class LargeJobTest : public testing::Test {
     }
   }
 
-  // The random tests: jobs of the shapes that `draw` yields.
+  // The random tests: jobs of the shapes that `draw` returns.
   template <typename Draw>
   void tryJobs(const Draw& draw) {
     const bool isSingle = std::getenv("RUNLET_LARGE_JOB_CASE") != nullptr;
@@ -212,7 +214,7 @@ class LargeJobTest : public testing::Test {
   void tryRange(const LargeJob& job, const std::string& pattern, const Range& range) {
     folder_.write("record", "");
     ProcessOptions options;
-    options.arguments = {RUNLET_ADAPTER,
+    options.arguments = {runlet_test::adapterPath,
                          "-o",
                          "NewTask",
                          "-j",
@@ -265,7 +267,7 @@ class LargeJobTest : public testing::Test {
 
 class LargeJobEnd : public LargeJobTest {};
 
-// The last bytes of these lists once were gone.
+// The last bytes of these lists were once lost.
 TEST_F(LargeJobEnd, RightAfterAPageBorderIsReadBack) {
   LargeJob job;
   job.lists.taskList.assign(500, std::string(55, 'x'));
@@ -283,11 +285,11 @@ TEST_F(LargeJobEnd, OfAllTasksAndParametersIsReadBack) {
   tryRequests(job, "./task %tp1 %jp301 %jp300", {{300, 2}});
 }
 
-// Far too many for slower tools than the sanitizers.
+// Far too many for tools slower than the sanitizers.
 class LargeRequestModel : public LargeJobTest {};
 
-// The lists become longer by 16 bytes each time, until they have gone through a page: what they are
-// in ends at each place of it once.
+// The lists grow by 16 bytes each time over a whole page, so that their buffer ends once at each
+// offset within a page.
 TEST_F(LargeRequestModel, HoldsWhereverTheLastTaskEnds) {
   for (std::size_t step = 0; step < 256; ++step) {
     LargeJob job;
@@ -310,7 +312,7 @@ TEST_F(LargeRequestModel, HoldsWhereverTheLastValueEnds) {
   EXPECT_EQ(requests_, 256U);
 }
 
-// The last one has each length modulo 16, and so each number of bytes in its last unit.
+// The last one takes each length modulo 16, and so each number of bytes in its last unit.
 TEST_F(LargeRequestModel, HoldsForEveryLengthOfTheLastTask) {
   for (std::size_t length = 1; length <= 160; ++length) {
     LargeJob job;
@@ -340,8 +342,8 @@ TEST_F(LargeRequestModel, HoldsAroundThresholdsOfTheFileSize) {
   EXPECT_GE(requests_, 80U);
 }
 
-// Entries and values on both sides of every length at which something changes, up to those for
-// which the C library maps memory of their own.
+// Entries and values around every length at which behaviour changes, up to those that the C library
+// allocates with mmap.
 TEST_F(LargeRequestModel, HoldsAroundThresholdsOfTheTexts) {
   std::vector<std::size_t> thresholds = {15, 16, 32, 255, 1024, 2000, 3999};
   thresholds.insert(thresholds.end(), std::begin(sizeThresholds), std::end(sizeThresholds));
@@ -359,7 +361,7 @@ TEST_F(LargeRequestModel, HoldsAroundThresholdsOfTheTexts) {
   }
 }
 
-// The expansions become longer from task to task, until one is a byte too long.
+// The expansions grow from task to task, until one is a byte too long.
 TEST_F(LargeRequestModel, HoldsAroundTheLimitOfAnExpansion) {
   LargeShape shape;
   shape.fileSize = 40 << 10;

@@ -23,7 +23,7 @@ std::string join(const std::string& folder, const std::string& name) {
   return folder == "/" ? "/" + name : folder + "/" + name;
 }
 
-// What the system's chmod calls itself in its messages: its path or, on newer systems, its name.
+// The name of the system's chmod in its messages: its path or, on newer systems, its base name.
 const std::string& chmodName() {
   static const std::string name = [] {
     runlet_test::ProcessOptions options;
@@ -48,7 +48,7 @@ std::vector<std::string> components(const std::string& path) {
   return parts;
 }
 
-// Whether a line of the table, "first inside, first outside, count", has the id.
+// Whether a line of the id map, "first inside, first outside, count", includes the id.
 bool isMapped(const char* table, std::uint32_t id) {
   std::ifstream stream(table);
   std::uint64_t first = 0;

@@ -1,5 +1,5 @@
-// The part of a machine that a request depends on, as the model sees it: the files of a test's
-// folder with their modes, the users, and what a user may do with them.
+// The model of the machine as far as a request depends on it: the files of a test's folder with
+// their modes, the users, and what a user may do with the files.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace runlet_model {
 
-// Thrown for what the model does not cover, such as programs outside the test's folder.
+// Thrown for anything that the model does not cover, such as programs outside the test's folder.
 struct Beyond : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -21,7 +21,8 @@ struct Identity {
   std::uint32_t gid;
 };
 
-// The recorder as a program; any other file is a text, and as a program a script for the shell.
+// Whether the file is the recorder program; any other file is text, which executes as a shell
+// script.
 enum class EntryKind { folder, recorder, text };
 struct Entry {
   EntryKind kind;
@@ -29,7 +30,7 @@ struct Entry {
   std::string text;
 };
 
-// What a path leads to, or the error number of the search for it.
+// The target of a path, or the error number of its lookup.
 struct Place {
   int error;
   std::string path;  // absolute, without "." and ".."
@@ -37,7 +38,7 @@ struct Place {
 
 class Machine {
  public:
-  // All entries belong to `owner`; the group and the others may do the same.
+  // All entries belong to `owner`; group and others have the same rights.
   Machine(std::string folder, std::uint32_t owner);
 
   void add(const std::string& path, Entry entry);
@@ -48,16 +49,16 @@ class Machine {
     return entries_;
   }
 
-  // Each for a process of `who` in the folder `current`.
+  // For a process of `who` in the folder `current`.
   Place find(const Identity& who, const std::string& current, const std::string& path) const;
   Place enter(const Identity& who, const std::string& current, const std::string& path) const;
   Place execute(const Identity& who, const std::string& current, const std::string& word) const;
   bool mayRead(const Identity& who, const std::string& path) const;
-  // What the chmod program writes to standard error when it makes `path` 0755.
+  // What chmod 755 of `path` writes to standard error.
   std::string makeExecutable(const Identity& who, const std::string& current,
                              const std::string& path);
 
-  // The folders searched for a program without a slash.
+  // The folders searched for a program name without a slash.
   std::vector<std::string> searchPath;
 
  private:

@@ -15,7 +15,7 @@ void store(char letter, const std::string& value, OptionValues* values) {
   if (letter == 'e') values->elapsedMs = number(value);
 }
 
-// Reads one word of letters at `*index`, and the next word too if a value wants it.
+// Parses one word of option letters at `*index`, and the next word if it is a value.
 void readWord(const std::vector<std::string>& arguments, std::size_t* index, OptionValues* values) {
   const std::string word = arguments[*index];
   for (std::size_t at = 1; at < word.size(); ++at) {

@@ -1,4 +1,4 @@
-// What the command line comes to.
+// The result of parsing the command line.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ struct OptionValues {
   std::int32_t firstTask = 0;
   std::int32_t taskCount = 1;
   std::int32_t elapsedMs = 0;
-  std::string diagnostics;  // what the parser of options writes to standard error
+  std::string diagnostics;  // what getopt writes to standard error
 };
 
 OptionValues readOptions(const std::vector<std::string>& arguments);

@@ -1,4 +1,4 @@
-// Numbers that look random and are the same for the same start everywhere.
+// Pseudo-random numbers, the same for the same seed everywhere.
 #pragma once
 
 #include <cstdint>

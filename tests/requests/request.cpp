@@ -15,14 +15,14 @@ namespace {
 constexpr unsigned defaultMask = 022;
 constexpr std::size_t outputBuffer = 4096;
 
-// Thrown where a task cannot be started; what there is to say has been said.
+// Thrown if a task cannot be started, after its message.
 struct NotStarted {};
 
 std::string lineOf(const std::string& text) {
   return text + "\n";
 }
 
-// Characters that mean nothing to a shell.
+// Characters that are not special to a shell.
 bool isPlain(const std::string& path) {
   static const std::string plain =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./%:,+@";
@@ -37,7 +37,7 @@ std::string substringErrorText(const std::string& line) {
   }
 }
 
-// The number of the first parameter that the expansion of `pattern` has no value for.
+// The number of the first parameter in `pattern` that has no value.
 std::size_t missingParameter(const Lists& lists, const std::string& pattern, std::int32_t task) {
   std::size_t end = 0;
   do {
@@ -242,7 +242,7 @@ class Run {
     identity_.uid = uid;
   }
 
-  // The error of the call that makes a process of `current` one of `wanted`; 0 = none.
+  // The error of switching a process from `current` to `wanted`; 0 = none.
   int mayBecome(std::uint32_t wanted, std::uint32_t current, bool exists) const {
     if (!exists) return EINVAL;
     return identity_.uid == 0 || wanted == current ? 0 : EPERM;
@@ -287,7 +287,7 @@ class Run {
     mark("exit code");
   }
 
-  // The child leaves by an ordinary exit, and so writes what it found in its copy of the buffer.
+  // The child exits normally, and so writes the content of its copy of the buffer.
   int failToExecute(const std::string& line, int error, const std::string& calling) {
     prediction_.output.back().ofChild.push_back(calling);
     say("Runlet adapter: Cannot execute command:'" + line + "':" + std::strerror(error) + "\n");
@@ -301,7 +301,7 @@ class Run {
     return std::atoi(entry.text.c_str() + 5);
   }
 
-  // As the recorder says what it does with its arguments; yields its exit code.
+  // Simulates what the recorder does with its arguments; returns its exit code.
   int runRecorder(const std::vector<std::string>& arguments) {
     mark(job_.redirectStderr ? "ran, errors joined" : "ran, errors apart");
     prediction_.children.push_back({arguments, folder_, mask_, identity_, job_.redirectStderr});

@@ -1,5 +1,5 @@
-// What a whole request comes to: from the command line, the job file and the machine to
-// everything that the outside sees of the adapter and of its children.
+// The model of a whole request: from the command line, the job file and the machine to all
+// externally visible effects of the adapter and its children.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace runlet_model {
 
 struct Request {
   std::vector<std::string> arguments;  // the program's own name first
-  std::string folder;                  // the one that the adapter is started in
+  std::string folder;                  // in which the adapter is started
   Identity caller;
   std::string scratchFile;  // for the model's own use
 };
@@ -27,8 +27,8 @@ struct Child {
   bool joined;  // whether its standard error goes to its standard output
 };
 
-// What a task adds to standard output. The adapter's text may come in front of any of the child's
-// and behind them all; beyond that the order is fixed.
+// What a task adds to standard output. The adapter's text may come before any of the child's or
+// after them all; otherwise the order is fixed.
 struct TaskOutput {
   std::string ofAdapter;  // with "PID" for the id of the child
   std::vector<std::string> ofChild;
@@ -39,10 +39,10 @@ struct Prediction {
   std::string error;
   std::string status;  // "exit 0", "signal 6"
   std::vector<Child> children;
-  std::set<std::string> marks;  // names of what happened on the way
+  std::set<std::string> marks;  // names of the events that happened
 };
 
-// Changes the modes of the machine's files as the request does.
+// Changes the modes of the machine's files like the request.
 Prediction predict(const Request& request, Machine* machine);
 
 }  // namespace runlet_model

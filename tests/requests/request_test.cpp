@@ -1,8 +1,8 @@
-// The built adapter on random requests, compared with what the model says that they come to.
+// The built adapter on random requests, compared with the model's results.
 //
-// RUNLET_REQUESTS says how many requests each test tries, RUNLET_REQUEST_SEED where the random
-// numbers start, and RUNLET_REQUEST_CASE picks a single one. With RUNLET_REQUEST_SHOW each test
-// shows how many requests reached which outcome.
+// RUNLET_REQUESTS is the number of requests for each test, RUNLET_REQUEST_SEED the random seed, and
+// RUNLET_REQUEST_CASE selects a single one. With RUNLET_REQUEST_SHOW each test shows how many
+// requests reached which outcome.
 
 #include "request.h"
 
@@ -23,6 +23,7 @@
 
 #include "generator.h"
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 #include "visible.h"
 
@@ -35,8 +36,8 @@ using runlet_test::TempFolder;
 using runlet_test::visible;
 using Strings = std::vector<std::string>;
 
-// So many requests have to reach every outcome that a test names, or up to ten times as many: their
-// outcomes also depend on who runs the tests and where.
+// Every outcome that a test names must be reached within this many requests, or up to ten times as
+// many: the outcomes also depend on the user and the machine.
 constexpr std::uint64_t enoughRequests = 400;
 constexpr std::uint64_t mostRequests = 10;
 constexpr std::uint64_t usualSeed = 1;
@@ -50,7 +51,7 @@ std::uint64_t setting(const char* name, std::uint64_t usual) {
   return text == nullptr ? usual : std::strtoull(text, nullptr, 10);
 }
 
-// The same, but with its line ends.
+// The same with its newlines.
 std::string visibleLines(const std::string& text) {
   return std::regex_replace(visible(text), std::regex("\\\\x0a"), "\n");
 }
@@ -60,7 +61,7 @@ std::string threeTimes(std::uint32_t id) {
   return text + " " + text + " " + text;
 }
 
-// As the recorder writes it, the process id aside.
+// As the recorder writes it, except for the process id.
 std::string recordOf(const Child& child) {
   std::ostringstream out;
   for (const std::string& argument : child.arguments)
@@ -88,7 +89,7 @@ std::vector<std::string> idsIn(const std::string& text, const char* before) {
 constexpr char announcement[] = "processId=";
 constexpr char recordedId[] = "pid ";
 
-// Whether the tasks from `task` on can have written what stands in `text` from `at` on.
+// Whether the tasks from `task` on can have written the rest of `text` from `at` on.
 bool isPossible(const std::vector<TaskOutput>& tasks, const std::string& text, std::size_t task,
                 std::size_t at) {
   if (task == tasks.size()) return at == text.size();
@@ -115,7 +116,7 @@ std::string concatenated(const std::vector<TaskOutput>& tasks) {
   return text;
 }
 
-// The folder that a request finds, and the model of it.
+// The folder in which a request runs, and its model.
 class World {
  public:
   World() : machine_(folder_.path(), geteuid()) {
@@ -136,7 +137,7 @@ class World {
 
   void add(const Case& request) {
     const std::string recorder = folder_.file("bin/recorder");
-    std::filesystem::copy_file(RUNLET_RECORDER, recorder);
+    std::filesystem::copy_file(runlet_test::recorderPath, recorder);
     chmod(recorder.c_str(), request.recorderMode);
     machine_.add(recorder, {EntryKind::recorder, request.recorderMode, ""});
     addText(request.jobPath.substr(path().size() + 1), request.jobText, request.jobMode);
@@ -178,11 +179,11 @@ class World {
 class RequestModel : public testing::Test {
  protected:
   RequestModel() {
-    std::filesystem::copy_file(RUNLET_ADAPTER, adapter_);
+    std::filesystem::copy_file(runlet_test::adapterPath, adapter_);
     std::filesystem::permissions(adapter_, std::filesystem::perms{0755});
   }
 
-  // Tries requests of a kind; each of `outcomes` has to be among what they come to.
+  // Tries requests of a kind, which must reach each of `outcomes`.
   void tryRequests(const Oddness& odd, const Strings& outcomes) {
     const bool isSingle = std::getenv("RUNLET_REQUEST_CASE") != nullptr;
     const std::uint64_t first = setting("RUNLET_REQUEST_CASE", 0);
@@ -202,7 +203,7 @@ class RequestModel : public testing::Test {
   }
 
  private:
-  // Where the random numbers of a case start, which differs from test to test.
+  // The seed of a case, which differs from test to test.
   std::uint64_t startOf(std::uint64_t number) const {
     std::string text = testing::UnitTest::GetInstance()->current_test_info()->name();
     text.append(" ").append(std::to_string(seed_)).append(" ").append(std::to_string(number));
@@ -219,7 +220,7 @@ class RequestModel : public testing::Test {
     });
   }
 
-  // Generates requests until there is one that the model covers.
+  // Generates requests until the model covers one.
   void tryRequest(const Oddness& odd, std::uint64_t number) {
     Random random(startOf(number));
     for (int attempt = 0; attempt < attempts; ++attempt) {
@@ -228,9 +229,9 @@ class RequestModel : public testing::Test {
     FAIL() << "the model covers none of the requests of case " << number;
   }
 
-  // False if the model does not cover the request that comes next.
+  // False if the model does not cover the next request.
   bool isCovered(const Oddness& odd, std::uint64_t number, Random* random) {
-    // Drawn by everybody, so that the rest does not depend on who runs the tests.
+    // Always drawn, so that the rest does not depend on the user who runs the tests.
     const bool isUnprivileged = random->chance(25) && geteuid() == 0;
     const Identity caller =
         isUnprivileged ? Identity{otherId, otherId} : Identity{geteuid(), getegid()};
@@ -298,7 +299,7 @@ class RequestModel : public testing::Test {
     return all + world.wrongModes() + strangeIds(result.output, recorded);
   }
 
-  // Every child that recorded itself has to have been announced, in the same order.
+  // Every child that recorded itself must have been announced, in the same order.
   static std::string strangeIds(const std::string& output, const std::string& recorded) {
     const Strings announced = idsIn(output, announcement);
     std::size_t at = 0;
@@ -407,7 +408,7 @@ TEST_F(RequestModel, HoldsForRights) {
   odd.pings = 2;
   Strings outcomes = {"no group", "group refused", "no user name", "unknown user", "user refused"};
   if (geteuid() == 0) {
-    // Only root can become another.
+    // Only root can become another user.
     outcomes.insert(outcomes.end(),
                     {"user looked up", "another group", "another user", "folder is closed"});
   }

@@ -1,4 +1,4 @@
-// Whole arrays on several nodes.
+// Complete arrays on several nodes.
 
 #include "farm.h"
 
@@ -24,7 +24,7 @@ TEST_F(SlurmArray, RunsEachOfItsTasksOnceOnAllNodes) {
   }
 }
 
-TEST_F(SlurmArray, IsWaitedForAndToldOf) {
+TEST_F(SlurmArray, IsWaitedForAndReported) {
   write(reportingJob(40));
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(queue(), "");

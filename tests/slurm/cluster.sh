@@ -1,11 +1,11 @@
-# Slurm clusters of one's own on this machine, for tests; to be sourced.
+# Private Slurm clusters on this machine, for tests; to be sourced.
 #
-# A cluster lives in one folder with its configuration, keys, state and logs; it listens on the
-# loopback interface alone, on ports that were free, and talks through a munged of its own. So it
-# gets along with others, and with daemons that the machine has anyway. Every process of a cluster,
-# down to its tasks, has the path of the configuration in its environment, and is found by that.
+# A cluster has its configuration, keys, state and logs in one folder; it listens only on the
+# loopback interface, on free ports, and uses its own munged. So it does not conflict with other
+# clusters or with the machine's daemons. Every process of a cluster, including its tasks, has the
+# path of the configuration in its environment, and is found by that.
 
-# await SECONDS COMMAND...: until the command succeeds; false when that takes too long.
+# await SECONDS COMMAND...: waits until the command succeeds; false on time-out.
 await() {
   local deadline=$((SECONDS + $1))
   shift
@@ -15,7 +15,7 @@ await() {
   done
 }
 
-# freePorts COUNT: as many ports that nobody listens on, below those that the kernel gives away.
+# freePorts COUNT: that many unused ports, below the ephemeral range.
 freePorts() {
   local found=() port
   while [ ${#found[@]} -lt "$1" ]; do
@@ -26,10 +26,10 @@ freePorts() {
   printf '%s\n' "${found[@]}"
 }
 
-# writeConfiguration FOLDER NODES LINE...: for nodes n1, n2 and so on.
+# writeConfiguration FOLDER NODES LINE...: for nodes n1, n2 etc.
 #
-# Short times throughout: a dead node is noticed after ten seconds, and what ran there starts again
-# five seconds later.
+# All time-outs are short: a dead node is noticed after ten seconds, and its jobs restart five
+# seconds later.
 writeConfiguration() {
   local folder=$1 nodes=$2 host=${HOSTNAME%%.*} ports node
   shift 2
@@ -98,8 +98,8 @@ nodesAreIdle() {
   [ "$(SLURM_CONF=$1/slurm.conf sinfo -h -N -o '%N %T' | sort -u | grep -c ' idle$')" = "$2" ]
 }
 
-# startCluster FOLDER NODES LINE...: makes the folder; the lines go behind the configuration. False,
-# with a message, when the cluster does not get ready.
+# startCluster FOLDER NODES LINE...: creates the folder; the lines are appended to the
+# configuration. False, with a message, if the cluster does not get ready.
 startCluster() {
   local folder=$1 nodes=$2 node
   mkdir "$folder"
@@ -131,14 +131,14 @@ clustersAreGone() {
 signalClusters() {
   local process
   for process in $(processesOfClusters "$2"); do
-    kill "-$1" "$process" 2>/dev/null || true  # it may just have ended
+    kill "-$1" "$process" 2>/dev/null || true  # it may have just ended
   done
 }
 
-# stopClusters FOLDER: ends all processes of the clusters in that folder, whatever has ended before.
+# stopClusters FOLDER: ends all remaining processes of the clusters in that folder.
 stopClusters() {
   signalClusters TERM "$1"
-  await 5 clustersAreGone "$1" && return 0  # in a trap, the status would be another
+  await 5 clustersAreGone "$1" && return 0  # in a trap, the default status would differ
   until clustersAreGone "$1"; do
     signalClusters KILL "$1"
     sleep 0.1

@@ -1,4 +1,4 @@
-// How tasks end, as the engine sees it and as `submit --wait` tells it.
+// How tasks end, as Slurm sees it and as `submit --wait` reports it.
 
 #include <unistd.h>
 
@@ -15,10 +15,10 @@ class SlurmEnding : public FarmTest {
   const std::string plain_ = folder_.write("plain", "#!/bin/sh\n", 0644);
 };
 
-TEST_F(SlurmEnding, OfEveryKindIsSeenByTheEngineAndTold) {
+TEST_F(SlurmEnding, OfEveryKindIsSeenBySlurmAndReported) {
   struct Row {
     std::string command;
-    std::string asEngineSees;
+    std::string inSlurm;
     std::string asTold;
   };
   const std::vector<Row> rows = {
@@ -36,7 +36,7 @@ TEST_F(SlurmEnding, OfEveryKindIsSeenByTheEngineAndTold) {
     commands.push_back(row.command);
     const int task = static_cast<int>(commands.size());
     const std::string log = folder_.file("job-" + std::to_string(task) + ".log");
-    if (row.asTold != "succeeded") summary += told(task, row.asTold, row.command, log);
+    if (row.asTold != "succeeded") summary += summaryOf(task, row.asTold, row.command, log);
   }
   write(jobOf(commands));
   const ProcessResult result = submit({"--wait"});
@@ -48,8 +48,7 @@ TEST_F(SlurmEnding, OfEveryKindIsSeenByTheEngineAndTold) {
   EXPECT_EQ(elements.size(), rows.size());
   for (int task = 1; task <= static_cast<int>(rows.size()); ++task) {
     const Row& row = rows[static_cast<std::size_t>(task - 1)];
-    EXPECT_EQ(elements[task].state + " " + elements[task].exitCode, row.asEngineSees)
-        << row.command;
+    EXPECT_EQ(elements[task].state + " " + elements[task].exitCode, row.inSlurm) << row.command;
   }
 }
 
@@ -71,7 +70,7 @@ TEST_F(SlurmEnding, WithoutTheRunFolderIsNoneOfTheProgram) {
   write(job);
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(result.error,
-            told(1, "failed with exit code 125", farmTask_, folder_.file("logs/job-1.log")) +
+            summaryOf(1, "failed with exit code 125", farmTask_, folder_.file("logs/job-1.log")) +
                 "1 task: 1 failed (1)\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   EXPECT_EQ(elementsOf(firstLine(result.output)).at(1).exitCode, "125:0");
@@ -80,7 +79,7 @@ TEST_F(SlurmEnding, WithoutTheRunFolderIsNoneOfTheProgram) {
   EXPECT_TRUE(log("logs/job-1.log").ends_with(expected)) << log("logs/job-1.log");
 }
 
-// A minute is the shortest limit, and the engine looks only every half minute.
+// A minute is the shortest limit, and Slurm checks only every half minute.
 class SlurmTimeLimit : public FarmTest {
  protected:
   SlurmTimeLimit() : FarmTest("small") {}
@@ -92,12 +91,12 @@ class SlurmTimeLimit : public FarmTest {
   }
 };
 
-TEST_F(SlurmTimeLimit, EndsATaskAndIsTold) {
+TEST_F(SlurmTimeLimit, EndsATaskAndIsReported) {
   const std::string endless = farmTask_ + " sleep:200000";
   write(jobOf({farmTask_, endless, farmTask_}).set("TaskTimeout", "1").set("LogFolder", "alone"));
   Process waiting(patient({"--wait"}));
   ASSERT_TRUE(waiting.readUntil("\n"));
-  // In a chunk the limit is that of each task, and it is over to the minute.
+  // In a chunk the limit applies to each task, and is kept exactly.
   const std::string chunked = folder_.write(
       "chunked.xml", jobOf({farmTask_, endless, farmTask_}).set("TaskTimeout", "1").text());
   ProcessOptions inChunks = patient({});
@@ -108,7 +107,8 @@ TEST_F(SlurmTimeLimit, EndsATaskAndIsTold) {
   const std::string end =
       "task 3: succeeded: " + farmTask_ + "\n3 tasks: 2 succeeded, 1 timed out (2)\n";
   EXPECT_EQ(result.error, "task 1: succeeded: " + farmTask_ + "\n" +
-                              told(2, "timed out", endless, folder_.file("alone/job-2.log")) + end);
+                              summaryOf(2, "timed out", endless, folder_.file("alone/job-2.log")) +
+                              end);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   const std::string id = firstLine(result.output);
   EXPECT_EQ(elementsOf(id).at(2).state, "TIMEOUT");
@@ -117,7 +117,8 @@ TEST_F(SlurmTimeLimit, EndsATaskAndIsTold) {
 
   const ProcessResult chunks = waitingForChunks.finish();
   EXPECT_EQ(chunks.error, "task 1: succeeded: " + farmTask_ + "\n" +
-                              told(2, "timed out", endless, folder_.file("chunked-2.log")) + end);
+                              summaryOf(2, "timed out", endless, folder_.file("chunked-2.log")) +
+                              end);
   EXPECT_EQ(describeStatus(chunks.waitStatus), "exit 1");
 }
 

@@ -1,4 +1,4 @@
-// Submitting again what failed.
+// Submitting failed tasks again.
 
 #include "farm.h"
 
@@ -27,7 +27,7 @@ TEST_F(SlurmFailures, AnArrayRunsWhatFailedAndNothingElse) {
   for (const int task : {2, 7, 11}) EXPECT_TRUE(elements.contains(task)) << task;
 }
 
-TEST_F(SlurmFailures, ANewArrayOfThatKindIsAnArrayLikeOthers) {
+TEST_F(SlurmFailures, ANewArrayOfThatKindIsLikeOthers) {
   write(mendableJob(5, {2, 4}));
   const std::string second = done({"--failed-of", done()});
   EXPECT_EQ(elementsOf(second).size(), 2U);
@@ -92,7 +92,8 @@ TEST_F(SlurmFailures, AnotherJobFileIsRefused) {
   const ProcessResult result =
       runProcess(program({tool_, "submit", folder_.file("other.xml"), "--failed-of", first}));
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.error, "runlet-job: submit: " + first + " is of another job file than " +
+  EXPECT_EQ(result.error, "runlet-job: submit: array " + first +
+                              " was submitted for another job file than " +
                               folder_.file("other.xml") + "\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
   EXPECT_EQ(nextJobId(), next);
@@ -102,7 +103,7 @@ TEST_F(SlurmFailures, AnArrayThatIsUnknownIsRefused) {
   write(reportingJob(3));
   const ProcessResult result = submit({"--failed-of", "987654"});
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.error, "runlet-job: submit: the engine does not know 987654 any more\n");
+  EXPECT_EQ(result.error, "runlet-job: submit: Slurm no longer knows array 987654\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
@@ -119,7 +120,7 @@ TEST_F(SlurmFailures, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
            elements[3].state == "COMPLETED";
   }));
   const std::string second = submittedOne(
-      {"--failed-of", first}, "runlet-job: submit: left out, for they have not ended: tasks 4\n");
+      {"--failed-of", first}, "runlet-job: submit: skipped, not finished yet: tasks 4\n");
   awaitEnd(second);
   EXPECT_EQ(elementsOf(second).size(), 1U);
   mend();
@@ -182,15 +183,15 @@ TEST_F(SlurmSplit, ArraysAreWaitedForTogether) {
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(linesOf(result.output).size(), 2U);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
-  EXPECT_NE(
-      result.error.find(told(7, "failed with exit code 4", reportingCommand("7", "need:mended"),
-                             folder_.file("job-007.log"))),
-      std::string::npos);
-  EXPECT_NE(
-      result.error.find(told(110, "failed with exit code 4", reportingCommand("110", "need:mended"),
-                             folder_.file("job-110.log")) +
-                        "task 111: succeeded: " + reportingCommand("111", "need:.") + "\n"),
-      std::string::npos);
+  EXPECT_NE(result.error.find(summaryOf(7, "failed with exit code 4",
+                                        reportingCommand("7", "need:mended"),
+                                        folder_.file("job-007.log"))),
+            std::string::npos);
+  EXPECT_NE(result.error.find(summaryOf(110, "failed with exit code 4",
+                                        reportingCommand("110", "need:mended"),
+                                        folder_.file("job-110.log")) +
+                              "task 111: succeeded: " + reportingCommand("111", "need:.") + "\n"),
+            std::string::npos);
   EXPECT_TRUE(result.error.ends_with("120 tasks: 118 succeeded, 2 failed (7, 110)\n"));
 }
 
@@ -202,12 +203,12 @@ TEST_F(SlurmChunks, RunEachTaskOnceAndNameTheOneThatFails) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   EXPECT_EQ(elementsOf(firstLine(result.output)).size(), 3U);
   expectEachReportedOnce(25, {13});
-  EXPECT_NE(
-      result.error.find("task 12: succeeded: " + reportingCommand("12", "need:.") + "\n" +
-                        told(13, "failed with exit code 4", reportingCommand("13", "need:mended"),
-                             folder_.file("job-13.log")) +
-                        "task 14: succeeded: " + reportingCommand("14", "need:.") + "\n"),
-      std::string::npos)
+  EXPECT_NE(result.error.find("task 12: succeeded: " + reportingCommand("12", "need:.") + "\n" +
+                              summaryOf(13, "failed with exit code 4",
+                                        reportingCommand("13", "need:mended"),
+                                        folder_.file("job-13.log")) +
+                              "task 14: succeeded: " + reportingCommand("14", "need:.") + "\n"),
+            std::string::npos)
       << result.error;
   EXPECT_TRUE(result.error.ends_with("25 tasks: 24 succeeded, 1 failed (13)\n"));
   EXPECT_EQ(log("job-13.log"), calling(reportingCommand("13", "need:mended"), folder()));

@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "programs.h"
+
 namespace runlet_test {
 namespace {
 
@@ -22,7 +24,7 @@ std::filesystem::path clusters() {
   return std::filesystem::path(configuration).parent_path().parent_path();
 }
 
-// The value behind `name` and "=" in a line of scontrol's.
+// The value after `name` and "=" in a line of scontrol.
 std::string valueOf(const std::string& name, const std::string& line) {
   std::smatch match;
   const std::regex form("(?:^| )" + name + "=([^ ]*)");
@@ -210,9 +212,9 @@ std::vector<ClusterProcess> FarmTest::processes() const {
 
 void FarmTest::callCluster(const std::string& function,
                            const std::vector<std::string>& arguments) const {
-  std::vector<std::string> all = {
-      "/bin/bash", "-c",    ". \"$1\"; shift; \"$@\"", "-", RUNLET_CLUSTER_FUNCTIONS,
-      function,    cluster_};
+  const std::string functions = std::string(sourceFolder) + "/tests/slurm/cluster.sh";
+  std::vector<std::string> all = {"/bin/bash", "-c",    ". \"$1\"; shift; \"$@\"", "-", functions,
+                                  function,    cluster_};
   all.insert(all.end(), arguments.begin(), arguments.end());
   ask(all);
 }
@@ -247,8 +249,8 @@ std::string padded(int number, int digits) {
   return text.str();
 }
 
-std::string told(int task, const std::string& ending, const std::string& command,
-                 const std::string& log) {
+std::string summaryOf(int task, const std::string& ending, const std::string& command,
+                      const std::string& log) {
   std::string lines = "task " + std::to_string(task);
   return lines.append(": ")
              .append(ending)

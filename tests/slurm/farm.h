@@ -1,4 +1,4 @@
-// Jobs sent to the clusters that scripts/slurm-test brings up.
+// Jobs submitted to the clusters that scripts/slurm-test starts.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,31 +15,31 @@
 
 namespace runlet_test {
 
-// An array's element as the engine knows it: "FAILED", "3:0", "n2".
+// An array element in Slurm: "FAILED", "3:0", "n2".
 struct Element {
   std::string state;
   std::string exitCode;  // the task's, and the signal that ended it
   std::string node;
-  std::string jobId;  // of its own; an array's id is that of its last element
+  std::string jobId;  // its own; the last element has the id of the array
 };
 
 // A process of a cluster.
 struct ClusterProcess {
   pid_t pid;
   pid_t parent;
-  std::string commandLine;  // a NUL behind every word
+  std::string commandLine;  // a NUL after every word
   std::string environment;  // likewise
 };
 
-// Whether `word` is among words that each have a NUL behind them.
+// Whether `word` is among NUL-terminated words.
 bool holds(const std::string& words, const std::string& word);
 
 using Lines = std::vector<std::string>;
 Lines linesOf(const std::string& text);
 std::string firstLine(const std::string& text);
 
-// A job file in a folder of its own, on the cluster with four nodes, which have four tasks each at
-// a time. Arrays of up to 1000 elements.
+// A job file in its own folder, on the cluster with four nodes, which run four tasks each at a
+// time. Arrays have up to 1000 elements.
 class FarmTest : public testing::Test {
  protected:
   explicit FarmTest(const std::string& cluster = "wide");
@@ -47,58 +47,58 @@ class FarmTest : public testing::Test {
   void SetUp() override;
   void TearDown() override;  // nothing is left in the queue
 
-  // A job of nobody whose task i is the command `commands[i]`.
+  // A job of the user nobody whose task i runs `commands[i]`.
   static Job jobOf(const std::vector<std::string>& commands);
 
-  // A job of `count` tasks, which each add a line with the node and the task's number to a file of
-  // their own. `orders` are for farm_task before that.
+  // A job of `count` tasks, each of which appends a line with the node and its number to its own
+  // file, after executing `orders` (see farm_task).
   Job reportingJob(int count, const std::string& orders = "") const;
   // The command of the task with that number.
   std::string reportingCommand(const std::string& task, const std::string& orders = "") const;
 
-  // The same, but the tasks `failing` end with 4 unless there is a file "mended".
+  // The same, but the tasks `failing` exit with 4 unless a file "mended" exists.
   Job mendableJob(int count, const std::set<int>& failing) const;
   void mend() const;
 
-  // The lines of the task's file, each without the node.
+  // The lines of the task's file, without the nodes.
   Lines reportsOf(int task) const;
-  // The nodes in the files of all tasks, each once, in order.
+  // The nodes in the files of all tasks, sorted and unique.
   Lines nodesOfReports(int count) const;
-  // Asserts that each of the tasks 1 .. `count` has reported once, apart from `missing`, which have
-  // not at all.
+  // Asserts that each of the tasks 1 .. `count` has reported once, except `missing`, which have not
+  // reported.
   void expectEachReportedOnce(int count, const std::set<int>& missing = {}) const;
 
   void write(const Job& job) const;
 
-  // Options that start a program, by its path, for the cluster; two minutes for it.
+  // Options to start a program, by its path, for the cluster, with a time limit of two minutes.
   ProcessOptions program(const std::vector<std::string>& arguments) const;
 
-  // Those of runlet-job submit for the job file, with more arguments.
+  // The same for runlet-job submit with the job file and more arguments.
   ProcessOptions submission(const std::vector<std::string>& arguments = {}) const;
   ProcessResult submit(const std::vector<std::string>& arguments = {}) const;
 
-  // Submits the job and yields the ids that were printed; asserts that nothing else was, and
-  // success. `error` is what has to be on standard error.
+  // Submits the job and returns the printed ids; asserts success, no other output, and `error` on
+  // standard error.
   Lines submitted(const std::vector<std::string>& arguments = {},
                   const std::string& error = "") const;
   // The same where it is one array.
   std::string submittedOne(const std::vector<std::string>& arguments = {},
                            const std::string& error = "") const;
 
-  // What a program of the engine prints; asserts its success.
+  // The output of a Slurm program; asserts its success.
   std::string ask(const std::vector<std::string>& arguments) const;
 
-  // The array's elements by their index, those aside that have not been started yet.
+  // The array's elements by index, without those not yet started.
   std::map<int, Element> elementsOf(const std::string& id) const;
-  // The job's elements that wait or run, as squeue lists them.
+  // The job's pending and running elements, as squeue lists them.
   std::string queueOf(const std::string& id) const;
   std::string queue() const;
-  // Waits until nothing of the job waits or runs.
+  // Waits until no element of the job is pending or running.
   void awaitEnd(const std::string& id) const;
-  // The id that the engine will give to the next job.
+  // The id that Slurm will give to the next job.
   std::string nextJobId() const;
 
-  // All of the cluster that run, down to its tasks.
+  // All running processes of the cluster, including tasks.
   std::vector<ClusterProcess> processes() const;
   // Calls a function of cluster.sh with the cluster's folder and the arguments.
   void callCluster(const std::string& function,
@@ -127,15 +127,15 @@ class NarrowFarmTest : public FarmTest {
   NarrowFarmTest() : FarmTest("narrow") {}
 };
 
-// Tries again and again until `holds` yields true. False when that takes longer than a minute.
+// Retries until `holds` returns true. False if that takes longer than a minute.
 bool eventually(const std::function<bool()>& holds);
 
-// The number with zeros in front.
+// The number with leading zeros.
 std::string padded(int number, int digits);
 
-// What a summary says of a task that has not succeeded.
-std::string told(int task, const std::string& ending, const std::string& command,
-                 const std::string& log);
+// The summary lines of a task that did not succeed.
+std::string summaryOf(int task, const std::string& ending, const std::string& command,
+                      const std::string& log);
 
 // The line that announces a command.
 std::string calling(const std::string& command, const std::string& folder);

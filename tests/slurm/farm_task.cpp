@@ -1,12 +1,12 @@
-// A task that does what its arguments say, one after the other:
+// A task that executes its arguments in order:
 //
-//   await:FILE   goes on once the file exists, or after a minute
-//   need:FILE    ends with 4 if there is no such file
-//   sleep:MS     does nothing for so many milliseconds
-//   report:FILE  adds a line to the file: the node, and all arguments
-//   stamp:FILE   adds the time to the file: seconds since the epoch
+//   await:FILE   continues once the file exists, or after a minute
+//   need:FILE    exits with 4 if there is no such file
+//   sleep:MS     sleeps for that many milliseconds
+//   report:FILE  appends a line to the file: the node, and all arguments
+//   stamp:FILE   appends the time to the file: seconds since the epoch
 //   out:TEXT     a line on standard output; err:TEXT on standard error
-//   exit:CODE    ends; kill:SIGNAL ends by the signal
+//   exit:CODE    exits; kill:SIGNAL ends by the signal
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -20,7 +20,7 @@
 
 namespace {
 
-// In one call, so that the text arrives whole.
+// In one call, so that the text is written atomically.
 void put(int descriptor, const std::string& text) {
   if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) _exit(98);
 }
@@ -55,8 +55,8 @@ void stamp(const char* path) {
   append(path, text);
 }
 
-// What stands behind `verb`, if `order` begins with it; else null.
-const char* behind(const char* verb, const char* order) {
+// The rest of `order` after `verb`, if it begins with it; else null.
+const char* after(const char* verb, const char* order) {
   const std::size_t length = std::strlen(verb);
   return std::strncmp(order, verb, length) == 0 ? order + length : nullptr;
 }
@@ -66,18 +66,17 @@ int number(const char* text) {
 }
 
 void obey(const char* order, char** all) {
-  if (const char* path = behind("await:", order)) awaitFile(path);
-  if (const char* path = behind("need:", order)) {
+  if (const char* path = after("await:", order)) awaitFile(path);
+  if (const char* path = after("need:", order)) {
     if (!exists(path)) _exit(4);
   }
-  if (const char* time = behind("sleep:", order))
-    usleep(static_cast<unsigned>(number(time)) * 1000);
-  if (const char* path = behind("report:", order)) report(path, all);
-  if (const char* path = behind("stamp:", order)) stamp(path);
-  if (const char* text = behind("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
-  if (const char* text = behind("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
-  if (const char* code = behind("exit:", order)) _exit(number(code));
-  if (const char* signal = behind("kill:", order)) std::raise(number(signal));
+  if (const char* time = after("sleep:", order)) usleep(static_cast<unsigned>(number(time)) * 1000);
+  if (const char* path = after("report:", order)) report(path, all);
+  if (const char* path = after("stamp:", order)) stamp(path);
+  if (const char* text = after("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
+  if (const char* text = after("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
+  if (const char* code = after("exit:", order)) _exit(number(code));
+  if (const char* signal = after("kill:", order)) std::raise(number(signal));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Text that means something to a shell, to the engine or to a terminal reaches the task as it is.
+// Text that is special to a shell, to Slurm or to a terminal reaches the task unchanged.
 
 #include <filesystem>
 
@@ -12,7 +12,7 @@ std::string cdata(const std::string& text) {
   return "<![CDATA[" + text + "]]>";
 }
 
-// In double quotes: all but those may stand in it.
+// In double quotes: anything but a double quote may occur.
 const char quoted[] =
     "it's $(touch pwned) `touch pwned` $HOME; touch pwned & true | cat > x < y * ? [a] {b} ~ # ! "
     "\\ "
@@ -22,7 +22,7 @@ const char bare[] = "a\"b'c$(id);&&||`id`\\%s\n*\xff\xc3\xa9";
 
 class SlurmText : public FarmTest {
  protected:
-  // What the only task was started with, and where.
+  // The arguments and folder of the only task.
   Lines argumentsOfTask() const {
     Lines arguments;
     for (const std::string& line : linesOf(log("report"))) {
@@ -36,7 +36,7 @@ class SlurmText : public FarmTest {
         << visible(folder) << log("report");
   }
 
-  // A job in the folder of the test, with elements of cmdData for `elements`.
+  // A job in the folder of the test, with `elements` in its cmdData.
   std::string jobText(const std::string& elements, const std::string& arguments,
                       const std::string& task, const std::string& value) const {
     return "<Job><cmdData><Arguments>" + cdata("{" + arguments + "}") + "</Arguments>" + elements +
@@ -49,12 +49,12 @@ class SlurmText : public FarmTest {
            cdata("{" + value + "}") + "</Value></Param></JobParams></cmdData></Job>\n";
   }
 
-  // A job whose task is the probe, and no more.
+  // A job whose only task is the probe.
   std::string plainJob(const std::string& elements) const {
     return jobText(elements, probe_ + " " + folder_.file("report"), "task", "value");
   }
 
-  // Submits the job of that name, whatever is said of it, and waits for its end.
+  // Submits the job of that name, ignoring warnings, and waits for its end.
   void run(const std::string& name, const std::vector<std::string>& more = {}) const {
     std::vector<std::string> arguments = {tool_, "submit", folder_.file(name)};
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -137,7 +137,7 @@ TEST_F(SlurmText, InTheFolderOfTheJobFileIsReadThere) {
   }
 }
 
-// What a shell would not take as it is is refused: one makes the program executable.
+// A path that a shell would interpret is refused, since a shell makes the program executable.
 TEST_F(SlurmText, InTheFolderOfTheApplicationIsTheProgramsOrRefused) {
   const std::string name = "100%%_%a%j-@+=:,.";
   const std::string program = folder_.makeFolder(name) + "/probe";
@@ -163,7 +163,7 @@ TEST_F(SlurmText, WithABackslashInTheRunFolderNeedsAnotherForTheLogs) {
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(
       result.error,
-      "runlet-job: submit: sbatch cannot be told of a log folder with a backslash: " + work + "\n");
+      "runlet-job: submit: sbatch does not support a backslash in the log folder: " + work + "\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
 
   folder_.write("job.xml", plainJob("<WorkingFolder>" + work + "</WorkingFolder><LogFolder>" +

@@ -1,5 +1,5 @@
-// What dies in the middle of an array: a node, as a machine does, at once and with all that runs on
-// it; and the controller.
+// Failures in the middle of an array: a node that dies like a machine, at once and with everything
+// that runs on it; and the controller.
 
 #include <signal.h>
 
@@ -13,15 +13,15 @@ namespace {
 
 class SlurmLostNode : public FarmTest {
  protected:
-  // Whatever happened, the other tests need the node.
+  // In any case, the other tests need the node.
   void TearDown() override {
     FarmTest::TearDown();
     if (nodes() != allIdle) start("n2");
     EXPECT_TRUE(eventually([&] { return nodes() == allIdle; })) << nodes();
   }
 
-  // Those of the node: its daemon, its tasks, and in between the daemons that look after these, so
-  // that nobody is left to tell of the end of another.
+  // The processes of the node: its daemon, its tasks, and the daemons that supervise these, so that
+  // none is left to report the end of another.
   std::vector<pid_t> processesOf(const std::string& node) const {
     std::vector<pid_t> daemons;
     std::vector<pid_t> tasks;
@@ -60,7 +60,7 @@ TEST_F(SlurmLostNode, HasItsTasksRunOnOthers) {
   Process waiting(submission({"--wait"}));
   ASSERT_TRUE(waiting.readUntil("\n"));
   const std::string id = firstLine(waiting.output());
-  // The daemon, and for each of four tasks the one that looks after it and the task itself
+  // The daemon, and for each of four tasks its supervisor and the task itself
   ASSERT_TRUE(eventually([&] { return processesOf("n2").size() == 9; }));
   for (const pid_t process : processesOf("n2")) kill(process, SIGKILL);
   folder_.write("go", "");
@@ -75,7 +75,7 @@ TEST_F(SlurmLostNode, HasItsTasksRunOnOthers) {
   for (const auto& [index, element] : elementsOf(id)) {
     EXPECT_EQ(element.state + " " + element.exitCode, "COMPLETED 0:0") << index;
   }
-  // Of what a task wrote on the lost node nothing is left.
+  // Nothing that a task wrote on the lost node is left.
   for (int task = 1; task <= 40; ++task) {
     EXPECT_EQ(log("job-" + padded(task, 2) + ".log"),
               calling(reportingCommand(std::to_string(task), "await:go"), folder()));

@@ -1,4 +1,4 @@
-// What `submit` hands on to the engine.
+// Options that `submit` passes to Slurm.
 
 #include <algorithm>
 #include <regex>
@@ -15,7 +15,8 @@ class SlurmOptions : public FarmTest {
   }
 };
 
-// Most tasks at a time, from lines in which each task stands at its start and at its end.
+// The maximum number of concurrent tasks, from the lines that each task writes at its start and
+// end.
 std::size_t mostAtOnce(const Lines& events) {
   std::set<std::string> running;
   std::size_t most = 0;
@@ -45,7 +46,7 @@ TEST_F(SlurmOptions, NameThePartition) {
   EXPECT_EQ(nodesOfReports(6), Lines{"n4"});
 }
 
-TEST_F(SlurmOptions, OfTheEngineReachIt) {
+TEST_F(SlurmOptions, OfSlurmReachIt) {
   write(reportingJob(2));
   const std::string id =
       submittedOne({"--sbatch-option", "--nodelist=n3", "--sbatch-option=--nice=77"});
@@ -54,7 +55,7 @@ TEST_F(SlurmOptions, OfTheEngineReachIt) {
   EXPECT_NE(recordOf(id).find(" Nice=77 "), std::string::npos);
 }
 
-// What the engine knows of a job, but for its number, and when and where it ran.
+// Slurm's record of a job, without its number, and when and where it ran.
 std::string comparable(const std::string& record, const std::string& id) {
   const std::regex changing(
       "\\b(JobId|ArrayJobId|SubmitTime|EligibleTime|AccrueTime|StartTime|EndTime|Deadline|"

@@ -1,4 +1,4 @@
-// What is refused is refused before anything is queued.
+// Refusals happen before anything is queued.
 
 #include "farm.h"
 
@@ -7,7 +7,7 @@ namespace {
 
 class SlurmRefusal : public FarmTest {
  protected:
-  // Asserts that nothing was queued, and that the engine was not even asked for a job.
+  // Asserts that nothing was queued, and that no job was requested from Slurm.
   void expectNothingQueued(const ProcessResult& result) const {
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(queue(), "");
@@ -39,7 +39,7 @@ TEST_F(SlurmRefusal, OfAJobFileThatIsMissingSaysSo) {
   expectNothingQueued(result);
 }
 
-TEST_F(SlurmRefusal, ByTheEngineIsPassedOn) {
+TEST_F(SlurmRefusal, BySlurmIsPassedOn) {
   write(reportingJob(3));
   const ProcessResult result = submit({"--partition", "moon"});
   EXPECT_NE(result.error.find("sbatch: error: invalid partition specified: moon\n"
@@ -55,7 +55,7 @@ TEST_F(SlurmRefusal, OfABackslashInTheLogFolderSaysSo) {
   write(reportingJob(1).set("LogFolder", folder_.file("back\\slash")));
   const ProcessResult result = submit();
   EXPECT_EQ(result.error,
-            "runlet-job: submit: sbatch cannot be told of a log folder with a backslash: " +
+            "runlet-job: submit: sbatch does not support a backslash in the log folder: " +
                 folder_.file("back\\slash") + "\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   expectNothingQueued(result);

@@ -1,4 +1,4 @@
-// Who the tasks run as, and what else a task finds.
+// The user and environment of tasks.
 
 #include <grp.h>
 #include <sys/stat.h>
@@ -15,12 +15,12 @@ constexpr unsigned nobody = 65534;
 
 class SlurmRights : public FarmTest {
  protected:
-  // A job of one task that tells what it is, as nobody.
+  // A job of one task, run as nobody, that reports its environment.
   Job probingJob() const {
     return jobOf({probe_ + " " + folder_.file("report")}).set("umask", "23");
   }
 
-  // What the task found of that name; its lines, joined by "; ".
+  // What the task reported under that name, with lines joined by "; ".
   std::string found(const std::string& name) const {
     std::string lines;
     for (const std::string& line : linesOf(log("report"))) {
@@ -63,7 +63,7 @@ TEST_F(SlurmRights, AreTheCallersForAnybodyElse) {
   EXPECT_EQ(result.error,
             oneWarning() +
                 "runlet-job: submit: the tasks run as user 65534 and group 65534, not "
-                "as the job's user 0 and group 0: only root may switch\n");
+                "as the job's user 0 and group 0: only root can switch\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
   awaitEnd(firstLine(result.output));
   EXPECT_EQ(found("Uid:"), "65534\t65534\t65534\t65534");
@@ -91,7 +91,7 @@ TEST_F(SlurmSurroundings, HoldTheRunFolderAndNoInput) {
 
 TEST_F(SlurmSurroundings, BeginWhereTheVerbWasStartedForARelativeRunFolder) {
   folder_.makeFolder("run", 0777);
-  // For a job of several tasks the adapter could not do that, and it would be an error.
+  // The adapter could not do that for a job of several tasks, and it would be an error.
   write(probingJob().set("WorkingFolder", "run").set("LogFolder", folder()));
   awaitEnd(submittedOne({}, oneWarning()));
   EXPECT_EQ(found("folder"), folder_.file("run"));

@@ -10,11 +10,6 @@
 
 namespace runlet_test {
 
-const std::string adapterPath = RUNLET_ADAPTER;
-const std::string plainAdapterPath = RUNLET_PLAIN_ADAPTER;
-const std::string probePath = RUNLET_PROBE;
-const std::string faultsPath = RUNLET_FAULTS;
-
 std::vector<std::string> AdapterTest::newTask(int first, int count) const {
   return {
       "-o", "NewTask", "-j", jobFile_, "-s", std::to_string(first), "-n", std::to_string(count)};
@@ -28,9 +23,9 @@ ProcessOptions AdapterTest::adapter(const std::vector<std::string>& arguments) c
   ProcessOptions options;
   options.arguments = arguments;
   options.arguments.insert(options.arguments.begin(), adapterPath);
-  // The caller's own may have folders that another user cannot look into.
+  // The caller's PATH may have folders that another user cannot access.
   options.environment.emplace_back("PATH", "/usr/bin:/bin");
-  // Libraries that stand in for parts of the system come in front of a sanitizer's.
+  // Preloaded libraries must come before a sanitizer's.
   options.environment.emplace_back("ASAN_OPTIONS", "verify_asan_link_order=0");
   return options;
 }
@@ -62,7 +57,7 @@ Report AdapterTest::report() const {
   Report lines;
   std::istringstream text(readFile(folder_.file("report")));
   for (std::string line; std::getline(text, line);) {
-    // Of the runtime that counts which lines are run.
+    // Of the coverage runtime.
     if (line.find("__LLVM_PROFILE_RT_INIT_ONCE") != std::string::npos) continue;
     const std::size_t end = line.find_first_of(" \t");
     lines[line.substr(0, end)].push_back(end == std::string::npos ? "" : line.substr(end + 1));

@@ -1,6 +1,6 @@
-// A task that only adds its argument vector to the end of the file that RUNLET_RECORD names: the
-// number of arguments, then the arguments, each followed by a NUL. It is as small as can be, since
-// thousands of it are started.
+// A task that appends its argument vector to the file that RUNLET_RECORD names: the number of
+// arguments, then the arguments, each followed by a NUL. It is as small as possible, since it is
+// started thousands of times.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -27,6 +27,6 @@ int main(int argc, char* argv[]) {
   const char* path = std::getenv("RUNLET_RECORD");
   const int file = path == nullptr ? -1 : open(path, O_WRONLY | O_APPEND);
   if (file == -1) return 97;
-  // In one call, so that the record arrives whole.
+  // In one call, so that the record is written atomically.
   return write(file, record, length) == static_cast<ssize_t>(length) ? 0 : 98;
 }

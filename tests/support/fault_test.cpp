@@ -19,7 +19,7 @@ namespace {
 std::string statOf(pid_t pid) {
   std::ifstream stream("/proc/" + std::to_string(pid) + "/stat");
   std::string line;
-  std::getline(stream, line, '\0');  // nothing where the process goes away meanwhile
+  std::getline(stream, line, '\0');  // empty if the process ends meanwhile
   const std::size_t name = line.rfind(") ");
   return name == std::string::npos ? "" : line.substr(name + 2);
 }
@@ -33,7 +33,7 @@ std::string describeChildren() {
   return text;
 }
 
-// The children of each come to this process when it ends.
+// The children of each are reparented to this process when it ends.
 void endChildren() {
   const std::vector<pid_t> children = childrenOf(getpid());
   if (children.empty()) return;
@@ -78,7 +78,7 @@ pid_t announcedChild(Process* adapter) {
   const std::string announcement = "[ServerMessage]ProcessStarted processId=";
   if (!adapter->readUntil(announcement)) return -1;
   const std::string& output = adapter->output();
-  // The line is written whole.
+  // The line is written atomically.
   return std::atoi(output.c_str() + output.rfind(announcement) + announcement.size());
 }
 

@@ -1,5 +1,5 @@
-// Faults that the real system does not produce on demand, loaded in front of the C library. The
-// environment variable RUNLET_FAULT says which.
+// Faults that the real system does not produce on demand, as a library preloaded before the C
+// library. The environment variable RUNLET_FAULT selects one.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -31,8 +31,8 @@ bool faultIs(const char* name) {
   return fault != nullptr && std::strcmp(fault, name) == 0;
 }
 
-// A descriptor limit that is in force when `main` begins, but not yet while the system loads the
-// libraries of the program. What the program starts has the limit, and not this library.
+// A descriptor limit that applies from the beginning of `main`, but not yet while the libraries are
+// loaded. Programs started by the program have the limit, but not this library.
 [[gnu::constructor]] void limitDescriptors() {
   if (!faultIs("few-descriptors")) return;
   const auto count = static_cast<rlim_t>(std::atoi(std::getenv("RUNLET_DESCRIPTORS")));
@@ -47,7 +47,7 @@ extern "C" passwd* getpwnam(const char* name) {
   static passwd entry{};
   if (faultIs("user-id-minus-one")) {
     entry.pw_uid = static_cast<uid_t>(-1);
-    errno = ENOENT;  // left over from within a lookup that succeeded
+    errno = ENOENT;  // left by a successful lookup
     return &entry;
   }
   static int lookups = 0;
@@ -55,7 +55,7 @@ extern "C" passwd* getpwnam(const char* name) {
     entry.pw_uid = getuid();
     return &entry;
   }
-  if (faultIs("no-such-user")) return nullptr;  // and leaves the error number alone
+  if (faultIs("no-such-user")) return nullptr;  // without setting errno
   if (faultIs("user-database") || lookups > 1) {
     errno = EIO;
     return nullptr;
@@ -64,7 +64,7 @@ extern "C" passwd* getpwnam(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getpwnam"))(name);
 }
 
-// A system on which /proc is not mounted.
+// A system without /proc.
 extern "C" int open(const char* path, int flags, ...) {
   if (faultIs("no-proc") && std::strncmp(path, "/proc/", 6) == 0) {
     errno = ENOENT;
@@ -82,8 +82,8 @@ extern "C" int open(const char* path, int flags, ...) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "open"))(path, flags, mode);
 }
 
-// A disk that fails, a signal at a file server that takes its time, a system that gives few bytes
-// at a time, and a file that becomes shorter once some bytes of it were read.
+// A disk that fails, a signal while a file server is slow, short reads, and a file that shrinks
+// after some bytes of it were read.
 extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
   if (faultIs("read-error")) {
     errno = EIO;
@@ -103,7 +103,7 @@ extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
                                                               isShort && size > 100 ? 100 : size);
 }
 
-// Answers of programs that cannot be read.
+// Output of programs that cannot be read.
 extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t place) {
   if (faultIs("lost-answers")) {
     errno = EIO;
@@ -113,7 +113,7 @@ extern "C" ssize_t pread(int descriptor, void* buffer, std::size_t size, off_t p
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pread"))(descriptor, buffer, size, place);
 }
 
-// A system that has no room for another process.
+// A system that cannot create another process.
 extern "C" int posix_spawnp(pid_t* pid, const char* file, const posix_spawn_file_actions_t* actions,
                             const posix_spawnattr_t* attributes, char* const* arguments,
                             char* const* environment) {
@@ -123,14 +123,14 @@ extern "C" int posix_spawnp(pid_t* pid, const char* file, const posix_spawn_file
       pid, file, actions, attributes, arguments, environment);
 }
 
-// A system, or a part of one, that has no other ids than root's.
+// A system or container with no ids other than root's.
 static bool isRefused(unsigned id) {
   if (id == 0 || !faultIs("only-root")) return false;
   errno = EINVAL;
   return true;
 }
 
-// A call that succeeds may leave any error number behind, which then is no reason for anything.
+// A successful call may set errno to any value, which then means nothing.
 extern "C" int setgid(gid_t gid) {
   if (isRefused(gid)) return -1;
   using Function = int (*)(gid_t);
@@ -147,8 +147,8 @@ extern "C" int setuid(uid_t uid) {
   return result;
 }
 
-// Of a system on which a process may leave a core file though it has changed its user, says at
-// that call whether this one would.
+// On a system where a process may leave a core file even after changing its user, reports at that
+// call whether this process would.
 static void tellOfCoreFile(const char* call) {
   if (!faultIs("core-files")) return;
   const bool isLeft = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) == 1;
@@ -157,12 +157,12 @@ static void tellOfCoreFile(const char* call) {
 
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
   if (faultIs("stopped-first")) {
-    // As for a child that stopped under a debugger and then went on.
+    // As for a child that stopped under a debugger and then continued.
     unsetenv("RUNLET_FAULT");
     if (status != nullptr) *status = W_STOPCODE(SIGSTOP);
     return pid;
   }
-  // As if somebody else had taken the first status that is of interest, or nobody could.
+  // As if the first relevant status had been taken by another waiter, or none could be taken.
   static pid_t lost = 0;
   if (lost == 0 && status != nullptr && (faultIs("lost-status") || faultIs("kept-status"))) {
     lost = pid;
@@ -177,13 +177,13 @@ extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
       reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);
   const bool isLost = pid == lost && result == pid;
   if (isLost) lost = -2;
-  // Of the other fault: as if somebody else had waited for each child.
+  // For the other fault: as if every child had already been reaped.
   if (isLost || faultIs("lost-ends")) {
     errno = ECHILD;
     return -1;
   }
   if (!faultIs("interrupted-wait")) return result;
-  // As if a signal had come while the child ran; a second wait would succeed.
+  // As if a signal had arrived while the child ran; a second wait would succeed.
   unsetenv("RUNLET_FAULT");
   if (status != nullptr) *status = 3 << 8;
   errno = EINTR;
@@ -213,15 +213,14 @@ extern "C" int sigtimedwait(const sigset_t* signals, siginfo_t* info, const time
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "sigtimedwait"))(signals, info, &real);
 }
 
-// A process that is ended right before it tells another one of eight bytes, a process id among
-// them.
+// A process that is killed right before it sends another one eight bytes, including a process id.
 extern "C" ssize_t send(int socket, const void* bytes, std::size_t size, int flags) {
   if (size == 8 && faultIs("lost-answer")) std::raise(SIGKILL);
   using Function = ssize_t (*)(int, const void*, std::size_t, int);
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "send"))(socket, bytes, size, flags);
 }
 
-// A system that does not tell about children, or knows none; but not before the first has ended.
+// A system on which waitid fails, or finds no children; but not before the first child has ended.
 extern "C" int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
   using Function = int (*)(idtype_t, id_t, siginfo_t*, int);
   const int result =
@@ -232,7 +231,7 @@ extern "C" int waitid(idtype_t type, id_t id, siginfo_t* info, int options) {
   return -1;
 }
 
-// Standard error that cannot be joined to standard output.
+// A standard error that cannot be joined to standard output.
 extern "C" int dup2(int from, int to) noexcept {
   if (from == STDOUT_FILENO && to == STDERR_FILENO && faultIs("dup2-refused")) {
     errno = EBUSY;
@@ -278,7 +277,7 @@ static int refusedIf(bool isRefused) {
   return isRefused ? -1 : 0;
 }
 
-// A process that is told that it has given its rights up, and has not.
+// Dropping rights reports success but has no effect.
 extern "C" int getresuid(uid_t* real, uid_t* effective, uid_t* saved) noexcept {
   using Function = int (*)(uid_t*, uid_t*, uid_t*);
   const int result =
@@ -302,8 +301,8 @@ extern "C" int setgroups(std::size_t count, const gid_t* groups) noexcept {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setgroups"))(count, groups);
 }
 
-// The error of a system that has no keyrings, keeps them from a process, or has no room for another
-// one; 0 without such a fault.
+// The error of a system that has no keyrings, forbids them, or has no room for another one; 0
+// without such a fault.
 static int keyringError() {
   const struct {
     const char* fault;
@@ -320,7 +319,7 @@ static int keyringError() {
   return 0;
 }
 
-// Calls that the C library has no functions for.
+// Calls without functions in the C library.
 extern "C" long syscall(long number, ...) noexcept {
   long values[6];
   va_list arguments;

@@ -64,7 +64,7 @@ std::string Job::text() const {
   std::ostringstream out;
   out << "<Job>\n<cmdData>\n";
   if (!arguments.empty()) {
-    // CDATA, so that every byte arrives as it stands.
+    // CDATA, so that every byte is kept unchanged.
     out << "<Arguments><![CDATA[" << inBraces(arguments) << "]]></Arguments>\n";
   }
   for (const auto& [name, value] : elements) out << element(name, value) << "\n";

@@ -7,19 +7,20 @@
 
 namespace runlet_test {
 
-// The text of an XML file that has `text` for its content.
+// Escapes `text` for an XML file.
 std::string escapeXml(const std::string& text);
 
-// A job, by default of one task, that the caller may run without any rights.
+// A job, by default with one task, that the caller may run without privileges.
 struct Job {
   Job();
 
-  std::string arguments;                                      // without braces
-  std::vector<std::pair<std::string, std::string>> elements;  // others of cmdData, text and all
-  std::vector<std::string> tasks = {"task"};                  // the entries, without braces
-  std::vector<std::pair<std::string, std::string>> params;    // names and values, likewise
+  std::string arguments;  // without braces
+  std::vector<std::pair<std::string, std::string>>
+      elements;                               // more elements of cmdData, with their texts
+  std::vector<std::string> tasks = {"task"};  // the entries, without braces
+  std::vector<std::pair<std::string, std::string>> params;  // names and values, likewise
 
-  // Sets the text of the element `name`, and adds it if the job has none yet.
+  // Sets the text of the element `name`, adding it if missing.
   Job& set(const std::string& name, const std::string& text);
   Job& remove(const std::string& name);
 

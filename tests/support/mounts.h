@@ -1,4 +1,4 @@
-// Mounts that only one process and its children see.
+// Mounts visible only to one process and its children.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,14 +8,14 @@
 
 namespace runlet_test {
 
-// Puts the calling process into a name space for mounts of its own, in which nothing reaches the
-// system's. False where the system does not allow it.
+// Moves the calling process into its own mount namespace, isolated from the system's. False if the
+// system does not allow it.
 bool enterOwnMounts();
 
 // Whether enterOwnMounts would succeed.
 bool mayMount();
 
-// Ends the test as skipped if it may not mount; where RUNLET_FORBID_SKIPS is set, as failed.
+// Skips the test if it may not mount; if RUNLET_FORBID_SKIPS is set, fails it.
 #define REQUIRE_MOUNTS()                                                          \
   if (!runlet_test::mayMount()) {                                                 \
     if (std::getenv("RUNLET_FORBID_SKIPS") != nullptr) FAIL() << "may not mount"; \

@@ -1,4 +1,4 @@
-// A task that tells what it is: it writes a line for each thing to the file named by its first
+// A task that reports its own state: it writes a line for each item to the file named by its first
 // argument.
 
 #include <dirent.h>
@@ -47,12 +47,12 @@ bool hasTerminal() {
   return true;
 }
 
-// -1 where the system has none.
+// -1 if the system has none.
 long sessionKeyring() {
   return syscall(SYS_keyctl, KEYCTL_GET_KEYRING_ID, KEY_SPEC_SESSION_KEYRING, 0);
 }
 
-// Every line of a file of the system's about this process, with `kind` before it.
+// Every line of a system file about this process, prefixed with `kind`.
 void copyLines(const char* path, const char* kind, std::ofstream* report) {
   std::ifstream text(path);
   for (std::string line; std::getline(text, line);) *report << kind << " " << line << "\n";
@@ -62,7 +62,7 @@ void copyLines(const char* path, const char* kind, std::ofstream* report) {
 
 int main(int argc, char* argv[]) {
   if (argc < 2) return 2;
-  // What is open has to be seen before the report is.
+  // Open descriptors must be listed before the report is opened.
   const std::vector<int> descriptors = openDescriptors();
   std::ofstream report(argv[1]);
   for (int i = 0; i < argc; ++i) report << "argument " << visible(argv[i]) << "\n";

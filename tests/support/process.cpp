@@ -30,8 +30,8 @@ Pipe makePipe() {
   return {ends[0], ends[1]};
 }
 
-// What a process inherits but a test must not depend on: whether it was started in the background,
-// under which mask, and how tools in the tests are to speak.
+// Resets inherited state that a test must not depend on: ignored signals of background jobs, the
+// mask, and the language of tools in the tests.
 void forgetTheStarter() {
   for (int signal = 1; signal < NSIG; ++signal) std::signal(signal, SIG_DFL);
   sigset_t none;
@@ -42,8 +42,8 @@ void forgetTheStarter() {
   unsetenv("POSIXLY_CORRECT");
 }
 
-// What is executed: the program, or where RUNLET_TEST_WRAPPER says so ("valgrind --quiet"), a tool
-// that runs the program in its hands. The program then has its path for a name.
+// What is executed: the program, or a tool that runs it if RUNLET_TEST_WRAPPER is set ("valgrind
+// --quiet"). The program's name is then its path.
 struct Execution {
   std::string program;
   std::vector<std::string> arguments;
@@ -76,12 +76,12 @@ Execution executionOf(const ProcessOptions& options) {
     argv.push_back(const_cast<char*>(argument.c_str()));
   }
   argv.push_back(nullptr);
-  if (options.prepare) options.prepare();  // last: it may leave no memory, not even for a sanitizer
+  if (options.prepare) options.prepare();  // last: it may leave no memory even for a sanitizer
   execv(execution.program.c_str(), argv.data());
   _exit(98);
 }
 
-// Appends what there is to `*text`; at the end closes the pipe and sets it to -1.
+// Appends the available data to `*text`; at end of file closes the pipe and sets it to -1.
 void drain(int* pipe, std::string* text) {
   std::array<char, 65536> buffer;
   const ssize_t count = read(*pipe, buffer.data(), buffer.size());
@@ -93,7 +93,7 @@ void drain(int* pipe, std::string* text) {
   }
 }
 
-// The process leads a session once it runs; right behind the fork there are no children yet.
+// The process leads a session once it runs; right after the fork there are no children yet.
 void killWithChildren(pid_t pid) {
   killpg(pid, SIGKILL);
   kill(pid, SIGKILL);
@@ -156,7 +156,7 @@ bool Process::readUntil(const std::string& text) {
 }
 
 void Process::awaitEnd() const {
-  // A process may close its outputs and live on, so that their end alone says nothing.
+  // A process may close its outputs and continue, so end of file alone means nothing.
   siginfo_t info{};
   while (waitid(P_PID, static_cast<id_t>(result_.pid), &info, WEXITED | WNOWAIT | WNOHANG) == 0 &&
          info.si_pid == 0) {

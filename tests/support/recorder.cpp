@@ -1,6 +1,6 @@
-// A task that adds what it is to the end of the file that RUNLET_RECORD names, so that one file
-// tells of all tasks of a request, in their order. Arguments like "out:text", "err:text",
-// "exit:3" and "kill:9" then say what it does.
+// A task that appends its state to the file that RUNLET_RECORD names, so that one file records all
+// tasks of a request in order. Arguments like "out:text", "err:text", "exit:3" and "kill:9" then
+// say what to do.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -18,7 +18,7 @@ namespace {
 
 using runlet_test::visible;
 
-// In one call, so that the text arrives whole.
+// In one call, so that the text is written atomically.
 void put(int descriptor, const std::string& text) {
   if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) _exit(98);
 }
@@ -37,7 +37,7 @@ std::string identity() {
   return user + "group " + ids(real, effective, saved) + "\n";
 }
 
-// Whether standard error goes where standard output goes, and the old one is kept at hand.
+// Whether standard error goes where standard output goes, with the old one kept open.
 std::string descriptors() {
   struct stat output {};
   struct stat error {};
@@ -72,16 +72,16 @@ void record(const std::string& text) {
   close(file);
 }
 
-// What stands behind `verb`, if `order` begins with it; else null.
-const char* behind(const char* verb, const char* order) {
+// The rest of `order` after `verb`, if it begins with it; else null.
+const char* after(const char* verb, const char* order) {
   const std::size_t length = std::strlen(verb);
   return std::strncmp(order, verb, length) == 0 ? order + length : nullptr;
 }
 
 void obey(const char* order) {
-  if (const char* text = behind("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
-  if (const char* text = behind("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
-  if (const char* code = behind("exit:", order)) {
+  if (const char* text = after("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
+  if (const char* text = after("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
+  if (const char* code = after("exit:", order)) {
     _exit(static_cast<int>(std::strtol(code, nullptr, 10) & 0xff));
   }
   if (std::strcmp(order, "kill:9") == 0) std::raise(SIGKILL);

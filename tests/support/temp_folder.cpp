@@ -11,7 +11,7 @@
 namespace runlet_test {
 
 TempFolder::TempFolder(const std::string& parent) {
-  // mkdtemp puts a name of its own in place of the last letters
+  // mkdtemp replaces the last letters
   std::string name = parent + "/runlet-test-XXXXXX";
   if (mkdtemp(name.data()) == nullptr || chmod(name.c_str(), 0755) != 0) {
     throw std::runtime_error("cannot make a folder in " + parent);

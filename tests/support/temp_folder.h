@@ -5,7 +5,7 @@
 
 namespace runlet_test {
 
-// A new folder that every user may enter, removed with all that is in it when the object goes.
+// A new folder that every user may enter, removed with its content on destruction.
 class TempFolder {
  public:
   explicit TempFolder(const std::string& parent = "/tmp");
@@ -22,17 +22,17 @@ class TempFolder {
     return path_ + "/" + name;
   }
 
-  // Writes `text` to the file `name`, which gets exactly `mode`, and yields its path.
+  // Writes `text` to the file `name` with exactly `mode`, and returns its path.
   std::string write(const std::string& name, const std::string& text, unsigned mode = 0644) const;
 
-  // Makes the folder `name` with exactly `mode`, and yields its path.
+  // Creates the folder `name` with exactly `mode`, and returns its path.
   std::string makeFolder(const std::string& name, unsigned mode = 0755) const;
 
  private:
   std::string path_;
 };
 
-// The whole file at `path`; the empty text if there is none.
+// The content of the file at `path`; empty if there is none.
 std::string readFile(const std::string& path);
 
 // The permission bits of the file at `path`, as in 0755; -1 if there is none.

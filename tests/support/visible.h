@@ -1,4 +1,4 @@
-// Any bytes as a text of one line.
+// Showing any bytes as one line of text.
 #pragma once
 
 #include <cstdio>
@@ -6,7 +6,7 @@
 
 namespace runlet_test {
 
-// Every byte that is not printable, and the backslash, as \xNN.
+// Every unprintable byte, and the backslash, as \xNN.
 inline std::string visible(const std::string& text) {
   std::string out;
   for (const char c : text) {

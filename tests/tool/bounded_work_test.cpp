@@ -1,6 +1,6 @@
-// What the verbs that read a job take for files that were made to take much, and make for a job of
-// that size: time and memory in proportion to the file, as loading it does, and nothing left out
-// that is not told of.
+// The cost of verbs that read a job for files designed to be expensive, and of make for a job of
+// that size: time and memory are proportional to the file, like loading it, and everything skipped
+// is reported.
 
 #include <gtest/gtest.h>
 
@@ -16,11 +16,11 @@ namespace {
 using Json = nlohmann::json;
 using std::chrono::milliseconds;
 
-constexpr std::size_t size = 1'000'000;  // about so many bytes has each file
+constexpr std::size_t size = 1'000'000;  // approximate bytes of each file
 constexpr std::size_t mostMemory = 300'000'000;
 
-// Without optimisation, as with the sanitizers, all takes that much longer.
-#ifdef __OPTIMIZE__
+// How much longer everything takes if the product is not optimised, as with the sanitizers.
+#ifdef RUNLET_IS_OPTIMISED
 constexpr int slowness = 1;
 #else
 constexpr int slowness = 20;
@@ -39,7 +39,7 @@ std::string times(std::size_t count, const std::string& piece) {
   return text;
 }
 
-// As many of them as have room in `length` bytes.
+// As many of them as fit into `length` bytes.
 std::string filled(const std::string& piece, std::size_t length = size) {
   return times(length / piece.size(), piece);
 }
@@ -47,7 +47,7 @@ std::string filled(const std::string& piece, std::size_t length = size) {
 const std::string task = "<Task><Params>{1}</Params></Task>\n";
 const std::string emptyValue = "<Param><Name>{a}</Name><Value>{}</Value></Param>";
 
-// A task for each of other programs that there are not.
+// Tasks that each run a different, missing program.
 std::string programs(std::size_t length) {
   std::string text;
   for (int i = 0; text.size() < length; ++i) {
@@ -150,7 +150,7 @@ class BoundedWork : public AdapterTest {
     return runProcess(options);
   }
 
-  // What the adapter takes that does nothing but load the file.
+  // The cost of an adapter that only loads the file.
   std::chrono::microseconds loadTime() const {
     ProcessOptions options = adapter({"-o", "PingTask", "-j", jobFile_, "-e", "0"});
     options.patience = std::chrono::seconds(300);
@@ -161,7 +161,7 @@ class BoundedWork : public AdapterTest {
     return std::chrono::duration_cast<milliseconds>(time);
   }
 
-  // `work` is what loading the job takes, as often as it may be done.
+  // `work` is the cost of loading the job times the allowed number of loads.
   static void expectLittleMore(const ProcessResult& result, std::chrono::microseconds work,
                                const std::string& name) {
     EXPECT_TRUE(WIFEXITED(result.waitStatus)) << describeStatus(result.waitStatus);
@@ -190,7 +190,7 @@ class BoundedWork : public AdapterTest {
 TEST_F(BoundedWork, IsThatOfTheLibraryAndLittleMoreForAnyJob) {
   for (const Row& row : rows()) {
     SCOPED_TRACE(row.name);
-    // With logs where there can be none, so that nothing is run in the end.
+    // With an impossible log folder, so that nothing is run in the end.
     Parts parts = row.parts;
     parts.elements += "<LogFolder>" + jobFile_ + "/none</LogFolder>";
     folder_.write("job.xml", jobOf(parts));
@@ -207,9 +207,9 @@ TEST_F(BoundedWork, IsThatOfTheLibraryAndLittleMoreForAnyJob) {
   }
 }
 
-// It looks at what it has written, and then at what will arrive.
+// It checks what it has written, and then how that loads.
 TEST_F(BoundedWork, OfMakeIsThatOfItsJob) {
-  constexpr std::size_t longest = 80'000;  // that a command line surely has room for
+  constexpr std::size_t longest = 80'000;  // that fits into any command line
   const struct {
     const char* name;
     std::vector<std::string> options;
@@ -251,7 +251,7 @@ TEST_F(BoundedWork, OfMakeIsThatOfItsJob) {
   }
 }
 
-// Findings of one code, of the whole job or of its tasks.
+// Findings of one code, for the whole job or for its tasks.
 TEST_F(BoundedWork, KeepsTheFirstFindingsOfACodeAndCountsTheOthers) {
   const std::string limit = "<TaskTimeout>5</TaskTimeout>";
   const struct {
@@ -287,7 +287,7 @@ TEST_F(BoundedWork, KeepsTheFirstFindingsOfACodeAndCountsTheOthers) {
   EXPECT_TRUE(text.ends_with(end)) << text;
 }
 
-// Of the error in the last task nothing is said.
+// The error in the last task is not reported.
 TEST_F(BoundedWork, RJ069TasksThatWouldTakeTooLong) {
   const Parts parts = {
       .command = "x " + std::string(3900, 'x') + "%tp1",
@@ -307,14 +307,14 @@ TEST_F(BoundedWork, RJ069TasksThatWouldTakeTooLong) {
   const std::string begin = "Of the " + count + " tasks only the first ";
   ASSERT_TRUE(why.starts_with(begin)) << why;
   EXPECT_GT(std::stoi(why.substr(begin.size())), 1000);
-  EXPECT_TRUE(why.ends_with(" were looked at: the others would take too long.")) << why;
+  EXPECT_TRUE(why.ends_with(" were checked; the others would take too long.")) << why;
 
   const Json all = Json::parse(check({"--all", "--json"})).at("jobs").at(0);
   ASSERT_EQ(all.at("findings").size(), 1U) << all.at("findings");
   EXPECT_EQ(all.at("findings").at(0).at("code"), "RJ066");
   EXPECT_EQ(all.at("findings").at(0).at("tasks"), count);
 
-  // Nor are such tasks run: what was not looked at may not even be a command.
+  // Nor are such tasks run: an unchecked task may not even be a command.
   for (const char* verb : {"run", "submit"}) {
     const ProcessResult result = runOn({verb});
     EXPECT_EQ(result.output, "");
@@ -334,8 +334,8 @@ TEST_F(BoundedWork, OfProgramsOfTheMachineIsBoundedToo) {
   EXPECT_EQ(text.find("RJ069", first + 20), std::string::npos);
 }
 
-// The tasks that are left out can be shown by themselves.
-TEST_F(BoundedWork, OfExpandLeavesTasksOutAndSaysSo) {
+// The skipped tasks can be shown separately.
+TEST_F(BoundedWork, OfExpandSkipsTasksAndSaysSo) {
   const int count = 20000;
   folder_.write("job.xml",
                 jobOf({.command = "x " + std::string(3900, 'x'), .tasks = times(count, task)}));
@@ -345,9 +345,10 @@ TEST_F(BoundedWork, OfExpandLeavesTasksOutAndSaysSo) {
   ASSERT_NE(last, std::string::npos);
   const int shown = std::stoi(result.output.substr(last + 6));
   EXPECT_GT(shown, 1000);
-  EXPECT_EQ(result.error, "runlet-job: expand: left out " + std::to_string(count - shown) +
-                              " tasks after task " + std::to_string(shown) +
-                              " because all would take too long; show the rest with -s and -n\n");
+  EXPECT_EQ(result.error,
+            "runlet-job: expand: skipped " + std::to_string(count - shown) + " tasks after task " +
+                std::to_string(shown) +
+                ", since all of them would take too long; show the rest with -s and -n\n");
   const ProcessResult inJson = runOn({"expand", "--json"});
   EXPECT_EQ(inJson.error, result.error);
   const Json json = Json::parse(inJson.output);
@@ -361,7 +362,7 @@ TEST_F(BoundedWork, OfExpandLeavesTasksOutAndSaysSo) {
   EXPECT_NE(next.output.find("\ntask " + std::to_string(count) + "\n"), std::string::npos);
 }
 
-// However far inside of it, and whatever is dropped before.
+// However deep inside it, and whatever is dropped before.
 TEST_F(BoundedWork, KeepsThePlacesInALongTemplate) {
   const std::string start = "<Job><cmdData><Arguments>";
   const std::string odd = "{x " + times(700, "%jp1&&&") + "&&z%x" + times(700, "%jp1") + "%y}";

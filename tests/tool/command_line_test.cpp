@@ -6,17 +6,17 @@
 #include <unistd.h>
 
 #include "temp_folder.h"
-#include "tool/text/decimal.h"
+#include "tool/verbs/options.h"
 #include "tool_run.h"
 
 namespace runlet_test {
 namespace {
 
-TEST(ToolCommandLine, TellsItsVersion) {
+TEST(ToolCommandLine, PrintsItsVersion) {
   expectTool(runTool({"--version"}), "runlet-job 1.2.0\n", "", "exit 0");
 }
 
-TEST(ToolCommandLine, TellsItsVerbs) {
+TEST(ToolCommandLine, ListsItsVerbs) {
   const ProcessResult result = runTool({"--help"});
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
   for (const char* verb :
@@ -25,7 +25,7 @@ TEST(ToolCommandLine, TellsItsVerbs) {
   }
 }
 
-// An option that may be repeated does not take the words after its own.
+// A repeatable option does not take the words after its value.
 TEST(ToolCommandLine, MayNameTheJobAfterAnOption) {
   for (const char* verb : {"run", "submit"}) {
     const ProcessResult result = runTool({verb, "--keep-env", "NAME", "/nowhere/job.xml"});
@@ -46,7 +46,7 @@ TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
   };
   const Row rows[] = {
       {{}, "runlet-job: A subcommand is required\nSee: runlet-job --help\n"},
-      {{"chek", "job.xml"}, "runlet-job: There is no verb chek\nSee: runlet-job --help\n"},
+      {{"chek", "job.xml"}, "runlet-job: unknown verb: chek\nSee: runlet-job --help\n"},
       {{"check"}, "runlet-job: job is required\nSee: runlet-job --help\n"},
       {{"expand", "job.xml", "-s", "x"},
        "runlet-job: Could not convert: -s = x\nSee: runlet-job --help\n"},
@@ -58,8 +58,8 @@ TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
   for (const Row& row : rows) expectTool(runTool(row.arguments), "", row.error, "exit 2");
 }
 
-// As the numbers in the names of logs are.
-TEST(ToolCommandLine, ReadsNumbersWithZerosInFrontAsDecimal) {
+// Like the numbers in the names of logs.
+TEST(ToolCommandLine, ReadsNumbersWithLeadingZerosAsDecimal) {
   const struct {
     const char* text;
     const char* number;
@@ -74,19 +74,19 @@ TEST(ToolCommandLine, SaysWhereItsOutputIsLost) {
   for (const char* verb : {"--version", "explain"}) {
     ProcessOptions options = tool({verb});
     options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
-    expectTool(runProcess(options), "", "runlet-job: cannot write: No space left on device\n",
-               "exit 2");
+    expectTool(runProcess(options), "",
+               "runlet-job: cannot write to standard output: No space left on device\n", "exit 2");
   }
 }
 
-// No sanitizer runs in so little address space.
+// No sanitizer runs in such a small address space.
 #ifdef __SANITIZE_ADDRESS__
 constexpr bool isShortOfMemory = false;
 #else
 constexpr bool isShortOfMemory = true;
 #endif
 
-TEST(ToolCommandLine, TellsThatThereIsNotEnoughMemory) {
+TEST(ToolCommandLine, ReportsALackOfMemory) {
   constexpr rlim_t space = rlim_t{128} << 20;
   const TempFolder folder;
   std::string tasks;

@@ -1,4 +1,4 @@
-// What bash proposes for the command line of runlet-job.
+// Completions of bash for the command line of runlet-job.
 
 #include <gtest/gtest.h>
 
@@ -8,14 +8,15 @@
 #include <vector>
 
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 #include "tool/check/rules.h"
 
 namespace runlet_test {
 namespace {
 
-// Prints the proposals for its last argument, one a line and each once, as bash shows them; the
-// first argument is the file of the completion.
+// Prints the completions of its last argument, one per line without duplicates, as bash shows them;
+// the first argument is the completion script.
 constexpr char script[] = R"(
 set -u
 source "$1"
@@ -26,15 +27,15 @@ _runlet_job
 ((${#COMPREPLY[@]} == 0)) || printf '%s\n' "${COMPREPLY[@]}" | LC_ALL=C sort -u
 )";
 
-// A program in place of runlet-job: what is completed may be any file, and is not to be run.
+// A program that replaces runlet-job: the completed command may be any file, and must not be run.
 constexpr char hostile[] = "#!/bin/sh\ntouch ran\n";
 
-// One in place of the cluster's sinfo.
+// One that replaces sinfo.
 constexpr char threePartitions[] =
     "#!/bin/sh\n"
     "[ \"$*\" = '--noheader --format=%R' ] && printf 'farm\\nfast\\nnight\\n'\n";
 
-// A folder with a few files and folders in it, to propose them.
+// A folder with a few files and folders as completions.
 class Completion : public testing::Test {
  protected:
   Completion() {
@@ -50,7 +51,7 @@ class Completion : public testing::Test {
     folder_.write("shots/sinfo", program, 0755);
   }
 
-  // What is proposed for the last of `words`, which follow the program.
+  // The completions for the last of `words`, which follow the program.
   std::string proposalsFor(const std::vector<std::string>& words) const {
     ProcessOptions options;
     options.arguments = {"/bin/bash", "--norc", "-c", script, "test", file(), program_};
@@ -76,7 +77,7 @@ class Completion : public testing::Test {
 
  private:
   static std::string file() {
-    return RUNLET_SOURCES "/share/bash-completion/completions/runlet-job";
+    return std::string(sourceFolder) + "/share/bash-completion/completions/runlet-job";
   }
 
   std::string program_;
@@ -145,7 +146,7 @@ const Row rows[] = {
     {{"submit", "--partition", "f"}, "farm\nfast\n"},
 };
 
-TEST_F(Completion, ProposesWhatMayStandThere) {
+TEST_F(Completion, ProposesValidWords) {
   for (const Row& row : rows) {
     EXPECT_EQ(proposalsFor(row.words), row.proposals) << joined(row.words);
   }
@@ -163,7 +164,7 @@ TEST_F(Completion, DoesNotRunTheProgram) {
             (std::set<std::string>{"dawn.xml", "dusk light.xml", "frames.tsv", "shots"}));
 }
 
-// As text that is put into the command line, and as none that the shell reads meanwhile.
+// Inserted into the command line as text, without being evaluated by the shell.
 TEST_F(Completion, TakesWhatSinfoPrintsForText) {
   setPartitions(
       "#!/bin/sh\n"

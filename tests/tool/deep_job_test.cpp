@@ -1,4 +1,4 @@
-// Jobs whose elements are nested as deep as the stack can bear, for every verb that loads a job.
+// Jobs whose elements are nested as deep as the stack allows, for every verb that loads a job.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -15,11 +15,11 @@ constexpr rlim_t kibibyte = 1024;
 
 struct Stack {
   rlim_t size;
-  std::size_t levels;  // that it can bear, with the root and cmdData
+  std::size_t levels;  // that fit, including the root and cmdData
 };
 
 constexpr Stack stacks[] = {
-#ifndef __SANITIZE_ADDRESS__  // with which the program itself takes more than that
+#ifndef __SANITIZE_ADDRESS__  // the program itself would need more than that
     {256 * kibibyte, 109},
     {512 * kibibyte, 546},
 #endif

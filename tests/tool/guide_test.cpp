@@ -1,9 +1,8 @@
-// docs/writing-a-job-file.md and README.md: what they show of runlet-job is what it prints, and
-// what they say to write is without fault.
+// docs/writing-a-job-file.md and README.md: the output they show is what runlet-job prints, and the
+// jobs they recommend have no findings.
 //
-// In their indented blocks, lines that begin with "$ " are commands, with their output behind them;
-// a block that begins with "<" is a piece that stands in the job file in place of what that has, or
-// the whole job.
+// In their indented blocks, lines that begin with "$ " are commands, followed by their output; a
+// block that begins with "<" is a piece that replaces parts of the job file, or the whole job.
 
 #include <gtest/gtest.h>
 
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 
 namespace runlet_test {
@@ -36,7 +36,7 @@ std::string textOf(const Lines& lines) {
 
 constexpr char indent[] = "    ";
 
-// The indented blocks of a document, without their indent.
+// The indented blocks of a document, unindented.
 std::vector<Lines> blocksOf(const std::string& document) {
   std::vector<Lines> blocks;
   bool isOpen = false;
@@ -49,14 +49,14 @@ std::vector<Lines> blocksOf(const std::string& document) {
   return blocks;
 }
 
-// The name of the element that the line is about; empty for other markup.
+// The name of the element on the line; empty for other markup.
 std::string elementOf(const std::string& line) {
   std::smatch match;
   const std::regex form("^<(?:!-- no )?([A-Za-z]+)");
   return std::regex_search(line, match, form) ? match[1].str() : "";
 }
 
-// The job with `lines` in place of all its elements of that name, which have lines of their own.
+// The job with `lines` replacing all its elements of that name, which are on separate lines.
 std::string replaced(const std::string& job, const std::string& element, const Lines& lines) {
   std::string text;
   bool isDone = false;
@@ -73,8 +73,8 @@ std::string replaced(const std::string& job, const std::string& element, const L
   return text;
 }
 
-// The job with the piece in it: its lines take the place of elements of the same name, and those
-// that are no element stay with the ones in front of them, or stand in front of the root.
+// The job with the piece inserted: its lines replace elements of the same name, and lines that are
+// not elements stay with the preceding ones, or come before the root.
 std::string edited(const std::string& job, const Lines& piece) {
   std::string text = job;
   std::size_t begin = 0;
@@ -93,7 +93,7 @@ std::string edited(const std::string& job, const Lines& piece) {
   return text;
 }
 
-// The commands of a console block, without the "$ " and with the lines that continue them.
+// The commands of a console block, without the "$ " and with their continuation lines.
 std::string commandsOf(const Lines& block) {
   std::string commands;
   bool continues = false;
@@ -105,10 +105,10 @@ std::string commandsOf(const Lines& block) {
   return commands;
 }
 
-// The block as a terminal shows it: every command with its output.
+// The block as shown on a terminal: every command with its output.
 std::string transcriptOf(const Lines& block, const std::string& folder) {
   ProcessOptions options;
-  const std::string path = std::filesystem::path(RUNLET_JOB).parent_path();
+  const std::string path = std::filesystem::path(toolPath).parent_path();
   options.environment = {{"PATH", path + ":/usr/bin:/bin"}};
   options.folder = folder;
   std::string transcript;
@@ -129,10 +129,12 @@ bool isConsole(const Lines& block) {
 
 class Guide : public testing::Test {
  protected:
-  // Goes through the document; its job is job.xml in `folder`.
-  void follow(const std::string& path, const std::string& folder) {
-    const std::string document = readFile(RUNLET_SOURCES "/" + path);
-    const std::string here = std::regex_replace(document, std::regex("build/bin/"), "");
+  // Goes through the document; its job is job.xml in `folder`. `owner` are more options for the
+  // commands that make a job, where the document leaves it to whoever follows it.
+  void follow(const std::string& path, const std::string& folder, const std::string& owner = "") {
+    const std::string document = readFile(std::string(sourceFolder) + "/" + path);
+    const std::string make = "runlet-job make";
+    const std::string here = std::regex_replace(document, std::regex(make), make + owner);
     const std::vector<Lines> blocks =
         blocksOf(std::regex_replace(here, std::regex(folder), folder_.path()));
     for (std::size_t i = 0; i < blocks.size(); ++i) {
@@ -171,7 +173,7 @@ class Guide : public testing::Test {
   }
 
   TempFolder folder_;
-  std::string base_;  // the job without a mistake
+  std::string base_;  // the correct job
   int count_ = 0;     // of the commands
 };
 
@@ -180,7 +182,32 @@ TEST_F(Guide, ToWritingAJobFileShowsWhatThereIs) {
 }
 
 TEST_F(Guide, OfTheReadmeShowsWhatThereIs) {
-  follow("README.md", "/tmp/shot");
+  // Of root's own job there would be a warning.
+  follow("README.md", "/tmp/shot", " --user 1000 --group 1000");
+}
+
+std::string withoutSpace(const std::string& text) {
+  return std::regex_replace(text, std::regex("\\s+"), "");
+}
+
+// The text of an SVG picture.
+std::string textOfPicture(const std::string& svg) {
+  std::string text;
+  const std::regex element(">([^<]*)</text>");
+  for (std::sregex_iterator match(svg.begin(), svg.end(), element), end; match != end; ++match) {
+    text += (*match)[1];
+  }
+  text = std::regex_replace(text, std::regex("&lt;"), "<");
+  text = std::regex_replace(text, std::regex("&gt;"), ">");
+  return std::regex_replace(text, std::regex("&amp;"), "&");
+}
+
+// Apart from white space: its lines are those of a terminal.
+TEST_F(Guide, HasAPictureOfWhatThereIs) {
+  const std::string folder = std::string(sourceFolder) + "/docs/pictures";
+  const std::string shown = textOfPicture(readFile(folder + "/check.svg"));
+  EXPECT_EQ(withoutSpace(shown), withoutSpace(transcriptOf({"$ runlet-job check job.xml"}, folder)))
+      << "run docs/pictures/make check";
 }
 
 }  // namespace

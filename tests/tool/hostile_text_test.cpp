@@ -1,23 +1,23 @@
-// Texts of others that would act on a terminal: none of them gets there.
+// Untrusted text with control sequences never reaches the terminal.
 
 #include <gtest/gtest.h>
 
 #include <string_view>
 
 #include "exec_run.h"
-#include "fake_engine.h"
-#include "tool/text/utf8.h"
+#include "fake_slurm.h"
+#include "tool/text/characters.h"
 #include "tool_run.h"
 
 namespace runlet_test {
 namespace {
 
-// ESC, carriage return, CSI in both forms, a reversal of the direction, a line separator, DEL, and
-// bytes that are not UTF-8; and what of that an XML file can hold.
+// ESC, carriage return, CSI in both forms, a right-to-left override, a line separator, DEL, and
+// invalid UTF-8; and the subset that an XML file can hold.
 const std::string hostile = "\x1b[31m\r\xc2\x9b\x9b\xe2\x80\xae\xe2\x80\xa8\x7f\xff\xc3";
 const std::string hostileInXml = "\x1b[31m&#13;\xc2\x9b\xe2\x80\xae\xe2\x80\xa8\x7f";
 
-// The first of the parts that none of the outputs may hold; empty if there is none.
+// The first forbidden part found in the outputs; empty if there is none.
 std::string harmIn(const std::string& text) {
   if (!runlet_tool::isUtf8(text)) return "bytes that are not UTF-8";
   for (const char c : text) {
@@ -39,10 +39,10 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 class HostileText : public ExecTest {
  protected:
   HostileText() {
-    engine_.reply("sbatch", "printf '%s\\n' \"$(printf '\\033]0;x\\007\\233')\" >&2\nexit 3");
+    slurm_.reply("sbatch", "printf '%s\\n' \"$(printf '\\033]0;x\\007\\233')\" >&2\nexit 3");
   }
 
-  // A job in which every text is hostile, in a file of such a name.
+  // A job in which every text is hostile, in a file with a hostile name.
   std::string writeJob() {
     Job job;
     job.arguments = "/bin/true %tp1 %jp1 " + hostile;
@@ -58,12 +58,11 @@ class HostileText : public ExecTest {
 
   ProcessResult runWords(const std::vector<std::string>& words) const {
     ProcessOptions options = tool(words);
-    options.environment = {{"PATH", engine_.path()}};
+    options.environment = {{"PATH", slurm_.path()}};
     return runProcess(options);
   }
 
-  // What is said about `part` when it is a name without harm, with the visible form of `name` in
-  // its place.
+  // The message for a harmless name, with the visible form of `name` substituted.
   void expectShown(const std::vector<std::string>& words, const std::string& name,
                    const std::string& shown, const std::string& status) const {
     std::vector<std::string> plain;
@@ -80,7 +79,7 @@ class HostileText : public ExecTest {
   }
 
   const std::string fileName_ = "job" + hostile;
-  FakeEngine engine_{folder_};
+  FakeSlurm slurm_{folder_};
 };
 
 TEST_F(HostileText, ReachesNoTerminalByAnyVerb) {
@@ -130,12 +129,12 @@ TEST_F(HostileText, ReachesNoTerminalByAnyVerb) {
 
 TEST_F(HostileText, IsShownAsEscapes) {
   expectTool(runTool({"\x1b[2J"}), "",
-             "runlet-job: There is no verb \\x1b[2J\nSee: runlet-job --help\n", "exit 2");
+             "runlet-job: unknown verb: \\x1b[2J\nSee: runlet-job --help\n", "exit 2");
   expectTool(runTool({"check", "--\xe2\x80\xae", "job.xml"}), "",
              "runlet-job: The following argument was not expected: --\\u202e\n"
              "See: runlet-job --help\n",
              "exit 2");
-  expectTool(runTool({"explain", "\xff"}), "", "runlet-job: explain: there is no finding \\xff\n",
+  expectTool(runTool({"explain", "\xff"}), "", "runlet-job: explain: unknown code: \\xff\n",
              "exit 2");
   const std::string none = folder_.file("@.xml");
   expectShown({"check", none}, "\x1b\n", "\\x1b\\n", "exit 2");
@@ -158,7 +157,7 @@ TEST_F(HostileText, OfACommandIsShownByExpandAndWrittenAsItIsByExec) {
   expectTool(become(), calling("/bin/echo \"x\xc2\x9b\"", runFolder) + "x\xc2\x9b\n", "", "exit 0");
 }
 
-// Each of them for the tasks that have it, also beside another one.
+// Each of them for the tasks that have it, also along with another one.
 TEST_F(HostileText, IsFoundByItsCharacters) {
   Job job;
   job.arguments = "/bin/echo %tp1";
@@ -186,7 +185,7 @@ TEST_F(HostileText, OfARefusalIsShown) {
   EXPECT_EQ(result.output,
             "task 1\n  folder  a\\x1b\\u009b\n"
             "  refused: Runlet adapter: Process fill-in for arguments failed.\n"
-            "  reason: \"%t\\x1b\" is no placeholder: a %t must be followed by n or p\n"
+            "  reason: \"%t\\x1b\" is not a placeholder: a %t must be followed by n or p\n"
             "\ntask 2\n  not reached: task 1 ended the request\n");
 }
 

@@ -1,7 +1,7 @@
-// runlet-job on large jobs: what expand and check say of all tasks, against what the model makes of
-// the lists that the job file was written from.
+// runlet-job on large jobs: the output of expand and check for all tasks, compared with the model's
+// result for the lists that the job file was generated from.
 //
-// RUNLET_JOBS_SEED says where the random numbers start.
+// RUNLET_JOBS_SEED is the random seed.
 
 #include <gtest/gtest.h>
 
@@ -26,10 +26,10 @@ using runlet_model::TextKind;
 constexpr std::size_t randomJobs = 30;
 constexpr char program[] = "./task";
 
-// Larger ones are not looked at as JSON, which takes its time.
+// Larger ones are not checked as JSON, which is slow.
 constexpr std::size_t longestForJson = (64 << 10) + 1;
 
-// The first place at which two texts differ, with some of each; empty if they do not.
+// Where two texts first differ, with excerpts of both; empty if they are equal.
 std::string difference(const std::string& expected, const std::string& actual) {
   if (expected == actual) return "";
   const auto at = static_cast<std::size_t>(
@@ -40,7 +40,7 @@ std::string difference(const std::string& expected, const std::string& actual) {
          "\nin fact: " + actual.substr(from, 160) + "\n";
 }
 
-// As a number of tasks: without one, those that would take too long are left out.
+// With an explicit number of tasks: otherwise those that would take too long are skipped.
 constexpr char allTasks[] = "1000000000";
 
 class LargeJobTool : public testing::Test {
@@ -81,7 +81,7 @@ class LargeJobTool : public testing::Test {
     if (text.size() <= longestForJson) expectJson(job, pattern);
   }
 
-  // Without an error, and for a clean job without any finding.
+  // No errors, and for a clean job no findings.
   void expectChecked(const LargeJob& job, const std::string& pattern, bool isClean) {
     folder_.write("job.xml", fileOf(job, pattern));
     const ProcessResult result = run({"check", jobFile_});
@@ -106,14 +106,14 @@ class LargeJobTool : public testing::Test {
     return fillIn(job.lists, pattern, static_cast<std::int32_t>(index)).text;
   }
 
-  // As it is shown to people: of what the jobs hold only the TAB is not shown as it is.
+  // As text output shows it: of the characters in these jobs only the TAB is escaped.
   static std::string shown(const std::string& line) {
     std::string text;
     for (const char c : line) text += c == '\t' ? "\\t" : std::string(1, c);
     return text;
   }
 
-  // The first line of every task and the one that the adapter writes, without the others.
+  // Only the first line of every task and the adapter's line.
   static std::string callingLines(const std::string& output) {
     std::string lines;
     for (std::size_t at = 0; at < output.size();) {
@@ -142,7 +142,7 @@ class LargeJobTool : public testing::Test {
   }
 };
 
-// The last bytes of these lists once were gone.
+// The last bytes of these lists were once lost.
 TEST_F(LargeJobTool, ExpandsTheTaskRightAfterAPageBorder) {
   LargeJob job;
   job.lists.taskList.assign(500, std::string(55, 'x'));
@@ -152,7 +152,7 @@ TEST_F(LargeJobTool, ExpandsTheTaskRightAfterAPageBorder) {
   expectChecked(job, "./task %tp1", true);
 }
 
-// The lists become longer by 16 bytes each time, until they have gone through a page.
+// The lists grow by 16 bytes each time over a whole page.
 TEST_F(LargeJobTool, ExpandsTheLastTaskWhereverItEnds) {
   for (std::size_t step = 0; step < 256 && !HasFailure(); ++step) {
     LargeJob job;
@@ -211,7 +211,7 @@ TEST_F(LargeJobTool, ExpandsAndChecksRandomJobs) {
     LargeJob job = makeLargeJob(&random, shape);
     settle(&job);
     const Strings patterns = patternsFor(job, program);
-    // The last one asks for the last parameters.
+    // The last one uses the last parameters.
     const std::size_t more = 1 + patterns.size() / 6;
     for (std::size_t at = patterns.size() - 1; at < patterns.size(); at -= more) {
       expectExpansions(job, patterns[at]);

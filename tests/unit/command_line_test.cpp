@@ -27,7 +27,7 @@ void parse(const std::vector<std::string>& words, Parsed* parsed) {
   parsed->standardError = testing::internal::GetCapturedStderr();
 }
 
-// All fields that options set, as one text.
+// All fields set by options, as one text.
 std::string describe(const AdapterContext& context) {
   std::string text;
   for (const std::string* field : {&context.opcode, &context.logPath, &context.jobFile,

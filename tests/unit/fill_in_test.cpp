@@ -4,14 +4,15 @@
 
 #include <limits>
 #include <stdexcept>
+#include <vector>
 
 namespace runlet {
 namespace {
 
 constexpr char before[] = "as it was";
 
-// A job of three tasks; the third has four fields, the third of them empty. Three names stand
-// against two values.
+// A job of three tasks; the third has four fields, the third of them empty. There are three names
+// but two values.
 AdapterContext makeContext() {
   AdapterContext context;
   context.taskList.push_back("first");
@@ -126,19 +127,19 @@ TEST(FillIn, ReadsDigitsOfEarlierNumbersAsPartOfAWidth) {
                        {"%tp12%3tn", "Undefined" + zeros(31)},
                        {"%tp12 %3tp2", "Undefined " + zeros(29) + "101"},
                        {"%jp12 %1jp2", "Undefined 00000000high"},
-                       // a field number ends in a NUL, which ends the width too
+                       // a field number is NUL-terminated, which terminates the width, too
                        {"%tp2 %3tp2", "101 101"},
                        {"%tp2 %6tp2", "101 000101"},
-                       // a longer width, the rest of it behind that NUL
+                       // a longer width, whose rest is after that NUL
                        {"%987tp2", zeros(984) + "101"},
                        {"%012tp2 %12tp2", "000000000101 " + zeros(119) + "101"},
                        // a width without effect
                        {"%19% %2tp2", "% " + zeros(26) + "101"},
                        {"%19x %2tp2", "x " + zeros(26) + "101"},
-                       // no width reads nothing
+                       // without a width nothing is read
                        {"%4tn %tn %tp2", "0003 3 101"},
                        {"%4tn%tn%2tp2", "00033101"},
-                       // each expansion begins anew
+                       // each expansion starts with a clear buffer
                        {"%2tn", "03"},
                    });
 }
@@ -162,8 +163,8 @@ TEST(FillIn, CutsTheTaskNumberAt31Characters) {
                    {{"%34tn", "-" + zeros(28) + "12"}, {"%99tn", "-" + zeros(30)}});
 }
 
-// Such widths come of digits beyond 32 bits. printf takes the minus sign for its flag, which
-// aligns to the left and takes the zeros back.
+// Digits beyond 32 bits produce such widths. printf takes the minus sign as its flag, which aligns
+// to the left and disables zero padding.
 TEST(FillIn, FillsTheTaskNumberWithSpacesForANegativeWidth) {
   const std::string spaces(30, ' ');
   expectExpansions(makeContext(), 2,
@@ -177,7 +178,7 @@ TEST(FillIn, FillsTheTaskNumberWithSpacesForANegativeWidth) {
                        {"[%99999999999999999999tn]", "[3]"},      // saturates, -1
                        {"[%4294967296tn]", "[3]"},                // 0
                        {"[%4294967300tn]", "[0003]"},             // 4
-                       {"[%4294967291tp2]", "[101]"},             // no filling below 0
+                       {"[%4294967291tp2]", "[101]"},             // no padding below 0
                    });
 }
 
@@ -223,7 +224,7 @@ TEST(FillIn, TakesTheTemplateUpToItsFirstNul) {
   EXPECT_EQ(out, "a3");
 }
 
-TEST(FillIn, YieldsUpTo3999Bytes) {
+TEST(FillIn, ReturnsUpTo3999Bytes) {
   AdapterContext context = makeContext();
   context.paramValues[0] = std::string(1999, 'v');
   const std::string text(3998, 'x');
@@ -319,7 +320,7 @@ TEST(TaskField, TakesThe2000FirstBytesOfAnEntry) {
   context.taskList.push_back(text + "yz");       // 2000
   context.taskList.push_back(text + "yzw");      // 2001
   context.taskList.push_back(text + "\tab\tc");  // the cut goes through the second field
-  context.taskList.push_back(text + "y\tb");     // and here right behind the first
+  context.taskList.push_back(text + "y\tb");     // and here right after the first
   const struct {
     std::int32_t taskIndex;
     std::int32_t fieldNumber;
@@ -404,6 +405,35 @@ TEST(JobParam, IsBoundedByTheNamesAlone) {
               getJobParam(&job, &value, 3);
             }),
             "vector::_M_range_check: __n (which is 2) >= this->size() (which is 2)");
+}
+
+// The uses as texts: form, width and number, then the places in the template and in the expansion.
+std::string describe(const std::vector<PlaceholderUse>& uses) {
+  constexpr const char* forms[] = {"tn", "tp", "jp", "percent", "dropped", "malformed"};
+  std::string text;
+  for (const PlaceholderUse& use : uses) {
+    text += forms[static_cast<std::size_t>(use.form)];
+    for (const std::int32_t value : {use.width, use.number}) text += " " + std::to_string(value);
+    for (const std::size_t place : {use.begin, use.end, use.valueBegin, use.valueEnd}) {
+      text += " " + std::to_string(place);
+    }
+    text += "; ";
+  }
+  return text;
+}
+
+TEST(PlaceholderUses, TellTheirPlaces) {
+  const AdapterContext context = makeContext();
+  std::string out;
+  std::vector<PlaceholderUse> uses;
+  EXPECT_TRUE(fillInArguments(&context, &out, "a%tn %6tp2 %jp2%%%z", 2, &uses));
+  EXPECT_EQ(out, "a3 000101 high%z");
+  EXPECT_EQ(describe(uses),
+            "tn 0 0 1 4 1 2; tp 6 2 5 10 3 9; jp 0 2 11 15 10 14; percent 0 0 15 17 14 15; "
+            "dropped 0 0 17 18 15 15; ");
+  uses.clear();
+  EXPECT_FALSE(fillInArguments(&context, &out, "x%3ty", 2, &uses));
+  EXPECT_EQ(describe(uses), "malformed 3 0 1 3 1 1; ");
 }
 
 TEST(JobParam, TakesThe2000FirstBytesOfAValue) {

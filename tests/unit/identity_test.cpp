@@ -7,7 +7,7 @@ namespace {
 
 constexpr char genericName[] = "Command Line Tool";
 
-// Leaves the two strings as they are at the start of the process.
+// Restores the two strings to their initial values.
 class Identity : public testing::Test {
  protected:
   void TearDown() override {

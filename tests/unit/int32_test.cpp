@@ -39,7 +39,7 @@ TEST(Int32, ReadsTheDecimalNumberATextBeginsWith) {
       {"4294967297", 1},
       {"-4294967297", -1},
       {"9223372036854775807", -1},  // the largest 64-bit number
-      {"9223372036854775808", -1},  // from here on strtol stays there
+      {"9223372036854775808", -1},  // strtol saturates from here on
       {"99999999999999999999", -1},
       {"-9223372036854775808", 0},  // the smallest
       {"-99999999999999999999", 0},

@@ -17,14 +17,14 @@ constexpr char invalidSyntax[] = "Runlet adapter: Invalid XML job syntax.\n";
 constexpr char stripBraceFailed[] = "Runlet adapter: Strip brace failed.\n";
 constexpr char noParams[] = "<JobParams/>";
 
-// A job file in a folder of its own.
+// A job file in its own folder.
 class ParameterFile : public testing::Test {
  protected:
   void write(const std::string& text) {
     folder_.write("job.xml", text);
   }
 
-  // Loads the file at `path`; yields the result, and keeps standard error and the context.
+  // Loads the file at `path`, returns the result, and stores standard error and the context.
   bool load(const std::string& path) {
     context_ = AdapterContext();
     context_.jobFile = path;
@@ -61,7 +61,7 @@ class ParameterFile : public testing::Test {
   std::string standardError_;
 };
 
-// A job whose `cmdData` holds `elements`, and behind them what is required of every job.
+// A job whose `cmdData` holds `elements`, followed by the required elements.
 std::string job(const std::string& elements) {
   return "<Job><cmdData>" + elements + "<TaskList/>" + noParams + "</cmdData></Job>";
 }
@@ -293,7 +293,7 @@ TEST_F(ParameterFile, WantsTheRootAsItsFirstNode) {
   expectFails("<Job/>" + valid, invalidSyntax);
   expectFails("<Job><x><cmdData/></x></Job>", invalidSyntax);
   expectFails("<Job><cmddata/></Job>", invalidSyntax);
-  // In a comment or a text of that name nothing can be found.
+  // Comments and texts of that name are not elements.
   expectFails("<Job><!--cmdData--><cmdData><TaskList/><JobParams/></cmdData></Job>", invalidSyntax);
   expectFails("<Job>cmdData</Job>", invalidSyntax);
   expectLoads("\xef\xbb\xbf" + valid);
@@ -304,7 +304,7 @@ TEST_F(ParameterFile, WantsTheRootAsItsFirstNode) {
       "</any-name>");
 }
 
-TEST_F(ParameterFile, WantsTheParametersBehindTheTasks) {
+TEST_F(ParameterFile, WantsTheParametersAfterTheTasks) {
   const auto data = [](const std::string& elements) {
     return "<Job><cmdData>" + elements + "</cmdData></Job>";
   };
@@ -380,19 +380,19 @@ TEST_F(ParameterFile, TakesParametersByTheirPlace) {
       {"<Param><Name>{a}</Name><Name>{z}</Name><Value>{1}</Value><Value>{9}</Value></Param>",
        {"a"},
        {"1"}},
-      // in front of the first and between the first two, other nodes are passed over
+      // before the first and between the first two, other nodes are skipped
       {"<x/>text<!--c--><Param><Name>{a}</Name></Param><x/>text<!--c-->"
        "<Param><Name>{b}</Name></Param>",
        {"a", "b"},
        {}},
-      // the third is the node behind the second, whatever its name
+      // the third is the node after the second, whatever its name
       {"<Param><Name>{a}</Name><Value>{1}</Value></Param>"
        "<Param><Name>{b}</Name><Value>{2}</Value></Param>"
        "<Extra><Name>{c}</Name><Value>{3}</Value></Extra>"
        "<Param><Name>{d}</Name><Value>{4}</Value></Param>",
        {"a", "b", "c", "d"},
        {"1", "2", "3", "4"}},
-      // between the first two, an element of another name is not
+      // between the first two, an element of another name is not a parameter
       {"<Param><Name>{a}</Name><Value>{1}</Value></Param>"
        "<Extra><Name>{c}</Name><Value>{3}</Value></Extra>"
        "<Param><Name>{b}</Name><Value>{2}</Value></Param>",
@@ -455,7 +455,7 @@ TEST_F(ParameterFile, KeepsWhatItReadBeforeAFailure) {
               stripBraceFailed);
   EXPECT_EQ(plain(context().taskList), (Strings{"a"}));
 
-  // the tasks are read before it is found out that no parameters follow
+  // the tasks are read before the missing parameters are detected
   expectFails(
       "<Job><cmdData><TaskList><Task><Params>{a}</Params></Task><Task><Params>b</Params>"
       "</Task></TaskList></cmdData></Job>",
@@ -497,7 +497,7 @@ TEST_F(ParameterFile, NamesAFileItCannotLoadAndTheReason) {
   expectFails(" \n", couldNotLoad("Error document empty."));
   expectFails(std::string("\0<Job/>", 7), couldNotLoad("Error document empty."));
   expectFails("no markup", couldNotLoad("Error document empty."));
-  expectFails("<", invalidSyntax);  // markup of an unknown kind, to the library
+  expectFails("<", invalidSyntax);  // unknown markup for the library
   expectFails("<Job", couldNotLoad("Failed to read Element name"));
   expectFails("<Job>", couldNotLoad("Error reading Element value."));
   expectFails("<Job><cmdData></Job>", couldNotLoad("Error reading end tag."));
@@ -529,13 +529,13 @@ std::string repeat(const std::string& text, std::size_t count) {
 
 TEST_F(ParameterFile, RefusesElementsNestedTooDeep) {
   const std::string tooDeep = couldNotLoad("Elements nested too deep.");
-  // the root and cmdData are levels as well
+  // the root and cmdData count as levels
   const std::size_t most = xmlLimits().depth - 2;
   expectLoads(job(repeat("<x>", most) + repeat("</x>", most)));
   expectFails(job(repeat("<x>", most + 1) + repeat("</x>", most + 1)), tooDeep);
   expectFails(repeat("<x>", 1000000) + repeat("</x>", 1000000), tooDeep);
   expectFails(repeat("<x>", 1000000), tooDeep);
-  // many elements and much markup that is no element are not deep
+  // many elements and much other markup are not deep
   expectLoads(job(repeat("<x></x>", 100000)));
   expectLoads(job("<!--" + repeat("<x>", 100000) + "--><![CDATA[" + repeat("<x>", 100000) + "]]>" +
                   "<y a='" + repeat("<x>", 100000) + "'/>"));
@@ -546,7 +546,7 @@ TEST_F(ParameterFile, RefusesTooManyNestedElements) {
   const auto nested = [&](std::size_t count) {
     return repeat("<x>", depth) + repeat("<y/>", count) + repeat("</x>", depth);
   };
-  // what is neither the root, nor cmdData, nor in the thousand levels adds little
+  // nodes outside the root, cmdData and the thousand levels add little
   const std::size_t most = maxLevels / (depth + 2);
   expectLoads(job(nested(most - 1000)));
   expectFails(job(nested(most + 1)), couldNotLoad("Too many nested elements."));
@@ -564,8 +564,8 @@ TEST_F(ParameterFile, RefusesElementsWithTooManyAttributes) {
   expectFails(job(repeat(element(maxAttributes), 4) + element(201)), tooMany);
 }
 
-// A byte that announces a longer character, with the file ending behind it, must not lead the
-// library out of the text.
+// A byte that announces a longer character at the end of the file must not make the library read
+// past the text.
 TEST_F(ParameterFile, SurvivesACharacterCutShortByTheEnd) {
   for (const std::string lead : {"\xc3", "\xe2", "\xf0", "\xe2\x82", "\xf0\x9f\x98"}) {
     expectFails("<Job>text" + lead, couldNotLoad("Error reading Element value."));

@@ -51,7 +51,7 @@ TEST(ComposedStart, HasTheDefaultsOfTheContext) {
   EXPECT_TRUE(start.redirectStderr);
 }
 
-TEST(ComposedStart, HasTheFolderOfTheApplicationInFrontOfTheCommand) {
+TEST(ComposedStart, HasTheFolderOfTheApplicationBeforeTheCommand) {
   const struct {
     const char* appPath;
     const char* arguments;

@@ -14,7 +14,7 @@ std::string inBraces(const std::string& text) {
   return source.append(text).append("}");
 }
 
-// Rows for both forms; null where they refuse the text.
+// Rows for both forms; null = refused.
 const struct {
   const char* source;
   const char* stripped;
@@ -65,7 +65,7 @@ TEST(StripBrace, StringFormRaisesALengthErrorForReversedBraces) {
   }
 }
 
-// "}{" is one further apart than "{}" but as empty: its length is -2.
+// "}{" is as empty as "{}", but its length is -2.
 TEST(StripBrace, StringFormRaisesALengthErrorForAdjacentReversedBraces) {
   std::string destination;
   EXPECT_THROW(stripBrace("}{", &destination), std::length_error);
@@ -84,7 +84,7 @@ TEST(StripBrace, BufferFormTakesUpTo255Bytes) {
   for (const std::size_t length : {1U, 254U, 255U}) {
     SCOPED_TRACE(length);
     const std::string text(length, 'x');
-    std::string area(257, '#');  // the last byte is behind the caller's buffer
+    std::string area(257, '#');  // the last byte is past the caller's buffer
     EXPECT_TRUE(stripBrace(inBraces(text).c_str(), area.data()));
     EXPECT_EQ(area.substr(0, length), text);
     EXPECT_EQ(area[length], '\0');

@@ -8,7 +8,7 @@
 namespace runlet {
 namespace {
 
-// What takeUserRights writes when it fails, with an error left over from before.
+// What takeUserRights writes when it fails, with errno set from before.
 std::string failure(UserRights* rights) {
   testing::internal::CaptureStderr();
   errno = EIO;

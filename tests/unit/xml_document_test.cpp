@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// What became of a load: the reason why it failed, or all that was built.
+// The result of a load: the reason for the failure, or the whole document.
 struct Loaded {
   std::string reason;
   std::string built;
@@ -93,7 +93,7 @@ TEST_F(XmlDocument, IsEmptyWhereThereIsNoRegularFile) {
   EXPECT_EQ(load(folder_.path()).reason, "Is a directory");
 }
 
-// Pieces of jobs, and of everything that the library treats in its own way.
+// Pieces of jobs, and of everything that the library treats specially.
 std::string randomText(std::mt19937* random) {
   static const std::string pieces[] = {
       "<Job>",
@@ -136,7 +136,7 @@ std::string randomText(std::mt19937* random) {
   return text;
 }
 
-// The library would look past the end of what it has read.
+// The library would read past the end of the text.
 bool endsWithinACharacter(const std::string& text) {
   const std::string whole = text.substr(0, text.find('\0'));
   const std::string end = whole.substr(whole.size() - std::min<std::size_t>(whole.size(), 3));
@@ -161,7 +161,7 @@ TEST_F(XmlDocument, IsWhatTheLibraryLoadsFromRandomAndDamagedFiles) {
   EXPECT_GT(refusals, 200);
 }
 
-// With the text's end in the middle of a character, whatever bytes the file has after it.
+// With the end of the text within a character, whatever bytes the file has after it.
 TEST_F(XmlDocument, IsReadNoFurtherThanItsText) {
   for (const std::string lead : {"\xc3", "\xe2", "\xe2\x82", "\xf0", "\xf0\x9f\x98"}) {
     for (const std::string& rest : {""s, "\0"s, "\0></a>"s, "\0\0\0></a>"s}) {

@@ -26,8 +26,8 @@ std::size_t attributesOf(const TiXmlElement* element) {
   return count;
 }
 
-// What the library has built, whether or not it found an error in the end; `level` is the number of
-// elements around the children of `node`.
+// The cost of what the library has built, even if it found an error in the end; `level` is the
+// number of elements around the children of `node`.
 XmlCost builtBelow(const TiXmlNode& node, std::size_t level = 0) {
   const std::size_t attributes = attributesOf(node.ToElement());
   XmlCost cost = {0, attributes, attributes == 0 ? 0 : attributes * (attributes - 1) / 2, 0};
@@ -48,7 +48,7 @@ struct Parsed {
   bool loaded;
 };
 
-// What is found in a text, and what the library makes of it.
+// The computed cost of a text, and that of the library's document.
 Parsed parse(std::string text) {
   text = text.substr(0, text.find('\0'));
   text.append(4, '\0');
@@ -99,7 +99,7 @@ TEST(XmlCost, HasTheDepthThatTheLibraryGetsTo) {
       {"<a b='\xf0'/>'><c/></a>", 2},
       {"<a b='&#1'/>#65;'><c/></a>", 2},
       {"<a><!b</a>", 1},
-      // an end of the text that it would run over
+      // an end of the text that it would skip
       {"<a>\0<b><c>"s, 1},
       {"<a>\xf0\0<b><c><d>"s, 1},
       {"<a>\xe2\0<b><c><d>"s, 1},
@@ -206,7 +206,7 @@ std::string repeated(const std::string& piece, std::size_t count) {
   return text;
 }
 
-// Why the text must not be given to the library; empty when it may be.
+// Why the text must not be given to the library; empty if it may be.
 std::string refusal(const std::string& text) {
   const char* reason = refusalOf((text + std::string(3, '\0')).c_str());
   return reason == nullptr ? "" : reason;
@@ -232,8 +232,8 @@ TEST(XmlCost, IsRefusedBeyondTheLimits) {
   EXPECT_EQ(refusal(nested + "<b/>"), "Too many nested elements.");
 }
 
-// The depth with such a soft limit for the stack, which is put back at once: the test itself needs
-// its stack.
+// The depth with such a soft stack limit, which is restored immediately: the test itself needs its
+// stack.
 std::size_t depthWithStack(rlim_t bytes) {
   rlimit before{};
   getrlimit(RLIMIT_STACK, &before);
@@ -244,7 +244,7 @@ std::size_t depthWithStack(rlim_t bytes) {
   return depth;
 }
 
-TEST(XmlLimits, HaveTheDepthThatTheStackCanBear) {
+TEST(XmlLimits, HaveTheDepthThatTheStackAllows) {
   constexpr rlim_t kibibyte = 1024;
   const struct {
     rlim_t stack;
@@ -266,7 +266,7 @@ TEST(XmlLimits, HaveTheDepthThatTheStackCanBear) {
   for (const auto& row : rows) EXPECT_EQ(depthWithStack(row.stack), row.depth) << row.stack;
 }
 
-// Text made of pieces that mean something to the parser, so that many of them are well-formed.
+// Text made of pieces with meaning to the parser, so that many texts are well-formed.
 std::string randomText(std::mt19937* random) {
   static const std::string pieces[] = {
       "<a>",
@@ -336,8 +336,8 @@ std::string inWords(const XmlCost& cost) {
          std::to_string(cost.levels) + " levels in all";
 }
 
-// What is refused must not depend on luck: never less than the library gets to, and the very same
-// for text that it accepts.
+// The cost must be reliable: never less than what the library reaches, and exactly the same for
+// text that it accepts.
 TEST(XmlCost, IsNeverLessThanTheLibrarysOnRandomText) {
   constexpr unsigned seed = 20231;
   std::mt19937 random(seed);

@@ -9,22 +9,22 @@
 #include <cstring>
 
 #include "tool/batch/task_user.h"
-#include "tool/system/paths.h"
+#include "tool/system/files.h"
+#include "tool/text/characters.h"
 #include "tool/text/format.h"
-#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
 
-// What neither logs nor their folders are made for: what the job's mask says, and that others write
-// to them. Their owner may do everything.
+// The mask for logs and their folders: the job's, but others can never write to them, and their
+// owner can do everything.
 mode_t maskFor(const Batch& batch) {
   constexpr mode_t neverForOthers = S_IWGRP | S_IWOTH;
   constexpr mode_t alwaysForOwner = S_IRWXU;
   return (static_cast<mode_t>(batch.context.umask) | neverForOthers) & ~alwaysForOwner;
 }
 
-// The folder with those above it. 0, or the error number.
+// Creates the folder and its parents. Returns 0, or the error number.
 int makeFolders(const std::string& folder, mode_t mode) {
   for (std::size_t end = 0; end != std::string::npos;) {
     end = folder.find('/', end + 1);
@@ -33,7 +33,7 @@ int makeFolders(const std::string& folder, mode_t mode) {
   return 0;
 }
 
-// A descriptor of that folder, in which there can be logs then; -1 with the reason in errno.
+// Returns a descriptor of the folder if logs can be created in it; -1 with the reason in errno.
 int makeWritable(const std::string& folder, mode_t mode) {
   errno = makeFolders(folder, mode);
   if (errno != 0) return -1;
@@ -46,8 +46,8 @@ int makeWritable(const std::string& folder, mode_t mode) {
   return -1;
 }
 
-// A log is a file of its own: what is there may be another user's, open to others, or a link or
-// pipe that leads to somebody's terminal.
+// A log is always a new file: an existing one may belong to another user, be accessible to others,
+// or be a link or pipe to somebody's terminal.
 int openNew(const std::string& path, mode_t mode) {
   if (unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
   return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
@@ -72,7 +72,7 @@ bool makeLogFolder(const Batch& batch, const char* verb) {
     close(folder);
     return true;
   }
-  std::fprintf(stderr, "runlet-job: %s: no logs can be written to %s: %s\n", verb,
+  std::fprintf(stderr, "runlet-job: %s: cannot write logs to %s: %s\n", verb,
                visible(batch.logFolder).c_str(), std::strerror(errno));
   return false;
 }

@@ -1,27 +1,27 @@
-// Where the tasks' outputs go.
+// The log files of tasks.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-#include "tool/batch/job_batch.h"
+#include "tool/batch/batch.h"
 
 namespace runlet_tool {
 
-// How many digits the numbers of the job's tasks have in the names of logs.
+// The number of digits of task numbers in the names of the job's logs.
 int logDigits(const Batch& batch);
 
-// Path of the task's log.
+// The path of the task's log.
 std::string logPath(const Batch& batch, std::int32_t task);
 
-// Makes the log folder, with the folders above it, as the user that the tasks run as, where it is
-// not there yet. Who may enter them is up to the job's mask; nobody but that user may write to
-// them. False, with a message on standard error, when it cannot be made.
+// Creates the log folder and its parents, if missing, as the user that the tasks run as. The job's
+// mask decides who may enter them; only that user may write to them. False, after a message on
+// standard error, if that fails.
 bool makeLogFolder(const Batch& batch, const char* verb);
 
-// Makes the task's log and opens it for writing, as the user that the tasks run as. What has its
-// name is removed before. Who may read it is up to the job's mask; nobody but that user may write
-// to it. -1, with the reason in errno, when it cannot be made. The descriptor closes on exec.
+// Creates the task's log and opens it for writing, as the user that the tasks run as. An existing
+// file of that name is removed first. The job's mask decides who may read the log; only that user
+// may write to it. Returns -1, with the reason in errno, on failure. The descriptor closes on exec.
 int openLog(const Batch& batch, std::int32_t task);
 
 }  // namespace runlet_tool

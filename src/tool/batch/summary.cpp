@@ -4,12 +4,12 @@
 #include <utility>
 
 #include "tool/batch/logs.h"
-#include "tool/expand/preview.h"
+#include "tool/job/preview.h"
+#include "tool/system/exit_status.h"
+#include "tool/text/characters.h"
 #include "tool/text/format.h"
-#include "tool/text/shell_quote.h"
-#include "tool/text/task_numbers.h"
+#include "tool/text/quoting.h"
 #include "tool/text/terminal.h"
-#include "tool/text/visible.h"
 
 namespace runlet_tool {
 namespace {
@@ -18,7 +18,7 @@ namespace {
 constexpr const char* totalNames[] = {"succeeded", "failed",      "killed",
                                       "timed out", "interrupted", "not started"};
 
-// By kind of end, and the engine's word if it is one of those.
+// The tasks by kind of end, and by word for Ending::other.
 using Totals = std::map<std::pair<Ending, std::string>, TaskNumbers>;
 
 std::string endingName(const Totals::value_type& total) {

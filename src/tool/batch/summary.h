@@ -1,17 +1,17 @@
-// How the tasks of a batch have ended, all in all.
+// The summary of how the tasks of a batch ended.
 #pragma once
 
 #include <cstdio>
 #include <vector>
 
-#include "tool/batch/job_batch.h"
-#include "tool/batch/task_end.h"
+#include "tool/batch/batch.h"
+#include "tool/batch/ends.h"
 
 namespace runlet_tool {
 
-// Writes to `out` a line for every task of the batch with its command, with the path of its log
-// behind it where it has been started and has not succeeded, and a line for all of them. `ends[i]`
-// is the end of `batch.tasks[i]`. Yields the exit status: exitFine when all have succeeded, else
+// Writes to `out` a line with the command of each task of the batch, followed by the path of its
+// log if it was started and did not succeed, and a line with the totals. `ends[i]` is the end of
+// `batch.tasks[i]`. Returns the exit status: exitFine if all tasks succeeded, otherwise
 // exitFailing.
 int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends, std::FILE* out);
 

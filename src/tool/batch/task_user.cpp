@@ -12,9 +12,11 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
-#include "tool/exec/task_rights.h"
-#include "tool/system/stop_signals.h"
+#include "tool/batch/task_rights.h"
+#include "tool/system/signals.h"
+#include "tool/system/sockets.h"
 
 namespace runlet_tool {
 namespace {
@@ -47,37 +49,15 @@ int doWithoutMask(const std::function<int()>& work) {
   return descriptor;
 }
 
-// What the process that does the work says at its end; the descriptor is beside it, if there is
-// one.
-struct Answer {
+// What the child sends after the work, along with the descriptor if there is one.
+struct WorkResult {
   int error = 0;
 };
 
-// An answer and room for a descriptor.
-struct Message {
-  Message() {
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-  }
-
-  Answer answer;
-  iovec part{&answer, sizeof answer};
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-  msghdr message{};
-};
-
 void sendAnswer(int socket, int descriptor, int error) {
-  Message sent;
-  sent.answer.error = error;
-  cmsghdr* const rights = CMSG_FIRSTHDR(&sent.message);
-  rights->cmsg_level = SOL_SOCKET;
-  rights->cmsg_type = SCM_RIGHTS;
-  rights->cmsg_len = CMSG_LEN(sizeof descriptor);
-  std::memcpy(CMSG_DATA(rights), &descriptor, sizeof descriptor);
-  if (error != 0) sent.message.msg_controllen = 0;
-  sendmsg(socket, &sent.message, MSG_NOSIGNAL);
+  const WorkResult result{error};
+  const std::span<const int> none;
+  sendMessage(socket, &result, sizeof result, error == 0 ? std::span(&descriptor, 1) : none);
 }
 
 bool isAskedToEnd() {
@@ -88,8 +68,8 @@ bool isAskedToEnd() {
                      [&](int signal) { return sigismember(&pending, signal) == 1; });
 }
 
-// False with a reason in errno where that takes too long, or this process is asked to end: the
-// user can stop the process, and a folder be on a server that does not answer.
+// False with the reason in errno if that takes too long or this process is asked to end: the user
+// can stop the child, and a folder may be on a server that does not respond.
 bool awaitAnswer(int socket) {
   constexpr int slice = 100;  // milliseconds
   pollfd event{socket, POLLIN, 0};
@@ -100,8 +80,8 @@ bool awaitAnswer(int socket) {
   return true;
 }
 
-// The user may have stopped it. On a file system of that user's it may not even end then: whoever
-// takes the ends of other children comes across it later.
+// The user may have stopped the child. If it hangs in a file system of that user, it does not even
+// end then, and is reaped later along with other children.
 void endChild(pid_t child) {
   kill(child, SIGKILL);
   for (int pause = 1; pause < 2000 && waitpid(child, nullptr, WNOHANG) == 0; pause *= 2) {
@@ -109,23 +89,19 @@ void endChild(pid_t child) {
   }
 }
 
-// The descriptor; -1 with the reason in errno, EIO where the process has ended without an answer.
+// Returns the descriptor; -1 with the reason in errno, EIO if the child ended without an answer.
 int receiveAnswer(int socket) {
-  Message received;
-  const ssize_t count = recvmsg(socket, &received.message, MSG_CMSG_CLOEXEC);
+  WorkResult result;
   int descriptor = -1;
-  const cmsghdr* const rights = CMSG_FIRSTHDR(&received.message);
-  const bool isThere = count == sizeof received.answer && rights != nullptr &&
-                       rights->cmsg_len == CMSG_LEN(sizeof descriptor);
-  if (isThere) std::memcpy(&descriptor, CMSG_DATA(rights), sizeof descriptor);
-  errno = received.answer.error == 0 ? EIO : received.answer.error;
+  const bool isThere = receiveMessage(socket, &result, sizeof result, std::span(&descriptor, 1));
+  errno = isThere && result.error != 0 ? result.error : EIO;
   return descriptor;
 }
 
-// Without exceptions, which would be handled here as those of the process that it is a copy of.
+// noexcept: an exception must not reach the handlers of the process that this is a copy of.
 [[noreturn]] void workInChild(int socket, const AdapterContext& context,
                               const std::function<int()>& work) noexcept {
-  // What leads to the starter's terminal, folder or files is not the work's to use.
+  // The work must not be able to use the starter's terminal, folder or files.
   setsid();
   constexpr int kept = STDERR_FILENO + 1;
   if (chdir("/") != 0 || dup2(socket, kept) == -1) _exit(EXIT_FAILURE);
@@ -146,24 +122,24 @@ std::string settleTaskUser(AdapterContext* context) {
   context->uid = uid;
   context->gid = gid;
   if (isSame) return "";
-  return idsText(uid, gid) + ", not as the job's " + wanted + ": only root may switch";
+  return idsText(uid, gid) + " instead of the job's " + wanted + ": only root can switch";
 }
 
 int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work) {
   if (geteuid() != 0) return doWithoutMask(work);
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return -1;
-  const pid_t child = fork();
-  if (child == 0) workInChild(ends[1], context, work);
-  int error = errno;  // of the fork, if it failed
-  close(ends[1]);
+  Sockets sockets;
+  int error = makeSockets(SOCK_SEQPACKET, &sockets);
   int descriptor = -1;
+  const pid_t child = error == 0 ? fork() : -1;
+  if (child == 0) workInChild(sockets.theirs, context, work);
+  if (error == 0 && child == -1) error = errno;
+  close(sockets.theirs);
   if (child != -1) {
-    if (awaitAnswer(ends[0])) descriptor = receiveAnswer(ends[0]);
+    if (awaitAnswer(sockets.ours)) descriptor = receiveAnswer(sockets.ours);
     error = errno;
     endChild(child);
   }
-  close(ends[0]);
+  close(sockets.ours);
   errno = error;
   return descriptor;
 }

@@ -1,4 +1,4 @@
-// Who the tasks run as where no farm server starts them.
+// The user that tasks run as without a farm server.
 #pragma once
 
 #include <functional>
@@ -8,24 +8,24 @@
 
 namespace runlet_tool {
 
-// Root can become the job's group and user. For anybody else puts the caller's own in place of the
-// job's, into `context`, if the job gives a group: without one no job runs, whoever starts it.
+// Only root can switch to the job's group and user. For anyone else, replaces them in `context` by
+// the caller's own, if the job has a group: without one no job runs, whoever starts it.
 //
-// Yields what is then not as the job says, for a message: "user 1000 and group 1000, not as the
-// job's user 1001 and group 100: only root may switch". Empty when all is.
+// Returns what then differs from the job, for a message: "user 1000 and group 1000 instead of the
+// job's user 1001 and group 100: only root can switch". Empty if nothing does.
 std::string settleTaskUser(runlet::AdapterContext* context);
 
-// Has `work` look at, make or open files with the rights of the tasks' user and group alone, where
-// the caller is root: a folder may belong to that user, who must not have root write where links in
-// it lead. It is done in a process of its own then, so that this one never has other rights than
-// its own: in "/", without a controlling terminal, and with no descriptors but the standard
-// streams. `context` has been settled.
+// Calls `work`, which inspects, creates or opens files; for root, with only the rights of the
+// tasks' user and group: a folder may belong to that user, whose links in it must not make root
+// write elsewhere. For root this happens in a child process, so that this process never changes its
+// rights: in "/", without a controlling terminal, and with no descriptors but the standard streams.
+// `context` has been settled.
 //
-// Files are made with the modes that `work` gives: no mask is applied to them.
+// Files are created with exactly the modes that `work` gives: no mask applies.
 //
-// `work` yields a descriptor, or -1 with the reason in errno; so does this. It is ETIMEDOUT where
-// that takes more than 30 seconds, or until a signal to end comes that is blocked. The descriptor
-// closes on exec and is the caller's.
+// `work` returns a descriptor, or -1 with the reason in errno; so does this function. The reason is
+// ETIMEDOUT if it takes more than 30 seconds or a blocked stop signal arrives. The descriptor
+// closes on exec and belongs to the caller.
 int doAsTaskUser(const runlet::AdapterContext& context, const std::function<int()>& work);
 
 }  // namespace runlet_tool

@@ -4,7 +4,9 @@
 #include <iterator>
 #include <string_view>
 
-#include "tool/check/danger.h"
+#include "tool/check/rules.h"
+#include "tool/job/danger.h"
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {
@@ -22,7 +24,7 @@ struct Line {
   }
 };
 
-// A word, and where it stands in the line.
+// A word, and where it is in the line.
 struct Word {
   std::string_view text;
   std::size_t begin;  // without the opening quote
@@ -30,7 +32,7 @@ struct Word {
   bool isQuoted;
 };
 
-// What -a has put in front of the expansion.
+// What -a has put before the expansion.
 std::size_t prefixLength(const Line& line) {
   return line.inspection->context.appPath.rfind('/') + 1;
 }
@@ -60,11 +62,11 @@ void findIn(const Line& line, RuleId rule, std::size_t at, std::string_view text
 }
 
 // One word of the vector after the other, with what the vector does not tell.
-Word wordAt(const Line& line, std::size_t index, std::size_t behindLast) {
+Word wordAt(const Line& line, std::size_t index, std::size_t afterLast) {
   const char* start = line.preview.words[index];
   const auto begin = static_cast<std::size_t>(start - line.preview.cut.data());
   const std::string_view text = start;
-  return {text, begin, begin + text.size(), begin > behindLast && line.text()[begin - 1] == '"'};
+  return {text, begin, begin + text.size(), begin > afterLast && line.text()[begin - 1] == '"'};
 }
 
 // A quote that an earlier word has left open, as in -x="a b", is closed without a finding of its
@@ -82,10 +84,10 @@ void inspectInnerQuotes(const Line& line, const Word& word, bool* isOpen) {
 
 void inspectClosingQuote(const Line& line, const Word& word) {
   const std::string& text = line.text();
-  const std::size_t behind = word.end + 1;
-  if (word.isQuoted && behind < text.size() && text[behind] != ' ') {
-    const std::size_t end = std::min(text.find(' ', behind), text.size());
-    findIn(line, RuleId::behindQuote, behind, text.substr(word.begin - 1, end - word.begin + 1),
+  const std::size_t next = word.end + 1;
+  if (word.isQuoted && next < text.size() && text[next] != ' ') {
+    const std::size_t end = std::min(text.find(' ', next), text.size());
+    findIn(line, RuleId::afterQuote, next, text.substr(word.begin - 1, end - word.begin + 1),
            "What follows a closing quote without a space is the next word.",
            "Put the quotes around the whole word.");
   }
@@ -98,7 +100,7 @@ void inspectWordSpace(const Line& line, const Word& word) {
   findIn(line, RuleId::whiteSpaceInWord,
          word.begin + static_cast<std::size_t>(found - word.text.begin()), word.text,
          "Only a space separates words: this white space reaches the program as part of the word.",
-         "Write a space, or put the word into double quotes if it is meant.");
+         "Write a space, or put the word in double quotes if this is meant.");
 }
 
 constexpr std::string_view shells[] = {"sh", "bash", "dash", "ksh", "zsh", "csh", "tcsh", "fish"};
@@ -141,17 +143,17 @@ bool isShellSyntax(const Word& word) {
 void inspectSyntax(const Line& line, const Word& word) {
   if (!isShellSyntax(word) || isShell(line.preview.words.front())) return;
   findIn(line, RuleId::shellSyntax, word.begin, word.text,
-         "No shell is involved, and the program gets this as it stands.",
-         "Let a shell run it, as /bin/sh -c \"...\", or write a script.");
+         "Tasks are started without a shell; the program gets this unchanged.",
+         "Let a shell run it, with /bin/sh -c \"...\", or write a script.");
 }
 
-// What stands behind the last word can only be a quoted one that is not closed.
-void inspectLineEnd(const Line& line, std::size_t behindLast) {
+// What comes after the last word can only be a quoted one that is not closed.
+void inspectLineEnd(const Line& line, std::size_t afterLast) {
   const std::string& text = line.text();
-  const std::size_t begin = text.find_first_not_of(' ', behindLast);
+  const std::size_t begin = text.find_first_not_of(' ', afterLast);
   if (begin == std::string::npos) return;
   findIn(line, RuleId::openQuote, begin, text.substr(begin),
-         "This quote is not closed, and the word is dropped with all that follows.",
+         "This quote is not closed; the word and everything after it are dropped.",
          "Close the quote.");
 }
 
@@ -168,15 +170,15 @@ void inspectChmod(const Line& line) {
   const std::string& path = line.preview.start.chmodPath;
   const std::size_t prefix = prefixLength(line);
   if (!isSafeInShell(path)) {
-    findIn(
-        line, RuleId::shellInChmod, prefix, path,
-        "With an application path (-a) a shell runs /bin/chmod 755 on this path as it stands, with "
-        "the adapter's starting rights, as a rule root's.",
-        "Use a path of letters, digits and _ @ % + = : , . / - only.");
+    findIn(line, RuleId::shellInChmod, prefix, path,
+           "With an application path (-a) a shell runs /bin/chmod 755 on this path, without "
+           "quoting it and with the rights that the adapter was started with, usually root's.",
+           "Use only letters, digits and _ @ % + = : , . / - in the path.");
   }
   if (prefix > 0 && line.text().size() > prefix && line.text()[prefix] == '/') {
-    findIn(line, RuleId::folderInFrontOfPath, prefix, path,
-           "The folder of the application path (-a) is put in front, also of a full path.",
+    findIn(line, RuleId::folderBeforePath, prefix, path,
+           "The folder of the application path (-a) is put before the command, even before a full "
+           "path.",
            "Write the program's name without its folder.");
   }
 }
@@ -187,17 +189,17 @@ void inspectWords(const Preview& preview, std::int32_t number, Inspection* inspe
   const Line line = {preview, number, inspection};
   inspectProgram(line);
   if (!inspection->context.appPath.empty()) inspectChmod(line);
-  std::size_t behindLast = 0;
+  std::size_t afterLast = 0;
   bool isOpen = false;
   for (std::size_t i = 0; i < preview.words.size(); ++i) {
-    const Word word = wordAt(line, i, behindLast);
+    const Word word = wordAt(line, i, afterLast);
     inspectInnerQuotes(line, word, &isOpen);
     inspectClosingQuote(line, word);
     inspectWordSpace(line, word);
     inspectSyntax(line, word);
-    behindLast = std::min(word.end + 1, line.text().size());
+    afterLast = std::min(word.end + 1, line.text().size());
   }
-  inspectLineEnd(line, behindLast);
+  inspectLineEnd(line, afterLast);
 }
 
 }  // namespace runlet_tool

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "tool/check/inspection.h"
-#include "tool/expand/preview.h"
+#include "tool/job/preview.h"
 
 namespace runlet_tool {
 

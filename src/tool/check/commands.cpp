@@ -11,10 +11,9 @@
 #include "job/int32.h"
 #include "tool/check/command_words.h"
 #include "tool/check/inspection.h"
-#include "tool/expand/preview.h"
+#include "tool/job/preview.h"
 #include "tool/text/format.h"
 #include "tool/text/terminal.h"
-#include "tool/text/utf8.h"
 
 namespace runlet_tool {
 namespace {
@@ -23,10 +22,6 @@ using runlet::AdapterContext;
 using runlet::notGiven;
 using runlet::PlaceholderForm;
 using runlet::PlaceholderUse;
-
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
 
 // What the placeholder's own digits say.
 struct Digits {
@@ -37,7 +32,7 @@ struct Digits {
 
 Digits digitsAt(const std::string& text, std::size_t begin) {
   std::size_t end = begin;
-  while (end < text.size() && isDigit(text[end])) ++end;
+  while (end < text.size() && runlet::isDigit(text[end])) ++end;
   const std::size_t first = std::min(text.find_first_not_of('0', begin), end);
   const std::string digits = text.substr(first, end - first);
   const bool isBeyond = digits.size() > 10 || (digits.size() == 10 && digits > "2147483647");
@@ -79,14 +74,14 @@ bool hasValue(const PlaceholderUse& use) {
 
 void inspectLongDigits(const Use& use, const Digits& digits) {
   if (digits.count > runlet::maxNumberLength && !addUseToFinding(use, RuleId::longDigits)) {
-    findUse(use, RuleId::longDigits, "Of the digits the first 31 count.",
-            "Write the number without so many digits.");
+    findUse(use, RuleId::longDigits, "Only the first 31 digits count.",
+            "Write the number with fewer digits.");
   } else if (digits.isBeyond32Bits && digits.count <= runlet::maxNumberLength &&
              !addUseToFinding(use, RuleId::placeholderBeyond32Bits)) {
-    findUse(
-        use, RuleId::placeholderBeyond32Bits,
-        "Only the low 32 bits of a number are kept, which is " + std::to_string(digits.value) + ".",
-        "Write the number that is meant.");
+    findUse(use, RuleId::placeholderBeyond32Bits,
+            "Only the low 32 bits of a number are kept: the value is " +
+                std::to_string(digits.value) + ".",
+            "Write the number that is meant.");
   }
 }
 
@@ -99,7 +94,7 @@ void inspectWidth(const Use& use) {
   if (width != own.value && own.count <= runlet::maxNumberLength &&
       !addUseToFinding(use, RuleId::carriedWidth)) {
     findUse(use, RuleId::carriedWidth,
-            "The width takes in digits that an earlier number has left: it is " +
+            "The width includes digits that an earlier number has left: it is " +
                 std::to_string(width) + " in task " + std::to_string(use.number) + ".",
             "Give only the first number of the command line a width.");
   }
@@ -108,7 +103,7 @@ void inspectWidth(const Use& use) {
   if (isCut && !addUseToFinding(use, RuleId::cutTaskNumber)) {
     findUse(use, RuleId::cutTaskNumber,
             "With a width of " + std::to_string(width) +
-                " the number is cut to its first 31 characters, and digits of it are lost.",
+                " the number is cut to its first 31 characters and loses its last digits.",
             "Write a width of at most 31.");
   }
 }
@@ -130,16 +125,15 @@ void findUndefined(const Use& use) {
   if (use.placeholder.form == PlaceholderForm::jobParam) {
     findUse(use, RuleId::undefinedValue,
             "The job has " + quantity(context.paramNames.size(), "parameter") +
-                ", and the program gets the text Undefined.",
+                "; the program gets the text Undefined.",
             "Write %jp with a number from 1 to the number of parameters.");
     return;
   }
-  findUse(
-      use, RuleId::undefinedValue,
-      "Task " + std::to_string(use.number) +
-          " has no such field (an empty last one does not count), and the program gets the text "
-          "Undefined.",
-      "Write %tp with the number of a field from 1 on, or give the task the field.");
+  findUse(use, RuleId::undefinedValue,
+          "Task " + std::to_string(use.number) +
+              " has no such field (an empty last one does not count); the program gets the text "
+              "Undefined.",
+          "Write %tp with the number of a field, from 1, or give the task the field.");
 }
 
 void inspectPlaceholderNumber(const Use& use) {
@@ -156,15 +150,14 @@ void inspectForm(const Use& use) {
   if (use.placeholder.form == PlaceholderForm::dropped &&
       !addUseToFinding(use, RuleId::droppedPercent)) {
     findUse(use, RuleId::droppedPercent,
-            "This % begins no placeholder and is dropped, with the digits behind it.",
+            "This % does not begin a placeholder and is dropped, along with the digits after it.",
             "Write %% for a percent sign.");
   }
   if (use.placeholder.form == PlaceholderForm::malformed &&
       !addUseToFinding(use, RuleId::malformedPlaceholder)) {
     findUse(
         use, RuleId::malformedPlaceholder,
-        "A %t has to be followed by n or p and a %j by p; here the expansion fails, and no task "
-        "is started.",
+        "%t must be followed by n or p, and %j by p; the expansion fails, and no task is started.",
         "Write %tn, %tp or %jp with a number, or %% for a percent sign.");
   }
 }
@@ -209,7 +202,7 @@ void inspectUses(const Preview& preview, std::int32_t number, std::vector<OwnDig
 void findTooLong(std::int32_t number, Inspection* inspection) {
   if (addTaskToFinding(inspection, RuleId::longExpansion, noOffset, number)) return;
   findForTask(inspection, RuleId::longExpansion, noOffset, number, placeInTemplate(*inspection, 0),
-              "", "The expansion is longer than 3999 bytes and fails, and the task is not started.",
+              "", "The expansion is longer than 3999 bytes; it fails, and the task is not started.",
               "Shorten the template or its values, for example by giving the program a file to "
               "read.");
 }
@@ -222,17 +215,16 @@ void findMissingValue(std::string_view placeholder, std::int32_t number, Inspect
               placeInTemplate(*inspection, offset), placeholder,
               "There are " + quantity(context.paramNames.size(), "parameter name") + " but " +
                   quantity(context.paramValues.size(), "value") + "; the adapter ends abnormally.",
-              "Give every Param a Value behind its Name; an empty one is written {}.");
+              "Give every Param a Value after its Name; an empty value is {}.");
 }
 
 void findNoSpace(std::int32_t number, Inspection* inspection) {
   if (addTaskToFinding(inspection, RuleId::noSpace, noOffset, number)) return;
-  findForTask(
-      inspection, RuleId::noSpace, noOffset, number, placeInTemplate(*inspection, 0),
-      inspection->context.arguments,
-      "With an application path (-a) the expanded line has to hold a space; without one the "
-      "adapter ends abnormally.",
-      "Give the program an argument.");
+  findForTask(inspection, RuleId::noSpace, noOffset, number, placeInTemplate(*inspection, 0),
+              inspection->context.arguments,
+              "With an application path (-a) the expanded line must contain a space; without one "
+              "the adapter ends abnormally.",
+              "Give the program an argument.");
 }
 
 void findRaised(const Preview& preview, std::int32_t number, Inspection* inspection) {
@@ -260,14 +252,14 @@ void inspectRights(Inspection* inspection) {
   if (context.gid == notGiven) {
     find(inspection, RuleId::noGroup, inspection->gid.value_or(inspection->cmdData),
          inspection->gid.has_value() ? "-1" : "",
-         "The job names no group, and the adapter refuses every task with \"Cannot set gid -1: No "
-         "such group\".",
+         "The job names no group; the adapter refuses every task with \"Cannot set gid -1: No such "
+         "group\".",
          "Write <gid> with the number of a group.");
   }
   if (context.uid == notGiven && context.userName.empty()) {
     find(inspection, RuleId::noUser, inspection->uid.value_or(inspection->cmdData),
          inspection->uid.has_value() ? "-1" : "",
-         "The job has no uid and the request no user name (-u), and the adapter refuses every task "
+         "The job has no uid and the request no user name (-u); the adapter refuses every task "
          "with \"Missing user name\".",
          "Write <uid> with the number of a user, or check with -u USER if the server gives it.");
   }
@@ -283,17 +275,17 @@ struct FolderRow {
 constexpr FolderRow folderRows[] = {
     {FolderKind::jobFile, false, RuleId::bareJobFile,
      "The job file is named without a folder and the job has no WorkingFolder, so the job file "
-     "itself is taken for the run folder, and every task is refused."},
+     "itself is taken for the run folder; every task is refused."},
     {FolderKind::root, false, RuleId::bareJobFile,
      "The job file is in the root folder and the job has no WorkingFolder, so the name of the run "
-     "folder is empty, and every task is refused."},
+     "folder is empty; every task is refused."},
     {FolderKind::relative, true, RuleId::relativeFolder,
      "A relative run folder is entered for the first task and then looked for inside itself: the "
      "second task is refused."},
     {FolderKind::relative, false, RuleId::startDependentFolder,
-     "The run folder is relative, and is looked for where the adapter is started."},
+     "The run folder is relative: it is looked for where the adapter is started."},
     {FolderKind::dots, false, RuleId::startDependentFolder,
-     "The run folder is relative, and is looked for where the adapter is started."},
+     "The run folder is relative: it is looked for where the adapter is started."},
 };
 
 std::string folderAdvice(const Inspection& inspection) {
@@ -344,7 +336,7 @@ void inspectUsedValues(const UsedParameters& used, Inspection* inspection) {
     if (!used.has(i) || values[i].size() < runlet::maxLookupLength) continue;
     find(inspection, RuleId::longEntry, inspection->values[i],
          std::to_string(values[i].size()) + " bytes",
-         "Of a parameter's value the first 2000 bytes count.", "Keep it below 2000 bytes.");
+         "Only the first 2000 bytes of a parameter's value count.", "Keep it below 2000 bytes.");
   }
 }
 
@@ -354,7 +346,7 @@ void inspectUnused(const UsedParameters& used, Inspection* inspection) {
     if (used.has(i) || leaveOut(inspection, RuleId::unusedParameter)) continue;
     find(inspection, RuleId::unusedParameter, inspection->names[i], names[i],
          "No task asks for parameter " + std::to_string(i + 1) + ".",
-         "Nothing has to be done, unless the template was meant to use %jp" +
+         "Nothing needs to be done, unless the template was meant to use %jp" +
              std::to_string(i + 1) + ".");
   }
 }
@@ -365,37 +357,46 @@ bool isAsked(const Inspection& inspection, std::int32_t number) {
   return range.first < number && number <= range.end;
 }
 
+// What the tasks are looked at with, one after the other.
+struct TaskWork {
+  Preview preview;
+  std::vector<OwnDigits> digits;
+  UsedParameters used;
+};
+
+// Whether the task has a command.
+bool inspectTask(std::int32_t number, TaskWork* work, Inspection* inspection) {
+  Preview& preview = work->preview;
+  previewCommand(inspection->context, number - 1, &preview);
+  inspection->limit.addPreview(preview, inspection->context, number - 1);
+  inspectUses(preview, number, &work->digits, inspection);
+  work->used.add(preview.uses);
+  if (preview.isComposed) {
+    inspectWords(preview, number, inspection);
+  } else {
+    inspectFailure(preview, number, inspection);
+  }
+  return preview.isComposed;
+}
+
 }  // namespace
 
 void inspectTasks(Inspection* inspection) {
   const AdapterContext& context = inspection->context;
   const std::size_t count = context.taskList.size();
   Progress progress("checking", count);
-  UsedParameters used(context.paramNames.size());
-  Preview preview;
-  std::vector<OwnDigits> digits;
+  TaskWork work{{}, {}, UsedParameters(context.paramNames.size())};
   bool allComposed = true;
   for (std::size_t i = 0; i < count; ++i) {
     const auto number = static_cast<std::int32_t>(i) + 1;
-    if (inspection->limit.isSpent() && !isAsked(*inspection, number)) {
-      findTasksNotLookedAt(inspection, number - 1);
-      allComposed = false;  // or else it is not known
-      continue;
-    }
-    previewCommand(context, number - 1, &preview);
-    inspection->limit.addPreview(preview, context, number - 1);
-    inspectUses(preview, number, &digits, inspection);
-    used.add(preview.uses);
-    allComposed = allComposed && preview.isComposed;
-    if (preview.isComposed) {
-      inspectWords(preview, number, inspection);
-    } else {
-      inspectFailure(preview, number, inspection);
-    }
+    const bool isSkipped = inspection->limit.isSpent() && !isAsked(*inspection, number);
+    if (isSkipped) findTasksNotChecked(inspection, number - 1);
+    // Of a task that is not looked at, nobody knows.
+    allComposed = !isSkipped && inspectTask(number, &work, inspection) && allComposed;
     progress.show(i);
   }
-  inspectUsedValues(used, inspection);
-  if (allComposed && count > 0) inspectUnused(used, inspection);
+  inspectUsedValues(work.used, inspection);
+  if (allComposed && count > 0) inspectUnused(work.used, inspection);
   inspectRights(inspection);
   inspectFolderName(inspection);
 }

@@ -1,4 +1,4 @@
-// The elements of the job file: what is missing, in the wrong place or passed over.
+// The elements of the job file: what is missing, in the wrong place or ignored.
 
 #include <algorithm>
 #include <array>
@@ -62,31 +62,31 @@ void findUnknown(const TiXmlNode& node, const std::string& parent, const Names& 
   if (leaveOut(inspection, RuleId::unknownElement)) return;
   const std::string_view like = nearest(node.ValueStr(), names);
   const std::string instead = like.empty()
-                                  ? "Take it out, or move it to where it belongs."
-                                  : "Write " + tag(like) + " if that is meant, or take it out.";
+                                  ? "Remove it, or move it to where it belongs."
+                                  : "Write " + tag(like) + " if that is meant, or remove it.";
   find(inspection, RuleId::unknownElement, placeOf(node), tag(node.ValueStr()),
-       parent + " has no element of this name, and it is passed over.", instead);
+       parent + " has no element of this name; it is ignored.", instead);
 }
 
 void findRepeated(const TiXmlNode& node, Inspection* inspection) {
   find(inspection, RuleId::repeatedElement, placeOf(node), tag(node.ValueStr()),
-       "This element stands here already, and this one is passed over.", "Keep one of them.");
+       "Another element of this name counts; this one is ignored.", "Keep only one of them.");
 }
 
 void findStray(const TiXmlNode& node, const std::string& parent, Inspection* inspection) {
   if (leaveOut(inspection, RuleId::strayText)) return;
   const Source& source = *inspection->source;
   find(inspection, RuleId::strayText, placeOf(node), source.excerpt(node),
-       "No text is read here in " + parent + ", and it is passed over.",
-       "Put it into the element that it belongs to, or take it out.");
+       "Text directly in " + parent + " is ignored.",
+       "Put it into the element that it belongs to, or remove it.");
 }
 
 void findTaken(const TiXmlNode& node, Inspection* inspection) {
   if (leaveOut(inspection, RuleId::takenForElement)) return;
   const Source& source = *inspection->source;
   find(inspection, RuleId::takenForElement, placeOf(node), source.excerpt(node),
-       "This is nothing but the name " + node.ValueStr() + ", and is taken for the element.",
-       "Write something more into it, or take it out.");
+       "This consists of the name " + node.ValueStr() + " alone, and is taken for that element.",
+       "Write something more into it, or remove it.");
 }
 
 // Looked up by their name whatever kind of node they are, so that a text may be taken for one.
@@ -94,8 +94,8 @@ bool isTakenForElement(const std::string& text) {
   return text == "Task" || text == "JobParams";
 }
 
-// What stands in an element that holds other elements: everything whose name is not among `names`
-// is passed over.
+// What is in an element that holds other elements: everything whose name is not among `names` is
+// ignored.
 void inspectChildren(const TiXmlNode& parent, const Names& names, Inspection* inspection) {
   const std::string& name = parent.ValueStr();
   for (const TiXmlNode* node = parent.FirstChild(); node != nullptr; node = node->NextSibling()) {
@@ -113,11 +113,10 @@ const TiXmlElement* inspectRoot(const TiXmlDocument& document, Inspection* inspe
   const TiXmlNode* first = document.FirstChild();
   if (first->ToElement() == nullptr) {
     const Source& source = *inspection->source;
-    find(
-        inspection, RuleId::inFrontOfRoot, placeOf(*first), source.excerpt(*first),
-        "The first thing in the file has to be the root element; the adapter refuses the file with "
-        "\"Invalid XML job syntax\".",
-        "Take this out, or move it into the root element.");
+    find(inspection, RuleId::beforeRoot, placeOf(*first), source.excerpt(*first),
+         "The file must begin with the root element; the adapter refuses it with \"Invalid XML job "
+         "syntax\".",
+         "Remove this, or move it into the root element.");
   }
   return document.FirstChildElement();
 }
@@ -126,17 +125,17 @@ void findNoCmdData(const TiXmlElement& root, const TiXmlNode* taken, Inspection*
   const Place place = placeOf(taken == nullptr ? root : *taken);
   if (taken != nullptr) {
     find(inspection, RuleId::noCmdData, place, taken->ValueStr(),
-         "This is no element, but is taken for cmdData because it is nothing but that name.",
-         "Write something more into it, or take it out.");
+         "This is not an element, but is taken for cmdData because it consists of that name alone.",
+         "Write something more into it, or remove it.");
   } else if (root.ValueStr() == "cmdData") {
     find(inspection, RuleId::cmdDataIsRoot, place, "<cmdData>",
-         "cmdData stands in the root element, and is not the root itself; the adapter refuses the "
-         "file with \"Invalid XML job syntax\".",
-         "Put one more element around it, such as <Job>.");
+         "cmdData must be in the root element, not the root itself; the adapter refuses the file "
+         "with \"Invalid XML job syntax\".",
+         "Put another element around it, such as <Job>.");
   } else {
     find(inspection, RuleId::noCmdData, place, tag(root.ValueStr()),
-         "There is no cmdData in the root element, and the adapter refuses the file with \"Invalid "
-         "XML job syntax\".",
+         "The root element has no cmdData; the adapter refuses the file with \"Invalid XML job "
+         "syntax\".",
          "Put all elements of the job into one <cmdData>.");
   }
 }
@@ -150,13 +149,12 @@ void inspectRootChildren(const TiXmlElement& root, const TiXmlElement& cmdData,
     if (name == "cmdData" && element != &cmdData) findRepeated(*element, inspection);
     if (std::find(cmdDataNames.begin(), cmdDataNames.end(), name) != cmdDataNames.end()) {
       find(inspection, RuleId::unknownElement, placeOf(*element), tag(name),
-           "This element is read in cmdData only; here it is passed over.",
-           "Move it into <cmdData>.");
+           "This element is read only in cmdData; here it is ignored.", "Move it into <cmdData>.");
     }
   }
 }
 
-// cmdData and what stands directly in it.
+// cmdData and what is directly in it.
 
 void inspectRepeated(const TiXmlNode& cmdData, Inspection* inspection) {
   std::set<std::string> seen;
@@ -180,16 +178,16 @@ void inspectOtherJobParams(const TiXmlNode& cmdData, const TiXmlNode& jobParams,
 }
 
 void findNoJobParams(const TiXmlNode& cmdData, Inspection* inspection) {
-  const TiXmlElement* inFront = cmdData.FirstChildElement("JobParams");
-  if (inFront != nullptr && cmdData.FirstChildElement("TaskList") != nullptr) {
-    find(inspection, RuleId::jobParamsInFront, placeOf(*inFront), "<JobParams>",
-         "JobParams is looked for behind TaskList only, and the adapter refuses the file with "
-         "\"Invalid XML job syntax\".",
-         "Move it behind </TaskList>.");
-  } else if (inFront == nullptr) {
+  const TiXmlElement* early = cmdData.FirstChildElement("JobParams");
+  if (early != nullptr && cmdData.FirstChildElement("TaskList") != nullptr) {
+    find(inspection, RuleId::jobParamsBeforeTaskList, placeOf(*early), "<JobParams>",
+         "JobParams is looked for only after TaskList; the adapter refuses the file with \"Invalid "
+         "XML job syntax\".",
+         "Move it after </TaskList>.");
+  } else if (early == nullptr) {
     find(inspection, RuleId::noJobParams, inspection->cmdData, "",
-         "There is no JobParams, and the adapter refuses the file with \"Invalid XML job syntax\".",
-         "Write <JobParams/> behind </TaskList>.");
+         "There is no JobParams; the adapter refuses the file with \"Invalid XML job syntax\".",
+         "Write <JobParams/> after </TaskList>.");
   }
 }
 
@@ -225,17 +223,17 @@ void inspectEntry(const TiXmlText& params, std::int32_t number, Inspection* insp
   }
   findForTask(inspection, RuleId::longEntry, noOffset, number, placeOf(params),
               std::to_string(entry.size()) + " bytes",
-              "Of a task's fields, all together, the first 2000 bytes count.",
+              "Only the first 2000 bytes of a task's fields, all together, count.",
               "Keep them below 2000 bytes.");
 }
 
 void findTaskWithoutText(const TiXmlNode& task, Inspection* inspection) {
   find(inspection, RuleId::taskWithoutText, placeOf(task), "<Task>",
-       "A Task without text in its Params is no task, and the tasks behind it move up by one.",
-       "Write any text into its Params, or take the Task out.");
+       "A Task without text in its Params is ignored; the tasks after it move up by one.",
+       "Write any text into its Params, or remove the Task.");
 }
 
-// All elements of that name behind `first`.
+// All elements of that name after `first`.
 void inspectLater(const TiXmlElement* first, Inspection* inspection) {
   if (first == nullptr) return;
   const char* name = first->Value();
@@ -286,18 +284,18 @@ void findNoName(const TiXmlNode& parameter, Inspection* inspection) {
   if (leaveOut(inspection, RuleId::parameterWithoutName)) return;
   find(inspection, RuleId::parameterWithoutName, placeOf(parameter),
        nodeText(parameter, *inspection->source),
-       "This is read as a parameter and has no Name, and the adapter refuses the file with "
-       "\"Invalid XML job syntax\".",
+       "This is read as a parameter but has no Name; the adapter refuses the file with \"Invalid "
+       "XML job syntax\".",
        parameter.ValueStr() == "Param" && parameter.ToElement() != nullptr
-           ? "Write <Name>{...}</Name> and behind it <Value>{...}</Value> into it."
-           : "Take it out, or move it in front of the first Param.");
+           ? "Write <Name>{...}</Name> and then <Value>{...}</Value> into it."
+           : "Remove it, or move it before the first Param.");
 }
 
 void inspectName(const TiXmlElement& name, Inspection* inspection) {
   const TiXmlText* node = textNodeOf(&name, inspection);
   if (node == nullptr) {
     find(inspection, RuleId::unpairedParameter, placeOf(name), "<Name>",
-         "A parameter with an empty Name adds a value alone, which pairs with another name.",
+         "A parameter with an empty Name adds only a value, which is paired with another name.",
          "Write {the name}.");
     return;
   }
@@ -308,8 +306,8 @@ void inspectName(const TiXmlElement& name, Inspection* inspection) {
   std::set<std::string>& seen = inspection->seenNames;
   if (text.empty() || seen.insert(text).second) return;
   find(inspection, RuleId::duplicateParameter, place, text,
-       "A parameter of this name stands here already; both are kept, under their numbers.",
-       "Give each its own name, or take one out and correct the numbers behind it.");
+       "An earlier parameter has the same name; both are kept, under their numbers.",
+       "Give each its own name, or remove one and correct the numbers after it.");
 }
 
 void inspectValue(const TiXmlElement& name, Inspection* inspection) {
@@ -318,8 +316,8 @@ void inspectValue(const TiXmlElement& name, Inspection* inspection) {
   if (node == nullptr) {
     find(inspection, RuleId::unpairedParameter, placeOf(*name.Parent()),
          tag(name.Parent()->ValueStr()),
-         "There is no text in a Value behind the Name, and the values behind it move up by one.",
-         "Write <Value>{...}</Value> behind the Name; an empty value is written {}.");
+         "There is no Value with text after the Name; the values after it move up by one.",
+         "Write <Value>{...}</Value> after the Name; an empty value is {}.");
     return;
   }
   inspectBraces(*node, TextKind::parameter, 0, inspection);
@@ -327,11 +325,11 @@ void inspectValue(const TiXmlElement& name, Inspection* inspection) {
   inspectLater(value, inspection);
 }
 
-// A Value in front of the Name is of no use, but where there is none behind it that is found.
-void inspectValueInFront(const TiXmlElement& name, Inspection* inspection) {
+// A Value before the Name is ignored. Where there is none after it, that is the finding.
+void inspectValueBeforeName(const TiXmlElement& name, Inspection* inspection) {
   const TiXmlElement* first = name.Parent()->FirstChildElement("Value");
-  const TiXmlElement* behind = name.NextSiblingElement("Value");
-  for (const TiXmlElement* value = first; value != nullptr && behind != nullptr && value != behind;
+  const TiXmlElement* after = name.NextSiblingElement("Value");
+  for (const TiXmlElement* value = first; value != nullptr && after != nullptr && value != after;
        value = value->NextSiblingElement("Value")) {
     findRepeated(*value, inspection);
   }
@@ -346,18 +344,18 @@ void inspectParameter(const TiXmlNode& parameter, Inspection* inspection) {
   }
   if (parameter.ValueStr() != "Param") {
     find(inspection, RuleId::parameterOfOtherName, placeOf(parameter), tag(parameter.ValueStr()),
-         "Everything behind the second Param is read as a parameter, whatever its name is.",
-         "Call it Param, or take it out.");
+         "Everything after the second Param is read as a parameter, whatever its name.",
+         "Rename it to Param, or remove it.");
   }
   inspectName(*name, inspection);
   inspectValue(*name, inspection);
   inspectLater(name, inspection);
-  inspectValueInFront(*name, inspection);
+  inspectValueBeforeName(*name, inspection);
   inspectChildren(parameter, names, inspection);
 }
 
-// What is passed over in front of the second Param.
-void inspectPassedOver(const TiXmlNode* begin, const TiXmlNode* end, Inspection* inspection) {
+// What is ignored before the second Param.
+void inspectIgnored(const TiXmlNode* begin, const TiXmlNode* end, Inspection* inspection) {
   static const Names names = {"Param"};
   for (const TiXmlNode* node = begin; node != nullptr && node != end; node = node->NextSibling()) {
     if (node->ToElement() != nullptr) findUnknown(*node, "JobParams", names, inspection);
@@ -368,11 +366,11 @@ void inspectPassedOver(const TiXmlNode* begin, const TiXmlNode* end, Inspection*
 // In the steps of the loader: the first two by name, from there on every node.
 void inspectJobParams(const TiXmlNode& jobParams, Inspection* inspection) {
   const TiXmlNode* first = jobParams.FirstChild("Param");
-  inspectPassedOver(jobParams.FirstChild(), first, inspection);
+  inspectIgnored(jobParams.FirstChild(), first, inspection);
   if (first == nullptr) return;
   inspectParameter(*first, inspection);
   const TiXmlNode* parameter = first->NextSibling("Param");
-  inspectPassedOver(first->NextSibling(), parameter, inspection);
+  inspectIgnored(first->NextSibling(), parameter, inspection);
   for (; parameter != nullptr; parameter = parameter->NextSibling()) {
     inspectParameter(*parameter, inspection);
   }
@@ -382,8 +380,8 @@ void inspectLists(const TiXmlNode& cmdData, Inspection* inspection) {
   const TiXmlElement* taskList = cmdData.FirstChildElement("TaskList");
   if (taskList == nullptr) {
     find(inspection, RuleId::noTaskList, inspection->cmdData, "",
-         "There is no TaskList, and the adapter refuses the file with \"Invalid XML job syntax\".",
-         "Write <TaskList> with the tasks, in front of <JobParams>.");
+         "There is no TaskList; the adapter refuses the file with \"Invalid XML job syntax\".",
+         "Write <TaskList> with the tasks, before <JobParams>.");
   } else {
     inspectTaskList(*taskList, inspection);
   }

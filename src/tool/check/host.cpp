@@ -11,10 +11,10 @@
 #include <optional>
 #include <string>
 
-#include "tool/check/access.h"
 #include "tool/check/inspection.h"
-#include "tool/expand/preview.h"
-#include "tool/system/paths.h"
+#include "tool/job/preview.h"
+#include "tool/system/access.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {
@@ -41,7 +41,7 @@ Place placeOfUser(const Inspection& inspection) {
   return inspection.uid.value_or(Place{});
 }
 
-// False when the user cannot be told, which is found.
+// False if the user is unknown, which is a finding.
 bool findTaskUser(Inspection* inspection, uid_t* uid) {
   const AdapterContext& context = inspection->context;
   if (context.uid != notGiven) {
@@ -55,7 +55,7 @@ bool findTaskUser(Inspection* inspection, uid_t* uid) {
     return true;
   }
   find(inspection, RuleId::unknownUser, placeOfUser(*inspection), context.userName,
-       "This machine does not know the user given with -u, and the adapter refuses every task.",
+       "This machine does not know the user given with -u; the adapter refuses every task.",
        "Correct the name, or write <uid>.");
   return false;
 }
@@ -85,22 +85,22 @@ void inspectAccount(const Host& host) {
   const passwd* account = getpwuid(host.who.uid);
   if (account == nullptr) {
     find(inspection, RuleId::uidWithoutAccount, placeOfUser(*inspection),
-         std::to_string(host.who.uid), "This machine knows no account with this uid.",
+         std::to_string(host.who.uid), "No account on this machine has this uid.",
          "Correct the uid, or check on the machine that runs the job.");
     return;
   }
   const std::string lost = lostGroups(host.who, *account);
   if (lost.empty()) return;
   find(inspection, RuleId::groupsNotKept, placeOfUser(*inspection), lost,
-       "The user is in these groups, and the task is not: it has the gid of the job and the groups "
-       "that the adapter is started with.",
+       "The user is in these groups, but the task is not: it has the gid of the job and the groups "
+       "that the adapter was started with.",
        "Make the group that is needed the gid of the job.");
 }
 
 void inspectGroupEntry(const Host& host) {
   if (getgrgid(host.who.gid) != nullptr) return;
   find(host.inspection, RuleId::gidWithoutGroup, host.inspection->gid.value_or(Place{}),
-       std::to_string(host.who.gid), "This machine knows no group with this gid.",
+       std::to_string(host.who.gid), "No group on this machine has this gid.",
        "Correct the gid, or check on the machine that runs the job.");
 }
 
@@ -112,18 +112,18 @@ bool inspectFolder(const Host& host) {
   const Access access = accessToFolder(host.who, "/", host.folder);
   if (access == Access::missing) {
     find(inspection, RuleId::missingFolder, place, folder,
-         "This machine has no such folder, and the adapter refuses every task.",
-         "Make the folder, or correct WorkingFolder.");
+         "This machine has no such folder; the adapter refuses every task.",
+         "Create the folder, or correct WorkingFolder.");
     return false;
   }
   if (access == Access::granted) return true;
   const bool hasSeveral = inspection->context.taskList.size() > 1;
   find(inspection, hasSeveral ? RuleId::folderClosedToLaterTasks : RuleId::folderClosedToTask,
        place, folder,
-       hasSeveral ? "The user may not enter this folder. Only for the first task of a request it "
-                    "is entered "
-                    "with the adapter's starting rights; the second is refused."
-                  : "The user may not enter this folder, and the task can open nothing in it.",
+       hasSeveral
+           ? "The user may not enter this folder: the adapter enters it for the first task of a "
+             "request, with the rights that it was started with, but the second is refused."
+           : "The user may not enter this folder; the task cannot open anything in it.",
        "Let the user search the folder and all folders above it.");
   return true;
 }
@@ -139,7 +139,7 @@ struct FileStart {
 constexpr std::size_t startLength = 256;  // bytes of a file that the system looks at
 
 // The interpreter's name, in what follows "#!"; none where the system finds none, also when the
-// name may go on behind what is looked at. At the end of the file it may be empty.
+// name may go on after what is looked at. At the end of the file it may be empty.
 std::optional<std::string> interpreterIn(std::string_view start) {
   const std::size_t lineEnd = start.find('\n');
   const bool hasLineEnd = lineEnd != std::string_view::npos;
@@ -189,7 +189,7 @@ std::optional<RuleId> findNoInterpreter(const Program& program, const std::strin
                   "of the interpreter's name; the script cannot be executed."
                 : "The interpreter " + interpreter +
                       " of this script cannot be executed, and neither can the script.",
-      hasReturn ? "Take the carriage returns out of the script."
+      hasReturn ? "Remove the carriage returns from the script."
                 : "Correct the first line of the script.");
 }
 
@@ -207,7 +207,7 @@ std::optional<RuleId> inspectScript(const Program& program) {
   }
   if (start.format == Format::program) return std::nullopt;
   return findOf(program, RuleId::noInterpreterLine, program.path,
-                "The system cannot execute this file by itself, and it is handed to /bin/sh.",
+                "The system cannot execute this file by itself; it is handed to /bin/sh.",
                 "Write an interpreter line, such as #!/bin/bash, first.");
 }
 
@@ -280,7 +280,7 @@ void inspectHost(Inspection* inspection) {
   Preview preview;
   for (std::size_t i = 0; i < context.taskList.size(); ++i) {
     if (inspection->limit.isSpent()) {
-      findTasksNotLookedAt(inspection, static_cast<std::int32_t>(i));
+      findTasksNotChecked(inspection, static_cast<std::int32_t>(i));
       return;
     }
     const auto number = static_cast<std::int32_t>(i) + 1;

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "adapter/context.h"
-#include "tool/check/finding.h"
-#include "tool/expand/range_options.h"
+#include "tool/check/report.h"
+#include "tool/job/range.h"
 
 namespace runlet_tool {
 
@@ -20,12 +20,12 @@ struct Question {
   RangeOptions range = {};       // tasks to look at in any case; empty = none
 };
 
-// The first so many of a rule are kept, the others counted: a job file can have as many findings as
-// it has elements or placeholders.
+// The most findings of a rule that are kept; further ones are counted: a job file can have as many
+// findings as it has elements or placeholders.
 inline constexpr std::size_t mostFindings = 20;
 
 // Takes time and memory in proportion to the size of the file: where the tasks together would take
-// more, those beyond are left alone, which is a finding (RuleId::tasksNotLookedAt), unless they are
+// more, those beyond are left alone, which is a finding (RuleId::tasksNotChecked), unless they are
 // to be looked at in any case.
 //
 // Nothing is run and nothing changed. Without an error among the findings the adapter starts every

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <tuple>
 
-#include "tool/expand/loading.h"
+#include "tool/job/loading.h"
+#include "tool/job/range.h"
 #include "tool/text/format.h"
 
 namespace runlet_tool {
@@ -19,9 +20,9 @@ void findLoadError(const TiXmlDocument& document, const std::string& message, Re
       {&rule,
        place,
        "",
-       message.empty() ? "The path is empty, and the adapter refuses the request without a word."
+       message.empty() ? "The path is empty; the adapter refuses the request without a message."
                        : "The adapter refuses the request with: " + message,
-       isOfLibrary ? "Correct the XML; the mistake may be some way in front of this place."
+       isOfLibrary ? "Correct the XML; the mistake may be some way before this place."
                    : "Give the path of a job file that the adapter can read.",
        {}});
 }
@@ -74,12 +75,12 @@ void findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::i
   if (isKept) inspection->report.findings[last].tasks.add(number);
 }
 
-void findTasksNotLookedAt(Inspection* inspection, std::int32_t number) {
-  if (inspection->kept[RuleId::tasksNotLookedAt] > 0) return;
-  find(inspection, RuleId::tasksNotLookedAt, Place{}, "",
+void findTasksNotChecked(Inspection* inspection, std::int32_t number) {
+  if (inspection->kept[RuleId::tasksNotChecked] > 0) return;
+  find(inspection, RuleId::tasksNotChecked, Place{}, "",
        "Of the " + quantity(inspection->context.taskList.size(), "task") + " only the first " +
-           std::to_string(number) + " were looked at: the others would take too long.",
-       "Shorten the template, or have all tasks looked at, with runlet-job check --all.");
+           std::to_string(number) + " were checked; the others would take too long.",
+       "Shorten the template, or check all tasks with runlet-job check --all.");
 }
 
 Place placeInTemplate(const Inspection& inspection, std::size_t offset) {

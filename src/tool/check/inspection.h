@@ -11,10 +11,11 @@
 #include <vector>
 
 #include "adapter/context.h"
-#include "tool/check/finding.h"
 #include "tool/check/inspect.h"
+#include "tool/check/report.h"
+#include "tool/check/rules.h"
 #include "tool/check/source.h"
-#include "tool/expand/work_limit.h"
+#include "tool/job/work_limit.h"
 
 namespace runlet_tool {
 
@@ -70,7 +71,7 @@ void findForTask(Inspection* inspection, RuleId rule, std::size_t offset, std::i
                  Place place, std::string_view text, std::string why, std::string instead);
 
 // Says that the tasks after `number` are not looked at.
-void findTasksNotLookedAt(Inspection* inspection, std::int32_t number);
+void findTasksNotChecked(Inspection* inspection, std::int32_t number);
 
 // The place of byte `offset` of the template; that of cmdData where there is no template.
 Place placeInTemplate(const Inspection& inspection, std::size_t offset);

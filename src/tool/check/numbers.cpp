@@ -10,8 +10,10 @@
 
 #include "adapter/task_range.h"
 #include "job/int32.h"
-#include "tool/check/danger.h"
+#include "tool/check/inspection.h"
 #include "tool/check/texts.h"
+#include "tool/job/danger.h"
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {
@@ -20,21 +22,17 @@ using runlet::longestTimeout;
 
 constexpr std::int32_t largestMask = 0777;
 
-// A number as it stands in the file.
+// A number as it is in the file.
 struct Number {
   const char* name;  // of the element
   const TiXmlElement* element;
   const TiXmlText* node;
   std::string text;
   std::size_t digits;  // where they begin
-  std::size_t behind;  // where they end; as `digits` when there are none
+  std::size_t end;     // of them; as `digits` when there are none
   std::int32_t value;  // as the adapter has it
   bool isBeyond32Bits;
 };
-
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
 
 bool fits32Bits(const std::string& text) {
   errno = 0;
@@ -48,15 +46,15 @@ Number numberOf(const TiXmlElement& element, const TiXmlText& node) {
   number.digits = std::min(text.find_first_not_of(whiteSpace), text.size());
   const char sign = number.digits < text.size() ? text[number.digits] : '\0';
   if (sign == '-' || sign == '+') ++number.digits;
-  number.behind = number.digits;
-  while (number.behind < text.size() && isDigit(text[number.behind])) ++number.behind;
+  number.end = number.digits;
+  while (number.end < text.size() && runlet::isDigit(text[number.end])) ++number.end;
   number.value = runlet::decimalInt32(text.c_str());
   number.isBeyond32Bits = !fits32Bits(text);
   return number;
 }
 
 bool hasDigits(const Number& number) {
-  return number.behind > number.digits;
+  return number.end > number.digits;
 }
 
 void findNumber(const Number& number, RuleId rule, std::string why, std::string instead,
@@ -70,21 +68,22 @@ bool isId(const Number& number) {
 
 void inspectDigits(const Number& number, Inspection* inspection) {
   if (hasDigits(number) || isId(number)) return;
-  findNumber(number, RuleId::noDigits, "This is no number and counts as 0.",
+  findNumber(number, RuleId::noDigits, "This is not a number and is read as 0.",
              "Write a decimal number.", inspection);
 }
 
 void inspectRest(const Number& number, Inspection* inspection) {
   if (!hasDigits(number)) return;
-  const std::string rest = number.text.substr(number.behind);
+  const std::string rest = number.text.substr(number.end);
   const std::size_t skipped = rest.find_first_not_of(whiteSpace);
   if (skipped == std::string::npos) return;
   const Source& source = *inspection->source;
-  const std::size_t at = source.offsetIn(*number.node, number.behind + skipped);
-  find(inspection, RuleId::rubbishBehindNumber, source.placeOf(at), rest.substr(skipped),
-       "A number ends at the first character that is no digit: this is dropped, and the value is " +
+  const std::size_t at = source.offsetIn(*number.node, number.end + skipped);
+  find(inspection, RuleId::rubbishAfterNumber, source.placeOf(at), rest.substr(skipped),
+       "A number ends at the first character that is not a digit: this is dropped, and the value "
+       "is " +
            std::to_string(number.value) + ".",
-       "Write the decimal number alone.");
+       "Write only the decimal number.");
 }
 
 void inspectSize(const Number& number, Inspection* inspection) {
@@ -95,10 +94,10 @@ void inspectSize(const Number& number, Inspection* inspection) {
              "Write a number from -2147483648 to 2147483647.", inspection);
 }
 
-// A text that is some usual mask in octal, or written with a zero in front as octal numbers are.
+// A text that is some usual mask in octal, or written with a leading zero as octal numbers are.
 bool looksOctal(const Number& number) {
   constexpr long usualMasks[] = {022, 027, 077, 037, 0117, 0137, 0177, 0222, 0277, 0777};
-  const std::string digits = number.text.substr(number.digits, number.behind - number.digits);
+  const std::string digits = number.text.substr(number.digits, number.end - number.digits);
   if (digits.size() < 2 || digits.find_first_of("89") != std::string::npos) return false;
   const long asOctal = std::strtol(digits.c_str(), nullptr, 8);
   if (asOctal == number.value) return false;
@@ -113,15 +112,15 @@ std::string octal(std::int32_t mask) {
 }
 
 void inspectMask(const Number& number, Inspection* inspection) {
-  const std::string really = "the mask is octal " + octal(number.value);
+  const std::string really = "octal " + octal(number.value);
   if (number.value < 0 || number.value > largestMask) {
     findNumber(number, RuleId::maskOutOfRange,
-               "Only the low nine bits of a mask count: " + really + ".",
+               "Only the low nine bits of a umask count, which are " + really + ".",
                "Write a decimal number from 0 to 511.", inspection);
   } else if (looksOctal(number)) {
     const long meant = std::strtol(number.text.c_str() + number.digits, nullptr, 8);
-    findNumber(number, RuleId::octalMask, "The umask is read as decimal: " + really + ".",
-               "Write " + std::to_string(meant) + " for the mask octal " +
+    findNumber(number, RuleId::octalMask, "The umask is read as decimal, which is " + really + ".",
+               "Write " + std::to_string(meant) + " for octal " +
                    octal(static_cast<std::int32_t>(meant)) + ".",
                inspection);
   }
@@ -131,8 +130,8 @@ void inspectMask(const Number& number, Inspection* inspection) {
 bool inspectHiddenRoot(const Number& number, const char* whose, Inspection* inspection) {
   if (!isHiddenRoot(*number.node)) return false;
   findNumber(number, RuleId::hiddenRoot,
-             hasDigits(number) ? "This comes to 0, which is root, without being written so."
-                               : "This is no number and counts as 0, which is root.",
+             hasDigits(number) ? "This is not a plain 0 but is read as 0: root."
+                               : "This is not a number and is read as 0: root.",
              std::string("Write the number of the ") + whose + ".", inspection);
   return true;
 }
@@ -153,12 +152,12 @@ void inspectTimeLimit(const Number& number, Inspection* inspection) {
   if (!hasDigits(number)) return;
   if (number.value >= -longestTimeout && number.value <= 0) {
     findNumber(number, RuleId::noTimeLimit,
-               "With this limit every task that has run for a millisecond is over it.",
+               "Every task that has run for a millisecond is over this limit.",
                "Write the limit in minutes, from 1 to 35791.", inspection);
   } else if (number.value < 0 || number.value > longestTimeout) {
     const std::int32_t limit = runlet::timeLimit(number.value);
     findNumber(number, RuleId::wrappedTimeLimit,
-               "The limit is counted in milliseconds with 32 bits: it really is " +
+               "The limit is counted in milliseconds, in 32 bits: it is really " +
                    std::to_string(limit) + " milliseconds.",
                "Write at most 35791.", inspection);
   }
@@ -182,9 +181,8 @@ constexpr NumberRow numberRows[] = {
 void findEmpty(const TiXmlElement& element, Inspection* inspection) {
   const std::string& name = element.ValueStr();
   find(inspection, RuleId::emptyNumber, placeOf(element), "<" + name + ">",
-       "This element has no text, and the adapter refuses the file with \"Invalid XML job "
-       "syntax\".",
-       "Write a value, or take " + name + " out.");
+       "This element has no text; the adapter refuses the file with \"Invalid XML job syntax\".",
+       "Write a value, or remove " + name + ".");
 }
 
 void inspectNumber(const NumberRow& row, const TiXmlElement& element, Inspection* inspection) {
@@ -219,8 +217,7 @@ void inspectFlag(const TiXmlElement& element, Inspection* inspection) {
   const bool isYes = !text.empty() && std::strchr("YyTt1", text.front()) != nullptr;
   if (isYes || isUsualNo(text)) return;
   find(inspection, RuleId::unclearFlag, placeOf(*node), text,
-       "Only a text that begins with Y, y, T, t or 1 means yes; this one means no.",
-       "Write Yes or No.");
+       "Only text that begins with Y, y, T, t or 1 means yes; this means no.", "Write Yes or No.");
 }
 
 }  // namespace

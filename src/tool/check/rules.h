@@ -1,9 +1,9 @@
 // What `check` looks for.
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace runlet_tool {
 
@@ -16,12 +16,12 @@ enum class Severity { error, warning, note };
 enum class RuleId {
   unreadable = 1,
   notXml = 2,
-  inFrontOfRoot = 3,
+  beforeRoot = 3,
   cmdDataIsRoot = 4,
   noCmdData = 5,
   noTaskList = 6,
   noJobParams = 7,
-  jobParamsInFront = 8,
+  jobParamsBeforeTaskList = 8,
   repeatedElement = 9,
   unknownElement = 10,
   strayText = 11,
@@ -31,12 +31,12 @@ enum class RuleId {
   noBraces = 20,
   reversedBraces = 21,
   outsideBraces = 22,
-  emptyByBraces = 23,
+  emptyWithoutBraces = 23,
   typedTab = 24,
   condensedSpace = 25,
   condensedTemplate = 26,
   emptyNumber = 27,
-  rubbishBehindNumber = 28,
+  rubbishAfterNumber = 28,
   noDigits = 29,
   beyond32Bits = 30,
   octalMask = 31,
@@ -66,15 +66,15 @@ enum class RuleId {
   longExpansion = 66,
   longDigits = 67,
   placeholderBeyond32Bits = 68,
-  tasksNotLookedAt = 69,
+  tasksNotChecked = 69,
   openQuote = 70,
   quoteInWord = 71,
-  behindQuote = 72,
+  afterQuote = 72,
   whiteSpaceInWord = 73,
   emptyCommand = 74,
   noSpace = 75,
   shellInChmod = 76,
-  folderInFrontOfPath = 77,
+  folderBeforePath = 77,
   relativeFolder = 78,
   bareJobFile = 79,
   startDependentFolder = 80,
@@ -91,15 +91,16 @@ enum class RuleId {
   groupsNotKept = 99,
 };
 
+// An entry of rules.txt.
 struct Rule {
   RuleId id;
   Severity severity;
   const char* title;        // half a sentence
-  const char* explanation;  // what happens, why, and what to write
+  const char* explanation;  // lines: what happens, why, what to write, and an example
 };
 
-// All of them, by their code.
-const std::vector<Rule>& allRules();
+// All of them, sorted by their codes.
+std::span<const Rule> allRules();
 
 const Rule& ruleOf(RuleId id);
 

@@ -4,12 +4,12 @@
 #include <cstdlib>
 #include <utility>
 
-#include "tool/text/utf8.h"
+#include "tool/text/characters.h"
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {
 
-constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view cdataStart = "<![CDATA[";
 
 constexpr std::size_t excerptLength = 60;     // characters
@@ -97,8 +97,7 @@ void Source::markWithin(std::size_t end) {
   }
 }
 
-// Behind a tag and in front of one, white space is dropped, not condensed; what is behind a tag is
-// in no text.
+// White space before a tag is dropped, not condensed. So is that after a tag, but it is in no text.
 void Source::findCondensed() {
   const char* const begin = text_.data();
   const char* const end = begin + text_.size();
@@ -114,8 +113,8 @@ void Source::findCondensed() {
 }
 
 Place Source::placeOf(std::size_t offset) const {
-  const auto isBehind = [](std::size_t wanted, const Mark& mark) { return wanted < mark.offset; };
-  const auto next = std::upper_bound(marks_.begin() + 1, marks_.end(), offset, isBehind);
+  const auto precedes = [](std::size_t wanted, const Mark& mark) { return wanted < mark.offset; };
+  const auto next = std::upper_bound(marks_.begin() + 1, marks_.end(), offset, precedes);
   Mark mark = *(next - 1);
   const std::string_view all = text_;
   for (; mark.offset < offset; mark.offset += characterLength(all.substr(mark.offset))) {
@@ -126,10 +125,10 @@ Place Source::placeOf(std::size_t offset) const {
 
 std::size_t Source::offsetOf(const TiXmlBase& node) const {
   const Place wanted = runlet_tool::placeOf(node);
-  const auto isBehind = [](const Place& place, const Mark& mark) {
+  const auto precedes = [](const Place& place, const Mark& mark) {
     return std::pair(place.line, place.column) < std::pair(mark.place.line, mark.place.column);
   };
-  const auto next = std::upper_bound(marks_.begin() + 1, marks_.end(), wanted, isBehind);
+  const auto next = std::upper_bound(marks_.begin() + 1, marks_.end(), wanted, precedes);
   Mark mark = *(next - 1);
   const std::string_view all = text_;
   for (; mark.place.column < wanted.column && mark.offset < all.size(); ++mark.place.column) {

@@ -1,4 +1,4 @@
-// The text of a job file, and where in it something stands.
+// The text of a job file, and where in it something is.
 #pragma once
 
 #include <tinyxml.h>
@@ -8,16 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "tool/check/finding.h"
+#include "tool/check/report.h"
 
 namespace runlet_tool {
-
-// White space to the XML library, and to strtol.
-inline constexpr char whiteSpace[] = " \t\n\v\f\r";
-
-inline bool isWhiteSpace(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
 
 // Where a byte of what the library made of a text stands in the file.
 struct TextMark {
@@ -59,7 +52,7 @@ class Source {
   // space, a CDATA section at its "<".
   std::size_t offsetOf(const TiXmlBase& node) const;
 
-  // Where the byte `index` of what the library made of the text node `text` stands: white space is
+  // Where the byte `index` of what the library made of the text node `text` is: white space is
   // condensed and references are replaced in between.
   // `marks` are those of the text, or none.
   std::size_t offsetIn(const TiXmlText& text, std::size_t index,
@@ -72,7 +65,7 @@ class Source {
   // one.
   std::vector<std::string_view> condensedWithin(std::size_t begin, std::size_t end) const;
 
-  // Where in [begin, end) the first & stands that begins no reference; npos when there is none.
+  // Where in [begin, end) the first & is that does not begin a reference; npos if there is none.
   std::size_t bareAmpersandWithin(std::size_t begin, std::size_t end) const;
 
   // Whether there is anything that the two above may find.
@@ -83,7 +76,7 @@ class Source {
   // Where the text at `offset` ends: at the next markup, or the end of the file.
   std::size_t textEnd(std::size_t offset) const;
 
-  // The node as it stands in the file, up to the end of its line and not too much of it; of an
+  // The node as it is in the file, up to the end of its line and not too much of it; of an
   // element its tag.
   std::string excerpt(const TiXmlNode& node) const;
 

@@ -5,25 +5,21 @@
 #include <stdexcept>
 
 #include "job/strip_brace.h"
-#include "tool/text/utf8.h"
-#include "tool/text/visible.h"
+#include "tool/check/report.h"
+#include "tool/check/rules.h"
+#include "tool/check/source.h"
+#include "tool/job/danger.h"
+#include "tool/text/characters.h"
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {
 
-// Whether there is, from `node` on, something that its author may miss.
-bool hasContent(const TiXmlNode* node) {
-  for (; node != nullptr; node = node->NextSibling()) {
-    if (node->ToText() != nullptr || node->ToElement() != nullptr) return true;
-  }
-  return false;
-}
-
 void findCutOff(const TiXmlNode& node, const std::string& name, Inspection* inspection) {
   if (leaveOut(inspection, RuleId::cutOffText)) return;
   find(inspection, RuleId::cutOffText, placeOf(node), inspection->source->excerpt(node),
-       "The text of " + name + " ends in front of this, and the rest is dropped.",
-       "Write the text in one piece, and comments outside of " + name + ".");
+       "The text of " + name + " ends before this; the rest is ignored.",
+       "Write the text in one piece, and comments outside " + name + ".");
 }
 
 void findHidden(const TiXmlElement& element, Inspection* inspection) {
@@ -31,7 +27,7 @@ void findHidden(const TiXmlElement& element, Inspection* inspection) {
   const TiXmlNode& first = *element.FirstChild();
   find(inspection, RuleId::cutOffText, placeOf(first), inspection->source->excerpt(first),
        "An element that does not begin with its text has none, so " + element.ValueStr() +
-           " counts as empty.",
+           " is read as empty.",
        "Begin " + element.ValueStr() + " with its text.");
 }
 
@@ -60,30 +56,31 @@ struct WritingRow {
   const char* instead;
 };
 
-constexpr WritingRow typedTab = {
-    RuleId::typedTab, "A TAB that is typed arrives as a space, so it does not separate fields.",
-    "Write &#9; for the TAB between two fields."};
+constexpr WritingRow typedTab = {RuleId::typedTab,
+                                 "A typed TAB becomes a space, so it does not separate fields.",
+                                 "Write &#9; for the TAB between two fields."};
 
 constexpr WritingRow bareAmpersand = {
-    RuleId::droppedAmpersand, "An & that begins no reference is dropped; what follows it stays.",
+    RuleId::droppedAmpersand,
+    "An & that does not begin a reference is dropped; what follows it stays.",
     "Write &amp; for an &."};
 
-constexpr WritingRow controlCharacter = {
-    RuleId::controlCharacter,
-    "A terminal or an editor acts on this character and does not show it, so the text may look "
-    "like another one.",
-    "Take it out."};
+constexpr WritingRow controlCharacter = {RuleId::controlCharacter,
+                                         "A terminal or an editor acts on this character instead "
+                                         "of showing it, so the text may look like another.",
+                                         "Remove it."};
 
 // In the order of TextKind.
 constexpr WritingRow condensedRows[] = {
-    {RuleId::condensedSpace, "This white space arrives as a single space.",
-     "Write a single space, or &#32; for every one that is to be kept."},
-    {RuleId::condensedTemplate, "This white space arrives as a single space.",
-     "Nothing has to be done if it separates words; in double quotes write &#32; for every space."},
-    {RuleId::condensedSpace, "This white space arrives as a single space.",
-     "Write a single space, or &#32; for every one that is to be kept."},
-    {RuleId::condensedSpace, "This white space arrives as a single space.",
-     "Write a single space, or &#32; for every one that is to be kept."},
+    {RuleId::condensedSpace, "This white space becomes a single space.",
+     "Write a single space, or &#32; for each space to keep."},
+    {RuleId::condensedTemplate, "This white space becomes a single space.",
+     "Nothing needs to be done if it separates words; in double quotes write &#32; for each space "
+     "to keep."},
+    {RuleId::condensedSpace, "This white space becomes a single space.",
+     "Write a single space, or &#32; for each space to keep."},
+    {RuleId::condensedSpace, "This white space becomes a single space.",
+     "Write a single space, or &#32; for each space to keep."},
 };
 
 std::string named(std::string_view run) {
@@ -170,7 +167,7 @@ void findDropped(const TiXmlText& node, const Dropped& dropped, std::int32_t num
                  Inspection* inspection) {
   const std::size_t skipped = dropped.text.find_first_not_of(whiteSpace);
   if (skipped == std::string::npos) return;
-  const char* why = "Text outside the braces is dropped.";
+  const char* why = "Text outside the braces is ignored.";
   const char* instead = "Put all of the text between the braces.";
   const Source& source = *inspection->source;
   const Place place = source.placeOf(source.offsetIn(node, dropped.index + skipped));
@@ -185,9 +182,8 @@ void findDropped(const TiXmlText& node, const Dropped& dropped, std::int32_t num
 
 void findReversed(const TiXmlText& node, Inspection* inspection) {
   find(inspection, RuleId::reversedBraces, placeOf(node), node.ValueStr(),
-       "The last } stands in front of the first {, and the adapter ends abnormally while it loads "
-       "the file.",
-       "Write the text between a { and a }.");
+       "The last } comes before the first {; the adapter ends abnormally while it loads the file.",
+       "Write the text between { and }.");
 }
 
 // The text in braces, with those that it has.
@@ -201,14 +197,13 @@ std::string braced(std::string text) {
 // A Name or Value is empty then, any other text is refused. "{}" is how an empty one is written.
 void findNoBraces(const TiXmlText& node, TextKind kind, Inspection* inspection) {
   if (kind != TextKind::parameter) {
-    find(
-        inspection, RuleId::noBraces, placeOf(node), node.ValueStr(),
-        "There is no text between a { and a }, and the adapter refuses the file with \"Strip brace "
-        "failed\".",
-        "Write " + braced(node.Value()) + ".");
+    find(inspection, RuleId::noBraces, placeOf(node), node.ValueStr(),
+         "There is no text between { and }; the adapter refuses the file with \"Strip brace "
+         "failed\".",
+         "Write " + braced(node.Value()) + ".");
   } else if (node.ValueStr() != "{}") {
-    find(inspection, RuleId::emptyByBraces, placeOf(node), node.ValueStr(),
-         "There is no text between a { and a }, and it counts as empty.",
+    find(inspection, RuleId::emptyWithoutBraces, placeOf(node), node.ValueStr(),
+         "There is no text between { and }; it is read as empty.",
          "Write the text in braces, or {} if it is to be empty.");
   }
 }
@@ -225,10 +220,6 @@ const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection)
   const TiXmlText* text = first->ToText();
   if (isCutOff(*text)) findCutOff(*text->NextSibling(), element->ValueStr(), inspection);
   return text;
-}
-
-bool isCutOff(const TiXmlText& text) {
-  return hasContent(text.NextSibling());
 }
 
 void inspectWriting(const TiXmlText& text, TextKind kind, std::int32_t number,
@@ -255,8 +246,8 @@ std::string inspectBraces(const TiXmlText& text, TextKind kind, std::int32_t num
   }
   const std::string value = text.Value();
   findDropped(text, {0, value.substr(0, value.find('{'))}, number, inspection);
-  const std::size_t behind = value.rfind('}') + 1;
-  findDropped(text, {behind, value.substr(behind)}, number, inspection);
+  const std::size_t end = value.rfind('}') + 1;
+  findDropped(text, {end, value.substr(end)}, number, inspection);
   return stripped;
 }
 

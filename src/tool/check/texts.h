@@ -1,4 +1,4 @@
-// The texts of the job file's elements, looked at as they stand in the file.
+// The texts of the job file's elements, looked at as they are in the file.
 #pragma once
 
 #include <tinyxml.h>
@@ -14,11 +14,8 @@ namespace runlet_tool {
 enum class TextKind { plain, arguments, fields, parameter };
 
 // The text node that the loader reads of `element`, which may be null; null when it has no text.
-// Finds what is cut off behind it, or hidden in front of it.
+// Finds what is cut off after it, or hidden before it.
 const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection);
-
-// Whether something follows the text in its element that its author may miss.
-bool isCutOff(const TiXmlText& text);
 
 // Finds what of the text does not arrive as it is written: white space, and an & that begins no
 // reference; and what is not shown as it arrives: control characters. `number` is that of the task

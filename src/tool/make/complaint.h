@@ -1,23 +1,20 @@
-// What keeps make from making a job file.
+// Why make refuses to write a job file.
 #pragma once
 
 #include <string>
 
-#include "tool/verb.h"
+#include "tool/system/exit_status.h"
 
 namespace runlet_tool {
 
 struct Complaint {
   int status = exitFailing;  // of the program
-  std::string text;          // one line or more, without the last line end
+  std::string text;          // one or more lines, without the last newline
 };
 
-// "WHERE VALUE: REASON", with the value so written that a terminal shows it, and cut if it is long.
-// False, for the caller to pass on.
+// Sets "WHERE VALUE: REASON", with the value quoted for a terminal and shortened if it is long.
+// Returns false, for the caller to return.
 bool complain(const std::string& where, const std::string& value, const std::string& reason,
               Complaint* complaint);
-
-// The value alone, written like that.
-std::string shown(const std::string& value);
 
 }  // namespace runlet_tool

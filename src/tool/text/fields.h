@@ -1,4 +1,4 @@
-// Texts of other programs, taken apart.
+// Splitting text into fields.
 #pragma once
 
 #include <charconv>
@@ -8,17 +8,17 @@
 
 namespace runlet_tool {
 
-// Yields what comes before the first `separator` of `*text`, and removes it and that separator from
-// there; the whole text where there is no separator.
+// Removes the text up to and including the first `separator` from `*text`, and returns it without
+// the separator; the whole text if there is no separator.
 std::string_view takeUntil(char separator, std::string_view* text);
 
-// The parts between the separators. A separator at the end is followed by no part.
+// The parts between the separators. No empty part follows a separator at the end.
 std::vector<std::string_view> split(char separator, std::string_view text);
 
-// Whether the text is decimal digits and nothing else, and at least one.
+// Whether the text consists of decimal digits, at least one.
 bool isNumber(std::string_view text);
 
-// Nothing where it is not a number, or too large for a `Number`.
+// No value if the text is not a number or is too large for `Number`.
 template <typename Number>
 std::optional<Number> parseNumber(std::string_view text) {
   Number number = 0;

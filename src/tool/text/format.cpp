@@ -4,8 +4,7 @@
 #include <cstdio>
 
 namespace runlet_tool {
-
-// As C has it, and not a template: the compiler looks at the values only of such a function.
+// A C variadic function and not a template, so that the compiler checks the arguments.
 std::string withoutLineEnd(const char* format, ...) {  // NOLINT(cert-dcl50-cpp)
   std::va_list values;
   va_start(values, format);
@@ -21,6 +20,26 @@ std::string withoutLineEnd(const char* format, ...) {  // NOLINT(cert-dcl50-cpp)
 
 std::string quantity(std::size_t count, const std::string& what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+void TaskNumbers::add(std::int32_t number) {
+  if (!ranges_.empty() && ranges_.back().last == number) return;
+  ++count_;
+  if (!ranges_.empty() && ranges_.back().last == number - 1) {
+    ranges_.back().last = number;
+  } else {
+    ranges_.push_back({number, number});
+  }
+}
+
+std::string TaskNumbers::text(const char* separator) const {
+  std::string text;
+  for (const Range& range : ranges_) {
+    if (!text.empty()) text += separator;
+    text += std::to_string(range.first);
+    if (range.last != range.first) text.append("-").append(std::to_string(range.last));
+  }
+  return text;
 }
 
 }  // namespace runlet_tool

@@ -1,14 +1,21 @@
-// What is different on a terminal.
+// Standard output, colours and progress bars.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 namespace runlet_tool {
 
-// Whether what goes to `stream` may have colours: it is a terminal, and NO_COLOR is not set.
+// Writes to standard output. Errors are checked once, at the end of the program.
+inline void put(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+// Whether output to `stream` may have colours: it is a terminal and not a dumb one, and NO_COLOR is
+// not set.
 bool wantsColour(std::FILE* stream);
 
 enum class Colour { none, red, yellow, cyan, green };
@@ -16,23 +23,22 @@ enum class Colour { none, red, yellow, cyan, green };
 // `text` in that colour, if `wanted`.
 std::string coloured(const std::string& text, Colour colour, bool wanted);
 
-// A bar on standard error, if that is a terminal, once the work has gone on for over a second.
-// Wiped away at the end. Nothing may be written to the terminal in the meantime.
+// A progress bar on standard error, if that is a terminal, shown after the work has taken over a
+// second and erased at the end. Nothing else may be written to the terminal meanwhile.
 class Progress {
  public:
-  // `what` stands in front of the bar; `total` is how many steps there are; with 0
-  // there is no bar.
+  // `what` is shown before the bar; `total` is the number of steps, 0 = no bar.
   Progress(std::string what, std::size_t total);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // To be called for every step, with how many are done.
+  // Called for every step, with the number of steps done.
   void show(std::size_t done) {
     if (done % stepsPerLook == 0) showNow(done);
   }
 
-  // The same for steps that take long, or where nothing but time has gone by.
+  // The same for slow steps, or when only time has passed.
   void showNow(std::size_t done) {
     if (isTerminal_) look(done);
   }
@@ -52,7 +58,7 @@ class Progress {
   std::size_t total_;
   bool isTerminal_;
   bool isShown_ = false;
-  Clock::time_point next_;  // when it is to be drawn
+  Clock::time_point next_;  // when to draw the bar again
 };
 
 }  // namespace runlet_tool

@@ -1,8 +1,8 @@
 // Lines about the ends of tasks, written and read back.
 
-#include "tool/batch/end_lines.h"
-
 #include <gtest/gtest.h>
+
+#include "tool/batch/ends.h"
 
 namespace runlet_tool {
 namespace {
@@ -22,7 +22,7 @@ TEST(EndLines, AreOneForEachKindOfEnd) {
       {Ending::timedOut, 0, ""},
       {Ending::interrupted, 0, ""},
       {Ending::notStarted, 0, ""},
-      {Ending::other, 0, "log not opened (No such file or directory)"},
+      {Ending::other, 0, "cannot open log (No such file or directory)"},
       {Ending::other, 0, "another"},
   };
   const std::vector<std::int32_t> tasks = {3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 20};
@@ -56,7 +56,7 @@ TEST(EndLines, AreIgnoredUnlessTheyAreAsTheyAreWritten) {
   for (const char* text : {
            "",
            "\n",
-           "runlet-job-ends i succeeded 0 3",  // not written to its end
+           "runlet-job-ends i succeeded 0 3",  // incomplete
            "runlet-job-ends j succeeded 0 3\n",
            "runlet-job-ends i1 succeeded 0 3\n",
            " runlet-job-ends i succeeded 0 3\n",

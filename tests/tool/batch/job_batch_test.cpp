@@ -1,6 +1,4 @@
-// What is found out about a job before its tasks run without a farm server.
-
-#include "tool/batch/job_batch.h"
+// Preparing the tasks of a job to run without a farm server.
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -11,7 +9,9 @@
 #include "adapter_test.h"
 #include "job.h"
 #include "temp_folder.h"
-#include "tool/system/paths.h"
+#include "tool/batch/batch.h"
+#include "tool/system/exit_status.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {
@@ -25,7 +25,7 @@ Job jobOf(std::size_t taskCount) {
   job.arguments = "/bin/echo %tn";
   job.tasks.assign(taskCount, "task");
   job.set("TaskTimeout", "5");
-  if (geteuid() == 0) job.set("uid", "7");  // root as such is worth a warning
+  if (geteuid() == 0) job.set("uid", "7");  // running as root causes a warning
   return job;
 }
 
@@ -72,8 +72,7 @@ TEST(JobBatch, NeedsATask) {
     Prepared prepared;
     prepare({path, range, ""}, &prepared);
     EXPECT_EQ(prepared.status, exitFailing);
-    EXPECT_EQ(prepared.error,
-              "runlet-job: run: " + path + " has no task in that range, only 5 tasks\n");
+    EXPECT_EQ(prepared.error, "runlet-job: run: no task in that range: " + path + " has 5 tasks\n");
   }
 }
 
@@ -155,8 +154,8 @@ TEST(JobBatch, IsRefusedForWhatCheckFinds) {
   EXPECT_EQ(
       prepared.error,
       path +
-          ":3:32: error RJ060: %tx: A %t has to be followed by n or p and a %j by p; here "
-          "the expansion fails, and no task is started.\n"
+          ":3:32: error RJ060: %tx: %t must be followed by n or p, and %j by p; the expansion "
+          "fails, and no task is started.\n"
           "    Write %tn, %tp or %jp with a number, or %% for a percent sign. [every task]\n" +
           path + ": 2 tasks, 1 error\n");
 }
@@ -177,13 +176,12 @@ TEST(JobBatch, IsUnreadableWhereTheFileIs) {
                 path + ": 0 tasks, 1 error\n");
   prepare({"", {}, ""}, &prepared);
   EXPECT_EQ(prepared.status, exitUnreadable);
-  EXPECT_EQ(
-      prepared.error,
-      ": error RJ001: The path is empty, and the adapter refuses the request without a word.\n"
-      "    Give the path of a job file that the adapter can read.\n: 0 tasks, 1 error\n");
+  EXPECT_EQ(prepared.error,
+            ": error RJ001: The path is empty; the adapter refuses the request without a message.\n"
+            "    Give the path of a job file that the adapter can read.\n: 0 tasks, 1 error\n");
 }
 
-TEST(JobBatch, TellsThatThereAreWarnings) {
+TEST(JobBatch, ReportsWarnings) {
   const TempFolder folder;
   Job job = jobOf(2);
   job.set("umask", "022");
@@ -210,12 +208,13 @@ TEST(JobBatch, IsTheCallersWhoIsNotRoot) {
     const auto ownGroup = static_cast<std::int32_t>(getegid());
     _exit(status == exitFine && batch.context.uid == own && batch.context.gid == ownGroup ? 0 : 3);
   };
-  EXPECT_EXIT(asAnother(), testing::ExitedWithCode(0),
-              "^runlet-job: run: the tasks run as user [0-9]+ and group [0-9]+, not as the job's "
-              "user 7 and group 8: only root may switch\n$");
+  EXPECT_EXIT(
+      asAnother(), testing::ExitedWithCode(0),
+      "^runlet-job: run: the tasks run as user [0-9]+ and group [0-9]+ instead of the job's "
+      "user 7 and group 8: only root can switch\n$");
 }
 
-// That a job's programs get all rights has to be said in the job.
+// A job must state explicitly that its programs run as root.
 TEST(JobBatch, OfRootNeedsAUser) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -227,7 +226,7 @@ TEST(JobBatch, OfRootNeedsAUser) {
   EXPECT_EQ(prepared.status, exitFailing);
   EXPECT_EQ(prepared.error,
             path +
-                ":2:1: error RJ037: The job has no uid and the request no user name (-u), and the "
+                ":2:1: error RJ037: The job has no uid and the request no user name (-u); the "
                 "adapter refuses every task with \"Missing user name\".\n"
                 "    Write <uid> with the number of a user, or check with -u USER if the server "
                 "gives it.\n" +

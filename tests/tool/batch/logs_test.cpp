@@ -1,4 +1,4 @@
-// The tasks' logs and who they belong to.
+// The tasks' logs and their owners.
 
 #include "tool/batch/logs.h"
 
@@ -32,7 +32,7 @@ void fill(std::size_t taskCount, const std::string& logFolder, Batch* batch) {
   batch->logFolder = logFolder;
 }
 
-// The same as another user, which only root can have.
+// The same as another user, which requires root.
 void fillForAnother(const std::string& logFolder, Batch* batch) {
   fill(1, logFolder, batch);
   batch->context.uid = otherId;
@@ -56,7 +56,7 @@ TEST(Logs, AreNumberedSoThatTheySort) {
   }
 }
 
-TEST(Logs, AreBegunAnew) {
+TEST(Logs, AreReplaced) {
   const TempFolder folder;
   Batch batch;
   fill(1, folder.path(), &batch);
@@ -70,8 +70,8 @@ TEST(Logs, AreBegunAnew) {
   EXPECT_EQ(runlet_test::readFile(folder.file("shot-1.log")), "new");
 }
 
-// A run that waited for the reader of a pipe could not even be interrupted, and a link may lead to
-// the terminal of whoever starts it.
+// A run blocked on a pipe without a reader could not even be interrupted, and a link may lead to
+// the starter's terminal.
 TEST(Logs, AreNewFilesWhateverIsThere) {
   const TempFolder folder;
   Batch batch;
@@ -108,11 +108,11 @@ TEST(Logs, AreInAFolderThatIsMadeForThem) {
   Batch batch;
   fill(1, folder.file("a/b c/d"), &batch);
   EXPECT_TRUE(makeLogFolder(batch, "run"));
-  EXPECT_TRUE(makeLogFolder(batch, "run"));  // it may be there
+  EXPECT_TRUE(makeLogFolder(batch, "run"));  // it may exist
   EXPECT_GE(runlet_test::modeOf(folder.file("a/b c/d")), 0);
 }
 
-// Whatever the mask of this process is; it stays.
+// Independent of the mask of this process, which is unchanged.
 void expectModes(bool isOfAnother) {
   const struct {
     mode_t own;
@@ -157,9 +157,8 @@ TEST(LogsOfAnother, AreForThoseThatTheMaskOfTheJobLeavesThemTo) {
 void expectNoLogFolder(const Batch& batch, const std::string& reason) {
   testing::internal::CaptureStderr();
   EXPECT_FALSE(makeLogFolder(batch, "submit"));
-  EXPECT_EQ(
-      testing::internal::GetCapturedStderr(),
-      "runlet-job: submit: no logs can be written to " + batch.logFolder + ": " + reason + "\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "runlet-job: submit: cannot write logs to " + batch.logFolder + ": " + reason + "\n");
 }
 
 TEST(Logs, CannotBeWhereThereIsAFile) {
@@ -191,7 +190,7 @@ TEST(LogsOfAnother, BelongToThatUser) {
   EXPECT_EQ(getegid(), getgid());
 }
 
-// In a folder for everybody, where names are their owners' or not.
+// In a world-writable folder, with or without the sticky bit.
 TEST(LogsOfAnother, AreNotFilesOfOthers) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -219,16 +218,16 @@ TEST(LogsOfAnother, AreNotFilesOfOthers) {
   }
 }
 
-// An entry of an access list: what it is for, and the rights. The kernel has them one after the
-// other, with the version 2 before them.
+// An entry of an access control list: its tag and permissions. In the kernel's format they follow
+// the version number 2.
 struct AccessEntry {
   std::uint16_t tag;
   std::uint16_t rights;
   std::uint32_t id;
 };
 
-// Lets everybody do everything with what is made in the folder, whatever mask there is; but nothing
-// where the file system has no such lists.
+// A default list that gives everybody all rights to new files in the folder, whatever the mask; no
+// effect if the file system does not support lists.
 void letEverybody(const std::string& folder) {
   const struct {
     std::uint32_t version;
@@ -262,7 +261,7 @@ TEST(LogsOfAnother, AreRefusedInAFolderThatIsNotForThatUser) {
   }
 }
 
-// The reason is that of making it, not that it is then missing.
+// The reason is why it cannot be created, not that it is then missing.
 TEST(LogsOfAnother, AreRefusedInAFolderThatThatUserCannotMake) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -271,12 +270,12 @@ TEST(LogsOfAnother, AreRefusedInAFolderThatThatUserCannotMake) {
   expectNoLogFolder(batch, "Permission denied");
 }
 
-// Where root has lost the right to become another user, as in a container.
+// If root has lost the right to switch users, as in a container.
 TEST(LogsOfAnother, AreRefusedWithoutTheRightToBecomeThatUser) {
   REQUIRE_ROOT();
   Batch batch;
   fillForAnother("", &batch);
-  batch.context.uid = -1;  // is refused by the system
+  batch.context.uid = -1;  // refused by the system
   const TempFolder folder;
   batch.logFolder = folder.file("logs");
   expectNoLogFolder(batch, "Invalid argument");

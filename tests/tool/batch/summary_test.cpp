@@ -1,4 +1,4 @@
-// What is told of all tasks when the last one has ended.
+// The summary of all tasks after the last one has ended.
 
 #include "tool/batch/summary.h"
 
@@ -6,10 +6,12 @@
 
 #include <cstdlib>
 
+#include "tool/system/exit_status.h"
+
 namespace runlet_tool {
 namespace {
 
-// A job of `taskCount` tasks that each say their number, of which `tasks` are to run.
+// A job of `taskCount` tasks that each print their number, of which `tasks` are selected.
 void fill(int taskCount, const std::vector<std::int32_t>& tasks, Batch* batch) {
   batch->context.arguments = "say %tn %tp1";
   for (int i = 0; i < taskCount; ++i) batch->context.taskList.emplace_back("\"of it\"");

@@ -1,13 +1,13 @@
-// How tasks have ended, and how that is told.
-
-#include "tool/batch/task_end.h"
+// How tasks ended, and how that is described.
 
 #include <gtest/gtest.h>
+
+#include "tool/batch/ends.h"
 
 namespace runlet_tool {
 namespace {
 
-// Wait statuses as the system has them: an exit code in the second byte, or a signal in the first.
+// Wait statuses: an exit code in the second byte, or a signal in the first.
 TEST(TaskEnd, IsReadFromAWaitStatus) {
   struct Row {
     int waitStatus;
@@ -43,7 +43,7 @@ constexpr TextRow textRows[] = {
     {Ending::other, 0, "node_fail", "node_fail"},
 };
 
-TEST(TaskEnd, IsToldInWords) {
+TEST(TaskEnd, IsDescribedInWords) {
   for (const TextRow& row : textRows) EXPECT_EQ(describe(row.end()), row.text);
 }
 

@@ -1,4 +1,4 @@
-// Who the tasks run as, function by function.
+// The user that tasks run as: tests of single functions.
 
 #include "tool/batch/task_user.h"
 
@@ -18,7 +18,7 @@
 
 #include "adapter_test.h"
 #include "temp_folder.h"
-#include "tool/system/paths.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {
@@ -35,7 +35,7 @@ runlet::AdapterContext contextOf(std::int32_t uid, std::int32_t gid) {
   return context;
 }
 
-// What the job says and what comes of it: the note, and the ids that the tasks then have.
+// The ids of the job and the result: the note, and the ids of the tasks.
 struct Row {
   std::int32_t uid;
   std::int32_t gid;
@@ -44,7 +44,7 @@ struct Row {
   std::int32_t gidThen;
 };
 
-// How many of the rows come out otherwise.
+// The number of rows with a different result.
 template <std::size_t Count>
 int wrongRows(const Row (&rows)[Count]) {
   int wrong = 0;
@@ -59,7 +59,7 @@ int wrongRows(const Row (&rows)[Count]) {
   return wrong;
 }
 
-// A process of that user and group, in which the test then goes on.
+// Continues the test in a process of that user and group.
 void becomeOther() {
   if (setgroups(0, nullptr) != 0 || setgid(otherId) != 0 || setuid(otherId) != 0) _exit(97);
 }
@@ -76,8 +76,8 @@ TEST(SettledIdentity, OfRootIsTheJobs) {
 
 TEST(SettledIdentity, OfAnyoneElseIsTheCallers) {
   REQUIRE_ROOT();
-  const std::string own = "user 65534 and group 65534, not as the job's ";
-  const std::string reason = ": only root may switch";
+  const std::string own = "user 65534 and group 65534 instead of the job's ";
+  const std::string reason = ": only root can switch";
   const Row rows[] = {
       {other, other, "", other, other},
       {-1, other, "", other, other},
@@ -95,7 +95,7 @@ TEST(SettledIdentity, OfAnyoneElseIsTheCallers) {
   EXPECT_EXIT(settle(), testing::ExitedWithCode(0), "^$");
 }
 
-// Without a group no job runs, whoever starts it: nothing is put in its place.
+// Without a group no job runs, whoever starts it: nothing replaces it.
 TEST(SettledIdentity, LeavesAMissingGroupToBeRefused) {
   REQUIRE_ROOT();
   const Row rows[] = {{71, -1, "", 71, -1}, {other, -1, "", other, -1}, {-1, -1, "", -1, -1}};
@@ -106,7 +106,7 @@ TEST(SettledIdentity, LeavesAMissingGroupToBeRefused) {
   EXPECT_EXIT(settle(), testing::ExitedWithCode(0), "^$");
 }
 
-// What files are not made with.
+// The mask has no effect on files.
 mode_t ownMask() {
   const mode_t mask = umask(0);
   umask(mask);
@@ -161,7 +161,7 @@ TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
-// Where root is set not to lose its capabilities with the user.
+// If root is configured to keep its capabilities when switching users.
 TEST(AsTaskUser, HasNoCapabilityOfRoots) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -191,7 +191,7 @@ TEST(AsTaskUser, HasAnErrorOfItsOwnWhereTheProcessEnds) {
   EXPECT_EQ(errno, EIO);
 }
 
-// The user may stop it: whoever waits can be asked to end.
+// The user may stop it: the waiting process can be asked to end.
 TEST(AsTaskUser, IsNotWaitedForWhenTheCallerIsAskedToEnd) {
   REQUIRE_ROOT();
   const auto wait = [] {
@@ -207,7 +207,7 @@ TEST(AsTaskUser, IsNotWaitedForWhenTheCallerIsAskedToEnd) {
   EXPECT_EXIT(wait(), testing::ExitedWithCode(0), "^$");
 }
 
-// Whoever cannot become the user does nothing.
+// Nothing is done if switching to the user fails.
 TEST(AsTaskUser, IsRefusedByTheSystemWithItsReason) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -217,10 +217,10 @@ TEST(AsTaskUser, IsRefusedByTheSystemWithItsReason) {
   EXPECT_EQ(runlet_test::modeOf(made), -1);
 }
 
-TEST(AsTaskUser, NeedsADescriptorToHearOfIt) {
+TEST(AsTaskUser, NeedsADescriptorForTheResult) {
   REQUIRE_ROOT();
   const auto ask = [] {
-    doAsTaskUser(contextOf(71, 72), openNull);  // a sanitizer needs some for its first look
+    doAsTaskUser(contextOf(71, 72), openNull);  // a sanitizer needs memory for its first check
     const rlimit few{3, 3};
     setrlimit(RLIMIT_NOFILE, &few);
     const int result = doAsTaskUser(contextOf(71, 72), openNull);

@@ -1,6 +1,6 @@
-// What another user may do, told by permission bits.
+// What another user may access, by permission bits.
 
-#include "tool/check/access.h"
+#include "tool/system/access.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -43,10 +43,10 @@ TEST_F(AccessOfAnother, ToAFolderNeedsTheRightToSearchIt) {
 }
 
 TEST_F(AccessOfAnother, ToTheOwnersFileIsTheOwners) {
-  const Identity owner = {geteuid(), strangers, {}};  // not the caller: the group is another
+  const Identity owner = {geteuid(), strangers, {}};  // not the caller, since the group differs
   folder_.write("file", "", 0655);
   EXPECT_EQ(accessToProgram(other_, folder_.path(), "file"), Access::granted);
-  // Root may execute what anybody may.
+  // Root may execute anything with an execute bit.
   EXPECT_EQ(accessToProgram(owner, folder_.path(), "file"),
             geteuid() == 0 ? Access::granted : Access::denied);
 }
@@ -68,8 +68,8 @@ TEST_F(AccessOfAnother, FollowsLinks) {
   EXPECT_EQ(accessToProgram(other_, folder_.path(), "link"), Access::denied);
 }
 
-// Not from the path that it comes to in the end.
-TEST_F(AccessOfAnother, GoesOneStepAfterTheOther) {
+// Not from the resolved path.
+TEST_F(AccessOfAnother, GoesStepByStep) {
   folder_.makeFolder("closed", 0700);
   folder_.makeFolder("open", 0755);
   folder_.write("open/program", "", 0755);
@@ -89,7 +89,7 @@ TEST_F(AccessOfAnother, GoesOneStepAfterTheOther) {
   EXPECT_EQ(accessToProgram(other_, closed, "../open/text", FileMode::executable), Access::denied);
 }
 
-TEST_F(AccessOfAnother, OfTheCallerIsForTheSystemToSay) {
+TEST_F(AccessOfAnother, OfTheCallerIsDecidedByTheSystem) {
   const Identity self = {geteuid(), getegid(), {}};
   folder_.write("program", "", 0711);
   folder_.write("text", "", 0644);

@@ -1,4 +1,4 @@
-// runlet-job check and explain: how they tell what is found, and their exit status.
+// runlet-job check and explain: their output and exit status.
 
 #include <gtest/gtest.h>
 
@@ -32,13 +32,13 @@ TEST_F(Check, SaysInALineThatNothingIsFound) {
   expectTool(runTool({"check", "--strict", job}), job + ": 3 tasks, no findings\n", "", "exit 0");
 }
 
-TEST_F(Check, TellsPlaceTextReasonAndWhatToWrite) {
+TEST_F(Check, ReportsPlaceTextReasonAndWhatToWrite) {
   const std::string job = write("job.xml", "bake %tp1", "bake %tx 100%");
   expectTool(
       runTool({"check", job}),
       job +
-          ":3:18: error RJ060: %tx: A %t has to be followed by n or p and a %j by p; here "
-          "the expansion fails, and no task is started.\n"
+          ":3:18: error RJ060: %tx: %t must be followed by n or p, and %j by p; the expansion "
+          "fails, and no task is started.\n"
           "    Write %tn, %tp or %jp with a number, or %% for a percent sign. [every task]\n" +
           job + ": 3 tasks, 1 error\n",
       "", "exit 1");
@@ -86,15 +86,15 @@ TEST_F(Check, FailsForErrorsAndIfStrictForWarnings) {
   }
 }
 
-TEST_F(Check, TellsOfEveryFile) {
+TEST_F(Check, ReportsEveryFile) {
   const std::string first = write("first.xml", "bake", "bake 5%");
   const std::string second = write("second.xml");
   const std::string missing = folder_.file("missing.xml");
   expectTool(
       runTool({"check", first, missing, second}),
       first +
-          ":3:19: warning RJ065: %: This % begins no placeholder and is dropped, with the digits "
-          "behind it.\n    Write %% for a percent sign. [every task]\n" +
+          ":3:19: warning RJ065: %: This % does not begin a placeholder and is dropped, along with "
+          "the digits after it.\n    Write %% for a percent sign. [every task]\n" +
           first + ": 3 tasks, 1 warning\n" + missing +
           ": error RJ001: The adapter refuses the request with: Runlet adapter: Could not load "
           "parameter file " +
@@ -159,23 +159,26 @@ TEST_F(Check, WritesJson) {
       "", "exit 0");
 }
 
-TEST(Explain, TellsTheLongForm) {
-  expectTool(
-      runTool({"explain", "RJ012"}),
-      "RJ012 (warning): the text of an element is cut off\n\n"
-      "The text of an element is what the element begins with, up to the first comment, CDATA "
-      "section or element in it. What follows is dropped, and an element that begins with a "
-      "comment or another element has no text at all. For example, <WorkingFolder>/jobs<!-- "
-      "local -->/a</WorkingFolder> is the folder /jobs.\n"
-      "Move the comment out of the element, and write the text in one piece.\n",
-      "", "exit 0");
+TEST(Explain, PrintsTheLongForm) {
+  expectTool(runTool({"explain", "RJ012"}),
+             "RJ012 (warning): the text of an element is cut off\n\n"
+             "The text of an element is what the element begins with, up to the first\n"
+             "comment, CDATA section or element in it. What follows is ignored. An element\n"
+             "that begins with a comment or another element has no text at all. The wrong\n"
+             "folder below is `/srv`.\n\n"
+             "Move the comment out of the element, and write the text in one piece.\n\n"
+             "Wrong:\n"
+             "  <WorkingFolder>/srv<!-- local -->/shots</WorkingFolder>\n"
+             "Right:\n"
+             "  <WorkingFolder>/srv/shots</WorkingFolder><!-- local -->\n",
+             "", "exit 0");
   EXPECT_EQ(runTool({"explain", "RJ051", "RJ007"}).output,
             runTool({"explain", "RJ051"}).output + "\n" + runTool({"explain", "RJ007"}).output);
 }
 
 TEST(Explain, RefusesAnUnknownCode) {
   const ProcessResult result = runTool({"explain", "RJ999", "RJ007"});
-  EXPECT_EQ(result.error, "runlet-job: explain: there is no finding RJ999\n");
+  EXPECT_EQ(result.error, "runlet-job: explain: unknown code: RJ999\n");
   EXPECT_EQ(result.output, runTool({"explain", "RJ007"}).output);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }

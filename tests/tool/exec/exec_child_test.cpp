@@ -1,5 +1,5 @@
-// The task of runlet-job exec held against the adapter's child: the same probe as both, started by
-// the same starter, has to find the same things out about itself.
+// The task of runlet-job exec compared with the adapter's child: the same probe, run as both by the
+// same starter, must report the same state.
 
 #include <fcntl.h>
 #include <grp.h>
@@ -27,8 +27,8 @@ class ExecAsAChild : public ExecTest {
     job_.set("WorkingFolder", work_);
   }
 
-  // What the probe reports, but for its own process id and its parent's. The starter leads the
-  // process group and the session.
+  // The probe's report without its process id and its parent's. The starter leads the process group
+  // and the session.
   std::string reportOf(ProcessOptions options, const std::function<void()>& prepare) const {
     options.environment = {{"PATH", "/usr/bin:/bin"}, {"SHOT", "a=b\nc \xff"}, {"EMPTY", ""}};
     options.prepare = [&] {
@@ -53,7 +53,7 @@ class ExecAsAChild : public ExecTest {
     return text;
   }
 
-  // The report, which both have to agree on. `more` are options of the request.
+  // The report, which must be equal for both. `more` are options of the request.
   std::string expectSame(const Strings& more = {}, const std::function<void()>& prepare = nullptr) {
     write(job_);
     Strings request = newTask();
@@ -69,8 +69,7 @@ class ExecAsAChild : public ExecTest {
     return child;
   }
 
-  // Without what a task of another user has of the adapter's starter and not of the starter of
-  // exec.
+  // Without what a task of another user inherits from the adapter but not from exec.
   static std::string withoutTheStarters(const std::string& report) {
     std::istringstream lines(report);
     std::string text;
@@ -86,7 +85,7 @@ class ExecAsAChild : public ExecTest {
     return ("\n" + report).find("\n" + line + "\n") != std::string::npos;
   }
 
-  // In a run folder where another user may write.
+  // In a run folder to which another user may write.
   const std::string work_ = folder_.makeFolder("place", 0777);
   const std::string probe_ = folder_.file("probe");
   const std::string command_ = probe_ + " report";
@@ -94,7 +93,7 @@ class ExecAsAChild : public ExecTest {
   bool isOfAnother_ = false;
 };
 
-// Of every row the report has to have a line that shows that the row is about something.
+// The report of every row must have a line that shows that the row has an effect.
 TEST_F(ExecAsAChild, IsWhatTheJobSays) {
   const struct {
     std::string arguments;
@@ -138,7 +137,7 @@ TEST_F(ExecAsAChild, HasWhatTheStarterHas) {
          sigprocmask(SIG_SETMASK, &blocked, nullptr);
        },
        "SigBlk:\t0000000000004800"},
-      // Only root may have a lower one than its starter.
+      // Only root may lower it below its starter's.
       {[] { setpriority(PRIO_PROCESS, 0, 19); }, "priority 19"},
       {[] {
          const rlimit few{17, 23};

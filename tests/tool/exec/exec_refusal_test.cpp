@@ -1,4 +1,4 @@
-// What runlet-job exec says, and ends with, where it does not become a task.
+// Messages and exit statuses of runlet-job exec when it does not become a task.
 
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -8,6 +8,7 @@
 
 #include "exec_run.h"
 #include "mounts.h"
+#include "programs.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -19,7 +20,7 @@ constexpr char noFile[] = "No such file or directory";
 
 class ExecRefusal : public ExecTest {
  protected:
-  // The job's command in a folder without a run folder of its own.
+  // The job's command, without a run folder of its own.
   Job job(const std::string& arguments = "/bin/mkdir made") const {
     Job made;
     made.arguments = arguments;
@@ -56,9 +57,9 @@ TEST_F(ExecRefusal, OfTheProgramHasAStatusForWhetherItIsFound) {
       {"./loop", "Too many levels of symbolic links", "exit 126"},
       {"./" + longName, "File name too long", "exit 126"},
       {"./scheme x", "Permission denied", "exit 126"},
-      // The system says of the script what it means of the interpreter.
+      // The system reports the missing interpreter as if the script were missing.
       {"./orphan x", noFile, "exit 127"},
-      // No word at all, or one without a letter.
+      // No word at all, or an empty one.
       {" ", noFile, "exit 127"},
       {"\"", noFile, "exit 127"},
       {"\"/bin/mkdir made", noFile, "exit 127"},
@@ -82,7 +83,7 @@ TEST_F(ExecRefusal, OfAJobWithoutArgumentsIsThatOfAMissingProgram) {
   expectTool(become(), calling("", folder()), cannotExecute("", noFile), "exit 127");
 }
 
-// A file that may be executed and is in no format that the system knows is a script of the shell.
+// An executable file of unknown format is run as a shell script.
 TEST_F(ExecRefusal, IsNotForAScriptWithoutAnInterpreter) {
   folder_.write("plain", "echo plain $1\nexit 7\n", 0755);
   expectTool(becomeCommand("./plain x"), calling("./plain x", folder()) + "plain x\n", "",
@@ -127,8 +128,8 @@ TEST_F(ExecRefusal, IsForACommandLineThatIsWrong) {
       {{jobFile_, "--task", "1", "--task", "1"}, "--task: At Most 1 required but received 2"},
       {{jobFile_, jobFile_, "--task", "1"}, "The following argument was not expected: " + jobFile_},
       {{jobFile_, "--task", "1", "--user"}, "The following argument was not expected: --user"},
-      {{jobFile_, "--task", "1", "--keep-env", "A=b"}, "--keep-env: A=b is no name of a variable"},
-      {{jobFile_, "--task", "1", "--keep-env", ""}, "--keep-env:  is no name of a variable"},
+      {{jobFile_, "--task", "1", "--keep-env", "A=b"}, "--keep-env: A=b is not a variable name"},
+      {{jobFile_, "--task", "1", "--keep-env", ""}, "--keep-env:  is not a variable name"},
       {{jobFile_, "--task", "1", "-u", "root"},
        "The following arguments were not expected: root -u"},
   };
@@ -142,7 +143,9 @@ TEST_F(ExecRefusal, IsForACommandLineThatIsWrong) {
 TEST_F(ExecRefusal, IsNotForHelp) {
   for (const Strings& words : {Strings{"--help"}, {"-h"}, {jobFile_, "--help", "--task", "1"}}) {
     const ProcessResult result = runProcess(exec(words));
-    EXPECT_EQ(result.output.find("Become one task of a job\nUsage: runlet-job exec "), 0U);
+    EXPECT_EQ(
+        result.output.find("Replace this process with one task of a job\nUsage: runlet-job exec "),
+        0U);
     for (const char* word : {"\n  job JOB ", "\n  --task N ", "\n  -a APP "}) {
       EXPECT_NE(result.output.find(word), std::string::npos) << word;
     }
@@ -203,7 +206,7 @@ TEST_F(ExecRefusal, IsForAJobFileThatIsNotThere) {
                "exit 125");
   }
   expectTool(runProcess(exec({"", "--task", "1"})), "",
-             "runlet-job: The path of the job file is empty.\n", "exit 125");
+             "runlet-job: the path of the job file is empty\n", "exit 125");
 }
 
 TEST_F(ExecRefusal, IsForARunFolderThatCannotBeEntered) {
@@ -228,7 +231,7 @@ TEST_F(ExecRefusal, IsForARunFolderThatCannotBeEntered) {
   expectNotMade();
 }
 
-// In a root folder of its own, which has of the system's what programs need.
+// In its own root folder, with what programs need from the system.
 void enterRootFolderWith(const std::string& jobFile, const std::string& root) {
   const auto orExit = [](bool succeeded) {
     if (!succeeded) _exit(95);
@@ -243,20 +246,20 @@ void enterRootFolderWith(const std::string& jobFile, const std::string& root) {
   orExit(chroot(root.c_str()) == 0 && chdir("/") == 0);
 }
 
-// As for the adapter: a job file right in the root folder has none for its tasks.
+// As for the adapter: a job file directly in the root folder has no run folder.
 TEST_F(ExecRefusal, IsForAJobFileInTheRootFolder) {
   REQUIRE_MOUNTS();
   write(job());
   const std::string root = folder_.makeFolder("root");
   const std::string program = folder_.file("runlet-job");
-  std::filesystem::copy_file(RUNLET_JOB, program);
+  std::filesystem::copy_file(toolPath, program);
   for (const char* path : {"job.xml", "/job.xml"}) {
     ProcessOptions options = exec({path, "--task", "1"});
     options.program = program;
     options.prepare = [&] { enterRootFolderWith(jobFile_, root); };
     expectTool(runProcess(options), "", cannotEnter("", noFile) + "\n", "exit 125");
   }
-  // Not so one in a folder of it, whatever that is.
+  // Not so one in any subfolder.
   ProcessOptions options = exec({jobFile_.substr(1), "--task", "1"});
   options.program = program;
   options.prepare = [&] { enterRootFolderWith(jobFile_, root); };
@@ -289,7 +292,8 @@ TEST_F(ExecRefusal, IsForAParameterWithoutAValue) {
   expectNotMade();
 }
 
-// Folder, command, rights: the first that fails is told, and the line only behind the command.
+// Folder, command, rights: the first failure is reported, and the "Calling" line comes only after
+// the command.
 TEST_F(ExecRefusal, IsForTheFirstThingThatIsWrong) {
   Job made = job("/bin/mkdir made %t");
   made.remove("gid").set("WorkingFolder", "/nowhere");
@@ -304,7 +308,7 @@ TEST_F(ExecRefusal, IsForTheFirstThingThatIsWrong) {
              "exit 125");
 }
 
-// The folder that exec is started in may be gone: a full path does not need it.
+// The current folder of exec may be deleted: a full path does not need it.
 TEST_F(ExecRefusal, IsForARelativePathInAFolderThatIsGone) {
   write(job("/bin/pwd"));
   const std::string gone = folder_.makeFolder("gone");

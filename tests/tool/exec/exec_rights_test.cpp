@@ -1,4 +1,4 @@
-// As whom runlet-job exec runs a task.
+// The user and rights with which runlet-job exec runs a task.
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -19,11 +19,11 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// The note for task `number`; `wanted` is what the job says.
+// The note for task `number`; `wanted` are the ids of the job.
 std::string note(int number, unsigned uid, unsigned gid, const std::string& wanted) {
   return "runlet-job: exec: task " + std::to_string(number) + " runs as user " +
-         std::to_string(uid) + " and group " + std::to_string(gid) + ", not as the job's " +
-         wanted + ": only root may switch\n";
+         std::to_string(uid) + " and group " + std::to_string(gid) + " instead of the job's " +
+         wanted + ": only root can switch\n";
 }
 
 class ExecRights : public ExecTest {
@@ -54,7 +54,7 @@ class ExecRights : public ExecTest {
     write(job_);
   }
 
-  // In a run folder where another user may write.
+  // In a run folder to which another user may write.
   const std::string work_ = folder_.makeFolder("work", 0777);
   const std::string probe_ = folder_.file("probe");
   const std::string command_ = probe_ + " report";
@@ -110,7 +110,7 @@ TEST_F(ExecRights, OfOthersCannotBeTakenWithoutRootAndANoteSaysSo) {
   }
 }
 
-// In a log the note stands behind the line, and in front of what the program writes.
+// In a log the note comes after the "Calling" line and before the output of the program.
 TEST_F(ExecRights, AreNotedOnStandardErrorWhereverThatOfTheTaskGoes) {
   const unsigned uid = geteuid() == 0 ? otherId : geteuid();
   const unsigned gid = geteuid() == 0 ? otherId : getegid();
@@ -136,7 +136,7 @@ TEST_F(ExecRights, AreNotedOnStandardErrorWhereverThatOfTheTaskGoes) {
              "exit 127");
 }
 
-// Neither the run folder nor what makes the program executable has the rights of anybody else.
+// Entering the run folder and making the program executable use the caller's rights.
 TEST_F(ExecRights, OfTheCallerHoldForFolderAndProgram) {
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render", "#!/bin/sh\nexit 0\n", 0700);
@@ -153,7 +153,7 @@ TEST_F(ExecRights, OfTheCallerHoldForFolderAndProgram) {
   EXPECT_EQ(modeOf(bin + "render"), 0700);
 }
 
-// Whoever starts it: whether it matters is not for a look at the caller to decide.
+// Whoever starts it, regardless of whether it makes a difference for the caller.
 TEST_F(ExecRights, AreNotRootsForAnIdThatDoesNotSayZero) {
   const std::string own = std::to_string(getegid());
   const struct {
@@ -166,16 +166,16 @@ TEST_F(ExecRights, AreNotRootsForAnIdThatDoesNotSayZero) {
   };
   for (const auto& row : rows) {
     setIds(row.uid, row.gid);
-    const std::string refusal = std::string("runlet-job: the task is not started: the ") +
-                                row.name + " of " + jobFile_ +
-                                " is root's without saying so; see: runlet-job explain RJ034\n";
+    const std::string refusal = std::string("runlet-job: task not started: the ") + row.name +
+                                " of " + jobFile_ +
+                                " means root but is not a plain 0; see: runlet-job explain RJ034\n";
     expectTool(become(), "", refusal, "exit 125");
     expectTool(runProcess(unprivilegedExec(task())), "", refusal, "exit 125");
   }
   EXPECT_FALSE(std::filesystem::exists(work_ + "/report"));
 }
 
-// With root from here on: the change of identity is a real one.
+// The rest requires root: the change of identity is real.
 class ExecRightsOfRoot : public ExecRights {
  protected:
   void SetUp() override {
@@ -211,7 +211,7 @@ TEST_F(ExecRightsOfRoot, BecomeTheJobsUserAndGroup) {
   };
   for (const auto& row : rows) {
     setIds(row.uid, row.gid);
-    // Or the task would leave its counters here where coverage is measured.
+    // Otherwise the task would write its coverage counters here.
     expectTool(become(1, {"--keep-env", "LLVM_PROFILE_FILE"}), calling_, "", "exit 0");
     expectRanAs(row.ranAsUid, row.ranAsGid);
   }
@@ -248,7 +248,7 @@ TEST_F(ExecRightsOfRoot, HaveTheEnvironmentOfTheUser) {
       });
 }
 
-TEST_F(ExecRightsOfRoot, LeaveOpenFilesOfRootBehind) {
+TEST_F(ExecRightsOfRoot, CloseOpenFilesOfRoot) {
   const std::string secret = folder_.write("secret", "of root", 0600);
   for (const char* redirect : {"yes", "no"}) {
     job_.set("redirectStderr", redirect);
@@ -272,7 +272,7 @@ TEST_F(ExecRightsOfRoot, DoNotIncludeAmbientCapabilities) {
 
 TEST_F(ExecRightsOfRoot, AreNoMoreThanTheUsersOrNothingIsStarted) {
   const std::string more =
-      "runlet-job: the task is not started: it would have more rights than user 71 and group 72\n";
+      "runlet-job: task not started: it would have more rights than user 71 and group 72\n";
   const struct {
     const char* fault;
     std::string error;
@@ -281,8 +281,7 @@ TEST_F(ExecRightsOfRoot, AreNoMoreThanTheUsersOrNothingIsStarted) {
       {"keeps-group", more},
       {"keeps-capability", more},
       {"capget-refused", more},
-      {"no-setgroups",
-       "runlet-job: the groups of user 71 cannot be taken: Operation not permitted\n"},
+      {"no-setgroups", "runlet-job: cannot set the groups of user 71: Operation not permitted\n"},
       {"keyring-quota", "runlet-job: no session keyring for the task: Disk quota exceeded\n"},
   };
   setIds("71", "72");
@@ -304,7 +303,7 @@ TEST_F(ExecRightsOfRoot, IncludeASessionKeyringOfTheirOwn) {
   }
 }
 
-// Without which they can do, with a note.
+// Keyrings are dispensable, with a note.
 TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
   const struct {
     const char* fault;
@@ -320,7 +319,7 @@ TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
     EXPECT_EQ(result.output, calling_);
     EXPECT_EQ(result.error, "runlet-job: no session keyring for the task: " +
                                 std::string(std::strerror(row.error)) +
-                                "; it keeps the one of its starter\n");
+                                "; it keeps that of its starter\n");
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
     expectRanAs(71, 72);
     setIds("0", "0");
@@ -329,7 +328,7 @@ TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
   }
 }
 
-// As long as the process is the user's and its memory root's.
+// While the process belongs to the user and its memory is root's.
 TEST_F(ExecRightsOfRoot, LeaveNoCoreFileOfRootsMemory) {
   setIds("71", "72");
   expectTool(runProcess(withFault("core-files")), calling_, noCoreFiles, "exit 0");
@@ -356,7 +355,7 @@ TEST_F(ExecRightsOfRoot, GiveFilesTheirOwnerGroupAndMode) {
 }
 
 // The folder is entered, and the program made executable, with the rights of the starter.
-TEST_F(ExecRightsOfRoot, AreTakenBehindFolderAndChmod) {
+TEST_F(ExecRightsOfRoot, AreTakenAfterFolderAndChmod) {
   const std::string closed = folder_.makeFolder("closed", 0700);
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render", "#!/bin/sh\nid -u\npwd\n", 0600);
@@ -368,7 +367,7 @@ TEST_F(ExecRightsOfRoot, AreTakenBehindFolderAndChmod) {
   EXPECT_EQ(modeOf(bin + "render"), 0755);
 }
 
-// With any other the job says where the program is.
+// With any other path the job would choose the program.
 TEST_F(ExecRightsOfRoot, AreNotLentWithoutTheFolderOfTheApplication) {
   const std::string secret = folder_.write("secret", "", 0600);
   job_.arguments = secret + " x";
@@ -376,7 +375,7 @@ TEST_F(ExecRightsOfRoot, AreNotLentWithoutTheFolderOfTheApplication) {
   for (const char* application : {"tool", "./tool", "bin/tool"}) {
     expectTool(become(1, {"-a", application}), "",
                std::string("runlet-job: -a ") + application +
-                   ": for a task of another user the application has to be a full path\n",
+                   ": a task of another user needs a full path\n",
                "exit 125");
   }
   EXPECT_EQ(modeOf(secret), 0600);
@@ -392,8 +391,8 @@ TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
     std::string program;
     const char* what;
   } rows[] = {
-      {"render>made", "a shell of root's would read the path "},
-      {"$(touch${IFS}made)", "a shell of root's would read the path "},
+      {"render>made", "a root shell would interpret the path "},
+      {"$(touch${IFS}made)", "a root shell would interpret the path "},
       {"../secret", "root would change the mode of "},
       {"x/../../secret", "root would change the mode of "},
       {"..", "root would change the mode of "},
@@ -406,10 +405,9 @@ TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
   for (const auto& row : rows) {
     job_.arguments = row.program + " x";
     write(job_);
-    expectTool(
-        become(1, {"-a", bin}), "",
-        "runlet-job: the task is not started: with -a " + (row.what + bin) + row.program + "\n",
-        "exit 125");
+    expectTool(become(1, {"-a", bin}), "",
+               "runlet-job: task not started: with -a " + (row.what + bin) + row.program + "\n",
+               "exit 125");
   }
   EXPECT_FALSE(std::filesystem::exists(work_ + "/made"));
   EXPECT_EQ(modeOf(folder_.file("secret")), 0600);
@@ -417,7 +415,7 @@ TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
   EXPECT_EQ(modeOf(bin + "privileged"), 04755);
 }
 
-// And the program is looked for with those of the task.
+// The program is searched for with the rights of the task.
 TEST_F(ExecRightsOfRoot, HoldForTheSearchOfTheProgram) {
   folder_.makeFolder("closed", 0700);
   folder_.write("closed/render", "#!/bin/sh\nexit 0\n", 0755);

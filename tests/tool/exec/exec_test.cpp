@@ -1,4 +1,4 @@
-// What a task that runlet-job exec becomes is, what it gets, and how it ends.
+// The state, arguments and end of a task that runlet-job exec becomes.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -35,7 +35,7 @@ TEST_F(ExecProcess, IsTheTaskItself) {
   EXPECT_EQ(lines["parent"], Strings{std::to_string(getpid())});
 }
 
-// Of which here the starter is the leader, so that it could be left.
+// The starter is its leader here, so that it could be left.
 TEST_F(ExecProcess, StaysInTheProcessGroupAndSession) {
   Job job;
   job.arguments = probe();
@@ -91,7 +91,7 @@ TEST_F(ExecProcess, DiesOfTheSignalOfTheProgram) {
   }
 }
 
-// Who started it can end the task with a signal, and there is nothing else that could live on.
+// The starter can end the task with a signal, and no other process survives.
 TEST_F(ExecProcess, GetsTheSignalsOfTheStarter) {
   Job job;
   job.arguments = "/bin/sh -c \"trap 'exit 44' TERM; echo ready; while :; do sleep 0.01; done\"";
@@ -150,7 +150,7 @@ TEST_F(ExecProcess, RunsInTheRunFolder) {
   const std::string in = folder_.makeFolder("in");
   const std::string deep = folder_.makeFolder("in/deep");
   struct Row {
-    std::string workingFolder;  // empty: none
+    std::string workingFolder;  // empty = none
     std::string start;          // in which exec is started
     std::string job;
     std::string calling;
@@ -165,7 +165,7 @@ TEST_F(ExecProcess, RunsInTheRunFolder) {
       {"", work, in + "/deep/../job.xml", in + "/deep/..", in},
       {work, in, "job.xml", work, work},
       {work + "/", folder(), "in/job.xml", work + "/", work},
-      // A relative one is seen from where exec is started, not from the job file.
+      // A relative one is relative to the current folder of exec, not to the job file.
       {"in", folder(), "in/job.xml", "in", in},
       {"deep", in, in + "/job.xml", "deep", deep},
       {".", deep, "../job.xml", ".", deep},
@@ -197,8 +197,8 @@ TEST_F(ExecProcess, TakesAJobFileOfAnyName) {
   }
 }
 
-// Nothing that a job chose is taken for a format.
-TEST_F(ExecProcess, ShowsPercentSignsAsTheyStand) {
+// No text of a job is used as a format.
+TEST_F(ExecProcess, ShowsPercentSignsUnchanged) {
   Job job;
   job.arguments = "/bin/true %%s%%n%%d";
   job.set("WorkingFolder", folder_.makeFolder("%n%s"));
@@ -224,8 +224,8 @@ TEST_F(ExecProcess, HasTheMaskAsAPlainNumber) {
   }
 }
 
-// What the program /bin/`name` writes with these arguments is the same for a task as without exec,
-// apart from the first line, and the shell of the chmod leaves no traces.
+// The output of the program /bin/`name` with these arguments is the same for a task as without
+// exec, except for the first line, and the shell for chmod leaves no traces.
 class ExecInheritance : public ExecTest {
  protected:
   void expectSame(const std::string& name, const Strings& arguments,
@@ -280,7 +280,7 @@ TEST_F(ExecInheritance, OfLimitsIsWhole) {
 
 class ExecStreams : public ExecTest {
  protected:
-  // Becomes the task with both outputs sent to files, and the descriptors of `closed` closed.
+  // Becomes the task with both outputs redirected to files, and the descriptors of `closed` closed.
   ProcessResult becomeToFiles(const std::vector<int>& closed = {}) const {
     ProcessOptions options = exec(task());
     options.prepare = [&] {
@@ -304,8 +304,8 @@ class ExecStreams : public ExecTest {
   const std::string error_ = folder_.file("error");
 };
 
-// The old standard error is kept in the lowest free place, be it one of the three, and there is
-// nothing else.
+// The old standard error is kept under the lowest free descriptor, even if that is one of the
+// three, and no other is open.
 TEST_F(ExecStreams, OfTheTaskAreThoseOfAChildOfTheAdapter) {
   const struct {
     std::vector<int> closed;
@@ -373,8 +373,8 @@ TEST_F(ExecStreams, GiveTheTaskTheInput) {
   expectTool(runProcess(options), calling("/bin/cat", folder()) + "first\nlast", "", "exit 0");
 }
 
-// The line is in front of all that the program writes, once, whatever the outputs are and however
-// long it is.
+// The line comes once, before all output of the program, whatever the outputs are and however long
+// it is.
 TEST_F(ExecStreams, BeginWithTheCallingLine) {
   const std::string longWords(3900, 'w');
   for (const bool redirect : {true, false}) {
@@ -394,7 +394,7 @@ TEST_F(ExecStreams, BeginWithTheCallingLine) {
   }
 }
 
-// A log holds both outputs: there too the line is the first.
+// A log holds both outputs: the line comes first there, too.
 TEST_F(ExecStreams, BeginWithTheCallingLineInOneFile) {
   Job job;
   ProcessOptions options = exec(task());
@@ -415,7 +415,7 @@ TEST_F(ExecStreams, BeginWithTheCallingLineInOneFile) {
     runProcess(options);
     EXPECT_EQ(readFile(output_), calling(row.command, folder()) + row.rest);
   }
-  // Also before what is said of a program that cannot be made executable.
+  // Also before the message about a program that cannot be made executable.
   job.arguments = "missing x";
   write(job);
   options.arguments = exec(task(1, {"-a", folder_.file("x")})).arguments;
@@ -425,7 +425,7 @@ TEST_F(ExecStreams, BeginWithTheCallingLineInOneFile) {
                                    cannotExecute(path + " x", "No such file or directory"));
 }
 
-// The line is there before the program runs, not only when its buffer is full.
+// The line is written before the program runs, not only when its buffer is full.
 TEST_F(ExecStreams, HoldTheCallingLineWhileTheTaskRuns) {
   Job job;
   job.arguments = "/bin/sh -c \"while [ -e job.xml ] && [ ! -e go ]; do sleep 0.01; done\"";
@@ -508,7 +508,7 @@ TEST_F(ExecApplication, HasItsProgramMadeExecutableAndRun) {
   }
 }
 
-// Without a folder the program is made executable in the run folder and looked for along PATH.
+// Without a folder the program is made executable in the run folder, but searched along PATH.
 TEST_F(ExecApplication, MayHaveNoFolder) {
   folder_.write("echo", "", 0600);
   expectTool(becomeWith("echo x", "tool"), calling("echo x", folder()) + "x\n", "", "exit 0");
@@ -522,14 +522,14 @@ TEST_F(ExecApplication, ThatIsEmptyIsNone) {
   expectTool(becomeWith("echo", ""), calling("echo", folder()) + "\n", "", "exit 0");
 }
 
-TEST_F(ExecApplication, WithoutItsProgramIsToldByTheChmodToo) {
+TEST_F(ExecApplication, WithoutItsProgramIsReportedByChmodToo) {
   const std::string path = bin_ + "missing";
   expectTool(becomeWith("missing x", bin_ + "tool"), calling(path + " x", folder()),
              chmodError(path) + cannotExecute(path + " x", "No such file or directory"),
              "exit 127");
 }
 
-// With a space in front the program is the folder itself.
+// With a leading space the program is the folder itself.
 TEST_F(ExecApplication, MayBeAFolder) {
   chmod(bin_.c_str(), 0700);
   expectTool(becomeWith(" render x", bin_), calling(bin_ + " render x", folder()),
@@ -537,7 +537,7 @@ TEST_F(ExecApplication, MayBeAFolder) {
   EXPECT_EQ(modeOf(bin_), 0755);
 }
 
-// The chmod goes through a shell, and what that writes stands behind the line.
+// chmod is run by a shell, whose output comes after the line.
 TEST_F(ExecApplication, IsNotQuotedForTheShell) {
   folder_.write("bin/render;echo", "#!/bin/sh\nexit 6\n", 0755);
   expectTool(becomeWith("render;echo x", bin_), calling(bin_ + "render;echo x", folder()) + "\n",

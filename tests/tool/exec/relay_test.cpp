@@ -1,6 +1,6 @@
-// A terminal of root's, and tasks of other users that are kept from it.
+// Keeping tasks of other users away from root's terminal.
 
-#include "tool/exec/relay.h"
+#include "tool/batch/relay.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,6 +13,7 @@
 
 #include "exec_run.h"
 #include "pseudo_terminal.h"
+#include "tool/text/characters.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -60,7 +61,7 @@ class ExecTerminal : public ExecTest {
     job_.set("uid", "71").set("gid", "72").set("redirectStderr", "no");
   }
 
-  // The task, with the terminal as its controlling one and for these streams.
+  // The task, with the terminal as its controlling terminal and as these streams.
   ProcessOptions onTerminal(const std::string& script, const std::vector<int>& streams,
                             const Strings& more = {}) {
     folder_.write("script", script);
@@ -74,7 +75,7 @@ class ExecTerminal : public ExecTest {
     return options;
   }
 
-  // What comes out of a process, and on the terminal with its line ends.
+  // The result of a process, and its output on the terminal.
   void expectShown(const ProcessOptions& options, const std::string& text,
                    const std::string& status) {
     Process process(options);
@@ -105,7 +106,7 @@ TEST_F(ExecTerminal, IsNotTheTasksOfAnotherUser) {
   expectShown(onTerminal("readlink /proc/self/fd/0 >&2", {0}), "", "exit 0");
 }
 
-// In which it could type.
+// The task could inject input into it.
 TEST_F(ExecTerminal, IsLeftWhereTheTaskHasItForNoStream) {
   const std::string script = "(: >/dev/tty) 2>/dev/null || echo no terminal\n";
   const ProcessOptions options = onTerminal(script, {});
@@ -142,7 +143,8 @@ TEST_F(ExecTerminal, SendsItsSignalsToTheTask) {
 TEST_F(ExecTerminal, EndsATaskThatHasStopped) {
   Process process(onTerminal("trap 'exit 7' TERM; echo ready; kill -STOP $$", {0, 2}));
   ASSERT_TRUE(process.readUntil("ready"));
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // so that it has; it holds without
+  std::this_thread::sleep_for(
+      std::chrono::milliseconds(100));  // makes the case likely; the test also holds without
   kill(process.pid(), SIGTERM);
   EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 7");
 }
@@ -154,13 +156,13 @@ TEST_F(ExecTerminal, SeesTheTaskEndByItsSignal) {
   }
 }
 
-// It does not wait for what the task leaves behind.
+// It does not wait for background processes of the task.
 TEST_F(ExecTerminal, ShowsWhatTheTaskItselfHasWritten) {
   expectShown(onTerminal("sleep 60 & echo done", {1, 2}), calling_ + "\r\ndone\r\n", "exit 0");
 }
 
-// More than a pipe usually holds, since the task may have made it larger, and than a terminal takes
-// at once.
+// More than a pipe usually holds, since the task may have enlarged it, and more than a terminal
+// takes at once.
 TEST_F(ExecTerminal, ShowsAllThatTheTaskHasWritten) {
   for (const int flags : {0, O_NONBLOCK}) {
     ProcessOptions options = onTerminal(
@@ -180,7 +182,7 @@ TEST_F(ExecTerminal, ShowsAllThatTheTaskHasWritten) {
   }
 }
 
-TEST_F(ExecTerminal, MayGoWhileTheTaskGoesOn) {
+TEST_F(ExecTerminal, MayCloseWhileTheTaskContinues) {
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
   Process process(onTerminal(
       "trap '' HUP; >ready; until [ -e go ]; do sleep 0.01; done; echo more; exit 4", {1}));
@@ -228,18 +230,19 @@ TEST_F(ExecTerminal, NeedsAProcessToKeepTheTaskFromIt) {
   for (const char* fault : {"no-pipes", "no-session"}) {
     const ProcessResult result = runProcess(with(fault, options));
     EXPECT_EQ(result.error,
-              "runlet-job: exec: the task cannot be kept from the terminal: Operation not "
+              "runlet-job: exec: cannot detach the task from the terminal: Operation not "
               "permitted\n");
     EXPECT_EQ(terminal_->written(), "");
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 125");
   }
 }
 
-// Where nobody knows whether there is one.
+// If it cannot be determined whether there is one.
 TEST_F(ExecTerminal, IsNotLeftToChance) {
   const ProcessOptions options = onTerminal("echo ran", {}, {"--keep-env", "RUNLET_FAULT"});
   expectTool(runProcess(with("terminal-unknown", options)), calling_ + "\n",
-             "runlet-job: the task is not started: it would keep the terminal\n", "exit 125");
+             "runlet-job: task not started: it would keep its access to the terminal\n",
+             "exit 125");
 }
 
 }  // namespace

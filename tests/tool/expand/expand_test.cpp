@@ -1,4 +1,4 @@
-// runlet-job expand, its output as a whole.
+// The whole output of runlet-job expand.
 
 #include <gtest/gtest.h>
 
@@ -107,10 +107,10 @@ TEST_F(Expand, SaysWhyATaskIsNotStarted) {
   const Row rows[] = {
       {"bake %3tx",
        {},
-       cannotExpand + "  reason: \"%3tx\" is no placeholder: a %t must be followed by n or p\n"},
+       cannotExpand + "  reason: \"%3tx\" is not a placeholder: a %t must be followed by n or p\n"},
       {"bake %j",
        {},
-       cannotExpand + "  reason: \"%j\" is no placeholder: a %j must be followed by p\n"},
+       cannotExpand + "  reason: \"%j\" is not a placeholder: a %j must be followed by p\n"},
       {"bake %9999tp1", {}, cannotExpand + "  reason: the expansion is longer than 3999 bytes\n"},
       {"bake",
        {"-a", "/opt/sky/gui"},
@@ -134,7 +134,7 @@ TEST_F(Expand, SaysWhyATaskIsNotStarted) {
        "  folder  /srv/clouds\n  Calling '\"bake' from '/srv/clouds'\n"
        "  not executed: Runlet adapter: Cannot execute command:'\"bake':No such file or "
        "directory\n"
-       "  reason: the command line has no word\n"},
+       "  reason: the command line has no words\n"},
   };
   for (const Row& row : rows) {
     write(row.arguments, {"a"});
@@ -154,7 +154,7 @@ TEST_F(Expand, EndsAtTheTaskThatEndsTheRequest) {
       "  folder  /srv/clouds\n"
       "  ends: terminate called after throwing an instance of 'std::out_of_range'\n"
       "      what():  vector::_M_range_check: __n (which is 1) >= this->size() (which is 1)\n"
-      "  reason: \"%jp2\" asks for a parameter that has a name but no value: there are 2 names "
+      "  reason: \"%jp2\" refers to a parameter that has a name but no value: there are 2 names "
       "and 1 values\n"
       "\n"
       "task 3\n"
@@ -162,7 +162,7 @@ TEST_F(Expand, EndsAtTheTaskThatEndsTheRequest) {
       "", "exit 1");
 }
 
-TEST_F(Expand, GoesOnBehindATaskThatCannotBeExecuted) {
+TEST_F(Expand, ContinuesAfterATaskThatCannotBeExecuted) {
   write("%tp2", {"a\t\"\"", "b\tbake"});
   const ProcessResult result = run({});
   EXPECT_NE(result.output.find("  run     bake\n"), std::string::npos) << result.output;
@@ -184,12 +184,11 @@ TEST_F(Expand, SaysWhatRightsAreMissing) {
   expectTool(run({}),
              begin +
                  "Cannot set gid -1: No such group\n"
-                 "  reason: the job names no group (gid), and the adapter has none of its own to "
-                 "take\n",
+                 "  reason: the job has no group (gid), and the adapter has no default\n",
              "", "exit 1");
 }
 
-// The run folder as the adapter takes it from the path that it is given.
+// The run folder that the adapter derives from the given path.
 TEST_F(Expand, SaysWhichRunFolderCannotBeEntered) {
   write("bake", {"a", "b"});
   replace("<WorkingFolder>/srv/clouds</WorkingFolder>", "");
@@ -215,7 +214,7 @@ TEST_F(Expand, SaysWhichRunFolderCannotBeEntered) {
        "task 2\n  folder  in\n" +
            refused +
            "'in': No such file or directory\n"
-           "  reason: the run folder is relative, and the task before it has entered it already\n",
+           "  reason: the run folder is relative, and the previous task has already entered it\n",
        "exit 1"},
       {"in/../job.xml",
        "task 1\n  folder  in/..\n  Calling 'bake' from 'in/..'\n  run     bake\n\n"
@@ -233,7 +232,7 @@ TEST_F(Expand, SaysWhichRunFolderCannotBeEntered) {
   }
 }
 
-TEST_F(Expand, TellsAJobThatIsNotLoadedInTheAdaptersWords) {
+TEST_F(Expand, ReportsAJobThatIsNotLoadedInTheAdaptersWords) {
   struct Row {
     std::string text;
     std::string error;
@@ -292,7 +291,7 @@ TEST_F(Expand, WritesJsonForWhatIsNotStarted) {
           "\"loaded\",\"message\":null,\"bytes\":false, \"tasks\": ["
           "\n {\"task\":1,\"outcome\":\"refused\",\"folder\":\"/srv/clouds\",\"chmod\":null,"
           "\"calling\":null,\"commandLine\":null,\"argv\":null,\"message\":\"Runlet adapter: "
-          "Process fill-in for arguments failed.\",\"reason\":\"\\\"%tx\\\" is no "
+          "Process fill-in for arguments failed.\",\"reason\":\"\\\"%tx\\\" is not a "
           "placeholder: a %t must be followed by n or p\",\"bytes\":false},"
           "\n {\"task\":2,\"outcome\":\"notReached\",\"folder\":null,\"chmod\":null,"
           "\"calling\":null,\"commandLine\":null,\"argv\":null,\"message\":null,\"reason\":"

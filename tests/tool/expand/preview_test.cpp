@@ -1,6 +1,6 @@
-// What previews are, apart from what expand shows of them.
+// Previews, beyond what expand shows.
 
-#include "tool/expand/preview.h"
+#include "tool/job/preview.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ runlet::AdapterContext contextFor(const std::string& arguments) {
   return context;
 }
 
-// The words would still point into the other one.
+// The words would still point into the original.
 TEST(Preview, CannotBeCopiedOrMoved) {
   static_assert(!std::is_copy_constructible_v<Preview> && !std::is_copy_assignable_v<Preview>);
   static_assert(!std::is_move_constructible_v<Preview> && !std::is_move_assignable_v<Preview>);

@@ -17,7 +17,7 @@ class CleanJobs : public Findings {
  protected:
   // Nothing is found in a good job with these changes, and the adapter runs it.
   void expectClean(const std::vector<Change>& changes) {
-    std::string text = readFile(std::string(samplesFolder) + "/RJ001/mended.xml");
+    std::string text = readFile(samplesFolder() + "/RJ001/mended.xml");
     for (const Change& change : changes) {
       const std::size_t at = text.find(change.from);
       ASSERT_NE(at, std::string::npos) << change.from;

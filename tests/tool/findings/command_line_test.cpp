@@ -11,7 +11,7 @@ constexpr char script[] = "#!/bin/sh\necho \"$0\" \"$@\"\n";
 
 class CommandLineFindings : public Findings {
  protected:
-  // `ofBad` and `ofMended` are what stands behind the command, and then the arguments that come
+  // `ofBad` and `ofMended` are what comes after the command, and then the arguments that come
   // of it, each on a line of its own.
   void expectWords(const Strings& ofBad, const Strings& ofMended) {
     expectBad(words(ofBad));

@@ -70,7 +70,7 @@ TEST_F(HostFindings, RJ092RunFolderClosedToTheUserOfOneTask) {
 }
 
 TEST_F(HostFindings, NameEveryTaskOfAProgramThatIsNotThere) {
-  given_[bad] = readFile(std::string(samplesFolder) + "/RJ091/mended.xml");
+  given_[bad] = readFile(samplesFolder() + "/RJ091/mended.xml");
   given_[bad].replace(given_[bad].find("/bin/echo"), 9, "/bin/no-such-echo");
   expectCheck(bad, {{"RJ093", "error", 3, 17, "/bin/no-such-echo", "all"}});
 }

@@ -1,5 +1,5 @@
 // Where in the file a finding is: in lines and characters, as an editor counts them, whatever
-// stands in front of it.
+// comes before it.
 
 #include "findings.h"
 
@@ -90,7 +90,7 @@ TEST_F(Places, AreBehindAByteOrderMark) {
   expectPlace(text, 1, 32);
 }
 
-// White space that is condensed in front of it is found as well.
+// White space that is condensed before it is found as well.
 TEST_F(Places, AreBehindCondensedSpace) {
   given_[bad] = jobWith("<Arguments>{echo  \xc3\xa4\n   &amp; %tx}</Arguments>");
   expectCheck(bad, {{"RJ026", "note", 2, 17, "<space><space>", ""},

@@ -1,7 +1,10 @@
-// The list of all findings, held against what there is of each.
+// The list of all findings: each has a test and samples, and an example that shows it.
+
+#include "tool/check/rules.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 #include <sstream>
 
 #include "findings.h"
@@ -43,18 +46,106 @@ Strings tested() {
 
 Strings sampled() {
   Strings codes;
-  for (const auto& entry : std::filesystem::directory_iterator(samplesFolder)) {
+  for (const auto& entry : std::filesystem::directory_iterator(samplesFolder())) {
     codes.push_back(entry.path().filename());
   }
   return codes;
 }
 
-// The list is in order, and no code stands in it twice.
+// The list is sorted, and has each code once.
 TEST(Rules, AllHaveATestAndASample) {
   const Strings codes = explained();
   EXPECT_TRUE(std::all_of(codes.begin(), codes.end(), isCode)) << testing::PrintToString(codes);
   EXPECT_EQ(sorted(tested()), codes);
   EXPECT_EQ(sorted(sampled()), codes);
+}
+
+// Without a finding, but for the part of an example that is put into it.
+constexpr char jobOfExamples[] =
+    "<Job>\n<cmdData>\n<Arguments>{/opt/render/bin/render -f %tp2 -l %tp3 %jp1}</Arguments>\n"
+    "<WorkingFolder>/srv/shots</WorkingFolder>\n<TaskTimeout>90</TaskTimeout>\n<uid>1000</uid>\n"
+    "<gid>1000</gid>\n<umask>18</umask>\n<redirectStderr>yes</redirectStderr>\n<TaskList>\n"
+    "<Task><Params>{frames 1-10&#9;1&#9;10}</Params></Task>\n"
+    "<Task><Params>{frames 11-20&#9;11&#9;20}</Params></Task>\n</TaskList>\n<JobParams>\n"
+    "<Param><Name>{scene}</Name><Value>{lighthouse.scene}</Value></Param>\n</JobParams>\n"
+    "</cmdData>\n</Job>\n";
+
+// The lines after that label in the example of a rule, without their indent.
+Strings exampleLines(const runlet_tool::Rule& rule, const std::string& label) {
+  std::istringstream lines(rule.explanation);
+  std::string line;
+  while (std::getline(lines, line) && line != label) {
+  }
+  Strings found;
+  while (std::getline(lines, line) && line.starts_with("  ")) found.push_back(line.substr(2));
+  return found;
+}
+
+// The name of the element that the first of the lines with one begins with; empty where there is
+// none.
+std::string elementOf(const Strings& lines) {
+  static const std::regex form("^<([A-Za-z]+)>");
+  std::smatch match;
+  for (const std::string& line : lines) {
+    if (std::regex_search(line, match, form)) return match[1];
+  }
+  return "";
+}
+
+// The job with these lines in place of its own lines of that element, or else at its beginning.
+std::string jobWith(const Strings& lines, const std::string& element) {
+  std::string piece;
+  for (const std::string& line : lines) piece += line + "\n";
+  const std::string tag = "<" + element + ">";
+  std::string text = jobOfExamples;
+  std::size_t at = text.find("\n" + tag);
+  if (at == std::string::npos) at = text.find("\n", text.find("<cmdData>"));
+  ++at;
+  while (text.compare(at, tag.size(), tag) == 0) text.erase(at, text.find('\n', at) + 1 - at);
+  return text.insert(at, piece);
+}
+
+class Examples : public Findings {
+ protected:
+  // The codes of what is found where an example has these lines; none where they are not about
+  // what a job file says.
+  std::string codesFor(Strings lines) {
+    options_.clear();
+    if (lines.front().starts_with("-a ")) {
+      std::string path = lines.front().substr(3);
+      std::erase(path, '"');
+      options_ = {"-a", path};
+      lines.erase(lines.begin());
+    }
+    const std::string element = elementOf(lines);
+    const bool isWhole = element == "Job" || element == "cmdData";
+    given_[bad].clear();
+    for (const std::string& line : lines) given_[bad] += line + "\n";
+    if (!isWhole) given_[bad] = jobWith(lines, element);
+    return summaryOf(bad).codes;
+  }
+};
+
+// Shows a command, the machine or only a part of what is too long.
+bool isOfTheFile(const runlet_tool::Rule& rule, const Strings& lines) {
+  const bool isOfTheMachine = rule.id >= runlet_tool::RuleId::missingFolder;
+  const bool isShort = rule.id == runlet_tool::RuleId::longEntry;
+  return !isOfTheMachine && !isShort && !lines.front().starts_with("runlet-job ");
+}
+
+TEST_F(Examples, OfTheRulesShowTheFindingAndHowToDoWithoutIt) {
+  EXPECT_EQ(codesFor({"<umask>18</umask>"}), "");
+  int count = 0;
+  for (const runlet_tool::Rule& rule : runlet_tool::allRules()) {
+    const Strings wrong = exampleLines(rule, "Wrong:");
+    const Strings right = exampleLines(rule, "Right:");
+    if (!isOfTheFile(rule, wrong)) continue;
+    ++count;
+    const std::string code = codeOf(rule);
+    EXPECT_NE(codesFor(wrong).find(code), std::string::npos) << code << "\n" << given_[bad];
+    EXPECT_EQ(codesFor(right).find(code), std::string::npos) << code << "\n" << given_[bad];
+  }
+  EXPECT_GT(count, 50);
 }
 
 }  // namespace

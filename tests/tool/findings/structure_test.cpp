@@ -90,7 +90,7 @@ TEST_F(StructureFindings, RJ012TextCutOffAtAComment) {
   expectMended(called("/bin/pwd") + "/tmp\n");
 }
 
-// It hides the element that comes behind it.
+// It hides the element after it.
 TEST_F(StructureFindings, RJ013CommentTakenForAnElement) {
   expectFound({{"RJ061", "warning", 3, 27, "%jp1", "all"},
                {"RJ013", "warning", 11, 5, "<!--JobParams-->", ""}});

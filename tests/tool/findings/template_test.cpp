@@ -72,7 +72,7 @@ TEST_F(TemplateFindings, RJ067TooManyDigits) {
 
 TEST_F(TemplateFindings, RJ068NumberBeyond32Bits) {
   expectFound({{"RJ068", "warning", 3, 27, "%tp4294967297", "all"}});
-  expectTold("which is 1.");
+  expectTold("value is 1.");
   expectEchoed("dawn", "dawn");
 }
 

@@ -1,10 +1,10 @@
-// Frame lists: the tasks that they come to, and what is refused.
-
-#include "tool/make/frame_list.h"
+// Frame lists: the resulting tasks, and what is refused.
 
 #include <gtest/gtest.h>
 
 #include <vector>
+
+#include "tool/make/frames.h"
 
 namespace runlet_tool {
 namespace {
@@ -31,13 +31,13 @@ TEST(FrameList, Tasks) {
       {"1-5", 100, {"frames 1-5\t1\t5"}},
       {"1-5", 2147483647, {"frames 1-5\t1\t5"}},
       {"1-5", 2, {"frames 1-2\t1\t2", "frames 3-4\t3\t4", "frame 5\t5\t5"}},
-      // the last frame of a task is one that is rendered, not the end of the range
+      // the last frame of a task is a rendered one, not the end of the range
       {"1-10x4", 10, {"frames 1-9\t1\t9"}},
       {"1-10x4", 2, {"frames 1-5\t1\t5", "frame 9\t9\t9"}},
-      // a task never has frames of two ranges
+      // a task never spans two ranges
       {"1-3,4-6", 4, {"frames 1-3\t1\t3", "frames 4-6\t4\t6"}},
       {"1-40x2,150", 10, {"frames 1-19\t1\t19", "frames 21-39\t21\t39", "frame 150\t150\t150"}},
-      // ranges may lie in each other as long as they share no frame
+      // ranges may overlap as long as they share no frame
       {"1-9x2,2-8x2", 9, {"frames 1-9\t1\t9", "frames 2-8\t2\t8"}},
       {"0-100x50,7", 3, {"frames 0-100\t0\t100", "frame 7\t7\t7"}},
       {"-2147483648-2147483647x1000",
@@ -69,9 +69,9 @@ TEST(FrameList, HasAsManyAsAMillionTasks) {
   EXPECT_TRUE(appendFrameTasks("1-999999,0", 1, &tasks, &reason)) << reason;
   EXPECT_EQ(tasks.size(), 1000000U);
   EXPECT_FALSE(appendFrameTasks("1-1000000,0", 1, &tasks, &reason));
-  EXPECT_EQ(reason, "1000001 tasks are more than a million");
+  EXPECT_EQ(reason, "1000001 tasks; the limit is one million");
   EXPECT_FALSE(appendFrameTasks("-2147483648-2147483647x1000", 4, &tasks, &reason));
-  EXPECT_EQ(reason, "1073742 tasks are more than a million");
+  EXPECT_EQ(reason, "1073742 tasks; the limit is one million");
   EXPECT_TRUE(appendFrameTasks("1-2000000", 2, &tasks, &reason)) << reason;
 }
 
@@ -81,11 +81,11 @@ TEST(FrameList, HasAsManyAsTenMillionFrames) {
   EXPECT_TRUE(appendFrameTasks("1-9999999,0", 1000, &tasks, &reason)) << reason;
   EXPECT_EQ(tasks.size(), 10001U);
   EXPECT_FALSE(appendFrameTasks("1-10000000,0", 1000, &tasks, &reason));
-  EXPECT_EQ(reason, "10000001 frames are more than ten million");
+  EXPECT_EQ(reason, "10000001 frames; the limit is ten million");
   EXPECT_EQ(tasks.size(), 10001U);
 }
 
-// As long as a word of a command line may be. Compared with each other, they would take minutes.
+// The maximum length of a command-line word. Comparing all pairs would take minutes.
 TEST(FrameList, MayHaveThousandsOfRanges) {
   std::string list;
   for (int first = 1; first <= 6000; ++first) {
@@ -106,31 +106,31 @@ struct BadRow {
 
 TEST(FrameList, RefusesOthers) {
   constexpr BadRow rows[] = {
-      {"", "'': that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"a", "a: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1,", "'': that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {",1", "'': that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1,,2", "'': that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1 ", "'1 ': that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1, 2", "' 2': that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"+1", "+1: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"-", "-: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"--1", "--1: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1-", "1-: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1--", "1--: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1-2-3", "1-2-3: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1-2x", "1-2x: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1-2y3", "1-2y3: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1-2x3x4", "1-2x3x4: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1-2X3", "1-2X3: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1x2", "1x2: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1.5", "1.5: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"1;2", "'1;2': that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"0x10", "0x10: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"2147483648", "2147483648: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
-      {"-2147483649", "-2147483649: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"", "'': expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"a", "a: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1,", "'': expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {",1", "'': expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1,,2", "'': expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1 ", "'1 ': expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1, 2", "' 2': expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"+1", "+1: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"-", "-: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"--1", "--1: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1-", "1-: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1--", "1--: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1-2-3", "1-2-3: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1-2x", "1-2x: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1-2y3", "1-2y3: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1-2x3x4", "1-2x3x4: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1-2X3", "1-2X3: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1x2", "1x2: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1.5", "1.5: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"1;2", "'1;2': expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"0x10", "0x10: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"2147483648", "2147483648: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
+      {"-2147483649", "-2147483649: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
       {"99999999999999999999",
-       "99999999999999999999: that is no frame, FIRST-LAST or FIRST-LASTxSTEP"},
+       "99999999999999999999: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
       {"2-1", "2-1: the first frame comes after the last"},
       {"1--1", "1--1: the first frame comes after the last"},
       {"9,3-2x0", "3-2x0: the first frame comes after the last"},
@@ -145,7 +145,7 @@ TEST(FrameList, RefusesOthers) {
       {"-5--1,-3", "frame -3 is given twice"},
       {"1-2147483647x46337,2-2147483647x46339", "frame 1073581954 is given twice"},
       {"-2147483648-2147483647x1000,352", "frame 352 is given twice"},
-      {"-2147483648-2147483647,0", "4294967297 frames are more than ten million"},
+      {"-2147483648-2147483647,0", "4294967297 frames; the limit is ten million"},
   };
   for (const BadRow& row : rows) {
     SCOPED_TRACE(row.list);
@@ -157,7 +157,7 @@ TEST(FrameList, RefusesOthers) {
   }
 }
 
-// Every pair of short ranges, against the frames themselves.
+// Every pair of short ranges, compared with the enumerated frames.
 TEST(FrameList, KnowsARepeatedFrame) {
   for (int first = 0; first < 6; ++first) {
     for (int last = first; last < 14; ++last) {

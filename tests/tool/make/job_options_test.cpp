@@ -1,11 +1,12 @@
-// The options of make: what they come to in the job, and what is refused.
-
-#include "tool/make/job_options.h"
+// The options of make: the resulting job, and what is refused.
 
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <unistd.h>
+
+#include "tool/make/options.h"
+#include "tool/text/quoting.h"
 
 namespace runlet_tool {
 namespace {
@@ -86,16 +87,15 @@ struct ParamRow {
 TEST(MakeOptions, RefuseParams) {
   const std::string tooLong(2000, 'v');
   const std::vector<ParamRow> rows = {
-      {{"scene"}, "--param scene: there is no \"=\""},
-      {{""}, "--param '': there is no \"=\""},
-      {{"{}"}, "--param '{}': there is no \"=\""},
+      {{"scene"}, "--param scene: expected NAME=VALUE"},
+      {{""}, "--param '': expected NAME=VALUE"},
+      {{"{}"}, "--param '{}': expected NAME=VALUE"},
       {{"=x"}, "--param '=x': the name is empty"},
       {{"="}, "--param '=': the name is empty"},
       {{"a=1", "b=2", "a=3"}, "--param 'a=3': the name is given twice"},
       {{"a=" + tooLong},
-       "--param 'a=" + std::string(58, 'v') + "'...: 2000 bytes are too long, 1999 is the most"},
-      {{tooLong + "=a"},
-       "--param " + std::string(60, 'v') + "...: 2000 bytes are too long, 1999 is the most"},
+       "--param 'a=" + std::string(58, 'v') + "'...: 2000 bytes; the limit is 1999"},
+      {{tooLong + "=a"}, "--param " + std::string(60, 'v') + "...: 2000 bytes; the limit is 1999"},
       {{"a=\x01"}, "--param $'a=\\001': XML has no character U+0001, at byte 1"},
       {{"\xe4=1"}, "--param $'\\344=1': the byte 0xE4 is not UTF-8, at byte 1"},
   };
@@ -136,33 +136,34 @@ std::string complaintOf(const ValueRow& row) {
 
 TEST(MakeOptions, RefuseNumbers) {
   const std::vector<ValueRow> rows = {
-      {&MakeOptions::umask, "", "--umask '': that is no octal number, 0 to 777"},
-      {&MakeOptions::umask, "8", "--umask 8: that is no octal number, 0 to 777"},
-      {&MakeOptions::umask, "018", "--umask 018: that is no octal number, 0 to 777"},
-      {&MakeOptions::umask, "1000", "--umask 1000: that is no octal number, 0 to 777"},
-      {&MakeOptions::umask, "-1", "--umask -1: that is no octal number, 0 to 777"},
-      {&MakeOptions::umask, "0o22", "--umask 0o22: that is no octal number, 0 to 777"},
-      {&MakeOptions::umask, "u=rw", "--umask 'u=rw': that is no octal number, 0 to 777"},
+      {&MakeOptions::umask, "", "--umask '': expected an octal number from 0 to 777"},
+      {&MakeOptions::umask, "8", "--umask 8: expected an octal number from 0 to 777"},
+      {&MakeOptions::umask, "018", "--umask 018: expected an octal number from 0 to 777"},
+      {&MakeOptions::umask, "1000", "--umask 1000: expected an octal number from 0 to 777"},
+      {&MakeOptions::umask, "-1", "--umask -1: expected an octal number from 0 to 777"},
+      {&MakeOptions::umask, "0o22", "--umask 0o22: expected an octal number from 0 to 777"},
+      {&MakeOptions::umask, "u=rw", "--umask 'u=rw': expected an octal number from 0 to 777"},
       {&MakeOptions::umask, "77777777777",
-       "--umask 77777777777: that is no octal number, 0 to 777"},
-      {&MakeOptions::timeout, "", "--timeout '': that is no number of minutes, 1 to 35791"},
-      {&MakeOptions::timeout, "0", "--timeout 0: that is no number of minutes, 1 to 35791"},
-      {&MakeOptions::timeout, "-5", "--timeout -5: that is no number of minutes, 1 to 35791"},
-      {&MakeOptions::timeout, "35792", "--timeout 35792: that is no number of minutes, 1 to 35791"},
-      {&MakeOptions::timeout, "1h", "--timeout 1h: that is no number of minutes, 1 to 35791"},
-      {&MakeOptions::timeout, " 1", "--timeout ' 1': that is no number of minutes, 1 to 35791"},
+       "--umask 77777777777: expected an octal number from 0 to 777"},
+      {&MakeOptions::timeout, "", "--timeout '': expected a number of minutes from 1 to 35791"},
+      {&MakeOptions::timeout, "0", "--timeout 0: expected a number of minutes from 1 to 35791"},
+      {&MakeOptions::timeout, "-5", "--timeout -5: expected a number of minutes from 1 to 35791"},
+      {&MakeOptions::timeout, "35792",
+       "--timeout 35792: expected a number of minutes from 1 to 35791"},
+      {&MakeOptions::timeout, "1h", "--timeout 1h: expected a number of minutes from 1 to 35791"},
+      {&MakeOptions::timeout, " 1", "--timeout ' 1': expected a number of minutes from 1 to 35791"},
       {&MakeOptions::timeout, "4294967297",
-       "--timeout 4294967297: that is no number of minutes, 1 to 35791"},
-      {&MakeOptions::chunk, "0", "--chunk 0: that is no number of frames from 1 on"},
-      {&MakeOptions::chunk, "-1", "--chunk -1: that is no number of frames from 1 on"},
-      {&MakeOptions::chunk, "ten", "--chunk ten: that is no number of frames from 1 on"},
+       "--timeout 4294967297: expected a number of minutes from 1 to 35791"},
+      {&MakeOptions::chunk, "0", "--chunk 0: expected a number of frames, at least 1"},
+      {&MakeOptions::chunk, "-1", "--chunk -1: expected a number of frames, at least 1"},
+      {&MakeOptions::chunk, "ten", "--chunk ten: expected a number of frames, at least 1"},
       {&MakeOptions::chunk, "2147483648",
-       "--chunk 2147483648: that is no number of frames from 1 on"},
+       "--chunk 2147483648: expected a number of frames, at least 1"},
       {&MakeOptions::frames, "3-1", "--frames 3-1: 3-1: the first frame comes after the last"},
       {&MakeOptions::frames, "1,1", "--frames 1,1: frame 1 is given twice"},
-      {&MakeOptions::standardError, "yes", "--stderr yes: that is neither join nor keep"},
-      {&MakeOptions::standardError, "", "--stderr '': that is neither join nor keep"},
-      {&MakeOptions::standardError, "Join", "--stderr Join: that is neither join nor keep"},
+      {&MakeOptions::standardError, "yes", "--stderr yes: expected join or keep"},
+      {&MakeOptions::standardError, "", "--stderr '': expected join or keep"},
+      {&MakeOptions::standardError, "Join", "--stderr Join: expected join or keep"},
   };
   for (const ValueRow& row : rows) EXPECT_EQ(complaintOf(row), row.complaint);
 }
@@ -172,9 +173,9 @@ TEST(MakeOptions, RefuseTexts) {
       {&MakeOptions::folder, "", "--folder '': it is empty"},
       {&MakeOptions::logs, "", "--logs '': it is empty"},
       {&MakeOptions::outputs, "", "--outputs '': it is empty"},
-      {&MakeOptions::folder, " ", "--folder ' ': white space alone would read as nothing"},
+      {&MakeOptions::folder, " ", "--folder ' ': white space alone would be read as empty"},
       {&MakeOptions::logs, "\t\n\r ",
-       "--logs $'\\011\\012\\015 ': white space alone would read as nothing"},
+       "--logs $'\\011\\012\\015 ': white space alone would be read as empty"},
       {&MakeOptions::folder, "/a\x02",
        "--folder $'/a\\002': XML has no character U+0002, at byte 3"},
       {&MakeOptions::outputs, "/a\xff",
@@ -226,19 +227,19 @@ TEST(MakeOptions, RefuseUnknownUsersAndGroups) {
     options.user = text;
     const std::string value =
         text.find(' ') == std::string::npos && !text.empty() ? text : "'" + text + "'";
-    EXPECT_EQ(complaintOf(options), "--user " + value + ": there is no such user");
+    EXPECT_EQ(complaintOf(options), "--user " + value + ": no such user");
     options.user.reset();
     options.group = text;
-    EXPECT_EQ(complaintOf(options), "--group " + value + ": there is no such group");
+    EXPECT_EQ(complaintOf(options), "--group " + value + ": no such group");
   }
 }
 
 TEST(MakeOptions, AreShownShortened) {
-  EXPECT_EQ(shown(std::string(60, 'a')), std::string(60, 'a'));
-  EXPECT_EQ(shown(std::string(61, 'a')), std::string(60, 'a') + "...");
-  // no half of a character
-  EXPECT_EQ(shown(std::string(59, 'a') + "\xc3\xa4 b"), std::string(59, 'a') + "...");
-  EXPECT_EQ(shown(std::string(58, 'a') + "\xc3\xa4 b"),
+  EXPECT_EQ(shortShellWord(std::string(60, 'a')), std::string(60, 'a'));
+  EXPECT_EQ(shortShellWord(std::string(61, 'a')), std::string(60, 'a') + "...");
+  // not cut within a character
+  EXPECT_EQ(shortShellWord(std::string(59, 'a') + "\xc3\xa4 b"), std::string(59, 'a') + "...");
+  EXPECT_EQ(shortShellWord(std::string(58, 'a') + "\xc3\xa4 b"),
             "'" + std::string(58, 'a') + "\xc3\xa4'...");
 }
 

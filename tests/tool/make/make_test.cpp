@@ -11,6 +11,7 @@
 
 #include "adapter_test.h"
 #include "mounts.h"
+#include "programs.h"
 
 namespace runlet_test {
 namespace {
@@ -19,20 +20,20 @@ using Strings = std::vector<std::string>;
 
 class Make : public AdapterTest {
  protected:
-  // Runs it in the folder, as a user that the findings have nothing against.
+  // Runs it in the folder, as a user without findings.
   ProcessResult make(const Strings& arguments, const std::function<void()>& prepare = {}) const {
     ProcessOptions options;
-    options.arguments = {RUNLET_JOB, "make", "--user", "1234", "--group", "4321"};
+    options.arguments = {toolPath, "make", "--user", "1234", "--group", "4321"};
     options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
     options.folder = folder();
     options.prepare = prepare;
     return runProcess(options);
   }
 
-  // Makes the job file, to run as who runs the tests, and runs the tasks of that range.
+  // Makes the job file for the user who runs the tests, and runs the tasks of that range.
   ProcessResult makeAndRun(const Strings& arguments, int count) const {
     ProcessOptions options;
-    options.arguments = {RUNLET_JOB, "make", "-o", jobFile_};
+    options.arguments = {toolPath, "make", "-o", jobFile_};
     options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
     const ProcessResult result = runProcess(options);
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0") << result.error;
@@ -149,9 +150,9 @@ TEST_F(Make, WritesAJobOfFrames) {
       R"(standard output:3:98: warning RJ071: 5": A double quote inside a word is an ordinary character, and reaches the program.
     Put the quotes around the whole word. [every task]
 standard output:20:21: note RJ056: none: No task asks for parameter 2.
-    Nothing has to be done, unless the template was meant to use %jp2.
+    Nothing needs to be done, unless the template was meant to use %jp2.
 standard output:21:21: note RJ056: [: No task asks for parameter 3.
-    Nothing has to be done, unless the template was meant to use %jp3.
+    Nothing needs to be done, unless the template was meant to use %jp3.
 )");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
@@ -175,16 +176,16 @@ constexpr char tasksJob[] = R"(<Job>
 </Job>
 )";
 
-TEST_F(Make, WritesAJobOfATaskFileAndTellsTheWarnings) {
+TEST_F(Make, WritesAJobOfATaskFileAndReportsTheWarnings) {
   folder_.write("tasks.tsv", "left\tA 1\r\nright\tA&2\r\n");
   const ProcessResult result =
       make({"--tasks", "tasks.tsv", "-o", "job.xml", "--", "paint %tp2 50% %jp1"});
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(
       result.error,
-      R"(job.xml:3:30: warning RJ065: %: This % begins no placeholder and is dropped, with the digits behind it.
+      R"(job.xml:3:30: warning RJ065: %: This % does not begin a placeholder and is dropped, along with the digits after it.
     Write %% for a percent sign. [every task]
-job.xml:3:32: warning RJ061: %jp1: The job has 0 parameters, and the program gets the text Undefined.
+job.xml:3:32: warning RJ061: %jp1: The job has 0 parameters; the program gets the text Undefined.
     Write %jp with a number from 1 to the number of parameters. [every task]
 )");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
@@ -196,25 +197,26 @@ TEST_F(Make, RefusesValues) {
   expectRefused({"--frames", "1-9,4", "--", "run"},
                 "runlet-job: make: --frames 1-9,4: frame 4 is given twice\n", 1);
   expectRefused({"--frames", "1", "--chunk", "0", "--", "run"},
-                "runlet-job: make: --chunk 0: that is no number of frames from 1 on\n", 1);
-  expectRefused({"--tasks", "tasks.tsv", "--", "run"},
-                "runlet-job: make: tasks.tsv:2: $'b\\011': the last field is empty and would read "
-                "as \"Undefined\"\n",
-                1);
+                "runlet-job: make: --chunk 0: expected a number of frames, at least 1\n", 1);
+  expectRefused(
+      {"--tasks", "tasks.tsv", "--", "run"},
+      "runlet-job: make: tasks.tsv:2: $'b\\011': the last field is empty and would be read "
+      "as \"Undefined\"\n",
+      1);
   expectRefused({"--param", "{}", "--", "run"},
-                "runlet-job: make: --param '{}': there is no \"=\"\n", 1);
+                "runlet-job: make: --param '{}': expected NAME=VALUE\n", 1);
   expectRefused({"--folder", "", "--", "run"}, "runlet-job: make: --folder '': it is empty\n", 1);
   expectRefused({"--", ""}, "runlet-job: make: COMMAND '': it is empty\n", 1);
   expectRefused({"--", "run", "say \"hi\""},
-                "runlet-job: make: COMMAND 'say \"hi\"': it has to be in double quotes ('say "
-                "\"hi\"' in task 1) and holds one itself ('say \"hi\"' in task 1), which cannot be "
-                "written: there it ends the word\n",
+                "runlet-job: make: COMMAND 'say \"hi\"': it needs double quotes ('say "
+                "\"hi\"' in task 1) but contains one itself ('say \"hi\"' in task 1), which would "
+                "end the word\n",
                 1);
 }
 
 TEST_F(Make, RefusesWhatCheckFindsAnErrorIn) {
   const std::string head =
-      "runlet-job: make: no job is written, for it would not run as asked:\nstandard output:";
+      "runlet-job: make: no job written, since it would not run as intended:\nstandard output:";
   const std::vector<std::pair<Strings, std::string>> rows = {
       {{"--", "run %tq"}, "3:21: error RJ060: %tq: "},
       {{"--", "run", "%tq"}, "3:21: error RJ060: %tq: "},
@@ -247,7 +249,7 @@ TEST_F(Make, NeedsACommandLineThatIsRight) {
                 "runlet-job: --umask: At Most 1 required but received 2" + help, 2);
 }
 
-TEST_F(Make, TellsAFileThatCannotBeRead) {
+TEST_F(Make, ReportsAFileThatCannotBeRead) {
   expectRefused({"--tasks", "none.tsv", "--", "run"},
                 "runlet-job: make: --tasks none.tsv: No such file or directory\n", 2);
 }
@@ -255,7 +257,7 @@ TEST_F(Make, TellsAFileThatCannotBeRead) {
 TEST_F(Make, LeavesTheFileAsItWasWhenItRefuses) {
   folder_.write("job.xml", "old");
   expectRefused({"-o", "job.xml", "--frames", "x", "--", "run"},
-                "runlet-job: make: --frames x: x: that is no frame, FIRST-LAST or "
+                "runlet-job: make: --frames x: x: expected FRAME, FIRST-LAST or "
                 "FIRST-LASTxSTEP\n",
                 1);
   EXPECT_EQ(make({"-o", "job.xml", "--", "run %t"}).output, "");
@@ -277,7 +279,7 @@ TEST_F(Make, LeavesTheFileAsItWasOnAFullDisk) {
       "/bin/sh", "-c",
       "printf old > job.xml; \"$0\" make --user 1234 -o job.xml --param \"a=$1\" -- run %jp1; "
       "echo $?; ls -A; cat job.xml",
-      RUNLET_JOB, std::string(1999, 'a')};
+      toolPath, std::string(1999, 'a')};
   for (const char* name : {"b", "c", "d", "e"}) {
     options.arguments[2].insert(options.arguments[2].find(" -- "),
                                 std::string(" --param \"") + name + "=$1\"");
@@ -292,26 +294,26 @@ TEST_F(Make, LeavesTheFileAsItWasOnAFullDisk) {
       << result.error;
 }
 
-TEST_F(Make, TellsThatTheOutputIsFull) {
+TEST_F(Make, ReportsAFullOutput) {
   const ProcessResult result =
       make({"--", "run"}, [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); });
-  EXPECT_EQ(result.error, "runlet-job: cannot write: No space left on device\n");
+  EXPECT_EQ(result.error, "runlet-job: cannot write to standard output: No space left on device\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
-TEST_F(Make, TellsThatItHasNoRoomToLook) {
+TEST_F(Make, ReportsThatItCannotCheck) {
   const ProcessResult result = make({"--frames", "1-250000", "--", "run"}, [] {
-    constexpr rlim_t size = 4 << 20;  // the counters of a test of coverage have room
+    constexpr rlim_t size = 4 << 20;  // enough for coverage counters
     const rlimit tight{.rlim_cur = size, .rlim_max = size};
     std::signal(SIGXFSZ, SIG_IGN);
     if (setrlimit(RLIMIT_FSIZE, &tight) != 0) _exit(95);
   });
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.error, "runlet-job: make: the job cannot be looked at: File too large\n");
+  EXPECT_EQ(result.error, "runlet-job: make: cannot check the job: File too large\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
-TEST_F(Make, WritesTheFileAnew) {
+TEST_F(Make, ReplacesTheFile) {
   folder_.write("job.xml", std::string(9999, 'x'), 0600);
   const ProcessResult result = make({"-o", "job.xml", "--", "run"});
   EXPECT_EQ(result.output, "");

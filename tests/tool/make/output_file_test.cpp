@@ -1,6 +1,6 @@
-// Files that are written whole or not at all.
+// Writing files atomically.
 
-#include "tool/make/output_file.h"
+#include "tool/system/output_file.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -24,7 +24,7 @@
 
 #include "adapter_test.h"
 #include "temp_folder.h"
-#include "tool/make/output_place.h"
+#include "tool/system/output_place.h"
 
 namespace runlet_tool {
 namespace {
@@ -68,7 +68,7 @@ void makeSocket(const std::string& path) {
   close(socket);
 }
 
-// What writeFile yields in a process of that user.
+// The result of writeFile in a process of that user.
 std::string reasonFor(unsigned user, const std::string& path) {
   int ends[2];
   if (pipe(ends) != 0) return "no pipe";
@@ -127,7 +127,7 @@ TEST(OutputFile, MayHaveTheLongestName) {
   EXPECT_EQ(readFile(folder.file(name)), "text");
 }
 
-TEST(OutputFile, TellsWhyItCannotBeWritten) {
+TEST(OutputFile, ReportsWhyItCannotBeWritten) {
   const TempFolder folder;
   folder.write("file", "text");
   std::filesystem::create_symlink("loop", folder.file("loop"));
@@ -158,20 +158,19 @@ TEST(OutputFile, TellsWhyItCannotBeWritten) {
   EXPECT_EQ(readFile(folder.file("file")), "text");
 }
 
-// Never on the system's own devices: where this fails, and root runs the tests, they would be
+// Never on the system's own devices: if this fails while root runs the tests, they would be
 // replaced for everyone.
 TEST(OutputFile, IsNothingButARegularFile) {
   const TempFolder folder;
   Names names = {"pipe", "socket"};
   ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
   makeSocket(folder.file("socket"));
-  const std::string end = ", and only a regular file is replaced";
-  EXPECT_EQ(writeFile(folder.file("pipe"), "text"), "that is a pipe" + end);
-  EXPECT_EQ(writeFile(folder.file("socket"), "text"), "that is a socket" + end);
-  // one that takes all that is written to it, where the machine lets us have it
+  EXPECT_EQ(writeFile(folder.file("pipe"), "text"), "not a regular file but a pipe");
+  EXPECT_EQ(writeFile(folder.file("socket"), "text"), "not a regular file but a socket");
+  // a device like /dev/null, if the machine lets us create one
   if (mknod(folder.file("device").c_str(), S_IFCHR | 0600, makedev(1, 3)) == 0) {
     names.insert("device");
-    EXPECT_EQ(writeFile(folder.file("device"), "text"), "that is a device" + end);
+    EXPECT_EQ(writeFile(folder.file("device"), "text"), "not a regular file but a device");
     EXPECT_TRUE(std::filesystem::is_character_file(folder.file("device")));
   }
   EXPECT_TRUE(std::filesystem::is_fifo(folder.file("pipe")));
@@ -205,13 +204,14 @@ TEST(OutputFile, OfAnotherUserIsNotTaken) {
   folder.makeFolder("shared", 0777);
   const std::string path = folder.write("shared/job.xml", "old", 0666);
   EXPECT_EQ(reasonFor(one, path),
-            "its owner and group cannot be kept: " + std::string(std::strerror(EPERM)));
+            "cannot keep its owner and group: " + std::string(std::strerror(EPERM)));
   EXPECT_EQ(readFile(path), "old");
   EXPECT_EQ(ownerOf(path), std::make_pair(0U, 0U));
   EXPECT_EQ(filesIn(folder.file("shared")), Names{"job.xml"});
 }
 
-// Whoever may write to a folder that root's jobs go to could have any file of root's replaced.
+// Anyone who may write to a folder for root's jobs could otherwise have any file of root's
+// replaced.
 TEST(OutputFile, IsNotWhereALinkOfAnotherUserLeads) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -242,12 +242,12 @@ TEST(OutputFile, IsWhereALinkOfTheCallersOrOfRootsLeads) {
   EXPECT_EQ(ownerOf(folder.file("real/job.xml")), std::make_pair(one, one));
 }
 
-// One of root's that another user has moved, or given a second name.
+// A link of root's that another user has moved, or hard-linked.
 TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
   REQUIRE_ROOT();
   const TempFolder folder;
   const std::string target = folder.write("target.xml", "old");
-  const std::string refusal = " is where others may have put it, and is not followed";
+  const std::string refusal = " is in a place that others can write to, and is not followed";
   const struct {
     const char* folder;
     unsigned owner;
@@ -265,7 +265,7 @@ TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
     EXPECT_EQ(writeFile(place + "/link", "text"), row.isFollowed ? "" : "the link link" + refusal)
         << row.folder;
   }
-  // Their folder could be another one's, which they have moved.
+  // Their folder could be another user's, which they have moved.
   folder.makeFolder("theirs/closed");
   makeLink(target, folder.file("theirs/closed/link"), 0);
   EXPECT_EQ(writeFile(folder.file("theirs/closed/link"), "text"), "the link link" + refusal);
@@ -275,14 +275,14 @@ TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
   EXPECT_EQ(writeFile(second, "text"), "the link second" + refusal);
 }
 
-// Empty where there is none, or the file system has no such lists.
+// Empty if there is none, or the file system does not support lists.
 std::string accessList(const std::string& path) {
   char list[1024];
   const ssize_t size = getxattr(path.c_str(), accessListName, list, sizeof list);
   return size < 0 ? "" : std::string(list, static_cast<std::size_t>(size));
 }
 
-// In the mode, what the list gives at most to anybody is in the place of the group's rights.
+// In the mode, the mask of the list replaces the group's permissions.
 TEST(OutputFile, KeepsItsAccessList) {
   struct Entry {
     std::uint16_t tag;
@@ -304,7 +304,7 @@ TEST(OutputFile, KeepsItsAccessList) {
   EXPECT_EQ(modeOf(path), mode);
 }
 
-// In which whoever may write there can remove and rename only what is theirs, as in /tmp.
+// With the sticky bit, as /tmp: users can remove and rename only their own entries.
 TEST(OutputFile, MayBeInAStickyFolder) {
   const TempFolder folder;
   folder.makeFolder("sticky", 01777);
@@ -316,11 +316,11 @@ TEST(OutputFile, MayBeInAStickyFolder) {
   EXPECT_EQ(filesIn(folder.file("sticky")), Names{"job.xml"});
 }
 
-// Of whoever's in it, for root and for an ordinary user.
+// For files of various owners in it, as root and as an ordinary user.
 TEST(OutputFile, InAStickyFolderStaysItsOwners) {
   REQUIRE_ROOT();
   const std::string notTaken =
-      "its owner and group cannot be kept: " + std::string(std::strerror(EPERM));
+      "cannot keep its owner and group: " + std::string(std::strerror(EPERM));
   const struct {
     unsigned owner;
     unsigned user;
@@ -337,8 +337,8 @@ TEST(OutputFile, InAStickyFolderStaysItsOwners) {
     EXPECT_EQ(reasonFor(row.user, path), row.reason);
     EXPECT_EQ(readFile(path), row.reason.empty() ? "text" : "old");
     EXPECT_EQ(ownerOf(path), std::make_pair(row.owner, row.owner));
-    const std::string whose =
-        row.user == two ? "is where others may have put it, and" : "belongs to user 1002 and";
+    const std::string whose = row.user == two ? "is in a place that others can write to, and"
+                                              : "belongs to user 1002 and";
     EXPECT_EQ(reasonFor(row.user, folder.file("sticky/link")),
               "the link link " + whose + " is not followed");
     EXPECT_EQ(ownerOf(path), std::make_pair(row.owner, row.owner));
@@ -364,7 +364,7 @@ TEST(OutputFile, DoesNotGetTheAccessListOfItsFolder) {
   EXPECT_EQ(modeOf(path), 0660);
 }
 
-// As /dev/stdout is one where that is a pipe: there is no such path to rename to.
+// Like /dev/stdout if that is a pipe: there is no such path to rename to.
 TEST(OutputFile, MayBeADescriptor) {
   const TempFolder folder;
   int ends[2];
@@ -424,7 +424,7 @@ TEST(OutputFile, LeavesALinkThatLeadsNowhere) {
   EXPECT_EQ(filesIn(folder.path()), Names{"link"});
 }
 
-// Writes with the longest possible file 100 bytes long.
+// Writes with a file size limit of 100 bytes.
 std::string writeWithLimit(const std::string& path, const std::string& text) {
   rlimit usual{};
   getrlimit(RLIMIT_FSIZE, &usual);

@@ -1,5 +1,5 @@
-// Random jobs through make and back through the adapter's own loader, fill-in and splitter: what
-// arrives is what was meant, byte for byte, and what is refused cannot be carried.
+// Random jobs through make and back through the adapter's own loader, fill-in and splitter: the
+// result equals the intention byte for byte, and only what cannot be represented is refused.
 
 #include <gtest/gtest.h>
 
@@ -14,8 +14,8 @@
 #include "job/parameter_file.h"
 #include "model.h"
 #include "random.h"
-#include "tool/make/make_job.h"
-#include "tool/system/memory_file.h"
+#include "tool/make/writer.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {
@@ -23,7 +23,7 @@ namespace {
 using runlet_model::Random;
 using Strings = std::vector<std::string>;
 
-// What is meant, and the options that ask for it.
+// The intended job, and the options for it.
 struct Wish {
   MakeOptions options;
   Strings names;
@@ -36,7 +36,7 @@ struct Wish {
 
 constexpr char byteOrderMark[] = "\xef\xbb\xbf";
 
-// A text of pieces that are in the way of XML, of braces, of placeholders and of the splitter.
+// A text of pieces that are special to XML, braces, placeholders or the splitter.
 std::string hostileText(Random* random) {
   static const Strings pieces = {"a",
                                  "b",
@@ -85,7 +85,7 @@ std::string hostileText(Random* random) {
   return text;
 }
 
-// The XML pieces are for values; here long numbers would be refused for what they are.
+// The XML pieces are for values; here long numbers would be refused as numbers.
 std::string templateText(Random* random) {
   static const Strings pieces = {"%tn",   "%3tn", "%tp1", "%tp2", "%5tp3", "%tp", "%jp1",
                                  "%2jp2", "%jp3", "%jp9", "%%",   "%",     "%7",  "-f",
@@ -164,13 +164,13 @@ Wish randomWish(Random* random) {
 }
 
 std::string taskText(const Strings& tasks) {
-  // One that the first field begins with needs another in front of it.
+  // If the first field begins with one, another must precede it.
   std::string text = tasks.front().starts_with(byteOrderMark) ? byteOrderMark : "";
   for (const std::string& task : tasks) text.append(task).append("\n");
   return text;
 }
 
-// The number of bytes that a character with that code point takes in UTF-8.
+// The length of that code point in UTF-8.
 std::size_t lengthOf(std::uint32_t point) {
   return point < 0x80 ? 1 : point < 0x800 ? 2 : point < 0x10000 ? 3 : 4;
 }
@@ -181,7 +181,7 @@ bool isXmlCharacter(std::uint32_t point) {
          (point >= 0x10000 && point < 0x110000);
 }
 
-// Whether the text is made of characters of XML 1.0, each in its only form.
+// Whether the text is valid UTF-8 of XML 1.0 characters.
 bool isXmlText(const std::string& text) {
   for (std::size_t at = 0; at < text.size();) {
     const auto first = static_cast<unsigned char>(text[at]);
@@ -211,9 +211,9 @@ runlet_model::Lists listsOf(const Wish& wish) {
   return {.taskList = wish.tasks, .paramNames = wish.names, .paramValues = wish.values};
 }
 
-constexpr char mark = '\x1f';  // that no word may have: XML has no such character
+constexpr char mark = '\x1f';  // cannot be in a word: XML does not allow it
 
-// The words of a task, expanded together with a mark between them.
+// The words of a task, expanded together, separated by marks.
 bool expandWords(const Wish& wish, std::int32_t task, Strings* words) {
   std::string pattern;
   for (const std::string& word : wish.options.command) pattern += word + mark;
@@ -232,7 +232,7 @@ bool mustBeQuoted(const std::string& word) {
   return word.empty() || word.find(' ') != std::string::npos;
 }
 
-// The words of all tasks, which can be written if no place needs what its words rule out.
+// Whether the words of all tasks can be written: no word both needs quotes and rules them out.
 bool canWriteWords(const Wish& wish) {
   const std::size_t count = wish.options.command.size();
   std::vector<bool> quoted(count);
@@ -293,7 +293,7 @@ bool canCarryText(const std::optional<std::string>& text) {
   return !text || (isXmlText(*text) && text->find_first_not_of(" \t\r\n") != std::string::npos);
 }
 
-// A relative folder is found once only, unless it leads upwards alone.
+// A relative folder is found only once, unless it only leads upwards.
 bool canCarryFolder(const Wish& wish) {
   const std::optional<std::string>& folder = wish.options.folder;
   if (!canCarryText(folder)) return false;
@@ -367,7 +367,7 @@ TEST(MakeRoundTrip, BringsEveryValueBackOrRefusesWhatCannotBeCarried) {
     if (isMade) expectArrival(job.text, wish);
     ++(isMade ? made : refused);
   }
-  // Both have to be put to the test.
+  // Both cases must occur.
   EXPECT_GT(made, 2000);
   EXPECT_GT(refused, 500);
 }

@@ -1,11 +1,9 @@
-// What make would find in a job file that is not what it meant.
-
-#include "tool/make/self_check.h"
+// How make's self-check reports a job file that differs from the intended job.
 
 #include <gtest/gtest.h>
 
 #include "temp_folder.h"
-#include "tool/make/job_xml.h"
+#include "tool/make/writer.h"
 
 namespace runlet_tool {
 namespace {
@@ -29,7 +27,7 @@ runlet::AdapterContext meantJob() {
   return job;
 }
 
-// What is found where `written` was meant to be meantJob() with those words.
+// The complaint if `written` was intended to be meantJob() with those words.
 std::string foundIn(const runlet::AdapterContext& written, const std::string& argumentTemplate,
                     const Strings& words) {
   const runlet_test::TempFolder folder;
@@ -72,11 +70,11 @@ TEST(SelfCheck, ComparesTheFields) {
   for (const Change change : changes) {
     runlet::AdapterContext job = meantJob();
     change(&job);
-    EXPECT_EQ(foundIn(job, "x", {"x"}), "the job would not arrive as it is meant");
+    EXPECT_EQ(foundIn(job, "x", {"x"}), "the job would not be loaded as intended");
   }
 }
 
-TEST(SelfCheck, TellsWhatTheAdapterWouldSay) {
+TEST(SelfCheck, ReportsInTheAdaptersWords) {
   EXPECT_EQ(foundIn(meantJob(), "", {"x"}), "Runlet adapter: Strip brace failed.");
 }
 

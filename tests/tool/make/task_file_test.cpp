@@ -1,6 +1,4 @@
-// Task files: a task for each line, and what is refused.
-
-#include "tool/make/task_file.h"
+// Task files: one task per line, and what is refused.
 
 #include <gtest/gtest.h>
 
@@ -10,6 +8,8 @@
 #include <vector>
 
 #include "temp_folder.h"
+#include "tool/make/tasks.h"
+#include "tool/text/quoting.h"
 
 namespace runlet_tool {
 namespace {
@@ -61,20 +61,20 @@ TEST(TaskFile, RefusesLines) {
   using namespace std::string_literals;
   const std::string shownLine(60, 'a');
   const std::vector<BadRow> rows = {
-      {"an empty first line", "\n", ":1: '': an empty line is no task"},
-      {"an empty line", "a\n\nb\n", ":2: '': an empty line is no task"},
-      {"an empty line of CR LF", "a\r\n\r\n", ":2: '': an empty line is no task"},
-      {"an empty line at the end", "a\n\n", ":2: '': an empty line is no task"},
+      {"an empty first line", "\n", ":1: '': empty line"},
+      {"an empty line", "a\n\nb\n", ":2: '': empty line"},
+      {"an empty line of CR LF", "a\r\n\r\n", ":2: '': empty line"},
+      {"an empty line at the end", "a\n\n", ":2: '': empty line"},
       {"an empty last field", "a\nb\t\n",
-       ":2: $'b\\011': the last field is empty and would read as \"Undefined\""},
+       ":2: $'b\\011': the last field is empty and would be read as \"Undefined\""},
       {"empty fields alone", "\t\n",
-       ":1: $'\\011': the last field is empty and would read as \"Undefined\""},
+       ":1: $'\\011': the last field is empty and would be read as \"Undefined\""},
       {"an empty last field in CR LF", "b\t\r\n",
-       ":1: $'b\\011': the last field is empty and would read as \"Undefined\""},
+       ":1: $'b\\011': the last field is empty and would be read as \"Undefined\""},
       {"a long line", std::string(2000, 'a') + "\n",
-       ":1: " + shownLine + "...: 2000 bytes are too long, 1999 is the most"},
-      {"CR in a line", "a\rb\n", ":1: $'a\\015b': CR in the middle of a line"},
-      {"CR at the end of the file", "a\r", ":1: $'a\\015': CR in the middle of a line"},
+       ":1: " + shownLine + "...: 2000 bytes; the limit is 1999"},
+      {"CR in a line", "a\rb\n", ":1: $'a\\015b': CR inside the line"},
+      {"CR at the end of the file", "a\r", ":1: $'a\\015': CR inside the line"},
       {"NUL", "a\0b\n"s, ":1: $'a\\000b': XML has no character U+0000, at byte 2"},
       {"a control character", "ok\na\x1b[m\n",
        ":2: $'a\\033[m': XML has no character U+001B, at byte 2"},
@@ -101,12 +101,12 @@ TEST(TaskFile, RefusesAFileWithoutATask) {
     Complaint complaint;
     const std::string path = folder.write("tasks.tsv", text);
     EXPECT_FALSE(readTaskFile(path, &tasks, &complaint));
-    EXPECT_EQ(complaint.text, "--tasks " + path + ": no line, so no task");
+    EXPECT_EQ(complaint.text, "--tasks " + path + ": the file is empty");
     EXPECT_EQ(complaint.status, exitFailing);
   }
 }
 
-TEST(TaskFile, TellsWhyItCannotBeRead) {
+TEST(TaskFile, ReportsWhyItCannotBeRead) {
   const TempFolder folder;
   runlet::StringList tasks;
   Complaint complaint;
@@ -118,7 +118,7 @@ TEST(TaskFile, TellsWhyItCannotBeRead) {
   EXPECT_EQ(complaint.status, exitUnreadable);
 }
 
-constexpr char tooLarge[] = ": more than 128 MiB, so more than a job may have";
+constexpr char tooLarge[] = ": larger than 128 MiB, the limit for a job file";
 
 TEST(TaskFile, RefusesMoreThanAJobMayHave) {
   const TempFolder folder;
@@ -131,8 +131,8 @@ TEST(TaskFile, RefusesMoreThanAJobMayHave) {
   EXPECT_EQ(complaint.status, exitUnreadable);
   std::filesystem::resize_file(path, maxTaskFileSize);
   EXPECT_FALSE(readTaskFile(path, &tasks, &complaint));
-  EXPECT_EQ(complaint.text, path + ":1: " + shown(std::string(60, '\0')) +
-                                "...: 134217728 bytes are too long, 1999 is the most");
+  EXPECT_EQ(complaint.text, path + ":1: " + shortShellWord(std::string(60, '\0')) +
+                                "...: 134217728 bytes; the limit is 1999");
   EXPECT_TRUE(tasks.empty());
 }
 
@@ -152,8 +152,7 @@ TEST(TaskFile, IsNoDevice) {
   Complaint complaint;
   for (const std::string path : {"/dev/zero", "/dev/null"}) {
     EXPECT_FALSE(readTaskFile(path, &tasks, &complaint));
-    EXPECT_EQ(complaint.text,
-              "--tasks " + path + ": that is a device, and only a file or a pipe is read");
+    EXPECT_EQ(complaint.text, "--tasks " + path + ": a device; expected a file or a pipe");
     EXPECT_EQ(complaint.status, exitUnreadable);
   }
 }

@@ -1,8 +1,8 @@
-// Words of a command in a template: where they get quotes, and which cannot be written.
-
-#include "tool/make/word_quoting.h"
+// Words of a command in a template: which get quotes, and which cannot be written.
 
 #include <gtest/gtest.h>
+
+#include "tool/make/quoting.h"
 
 namespace runlet_tool {
 namespace {
@@ -34,7 +34,7 @@ TEST(WordQuoting, PutsQuotesWhereTheyAreNeeded) {
       {{"my tool", "b"}, {"x"}, {}, "\"my tool\" b"},
       // no space, no quotes
       {{"run", "a\tb\nc", "'x'", "$HOME", "a\\"}, {"x"}, {}, "run a\tb\nc 'x' $HOME a\\"},
-      // a double quote inside a word is one
+      // a double quote inside a word is ordinary
       {{"run", "5\"", "a=\"b\""}, {"x"}, {}, "run 5\" a=\"b\""},
       {{"run", "%tp1"}, {"x", "y"}, {}, "run %tp1"},
       {{"run", "%tp1"}, {"x", "y z"}, {}, "run \"%tp1\""},
@@ -44,11 +44,11 @@ TEST(WordQuoting, PutsQuotesWhereTheyAreNeeded) {
       {{"run", "-s=%jp1", "%tn"}, {"x"}, {""}, "run -s=%jp1 %tn"},
       {{"run", "%", "%5"}, {"x"}, {}, "run \"%\" \"%5\""},
       {{"run", "50%", "%%"}, {"x"}, {}, "run 50% %%"},
-      // a width goes on with the digits of an earlier word: the words are not looked at one by one
+      // a width continues with the digits of an earlier word: words are not expanded separately
       {{"run", "%tp12", "%3tp1"}, {"x"}, {}, "run %tp12 %3tp1"},
-      // digits beyond 32 bits make the width negative, which puts spaces behind the number
+      // digits beyond 32 bits make the width negative, which puts spaces after the number
       {{"run", "%4294967290tn"}, {"x"}, {}, "run \"%4294967290tn\""},
-      // no task of these can be started: they stay as they are, for others to find
+      // no task of these can be started: they are left for check to find
       {{"run", "%tx", "a b"}, {"x"}, {}, "run %tx a b"},
   };
   for (const Row& row : rows) {
@@ -65,38 +65,38 @@ TEST(WordQuoting, RefusesWhatCannotBeWritten) {
       {{"run", "\"a"},
        {"x"},
        {},
-       "COMMAND '\"a': it begins with a double quote ('\"a' in task 1), which cannot be written: "
-       "there it begins a quoted word"},
+       "COMMAND '\"a': it begins with a double quote ('\"a' in task 1), which would start "
+       "a quoted word"},
       {{"run", "\""},
        {"x"},
        {},
-       "COMMAND '\"': it begins with a double quote ('\"' in task 1), which cannot be written: "
-       "there it begins a quoted word"},
+       "COMMAND '\"': it begins with a double quote ('\"' in task 1), which would start "
+       "a quoted word"},
       {{"run", "a \"b"},
        {"x"},
        {},
-       "COMMAND 'a \"b': it has to be in double quotes ('a \"b' in task 1) and holds one itself "
-       "('a \"b' in task 1), which cannot be written: there it ends the word"},
+       "COMMAND 'a \"b': it needs double quotes ('a \"b' in task 1) but contains one itself "
+       "('a \"b' in task 1), which would end the word"},
       {{"run", "%tp1"},
        {"x", "\"y"},
        {},
-       "COMMAND %tp1: it begins with a double quote ('\"y' in task 2), which cannot be written: "
-       "there it begins a quoted word"},
+       "COMMAND %tp1: it begins with a double quote ('\"y' in task 2), which would start "
+       "a quoted word"},
       {{"run", "%tp1"},
        {"x\"", "x", "y z"},
        {},
-       "COMMAND %tp1: it has to be in double quotes ('y z' in task 3) and holds one itself "
-       "('x\"' in task 1), which cannot be written: there it ends the word"},
+       "COMMAND %tp1: it needs double quotes ('y z' in task 3) but contains one itself "
+       "('x\"' in task 1), which would end the word"},
       {{"run", "%tp2\"%tp1"},
        {"b\t\tc"},
        {},
-       "COMMAND '%tp2\"%tp1': it begins with a double quote ('\"b' in task 1), which cannot be "
-       "written: there it begins a quoted word"},
+       "COMMAND '%tp2\"%tp1': it begins with a double quote ('\"b' in task 1), which would "
+       "start a quoted word"},
       {{"run", "%jp1"},
        {"x"},
        {"a\" b"},
-       "COMMAND %jp1: it has to be in double quotes ('a\" b' in task 1) and holds one itself "
-       "('a\" b' in task 1), which cannot be written: there it ends the word"},
+       "COMMAND %jp1: it needs double quotes ('a\" b' in task 1) but contains one itself "
+       "('a\" b' in task 1), which would end the word"},
   };
   for (const Row& row : rows) {
     const runlet::AdapterContext job = jobOf(row.words, row.tasks, row.values);

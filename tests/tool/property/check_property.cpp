@@ -1,4 +1,5 @@
-// What runlet-job check finds in random jobs, held against whether the adapter starts their tasks.
+// The findings of runlet-job check in random jobs, compared with whether the adapter starts their
+// tasks.
 
 #include <unistd.h>
 
@@ -12,8 +13,8 @@ namespace {
 
 using Json = nlohmann::json;
 
-// Errors for their danger: the user or group is root's without saying so, and the path that chmod
-// is run on means something to the shell. The task may start all the same.
+// Errors because of danger: the user or group is root without being a plain 0, or the path for
+// chmod is special to the shell. The task may start nevertheless.
 bool isOfDanger(const std::string& code) {
   return code == "RJ034" || code == "RJ076";
 }
@@ -88,7 +89,7 @@ class CheckComparison {
     return countOf(cannotExecute, adapter_.error) == 0 ? "all start" : "a task is not executed";
   }
 
-  // Whether it was for want of a folder, a user, a group or a program.
+  // Whether a folder, user, group or program was missing.
   bool wasTheMachine() const {
     const std::string& error = adapter_.error;
     if (adapter_.status == "exit 0") {
@@ -103,7 +104,7 @@ class CheckComparison {
     return last.find("Could not set working folder : '/") != std::string::npos;
   }
 
-  // The check answers for an adapter of root that may become everybody.
+  // The check assumes an adapter that is run by root and may switch to anybody.
   bool lacksRights() const {
     const bool isId = adapter_.error.find("Cannot set gid ") != std::string::npos ||
                       adapter_.error.find("Cannot set uid ") != std::string::npos;
@@ -122,19 +123,20 @@ class CheckComparison {
   }
 
   void showBoth() {
-    trial_.differences += "--- adapter, " + adapter_.status + ":\n" + visible(adapter_.output) +
-                          "\n--- its standard error:\n" + visible(adapter_.error) +
-                          "\n--- runlet-job, " + describeStatus(tool_.waitStatus) + ":\n" +
-                          visible(tool_.output) + visible(tool_.error) + "\n";
+    trial_.differences += "--- adapter, " + adapter_.status + ":\n" +
+                          visibleLines(adapter_.output) + "\n--- its standard error:\n" +
+                          visibleLines(adapter_.error) + "\n--- runlet-job, " +
+                          describeStatus(tool_.waitStatus) + ":\n" + visibleLines(tool_.output) +
+                          visibleLines(tool_.error) + "\n";
     for (const std::string& command : adapter_.shellCommands.value_or(Strings())) {
-      trial_.differences += "--- to the shell: " + visible(command) + "\n";
+      trial_.differences += "--- to the shell: " + visibleLines(command) + "\n";
     }
   }
 
   const ProcessResult tool_;
   const AdapterRun adapter_;
   const bool withHost_;
-  bool hasReason_ = false;  // an error that keeps a task from being started
+  bool hasReason_ = false;  // an error that prevents a task from being started
   Trial trial_;
 };
 

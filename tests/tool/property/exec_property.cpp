@@ -1,5 +1,4 @@
-// What becomes of the tasks of random jobs through runlet-job exec, held against what the adapter
-// makes of them.
+// The tasks of random jobs run by runlet-job exec, compared with the adapter.
 
 #include <unistd.h>
 
@@ -13,7 +12,7 @@ namespace {
 constexpr char cannotExecute[] = "Runlet adapter: Cannot execute command:'";
 constexpr char codeLine[] = "Runlet adapter: Process exit abnormally,Exit code is ";
 
-// The exit code that the adapter's last line tells, and that line cut off. 0 without one.
+// Removes the adapter's last line and returns the exit code in it; 0 without one.
 int cutCode(std::string* error) {
   const std::size_t at = error->rfind(codeLine);
   if (at == std::string::npos) return 0;
@@ -22,7 +21,8 @@ int cutCode(std::string* error) {
   return code & 0xff;
 }
 
-// Cuts the adapter's second line about a task out of `output`. Where it stood; none without it.
+// Removes the adapter's second line about a task from `output`, and returns its position; no value
+// without it.
 std::optional<std::size_t> cutAnnouncement(std::string* output, std::string* pid) {
   const std::string before = "[ServerMessage]ProcessStarted processId=";
   const std::size_t at = output->rfind(before);
@@ -33,8 +33,8 @@ std::optional<std::size_t> cutAnnouncement(std::string* output, std::string* pid
   return at;
 }
 
-// Whether `output` is the line that ends at `at` in `adapters`, and then all the rest of that: a
-// quick child may have written in front of the line.
+// Whether `output` is the line that ends at `at` in `adapters`, followed by all the rest of that: a
+// quick child may have written before the line.
 bool isLineFirst(const std::string& output, const std::string& adapters, std::size_t at) {
   for (std::size_t length = at; length > 0; --length) {
     const std::size_t start = at - length;
@@ -55,7 +55,7 @@ class ExecComparison {
         error_(adapter_.result.error),
         at_(cutAnnouncement(&output_, &pid_)) {}
 
-  // False when the tasks behind this one cannot come to anything else.
+  // False if later tasks cannot have a different result.
   bool compare(Trial* trial) {
     trial_ = trial;
     if (isDanger()) {
@@ -72,11 +72,11 @@ class ExecComparison {
   }
 
  private:
-  // What the adapter does and exec does not: an id that comes to root unsaid, and a chmod of root's
-  // with a text of the job's that leads elsewhere.
+  // What exec refuses but the adapter does: an id that is root without being a plain 0, and root's
+  // chmod of a path from the job that leads elsewhere.
   bool isDanger() const {
     const std::string& error = exec_.result.error;
-    return error.starts_with("runlet-job: the task is not started: ") ||
+    return error.starts_with("runlet-job: task not started: ") ||
            error.starts_with("runlet-job: -a ");
   }
 
@@ -84,11 +84,11 @@ class ExecComparison {
     mark("danger");
     const std::string& error = exec_.result.error;
     const std::string id = error.find(" uid of ") != std::string::npos ? "uid" : "gid";
-    const std::string ofId = "runlet-job: the task is not started: the " + id + " of " +
+    const std::string ofId = "runlet-job: task not started: the " + id + " of " +
                              scene_.fullJobFile() +
-                             " is root's without saying so; see: runlet-job explain RJ034\n";
+                             " means root but is not a plain 0; see: runlet-job explain RJ034\n";
     const bool isOfPath = error.find(": with -a ") != std::string::npos ||
-                          error.find(" has to be a full path\n") != std::string::npos;
+                          error.find(" needs a full path\n") != std::string::npos;
     expect(isOfPath ? geteuid() == 0 && !scene_.isUnprivileged() : error == ofId, "standard error");
     expect(exec_.result.output.empty() && exec_.children.empty() && exec_.shellCommands.empty(),
            "something was done");
@@ -107,9 +107,9 @@ class ExecComparison {
 
   void compareRefused() {
     const bool isNamed = !scene_.jobFile().empty();
-    const std::string nothing = "runlet-job: The path of the job file is empty.\n";
+    const std::string nothing = "runlet-job: the path of the job file is empty\n";
     const bool isWhole = error_.ends_with("\n");
-    mark(output_.empty() ? "refused" : "refused behind the line");
+    mark(output_.empty() ? "refused" : "refused after the line");
     expectAll(output_, !isNamed ? nothing : isWhole ? error_ : error_ + "\n", "exit 125");
   }
 
@@ -118,7 +118,7 @@ class ExecComparison {
     expect(output_.empty() && error_.empty(), "the adapter says something about no task");
     const std::string count = std::to_string(number_ - 1) + (number_ == 2 ? " task" : " tasks");
     expectAll("",
-              "runlet-job: exec: there is no task " + std::to_string(number_) + " in " +
+              "runlet-job: exec: no task " + std::to_string(number_) + " in " +
                   scene_.fullJobFile() + ", which has " + count + "\n",
               "exit 125");
   }
@@ -127,7 +127,7 @@ class ExecComparison {
     const int code = cutCode(&error_);
     const std::string note = this->note();
     std::string error = exec_.result.error;
-    // Where the system keeps keyrings from the tests, as in some containers.
+    // If the system forbids keyrings, as in some containers.
     const std::size_t keyring = error.find("runlet-job: no session keyring for the task: ");
     if (keyring != std::string::npos) error.erase(keyring, error.find('\n', keyring) + 1 - keyring);
     if (!note.empty()) mark("note");
@@ -142,7 +142,7 @@ class ExecComparison {
     compareEnd(code);
   }
 
-  // The child of the adapter wrote the line too.
+  // The child of the adapter wrote the line as well.
   void compareNotExecuted(int code) {
     const bool isMissing = error_.ends_with(":No such file or directory\n");
     mark(isMissing ? "not found" : "not executable");
@@ -169,7 +169,7 @@ class ExecComparison {
     const std::string user = std::string("\nuser ").append(std::to_string(geteuid())).append(" ");
     const bool isOfAnother =
         geteuid() == 0 && !scene_.isUnprivileged() && text.find(user) == std::string::npos;
-    // Also where it is apart: the file of the counters of coverage then has the next number.
+    // Even if it is separate: the file of the coverage counters then has the next number.
     const std::string_view kept = " and kept";
     const std::size_t place = text.find(kept, text.rfind("\nerror "));
     if (isOfAnother && place != std::string::npos) text.erase(place, kept.size());
@@ -187,7 +187,7 @@ class ExecComparison {
     if (has("umask 0")) mark("no mask");
   }
 
-  // The adapter says nothing of a signal.
+  // The adapter does not report signals.
   void compareEnd(int code) {
     const std::string status = describeStatus(exec_.result.waitStatus);
     if (status.starts_with("signal ")) {
@@ -204,7 +204,7 @@ class ExecComparison {
     }
   }
 
-  // For somebody who is not root and not whom the job names.
+  // For a user who is neither root nor the job's.
   std::string note() const {
     if (!adapter_.group) return "";
     const auto gid = static_cast<std::int32_t>(scene_.isUnprivileged() ? otherId : getegid());
@@ -213,8 +213,8 @@ class ExecComparison {
     std::string wanted = "group " + std::to_string(*adapter_.group);
     if (adapter_.user) wanted = "user " + std::to_string(*adapter_.user) + " and " + wanted;
     return "runlet-job: exec: task " + std::to_string(number_) + " runs as user " +
-           std::to_string(uid) + " and group " + std::to_string(gid) + ", not as the job's " +
-           wanted + ": only root may switch\n";
+           std::to_string(uid) + " and group " + std::to_string(gid) + " instead of the job's " +
+           wanted + ": only root can switch\n";
   }
 
   void expectAll(const std::string& output, const std::string& error, const std::string& status) {
@@ -235,16 +235,16 @@ class ExecComparison {
 
   void showBoth(const std::string& status) {
     trial_->differences += "--- task " + std::to_string(number_) + "\n--- adapter, " + status +
-                           ":\n" + visible(adapter_.result.output) + "\n--- its standard error:\n" +
-                           visible(adapter_.result.error) + "\n--- exec, " +
-                           describeStatus(exec_.result.waitStatus) + ":\n" +
-                           visible(exec_.result.output) + "\n--- its standard error:\n" +
-                           visible(exec_.result.error) + "\n";
+                           ":\n" + visibleLines(adapter_.result.output) +
+                           "\n--- its standard error:\n" + visibleLines(adapter_.result.error) +
+                           "\n--- exec, " + describeStatus(exec_.result.waitStatus) + ":\n" +
+                           visibleLines(exec_.result.output) + "\n--- its standard error:\n" +
+                           visibleLines(exec_.result.error) + "\n";
     for (const auto& [pid, child] : adapter_.children) {
       trial_->differences += "--- child of the adapter:\n" + child.text;
     }
     for (const std::string& command : adapter_.shellCommands) {
-      trial_->differences += "--- to the shell: " + visible(command) + "\n";
+      trial_->differences += "--- to the shell: " + visibleLines(command) + "\n";
     }
   }
 
@@ -252,11 +252,11 @@ class ExecComparison {
   const std::int32_t number_;
   const TaskRun adapter_;
   const TaskRun exec_;
-  // The adapter's, with what only the adapter says cut out.
+  // The adapter's, without what only the adapter writes.
   std::string output_;
   std::string error_;
   std::string pid_;
-  const std::optional<std::size_t> at_;  // where the line about the process stood
+  const std::optional<std::size_t> at_;  // the position of the line about the process
   Trial* trial_ = nullptr;
 };
 
@@ -287,7 +287,7 @@ TEST_F(ExecProperty, BecomesWhatTheAdapterWouldStart) {
            {"not found", 60},
            {"note", 10},
            {"refused", 300},
-           {"refused behind the line", 10},
+           {"refused after the line", 10},
            {"signal", 70},
            {"another user", geteuid() == 0 ? 100U : 0U}});
 }

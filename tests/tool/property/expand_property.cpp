@@ -1,4 +1,4 @@
-// What runlet-job expand says of random jobs, held against what the adapter does with them.
+// The output of runlet-job expand for random jobs, compared with what the adapter does.
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ bool isUtf8(const std::string& text) {
   return true;
 }
 
-// The bytes that the characters of `text`, U+0000 to U+00FF, stand for.
+// The bytes represented by the characters of `text`, U+0000 to U+00FF.
 std::string bytesOf(const std::string& text) {
   std::string bytes;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -56,7 +56,7 @@ class Texts {
     return texts;
   }
 
-  // Whether the strings are bytes exactly where one of them is not UTF-8.
+  // Whether the strings are encoded as bytes exactly if one of them is not UTF-8.
   bool hasRightBytes() const {
     bool allUtf8 = true;
     for (const auto& [key, value] : object_.items()) {
@@ -78,7 +78,7 @@ class Texts {
   bool inBytes_;
 };
 
-// What a message that ends a request is about.
+// The kind of a message that ends a request.
 std::string nameOf(const std::string& message) {
   struct Name {
     const char* part;
@@ -185,13 +185,13 @@ class ExpandComparison {
 
   void compareNotReached(const Json& task) {
     mark("not reached");
-    expect(task.at("outcome") == "notReached", "outcome behind the end");
+    expect(task.at("outcome") == "notReached", "outcome after the end");
     for (const char* key : {"folder", "chmod", "calling", "commandLine", "argv", "message"}) {
       expect(task.at(key).is_null(), std::string(key) + " of a task that is not reached");
     }
   }
 
-  // Within the report itself.
+  // Consistency of the report itself.
   void compareTexts(const Json& task, const Texts& texts) {
     expect(texts.at("folder").has_value(), "folder");
     const auto line = texts.at("commandLine");
@@ -229,12 +229,13 @@ class ExpandComparison {
     if (isScript(words)) return compareInterpreter(child, words);
     expect(child.arguments == words, "argument vector");
     if (child.arguments != words) {
-      for (const std::string& word : child.arguments) differ("  of the child: " + visible(word));
+      for (const std::string& word : child.arguments)
+        differ("  of the child: " + visibleLines(word));
     }
     expect(child.folder == folder_, "folder of the child: " + child.folder);
   }
 
-  // The recorder that a script names in its first line has paths in front of the arguments.
+  // If a script names the recorder in its first line, paths precede the arguments.
   void compareInterpreter(const RecordedChild& child, const Strings& words) {
     mark("an interpreter");
     const bool isEnd = !words.empty() && words.size() < child.arguments.size() &&
@@ -242,7 +243,7 @@ class ExpandComparison {
     expect(isEnd, "argument vector of an interpreter");
   }
 
-  // A script, or a program that the machine does not have.
+  // A script, or a program that does not exist.
   void compareUnrecorded(const Texts& texts) {
     const std::string line = texts.at("commandLine").value_or("");
     const std::string message = "Runlet adapter: Cannot execute command:'" + line + "':";
@@ -264,7 +265,7 @@ class ExpandComparison {
     const bool isRefused = outcome == "refused";
     expect(isRefused ? adapter_.wasRefused() : adapter_.wasAborted(), outcome);
     expect(adapter_.error.ends_with(message) || adapter_.error.ends_with(message + "\n"),
-           "message: " + visible(message));
+           "message: " + visibleLines(message));
     if (texts.at("calling")) {
       passCalling(texts, "");
       passChmod(texts);
@@ -287,7 +288,7 @@ class ExpandComparison {
     return isUnknown || (isId && end.find(" -1: No such") == std::string::npos);
   }
 
-  // Whether only the machine knows if there is such a folder.
+  // Whether only the machine can tell if the folder exists.
   bool isLookedFor(const std::string& folder) const {
     const bool isFirst = next_ == 0;
     const bool isJobFile = folder == scene_.jobFile();
@@ -303,14 +304,14 @@ class ExpandComparison {
     passChmod(texts);
   }
 
-  // The line stands in front of `announcement`, or at the end.
+  // The line comes before `announcement`, or at the end.
   void passCalling(const Texts& texts, const std::string& announcement) {
     const std::string calling = texts.at("calling").value_or("no calling");
     ++calling_;
     const std::string line = calling + "\n" + announcement;
     const bool isThere = announcement.empty() ? adapter_.output.ends_with(line)
                                               : adapter_.output.find(line) != std::string::npos;
-    expect(isThere, visible(line));
+    expect(isThere, visibleLines(line));
   }
 
   void passChmod(const Texts& texts) {
@@ -328,7 +329,7 @@ class ExpandComparison {
 
   void passError(const std::string& message) {
     const std::size_t at = adapter_.error.find(message, errorAt_);
-    expect(at != std::string::npos, "message: " + visible(message));
+    expect(at != std::string::npos, "message: " + visibleLines(message));
     if (at != std::string::npos) errorAt_ = at + message.size();
   }
 
@@ -353,14 +354,14 @@ class ExpandComparison {
   }
 
   void showBoth() {
-    trial_.differences += "--- range: " + (range_.first ? std::to_string(*range_.first) : "") +
-                          " " + (range_.count ? std::to_string(*range_.count) : "") +
-                          "\n--- adapter, " + adapter_.status + ":\n" + visible(adapter_.output) +
-                          "\n--- its standard error:\n" + visible(adapter_.error) +
-                          "\n--- runlet-job, " + describeStatus(tool_.waitStatus) + ":\n" +
-                          visible(tool_.output) + visible(tool_.error) + "\n";
+    trial_.differences +=
+        "--- range: " + (range_.first ? std::to_string(*range_.first) : "") + " " +
+        (range_.count ? std::to_string(*range_.count) : "") + "\n--- adapter, " + adapter_.status +
+        ":\n" + visibleLines(adapter_.output) + "\n--- its standard error:\n" +
+        visibleLines(adapter_.error) + "\n--- runlet-job, " + describeStatus(tool_.waitStatus) +
+        ":\n" + visibleLines(tool_.output) + visibleLines(tool_.error) + "\n";
     for (const std::string& command : adapter_.shellCommands.value_or(Strings())) {
-      trial_.differences += "--- to the shell: " + visible(command) + "\n";
+      trial_.differences += "--- to the shell: " + visibleLines(command) + "\n";
     }
   }
 
@@ -370,15 +371,15 @@ class ExpandComparison {
   const AdapterRun& adapter_;
   Json report_;
   Trial trial_;
-  // How far the report has been compared.
+  // The position of the comparison in the report.
   std::string folder_ = scene_.folder();
   std::size_t next_ = 0;  // in the announced processes
   std::size_t errorAt_ = 0;
   std::size_t calling_ = 0;
   std::size_t notExecuted_ = 0;
   Strings commands_;
-  bool isOver_ = false;          // the adapter has given up
-  bool isReportedOver_ = false;  // as the report has it
+  bool isOver_ = false;          // the adapter has ended the request
+  bool isReportedOver_ = false;  // according to the report
   bool allStart_ = true;
 };
 

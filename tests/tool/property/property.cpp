@@ -10,7 +10,7 @@ namespace runlet_test {
 namespace {
 
 constexpr std::uint64_t enoughJobs = 2000;
-constexpr std::uint64_t mostJobs = 5;  // for each of the usual ones
+constexpr std::uint64_t mostJobs = 5;  // for each regular one
 constexpr std::uint64_t usualSeed = 1;
 constexpr int enoughFailures = 3;
 
@@ -43,8 +43,8 @@ void Property::tryJobs(const Draw& draw, bool mayLackRights, const Try& tryJob,
   const auto mostFailures = static_cast<int>(setting("RUNLET_JOBS_FAILURES", enoughFailures));
   const bool mustReach = count >= enoughJobs;
   int failures = 0;
-  // The outcomes also depend on who runs the tests and where. While a mark is not reached, more
-  // jobs are tried.
+  // The outcomes also depend on the user and the machine. While a mark is not reached, more jobs
+  // are tried.
   const auto isToGoOn = [&](std::uint64_t tried) {
     return tried < count || (mustReach && tried < count * mostJobs && !areReached(minima));
   };

@@ -1,9 +1,9 @@
 // A test that tries many random jobs.
 //
-//   RUNLET_JOBS=n       each test tries n jobs instead of its usual number
-//   RUNLET_JOBS_SEED=n  where the random numbers start, usually 1
-//   RUNLET_JOBS_CASE=n  tries one job alone, as a failure tells it
-//   RUNLET_JOBS_SHOW=1  shows how many jobs came to what
+//   RUNLET_JOBS=n       each test tries n jobs instead of its default
+//   RUNLET_JOBS_SEED=n  the random seed, default 1
+//   RUNLET_JOBS_CASE=n  tries only this job, as reported by a failure
+//   RUNLET_JOBS_SHOW=1  shows how many jobs reached which outcome
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,14 +18,14 @@
 
 namespace runlet_test {
 
-// What trying a job came to.
+// The result of trying a job.
 struct Trial {
-  std::string differences;      // empty: all is as it should be
-  std::set<std::string> marks;  // names of what happened
+  std::string differences;      // empty = as expected
+  std::set<std::string> marks;  // names of the events that happened
 };
 
-// How many jobs a mark has to be reached by, when the usual number of jobs is tried; up to five
-// times as many are if that takes them.
+// How many jobs must reach a mark with the regular number of jobs; up to five times as many are
+// tried if necessary.
 struct Minimum {
   std::string mark;
   unsigned count;

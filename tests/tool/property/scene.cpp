@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "options.h"
+#include "programs.h"
 
 namespace runlet_test {
 namespace {
@@ -49,7 +50,7 @@ Kind usual() {
   return kind;
 }
 
-// The machine has all that it is asked for.
+// The machine has everything that the job needs.
 Kind withMachine(Kind kind) {
   kind.odd.programs = 0;
   kind.odd.folders = 0;
@@ -96,7 +97,7 @@ std::vector<Kind> machineKinds() {
   return {programs, rights};
 }
 
-// What no test may leave to chance.
+// Cases too important to leave to chance.
 std::vector<Kind> rareKinds() {
   Kind scripts = sound();
   scripts.scripts = 100;
@@ -112,7 +113,7 @@ const Kind& pickKind(Random* random, const std::vector<Kind>& faulty) {
   return random->chance(30) ? soundKind : random->pick(faulty);
 }
 
-// Puts `text` in the place of one of the places where `part` stands.
+// Replaces one occurrence of `part` by `text`.
 void replaceOne(Random* random, const std::string& part, const std::string& text,
                 std::string* whole) {
   const std::size_t count = countOf(part, *whole);
@@ -133,8 +134,8 @@ void loseValue(std::string* jobText) {
   jobText->replace(begin, end + 1 - begin, lost);
 }
 
-// White space that is typed, condensed or odd, bytes that are not UTF-8, and characters that the
-// limit of a lookup cuts through.
+// White space that is typed, condensed or unusual, invalid UTF-8, and characters cut by the limit
+// of a lookup.
 void roughen(Random* random, std::string* text) {
   struct Change {
     std::string from;
@@ -172,13 +173,13 @@ void roughen(Random* random, std::string* text) {
   }
 }
 
-// Copies of the programs where every user may execute them.
+// Copies of the programs that every user may execute.
 class Programs {
  public:
   Programs() {
-    copy(RUNLET_PLAIN_ADAPTER, adapter);
-    copy(RUNLET_JOB, tool);
-    copy(RUNLET_SPY, spy);
+    copy(plainAdapterPath, adapter);
+    copy(toolPath, tool);
+    copy(spyPath, spy);
   }
 
  private:
@@ -209,7 +210,7 @@ std::string fromHex(const std::string& text) {
   return out;
 }
 
-// What stands behind `key` on its line.
+// The rest of the line after `key`.
 std::optional<std::string> valueOf(const std::string& key, const std::string& line) {
   if (line.rfind(key, 0) != 0) return std::nullopt;
   return fromHex(line.substr(key.size()));
@@ -266,7 +267,7 @@ const Kind& kindWithoutTheMachine(Random* random) {
     std::vector<Kind> all = faultyKinds();
     all.push_back(usual());
     std::transform(all.begin(), all.end(), all.begin(), withMachine);
-    all.back().odd.rights = 40;  // ids that are not given
+    all.back().odd.rights = 40;  // missing ids
     return all;
   }();
   return pickKind(random, kinds);
@@ -287,7 +288,7 @@ Range anyRange(Random* random) {
   return range;
 }
 
-std::string visible(const std::string& text) {
+std::string visibleLines(const std::string& text) {
   constexpr char digits[] = "0123456789abcdef";
   std::string out;
   for (const char c : text) {
@@ -310,7 +311,7 @@ std::size_t countOf(const std::string& part, const std::string& text) {
 }
 
 Scene::Scene(Random* random, const Kind& kind, bool mayLackRights) {
-  // Drawn by everybody, so that the rest does not depend on who runs the tests.
+  // Always drawn, so that the rest does not depend on the user who runs the tests.
   const bool isUnprivileged = random->chance(mayLackRights ? 25 : 0) && geteuid() == 0;
   const runlet_model::Identity caller = isUnprivileged
                                             ? runlet_model::Identity{otherId, otherId}
@@ -334,7 +335,7 @@ Scene::Scene(Random* random, const Kind& kind, bool mayLackRights) {
   base_.write(case_.jobPath.substr(base_.path().size() + 1), case_.jobText, case_.jobMode);
 }
 
-// Scripts, one that is out of reach, and another program for each task.
+// Scripts, an inaccessible one, and a different program for each task.
 void Scene::changeProgram(Random* random) {
   const auto program =
       random->pick<std::string>({"script", "script", "plain", "secret", "secret", "%tp1"});
@@ -388,7 +389,7 @@ void Scene::makeFolders() const {
 
 void Scene::makeRecorder(const std::string& folder) const {
   const std::string path = folder_ + "/" + folder + "/recorder";
-  std::filesystem::copy_file(RUNLET_RECORDER, path);
+  std::filesystem::copy_file(recorderPath, path);
   chmod(path.c_str(), case_.recorderMode);
 }
 
@@ -450,7 +451,7 @@ ProcessOptions Scene::program(const std::string& path, const Strings& words) con
                          {"RUNLET_GROUNDS", base_.path()}};
   if (path != programs().tool || words[0] == "exec") {
     options.environment.emplace_back("LD_PRELOAD", programs().spy);
-    // It comes in front of a sanitizer's library.
+    // It must come before a sanitizer's library.
     options.environment.emplace_back("ASAN_OPTIONS", "verify_asan_link_order=0");
   }
   const bool isUnprivileged = case_.isUnprivileged;
@@ -480,7 +481,7 @@ AdapterRun Scene::runAdapter(const Range& range) const {
   request.status = describeStatus(result.waitStatus);
   request.announced = announcedIn(result.output);
   request.children = childrenIn(readFile(base_.file("record")));
-  // A tool that has the adapter in its hands is what the library is loaded into.
+  // If a tool runs the adapter, the library is loaded into the tool.
   if (std::getenv("RUNLET_TEST_WRAPPER") == nullptr) {
     request.shellCommands = endedByNul(readFile(base_.file("commands")));
   }
@@ -554,14 +555,14 @@ std::map<std::string, unsigned> Scene::modes() const {
 std::string Scene::description() const {
   std::ostringstream out;
   out << "--- in " << folder_ << (case_.isUnprivileged ? ", as another user" : "") << ": -j '"
-      << visible(jobFile_) << "'";
-  for (const std::string& word : options({})) out << " '" << visible(word) << "'";
+      << visibleLines(jobFile_) << "'";
+  for (const std::string& word : options({})) out << " '" << visibleLines(word) << "'";
   out << "\n--- modes: job file " << std::oct << case_.jobMode << ", recorder "
       << case_.recorderMode << "\n";
   for (const char* name : {"script", "bin/script", "bin/plain", "closed/secret"}) {
-    out << "--- " << name << ": " << visible(readFile(folder_ + "/" + name)) << "\n";
+    out << "--- " << name << ": " << visibleLines(readFile(folder_ + "/" + name)) << "\n";
   }
-  out << "--- " << case_.jobPath << ":\n" << visible(case_.jobText) << "\n";
+  out << "--- " << case_.jobPath << ":\n" << visibleLines(case_.jobText) << "\n";
   return out.str();
 }
 

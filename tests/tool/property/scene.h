@@ -1,4 +1,4 @@
-// A random job with all that it needs around it, and both programs run on it.
+// A random job with everything it needs, and runs of both programs on it.
 #pragma once
 
 #include <cstdint>
@@ -16,28 +16,28 @@ namespace runlet_test {
 
 using Strings = std::vector<std::string>;
 
-// Id of the user and group that stand for "another user" where the tests run as root.
+// Id of the user and group that serve as "another user" if the tests run as root.
 inline constexpr std::uint32_t otherId = 65534;
 
-// What kind of jobs are drawn.
+// The kind of jobs to draw.
 struct Kind {
   runlet_model::Oddness odd;
-  unsigned rough = 0;  // how often, in percent, texts have white space and bytes of all sorts
-  unsigned otherPrograms = 0;  // how often the program is another one than the recorder
-  unsigned shellPath = 0;      // how often the application's path means something to a shell
-  // What would hardly ever come about by chance, and how often, in percent:
-  unsigned scripts = 0;       // the program is a script: a good one, or without its interpreter
+  unsigned rough = 0;          // how often, in percent, texts have unusual white space and bytes
+  unsigned otherPrograms = 0;  // how often the program is not the recorder
+  unsigned shellPath = 0;      // how often the application path is special to a shell
+  // Cases that would hardly ever occur by chance, and how often, in percent:
+  unsigned scripts = 0;       // the program is a script: valid, or without its interpreter
   unsigned emptyProgram = 0;  // the program has no name
-  unsigned bareJobFile = 0;   // the job file is given by its name alone
+  unsigned bareJobFile = 0;   // the job file is given without a folder
   unsigned lostValue = 0;     // the command has a parameter without a value
 };
 
-// A third of them without a fault on purpose, the others of all kinds.
+// A third of them without intentional faults, the others of all kinds.
 const Kind& anyKind(runlet_model::Random* random);
-// Those whose programs, folders and users are there.
+// Jobs whose programs, folders and users exist.
 const Kind& kindWithoutTheMachine(runlet_model::Random* random);
 
-// The range of tasks that is asked for.
+// The requested range of tasks.
 struct Range {
   std::optional<std::int32_t> first;
   std::optional<std::int32_t> count;
@@ -48,17 +48,17 @@ Range anyRange(runlet_model::Random* random);
 struct RecordedChild {
   Strings arguments;
   std::string folder;
-  std::string text;  // all that it found out about itself, without its process id
+  std::string text;  // its recorded state, without its process id
 };
 
-// What a request came to.
+// The result of a request.
 struct AdapterRun {
   std::string output;
   std::string error;
   std::string status;                             // "exit 0", "signal 6"
   Strings announced;                              // process ids, in the order of their lines
   std::map<std::string, RecordedChild> children;  // by process id
-  std::optional<Strings> shellCommands;           // where they can be seen
+  std::optional<Strings> shellCommands;           // if they can be recorded
 
   bool wasRefused() const {
     return status == "exit 255";
@@ -68,36 +68,36 @@ struct AdapterRun {
   }
 };
 
-// What one task came to, whoever started it.
+// The result of one task, whoever started it.
 struct TaskRun {
   ProcessResult result;
   std::map<std::string, RecordedChild> children;  // by process id
   Strings shellCommands;
-  std::optional<std::int32_t> group;      // that the adapter asked the system for
-  std::optional<std::int32_t> user;       // likewise; not where it looked for one itself
+  std::optional<std::int32_t> group;      // that the adapter switched to
+  std::optional<std::int32_t> user;       // likewise; no value if it was looked up
   std::map<std::string, unsigned> modes;  // of all files, at the end
 };
 
-// `text` with "\xNN" for what is not printable, and with its line ends.
-std::string visible(const std::string& text);
+// `text` with "\xNN" for unprintable bytes, and with its newlines.
+std::string visibleLines(const std::string& text);
 
-// How often `part` stands in `text`.
+// The number of occurrences of `part` in `text`.
 std::size_t countOf(const std::string& part, const std::string& text);
 
 class Scene {
  public:
-  // With `mayLackRights` a quarter of the requests of root are started as another user.
+  // With `mayLackRights` a quarter of root's requests are started as another user.
   Scene(runlet_model::Random* random, const Kind& kind, bool mayLackRights);
 
-  // Asks for that range, all tasks without one, as runlet-job takes it.
+  // Requests that range, or all tasks without one, like runlet-job.
   AdapterRun runAdapter(const Range& range) const;
 
-  // Runs runlet-job with these words, the job and the options of the request.
+  // Runs runlet-job with these words, followed by the job and the options of the request.
   ProcessResult runTool(const Strings& words, const Range& range = {}) const;
 
-  // The task `number` alone, of the job by its full path, and without the name of a user. Each run
-  // finds the files with the modes that they have at first. The adapter is told that it has become
-  // whom it wants to be where it may not: then it runs the task as itself.
+  // Only task `number`, with the job's full path, and without a user name. The modes of the files
+  // are reset before each run. If the adapter may not switch users, it is made to believe that it
+  // has: then it runs the task as itself.
   TaskRun runTaskByAdapter(std::int32_t number) const;
   TaskRun runTaskByExec(std::int32_t number) const;
 
@@ -112,14 +112,14 @@ class Scene {
     return case_.isUnprivileged;
   }
 
-  // For somebody who wants to try it by hand.
+  // For reproducing a case by hand.
   std::string description() const;
 
  private:
   void changeProgram(runlet_model::Random* random);
   void makeRare(runlet_model::Random* random, const Kind& kind);
   static std::string makeDeepFolder(const TempFolder& base);
-  std::string inScene(const std::string& name) const;  // seen from `base_`
+  std::string inScene(const std::string& name) const;  // relative to `base_`
   void makeFolders() const;
   void makeRecorder(const std::string& folder) const;
   void makePrograms(runlet_model::Random* random, bool withShellPaths) const;
@@ -133,14 +133,14 @@ class Scene {
   std::map<std::string, unsigned> modes() const;
 
   TempFolder base_;
-  // So deep that each task of a request may go to the folder above and still be with us: relative
-  // programs are run there, and changed.
+  // Deep enough that each task of a request may enter the parent folder and still be within the
+  // scene: relative programs are run and changed there.
   const std::string folder_ = makeDeepFolder(base_);
   runlet_model::Case case_;
   std::string jobFile_;
   std::string appPath_;
   std::string userName_;
-  Strings scripts_;  // the texts that scripts have; empty: good ones and odd ones
+  Strings scripts_;  // the texts of scripts; empty = valid and unusual ones
 };
 
 }  // namespace runlet_test

@@ -1,13 +1,12 @@
-// Loaded into the adapter in front of the C library: adds what the adapter hands to the shell to
-// the file that RUNLET_SHELL_RECORD names, each command with a NUL behind it. What the adapter
-// starts does not have this library.
+// Preloaded into the adapter before the C library: appends the commands that the adapter passes to
+// the shell to the file that RUNLET_SHELL_RECORD names, each followed by a NUL. Programs started by
+// the adapter do not load this library.
 //
-// Where RUNLET_ID_RECORD names a file, the program may not become anybody else, and is told that it
-// has: whom it wanted to be is added to that file.
+// If RUNLET_ID_RECORD names a file, the program cannot switch ids, but the calls report success:
+// the requested ids are appended to that file.
 //
-// The jobs are random, and the tests may run as root. So what would mean something to the shell
-// does not reach it, and nothing is changed or started outside of the folder that RUNLET_GROUNDS
-// names.
+// The jobs are random, and the tests may run as root. So commands that are special to the shell do
+// not reach it, and nothing is changed or started outside the folder that RUNLET_GROUNDS names.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -30,8 +29,8 @@ constexpr char plainCharacters[] =
   unsetenv("LD_PRELOAD");
 }
 
-// Of a line that is longer than the usual buffer, a part goes out before there is a child, and the
-// rest may come behind what the child writes.
+// Part of a line longer than the usual buffer is written before there is a child, and the rest may
+// come after the child's output.
 [[gnu::constructor]] void giveLinesRoom() {
   static char buffer[1 << 16];
   std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
@@ -55,7 +54,7 @@ int recordId(const char* kind, unsigned id) {
 
 bool isOutside(const char* path) {
   char* found = realpath(path, nullptr);
-  if (found == nullptr) return false;  // nor is there anything inside
+  if (found == nullptr) return false;  // so nothing inside it exists
   const std::string grounds = std::string(std::getenv("RUNLET_GROUNDS")) + "/";
   const bool outside = std::strncmp(found, grounds.c_str(), grounds.size()) != 0;
   std::free(found);
@@ -95,7 +94,7 @@ extern "C" int setgid(gid_t gid) {
   return realFunction<int(gid_t)>("setgid")(gid);
 }
 
-// Without a lookup in front, the user is the job's.
+// Without a preceding lookup, the user is the job's.
 static bool isLookedUp = false;
 
 extern "C" int setuid(uid_t uid) {

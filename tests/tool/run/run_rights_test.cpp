@@ -1,4 +1,4 @@
-// As whom runlet-job run runs its tasks, and what these have of root.
+// The user of the tasks of runlet-job run, and what they inherit from root.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// A job whose task is the probe, in a run folder where another user may write.
+// A job whose task is the probe, in a run folder to which another user may write.
 class RunRights : public AdapterTest {
  protected:
   RunRights() {
@@ -36,7 +36,7 @@ class RunRights : public AdapterTest {
     return tool(words);
   }
 
-  // With a fault of tests/support/faults.cpp, in the process of the task as well.
+  // With a fault of tests/support/faults.cpp, also in the process of the task.
   ProcessOptions withFault(const std::string& fault, const Strings& more = {}) const {
     ProcessOptions started = options(more);
     started.arguments.insert(started.arguments.end(), {"--keep-env", "RUNLET_FAULT"});
@@ -70,7 +70,7 @@ TEST_F(RunRights, IncludeNoVariableWithoutAName) {
   for (const std::string name : {"A=b", "=", ""}) {
     expectTool(
         runProcess(options({"--keep-env", name})), "",
-        "runlet-job: --keep-env: " + name + " is no name of a variable\nSee: runlet-job --help\n",
+        "runlet-job: --keep-env: " + name + " is not a variable name\nSee: runlet-job --help\n",
         "exit 2");
   }
   EXPECT_FALSE(std::filesystem::exists(log_));
@@ -113,7 +113,7 @@ TEST_F(RunRightsOfRoot, HaveTheEnvironmentOfTheUser) {
       });
 }
 
-TEST_F(RunRightsOfRoot, LeaveOpenFilesOfRootBehind) {
+TEST_F(RunRightsOfRoot, CloseOpenFilesOfRoot) {
   const std::string secret = folder_.write("secret", "of root", 0600);
   for (const char* redirect : {"yes", "no"}) {
     job_.set("redirectStderr", redirect);
@@ -125,8 +125,8 @@ TEST_F(RunRightsOfRoot, LeaveOpenFilesOfRootBehind) {
   }
 }
 
-// Not even one that the starter leads the session of. It would take what is typed for a task, and
-// a task could type for it.
+// Not even if the starter leads its session. Otherwise a task could read typed input, and inject
+// some.
 TEST_F(RunRightsOfRoot, IncludeNoTerminal) {
   for (const char* uid : {"71", "0"}) {
     setIds(uid, "72");
@@ -147,13 +147,13 @@ TEST_F(RunRightsOfRoot, IncludeNoTerminal) {
 
 TEST_F(RunRightsOfRoot, IncludeNoAmbientCapabilities) {
   const std::string program = folder_.file("runlet-job");
-  std::filesystem::copy_file(RUNLET_JOB, program);
+  std::filesystem::copy_file(toolPath, program);
   ProcessOptions started = options();
   started.program = program;
   started.prepare = [] { haveAmbientCapabilities(otherId); };
   expectSuccess(started,
-                "runlet-job: run: the tasks run as user 65534 and group 65534, not as the job's "
-                "user 71 and group 72: only root may switch\n");
+                "runlet-job: run: the tasks run as user 65534 and group 65534 instead of the job's "
+                "user 71 and group 72: only root can switch\n");
   Report lines = workReport();
   expectNoCapabilities(lines);
   EXPECT_EQ(lines["Uid:"], Strings{fourTimes(otherId)});
@@ -170,7 +170,7 @@ TEST_F(RunRightsOfRoot, IncludeASessionKeyringOfTheirOwn) {
   }
 }
 
-// As long as the process is the user's and its memory root's.
+// While the process belongs to the user and its memory is root's.
 TEST_F(RunRightsOfRoot, LeaveNoCoreFileOfRootsMemory) {
   EXPECT_EQ(describeStatus(runProcess(withFault("core-files")).waitStatus), "exit 0");
   EXPECT_EQ(withoutKeyringNote(readFile(log_)), calling(command_, work_) + noCoreFiles);

@@ -19,6 +19,7 @@
 
 #include "adapter_test.h"
 #include "mounts.h"
+#include "programs.h"
 #include "pseudo_terminal.h"
 #include "tool_run.h"
 
@@ -30,7 +31,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds patience(20);
 
-// Tries again and again until `holds` yields true. False when that takes too long.
+// Retries until `holds` returns true. False on time-out.
 bool eventually(const std::function<bool()>& holds) {
   const auto deadline = Clock::now() + patience;
   while (!holds()) {
@@ -45,7 +46,7 @@ bool exists(const std::string& path) {
   return lstat(path.c_str(), &status) == 0;
 }
 
-// A job whose tasks are scripts of a shell; its logs are in the folder "logs".
+// A job whose tasks are shell scripts; its logs are in the folder "logs".
 class Run : public testing::Test {
  protected:
   Run() {
@@ -76,19 +77,19 @@ class Run : public testing::Test {
     return runProcess(options(tasks, more));
   }
 
-  // What the check has to say of a job that runs as whoever runs the tests.
+  // The warnings for a job that runs as the user who runs the tests.
   std::string warnings() const {
     if (getuid() != 0) return "";
     return "runlet-job: run: 1 warning; see: runlet-job check " + jobFile_ + "\n";
   }
 
-  // Asserts all that came out of a run.
+  // Asserts the whole output of a run.
   void expectRun(const ProcessResult& result, const std::string& output,
                  const std::string& status) const {
     expectTool(result, output, warnings(), status);
   }
 
-  // The lines of a task with that script in the summary.
+  // The summary lines of a task with that script.
   std::string line(int task, const std::string& end, const std::string& script) const {
     std::string text =
         "task " + std::to_string(task) + ": " + end + ": /bin/sh -c '" + script + "'\n";
@@ -120,7 +121,7 @@ class Run : public testing::Test {
 
 using Names = std::set<std::string>;
 
-TEST_F(Run, TellsHowEveryTaskEnded) {
+TEST_F(Run, ReportsHowEveryTaskEnded) {
   const Strings tasks = {"echo a; echo b >&2", "echo c; exit 3", "kill -9 $$", "exit 0"};
   expectRun(run(tasks),
             line(1, "succeeded", tasks[0]) + line(2, "failed with exit code 3", tasks[1]) +
@@ -180,18 +181,18 @@ TEST_F(Run, DoesNothingForAJobWithAnError) {
 TEST_F(Run, DoesNothingWhereThereCanBeNoLogs) {
   job_.set("LogFolder", folder_.write("file", "") + "/logs");
   expectTool(run({"touch ran"}), "",
-             warnings() + "runlet-job: run: no logs can be written to " + folder_.file("file") +
+             warnings() + "runlet-job: run: cannot write logs to " + folder_.file("file") +
                  "/logs: Not a directory\n",
              "exit 2");
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
-TEST_F(Run, GoesOnWhereALogCannotBeOpened) {
+TEST_F(Run, ContinuesWhereALogCannotBeOpened) {
   folder_.makeFolder("logs");
   folder_.makeFolder("logs/shot-1.log");
   expectRun(run({"exit 0", "exit 0"}),
-            line(1, "log not opened (Is a directory)", "exit 0") + line(2, "succeeded", "exit 0") +
-                "2 tasks: 1 succeeded, 1 log not opened (Is a directory) (1)\n",
+            line(1, "cannot open log (Is a directory)", "exit 0") + line(2, "succeeded", "exit 0") +
+                "2 tasks: 1 succeeded, 1 cannot open log (Is a directory) (1)\n",
             "exit 1");
 }
 
@@ -226,7 +227,7 @@ TEST_F(Run, HasTasksInASessionOfTheirOwnWithTheirThreeStreams) {
       << text;
 }
 
-// Whatever a task writes over it.
+// Whatever overwrites it.
 TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
   const Strings tasks = {"echo broken >shot.xml", "echo second", "rm shot.xml", "echo last"};
   expectRun(run(tasks),
@@ -238,10 +239,10 @@ TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
   expectLog(4, tasks[3], "last\n");
 }
 
-// As by an upgrade while the job runs.
+// Like an upgrade while the job runs.
 TEST_F(Run, IsNotConcernedWhenItsProgramIsReplaced) {
   const std::string program = folder_.file("runlet-job");
-  std::filesystem::copy_file(RUNLET_JOB, program);
+  std::filesystem::copy_file(toolPath, program);
   const Strings tasks = {"rm runlet-job; echo exit 9 >runlet-job; chmod +x runlet-job", "echo x"};
   ProcessOptions started = options(tasks);
   started.program = program;
@@ -252,9 +253,9 @@ TEST_F(Run, IsNotConcernedWhenItsProgramIsReplaced) {
 }
 
 constexpr char starterGone[] =
-    "runlet-job: run: the process that starts the tasks has ended; no further task is started\n";
+    "runlet-job: run: the process that starts the tasks has ended; no further tasks are started\n";
 
-// The child of that process which is no task: a task leads a session. -1 if there is none.
+// The child of that process that is not a task: a task leads a session. -1 if there is none.
 pid_t starterOf(pid_t process) {
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
     const pid_t other = std::atoi(entry.path().filename().c_str());
@@ -284,7 +285,7 @@ TEST_F(Run, StartsNothingMoreWhenItsStarterHasEnded) {
 
 TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
   ProcessOptions started = withFault("lost-answer", {"touch ran"});
-  // Every process that is started has it open to write to.
+  // Every started process has it open for writing.
   const std::string life = folder_.file("life");
   ASSERT_EQ(mkfifo(life.c_str(), 0600), 0);
   const int end = open(life.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -298,10 +299,10 @@ TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
-TEST_F(Run, TellsInTheLogWhyATaskIsNotStarted) {
+TEST_F(Run, ReportsInTheLogWhyATaskIsNotStarted) {
   expectRun(runProcess(withFault("no-session", {"touch ran"})),
             line(1, "failed with exit code 125", "touch ran") + "1 task: 1 failed (1)\n", "exit 1");
-  EXPECT_EQ(readFile(logPath(1)), "runlet-job: the task is not started: Operation not permitted\n");
+  EXPECT_EQ(readFile(logPath(1)), "runlet-job: task not started: Operation not permitted\n");
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
@@ -312,7 +313,7 @@ TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
   } rows[] = {{"no-sockets", EMFILE}, {"no-fork", EAGAIN}};
   for (const auto& row : rows) {
     expectTool(runProcess(withFault(row.fault, {"touch ran"})), "",
-               std::string("runlet-job: run: no process can be made for the start of tasks: ") +
+               std::string("runlet-job: run: cannot create the process that starts tasks: ") +
                    std::strerror(row.error) + "\n",
                "exit 2");
     EXPECT_FALSE(exists(folder_.file("ran")));
@@ -320,7 +321,7 @@ TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
 }
 
 // It is not taken for a success.
-TEST_F(Run, TellsThatTheEndOfATaskIsUnknown) {
+TEST_F(Run, ReportsThatTheEndOfATaskIsUnknown) {
   const std::string end = "end unknown (No child processes)";
   expectRun(runProcess(withFault("lost-status", {"exit 3", "exit 4"})),
             line(1, end, "exit 3") + line(2, "failed with exit code 4", "exit 4") +
@@ -329,8 +330,8 @@ TEST_F(Run, TellsThatTheEndOfATaskIsUnknown) {
 }
 
 std::string cannotFindOut(const std::string& reason, const std::string& fate) {
-  return "runlet-job: run: how tasks end cannot be found out: " + reason + "; those that run are " +
-         fate + ", and no further task is started\n";
+  return "runlet-job: run: cannot find out how tasks end: " + reason + "; running tasks are " +
+         fate + ", and no further tasks are started\n";
 }
 
 // Nor waited for when there is nothing to wait for.
@@ -340,7 +341,7 @@ TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
     std::string reason;
     const char* fate;
   } rows[] = {{"waitid-refused", "Operation not permitted", "killed"},
-              {"no-children", "No child processes", "left to themselves"}};
+              {"no-children", "No child processes", "left running"}};
   const Strings tasks = {"until [ -e ready ]; do sleep 0.01; done", "touch ready; sleep 60",
                          "exit 0"};
   for (const auto& row : rows) {
@@ -353,13 +354,13 @@ TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
   }
 }
 
-// A status that cannot be taken would be the first to be looked at for ever.
+// A child that cannot be reaped would be returned first forever.
 TEST_F(Run, EndsWhereNoStatusCanBeTaken) {
   const std::string end = "end unknown (No child processes)";
   expectTool(runProcess(withFault("kept-status", {"exit 3", "exit 4"})),
              line(1, end, "exit 3") + line(2, "not started", "exit 4") +
                  "2 tasks: 1 not started (2), 1 " + end + " (1)\n",
-             warnings() + cannotFindOut("No child processes", "left to themselves"), "exit 1");
+             warnings() + cannotFindOut("No child processes", "left running"), "exit 1");
 }
 
 TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
@@ -369,7 +370,7 @@ TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
             line(1, "failed with exit code 3", "exit 3") + "1 task: 1 failed (1)\n", "exit 1");
 }
 
-// In front of a clock that is sixty times as fast.
+// With a clock that runs sixty times as fast.
 TEST_F(Run, EndsTasksOverTheTimeLimitInMinutes) {
   job_.set("TaskTimeout", "1");
   const Strings tasks = {"sleep 0.3", "sleep 60", "trap : TERM; while :; do sleep 60; done"};
@@ -392,7 +393,7 @@ TEST_F(Run, HasNoTimeLimitThatIsNotAboveZeroAndAnyThatIs) {
   }
 }
 
-TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasToldWhatIsLeft) {
+TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasReportedWhatIsLeft) {
   const Strings tasks = {"exit 1", "touch ready; sleep 60", "exit 0"};
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     unlink(folder_.file("ready").c_str());
@@ -407,8 +408,8 @@ TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasToldWhatIsLeft) {
   }
 }
 
-// For `submit`, which started it on a cluster.
-TEST_F(Run, TellsTheEndsInLinesThatAProgramReadsWhereItIsAskedTo) {
+// For a `submit` that started it on a cluster.
+TEST_F(Run, WritesEndLinesOnRequest) {
   const Strings tasks = {"exit 3", "kill -9 $$", "exit 3", "kill -TERM $PPID; sleep 60", "exit 0"};
   expectRun(run(tasks, {"--tell-ends", "ab:12_3"}),
             line(1, "failed with exit code 3", tasks[0]) +
@@ -423,12 +424,12 @@ TEST_F(Run, TellsTheEndsInLinesThatAProgramReadsWhereItIsAskedTo) {
             "signal 15");
 }
 
-TEST_F(Run, TellsNoEndsWithAnIdThatIsNotOneWord) {
+TEST_F(Run, RefusesEndLinesWithAnIdThatIsNotOneWord) {
   expectTool(run({"exit 0"}, {"--tell-ends", "a b"}), "",
-             "runlet-job: run: --tell-ends: a b is no id\n", "exit 2");
+             "runlet-job: run: --tell-ends: a b is not a valid id\n", "exit 2");
 }
 
-// The first process of a container cannot end by a signal of its own.
+// The init process of a container cannot end by its own signal.
 TEST_F(Run, EndsWithTheStatusOfFailedTasksWhereNoSignalEndsIt) {
   REQUIRE_MOUNTS();
   ProcessOptions started = options({"kill -TERM $PPID; sleep 60"});
@@ -444,7 +445,7 @@ TEST_F(Run, EndsWithTheStatusOfFailedTasksWhereNoSignalEndsIt) {
             "exit 1");
 }
 
-// While nothing but time goes by.
+// While only time passes.
 TEST_F(Run, ShowsABarOnATerminal) {
   const Terminal terminal;
   ProcessOptions started = options({"until [ -e go ]; do sleep 0.01; done"});
@@ -482,7 +483,7 @@ TEST_F(RunAsAnother, HasLogsOfThatUser) {
   }
 }
 
-// A user who may write to the job file decides nothing for the tasks that are still to come.
+// A user who may write to the job file cannot influence tasks that have not started yet.
 TEST_F(RunAsAnother, RunsNoTaskAsRootForAnEditOfTheJob) {
   const std::string edit = "echo \"$(sed s/65534/0/g shot.xml)\" >shot.xml; grep -c 65534 shot.xml";
   job_.arguments = "/bin/sh %tp1";
@@ -511,7 +512,7 @@ TEST_F(RunAsAnother, DoesNotWriteWhereALinkOfThatUserLeads) {
 TEST_F(RunAsAnother, NeedsTheFolderOfTheApplication) {
   chmod(folder_.path().c_str(), 0777);
   expectTool(run({"touch ran"}, {"-a", "tool"}), "",
-             "runlet-job: -a tool: for a task of another user the application has to be a full "
+             "runlet-job: -a tool: a task of another user needs a full "
              "path\n",
              "exit 2");
   EXPECT_FALSE(exists(folder_.file("ran")));

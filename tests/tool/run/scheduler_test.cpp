@@ -1,6 +1,6 @@
-// Tasks that run as processes, some at a time.
+// Running tasks as processes, several at a time.
 
-#include "tool/run/scheduler.h"
+#include "tool/batch/scheduler.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,8 +17,9 @@
 #include <sstream>
 #include <thread>
 
+#include "programs.h"
 #include "temp_folder.h"
-#include "tool/run/starter.h"
+#include "tool/batch/starter.h"
 
 namespace runlet_tool {
 namespace {
@@ -29,7 +30,7 @@ using std::chrono::milliseconds;
 using Strings = std::vector<std::string>;
 using Ends = std::vector<TaskEnd>;
 
-constexpr milliseconds limit(1000);  // in which a shell has begun its work
+constexpr milliseconds limit(1000);  // enough for a shell to start
 constexpr milliseconds shortTime(200);
 constexpr milliseconds never = std::chrono::hours(1);
 constexpr milliseconds patience = std::chrono::seconds(20);
@@ -39,11 +40,11 @@ const TaskEnd timedOut{Ending::timedOut, 0, ""};
 const TaskEnd interrupted{Ending::interrupted, 0, ""};
 const TaskEnd notStarted{Ending::notStarted, 0, ""};
 
-// For scripts: waits until there are as many files of that pattern.
+// For scripts: waits until there are that many files matching the pattern.
 constexpr char await[] =
     "await() { while [ $(ls $1 2>/dev/null | wc -l) -lt $2 ]; do sleep 0.01; done; }\n";
 
-// Signals do what they do by default, whoever started the tests.
+// Signals have their default dispositions, whoever started the tests.
 class Scheduler : public testing::Test {
  protected:
   Scheduler() {
@@ -52,7 +53,7 @@ class Scheduler : public testing::Test {
 
   static constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
-  // Tasks of the caller with those command lines; their folder is that of the test.
+  // Tasks of the caller with those command lines, in the folder of the test.
   TaskSource source(const Strings& commands, Starter* starter) const {
     return {commands.size(), [this](std::size_t index) { return openLog(index); },
             [this, commands, starter](std::size_t index, int log, pid_t* process) {
@@ -75,7 +76,7 @@ class Scheduler : public testing::Test {
     return runTasks(source(commands, &starter), limits, held);
   }
 
-  // Runs scripts of a shell.
+  // Runs shell scripts.
   RunOutcome run(const Strings& scripts, const SchedulerLimits& limits) const {
     Strings commands;
     for (const std::string& script : scripts) {
@@ -97,7 +98,7 @@ class Scheduler : public testing::Test {
     return folder_.file("log-" + std::to_string(index));
   }
 
-  // What the task itself has written.
+  // The output of the task itself.
   std::string log(std::size_t index) const {
     const std::string text = readFile(logPath(index));
     const std::string announcement = "Calling '/bin/sh " + folder_.path() + "/script-" +
@@ -132,7 +133,7 @@ TEST_F(Scheduler, HasNothingToDoWithoutATask) {
   expectOutcome(run({}), {});
 }
 
-TEST_F(Scheduler, RunsOneTaskBehindTheOther) {
+TEST_F(Scheduler, RunsTasksInSequence) {
   Strings scripts;
   for (int i = 0; i < 5; ++i) {
     scripts.push_back("echo begin " + std::to_string(i) + " >>all; sleep 0.02; echo end >>all");
@@ -142,7 +143,7 @@ TEST_F(Scheduler, RunsOneTaskBehindTheOther) {
             "begin 0\nend\nbegin 1\nend\nbegin 2\nend\nbegin 3\nend\nbegin 4\nend\n");
 }
 
-// Each task waits until three have begun, and counts how many have not ended.
+// Each task waits until three have started, and counts how many have not ended.
 TEST_F(Scheduler, RunsAsManyTasksAtATimeAsItMayAndNoMore) {
   const Strings scripts(9,
                         "touch begun-$$ now-$$; await 'begun-*' 3; ls now-* 2>/dev/null | wc -l; "
@@ -160,7 +161,7 @@ TEST_F(Scheduler, MayRunAllTasksAtATime) {
   expectOutcome(run(scripts, INT32_MAX), Ends(4, succeeded));
 }
 
-TEST_F(Scheduler, TellsHowEachTaskEnded) {
+TEST_F(Scheduler, ReportsHowEachTaskEnded) {
   const Strings scripts = {"exit 0", "exit 3", "exit 255", "kill -9 $$", "kill -TERM $$"};
   const Ends ends = {succeeded,
                      {Ending::failed, 3, ""},
@@ -177,7 +178,7 @@ TEST_F(Scheduler, PutsBothOutputsOfATaskIntoItsLog) {
   EXPECT_EQ(log(1), "other\n");
 }
 
-TEST_F(Scheduler, GoesOnWhereATaskCannotBeStarted) {
+TEST_F(Scheduler, ContinuesWhereATaskCannotBeStarted) {
   Starter starter;
   TaskSource tasks = source(Strings(3, "/bin/true"), &starter);
   const auto start = tasks.start;
@@ -191,7 +192,7 @@ TEST_F(Scheduler, GoesOnWhereATaskCannotBeStarted) {
                  succeeded});
 }
 
-TEST_F(Scheduler, GoesOnWhereALogCannotBeOpened) {
+TEST_F(Scheduler, ContinuesWhereALogCannotBeOpened) {
   Starter starter;
   TaskSource tasks = source(Strings(3, "/bin/true"), &starter);
   tasks.openLog = [this](std::size_t index) {
@@ -200,10 +201,10 @@ TEST_F(Scheduler, GoesOnWhereALogCannotBeOpened) {
   };
   const HeldSignals held;
   expectOutcome(runTasks(tasks, {1, {}, shortTime}, held),
-                {succeeded, {Ending::other, 0, "log not opened (Permission denied)"}, succeeded});
+                {succeeded, {Ending::other, 0, "cannot open log (Permission denied)"}, succeeded});
 }
 
-// A line of the system's about a process, such as "SigBlk", as a set of signals.
+// A line of /proc/PID/status, such as "SigBlk", as a set of signals.
 std::uint64_t signalsOf(const std::string& status, const std::string& name) {
   const std::size_t place = status.find(name + ":\t");
   return place == std::string::npos ? 0
@@ -229,7 +230,7 @@ TEST_F(Scheduler, StartsTasksWithTheMaskThatItWasStartedWith) {
   }
 }
 
-TEST_F(Scheduler, TellsHowTasksEndedAlsoWhereChildrenAreIgnored) {
+TEST_F(Scheduler, ReportsHowTasksEndedAlsoWhereChildrenAreIgnored) {
   std::signal(SIGCHLD, SIG_IGN);
   expectOutcome(run({"exit 3", "exec cat /proc/self/status"}),
                 {{Ending::failed, 3, ""}, succeeded});
@@ -237,7 +238,7 @@ TEST_F(Scheduler, TellsHowTasksEndedAlsoWhereChildrenAreIgnored) {
   EXPECT_EQ(signalsOf(log(1), "SigIgn") & setOf(SIGCHLD), 0U);
 }
 
-// Standard streams of this process that are closed for a while.
+// Closes standard streams of this process during its lifetime.
 class ClosedStreams {
  public:
   explicit ClosedStreams(const std::vector<int>& streams) : streams_(streams) {
@@ -272,8 +273,7 @@ std::string selfOf(const std::string& report) {
   return text;
 }
 
-// Where streams of this process are closed, the log's own descriptor has one of the numbers that it
-// is to be put at.
+// If streams of this process are closed, the log's own descriptor has one of their numbers.
 TEST_F(Scheduler, GivesTasksASessionOfTheirOwnAndTheirThreeStreams) {
   close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   const std::vector<std::vector<int>> closed = {{},     {0},    {1},    {2},
@@ -282,7 +282,7 @@ TEST_F(Scheduler, GivesTasksASessionOfTheirOwnAndTheirThreeStreams) {
     RunOutcome outcome;
     {
       const ClosedStreams these(streams);
-      outcome = run({"echo $$; exec " RUNLET_PROBE " report"});
+      outcome = run({"echo $$; exec " + runlet_test::probePath + " report"});
     }
     expectOutcome(outcome, {succeeded});
     const std::string process = log(0);
@@ -321,7 +321,7 @@ TEST_F(Scheduler, MayHaveTheLongestTimeLimitThereIs) {
                 Ends(2, succeeded));
 }
 
-TEST_F(Scheduler, LeavesNothingBehindWhereAnExceptionEndsIt) {
+TEST_F(Scheduler, LeavesNothingBehindAfterAnException) {
   Starter starter;
   const HeldSignals held;
   TaskSource tasks = source({"/bin/sleep 60", "none"}, &starter);
@@ -339,7 +339,7 @@ TEST_F(Scheduler, LeavesNothingBehindWhereAnExceptionEndsIt) {
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
 }
 
-// A pipe that every process that is started keeps open to write to.
+// A pipe that every started process keeps open for writing.
 class LifeLine {
  public:
   LifeLine() {
@@ -352,7 +352,7 @@ class LifeLine {
   LifeLine(const LifeLine&) = delete;
   LifeLine& operator=(const LifeLine&) = delete;
 
-  // Whether they have all ended, now or in a while.
+  // Waits for all of them to end; false on time-out.
   bool endsIn(milliseconds time) {
     close(ends_[1]);
     pollfd end{ends_[0], POLLIN, 0};
@@ -392,7 +392,7 @@ TEST_F(Scheduler, CountsAStoppedTaskAsRunning) {
   EXPECT_LT(watch.time(), patience);
 }
 
-// As the first process of a session it stays in its group, where signals for the task arrive.
+// As the leader of a session it stays in its group, where signals for the task arrive.
 TEST_F(Scheduler, HasTasksThatCannotLeaveTheirGroup) {
   const std::string script =
       folder_.write("script", "exit(setpgrp(0, getpgrp(getppid())) ? 0 : $!{EPERM} ? 7 : 8)");
@@ -461,7 +461,7 @@ TEST_F(Scheduler, IsNotInterruptedByASignalThatIsIgnored) {
   }
 }
 
-// As of a shell that became this program while something still ran in its background.
+// Like that of a shell that was replaced by this program while it had background processes.
 TEST_F(Scheduler, IsNotConfusedByChildrenThatAreNotItsOwn) {
   if (fork() == 0) _exit(1);
   expectOutcome(run({"sleep 0.05", "exit 3"}), {succeeded, {Ending::failed, 3, ""}});

@@ -1,4 +1,4 @@
-// The schema of job files: as the verb prints it, and what it accepts and refuses.
+// The schema of job files: its output, and what it accepts and rejects.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,13 +12,14 @@
 #include <vector>
 
 #include "process.h"
+#include "programs.h"
 #include "temp_folder.h"
 #include "tool_run.h"
 
 namespace runlet_test {
 namespace {
 
-const std::string sources = RUNLET_SOURCES;
+const std::string sources = sourceFolder;
 const std::string schemaPath = sources + "/share/runlet-job/job.rng";
 
 ProcessResult run(std::vector<std::string> arguments) {
@@ -27,14 +28,14 @@ ProcessResult run(std::vector<std::string> arguments) {
   return runProcess(options);
 }
 
-// What xmllint says of the job file at `path`: the empty text if it is valid.
+// The output of xmllint for the job file at `path`; empty if it is valid.
 std::string complaintOf(const std::string& path) {
   const ProcessResult result = run({"/usr/bin/xmllint", "--noout", "--relaxng", schemaPath, path});
   const std::string status = describeStatus(result.waitStatus);
   return status == "exit 0" ? "" : status + "\n" + result.error;
 }
 
-// The status of xmllint for a file that is well-formed XML and not valid.
+// The status of xmllint for a file that is well-formed but not valid.
 constexpr char invalid[] = "exit 3\n";
 
 std::string complaintOfText(const std::string& text) {
@@ -46,11 +47,11 @@ TEST(Schema, IsPrintedAsItIsInstalled) {
   expectTool(runTool({"schema"}), readFile(schemaPath), "", "exit 0");
 }
 
-TEST(Schema, ThatCannotBePrintedIsToldOf) {
+TEST(Schema, ThatCannotBePrintedIsReported) {
   ProcessOptions options = tool({"schema"});
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
-  expectTool(runProcess(options), "", "runlet-job: cannot write: No space left on device\n",
-             "exit 2");
+  expectTool(runProcess(options), "",
+             "runlet-job: cannot write to standard output: No space left on device\n", "exit 2");
 }
 
 constexpr char arguments[] = "<Arguments>{/bin/echo %tn}</Arguments>";
@@ -63,7 +64,7 @@ std::string jobOf(const std::string& elements) {
   return "<Job><cmdData>" + elements + "</cmdData></Job>";
 }
 
-// What is needed, and one more.
+// The required elements, and one more.
 std::string with(const std::string& element) {
   return jobOf(element + arguments + gid + tasks + noParams);
 }
@@ -85,7 +86,7 @@ struct Row {
   std::string job;
 };
 
-// Two parameters, behind which every node is one to the adapter.
+// Two parameters, after which the adapter takes every node for one.
 constexpr char twoParams[] =
     "<Param><Name>{a}</Name><Value>{1}</Value></Param>"
     "<Param><Name>{b}</Name><Value>{2}</Value></Param>";
@@ -98,7 +99,7 @@ const Row accepted[] = {
     {"elements in another order", jobOf(gid + (tasks + std::string(arguments)) + noParams)},
     {"elements between TaskList and JobParams",
      jobOf(tasks + (gid + std::string(arguments)) + noParams)},
-    {"elements behind JobParams", jobOf(tasks + (noParams + std::string(gid)) + arguments)},
+    {"elements after JobParams", jobOf(tasks + (noParams + std::string(gid)) + arguments)},
     {"a comment in cmdData", with("<!-- two lines a day -->")},
     {"braces inside of the braces", withArguments("{awk '{print}' %tp1}")},
     {"white space around the braces", withArguments("\n  {ls}\n  ")},
@@ -111,7 +112,7 @@ const Row accepted[] = {
     {"a column for the names", with("<TaskNameIdx>1</TaskNameIdx>")},
     {"a time limit of a minute", with("<TaskTimeout>1</TaskTimeout>")},
     {"the longest time limit", with("<TaskTimeout>35791</TaskTimeout>")},
-    {"root, who is asked for", with("<uid>0</uid>")},
+    {"root, explicitly requested", with("<uid>0</uid>")},
     {"white space around a number", with("<uid> 1000\n</uid>")},
     {"the greatest user", with("<uid>2147483647</uid>")},
     {"a mask for nobody else", with("<umask>63</umask>")},
@@ -146,7 +147,7 @@ const Row refused[] = {
     {"no gid: nothing is started", jobOf(arguments + (tasks + std::string(noParams)))},
     {"no TaskList", jobOf(arguments + (gid + std::string(noParams)))},
     {"no JobParams", jobOf(arguments + (gid + std::string(tasks)))},
-    {"JobParams in front of TaskList", jobOf(arguments + (gid + (noParams + std::string(tasks))))},
+    {"JobParams before TaskList", jobOf(arguments + (gid + (noParams + std::string(tasks))))},
     {"a repeated element", with("<uid>7</uid><uid>8</uid>")},
     {"an unknown element", with("<Priority>7</Priority>")},
     {"an element in other letters", with("<workingFolder>/srv</workingFolder>")},
@@ -159,8 +160,8 @@ const Row refused[] = {
     {"only white space between the braces", withArguments("{ \n }")},
     {"a brace that is missing", withArguments("{ls")},
     {"braces in the wrong order", withArguments("}ls{")},
-    {"text in front of the braces", withArguments("nice {ls}")},
-    {"text behind the braces", withArguments("{ls} -l")},
+    {"text before the braces", withArguments("nice {ls}")},
+    {"text after the braces", withArguments("{ls} -l")},
     {"a %t that is no placeholder", withArguments("{ls %tx}")},
     {"a %t at the end", withArguments("{ls %t}")},
     {"a %j that is no placeholder", withArguments("{ls %jn}")},
@@ -174,7 +175,7 @@ const Row refused[] = {
     {"an empty time limit", with("<TaskTimeout></TaskTimeout>")},
     {"a time limit of 0", with("<TaskTimeout>0</TaskTimeout>")},
     {"a time limit that wraps around", with("<TaskTimeout>35792</TaskTimeout>")},
-    {"a unit behind a number", with("<TaskTimeout>30 min</TaskTimeout>")},
+    {"a unit after a number", with("<TaskTimeout>30 min</TaskTimeout>")},
     {"an empty uid", with("<uid/>")},
     {"a name for a uid", with("<uid>ann</uid>")},
     {"a uid that means that there is none", with("<uid>-1</uid>")},
@@ -197,8 +198,7 @@ const Row refused[] = {
     {"Params in the wrong place", withTasks("<Params>{a}</Params>")},
     {"a parameter without a value", withParams("<Param><Name>{a}</Name></Param>")},
     {"a parameter without a name", withParams("<Param><Value>{1}</Value></Param>")},
-    {"a value in front of its name",
-     withParams("<Param><Value>{1}</Value><Name>{a}</Name></Param>")},
+    {"a value before its name", withParams("<Param><Value>{1}</Value><Name>{a}</Name></Param>")},
     {"a name without braces", withParams("<Param><Name>a</Name><Value>{1}</Value></Param>")},
     {"a value without braces", withParams("<Param><Name>{a}</Name><Value>1</Value></Param>")},
     {"an empty value without braces", withParams("<Param><Name>{a}</Name><Value/></Param>")},
@@ -225,7 +225,7 @@ TEST(Schema, AcceptsTheDemo) {
   EXPECT_EQ(complaintOfText(std::regex_replace(ids, std::regex("@[A-Z]+@"), "/srv/demo")), "");
 }
 
-// The whole job files that stand in the document at `path`: indented by four spaces.
+// The complete job files in the document at `path`, indented by four spaces.
 std::vector<std::string> jobsIn(const std::string& path) {
   const std::string text = readFile(path);
   const std::regex job("\n    (<([A-Za-z]+)>\n      <cmdData>[^]*?</\\2>)\n");
@@ -237,7 +237,7 @@ std::vector<std::string> jobsIn(const std::string& path) {
 }
 
 TEST(Schema, AcceptsTheJobsOfTheDocuments) {
-  const char* const documents[] = {"README.md", "docs/job-file.md"};
+  const char* const documents[] = {"docs/job-file.md", "docs/writing-a-job-file.md"};
   for (const char* const document : documents) {
     const std::vector<std::string> jobs = jobsIn(sources + "/" + document);
     EXPECT_EQ(jobs.size(), 1u) << document;
@@ -247,19 +247,19 @@ TEST(Schema, AcceptsTheJobsOfTheDocuments) {
   }
 }
 
-// Why the schema accepts the faulty sample of a finding.
+// Reasons why the schema accepts a faulty sample.
 struct Unseen {
   const char* why;
   std::vector<std::string> codes;
 };
 
 const Unseen unseen[] = {
-    {"in front of the root a schema sees nothing", {"RJ003"}},
+    {"a schema sees nothing before the root", {"RJ003"}},
     {"to a schema comments and CDATA sections are not there", {"RJ012", "RJ013", "RJ054"}},
     {"to a schema a typed TAB and a reference are the same", {"RJ024", "RJ025", "RJ026"}},
     {"it does what it says, and runs as root", {"RJ035"}},
     {"the request may name a user", {"RJ037"}},
-    {"a job may do without a time limit, as far as its tasks go", {"RJ038"}},
+    {"the tasks of a job do not need a time limit", {"RJ038"}},
     {"names are not compared", {"RJ055"}},
     {"bytes are not counted", {"RJ057", "RJ066"}},
     {"what placeholders come to is not worked out",
@@ -276,7 +276,7 @@ bool isUnseen(const std::string& code) {
   });
 }
 
-// The sample as a schema may see it: with a folder and texts where it has words for them.
+// The sample with real values in place of its variables.
 std::string sampleText(const std::string& path) {
   const std::string text = std::regex_replace(readFile(path), std::regex("@FOLDER@"), "/srv");
   return std::regex_replace(text, std::regex("@[0-9]+@"), "x");
@@ -287,7 +287,8 @@ TEST(Schema, SeesTheFaultsOfSamplesAsFarAsItCan) {
   for (const auto& entry : std::filesystem::directory_iterator(sources + "/tests/tool/samples")) {
     const std::string code = entry.path().filename();
     EXPECT_EQ(complaintOfText(sampleText(entry.path() / "mended.xml")), "") << code;
-    if (!std::filesystem::exists(entry.path() / "bad.xml")) continue;  // it is about a missing file
+    if (!std::filesystem::exists(entry.path() / "bad.xml"))
+      continue;  // the finding is about a missing file
     const std::string complaint = complaintOfText(sampleText(entry.path() / "bad.xml"));
     EXPECT_EQ(complaint.empty(), isUnseen(code)) << code << "\n" << complaint;
     ++count;

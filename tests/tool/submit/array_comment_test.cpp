@@ -1,8 +1,8 @@
-// What arrays tell about themselves.
-
-#include "tool/submit/array_comment.h"
+// The comments of arrays.
 
 #include <gtest/gtest.h>
+
+#include "tool/slurm/arrays.h"
 
 namespace runlet_tool {
 namespace {

@@ -1,12 +1,12 @@
-// How tasks become elements of arrays.
-
-#include "tool/submit/array_plan.h"
+// Distributing tasks over array elements.
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <numeric>
 #include <ostream>
+
+#include "tool/slurm/arrays.h"
 
 namespace runlet_tool {
 
@@ -101,7 +101,7 @@ TEST(ArrayPlan, IsOneArrayForEachBeginningOfANumberWhereTheyDoNotFit) {
   });
 }
 
-TEST(ArrayPlan, TakesAnEngineWithoutArraysForOneOfSingleElements) {
+TEST(ArrayPlan, TakesAClusterWithoutArraysForOneOfSingleElements) {
   expectPlans({{{1, 2}, 2, 1, 0, {part(1, 2, {0}, "1", 0), part(2, 2, {0}, "2", 0)}},
                {{1}, 1, 1, 1, {part(1, 1, {0}, "1", 0)}}});
 }
@@ -166,7 +166,7 @@ struct SpanCase {
   std::int64_t last;
 };
 
-TEST(ArrayLayout, TellsWhichTasksAnElementHolds) {
+TEST(ArrayLayout, SaysWhichTasksAnElementRuns) {
   const SpanCase cases[] = {
       {{0, 1, 9}, 7, 7, 7},
       {{1000, 1, 1200}, 7, 1007, 1007},

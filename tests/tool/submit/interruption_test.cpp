@@ -1,6 +1,4 @@
-// Signals that come while arrays are submitted, or waited for.
-
-#include "tool/submit/interruption.h"
+// Signals while arrays are submitted or waited for.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -8,7 +6,8 @@
 
 #include <csignal>
 
-#include "tool/submit/subprocess.h"
+#include "tool/system/signals.h"
+#include "tool/system/subprocess.h"
 
 namespace runlet_tool {
 namespace {
@@ -59,7 +58,7 @@ TEST(SignalHold, LeavesSignalsAloneThatAreIgnored) {
   EXPECT_EXIT(raiseInHold(), ExitedWithCode(0), "");
 }
 
-// A user's Ctrl-C goes to the programs that are run as well.
+// Ctrl-C also reaches the programs that are run.
 TEST(SignalHold, IsForProgramsToo) {
   const auto run = [] {
     setDispositions(SIG_DFL);
@@ -70,7 +69,7 @@ TEST(SignalHold, IsForProgramsToo) {
   EXPECT_EXIT(run(), ExitedWithCode(0), "");
 }
 
-TEST(Farewell, IsSaidBeforeTheProcessDies) {
+TEST(Farewell, IsWrittenBeforeTheProcessDies) {
   for (const int signal : stopSignals) {
     const auto raiseThen = [=] {
       setDispositions(SIG_DFL);
@@ -82,7 +81,7 @@ TEST(Farewell, IsSaidBeforeTheProcessDies) {
   }
 }
 
-TEST(Farewell, IsNotSaidForSignalsThatAreIgnored) {
+TEST(Farewell, IsNotWrittenForSignalsThatAreIgnored) {
   const auto raiseAll = [] {
     setDispositions(SIG_IGN);
     {
@@ -95,7 +94,7 @@ TEST(Farewell, IsNotSaidForSignalsThatAreIgnored) {
   EXPECT_EXIT(raiseAll(), ExitedWithCode(0), "^$");
 }
 
-TEST(Farewell, IsNotSaidWhenItIsOver) {
+TEST(Farewell, IsNotWrittenAfterItsLifetime) {
   const auto raiseBehind = [] {
     setDispositions(SIG_DFL);
     { const Farewell farewell("going\n"); }

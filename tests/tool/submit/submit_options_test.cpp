@@ -1,10 +1,9 @@
-// What may be said on the command line of a submission.
-
-#include "tool/submit/submit_options.h"
+// Options allowed for a submission.
 
 #include <gtest/gtest.h>
 
-#include "tool/batch/user_environment.h"
+#include "tool/batch/task_rights.h"
+#include "tool/slurm/sbatch.h"
 
 namespace runlet_tool {
 namespace {
@@ -40,28 +39,29 @@ TEST(SbatchOption, MayNotBeOneThatTheProgramSetsOrDependsOn) {
         "-Ha",    "-vHW",  "-W",      "-kW",       "--parsable", "--pars",  "--wrap=x",    "--wr",
         "--wait", "--wai", "--w",     "--comment", "--comment=", "--com=x", "--test-only", "--t"}) {
     EXPECT_EQ(complaintAboutSbatchOption(option),
-              option + " cannot be given, for runlet-job sets it or depends on it");
+              option + " is not allowed, since runlet-job sets it or depends on it");
   }
 }
 
 TEST(SbatchOption, IsOneWordThatBeginsAsOne) {
   for (const std::string option : {"", "-", "mem=4G", "4G", " --mem", "script.sh"}) {
-    EXPECT_EQ(complaintAboutSbatchOption(option),
-              option + " is no option: write an option with its value in one word, as --mem=4G");
+    EXPECT_EQ(
+        complaintAboutSbatchOption(option),
+        option + " is not an option; write an option and its value as one word, such as --mem=4G");
   }
 }
 
 TEST(KeptVariable, IsAName) {
   for (const char* name : {"A", "a b", "LC_ALL", "1"}) EXPECT_EQ(complaintAboutVariable(name), "");
-  EXPECT_EQ(complaintAboutVariable(""), " is no name of a variable");
-  EXPECT_EQ(complaintAboutVariable("A="), "A= is no name of a variable");
+  EXPECT_EQ(complaintAboutVariable(""), " is not a variable name");
+  EXPECT_EQ(complaintAboutVariable("A="), "A= is not a variable name");
 }
 
 TEST(ArrayId, IsANumber) {
   for (const char* id : {"1", "12", "4294967295"}) EXPECT_EQ(complaintAboutId(id), "");
   for (const std::string id :
        {"", "0", "012", "12_3", "12;lab", "-1", "+1", " 1", "1,2", "x", "12345678901"}) {
-    EXPECT_EQ(complaintAboutId(id), id + " is no id of an array");
+    EXPECT_EQ(complaintAboutId(id), id + " is not an array id");
   }
 }
 

@@ -1,4 +1,4 @@
-// runlet-job submit with an engine that only writes down what it is asked for.
+// runlet-job submit with a fake Slurm that records its calls.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,8 +12,8 @@
 #include <filesystem>
 
 #include "adapter_test.h"
-#include "fake_engine.h"
-#include "tool/submit/array_comment.h"
+#include "fake_slurm.h"
+#include "tool/slurm/arrays.h"
 
 namespace runlet_test {
 namespace {
@@ -23,7 +23,7 @@ using Variables = std::vector<std::pair<std::string, std::string>>;
 
 constexpr char taskScript[] =
     "#!/bin/sh\n"
-    "# An element of the array becomes a task. Arguments: program, job file, base [, -a, "
+    "# Each element of the array is a task. Arguments: program, job file, base [, -a, "
     "application]\n"
     "program=$1 job=$2 base=$3\n"
     "shift 3\n"
@@ -31,7 +31,7 @@ constexpr char taskScript[] =
 
 constexpr char chunkScript[] =
     "#!/bin/sh\n"
-    "# An element of the array runs some tasks, one after the other, but none above the last.\n"
+    "# Each element of the array runs up to $chunk tasks in sequence, none above the last.\n"
     "# Arguments: program, job file, its hash, base, chunk, last [, -a, application]\n"
     "program=$1 job=$2 hash=$3 base=$4 chunk=$5 last=$6\n"
     "shift 6\n"
@@ -44,13 +44,13 @@ constexpr char chunkScript[] =
 class Submit : public SubmitTest {
  protected:
   void SetUp() override {
-    engine_.reply("sbatch", "echo 12");
+    slurm_.reply("sbatch", "echo 12");
   }
 
-  // How the array is to be found that may be there without an id.
+  // How to find an array that may be queued without a known id.
   std::string whereToLook(const std::string& numbers) const {
-    return "runlet-job: submit: an array may be queued all the same; before you submit again, look "
-           "for " +
+    return "runlet-job: submit: an array may have been queued nevertheless; before submitting "
+           "again, look for " +
            comment(numbers) + " in: squeue --Format=ArrayJobID,Comment:200 '--name=job'\n";
   }
 
@@ -63,21 +63,22 @@ class Submit : public SubmitTest {
     return options;
   }
 
-  // Takes all variables from the process but these.
+  // Removes all environment variables except these.
   static void haveOnly(const Variables& variables) {
     clearenv();
     for (const auto& [name, value] : variables) setenv(name.c_str(), value.c_str(), 1);
   }
 
-  // Asserts what sbatch gets, in order, of these variables and a PATH; what its shell adds aside.
+  // Asserts which of these variables and a PATH sbatch receives, sorted, except for those that its
+  // shell adds.
   void expectEnvironment(ProcessOptions options, Variables variables,
                          const std::string& expected) const {
     const std::string file = folder_.write("environment", "", 0666);
-    engine_.reply("sbatch",
-                  "/usr/bin/env | LC_ALL=C /usr/bin/sort | "
-                  "/bin/grep -Ev '^(PWD|OLDPWD|SHLVL|_|__LLVM_PROFILE_RT_INIT_ONCE)=' > '" +
-                      file + "'; echo 12");
-    variables.emplace_back("PATH", engine_.path());
+    slurm_.reply("sbatch",
+                 "/usr/bin/env | LC_ALL=C /usr/bin/sort | "
+                 "/bin/grep -Ev '^(PWD|OLDPWD|SHLVL|_|__LLVM_PROFILE_RT_INIT_ONCE)=' > '" +
+                     file + "'; echo 12");
+    variables.emplace_back("PATH", slurm_.path());
     options.prepare = [variables, become = options.prepare] {
       haveOnly(variables);
       if (become) become();
@@ -86,24 +87,24 @@ class Submit : public SubmitTest {
     EXPECT_EQ(readFile(file), expected);
   }
 
-  // The arguments of sbatch when the verb gets `arguments`.
+  // The arguments of sbatch when the verb is run with `arguments`.
   std::vector<std::string> sbatchArguments(const std::vector<std::string>& arguments) const {
-    const std::size_t before = engine_.calls("sbatch").size();
+    const std::size_t before = slurm_.calls("sbatch").size();
     const ProcessResult result = run(arguments);
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0") << result.error;
-    const Calls calls = engine_.calls("sbatch");
+    const Calls calls = slurm_.calls("sbatch");
     return calls.size() == before + 1 ? calls.back() : std::vector<std::string>{};
   }
 };
 
-// `words` with `more` in front of the first `place`.
+// `words` with `more` inserted before the first `place`.
 std::vector<std::string> with(std::vector<std::string> words, const std::vector<std::string>& more,
                               const std::string& place = "/dev/stdin") {
   words.insert(std::find(words.begin(), words.end(), place), more.begin(), more.end());
   return words;
 }
 
-// `words` with the one that begins with `beginning` replaced; without it if `word` is empty.
+// `words` with the one that begins with `beginning` replaced, or removed if `word` is empty.
 std::vector<std::string> replaced(std::vector<std::string> words, const std::string& beginning,
                                   const std::string& word) {
   for (std::string& each : words) {
@@ -128,11 +129,11 @@ std::vector<std::string> only(const std::vector<std::string>& words,
 TEST_F(Submit, MakesTheTasksAnArrayAndPrintsItsId) {
   write(quietJob(12));
   expectSubmit({}, "12\n", "", "exit 0");
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{plainArguments("1-12", 12, 12)});
-  EXPECT_EQ(engine_.input("sbatch", 1), taskScript);
-  EXPECT_EQ(engine_.calls("scontrol"), (Calls{{"show", "config"}}));
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{plainArguments("1-12", 12, 12)});
+  EXPECT_EQ(slurm_.input("sbatch", 1), taskScript);
+  EXPECT_EQ(slurm_.calls("scontrol"), (Calls{{"show", "config"}}));
   for (const char* program : {"squeue", "sacct", "scancel"}) {
-    EXPECT_EQ(engine_.calls(program), Calls{}) << program;
+    EXPECT_EQ(slurm_.calls(program), Calls{}) << program;
   }
 }
 
@@ -143,11 +144,11 @@ TEST_F(Submit, TakesARangeOfTheTasks) {
   EXPECT_EQ(only(sbatchArguments({"-s", "0", "-n", "3"}), {"--array"}),
             (std::vector<std::string>{"--array=1-2"}));
   expectSubmit({"-s", "13"}, "",
-               "runlet-job: submit: " + jobFile_ + " has no task in that range, only 12 tasks\n",
+               "runlet-job: submit: no task in that range: " + jobFile_ + " has 12 tasks\n",
                "exit 1");
 }
 
-TEST_F(Submit, HandsItsOptionsOn) {
+TEST_F(Submit, PassesItsOptionsOn) {
   write(quietJob(2));
   const std::vector<std::string> expected =
       with(replaced(plainArguments("1-2", 2, 2), "--array", "--array=1-2%3"),
@@ -161,7 +162,7 @@ TEST_F(Submit, HandsItsOptionsOn) {
   EXPECT_EQ(sbatchArguments({"-a", "-x"}).back(), "-x");
 }
 
-TEST_F(Submit, HandsTheTimeLimitOn) {
+TEST_F(Submit, PassesTheTimeLimitOn) {
   const std::vector<std::vector<std::string>> rows = {
       {"", "", ""},
       {"0", "", ""},
@@ -194,7 +195,7 @@ TEST_F(Submit, MakesSeveralTasksOneElement) {
   expected.back() = runlet_tool::jobHash(jobFile_);
   expected.insert(expected.end(), {"2", "4", "25", "-a", "/app/x"});
   EXPECT_EQ(arguments, expected);
-  EXPECT_EQ(engine_.input("sbatch", 1), chunkScript);
+  EXPECT_EQ(slurm_.input("sbatch", 1), chunkScript);
 }
 
 TEST_F(Submit, OfASingleTaskToAnElementIsAsWithoutAChunk) {
@@ -204,8 +205,8 @@ TEST_F(Submit, OfASingleTaskToAnElementIsAsWithoutAChunk) {
 
 TEST_F(Submit, SplitsWhatIsTooMuchForAnArray) {
   write(quietJob(12));
-  engine_.reply("scontrol", "echo 'MaxArraySize            = 11'");
-  engine_.reply("sbatch", 2, "echo 14");
+  slurm_.reply("scontrol", "echo 'MaxArraySize            = 11'");
+  slurm_.reply("sbatch", 2, "echo 14");
   expectSubmit({"-s", "8", "-n", "5"}, "12\n14\n", "", "exit 0");
   std::vector<std::string> first = plainArguments("8-9", 2, 12);
   first = replaced(first, "--output", "--output=" + folder_.file("job-0%1a.log"));
@@ -213,31 +214,31 @@ TEST_F(Submit, SplitsWhatIsTooMuchForAnArray) {
   second = replaced(second, "--comment", "--comment=" + comment("10:1:12:3"));
   second = replaced(second, "--output", "--output=" + folder_.file("job-1%1a.log"));
   second.back() = "10";
-  EXPECT_EQ(engine_.calls("sbatch"), (Calls{first, second}));
-  EXPECT_EQ(engine_.input("sbatch", 2), taskScript);
+  EXPECT_EQ(slurm_.calls("sbatch"), (Calls{first, second}));
+  EXPECT_EQ(slurm_.input("sbatch", 2), taskScript);
 }
 
 TEST_F(Submit, HasNoElementInTheNamesOfLogsWhereItIsAlwaysTheSame) {
   write(quietJob(2));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 2'");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 2'");
   run({});
-  ASSERT_EQ(engine_.calls("sbatch").size(), 2U);
-  EXPECT_EQ(only(engine_.calls("sbatch")[1], {"--output", "--array"}),
+  ASSERT_EQ(slurm_.calls("sbatch").size(), 2U);
+  EXPECT_EQ(only(slurm_.calls("sbatch")[1], {"--output", "--array"}),
             (std::vector<std::string>{"--array=0", "--output=" + folder_.file("job-2.log")}));
 }
 
-TEST_F(Submit, TakesTheEnginesDefaultWhereItDoesNotTellTheGreatestArray) {
+TEST_F(Submit, TakesSlurmsDefaultWhereTheGreatestArrayIsUnknown) {
   write(quietJob(1001));
   for (const char* reply : {"exit 1", "echo nothing", "echo 'MaxArraySize = lots'"}) {
-    engine_.reply("scontrol", reply);
-    const std::size_t before = engine_.calls("sbatch").size();
+    slurm_.reply("scontrol", reply);
+    const std::size_t before = slurm_.calls("sbatch").size();
     run({});
-    const Calls calls = engine_.calls("sbatch");
+    const Calls calls = slurm_.calls("sbatch");
     ASSERT_EQ(calls.size(), before + 2) << reply;
     EXPECT_EQ(only(calls[before], {"--array"}), (std::vector<std::string>{"--array=1-999"}));
     EXPECT_EQ(only(calls[before + 1], {"--array"}), (std::vector<std::string>{"--array=0-1"}));
   }
-  engine_.remove("scontrol");
+  slurm_.remove("scontrol");
   EXPECT_EQ(describeStatus(run({}).waitStatus), "exit 0");
 }
 
@@ -248,7 +249,7 @@ TEST_F(Submit, RunsTheTasksInTheirFolder) {
             (std::vector<std::string>{"--output=" + run + "/job-%1a.log", "--chdir=" + run}));
 }
 
-// From where the element, which starts there, enters it itself.
+// The element starts there, and enters the folder itself.
 TEST_F(Submit, StartsTheTasksOfARelativeFolderInTheCurrentOne) {
   folder_.makeFolder("here");
   folder_.makeFolder("here/below");
@@ -257,8 +258,8 @@ TEST_F(Submit, StartsTheTasksOfARelativeFolderInTheCurrentOne) {
   options.folder = folder_.file("here");
   options.arguments[2] = "../job.xml";
   runProcess(options);
-  ASSERT_EQ(engine_.calls("sbatch").size(), 1U);
-  const std::vector<std::string> arguments = engine_.calls("sbatch")[0];
+  ASSERT_EQ(slurm_.calls("sbatch").size(), 1U);
+  const std::vector<std::string> arguments = slurm_.calls("sbatch")[0];
   EXPECT_EQ(only(arguments, {"--chdir", "--output"}),
             (std::vector<std::string>{"--output=" + folder_.file("here/below/job-%1a.log"),
                                       "--chdir=" + folder_.file("here")}));
@@ -275,22 +276,22 @@ TEST_F(Submit, MakesTheLogFolder) {
 TEST_F(Submit, IsRefusedWhereNoLogsCanBeWritten) {
   folder_.write("logs", "a file");
   write(quietJob(1).set("LogFolder", "logs"));
-  expectSubmit({}, "",
-               "runlet-job: submit: no logs can be written to " + folder_.file("logs") +
-                   ": Not a directory\n",
-               "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  expectSubmit(
+      {}, "",
+      "runlet-job: submit: cannot write logs to " + folder_.file("logs") + ": Not a directory\n",
+      "exit 2");
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
 }
 
-TEST_F(Submit, IsRefusedWhereTheEngineCannotBeToldOfTheLogs) {
+TEST_F(Submit, IsRefusedForALogFolderThatSbatchDoesNotSupport) {
   const std::string logs = folder_.file("lo\\gs");
   write(quietJob(1).set("LogFolder", logs));
   const std::string error =
-      "runlet-job: submit: sbatch cannot be told of a log folder with a backslash: " + logs + "\n";
+      "runlet-job: submit: sbatch does not support a backslash in the log folder: " + logs + "\n";
   expectSubmit({}, "", error, "exit 1");
   expectSubmit({"--dry-run"}, "", error, "exit 1");
   EXPECT_FALSE(std::filesystem::exists(logs));
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
 }
 
 TEST_F(Submit, DoesNothingForAJobThatIsRefused) {
@@ -302,13 +303,13 @@ TEST_F(Submit, DoesNothingForAJobThatIsRefused) {
   write(quietJob(1).set("uid", "ann"));
   expectTool(run({}), "",
              jobFile_ +
-                 ":7:6: error RJ034: ann: This is no number and counts as 0, which is root.\n"
+                 ":7:6: error RJ034: ann: This is not a number and is read as 0: root.\n"
                  "    Write the number of the user.\n" +
                  jobFile_ + ": 1 task, 1 error\n",
              "exit 1");
   std::filesystem::remove(jobFile_);
   EXPECT_EQ(describeStatus(run({}).waitStatus), "exit 2");
-  for (const char* program : {"sbatch", "scontrol"}) EXPECT_EQ(engine_.calls(program), Calls{});
+  for (const char* program : {"sbatch", "scontrol"}) EXPECT_EQ(slurm_.calls(program), Calls{});
 }
 
 TEST_F(Submit, KeepsToTheJobsUser) {
@@ -321,7 +322,7 @@ TEST_F(Submit, KeepsToTheJobsUser) {
   std::vector<std::string> expected =
       with(plainArguments("1", 1, 1), {"--partition=long", "--uid=" + id, "--gid=" + id, "-x"});
   expected = replaced(expected, "--output", "--output=" + folder_.file("logs/job-%1a.log"));
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{expected});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{expected});
   struct stat logs = {};
   ASSERT_EQ(stat(folder_.file("logs").c_str(), &logs), 0);
   EXPECT_EQ(logs.st_uid, otherId);
@@ -338,7 +339,7 @@ TEST_F(Submit, NamesUserAndGroupWhereEitherIsAnother) {
             (std::vector<std::string>{"--uid=4294967294", "--gid=0"}));
 }
 
-TEST_F(Submit, SaysOnceThatOnlyRootMaySwitch) {
+TEST_F(Submit, SaysOnceThatOnlyRootCanSwitch) {
   folder_.makeFolder("logs", 0777);
   write(quietJob(2).set("uid", "4321").set("gid", "4322").set("LogFolder", "logs"));
   const ProcessOptions options = unprivileged({});
@@ -347,69 +348,72 @@ TEST_F(Submit, SaysOnceThatOnlyRootMaySwitch) {
   const std::string group = std::to_string(geteuid() == 0 ? otherId : getegid());
   expectTool(result, "12\n",
              "runlet-job: submit: the tasks run as user " + user + " and group " + group +
-                 ", not as the job's user 4321 and group 4322: only root may switch\n",
+                 " instead of the job's user 4321 and group 4322: only root can switch\n",
              "exit 0");
-  ASSERT_EQ(engine_.calls("sbatch").size(), 1U);
-  EXPECT_EQ(only(engine_.calls("sbatch")[0], {"--uid", "--gid"}), std::vector<std::string>{});
+  ASSERT_EQ(slurm_.calls("sbatch").size(), 1U);
+  EXPECT_EQ(only(slurm_.calls("sbatch")[0], {"--uid", "--gid"}), std::vector<std::string>{});
 }
 
-TEST_F(Submit, PassesOnWhatTheEngineSays) {
+TEST_F(Submit, PassesOnWhatSlurmSays) {
   write(quietJob(1));
-  engine_.reply("sbatch", "echo 'sbatch: no account given' >&2; echo '12;lab'");
+  slurm_.reply("sbatch", "echo 'sbatch: no account given' >&2; echo '12;lab'");
   expectSubmit({}, "12\n", "sbatch: no account given\n", "exit 0");
-  engine_.reply("sbatch", "echo 'sbatch: error: no' >&2; exit 3");
+  slurm_.reply("sbatch", "echo 'sbatch: error: no' >&2; exit 3");
   expectSubmit({}, "", "sbatch: error: no\nrunlet-job: submit: sbatch failed with exit code 3\n",
                "exit 2");
-  engine_.reply("sbatch", "printf 'job\\033 12\\n'");
+  slurm_.reply("sbatch", "printf 'job\\033 12\\n'");
   expectSubmit({}, "",
-               "runlet-job: submit: sbatch has told no id, but $'job\\033 12\\012'\n" +
+               "runlet-job: submit: unexpected output from sbatch: $'job\\033 12\\012'\n" +
                    whereToLook("0:1:1:1"),
                "exit 2");
-  engine_.remove("sbatch");
+  slurm_.remove("sbatch");
   expectSubmit({}, "", "runlet-job: submit: cannot run sbatch: No such file or directory\n",
                "exit 2");
 }
 
-// It may have ended after it had Slurm queue the array.
+// It may have ended after Slurm queued the array.
 TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
   write(quietJob(1));
-  engine_.reply("sbatch", "kill -9 $$");
+  slurm_.reply("sbatch", "kill -9 $$");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch killed by signal 9 (Killed)\n" + whereToLook("0:1:1:1"),
                "exit 2");
-  EXPECT_EQ(engine_.calls("scancel"), Calls{});
-  engine_.reply("sbatch", "echo '12;lab'; kill -9 $$");
+  EXPECT_EQ(slurm_.calls("scancel"), Calls{});
+  slurm_.reply("sbatch", "echo '12;lab'; kill -9 $$");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch killed by signal 9 (Killed)\n"
-               "runlet-job: submit: what had been submitted has been cancelled\n",
+               "runlet-job: submit: the arrays submitted so far have been cancelled\n",
                "exit 2");
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12", "--clusters=lab"}}));
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12", "--clusters=lab"}}));
 }
 
-TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheAnswerIsLost) {
+TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheResultIsLost) {
   write(quietJob(20));
-  engine_.reply("sbatch", "echo 12; echo no room >&2");
-  expectTool(runProcess(withFault("lost-answers")), "",
-             withWarning("runlet-job: submit: the answer of sbatch is lost: Input/output error\n" +
-                         whereToLook("0:1:20:20")),
-             "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch").size(), 1U);
-  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+  slurm_.reply("sbatch", "echo 12; echo no room >&2");
+  expectTool(
+      runProcess(withFault("lost-answers")), "",
+      withWarning("runlet-job: submit: cannot get the result of sbatch: Input/output error\n" +
+                  whereToLook("0:1:20:20")),
+      "exit 2");
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 1U);
+  EXPECT_EQ(slurm_.calls("scancel"), Calls{});
 }
 
 TEST_F(Submit, CancelsAnArrayWhoseSubmissionMayNotHaveEnded) {
   write(quietJob(1));
   expectTool(runProcess(withFault("lost-ends")), "",
-             withWarning("runlet-job: submit: the answer of sbatch is lost: No child processes\n"
-                         "runlet-job: submit: array 12 is left: the answer of scancel is lost: No "
-                         "child processes\n"),
+             withWarning(
+                 "runlet-job: submit: cannot get the result of sbatch: No child processes\n"
+                 "runlet-job: submit: cannot cancel array 12: cannot get the result of scancel: No "
+                 "child processes\n"),
              "exit 2");
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}}));
-  engine_.reply("sbatch", "");
-  expectTool(runProcess(withFault("lost-ends")), "",
-             withWarning("runlet-job: submit: the answer of sbatch is lost: No child processes\n" +
-                         whereToLook("0:1:1:1")),
-             "exit 2");
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}}));
+  slurm_.reply("sbatch", "");
+  expectTool(
+      runProcess(withFault("lost-ends")), "",
+      withWarning("runlet-job: submit: cannot get the result of sbatch: No child processes\n" +
+                  whereToLook("0:1:1:1")),
+      "exit 2");
 }
 
 TEST_F(Submit, SaysThatThereIsNoProcessForSbatch) {
@@ -418,81 +422,81 @@ TEST_F(Submit, SaysThatThereIsNoProcessForSbatch) {
       runProcess(withFault("no-process")), "",
       withWarning("runlet-job: submit: cannot run sbatch: Resource temporarily unavailable\n"),
       "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
 }
 
-// Whatever has been lost, the command does not try it a second time.
+// Whatever was lost, the command does not retry.
 TEST_F(Submit, IsNotTriedAgainForTheFailedTasksOfAnArray) {
   write(quietJob(2));
-  engine_.reply("squeue", 1, "echo '" + comment("0:1:2:2") + "'");
-  engine_.reply("squeue", "echo 9 1 FAILED 256; echo 9 2 COMPLETED 0");
-  engine_.reply("sbatch", "kill -9 $$");
+  slurm_.reply("squeue", 1, "echo '" + comment("0:1:2:2") + "'");
+  slurm_.reply("squeue", "echo 9 1 FAILED 256; echo 9 2 COMPLETED 0");
+  slurm_.reply("sbatch", "kill -9 $$");
   expectSubmit({"--failed-of", "9"}, "",
                "runlet-job: submit: sbatch killed by signal 9 (Killed)\n" + whereToLook("0:1:1:1"),
                "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch").size(), 1U);
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 1U);
 }
 
 TEST_F(Submit, LeavesNothingWhereALaterArrayIsRefused) {
   write(quietJob(20));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 10'");
-  engine_.reply("sbatch", 2, "echo '13;lab'");
-  engine_.reply("sbatch", 3, "echo 'sbatch: error: no' >&2; exit 1");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 10'");
+  slurm_.reply("sbatch", 2, "echo '13;lab'");
+  slurm_.reply("sbatch", 3, "echo 'sbatch: error: no' >&2; exit 1");
   expectSubmit({}, "",
                "sbatch: error: no\nrunlet-job: submit: sbatch failed with exit code 1\n"
-               "runlet-job: submit: what had been submitted has been cancelled\n",
+               "runlet-job: submit: the arrays submitted so far have been cancelled\n",
                "exit 2");
-  EXPECT_EQ(engine_.calls("sbatch").size(), 3U);
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}, {"13", "--clusters=lab"}}));
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 3U);
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}, {"13", "--clusters=lab"}}));
 }
 
-TEST_F(Submit, SaysWhatIsLeftWhereItCannotBeCancelled) {
+TEST_F(Submit, SaysWhatCannotBeCancelled) {
   write(quietJob(20));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 10'");
-  engine_.reply("sbatch", 2, "echo 13");
-  engine_.reply("sbatch", 3, "exit 1");
-  engine_.reply("scancel", 1, "echo 'scancel: error: busy' >&2; echo more >&2; exit 1");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 10'");
+  slurm_.reply("sbatch", 2, "echo 13");
+  slurm_.reply("sbatch", 3, "exit 1");
+  slurm_.reply("scancel", 1, "echo 'scancel: error: busy' >&2; echo more >&2; exit 1");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch failed with exit code 1\n"
-               "runlet-job: submit: array 12 is left: scancel: error: busy\n",
+               "runlet-job: submit: cannot cancel array 12: scancel: error: busy\n",
                "exit 2");
-  engine_.reply("sbatch", 5, "exit 1");
-  engine_.reply("scancel", 3, "exit 4");
+  slurm_.reply("sbatch", 5, "exit 1");
+  slurm_.reply("scancel", 3, "exit 4");
   expectSubmit({}, "",
                "runlet-job: submit: sbatch failed with exit code 1\n"
-               "runlet-job: submit: array 12 is left: scancel failed with exit code 4\n",
+               "runlet-job: submit: cannot cancel array 12: scancel failed with exit code 4\n",
                "exit 2");
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}, {"13"}, {"12"}}));
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}, {"13"}, {"12"}}));
 }
 
 TEST_F(Submit, CancelsWhatItHasSubmittedWhenItIsInterrupted) {
   write(quietJob(20));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 10'");
-  engine_.reply("sbatch", 2, "kill -INT $PPID; echo 13");
-  expectSubmit({}, "", "runlet-job: submit: what had been submitted has been cancelled\n",
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 10'");
+  slurm_.reply("sbatch", 2, "kill -INT $PPID; echo 13");
+  expectSubmit({}, "", "runlet-job: submit: the arrays submitted so far have been cancelled\n",
                "signal 2");
-  EXPECT_EQ(engine_.calls("sbatch").size(), 2U);
-  EXPECT_EQ(engine_.calls("scancel"), (Calls{{"12"}, {"13"}}));
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 2U);
+  EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12"}, {"13"}}));
 }
 
-TEST_F(Submit, GoesOnWhereItWasStartedToIgnoreASignal) {
+TEST_F(Submit, ContinuesAfterASignalThatItWasStartedToIgnore) {
   write(quietJob(1));
-  engine_.reply("sbatch", "kill -HUP $PPID; echo 12");
+  slurm_.reply("sbatch", "kill -HUP $PPID; echo 12");
   ProcessOptions options = submit({});
   options.prepare = [] { std::signal(SIGHUP, SIG_IGN); };
   expectTool(runProcess(options), "12\n", withWarning(""), "exit 0");
-  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+  EXPECT_EQ(slurm_.calls("scancel"), Calls{});
 }
 
-// They would have sbatch wait, or cancel only some of the array.
+// They would make sbatch wait, or cancel only part of the array.
 TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
   write(quietJob(20));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 20'");
-  engine_.reply("sbatch",
-                "printf '%s|' \"$SBATCH_WAIT\" \"$SBATCH_WAIT_ALL_NODES\" "
-                "\"$SBATCH_QOS\" >&2; echo 12");
-  engine_.reply("sbatch", 2, "exit 1");
-  engine_.reply("scancel", "printf '%s|' \"$SBATCH_WAIT\" \"$SCANCEL_NAME\" >&2; exit 1");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 20'");
+  slurm_.reply("sbatch",
+               "printf '%s|' \"$SBATCH_WAIT\" \"$SBATCH_WAIT_ALL_NODES\" "
+               "\"$SBATCH_QOS\" >&2; echo 12");
+  slurm_.reply("sbatch", 2, "exit 1");
+  slurm_.reply("scancel", "printf '%s|' \"$SBATCH_WAIT\" \"$SCANCEL_NAME\" >&2; exit 1");
   ProcessOptions options = submit({});
   options.environment.insert(options.environment.end(), {{"SBATCH_WAIT", "1"},
                                                          {"SBATCH_WAIT_ALL_NODES", "0"},
@@ -500,15 +504,15 @@ TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
                                                          {"SCANCEL_NAME", "name"}});
   const ProcessResult result = runProcess(options);
   EXPECT_EQ(result.error, withWarning("|0|low|runlet-job: submit: sbatch failed with exit code 1\n"
-                                      "runlet-job: submit: array 12 is left: 1||\n"));
+                                      "runlet-job: submit: cannot cancel array 12: 1||\n"));
 }
 
-TEST_F(Submit, SubmitsNothingWhenItIsToTellTheCommandsAlone) {
+TEST_F(Submit, SubmitsNothingInADryRun) {
   write(quietJob(2).set("LogFolder", "logs"));
   std::string command = "(umask 0022\n";
   if (geteuid() == 0) {
     command += "/usr/bin/env -i 'HOME=" + std::string(getpwuid(0)->pw_dir) +
-               "' 'LOGNAME=root' 'PATH=" + engine_.path() + "' 'SHELL=" + getpwuid(0)->pw_shell +
+               "' 'LOGNAME=root' 'PATH=" + slurm_.path() + "' 'SHELL=" + getpwuid(0)->pw_shell +
                "' 'USER=root' ";
   }
   command += "sbatch --parsable '--comment=" + comment("0:1:2:2") +
@@ -517,13 +521,13 @@ TEST_F(Submit, SubmitsNothingWhenItIsToTellTheCommandsAlone) {
              "' '--chdir=" + folder_.path() + "' '--time=5' /dev/stdin " + ownPath() + " " +
              jobFile_ + " 0 <<'END'\n" + taskScript + "END\n)\n";
   ProcessOptions options = submit({"--dry-run"});
-  options.prepare = [this] { haveOnly({{"PATH", engine_.path()}}); };
+  options.prepare = [this] { haveOnly({{"PATH", slurm_.path()}}); };
   expectTool(runProcess(options), command, withWarning(""), "exit 0");
-  EXPECT_EQ(engine_.calls("sbatch"), Calls{});
+  EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
   EXPECT_FALSE(std::filesystem::exists(folder_.file("logs")));
 }
 
-// Every kind of variable that goes on, and some that do not.
+// Every kind of variable that is passed on, and some that are not.
 const Variables variablesOfRoot = {{"HOME", "/root"},
                                    {"LANG", "C"},
                                    {"LANGUAGE", "en"},
@@ -542,7 +546,7 @@ const Variables variablesOfRoot = {{"HOME", "/root"},
                                    {"TZ", "UTC"},
                                    {"USER", "root"}};
 
-TEST_F(Submit, HandsOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
+TEST_F(Submit, PassesOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
   REQUIRE_ROOT();
   write(quietJob(1).set("uid", std::to_string(otherId)));
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
@@ -551,19 +555,19 @@ TEST_F(Submit, HandsOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
   expectEnvironment(
       submit({}), variablesOfRoot,
       std::string("HOME=") + user->pw_dir + "\nLANG=C\nLANGUAGE=en\nLC_ALL=C\n" +
-          "LC_TIME=C\nLOGNAME=" + user->pw_name + "\nPATH=" + engine_.path() +
+          "LC_TIME=C\nLOGNAME=" + user->pw_name + "\nPATH=" + slurm_.path() +
           "\nSBATCH_QOS=night\nSHELL=" + user->pw_shell +
           "\nSLURM_CLUSTERS=lab\nSLURM_CONF=/etc/slurm.conf\nTZ=UTC\nUSER=" + user->pw_name + "\n");
 }
 
-TEST_F(Submit, HandsOnTheVariablesOfRootThatAreNamed) {
+TEST_F(Submit, PassesOnTheVariablesOfRootThatAreNamed) {
   REQUIRE_ROOT();
   write(quietJob(1));
   const passwd* const user = getpwuid(0);
   expectEnvironment(
       submit({"--keep-env", "LICENCE", "--keep-env", "HOME", "--keep-env=NONE", "--keep-env=LIC"}),
       {{"HOME", "/opt"}, {"LICENCE", "27000@server"}, {"OTHER", "x"}},
-      "HOME=/opt\nLICENCE=27000@server\nLOGNAME=root\nPATH=" + engine_.path() +
+      "HOME=/opt\nLICENCE=27000@server\nLOGNAME=root\nPATH=" + slurm_.path() +
           "\nSHELL=" + user->pw_shell + "\nUSER=root\n");
 }
 
@@ -575,14 +579,14 @@ TEST_F(Submit, NamesAUserWhomTheSystemDoesNotKnowByTheNumber) {
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
   const std::string name = std::to_string(unknown);
   expectEnvironment(submit({}), {{"HOME", "/root"}},
-                    "HOME=/\nLOGNAME=" + name + "\nPATH=" + engine_.path() +
+                    "HOME=/\nLOGNAME=" + name + "\nPATH=" + slurm_.path() +
                         "\nSHELL=/bin/sh\nUSER=" + name + "\n");
 }
 
-TEST_F(Submit, HandsOnTheEnvironmentOfAnybodyElse) {
+TEST_F(Submit, PassesOnTheEnvironmentOfAnybodyElse) {
   folder_.makeFolder("logs", 0777);
   write(quietJob(1).set("LogFolder", "logs"));
-  const std::string expected = "HOME=/home/x\nPATH=" + engine_.path() + "\nSECRET_TOKEN=x\n";
+  const std::string expected = "HOME=/home/x\nPATH=" + slurm_.path() + "\nSECRET_TOKEN=x\n";
   expectEnvironment(
       unprivileged({"--keep-env", "OTHER"}),
       {{"HOME", "/home/x"}, {"SBATCH_WAIT", "1"}, {"SECRET_TOKEN", "x"}, {"SLURM_UMASK", "0"}},
@@ -590,7 +594,7 @@ TEST_F(Submit, HandsOnTheEnvironmentOfAnybodyElse) {
 }
 
 TEST_F(Submit, HasLogsMadeUnderTheJobsMask) {
-  engine_.reply("sbatch", "umask >&2; echo 12");
+  slurm_.reply("sbatch", "umask >&2; echo 12");
   const std::pair<const char*, const char*> rows[] = {
       {"0", "0022"},  {"18", "0022"},  {"63", "0077"},
       {"23", "0027"}, {"511", "0777"}, {"-1", "0777"},
@@ -604,7 +608,7 @@ TEST_F(Submit, HasLogsMadeUnderTheJobsMask) {
   }
 }
 
-// What a user can write: nothing of it is taken for anything else, by the program or by a shell.
+// Any text of a user: neither the program nor a shell misinterprets it.
 class HostileSubmit : public Submit {
  protected:
   void SetUp() override {
@@ -638,7 +642,7 @@ TEST_F(HostileSubmit, IsTakenAsItIs) {
 
 TEST_F(HostileSubmit, IsTheSameWhenAShellRunsWhatWasPrinted) {
   writeHostile(25);
-  engine_.reply("scontrol", "echo 'MaxArraySize = 11'");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 11'");
   const std::vector<std::string> options = {"-a",
                                             "/opt/x $(y)\nEND\n'\\",
                                             "--sbatch-option",
@@ -651,21 +655,21 @@ TEST_F(HostileSubmit, IsTheSameWhenAShellRunsWhatWasPrinted) {
   std::vector<std::string> dry = options;
   dry.push_back("--dry-run");
   const ProcessResult printed = run(dry);
-  EXPECT_EQ(engine_.calls("sbatch").size(), 3U);
+  EXPECT_EQ(slurm_.calls("sbatch").size(), 3U);
   ProcessOptions shell;
   shell.arguments = {"/bin/bash", folder_.write("printed", printed.output)};
-  shell.environment = {{"PATH", engine_.path()}};
+  shell.environment = {{"PATH", slurm_.path()}};
   expectTool(runProcess(shell), "12\n12\n12\n", "", "exit 0");
-  const Calls calls = engine_.calls("sbatch");
+  const Calls calls = slurm_.calls("sbatch");
   ASSERT_EQ(calls.size(), 6U);
   for (std::size_t i = 0; i < 3; ++i) {
     EXPECT_EQ(calls[i + 3], calls[i]);
     const int number = static_cast<int>(i) + 1;
-    EXPECT_EQ(engine_.input("sbatch", number + 3), engine_.input("sbatch", number));
+    EXPECT_EQ(slurm_.input("sbatch", number + 3), slurm_.input("sbatch", number));
   }
 }
 
-// The scripts themselves, with a program that only says how it was called.
+// The scripts themselves, with a program that only prints its arguments.
 class ScriptOfSubmit : public Submit {
  protected:
   std::string runScript(const std::string& script, const std::string& element,
@@ -715,12 +719,13 @@ TEST_F(Submit, RefusesAWrongCommandLine) {
       {{"--failed-of", "12", "-s", "1"}, "-s excludes --failed-of"},
       {{"--failed-of", "12", "-n", "1"}, "-n excludes --failed-of"},
       {{"--failed-of", "12", "--chunk", "2"}, "--chunk excludes --failed-of"},
-      {{"--failed-of", "12_1"}, "--failed-of: 12_1 is no id of an array"},
+      {{"--failed-of", "12_1"}, "--failed-of: 12_1 is not an array id"},
       {{"--sbatch-option", "--wait"},
-       "--sbatch-option: --wait cannot be given, for runlet-job sets it or depends on it"},
-      {{"--keep-env", "A=b"}, "--keep-env: A=b is no name of a variable"},
+       "--sbatch-option: --wait is not allowed, since runlet-job sets it or depends on it"},
+      {{"--keep-env", "A=b"}, "--keep-env: A=b is not a variable name"},
       {{"--sbatch-option=x"},
-       "--sbatch-option: x is no option: write an option with its value in one word, as --mem=4G"},
+       "--sbatch-option: x is not an option; write an option and its value as one word, such as "
+       "--mem=4G"},
       {{"--sbatch-option"}, "--sbatch-option: 1 required OPTION missing"},
       {{"other.xml"}, "The following argument was not expected: other.xml"},
   };
@@ -729,17 +734,17 @@ TEST_F(Submit, RefusesAWrongCommandLine) {
                "exit 2");
   }
   for (const char* program : {"sbatch", "scontrol", "squeue"}) {
-    EXPECT_EQ(engine_.calls(program), Calls{});
+    EXPECT_EQ(slurm_.calls(program), Calls{});
   }
 }
 
-TEST_F(Submit, TellsWhenTheIdCannotBeWritten) {
+TEST_F(Submit, ReportsWhenTheIdCannotBeWritten) {
   write(quietJob(1));
   ProcessOptions options = submit({});
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
   expectTool(runProcess(options), "",
              withWarning("runlet-job: submit: queued: 12\n"
-                         "runlet-job: cannot write: No space left on device\n"),
+                         "runlet-job: cannot write to standard output: No space left on device\n"),
              "exit 2");
 }
 

@@ -1,6 +1,6 @@
-// Programs run to their end.
+// Running programs to completion.
 
-#include "tool/submit/subprocess.h"
+#include "tool/system/subprocess.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -39,12 +39,12 @@ TEST(Subprocess, MayLeaveItsInputAndWriteMuchToBothOutputs) {
   EXPECT_EQ(WEXITSTATUS(result.waitStatus), 3);
 }
 
-TEST(Subprocess, TellsItsEnd) {
+TEST(Subprocess, ReportsItsEnd) {
   EXPECT_EQ(WTERMSIG(shell("kill -9 $$").waitStatus), 9);
   EXPECT_EQ(WEXITSTATUS(shell("exit 255").waitStatus), 255);
 }
 
-// In a process of its own: what the caller has open, and may open, is changed.
+// In a separate process, since open descriptors and their limit are changed.
 void expectInChild(const std::function<bool()>& holds) {
   const pid_t pid = fork();
   if (pid == 0) _exit(holds() ? 0 : 1);
@@ -70,7 +70,7 @@ TEST(Subprocess, HasNoOtherDescriptor) {
   });
 }
 
-TEST(Subprocess, TellsItsEndAlsoWhereTheEndsOfProcessesAreIgnored) {
+TEST(Subprocess, ReportsItsEndAlsoWhereTheEndsOfProcessesAreIgnored) {
   expectInChild([] {
     std::signal(SIGCHLD, SIG_IGN);
     const ProgramResult result = shell("sed -n 's/^SigIgn://p' /proc/self/status; exit 3");
@@ -88,8 +88,8 @@ TEST(Subprocess, MayBeRunByAProcessWithoutStandardStreams) {
   });
 }
 
-// From the first descriptor that is missing on: where there are enough for a start, there are also
-// enough for the answer.
+// For every number of missing descriptors: if there are enough to start, there are enough to read
+// the output.
 TEST(Subprocess, IsNotStartedWhereItsAnswerCouldNotBeRead) {
   expectInChild([] {
     close_range(3, ~0U, 0);

@@ -1,6 +1,6 @@
-// runlet-job submit --wait with an engine that answers what the test wants.
+// runlet-job submit --wait with a fake Slurm whose answers the test sets.
 
-#include "tool/submit/wait.h"
+#include "tool/slurm/wait.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,9 +12,9 @@
 #include <filesystem>
 #include <fstream>
 
-#include "fake_engine.h"
+#include "fake_slurm.h"
 #include "pseudo_terminal.h"
-#include "tool/submit/array_comment.h"
+#include "tool/slurm/arrays.h"
 
 namespace runlet_test {
 namespace {
@@ -37,17 +37,17 @@ TEST(Pause, GrowsAndIsLongAgainstTheAsking) {
 class SubmitAndWait : public SubmitTest {
  protected:
   void SetUp() override {
-    engine_.reply("sbatch", "echo 12");
+    slurm_.reply("sbatch", "echo 12");
   }
 
-  // What the summary has for a task, and the path of its log.
+  // The summary line of a task, and the path of its log.
   std::string line(int task, const std::string& end, const std::string& log = "") const {
     const std::string number = std::to_string(task);
     std::string text = "task " + number + ": " + end + ": /bin/true f" + number + "\n";
     return log.empty() ? text : text + "  log: " + folder_.file(log) + "\n";
   }
 
-  // What `run` tells `submit` about tasks of an element, such as "12_0".
+  // The end lines that `run` writes for tasks of an element, such as "12_0".
   std::string endLine(const std::string& element, const std::string& ends) const {
     return "runlet-job-ends " + runlet_tool::jobHash(jobFile_) + ":" + element + " " + ends + "\n";
   }
@@ -70,20 +70,20 @@ const std::vector<std::string> accountsOf12 = {
 
 TEST_F(SubmitAndWait, EndsWhenAllTasksHaveSucceeded) {
   write(quietJob(2));
-  engine_.reply("squeue", 1, element(1, "PENDING") + element(2, "PENDING"));
-  engine_.reply("squeue", 2, element(1, "COMPLETED") + element(2, "RUNNING"));
-  engine_.reply("squeue", element(1, "COMPLETED") + element(2, "COMPLETED"));
+  slurm_.reply("squeue", 1, element(1, "PENDING") + element(2, "PENDING"));
+  slurm_.reply("squeue", 2, element(1, "COMPLETED") + element(2, "RUNNING"));
+  slurm_.reply("squeue", element(1, "COMPLETED") + element(2, "COMPLETED"));
   expectSubmit({"--wait"}, "12\n",
                line(1, "succeeded") + line(2, "succeeded") + "2 tasks: 2 succeeded\n", "exit 0");
-  EXPECT_EQ(engine_.calls("squeue"), (Calls{askingOf12, askingOf12, askingOf12}));
-  EXPECT_EQ(engine_.calls("sacct"), Calls{});
+  EXPECT_EQ(slurm_.calls("squeue"), (Calls{askingOf12, askingOf12, askingOf12}));
+  EXPECT_EQ(slurm_.calls("sacct"), Calls{});
 }
 
-TEST_F(SubmitAndWait, TellsHowTasksHaveFailed) {
+TEST_F(SubmitAndWait, ReportsHowTasksHaveFailed) {
   write(quietJob(6));
-  engine_.reply("squeue", element(3, "TIMEOUT", 15) + element(1, "COMPLETED") +
-                              element(2, "FAILED", 768) + element(4, "FAILED", 9) +
-                              element(5, "OUT_OF_MEMORY", 9) + element(6, "CANCELLED"));
+  slurm_.reply("squeue", element(3, "TIMEOUT", 15) + element(1, "COMPLETED") +
+                             element(2, "FAILED", 768) + element(4, "FAILED", 9) +
+                             element(5, "OUT_OF_MEMORY", 9) + element(6, "CANCELLED"));
   expectSubmit({"--wait"}, "12\n",
                line(1, "succeeded") + line(2, "failed with exit code 3", "job-2.log") +
                    line(3, "timed out", "job-3.log") +
@@ -94,98 +94,101 @@ TEST_F(SubmitAndWait, TellsHowTasksHaveFailed) {
                "exit 1");
 }
 
-TEST_F(SubmitAndWait, GoesOnWhereATaskThatWasLostIsRunAnew) {
+TEST_F(SubmitAndWait, WaitsForALostTaskThatIsRunAgain) {
   write(quietJob(2));
-  engine_.reply("squeue", 1, element(1, "NODE_FAIL", 256) + element(2, "RUNNING"));
-  engine_.reply("squeue", 2, element(1, "PENDING") + element(2, "COMPLETED"));
-  engine_.reply("squeue", element(1, "COMPLETED") + element(2, "COMPLETED"));
+  slurm_.reply("squeue", 1, element(1, "NODE_FAIL", 256) + element(2, "RUNNING"));
+  slurm_.reply("squeue", 2, element(1, "PENDING") + element(2, "COMPLETED"));
+  slurm_.reply("squeue", element(1, "COMPLETED") + element(2, "COMPLETED"));
   expectSubmit({"--wait"}, "12\n",
                line(1, "succeeded") + line(2, "succeeded") + "2 tasks: 2 succeeded\n", "exit 0");
-  EXPECT_EQ(engine_.calls("squeue").size(), 3U);
+  EXPECT_EQ(slurm_.calls("squeue").size(), 3U);
 }
 
 TEST_F(SubmitAndWait, AsksTheAccountsForWhatTheQueueHasForgotten) {
   write(quietJob(3));
-  engine_.reply("squeue", 1,
-                element(1, "COMPLETED") + element(2, "RUNNING") + element(3, "RUNNING"));
-  engine_.reply("squeue", 2, element(3, "RUNNING"));
-  engine_.reply("squeue", "echo 'slurm_load_jobs error: Invalid job id specified' >&2; exit 1");
-  engine_.reply("sacct", 1, "printf '12_1|FAILED|1:0\\n12_2|FAILED|0:6\\n12_3|COMPLETED|0:0\\n'");
-  engine_.reply("sacct", 2, "echo '12_3|FAILED|2:0'");
+  slurm_.reply("squeue", 1,
+               element(1, "COMPLETED") + element(2, "RUNNING") + element(3, "RUNNING"));
+  slurm_.reply("squeue", 2, element(3, "RUNNING"));
+  slurm_.reply("squeue", "echo 'slurm_load_jobs error: Invalid job id specified' >&2; exit 1");
+  slurm_.reply("sacct", 1, "printf '12_1|FAILED|1:0\\n12_2|FAILED|0:6\\n12_3|COMPLETED|0:0\\n'");
+  slurm_.reply("sacct", 2, "echo '12_3|FAILED|2:0'");
   expectSubmit({"--wait"}, "12\n",
                line(1, "succeeded") + line(2, "killed by signal 6 (Aborted)", "job-2.log") +
                    line(3, "failed with exit code 2", "job-3.log") +
                    "3 tasks: 1 succeeded, 1 failed (3), 1 killed (2)\n",
                "exit 1");
-  EXPECT_EQ(engine_.calls("sacct"), (Calls{accountsOf12, accountsOf12}));
+  EXPECT_EQ(slurm_.calls("sacct"), (Calls{accountsOf12, accountsOf12}));
 }
 
-TEST_F(SubmitAndWait, GivesUpOnTasksThatAreNotKnownAnyMore) {
+TEST_F(SubmitAndWait, GivesUpOnTasksThatAreNoLongerKnown) {
   write(quietJob(2));
-  engine_.reply("squeue", element(2, "COMPLETED"));
-  engine_.reply("squeue", 2, element(1, "RUNNING"));
-  engine_.reply("sacct", "echo 'Slurm accounting storage is disabled' >&2; exit 1");
+  slurm_.reply("squeue", element(2, "COMPLETED"));
+  slurm_.reply("squeue", 2, element(1, "RUNNING"));
+  slurm_.reply("sacct", "echo 'Slurm accounting storage is disabled' >&2; exit 1");
   expectSubmit({"--wait"}, "12\n",
                line(1, "unknown", "job-1.log") + line(2, "succeeded") +
                    "2 tasks: 1 succeeded, 1 unknown (1)\n",
                "exit 1");
-  EXPECT_EQ(engine_.calls("squeue").size(), 5U);
+  EXPECT_EQ(slurm_.calls("squeue").size(), 5U);
 }
 
 TEST_F(SubmitAndWait, NeedsNoAccounts) {
   write(quietJob(1));
-  engine_.remove("sacct");
+  slurm_.remove("sacct");
   expectSubmit({"--wait"}, "12\n", line(1, "unknown", "job-1.log") + "1 task: 1 unknown (1)\n",
                "exit 1");
 }
 
-TEST_F(SubmitAndWait, GoesOnWhereTheEngineDoesNotAnswer) {
+TEST_F(SubmitAndWait, ContinuesWhereSlurmDoesNotAnswer) {
   write(quietJob(1));
-  engine_.reply("squeue", 1, "echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
-  engine_.reply("squeue", 2, "kill -9 $$");
-  engine_.reply("squeue", element(1, "COMPLETED"));
-  expectSubmit({"--wait"}, "12\n",
-               "runlet-job: submit: no answer, waiting goes on: slurm_load_jobs error: Unable to "
-               "contact\n" +
-                   line(1, "succeeded") + "1 task: 1 succeeded\n",
-               "exit 0");
+  slurm_.reply("squeue", 1, "echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
+  slurm_.reply("squeue", 2, "kill -9 $$");
+  slurm_.reply("squeue", element(1, "COMPLETED"));
+  expectSubmit(
+      {"--wait"}, "12\n",
+      "runlet-job: submit: no answer from Slurm, still waiting: slurm_load_jobs error: Unable to "
+      "contact\n" +
+          line(1, "succeeded") + "1 task: 1 succeeded\n",
+      "exit 0");
 }
 
-// The time that a question without an answer took is no reason to wait ten times as long.
-TEST_F(SubmitAndWait, AsksAgainSoonWhereTheEngineTakesLongNotToAnswer) {
+// The time of a query without an answer does not increase the pause.
+TEST_F(SubmitAndWait, AsksAgainSoonWhereSlurmTakesLongNotToAnswer) {
   write(quietJob(1));
-  engine_.reply("squeue", 1,
-                "/bin/sleep 1; echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
-  engine_.reply("squeue", element(1, "COMPLETED"));
+  slurm_.reply("squeue", 1,
+               "/bin/sleep 1; echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
+  slurm_.reply("squeue", element(1, "COMPLETED"));
   const auto begin = std::chrono::steady_clock::now();
-  expectSubmit({"--wait"}, "12\n",
-               "runlet-job: submit: no answer, waiting goes on: slurm_load_jobs error: Unable to "
-               "contact\n" +
-                   line(1, "succeeded") + "1 task: 1 succeeded\n",
-               "exit 0");
+  expectSubmit(
+      {"--wait"}, "12\n",
+      "runlet-job: submit: no answer from Slurm, still waiting: slurm_load_jobs error: Unable to "
+      "contact\n" +
+          line(1, "succeeded") + "1 task: 1 succeeded\n",
+      "exit 0");
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
 }
 
-TEST_F(SubmitAndWait, GoesOnWhereTheAccountsDoNotAnswer) {
+TEST_F(SubmitAndWait, ContinuesWhereTheAccountsDoNotAnswer) {
   write(quietJob(1));
-  engine_.reply("sacct", "exit 1");
-  engine_.reply("sacct", 4, "echo '12_1|COMPLETED|0:0'");
-  expectSubmit({"--wait"}, "12\n",
-               "runlet-job: submit: no answer, waiting goes on: sacct failed with exit code 1\n" +
-                   line(1, "succeeded") + "1 task: 1 succeeded\n",
-               "exit 0");
+  slurm_.reply("sacct", "exit 1");
+  slurm_.reply("sacct", 4, "echo '12_1|COMPLETED|0:0'");
+  expectSubmit(
+      {"--wait"}, "12\n",
+      "runlet-job: submit: no answer from Slurm, still waiting: sacct failed with exit code 1\n" +
+          line(1, "succeeded") + "1 task: 1 succeeded\n",
+      "exit 0");
 }
 
 TEST_F(SubmitAndWait, AsksForAllArraysOfTheirClusterAtOnce) {
   write(quietJob(12));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 11'");
-  engine_.reply("sbatch", "echo '12;lab'");
-  engine_.reply("sbatch", 2, "echo '14;lab'");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 11'");
+  slurm_.reply("sbatch", "echo '12;lab'");
+  slurm_.reply("sbatch", 2, "echo '14;lab'");
   std::string states;
   for (int i = 8; i <= 9; ++i) states += element(i, "COMPLETED");
-  engine_.reply("squeue",
-                states + "echo 14 0 FAILED 256; echo 14 1 COMPLETED 0; echo 15 2 FAILED 256");
-  engine_.reply("sacct", "echo '14_2|COMPLETED|0:0'");
+  slurm_.reply("squeue",
+               states + "echo 14 0 FAILED 256; echo 14 1 COMPLETED 0; echo 15 2 FAILED 256");
+  slurm_.reply("sacct", "echo '14_2|COMPLETED|0:0'");
   expectSubmit({"--wait", "-s", "8", "-n", "5"}, "12\n14\n",
                line(8, "succeeded") + line(9, "succeeded") +
                    line(10, "failed with exit code 1", "job-10.log") + line(11, "succeeded") +
@@ -197,16 +200,16 @@ TEST_F(SubmitAndWait, AsksForAllArraysOfTheirClusterAtOnce) {
   std::vector<std::string> accounts = accountsOf12;
   accounts[4] = "12,14";
   accounts.emplace_back("--clusters=lab");
-  EXPECT_EQ(engine_.calls("squeue"), Calls{asking});
-  EXPECT_EQ(engine_.calls("sacct"), Calls{accounts});
+  EXPECT_EQ(slurm_.calls("squeue"), Calls{asking});
+  EXPECT_EQ(slurm_.calls("sacct"), Calls{accounts});
 }
 
 TEST_F(SubmitAndWait, KeepsVariablesThatLeaveSomethingOut) {
   write(quietJob(1));
-  engine_.reply("squeue", "[ -z \"$SQUEUE_USERS$SQUEUE_SORT\" ] || exit 1");
-  engine_.reply("sacct",
-                "[ -z \"$SACCT_FORMAT\" ] && [ \"$SLURM_BITSTR_LEN$SLURM_CONF\" = 0x ] && "
-                "echo '12_1|COMPLETED|0:0'");
+  slurm_.reply("squeue", "[ -z \"$SQUEUE_USERS$SQUEUE_SORT\" ] || exit 1");
+  slurm_.reply("sacct",
+               "[ -z \"$SACCT_FORMAT\" ] && [ \"$SLURM_BITSTR_LEN$SLURM_CONF\" = 0x ] && "
+               "echo '12_1|COMPLETED|0:0'");
   ProcessOptions options = submit({"--wait"});
   options.environment.insert(options.environment.end(), {{"SQUEUE_USERS", "nobody"},
                                                          {"SQUEUE_SORT", "x"},
@@ -217,7 +220,7 @@ TEST_F(SubmitAndWait, KeepsVariablesThatLeaveSomethingOut) {
              withWarning(line(1, "succeeded") + "1 task: 1 succeeded\n"), "exit 0");
 }
 
-TEST_F(SubmitAndWait, TellsTheTasksOfAChunkApart) {
+TEST_F(SubmitAndWait, DistinguishesTheTasksOfAChunk) {
   write(quietJob(9).set("LogFolder", "logs"));
   folder_.makeFolder("logs");
   for (const char* number : {"0", "1", "2", "3", "4"}) {
@@ -226,9 +229,9 @@ TEST_F(SubmitAndWait, TellsTheTasksOfAChunkApart) {
                   "task 2: failed with exit code 1: x\n" + endLine(id, "failed 7 1") +
                       endLine(id, "succeeded 0 2-4") + endLine(id, "timed-out 0 7"));
   }
-  engine_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 256) +
-                              element(2, "COMPLETED") + element(3, "CANCELLED") +
-                              element(4, "NODE_FAIL"));
+  slurm_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 256) +
+                             element(2, "COMPLETED") + element(3, "CANCELLED") +
+                             element(4, "NODE_FAIL"));
   expectSubmit({"--wait", "--chunk", "2"}, "12\n",
                line(1, "failed with exit code 7", "logs/job-1.log") + line(2, "succeeded") +
                    line(3, "failed with exit code 1", "logs/job-3.log") +
@@ -240,13 +243,13 @@ TEST_F(SubmitAndWait, TellsTheTasksOfAChunkApart) {
                "exit 1");
 }
 
-// Where the element was ended the log names those tasks that were done.
+// If the element was ended, the log names the tasks that were done.
 TEST_F(SubmitAndWait, TakesTheElementsEndForTasksThatItsLogDoesNotName) {
   write(quietJob(7));
   folder_.write("job-chunk-0.log", endLine("12_0", "succeeded 0 1"));
   folder_.write("job-chunk-1.log", endLine("12_1", "succeeded 0 4"));
   folder_.makeFolder("job-chunk-2.log");
-  engine_.reply("squeue", element(0, "TIMEOUT") + element(1, "FAILED", 9) + element(2, "TIMEOUT"));
+  slurm_.reply("squeue", element(0, "TIMEOUT") + element(1, "FAILED", 9) + element(2, "TIMEOUT"));
   expectSubmit(
       {"--wait", "--chunk", "3"}, "12\n",
       line(1, "succeeded") + line(2, "timed out", "job-2.log") + line(3, "timed out", "job-3.log") +
@@ -256,8 +259,8 @@ TEST_F(SubmitAndWait, TakesTheElementsEndForTasksThatItsLogDoesNotName) {
       "exit 1");
 }
 
-// A log may be that of another array, whose number has been given again, of another element, or of
-// another job file; and what people read is no verdict.
+// A log may be from another array with a reused number, another element, or another job file; and
+// text for people is not evaluated.
 TEST_F(SubmitAndWait, TakesNoVerdictFromALogThatIsNotTheElements) {
   write(quietJob(8));
   const std::string lines = "succeeded 0 1,3,5,7";
@@ -268,7 +271,7 @@ TEST_F(SubmitAndWait, TakesNoVerdictFromALogThatIsNotTheElements) {
                 "task 7: succeeded: x\ntask 8: \033[31mfailed\033[m: x\n2 tasks: 2 succeeded\n");
   std::string states;
   for (int i = 0; i < 4; ++i) states += element(i, "FAILED", 256);
-  engine_.reply("squeue", states);
+  slurm_.reply("squeue", states);
   std::string summary;
   for (int i = 1; i <= 8; ++i) {
     summary += line(i, "failed with exit code 1", "job-" + std::to_string(i) + ".log");
@@ -280,9 +283,9 @@ TEST_F(SubmitAndWait, TakesNothingOfALogButItsVerdicts) {
   write(quietJob(4));
   folder_.write("job-chunk-0.log", endLine("12_0", "other 0 1") + endLine("12_0", "\033[31m 0 2") +
                                        endLine("12_0", "succeeded 0 2,3"));
-  // Whoever has every task succeed there does not change that the element failed.
+  // A log in which every task succeeded does not change that the element failed.
   folder_.write("job-chunk-1.log", endLine("12_1", "succeeded 0 3-4"));
-  engine_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 512));
+  slurm_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 512));
   expectSubmit({"--wait", "--chunk", "2"}, "12\n",
                line(1, "unknown", "job-1.log") + line(2, "succeeded") +
                    line(3, "failed with exit code 2", "job-3.log") +
@@ -291,7 +294,7 @@ TEST_F(SubmitAndWait, TakesNothingOfALogButItsVerdicts) {
                "exit 1");
 }
 
-// A task may have put a pipe, a link to what only others can read, or what never ends there.
+// A task may have put a pipe, a link to an inaccessible file, or an endless file there.
 TEST_F(SubmitAndWait, ReadsNoLogThatIsNoFile) {
   write(quietJob(9));
   folder_.write("elsewhere", endLine("12_1", "succeeded 0 3"));
@@ -301,7 +304,7 @@ TEST_F(SubmitAndWait, ReadsNoLogThatIsNoFile) {
   folder_.makeFolder("job-chunk-3.log");
   std::string states;
   for (int i = 0; i < 5; ++i) states += element(i, "FAILED", 256);
-  engine_.reply("squeue", states);
+  slurm_.reply("squeue", states);
   std::string summary;
   for (int i = 1; i <= 9; ++i) {
     summary += line(i, "failed with exit code 1", "job-" + std::to_string(i) + ".log");
@@ -309,7 +312,7 @@ TEST_F(SubmitAndWait, ReadsNoLogThatIsNoFile) {
   expectSubmit({"--wait", "--chunk", "2"}, "12\n", summary + "9 tasks: 9 failed (1-9)\n", "exit 1");
 }
 
-// Of a log that is larger than the memory there is, the end is read, from its first whole line on.
+// Only the end of a huge log is read, from its first complete line on.
 TEST_F(SubmitAndWait, ReadsOnlyTheEndOfALog) {
   write(quietJob(4));
   constexpr std::size_t most = 64 * 1024;
@@ -319,7 +322,7 @@ TEST_F(SubmitAndWait, ReadsOnlyTheEndOfALog) {
   std::filesystem::resize_file(folder_.write("job-chunk-1.log", ""), std::uintmax_t{1} << 36);
   std::ofstream(folder_.file("job-chunk-1.log"), std::ios::app)
       << "\n" + endLine("12_1", "succeeded 0 3");
-  engine_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 256));
+  slurm_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 256));
   ProcessOptions options = submit({"--wait", "--chunk", "2"});
   expectTool(runProcess(options), "12\n",
              withWarning(line(1, "failed with exit code 1", "job-1.log") +
@@ -331,21 +334,22 @@ TEST_F(SubmitAndWait, ReadsOnlyTheEndOfALog) {
 
 TEST_F(SubmitAndWait, LeavesTheTasksAloneWhenItIsInterrupted) {
   write(quietJob(12));
-  engine_.reply("scontrol", "echo 'MaxArraySize = 11'");
-  for (const int second : {2, 4, 6}) engine_.reply("sbatch", second, "echo 14");
+  slurm_.reply("scontrol", "echo 'MaxArraySize = 11'");
+  for (const int second : {2, 4, 6}) slurm_.reply("sbatch", second, "echo 14");
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    engine_.reply("squeue", "kill -" + std::to_string(signal) + " $PPID");
+    slurm_.reply("squeue", "kill -" + std::to_string(signal) + " $PPID");
     const ProcessResult result = run({"--wait"});
-    EXPECT_EQ(result.error,
-              withWarning("runlet-job: submit: the tasks go on; to stop them: scancel 12 14\n"));
+    EXPECT_EQ(
+        result.error,
+        withWarning("runlet-job: submit: the tasks keep running; to stop them: scancel 12 14\n"));
     EXPECT_EQ(describeStatus(result.waitStatus), "signal " + std::to_string(signal));
   }
-  EXPECT_EQ(engine_.calls("scancel"), Calls{});
+  EXPECT_EQ(slurm_.calls("scancel"), Calls{});
 }
 
 TEST_F(SubmitAndWait, IsNotInterruptedByASignalThatItWasStartedToIgnore) {
   write(quietJob(1));
-  engine_.reply("squeue", "kill -HUP $PPID\n" + element(1, "COMPLETED"));
+  slurm_.reply("squeue", "kill -HUP $PPID\n" + element(1, "COMPLETED"));
   ProcessOptions options = submit({"--wait"});
   options.prepare = [] { std::signal(SIGHUP, SIG_IGN); };
   expectTool(runProcess(options), "12\n",
@@ -354,19 +358,19 @@ TEST_F(SubmitAndWait, IsNotInterruptedByASignalThatItWasStartedToIgnore) {
 
 TEST_F(SubmitAndWait, HasTheIdWrittenBeforeItWaits) {
   write(quietJob(1));
-  engine_.reply("squeue", "until [ -e '" + folder_.file("done") +
-                              "' ]; do /bin/sleep 0.01; done\n" + element(1, "COMPLETED"));
+  slurm_.reply("squeue", "until [ -e '" + folder_.file("done") + "' ]; do /bin/sleep 0.01; done\n" +
+                             element(1, "COMPLETED"));
   Process process(submit({"--wait"}));
   EXPECT_TRUE(process.readUntil("12\n"));
   folder_.write("done", "");
   EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 0");
 }
 
-TEST_F(SubmitAndWait, ShowsABarOnATerminalAndWipesItAway) {
+TEST_F(SubmitAndWait, ShowsABarOnATerminalAndErasesIt) {
   write(quietJob(2));
-  engine_.reply("squeue", 1, "exit 1");
-  engine_.reply("squeue", element(1, "COMPLETED") + element(2, "RUNNING"));
-  engine_.reply("squeue", 5, element(1, "COMPLETED") + element(2, "COMPLETED"));
+  slurm_.reply("squeue", 1, "exit 1");
+  slurm_.reply("squeue", element(1, "COMPLETED") + element(2, "RUNNING"));
+  slurm_.reply("squeue", 5, element(1, "COMPLETED") + element(2, "COMPLETED"));
   const Terminal terminal;
   ProcessOptions options = submit({"--wait"});
   options.prepare = [&] { openAs(STDERR_FILENO, terminal.name(), O_WRONLY | O_NOCTTY); };

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "programs.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -38,7 +39,7 @@ ProcessOptions ExecTest::unprivilegedExec(const Strings& words) const {
   ProcessOptions options = exec(words);
   if (geteuid() != 0) return options;
   options.program = folder_.file("runlet-job");
-  std::filesystem::copy_file(RUNLET_JOB, options.program,
+  std::filesystem::copy_file(toolPath, options.program,
                              std::filesystem::copy_options::overwrite_existing);
   options.prepare = [] {
     if (setgroups(0, nullptr) != 0 || setgid(otherId) != 0 || setuid(otherId) != 0) _exit(97);
@@ -48,7 +49,7 @@ ProcessOptions ExecTest::unprivilegedExec(const Strings& words) const {
 
 std::string noSuchTask(const std::string& number, const std::string& jobFile,
                        const std::string& tasks) {
-  std::string line = "runlet-job: exec: there is no task ";
+  std::string line = "runlet-job: exec: no task ";
   return line.append(number).append(" in ").append(jobFile).append(", which has ").append(tasks) +
          "\n";
 }

@@ -17,7 +17,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// Whether the variable may be that of the tests, or of whoever started them.
+// Whether the variable may come from the tests or their environment.
 bool isInherited(const std::string& variable) {
   const std::string name = variable.substr(0, variable.find('='));
   const Strings own = {"LC_ALL", "LC_TIME"};

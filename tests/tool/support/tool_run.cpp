@@ -11,11 +11,13 @@
 #include <cstring>
 #include <limits>
 
+#include "programs.h"
+
 namespace runlet_test {
 
 ProcessOptions tool(const std::vector<std::string>& arguments) {
   ProcessOptions options;
-  options.arguments = {RUNLET_JOB};
+  options.arguments = {toolPath};
   options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
   options.environment = {{"PATH", "/usr/bin:/bin"}};
   return options;
@@ -27,11 +29,11 @@ ProcessResult runTool(const std::vector<std::string>& arguments) {
 
 std::string withoutKeyringNote(std::string text) {
   static const std::string note = [] {
-    // Asks for nothing but the id of a keyring, and changes none.
+    // Only queries the id of a keyring, without changing any.
     const long id = syscall(SYS_keyctl, KEYCTL_GET_KEYRING_ID, KEY_SPEC_USER_KEYRING, 0);
     const bool isBarred = id == -1 && (errno == ENOSYS || errno == EPERM || errno == EACCES);
     return isBarred ? std::string("runlet-job: no session keyring for the task: ") +
-                          std::strerror(errno) + "; it keeps the one of its starter\n"
+                          std::strerror(errno) + "; it keeps that of its starter\n"
                     : "";
   }();
   const std::size_t place = note.empty() ? std::string::npos : text.find(note);

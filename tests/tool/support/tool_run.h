@@ -8,22 +8,22 @@
 
 namespace runlet_test {
 
-// Options that start runlet-job with `arguments` behind its own name, and with a PATH that does not
-// depend on who runs the tests.
+// Options that start runlet-job with `arguments` after its name, and with a PATH that does not
+// depend on the user who runs the tests.
 ProcessOptions tool(const std::vector<std::string>& arguments);
 
 ProcessResult runTool(const std::vector<std::string>& arguments);
 
-// `text` without the note about the session keyring that a task of another user gets where the
-// system keeps keyrings from the tests, as in some containers.
+// `text` without the note about the session keyring that a task of another user gets if the system
+// forbids keyrings, as in some containers.
 std::string withoutKeyringNote(std::string text);
 
-// Asserts all that came out of a process, that note aside. `status` as describeStatus has it.
+// Asserts the whole result of a process, except that note. `status` is as from describeStatus.
 void expectTool(const ProcessResult& result, const std::string& output, const std::string& error,
                 const std::string& status);
 
-// What is said of a value that is no positive number. The library of the options has the words for
-// it, other ones in each version.
+// The message about a value that is not a positive number. Its wording comes from CLI11 and differs
+// between versions.
 std::string notPositive(const std::string& value);
 
 }  // namespace runlet_test

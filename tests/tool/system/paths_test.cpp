@@ -1,6 +1,4 @@
-// Paths as seen from a folder.
-
-#include "tool/system/paths.h"
+// Paths relative to a folder.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -8,6 +6,7 @@
 #include <climits>
 
 #include "temp_folder.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {
@@ -37,7 +36,7 @@ TEST(Paths, KnowTheCurrentFolderAndThisProgram) {
   EXPECT_TRUE(ownPath().ends_with("/runlet_tool_tests")) << ownPath();
 }
 
-// In a process of its own, which has to be somewhere.
+// In a separate process, which changes its current folder.
 TEST(Paths, HaveNoCurrentFolderWhenItIsGone) {
   EXPECT_EXIT(
       {

@@ -1,8 +1,7 @@
-#include "tool/text/shell_quote.h"
-
 #include <gtest/gtest.h>
 
 #include "process.h"
+#include "tool/text/quoting.h"
 
 namespace runlet_test {
 namespace {
@@ -43,7 +42,7 @@ TEST(ShellQuote, KeepsReservedWordsFromBeginningACommand) {
   EXPECT_EQ(quoted("timer", ""), "timer");
 }
 
-// Every byte, alone and beside others, comes out of a shell as it went in.
+// Every byte, alone and next to others, passes through a shell unchanged.
 TEST(ShellQuote, IsReadBackByTheShell) {
   std::vector<std::string> words = {"",  "'",    "''", "\\",    "a'b\tc",
                                     "!", "!!\n", "-n", "$(id)", "`id`"};

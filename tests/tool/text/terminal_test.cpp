@@ -1,4 +1,4 @@
-// What runlet-job does differently on a terminal: the program is run on one.
+// Behaviour of runlet-job on a terminal.
 
 #include "tool/text/terminal.h"
 
@@ -57,7 +57,7 @@ TEST_F(ToolOnATerminal, HasNoColoursElsewhere) {
   EXPECT_EQ(runTool({"check", job_}).output.find('\033'), std::string::npos);
 }
 
-// Standard error of this process, sent to a terminal for a while.
+// Redirects standard error of this process to a terminal during its lifetime.
 class OnTerminal {
  public:
   explicit OnTerminal(const Terminal& terminal) : old_(dup(STDERR_FILENO)) {
@@ -74,7 +74,7 @@ class OnTerminal {
   int old_;
 };
 
-// Half of the work in the time that a user waits without being told.
+// Half of the work within the time after which the bar is shown.
 void workFor(std::chrono::milliseconds time, std::size_t total) {
   runlet_tool::Progress progress("working", total);
   progress.show(0);

@@ -1,6 +1,6 @@
-#include "tool/text/utf8.h"
-
 #include <gtest/gtest.h>
+
+#include "tool/text/characters.h"
 
 namespace runlet_tool {
 namespace {
@@ -16,18 +16,18 @@ TEST(Utf8, KnowsTheLengthOfACharacter) {
       {std::string(1, '\0'), 1},
       {"\x7f", 1},
       {"\x80", 0},
-      {"\xc1\xbf", 0},  // longer than needed
+      {"\xc1\xbf", 0},  // overlong
       {"\xc2\x80", 2},
       {"\xdf\xbf!", 2},
       {"\xc3", 0},
       {"\xc3(", 0},
-      {"\xe0\x9f\xbf", 0},  // longer than needed
+      {"\xe0\x9f\xbf", 0},  // overlong
       {"\xe0\xa0\x80", 3},
       {"\xe2\x82\xac", 3},
       {"\xe2\x82", 0},
       {"\xe2\x82(", 0},
       {"\xed\x9f\xbf", 3},
-      {"\xed\xa0\x80", 0},  // half of a pair
+      {"\xed\xa0\x80", 0},  // a surrogate
       {"\xf0\x8f\xbf\xbf", 0},
       {"\xf0\x9f\x98\x80", 4},
       {"\xf4\x8f\xbf\xbf", 4},

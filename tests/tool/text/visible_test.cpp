@@ -1,6 +1,6 @@
-#include "tool/text/visible.h"
-
 #include <gtest/gtest.h>
+
+#include "tool/text/characters.h"
 
 namespace runlet_test {
 namespace {

@@ -1,4 +1,4 @@
-// What a compiler has to refuse: a number where the format has a text, and a value too few.
+// The compiler must refuse this: a number for a text in the format, and a missing value.
 
 #include "tool/text/format.h"
 

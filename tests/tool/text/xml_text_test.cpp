@@ -1,10 +1,10 @@
-// What stands in an XML file for a text.
-
-#include "tool/text/xml_text.h"
+// Escaping text for an XML file.
 
 #include <gtest/gtest.h>
 
 #include <vector>
+
+#include "tool/text/xml.h"
 
 namespace runlet_tool {
 namespace {
@@ -34,7 +34,7 @@ TEST(XmlText, Escapes) {
       {"{}'\\%", "{}'\\%", "{}'\\%"},
       {"\xc3\xa4\xf0\x9f\x8e\xac\x7f", "\xc3\xa4\xf0\x9f\x8e\xac\x7f",
        "\xc3\xa4\xf0\x9f\x8e\xac\x7f"},
-      // in front of a text that stands alone it would be skipped
+      // it would be skipped before text that is alone
       {"\xef\xbb\xbf"
        "a\xef\xbb\xbf",
        "\xef\xbb\xbf"

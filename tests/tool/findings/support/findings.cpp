@@ -12,6 +12,7 @@
 #include <regex>
 #include <stdexcept>
 
+#include "programs.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -150,6 +151,10 @@ std::string statusFor(const std::vector<Found>& findings, bool strict) {
 
 }  // namespace
 
+std::string samplesFolder() {
+  return std::string(sourceFolder) + "/tests/tool/samples";
+}
+
 const Account& plainAccount() {
   static const Account account = findPlainAccount();
   return account;
@@ -165,7 +170,7 @@ std::string Findings::jobName(const std::string& sample) const {
 }
 
 std::string Findings::text(const std::string& sample) const {
-  const std::string path = std::string(samplesFolder) + "/" + code() + "/" + sample + ".xml";
+  const std::string path = samplesFolder() + "/" + code() + "/" + sample + ".xml";
   const auto given = given_.find(sample);
   const std::string text = given == given_.end() ? readFile(path) : given->second;
   return withLetters(replaceAll(text, "@FOLDER@", folder()));
@@ -294,8 +299,8 @@ void Findings::expectMended(const std::string& output, const std::string& error)
   expectResult(runTasks(mended), output, error, "exit 0");
 }
 
-// The child writes the "Calling" line that it has inherited once more, in front of the parent's
-// second line or behind it.
+// The child writes the "Calling" line that it has inherited once more, before or after the
+// parent's second line.
 void Findings::expectBadNotExecuted(const std::string& command, const std::string& error) {
   SCOPED_TRACE(bad);
   const ProcessResult result = runTasks(bad);

@@ -1,7 +1,7 @@
 // Job files with one fault each and their mended twins, tests/tool/samples/CODE/bad.xml and
 // mended.xml: what runlet-job finds in them, and what the adapter does with them.
 //
-// In a sample "@FOLDER@" stands for the folder of the test, and "@2000@" for as many letters "x".
+// In a sample "@FOLDER@" is the folder of the test, and "@2000@" for as many letters "x".
 #pragma once
 
 #include <iosfwd>
@@ -35,7 +35,7 @@ struct Summary {
 
 std::ostream& operator<<(std::ostream& out, const Found& found);
 
-inline constexpr char samplesFolder[] = RUNLET_SOURCES "/tests/tool/samples";
+std::string samplesFolder();
 
 extern const std::string bad;
 extern const std::string mended;
@@ -72,7 +72,7 @@ class Findings : public AdapterTest {
   // The request is given up at once.
   void expectBadRefused(const std::string& error);
 
-  // The only task has no program to execute; `error` stands in front of what is written of that.
+  // The only task has no program to execute; `error` comes before what is written of that.
   void expectBadNotExecuted(const std::string& command, const std::string& error = "");
 
   // The adapter is asked whether so many milliseconds are within the limit of a task.

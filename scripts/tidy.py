@@ -1,0 +1,81 @@
+#!/usr/bin/env python3
+"""Runs clang-tidy on sources that may have findings that it has not looked for yet.
+
+  tidy.py BUILD FOLDER...
+
+BUILD is a configured build, FOLDER holds sources of it. A source without a finding is noted in
+BUILD/tidied, and left out from then on while nothing changes that it is compiled from: neither it nor
+a header of this project, its compile command, the checks or clang-tidy itself. The exit status is 1
+if there are findings.
+"""
+
+import concurrent.futures
+import hashlib
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
+
+
+def includes_of(source, folders, known):
+    """Adds a source and all of this project that it includes to the set `known`."""
+    if source in known:
+        return
+    known.add(source)
+    for name in INCLUDE.findall(source.read_text()):
+        for folder in [source.parent, *folders]:
+            header = (folder / name).resolve()
+            if header.is_file():
+                includes_of(header, folders, known)
+                break
+
+
+def state_of(entry, common):
+    """What the findings in a source depend on, as a text that is another one when it changes."""
+    folders = [pathlib.Path(folder) for folder in re.findall(r"-I(\S+)", entry["command"])]
+    known = set()
+    includes_of(pathlib.Path(entry["file"]).resolve(), folders, known)
+    state = hashlib.sha256(common + entry["command"].encode())
+    for path in sorted(known):
+        state.update(path.as_posix().encode() + b"\0" + path.read_bytes() + b"\0")
+    return state.hexdigest()
+
+
+def look_at(build, file):
+    """Yields whether clang-tidy finds nothing in a source, and what it writes."""
+    command = ["clang-tidy", "--quiet", "-p", build, file]
+    run = subprocess.run(command, capture_output=True, text=True, check=False)
+    # Apart from how many findings in headers of the system it has kept to itself
+    return run.returncode == 0, run.stdout + (run.stderr if run.returncode != 0 else "")
+
+
+def main(build, *folders):
+    version = subprocess.run(["clang-tidy", "--version"], capture_output=True, check=True).stdout
+    common = version + pathlib.Path(".clang-tidy").read_bytes()
+    notes = pathlib.Path(build) / "tidied"
+    notes.mkdir(exist_ok=True)
+    entries = json.loads((pathlib.Path(build) / "compile_commands.json").read_text())
+    prefixes = tuple(os.path.join(os.getcwd(), folder, "") for folder in folders)
+    entries = {entry["file"]: entry for entry in entries if entry["file"].startswith(prefixes)}
+    states = {file: state_of(entry, common) for file, entry in entries.items()}
+    new = [file for file, state in states.items() if not (notes / state).exists()]
+    print(f"clang-tidy: {len(new)} of {len(entries)} sources", flush=True)
+    failed = False
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        runs = {pool.submit(look_at, build, file): file for file in new}
+        for run in concurrent.futures.as_completed(runs):
+            clean, text = run.result()
+            if clean:
+                (notes / states[runs[run]]).touch()
+            else:
+                failed = True
+                print(text, flush=True)
+    return 1 if failed or not entries else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))

@@ -1,0 +1,113 @@
+#include "tool/batch/batch.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "adapter/task_range.h"
+#include "exec/start.h"
+#include "tool/batch/task_user.h"
+#include "tool/check/inspect.h"
+#include "tool/check/report.h"
+#include "tool/check/rules.h"
+#include "tool/system/exit_status.h"
+#include "tool/system/files.h"
+#include "tool/text/characters.h"
+#include "tool/text/format.h"
+#include "tool/text/quoting.h"
+#include "tool/text/terminal.h"
+
+namespace runlet_tool {
+namespace {
+
+using runlet::AdapterContext;
+
+// A job without a user runs as the caller, so the check takes the caller for the user of the
+// request. Not so for root: a job must state explicitly that its programs run as root.
+std::string requestUser() {
+  return geteuid() == 0 ? "" : std::to_string(geteuid());
+}
+
+void reportWarnings(const AdapterContext& context, const char* verb, const Report& report) {
+  const std::size_t count = report.count(Severity::warning);
+  if (count == 0) return;
+  std::string command = "runlet-job check";
+  appendShellWord(context.jobFile, &command);
+  std::fprintf(stderr, "runlet-job: %s: %s; see: %s\n", verb, quantity(count, "warning").c_str(),
+               command.c_str());
+}
+
+// Whether all requested tasks were checked.
+bool isComplete(const Question& question, const Report& report) {
+  return question.range.isGiven() ||
+         std::none_of(report.findings.begin(), report.findings.end(), [](const Finding& finding) {
+           return finding.rule->id == RuleId::tasksNotChecked;
+         });
+}
+
+// Loads the file only once: `*context` holds the checked job, whatever happens to the file later.
+int checkJob(const Question& question, const char* verb, AdapterContext* context) {
+  const Report report = inspect(question, context);
+  if (report.isReadable && report.count(Severity::error) == 0 && isComplete(question, report)) {
+    reportWarnings(*context, verb, report);
+    return exitFine;
+  }
+  const std::string shownFile = visible(question.jobFile);
+  const std::string text =
+      findingsText(shownFile, report, wantsColour(stderr)) + summaryText(shownFile, report);
+  std::fputs(text.c_str(), stderr);
+  return report.isReadable ? exitFailing : exitUnreadable;
+}
+
+void settle(AdapterContext* context, const char* verb) {
+  const std::string note = settleTaskUser(context);
+  if (note.empty()) return;
+  std::fprintf(stderr, "runlet-job: %s: the tasks run as %s\n", verb, note.c_str());
+}
+
+bool selectTasks(const char* verb, Batch* batch) {
+  const runlet::TaskRange range = requestedTasks(batch->context);
+  for (std::int32_t i = range.first; i < range.end && isTask(batch->context, i); ++i) {
+    batch->tasks.push_back(i + 1);
+  }
+  if (!batch->tasks.empty()) return true;
+  std::fprintf(stderr, "runlet-job: %s: no task in that range: %s has %s\n", verb,
+               visible(batch->context.jobFile).c_str(),
+               quantity(batch->context.taskList.size(), "task").c_str());
+  return false;
+}
+
+// The file name without ".xml". Characters that a log name or its pattern cannot hold are replaced.
+std::string jobName(const std::string& jobFile) {
+  std::string name = jobFile.substr(jobFile.rfind('/') + 1);
+  constexpr std::string_view ending = ".xml";
+  if (name.ends_with(ending)) name.resize(name.size() - ending.size());
+  const auto isUnfit = [](char c) {
+    return static_cast<unsigned char>(c) < ' ' || c == '\x7f' || c == '\\';
+  };
+  std::replace_if(name.begin(), name.end(), isUnfit, '_');
+  return name.empty() ? "job" : name;
+}
+
+}  // namespace
+
+int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
+  AdapterContext& context = batch->context;
+  const std::string jobFile = fullPath(currentFolder(), options.job);
+  Question question = {jobFile, options.appPath, requestUser()};
+  question.range = options.range;
+  const int status = checkJob(question, verb, &context);
+  if (status != exitFine) return status;
+  context.userName.clear();  // was only for the check
+  setRange(options.range, &context);
+  settle(&context, verb);
+  if (!selectTasks(verb, batch)) return exitFailing;
+  batch->name = jobName(context.jobFile);
+  batch->folder = fullPath(currentFolder(), runFolder(context));
+  const bool hasLogFolder = !context.logFolder.empty();
+  batch->logFolder = hasLogFolder ? fullPath(batch->folder, context.logFolder) : batch->folder;
+  return exitFine;
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,38 @@
+// The tasks of a job to run without a farm server.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "adapter/context.h"
+#include "tool/job/range.h"
+
+namespace runlet_tool {
+
+// The command-line options for it.
+struct BatchOptions {
+  std::string job;
+  RangeOptions range;
+  std::string appPath;
+};
+
+// A loaded and checked job.
+struct Batch {
+  // `jobFile` is a full path; `uid` and `gid` are those the tasks will run with.
+  runlet::AdapterContext context;
+  std::vector<std::int32_t> tasks;  // numbers from 1, ascending; at least one
+  std::string name;                 // of the job, usable in a file name
+  std::string folder;               // the run folder, as a full path
+  std::string logFolder;            // as a full path
+};
+
+// Loads the job, checks it as `check` does, and selects the tasks to run. The file is read once:
+// what was checked is what runs. A job with more work in its tasks than the work limit for its file
+// allows is refused, unless a range is given. Returns exitFine, or after a message on standard
+// error the status to exit with; `*batch` is then unusable. Standard error also gets notes that do
+// not prevent the run: the number of warnings, and that the tasks cannot have the job's user or
+// group. `verb` is the name for messages.
+int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch);
+
+}  // namespace runlet_tool

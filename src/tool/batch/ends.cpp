@@ -1,0 +1,136 @@
+#include "tool/batch/ends.h"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <map>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "tool/text/fields.h"
+#include "tool/text/format.h"
+
+namespace runlet_tool {
+namespace {
+
+struct EndingText {
+  std::string_view text;  // followed by the number, if there is one
+  Ending ending;
+  bool hasNumber;
+};
+
+constexpr EndingText texts[] = {
+    {"succeeded", Ending::succeeded, false},     {"failed with exit code ", Ending::failed, true},
+    {"killed by signal ", Ending::killed, true}, {"timed out", Ending::timedOut, false},
+    {"interrupted", Ending::interrupted, false}, {"not started", Ending::notStarted, false},
+};
+
+constexpr std::string_view label = "runlet-job-ends";
+
+struct EndName {
+  std::string_view name;
+  Ending ending;
+  int lowest;  // allowed number
+  int highest;
+};
+
+// In the order of Ending.
+constexpr EndName endNames[] = {
+    {"succeeded", Ending::succeeded, 0, 0},
+    {"failed", Ending::failed, 1, 255},
+    {"killed", Ending::killed, 1, NSIG - 1},
+    {"timed-out", Ending::timedOut, 0, 0},
+    {"interrupted", Ending::interrupted, 0, 0},
+    {"not-started", Ending::notStarted, 0, 0},
+    {"other", Ending::other, 0, 0},
+};
+
+// The tasks by kind of end and number.
+using Kinds = std::map<std::pair<Ending, int>, TaskNumbers>;
+
+std::string lineOf(const std::string& id, const Kinds::value_type& kind) {
+  const auto& [ending, number] = kind.first;
+  std::string line(label);
+  line.append(" ").append(id).append(" ");
+  line.append(endNames[static_cast<std::size_t>(ending)].name).append(" ");
+  return line.append(std::to_string(number)).append(" ") + kind.second.text(",") + "\n";
+}
+
+std::optional<TaskEnd> readEnd(std::string_view name, std::string_view numberText) {
+  const std::optional number = parseNumber<int>(numberText);
+  for (const EndName& row : endNames) {
+    if (row.name != name || !number || *number < row.lowest || *number > row.highest) continue;
+    return TaskEnd{row.ending, *number, row.ending == Ending::other ? "unknown" : ""};
+  }
+  return std::nullopt;
+}
+
+// Stops at text that is not a range, or is not above the preceding ranges.
+void setRanges(std::string_view ranges, const TaskEnd& end, const std::vector<std::int32_t>& tasks,
+               std::vector<TaskEnd>* ends) {
+  auto task = tasks.begin();
+  std::int32_t before = 0;
+  for (std::string_view range : split(',', ranges)) {
+    const std::optional first = parseNumber<std::int32_t>(takeUntil('-', &range));
+    const std::optional last = range.empty() ? first : parseNumber<std::int32_t>(range);
+    if (!first || !last || *first <= before || *last < *first) return;
+    task = std::lower_bound(task, tasks.end(), *first);
+    for (; task != tasks.end() && *task <= *last; ++task) {
+      (*ends)[static_cast<std::size_t>(task - tasks.begin())] = end;
+    }
+    before = *last;
+  }
+}
+
+}  // namespace
+
+TaskEnd endOfStatus(int waitStatus) {
+  if (WIFSIGNALED(waitStatus)) return {Ending::killed, WTERMSIG(waitStatus), ""};
+  const int code = WEXITSTATUS(waitStatus);
+  return code == 0 ? TaskEnd{Ending::succeeded, 0, ""} : TaskEnd{Ending::failed, code, ""};
+}
+
+std::string describe(const TaskEnd& end) {
+  for (const EndingText& row : texts) {
+    if (row.ending != end.ending) continue;
+    std::string text(row.text);
+    if (row.hasNumber) text += std::to_string(end.number);
+    if (end.ending == Ending::killed) text.append(" (").append(strsignal(end.number)).append(")");
+    return text;
+  }
+  return end.word;
+}
+
+bool isEndLinesId(std::string_view id) {
+  constexpr std::string_view fit =
+      "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ:_";
+  return !id.empty() && id.find_first_not_of(fit) == std::string_view::npos;
+}
+
+std::string endLines(const std::string& id, const std::vector<std::int32_t>& tasks,
+                     const std::vector<TaskEnd>& ends) {
+  Kinds kinds;
+  for (std::size_t i = 0; i < ends.size(); ++i) {
+    kinds[{ends[i].ending, ends[i].number}].add(tasks[i]);
+  }
+  std::string text;
+  for (const Kinds::value_type& kind : kinds) text += lineOf(id, kind);
+  return text;
+}
+
+void readEndLines(std::string_view text, std::string_view id,
+                  const std::vector<std::int32_t>& tasks, std::vector<TaskEnd>* ends) {
+  // In an incomplete last line, a task number may be cut to another one.
+  text = text.substr(0, text.rfind('\n') + 1);
+  for (const std::string_view line : split('\n', text)) {
+    const std::vector<std::string_view> words = split(' ', line);
+    if (words.size() != 5 || words[0] != label || words[1] != id) continue;
+    const std::optional<TaskEnd> end = readEnd(words[2], words[3]);
+    if (end) setRanges(words[4], *end, tasks, ends);
+  }
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,251 @@
+#include "tool/batch/scheduler.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <unordered_map>
+#include <utility>
+
+#include "tool/batch/starter.h"
+#include "tool/text/terminal.h"
+
+namespace runlet_tool {
+namespace {
+
+using std::chrono::milliseconds;
+
+// The longest time limit fits into milliseconds but not into the clock's own nanoseconds.
+using Instant = std::chrono::time_point<std::chrono::steady_clock, milliseconds>;
+
+constexpr milliseconds longestWait = std::chrono::hours(1);
+constexpr milliseconds longestWaitOnTerminal = std::chrono::seconds(1);
+
+Instant now() {
+  return std::chrono::floor<milliseconds>(std::chrono::steady_clock::now());
+}
+
+// At least `time` from now.
+Instant after(milliseconds time) {
+  return std::chrono::ceil<milliseconds>(std::chrono::steady_clock::now()) + time;
+}
+
+TaskEnd withoutProcess(const char* what, int error) {
+  return {Ending::other, 0, std::string(what) + " (" + std::strerror(error) + ")"};
+}
+
+// Signals the group of `process`, or the process itself if it has moved to another group.
+void signalGroup(pid_t process, int signal) {
+  if (kill(-process, signal) != 0) kill(process, signal);
+}
+
+// A child that has ended but is not reaped yet, so that its id is not reused; 0 if none has, -1
+// with the reason in errno on failure.
+pid_t endedChild() {
+  siginfo_t info{};
+  return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 ? info.si_pid : -1;
+}
+
+// The process of a task.
+struct Running {
+  std::size_t task;
+  std::optional<Instant> deadline;  // of the next step to end it
+  std::optional<Ending> forced;     // why it is being ended, if it is
+};
+
+TaskEnd takeEnd(pid_t process, const Running& running) {
+  // Before the process is reaped: afterwards the id may belong to another group.
+  if (running.forced) kill(-process, SIGKILL);
+  int status = 0;
+  if (waitpid(process, &status, 0) != process) return withoutProcess("end unknown", errno);
+  return running.forced ? TaskEnd{*running.forced, 0, ""} : endOfStatus(status);
+}
+
+class Scheduler {
+ public:
+  Scheduler(const TaskSource& source, const SchedulerLimits& limits, const HeldSignals& signals);
+  ~Scheduler();
+  Scheduler(const Scheduler&) = delete;
+  Scheduler& operator=(const Scheduler&) = delete;
+  RunOutcome run();
+
+ private:
+  using Processes = std::unordered_map<pid_t, Running>;
+
+  bool mayStart() const;
+  milliseconds waitingTime() const;
+
+  void startNext();
+  void takeEnded();
+  void loseSight(int error);
+  void interrupt(int signal);
+  void endOverdue();
+  void askToEnd(Processes::value_type* process, Ending why);
+  void killNow(Processes::value_type* process);
+  void setDeadline(Processes::value_type* process, std::optional<Instant> deadline);
+
+  const TaskSource& source_;
+  const SchedulerLimits& limits_;
+  const HeldSignals& signals_;
+  Progress progress_;
+  RunOutcome outcome_;
+  std::size_t next_ = 0;  // next task to start
+  bool isOver_ = false;   // no more tasks can be started
+  Processes processes_;
+  std::set<std::pair<Instant, pid_t>> deadlines_;  // of all processes
+};
+
+Scheduler::Scheduler(const TaskSource& source, const SchedulerLimits& limits,
+                     const HeldSignals& signals)
+    : source_(source), limits_(limits), signals_(signals), progress_("running", source.count) {
+  outcome_.ends.resize(source.count);
+}
+
+// Processes are left if an exception, such as out of memory, ends the run.
+Scheduler::~Scheduler() {
+  for (const Processes::value_type& process : processes_) signalGroup(process.first, SIGKILL);
+}
+
+RunOutcome Scheduler::run() {
+  while (mayStart() || !processes_.empty()) {
+    const int signal = signals_.await(waitingTime());
+    takeEnded();  // first: what has ended in time needs no signal
+    if (signal != 0 && signal != SIGCHLD) interrupt(signal);
+    endOverdue();
+    // Only one, then check for signals again: thousands of tasks may fail to open their logs.
+    if (mayStart()) startNext();
+    progress_.showNow(next_ - processes_.size());
+  }
+  return std::move(outcome_);
+}
+
+bool Scheduler::mayStart() const {
+  return !isOver_ && outcome_.signal == 0 && next_ < source_.count &&
+         processes_.size() < static_cast<std::size_t>(limits_.atATime);
+}
+
+milliseconds Scheduler::waitingTime() const {
+  if (mayStart()) return milliseconds(0);
+  const milliseconds longest = progress_.isOnTerminal() ? longestWaitOnTerminal : longestWait;
+  if (deadlines_.empty()) return longest;
+  return std::clamp(deadlines_.begin()->first - now(), milliseconds(0), longest);
+}
+
+void Scheduler::startNext() {
+  const std::size_t task = next_++;
+  const int log = source_.openLog(task);
+  if (log == -1) {
+    outcome_.ends[task] = withoutProcess("cannot open log", errno);
+    return;
+  }
+  pid_t process = 0;
+  const int error = source_.start(task, log, &process);
+  close(log);
+  if (error == starterGone) {
+    isOver_ = true;
+    std::fputs(
+        "runlet-job: run: the process that starts the tasks has ended; no further tasks are "
+        "started\n",
+        stderr);
+    return;
+  }
+  if (error != 0) {
+    outcome_.ends[task] = withoutProcess("cannot be started", error);
+    return;
+  }
+  const auto [position, isNew] = processes_.insert({process, {task, {}, {}}});
+  if (limits_.timeLimit) setDeadline(&*position, after(*limits_.timeLimit));
+}
+
+void Scheduler::takeEnded() {
+  while (const pid_t process = endedChild()) {
+    if (process == -1) {
+      const bool isFine = errno == ECHILD && processes_.empty();
+      if (!isFine) loseSight(errno);
+      return;
+    }
+    const auto position = processes_.find(process);
+    if (position == processes_.end()) {
+      // A shell that was replaced by this program (exec) may have left children. Without reaping
+      // them, waitid would return them forever.
+      if (waitpid(process, nullptr, 0) == process) continue;
+      return loseSight(errno);
+    }
+    setDeadline(&*position, {});
+    outcome_.ends[position->second.task] = takeEnd(process, position->second);
+    processes_.erase(position);
+  }
+}
+
+// If tasks cannot be waited for, they are not left running.
+void Scheduler::loseSight(int error) {
+  // If it is not our child, the id may belong to any process.
+  const bool areOurs = error != ECHILD;
+  std::fprintf(stderr,
+               "runlet-job: run: cannot find out how tasks end: %s; running tasks are %s, and "
+               "no further tasks are started\n",
+               std::strerror(error), areOurs ? "killed" : "left running");
+  for (const Processes::value_type& process : processes_) {
+    if (areOurs) signalGroup(process.first, SIGKILL);
+    outcome_.ends[process.second.task] = withoutProcess("end unknown", error);
+  }
+  processes_.clear();
+  deadlines_.clear();
+  isOver_ = true;
+}
+
+void Scheduler::interrupt(int signal) {
+  const bool isFirst = outcome_.signal == 0;
+  if (isFirst) outcome_.signal = signal;
+  for (Processes::value_type& process : processes_) {
+    if (!isFirst) {
+      killNow(&process);
+    } else if (!process.second.forced) {
+      askToEnd(&process, Ending::interrupted);
+    }
+  }
+}
+
+void Scheduler::endOverdue() {
+  const Instant time = now();
+  while (!deadlines_.empty() && deadlines_.begin()->first <= time) {
+    Processes::value_type& process = *processes_.find(deadlines_.begin()->second);
+    if (process.second.forced) {
+      killNow(&process);
+    } else {
+      askToEnd(&process, Ending::timedOut);
+    }
+  }
+}
+
+void Scheduler::askToEnd(Processes::value_type* process, Ending why) {
+  process->second.forced = why;
+  signalGroup(process->first, SIGTERM);
+  signalGroup(process->first, SIGCONT);  // a stopped process would not handle it
+  setDeadline(process, after(limits_.grace));
+}
+
+void Scheduler::killNow(Processes::value_type* process) {
+  signalGroup(process->first, SIGKILL);
+  setDeadline(process, {});
+}
+
+void Scheduler::setDeadline(Processes::value_type* process, std::optional<Instant> deadline) {
+  std::optional<Instant>& current = process->second.deadline;
+  if (current) deadlines_.erase({*current, process->first});
+  if (deadline) deadlines_.insert({*deadline, process->first});
+  current = deadline;
+}
+
+}  // namespace
+
+RunOutcome runTasks(const TaskSource& source, const SchedulerLimits& limits,
+                    const HeldSignals& signals) {
+  return Scheduler(source, limits, signals).run();
+}
+
+}  // namespace runlet_tool

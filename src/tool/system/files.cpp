@@ -1,0 +1,70 @@
+#include "tool/system/files.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+
+namespace runlet_tool {
+namespace fs = std::filesystem;
+
+std::string fullPath(const std::string& folder, const std::string& path) {
+  if (path.empty() || path.front() == '/' || folder.empty()) return path;
+  return folder.ends_with('/') ? folder + path : folder + "/" + path;
+}
+
+std::string currentFolder() {
+  std::error_code error;
+  return fs::current_path(error).string();
+}
+
+std::string ownPath() {
+  std::error_code error;
+  return fs::read_symlink("/proc/self/exe", error).string();
+}
+
+void openStreams() {
+  int opened = 0;
+  while (opened >= 0 && opened <= STDERR_FILENO) opened = open("/dev/null", O_RDWR);
+  close(opened);
+}
+
+MemoryFile::MemoryFile(std::string_view text)
+    : descriptor_(memfd_create("runlet-job", MFD_CLOEXEC)),
+      error_(descriptor_ == -1 ? errno : writeAll(descriptor_, text)) {}
+
+MemoryFile::~MemoryFile() {
+  if (descriptor_ != -1) close(descriptor_);
+}
+
+OwnDescriptor::~OwnDescriptor() {
+  if (number_ != -1) close(number_);
+}
+
+OwnDescriptor& OwnDescriptor::operator=(OwnDescriptor&& other) noexcept {
+  std::swap(number_, other.number_);
+  return *this;
+}
+
+int aboveStreams(int descriptor) {
+  if (descriptor == -1) return -1;
+  const int above = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  close(descriptor);
+  errno = error;
+  return above;
+}
+
+int writeAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = write(descriptor, text.data(), text.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    text.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,34 @@
+// Options shared by several verbs.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tool/batch/batch.h"
+#include "tool/job/range.h"
+
+namespace CLI {
+class App;
+}
+
+namespace runlet_tool {
+
+// For numbers on the command line: removes leading zeros, since CLI11 would read the number as
+// octal or hexadecimal. Names of logs have such zeros, and the adapter reads decimal. Text that is
+// not a decimal number does not become one.
+std::string inDecimal(const std::string& text);
+
+// Adds -s and -n to `verb`.
+void addRangeOptions(CLI::App* verb, RangeOptions* options);
+
+// Adds -a to `verb`.
+void addApplication(CLI::App* verb, std::string* appPath);
+
+// Adds JOB, -s, -n and -a to `verb`.
+void addBatchOptions(CLI::App* verb, BatchOptions* options);
+
+// Adds --keep-env to `verb`, which stores names of environment variables in `*names`. `help`
+// describes it.
+void addKeptVariables(CLI::App* verb, const std::string& help, std::vector<std::string>* names);
+
+}  // namespace runlet_tool
