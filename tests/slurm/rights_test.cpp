@@ -62,8 +62,8 @@ TEST_F(SlurmRights, AreTheCallersForAnybodyElse) {
   const ProcessResult result = runProcess(options);
   EXPECT_EQ(result.error,
             oneWarning() +
-                "runlet-job: submit: the tasks run as user 65534 and group 65534, not "
-                "as the job's user 0 and group 0: only root can switch\n");
+                "runlet-job: submit: the tasks run as user 65534 and group 65534 instead of "
+                "the job's user 0 and group 0: only root can switch\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
   awaitEnd(firstLine(result.output));
   EXPECT_EQ(found("Uid:"), "65534\t65534\t65534\t65534");
