@@ -55,7 +55,8 @@ def look_at(build, file):
 
 def main(build, *folders):
     version = subprocess.run(["clang-tidy", "--version"], capture_output=True, check=True).stdout
-    common = version + pathlib.Path(".clang-tidy").read_bytes()
+    settings = [".clang-tidy", *sorted(pathlib.Path("src").rglob(".clang-tidy"))]
+    common = version + b"".join(pathlib.Path(path).read_bytes() for path in settings)
     notes = pathlib.Path(build) / "tidied"
     notes.mkdir(exist_ok=True)
     entries = json.loads((pathlib.Path(build) / "compile_commands.json").read_text())

@@ -158,7 +158,7 @@ std::string recipe(const std::vector<std::pair<std::string, std::string>>& words
 }
 
 // Sanitizers, which are in the task too, need more memory than the recipe allows.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(RUNLET_IS_SANITIZED)
 const std::string memory = "unlimited";
 #else
 const std::string memory = "8589934592";

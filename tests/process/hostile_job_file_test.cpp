@@ -29,7 +29,7 @@ constexpr std::size_t mebibyte = std::size_t{1} << 20;
 constexpr std::size_t million = 1000000;
 
 // A sanitizer needs additional memory.
-#ifdef __SANITIZE_ADDRESS__
+#ifdef RUNLET_IS_SANITIZED
 constexpr bool memoryIsItsOwn = false;
 #else
 constexpr bool memoryIsItsOwn = true;

@@ -26,7 +26,7 @@ constexpr int slowness = 1;
 constexpr int slowness = 20;
 #endif
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(RUNLET_IS_SANITIZED)
 constexpr bool hasOwnMemory = false;
 #else
 constexpr bool hasOwnMemory = true;

@@ -80,7 +80,7 @@ TEST(ToolCommandLine, SaysWhereItsOutputIsLost) {
 }
 
 // No sanitizer runs in such a small address space.
-#ifdef __SANITIZE_ADDRESS__
+#ifdef RUNLET_IS_SANITIZED
 constexpr bool isShortOfMemory = false;
 #else
 constexpr bool isShortOfMemory = true;

@@ -19,7 +19,7 @@ struct Stack {
 };
 
 constexpr Stack stacks[] = {
-#ifndef __SANITIZE_ADDRESS__  // the program itself would need more than that
+#ifndef RUNLET_IS_SANITIZED  // the program itself would need more than that
     {256 * kibibyte, 109},
     {512 * kibibyte, 546},
 #endif
