@@ -449,7 +449,7 @@ def children(parent):
 
 
 def end_children():
-    """Only children of this process, until there are none; grandchildren are reparented to it."""
+    """Kills all children of this process, to which grandchildren are reparented. Returns how many."""
     count = 0
     while pids := children(os.getpid()):
         for pid in pids:
