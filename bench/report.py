@@ -226,7 +226,7 @@ def functions_table(figures):
         ("fillIn", "fill-in, ten placeholders"),
         ("fillInByPrintf", "the same line by `snprintf`"),
         ("split", "splitting 2,000 bytes"),
-        ("splitByStrtok", "at spaces alone, by `strtok_r`"),
+        ("splitByStrtok", "at spaces only, by `strtok_r`"),
     ]
     return table(
         ["", "ns", "allocations"],

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""What a task submitted by `runlet-job submit` costs beyond a task of a plain Slurm array.
+"""Measures what a task of `runlet-job submit` costs beyond a task of a plain Slurm array.
 
    slurm_tasks.py FOLDER CLUSTER PROGRAMS
 
-FOLDER is for the files of the measurement, CLUSTER has a slurm.conf, PROGRAMS runlet-job and
+FOLDER is for temporary files, CLUSTER contains slurm.conf, PROGRAMS contains runlet-job and
 runlet_farm_task. Both arrays run the same program, which only records the time.
 """
 

@@ -1,7 +1,7 @@
-# Texts that are compiled into a target, and again when they change.
+# Compiles texts into a target, again whenever they change.
 
-# embed_configured(TARGET TEXT TEMPLATE): adds the source TEMPLATE, with variables of the caller in it
-# that come from the file TEXT. Both are named from the folder of the project.
+# embed_configured(TARGET TEXT TEMPLATE): adds the source TEMPLATE with the caller's variables filled in,
+# whose values come from the file TEXT. Both paths are relative to the project's folder.
 function(embed_configured target text template)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${text})
   cmake_path(GET template STEM LAST_ONLY name)
@@ -17,8 +17,8 @@ function(embed_text target text template)
 endfunction()
 
 # embed_rules(TARGET TEXT TEMPLATE): the same for the rules of check: @RULES@ are the rows of a table,
-# @CODES@ the cases of a switch. Whatever is not of the form of a rule is an error. What the form
-# cannot say the compiler finds.
+# @CODES@ the cases of a switch. Anything that does not have the form of a rule is an error. The
+# compiler finds mistakes that the form does not exclude.
 function(embed_rules target text template)
   file(READ ${PROJECT_SOURCE_DIR}/${text} rules)
   string(REGEX REPLACE "^(#[^\n]*\n)+" "" rules "${rules}")
@@ -31,7 +31,7 @@ function(embed_rules target text template)
   string(STRIP "${rest}" rest)
   if(NOT rest STREQUAL "")
     string(REGEX MATCH "^[^\n]*" line "${rest}")
-    message(FATAL_ERROR "${text}: not of the form of a rule: ${line}")
+    message(FATAL_ERROR "${text}: does not have the form of a rule: ${line}")
   endif()
 
   string(REGEX REPLACE "${rule}"
@@ -40,7 +40,7 @@ function(embed_rules target text template)
   string(REPLACE "R\"rule(  " "R\"rule(" RULES "${RULES}")
   string(REPLACE "\n  " "\n" RULES "${RULES}")
   string(REPLACE "\n)rule\"" ")rule\"" RULES "${RULES}")
-  # With a digit before the code, or it would be octal.
+  # The 1 before the code keeps it from being an octal number.
   string(REGEX REPLACE "${rule}" "case RuleId::\\2:\nreturn 1\\1;\n" CODES "${rules}")
   embed_configured(${target} ${text} ${template})
 endfunction()

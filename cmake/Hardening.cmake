@@ -19,7 +19,7 @@ check_cxx_source_compiles("
   int main() {}" RUNLET_HAS_FORTIFY_3)
 unset(CMAKE_REQUIRED_FLAGS)
 
-# With a sanitizer, the sanitizer is to find the bugs.
+# Not with a sanitizer, which should report the bugs itself.
 set(hardened
   $<AND:$<CONFIG:Release,RelWithDebInfo,MinSizeRel>,$<NOT:$<BOOL:${RUNLET_SANITIZE}>>>)
 

@@ -15,9 +15,9 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS slurm-client)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "UserRunletAdapter is started by a render farm's server once for every request.
-It expands the command lines of a job's tasks, takes on the job's group, user
-and umask, runs the program, tells the server its process id and reports an
-abnormal exit code.
+It expands the command lines of a job's tasks, switches to the job's group,
+user and umask, runs the program, and reports its process id and any abnormal
+exit code to the server.
 
 runlet-job makes job files, shows what their tasks will run, and finds mistakes
 in them before they get to the farm. It also runs them where there is no farm

@@ -1,14 +1,14 @@
-# For the other scripts, to be sourced: what has to be there before anything can be built.
+# To be sourced by the other scripts: provides what a build needs.
 
 buildPackages=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev nlohmann-json3-dev)
 testPackages=(libgtest-dev libxml2-utils)
 
-# How many tests run at a time: many of them wait most of their time.
+# How many tests run at a time: more than processors, as many tests mostly wait.
 testJobs=$((2 * $(nproc)))
 
 # requirePackages PACKAGE...
-# Installs what is missing where this user may (as root, or with sudo that asks for no password);
-# otherwise ends the script with status 1 and says what to install.
+# Installs the missing packages if this user may (as root, or with sudo that asks for no password);
+# otherwise says which to install, and ends the script with status 1.
 requirePackages() {
   local missing=() package
   for package in "$@"; do
@@ -32,10 +32,10 @@ requirePackages() {
     apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# requireOwn FOLDER...
-# Ends the script with status 1 where a folder that it makes could not be made or made anew: a run
-# as root leaves files that a user cannot replace.
-requireOwn() {
+# requireWritable FOLDER...
+# Ends the script with status 1 if it could not create or replace one of the folders: a run as root
+# leaves files that other users cannot replace.
+requireWritable() {
   local made foreign
   for made in "$@"; do
     if [ ! -e "$made" ] && [ ! -w . ]; then
@@ -45,15 +45,15 @@ requireOwn() {
     [ -e "$made" ] || continue
     foreign=$(find "$made" ! -writable ! -type l -print -quit 2>&1)
     [ -z "$foreign" ] && continue
-    printf '%s was left by somebody else (%s is not writable): have it removed.\n' \
+    printf '%s was left by another user (%s is not writable): have it removed.\n' \
       "$PWD/$made" "$foreign" >&2
     exit 1
   done
 }
 
 # configureRelease OPTION...
-# Configures build/ anew or again, with more options for cmake. A folder that was configured for
-# another place or with another generator is of no use, and is made anew.
+# Configures build/ with additional options for cmake. If it was configured for another path or
+# another generator, which cmake would refuse, it is removed first.
 configureRelease() {
   local cache=build/CMakeCache.txt
   if [ -e "$cache" ] && ! { grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$PWD" "$cache" &&

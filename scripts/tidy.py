@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy on sources that may have findings that it has not looked for yet.
+"""Runs clang-tidy on sources that have changed since they had no findings.
 
   tidy.py BUILD FOLDER...
 
-BUILD is a configured build, FOLDER holds sources of it. A source without a finding is noted in
-BUILD/tidied, and left out from then on while nothing changes that it is compiled from: neither it nor
-a header of this project, its compile command, the checks or clang-tidy itself. The exit status is 1
-if there are findings.
+BUILD is a configured build, and the FOLDERs contain its sources. A source without findings is recorded
+in BUILD/tidied, and skipped until something changes that its findings depend on: the source, a header
+of this project that it includes, its compile command, the checks, or clang-tidy itself. The exit status
+is 1 if there are findings, or no sources at all.
 """
 
 import concurrent.futures
@@ -21,8 +21,8 @@ import sys
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
 
 
-def includes_of(source, folders, known):
-    """Adds a source and all of this project that it includes to the set `known`."""
+def add_includes(source, folders, known):
+    """Adds a source and all files of this project that it includes to the set `known`."""
     if source in known:
         return
     known.add(source)
@@ -30,26 +30,26 @@ def includes_of(source, folders, known):
         for folder in [source.parent, *folders]:
             header = (folder / name).resolve()
             if header.is_file():
-                includes_of(header, folders, known)
+                add_includes(header, folders, known)
                 break
 
 
 def state_of(entry, common):
-    """What the findings in a source depend on, as a text that is another one when it changes."""
+    """A hash of everything that the findings in a source depend on."""
     folders = [pathlib.Path(folder) for folder in re.findall(r"-I(\S+)", entry["command"])]
     known = set()
-    includes_of(pathlib.Path(entry["file"]).resolve(), folders, known)
+    add_includes(pathlib.Path(entry["file"]).resolve(), folders, known)
     state = hashlib.sha256(common + entry["command"].encode())
     for path in sorted(known):
         state.update(path.as_posix().encode() + b"\0" + path.read_bytes() + b"\0")
     return state.hexdigest()
 
 
-def look_at(build, file):
-    """Yields whether clang-tidy finds nothing in a source, and what it writes."""
+def analyse(build, file):
+    """Returns whether clang-tidy finds nothing in a source, and its output."""
     command = ["clang-tidy", "--quiet", "-p", build, file]
     run = subprocess.run(command, capture_output=True, text=True, check=False)
-    # Apart from how many findings in headers of the system it has kept to itself
+    # Without findings, standard error only has the number of findings suppressed in system headers.
     return run.returncode == 0, run.stdout + (run.stderr if run.returncode != 0 else "")
 
 
@@ -67,7 +67,7 @@ def main(build, *folders):
     print(f"clang-tidy: {len(new)} of {len(entries)} sources", flush=True)
     failed = False
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        runs = {pool.submit(look_at, build, file): file for file in new}
+        runs = {pool.submit(analyse, build, file): file for file in new}
         for run in concurrent.futures.as_completed(runs):
             clean, text = run.result()
             if clean:

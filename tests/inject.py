@@ -241,7 +241,7 @@ class Scene:
 
 @dataclasses.dataclass
 class Outcome:
-    status: int  # as subprocess has it; None = the run took too long
+    status: int  # as in subprocess; None = the run took too long
     output: str
     error: str
     files: set
@@ -249,70 +249,71 @@ class Outcome:
     new_job: str
     old_job: str
     calls: dict
-    arrays: str  # the elements of all that were submitted
-    seconds: float  # that it took
+    arrays: str  # the elements of all submitted arrays
+    seconds: float  # duration of the run
     is_task: bool  # whether the process became the task
     injected: bool
     left: int  # processes that outlived the run
-    is_mute: bool = False  # whether from some point on it could not write anything
+    is_mute: bool = False  # whether all writes failed from some point on
 
 
 @dataclasses.dataclass
 class Scenario:
     name: str
     arguments: list  # texts, or functions that return one for a scene, here and below
-    is_success: callable  # (outcome, outcome without a fault): whether status 0 is right
-    becomes_program: bool = False  # becomes the task itself
-    is_complete: callable = lambda outcome, sound: None  # a complaint whatever the status is
+    is_success: callable  # (outcome, baseline = outcome without a fault): whether status 0 is right
+    becomes_program: bool = False  # the process becomes the task
+    # Returns a complaint or None, whatever the status is.
+    complaint: callable = lambda outcome, baseline: None
     environment: dict = dataclasses.field(default_factory=dict)
     status: int = 0  # the exit status without a fault
-    command: str = None  # of the job; None = the path of the task
-    sleeps: bool = False  # the tasks do not end, and it is asked to end once one has begun
-    has_terminal: bool = False  # as its input, its output and its controlling terminal
-    may_wait: bool = False  # forever, if its queries always fail
+    command: str = None  # the job's command; None = the path of the task
+    sleeps: bool = False  # the tasks do not end; once one has begun, the program is asked to end
+    has_terminal: bool = False  # as input, output and controlling terminal
+    may_wait: bool = False  # may wait forever if its queries always fail
 
 
 def job_ids():
     return (ROOT_JOB_ID, ROOT_JOB_ID) if os.geteuid() == 0 else (os.geteuid(), os.getegid())
 
 
-def has_all_reports(outcome, sound):
-    return outcome.reports == sound.reports
+def has_all_reports(outcome, baseline):
+    return outcome.reports == baseline.reports
 
 
-def has_all_or_a_reason(outcome, sound):
-    return has_all_reports(outcome, sound) or outcome.error != ""
+def has_all_or_a_reason(outcome, baseline):
+    return has_all_reports(outcome, baseline) or outcome.error != ""
 
 
-def has_no_other_output(outcome, sound):
+def has_no_other_output(outcome, baseline):
     # Failures to write to the server do not affect the adapter's status.
-    return outcome.output in (sound.output, "")
+    return outcome.output in (baseline.output, "")
 
 
-def has_new_job(outcome, sound):
-    return outcome.new_job == sound.new_job
+def has_new_job(outcome, baseline):
+    return outcome.new_job == baseline.new_job
 
 
-def has_old_job_replaced(outcome, sound):
-    return outcome.old_job == sound.old_job
+def has_old_job_replaced(outcome, baseline):
+    return outcome.old_job == baseline.old_job
 
 
-def has_all_arrays(outcome, sound):
+def has_all_arrays(outcome, baseline):
     # If the maximum array size is unknown, the job may be submitted as one array.
     return outcome.calls["sbatch"] > 0 and outcome.output == "12\n" * outcome.calls["sbatch"]
 
 
-def half_new_job(outcome, sound):
-    return None if outcome.new_job in (None, sound.new_job) else "a job file by half"
+def incomplete_new_job(outcome, baseline):
+    return None if outcome.new_job in (None, baseline.new_job) else "an incomplete job file"
 
 
-def half_old_job(outcome, sound):
-    whole = ("what was there before\n", sound.old_job)
+def incomplete_old_job(outcome, baseline):
+    whole = ("what was there before\n", baseline.old_job)
     return None if outcome.old_job in whole else "neither the old job file nor the new one"
 
 
-def array_that_nobody_knows(outcome, sound):
-    if outcome.calls["sbatch"] > sound.calls["sbatch"]:
+def unreported_array(outcome, baseline):
+    if outcome.calls["sbatch"] > baseline.calls["sbatch"]:
         return "submitted twice"
     is_known = outcome.status == 0 or "12\n" in outcome.output or outcome.calls["scancel"] > 0
     is_reported = re.search("an array may have been queued|queued: 12|cannot cancel array 12",
@@ -322,19 +323,19 @@ def array_that_nobody_knows(outcome, sound):
     return "an array that is not reported"
 
 
-def array_or_end_that_nobody_knows(outcome, sound):
+def unreported_array_or_end(outcome, baseline):
     if "task 2: succeeded" in outcome.error:
         return "reported success of a failed task"
-    return array_that_nobody_knows(outcome, sound)
+    return unreported_array(outcome, baseline)
 
 
-def other_array(outcome, sound):
-    if outcome.arrays not in (None, sound.arrays):
+def other_array(outcome, baseline):
+    if outcome.arrays not in (None, baseline.arrays):
         return f"submitted {outcome.arrays!r}"
-    return array_that_nobody_knows(outcome, sound)
+    return unreported_array(outcome, baseline)
 
 
-def never(outcome, sound):
+def never(outcome, baseline):
     return False
 
 
@@ -362,26 +363,26 @@ SCENARIOS = [
     Scenario("exec on a terminal", [TOOL, "exec", job, "--task", "1"], has_all_reports,
              has_terminal=True),
     Scenario("make", [TOOL, "make", "-o", in_work("new.xml"), *MAKE], has_new_job,
-             is_complete=half_new_job),
+             complaint=incomplete_new_job),
     Scenario("make over a file", [TOOL, "make", "-o", in_work("old.xml"), *MAKE],
-             has_old_job_replaced, is_complete=half_old_job),
+             has_old_job_replaced, complaint=incomplete_old_job),
     Scenario("make of a task file",
              [TOOL, "make", "-o", in_work("new.xml"), "--tasks", in_work("tasks"), "--timeout", "5",
-              "--", "/bin/echo", "%tp1"], has_new_job, is_complete=half_new_job),
+              "--", "/bin/echo", "%tp1"], has_new_job, complaint=incomplete_new_job),
     Scenario("run", [TOOL, "run", job, "--jobs", "2"], has_all_reports),
     Scenario("run of an application",
              [TOOL, "run", job, "-a", lambda scene: str(scene.application / "any")],
              has_all_reports, command="task"),
     Scenario("run that is interrupted", [TOOL, "run", job, "--jobs", "2"], never,
              status=-signal.SIGTERM, sleeps=True),
-    Scenario("submit", [TOOL, "submit", job], has_all_arrays, is_complete=array_that_nobody_knows),
+    Scenario("submit", [TOOL, "submit", job], has_all_arrays, complaint=unreported_array),
     Scenario("submit in parts", [TOOL, "submit", job], has_all_arrays,
-             is_complete=array_that_nobody_knows, environment={"MAX_ARRAY_SIZE": "2"}),
+             complaint=unreported_array, environment={"MAX_ARRAY_SIZE": "2"}),
     Scenario("submit and wait", [TOOL, "submit", job, "--wait", "--chunk", "2"], never, status=1,
-             is_complete=array_or_end_that_nobody_knows, may_wait=True,
+             complaint=unreported_array_or_end, may_wait=True,
              environment={"STATES": r"12 0 FAILED 256\n"}),
     Scenario("submit what has failed", [TOOL, "submit", job, "--failed-of", "12"], has_all_arrays,
-             is_complete=other_array,
+             complaint=other_array,
              environment={"STATES": r"12 1 COMPLETED 0\n12 2 FAILED 256\n",
                           "COMMENT": lambda scene: f"runlet-job:0:1:2:2:{scene.job_hash()}"}),
 ]
@@ -391,9 +392,9 @@ SCENARIOS = [
 class Case:
     scenario: str
     call: str
-    when: str  # which of the calls, as strace has it
+    when: str  # which of the calls, in the syntax of strace
     error: str
-    is_loaders: bool  # whether it is one that the loader makes before the program begins
+    is_loaders: bool  # whether the loader makes it, before the program begins
 
     def fault(self):
         """The option for strace. brk has no error: it fails by returning no memory."""
@@ -421,7 +422,7 @@ def command_of(scenario, scene, folder, log, inject):
 
 
 def reap(patience):
-    """Waits for the run's remaining processes, and ends them. Returns how many outlived it."""
+    """Waits for the remaining processes of the run, then ends them. Returns how many it ended."""
     deadline = time.monotonic() + patience
     while True:
         try:
@@ -448,7 +449,7 @@ def children(parent):
 
 
 def end_children():
-    """Only children of this process, until there are none; grandchildren are reparented to it."""
+    """Kills all children of this process, to which grandchildren are reparented. Returns how many."""
     count = 0
     while pids := children(os.getpid()):
         for pid in pids:
@@ -459,7 +460,7 @@ def end_children():
 
 
 class Terminal:
-    """Its output can be read here."""
+    """A terminal whose output can be read."""
 
     def __init__(self):
         self.descriptor, self.end = pty.openpty()
@@ -550,8 +551,8 @@ def calls_of(trace):
 
 
 def numbers_of(call, processes, most):
-    """How many of the calls are the loader's, how many there are, and which should fail: each
-    process counts its own, the first one including the loader's."""
+    """Returns how many of the calls are the loader's, how many there are, and the numbers of those that
+    should fail. Each process counts its own calls; those of the first one include the loader's."""
     first = processes[0]
     loaded = first.index("munmap") if "munmap" in first else 0
     offset = first[:loaded].count(call)
@@ -562,7 +563,7 @@ def numbers_of(call, processes, most):
 
 def cases_of(scenario, trace, most):
     if scenario.becomes_program:
-        # From here on it is the task, whose failures are its own.
+        # What follows are calls of the task itself.
         trace = trace[:re.search(STARTED_TASK, trace).end()]
     processes = calls_of(trace)
     cases = []
@@ -604,11 +605,11 @@ def expected_rights(scenario):
         yield f"Cap{kind}:\t0000000000000000"
 
 
-def rights_complaint(scenario, outcome, sound):
+def rights_complaint(scenario, outcome, baseline):
     for task, report in outcome.reports.items():
         if not report:
             continue
-        if report != next(filter(None, sound.reports.values())):
+        if report != next(filter(None, baseline.reports.values())):
             return f"task {task} had other rights: {report!r}"
         if not all(line in report.splitlines() for line in expected_rights(scenario)):
             return f"task {task} had other rights than its job says: {report!r}"
@@ -617,7 +618,7 @@ def rights_complaint(scenario, outcome, sound):
 
 def may_end_by_signal(case, outcome):
     scenario = scenario_of(case.scenario)
-    if outcome.status == scenario.status or outcome.is_task:  # whose end is its own
+    if outcome.status == scenario.status or outcome.is_task:  # which may end in any way
         return True
     # The loader continues without the memory and crashes; the program has not run then.
     return case.is_loaders and case.call == "mmap" and outcome.status == -signal.SIGSEGV
@@ -630,7 +631,7 @@ def is_strange(scenario, name):
     return not name.startswith("calls/") and not (scenario.sleeps and is_of_task)
 
 
-def complaints(case, outcome, sound):
+def complaints(case, outcome, baseline):
     scenario = scenario_of(case.scenario)
     if outcome.status is None:
         return
@@ -639,28 +640,28 @@ def complaints(case, outcome, sound):
     is_reported = "running tasks are left running" in outcome.error
     if outcome.left > 0 and outcome.status != -signal.SIGKILL and not is_reported:
         yield f"left {outcome.left} processes"
-    if complaint := rights_complaint(scenario, outcome, sound):
+    if complaint := rights_complaint(scenario, outcome, baseline):
         yield complaint
-    if outcome.status == 0 and not scenario.is_success(outcome, sound):
+    if outcome.status == 0 and not scenario.is_success(outcome, baseline):
         yield "reported success after a failure"
-    if complaint := scenario.is_complete(outcome, sound):
+    if complaint := scenario.complaint(outcome, baseline):
         yield complaint
     if outcome.status < 0 and not may_end_by_signal(case, outcome):
         yield f"ended by signal {-outcome.status}"
-    extra = outcome.files - sound.files
+    extra = outcome.files - baseline.files
     if case.call != "unlink" and (extra := [name for name in extra if is_strange(scenario, name)]):
         yield f"left the files {sorted(extra)}"
 
 
-sounds = {}  # by scenario, what comes out of it without a fault
-programs = None  # the folder of them
-deadline = None  # for the start of a run
+baselines = {}  # the outcome of each scenario without a fault
+programs = None  # the folder of the built programs
+deadline = None  # no run starts after it
 
 
 def be_worker(*values):
     global programs, deadline
     programs, deadline, found = values
-    sounds.update(found)
+    baselines.update(found)
     ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
 
 
@@ -669,7 +670,7 @@ def is_late(scenario, outcome):
     if outcome.seconds <= PATIENCE:
         return False
     usual, _ = run(scenario, programs, patience=PATIENCE * LOADED)
-    return outcome.seconds > PATIENCE * max(1, usual.seconds / sounds[scenario.name].seconds)
+    return outcome.seconds > PATIENCE * max(1, usual.seconds / baselines[scenario.name].seconds)
 
 
 def try_case(case):
@@ -682,7 +683,7 @@ def try_case(case):
     if outcome.status is None:
         outcome, _ = run(scenario, programs, inject, PATIENCE * LOADED)
     outcome.is_mute = case.call == "write" and case.when.endswith("+")
-    found = list(complaints(case, outcome, sounds[case.scenario]))
+    found = list(complaints(case, outcome, baselines[case.scenario]))
     if is_late(scenario, outcome):
         found.append(f"took {outcome.seconds:.0f} s")
     detail = f" (status {outcome.status}, said {outcome.error!r})" if found else ""
@@ -690,18 +691,18 @@ def try_case(case):
 
 
 def first_runs(names, folder, most):
-    """All cases of these scenarios."""
+    """Runs the scenarios without a fault. Returns all their cases."""
     cases = []
     for name in names:
         scenario = scenario_of(name)
-        sound, trace = run(scenario, folder)
-        sounds[name] = sound
-        # Holds if the scenario can detect anything.
-        is_success = scenario.is_success(sound, sound)
-        if sound.status != scenario.status or (sound.status == 0) != is_success:
-            sys.exit(f"{name} does not work without a fault: {sound}")
-        if sound.left > 0 or rights_complaint(scenario, sound, sound):
-            sys.exit(f"{name} does not hold without a fault: {sound}")
+        baseline, trace = run(scenario, folder)
+        baselines[name] = baseline
+        # Otherwise the scenario could not detect anything.
+        is_success = scenario.is_success(baseline, baseline)
+        if baseline.status != scenario.status or (baseline.status == 0) != is_success:
+            sys.exit(f"{name} does not work without a fault: {baseline}")
+        if baseline.left > 0 or rights_complaint(scenario, baseline, baseline):
+            sys.exit(f"{name} breaks a promise without a fault: {baseline}")
         cases += cases_of(scenario, trace, most)
     return cases
 
@@ -719,20 +720,20 @@ def main(arguments):
     options = options_of(arguments)
     folder = options.programs.resolve()
     latest = time.monotonic() + SHORT if options.short else float("inf")
-    # Only tasks started by root are kept from the terminal; anyone else's have it.
+    # Only tasks started by root are kept from the terminal; others may use it.
     names = options.only or [each.name for each in SCENARIOS
                              if os.geteuid() == 0 or not each.has_terminal]
     cases = first_runs(names, folder, options.times)
     if options.short:
         random.Random(len(cases)).shuffle(cases)
     done = failed = 0
-    with multiprocessing.Pool(os.cpu_count(), be_worker, (folder, latest, sounds)) as pool:
+    with multiprocessing.Pool(os.cpu_count(), be_worker, (folder, latest, baselines)) as pool:
         for case, found, is_injected in pool.imap_unordered(try_case, cases):
             done += is_injected
             failed += bool(found)
             for complaint in found:
                 print(f"{case}: {complaint}", flush=True)
-    print(f"{done} of {len(cases)} faults, {failed} not borne")
+    print(f"{done} of {len(cases)} faults injected, {failed} with complaints")
     return 1 if failed > 0 or done == 0 else 0
 
 

@@ -1,10 +1,10 @@
-# The labels of the tests: CTest reads this once it has asked the programs for their tests, as the
-# variable runlet_NAME_tests_TESTS has them. A test has the name of its program for a label, and those
-# that its lines here give it. A line for which there is no test is an error.
+# The labels of the tests. CTest reads this file after it has asked the programs for their tests, which
+# are in the variables runlet_NAME_tests_TESTS. Each test has the name of its program as a label, and
+# the labels that match it here. A pattern that matches no test is an error.
 cmake_policy(VERSION 3.22)
 
-# label(LABEL PROGRAM PATTERN...): for every test of the program runlet_PROGRAM_tests, as Suite.Name,
-# that matches one of the regular expressions.
+# label(LABEL PROGRAM PATTERN...): labels every test Suite.Name of the program runlet_PROGRAM_tests that
+# matches one of the regular expressions.
 function(label label program)
   if(NOT DEFINED runlet_${program}_tests_TESTS)
     return()  # the program is not built
@@ -21,7 +21,8 @@ function(label label program)
   endforeach()
 endfunction()
 
-# long: all short or many random inputs, or several seconds. Not in scripts/test --fast.
+# long: tests of all short inputs or of many random ones, or that take several seconds. Left out by
+# scripts/test --fast.
 label(long model .)
 label(long requests .)
 label(long unit
@@ -29,8 +30,8 @@ label(long unit
 label(long tool
   BoundedWork\\.IsThatOfTheLibrary DeepJob\\.IsTakenByEveryVerb LargeJobTool\\.)
 
-# descriptors: it looks at the open files of the adapter or its tasks, or breaks them. Where lines are
-# counted, the file of the counters is one of these.
+# descriptors: tests that examine or break the open files of the adapter or its tasks. In a coverage
+# build the counter file is one of these.
 label(descriptors process
   Child\\.IsNotWaitedForBeyond Launch\\.LeavesOnlyTheOld Streams\\.OfTheChild Streams\\.KeepTheOld
   Inheritance\\.OfATerminal LongRange\\. BrokenStreams\\.)
@@ -38,25 +39,25 @@ label(descriptors tool
   TheirThreeStreams IncludeNoTerminal ExecStreams\\.OfThe ExecStreams\\.KeepTheOld
   ExecStreams\\.ThatCannot ExecAsAChild)
 
-# no-descriptors: there are none to spare, not even for a file of counters.
+# no-descriptors: tests without a descriptor to spare, not even for a counter file.
 label(no-descriptors process FewDescriptors\\.)
 
-# random-jobs: some lines are run by these alone.
+# random-jobs: tests that run some lines that no other test runs.
 label(random-jobs requests Property\\.)
 
-# not-in-valgrind: what cannot be seen through it, and is left to the other runs of the tests.
+# not-in-valgrind: tests that do not work or show nothing under valgrind; only other runs have them.
 label(not-in-valgrind process
-  # it gives up where the start of a program fails late, and gives the adapter another name
+  # It gives up if the start of a program fails late, and changes the name of the adapter.
   Exec\\.ThatFailsIs Program\\. Start\\.AnswersUnder Options\\.ThatAreWrong
-  # it needs processes, memory and descriptors of its own
+  # It needs processes, memory and descriptors itself.
   NoFork\\. OfTheForkFail ProcessLimit\\. SwitchesBeforeItForks ShortOfMemory\\. FewDescriptors\\.
   BrokenStreams\\. LongRange\\. HostileJobFile\\.OfTheSmallest HostileJobFile\\.WithAHundred
-  # it comes between the adapter and its signals and libraries
+  # It interferes with the signals and libraries of the adapter.
   OfTheWaitAre IgnoredChildren\\. SignalDuringTheWait\\.ThatStops ThatCannotBeReadToItsEnd
-  # hundreds of runs that show nothing more
+  # Hundreds of runs would show nothing new.
   ThatShrinksAndGrows
-  # it needs the stack of the process, for which valgrind puts one of its own, and takes minutes to
-  # go through 200 million levels
+  # The test needs the stack of the process, which valgrind replaces with its own, and 200 million
+  # levels would take minutes.
   IsAsDeepAsTheStackAllows)
 
 foreach(program unit process model requests tool)
@@ -65,7 +66,7 @@ foreach(program unit process model requests tool)
     list(REMOVE_DUPLICATES labels)
     set_tests_properties(${test} PROPERTIES LABELS "${program};${labels}")
     if("random-jobs" IN_LIST labels)
-      set_tests_properties(${test} PROPERTIES COST 100)  # the longest of all: to begin with
+      set_tests_properties(${test} PROPERTIES COST 100)  # the longest test starts first
     elseif("long" IN_LIST labels)
       set_tests_properties(${test} PROPERTIES COST 10)
     endif()

@@ -1,17 +1,17 @@
-"""Tries whether the tests see small changes of the adapter.
+"""Checks whether the tests notice small changes to the adapter.
 
   mutate.py [-v] [--only TEXT] N
 
-N changes are tried, each alone, in a copy of the project in build-mutants: of an operator, a constant or
-a statement in src/adapter, src/exec, src/job and src/xml. With --only it is the first N among those of
-files whose paths hold the text. Which ones, and in which order, is the same every time.
+Tries N changes, one at a time, in a copy of the project in build-mutants. Each changes an operator, a
+constant or a statement in src/adapter, src/exec, src/job or src/xml. With --only these are the first N
+in files whose paths contain the text. The changes and their order are the same every time.
 
-Each is built, and the tests run up to the first that fails: those of the functions, those with real
-processes, then those with a model. A change that is not seen, and for which tests/mutants has no
-reason, is a failure. So is an entry there that is not one of the changes any more, or that is seen.
+Each change is built and tested until a test fails: first the unit tests, then those with real
+processes, then those with a model. A change that no test notices is a failure unless tests/mutants has
+a reason for it. So is an entry there that is no longer one of the changes, or that a test notices.
 
-What was tried is kept in build-mutants/results, and not tried again while its file is the same; but
-for what was not seen, which is always tried again.
+Results are kept in build-mutants/results. A change is not tried again while its file is the same,
+unless no test noticed it.
 """
 
 import argparse
@@ -34,7 +34,7 @@ BUILD = WORK / "build"
 RESULTS = WORK / "results"
 REASONS = pathlib.Path("tests/mutants")
 
-# What stands for what: a pattern in the code, with blanks where there are texts and comments.
+# Patterns in the code, in which texts and comments are blank, and what replaces them.
 CHANGES = [
     (r" == ", " != "), (r" != ", " == "),
     (r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "),
@@ -56,7 +56,7 @@ CHANGES = [
 
 @dataclasses.dataclass(frozen=True)
 class Mutant:
-    """A change of one line; `nth` counts those that read the same in the file."""
+    """A change of one line; `nth` counts identical changes in the file, from 0."""
 
     file: str
     line: int  # from 0
@@ -73,7 +73,7 @@ class Mutant:
 
 
 def code_of(text):
-    """The text with blanks in place of comments, of what is in quotes, and of directives."""
+    """The text with comments, texts in quotes and directives replaced by blanks."""
 
     def blank(match):
         found = match.group()
@@ -86,7 +86,7 @@ def code_of(text):
 
 
 def negations(line, code):
-    """The line with a condition that is no comparison turned round."""
+    """The line with a condition negated, for each condition that has no comparison."""
     for match in re.finditer(r"\b(?:if|while) \((?!!)", code):
         begin, depth = match.end(), 1
         for end in range(begin, len(code)):
@@ -126,7 +126,7 @@ def all_mutants(part):
 
 
 def reasons():
-    """The reasons of tests/mutants, each for its change."""
+    """The reasons in tests/mutants, by change."""
     found = {}
     for block in re.split(r"\n\n+", REASONS.read_text()):
         lines = [line for line in block.split("\n") if line and not line.startswith("#")]
@@ -141,7 +141,8 @@ def reasons():
 
 
 def update(path, content):
-    """Writes a file that has another content, so that what is as it was is not built again."""
+    """Writes a file only if its content changes, so that nothing else is built again. Returns whether
+    it did."""
     if not path.exists() or path.read_bytes() != content:
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(content)
@@ -159,7 +160,7 @@ def make_copy():
 
 
 def build(*targets):
-    """Yields whether it could be built, and the compiler's words."""
+    """Returns whether the build succeeded, and its output."""
     run = subprocess.run(["cmake", "--build", BUILD, "--target", *targets],
                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
     return run.returncode == 0, run.stdout
@@ -176,9 +177,9 @@ def configure():
         sys.exit(text)
 
 
-# Mounts and processes of its own for a command: the whole system can be written, but what is written
-# goes away with it. The folder of the build and /tmp are the real ones.
-APART = """
+# Runs a command with its own mounts and processes: it can write to the whole system, but what it writes
+# is discarded. Only the folder of the build and /tmp are the real ones.
+ISOLATED = """
 set -e
 place=$1 work=$2
 shift 2
@@ -195,11 +196,11 @@ exec chroot "$place/root" "$@"
 """
 
 
-def start_apart(command, environment):
+def start_isolated(command, environment):
     place = WORK.resolve() / "apart"
     place.mkdir(exist_ok=True)
     whole = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--propagation", "private",
-             "sh", "-c", APART, "sh", place, WORK.resolve(), *command]
+             "sh", "-c", ISOLATED, "sh", place, WORK.resolve(), *command]
     return subprocess.Popen(whole, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                             stderr=subprocess.STDOUT, env={**os.environ, **environment},
                             start_new_session=True)
@@ -207,11 +208,11 @@ def start_apart(command, environment):
 
 @dataclasses.dataclass
 class Suite:
-    """Tests of a program, and how many seconds they may take."""
+    """Some tests of a program."""
 
     program: str
-    patience: int
-    options: list  # that choose them for CTest
+    patience: int  # time limit in seconds
+    options: list  # of CTest, which select the tests
     environment: dict = dataclasses.field(default_factory=dict)
 
 
@@ -226,10 +227,10 @@ SUITES = [
 
 
 def failure_of(suite):
-    """Runs its tests. Yields the name of one that fails, or that it takes too long; else None."""
+    """Runs the tests. Returns the name of one that fails, that they take too long, or None."""
     command = ["ctest", "--test-dir", BUILD.resolve(), "--stop-on-failure", "--timeout", "60",
                "--parallel", str(2 * os.cpu_count()), *suite.options]
-    run = start_apart(command, suite.environment)
+    run = start_isolated(command, suite.environment)
     try:
         text, _ = run.communicate(timeout=suite.patience)
     except subprocess.TimeoutExpired:
@@ -243,7 +244,7 @@ def failure_of(suite):
 
 
 def verdict():
-    """What the tests say of the project as it is in the copy: a failure, or None."""
+    """Builds and tests the copy of the project. Returns the first failure, or None."""
     for suite in SUITES:
         is_built, _ = build(suite.program, "UserRunletAdapter")
         if not is_built:
@@ -281,7 +282,8 @@ def main():
     known = reasons()
     mutants = all_mutants(options.only)
     existing = {mutant.key() for mutant in all_mutants("")}
-    wrong = [f"{REASONS}: no such change any more: {key}" for key in known if key not in existing]
+    problems = [f"{REASONS}: no longer one of the changes: {key}"
+                for key in known if key not in existing]
 
     begin = time.monotonic()
     WORK.mkdir(exist_ok=True)
@@ -289,14 +291,14 @@ def main():
     configure()
     failure = verdict()
     if failure is not None:
-        sys.exit(f"without any change: {failure}")
-    print(f"{len(mutants)} changes, of which {min(options.count, len(mutants))} are tried; "
+        sys.exit(f"fails without any change: {failure}")
+    print(f"{len(mutants)} changes, {min(options.count, len(mutants))} to be tried; "
           f"ready after {time.monotonic() - begin:.0f} s", flush=True)
 
     results = {}
     if RESULTS.exists():
         results = dict(json.loads(line) for line in RESULTS.read_text().splitlines())
-    counts = {"seen": 0, "listed": 0, "not seen": 0, "not compiled": 0}
+    counts = {"noticed": 0, "listed": 0, "not noticed": 0, "not compiled": 0}
     with RESULTS.open("a") as notes:
         for number, mutant in enumerate(mutants[: options.count]):
             started = time.monotonic()
@@ -308,21 +310,21 @@ def main():
                     notes.flush()
             listed = mutant.key() in known
             if result is None:
-                kind = "listed" if listed else "not seen"
+                kind = "listed" if listed else "not noticed"
             elif result == "does not compile":
                 kind = "not compiled"
             else:
-                kind = "seen"
+                kind = "noticed"
             counts[kind] += 1
             if listed and kind != "listed":
-                wrong.append(f"{REASONS}: listed, but {result}:\n{mutant}")
-            if kind == "not seen" or options.verbose:
+                problems.append(f"{REASONS}: listed, but {result}:\n{mutant}")
+            if kind == "not noticed" or options.verbose:
                 print(f"\n{mutant}\n{kind}: {result} "
                       f"({number + 1}, {time.monotonic() - started:.1f} s)", flush=True)
-    print("\n" + "\n".join(wrong))
+    print("\n" + "\n".join(problems))
     print(", ".join(f"{count} {kind}" for kind, count in counts.items()),
           f"after {time.monotonic() - begin:.0f} s")
-    return 1 if wrong or counts["not seen"] else 0
+    return 1 if problems or counts["not noticed"] else 0
 
 
 if __name__ == "__main__":

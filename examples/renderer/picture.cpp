@@ -9,7 +9,7 @@
 namespace renderer {
 namespace {
 
-constexpr int mirrorDepth = 4;       // most reflections of a ray
+constexpr int mirrorDepth = 4;       // maximum number of reflections of a ray
 constexpr double offSurface = 1e-4;  // so that a ray does not hit its own surface
 constexpr double lightRadius = 0.7;
 constexpr int samplesPerSide = 2;

@@ -15,7 +15,7 @@ await() {
   done
 }
 
-# freePorts COUNT: that many unused ports, below the ephemeral range.
+# freePorts COUNT: prints that many unused ports, below the ephemeral range.
 freePorts() {
   local found=() port
   while [ ${#found[@]} -lt "$1" ]; do
@@ -26,7 +26,7 @@ freePorts() {
   printf '%s\n' "${found[@]}"
 }
 
-# writeConfiguration FOLDER NODES LINE...: for nodes n1, n2 etc.
+# writeConfiguration FOLDER NODES LINE...: prints a configuration with nodes n1, n2 etc.
 #
 # All time-outs are short: a dead node is noticed after ten seconds, and its jobs restart five
 # seconds later.
@@ -99,7 +99,7 @@ nodesAreIdle() {
 }
 
 # startCluster FOLDER NODES LINE...: creates the folder; the lines are appended to the
-# configuration. False, with a message, if the cluster does not get ready.
+# configuration. False, with a message, if the cluster does not become ready.
 startCluster() {
   local folder=$1 nodes=$2 node
   mkdir "$folder"
@@ -108,14 +108,14 @@ startCluster() {
   writeConfiguration "$@" >"$folder/slurm.conf"
 
   startMunge "$folder"
-  await 10 mungeAnswers "$folder" || { printf 'munged does not answer.\n' >&2; return 1; }
+  await 10 mungeAnswers "$folder" || { printf 'munged did not answer.\n' >&2; return 1; }
   startController "$folder"
   for ((node = 1; node <= nodes; ++node)); do
     mkdir "$folder/spool/n$node"
     startNode "$folder" "n$node"
   done
   await 30 nodesAreIdle "$folder" "$nodes" ||
-    { printf 'The nodes do not get ready.\n' >&2; return 1; }
+    { printf 'The nodes did not become idle.\n' >&2; return 1; }
 }
 
 # processesOfClusters FOLDER: the ids of all processes of the clusters in that folder.
@@ -145,7 +145,7 @@ stopClusters() {
   done
 }
 
-# showLogs FOLDER: the ends of the daemons' logs of the clusters in that folder.
+# showLogs FOLDER: shows the ends of the logs of all daemons of the clusters in that folder.
 showLogs() {
   local log
   for log in "$1"/*/log/*; do
