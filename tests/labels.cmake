@@ -27,7 +27,7 @@ label(long requests .)
 label(long unit
   XmlDocument\\.IsWhatTheLibraryLoadsFromRandom)
 label(long tool
-  BoundedWork\\.IsThatOfTheLibrary DeepJob\\.IsTakenByEveryVerb LargeJobTool\\.)
+  BoundedWork\\.IsThatOfTheLibrary DeepJob\\.IsAcceptedByEveryVerb LargeJobTool\\.)
 
 # descriptors: it looks at the open files of the adapter or its tasks, or breaks them. Where lines are
 # counted, the file of the counters is one of these.
@@ -47,7 +47,7 @@ label(random-jobs requests Property\\.)
 # not-in-valgrind: what cannot be seen through it, and is left to the other runs of the tests.
 label(not-in-valgrind process
   # it gives up where the start of a program fails late, and gives the adapter another name
-  Exec\\.ThatFailsIs Program\\. Start\\.AnswersUnder Options\\.ThatAreWrong
+  Exec\\.ThatFailsIs Program\\. Start\\.AnswersUnder Options\\.ThatAreInvalid
   # it needs processes, memory and descriptors of its own
   NoFork\\. OfTheForkFail ProcessLimit\\. SwitchesBeforeItForks ShortOfMemory\\. FewDescriptors\\.
   BrokenStreams\\. LongRange\\. HostileJobFile\\.OfTheSmallest HostileJobFile\\.WithAHundred
@@ -57,7 +57,7 @@ label(not-in-valgrind process
   ThatShrinksAndGrows
   # it needs the stack of the process, for which valgrind puts one of its own, and takes minutes to
   # go through 200 million levels
-  IsAsDeepAsTheStackAllows)
+  MayBeAsDeepAsTheStackAllows)
 
 foreach(program unit process model requests tool)
   foreach(test IN LISTS runlet_${program}_tests_TESTS)

@@ -121,7 +121,7 @@ TEST_F(Range, SelectsTheSameTasksAtEveryBorder) {
   checkEveryRange();
 }
 
-TEST_F(Range, EndsAlikeAtATaskThatFails) {
+TEST_F(Range, EndsLikeTheModelAtATaskThatFails) {
   for (failing = 0; failing < 4; ++failing) checkEveryRange();
 }
 

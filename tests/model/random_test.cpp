@@ -183,7 +183,7 @@ FillInCase randomFillInCase(Random& random) {
   return fillInCase;
 }
 
-TEST(RandomTemplates, AreFilledInAlike) {
+TEST(RandomTemplates, AreFilledInLikeTheModel) {
   checkRandomCases(250'000, [](Random& random) {
     const FillInCase fillInCase = randomFillInCase(random);
     return sameExpansion(Job(fillInCase.lists), fillInCase.pattern, fillInCase.index);
@@ -222,13 +222,13 @@ TEST(RandomEntries, HaveTheSameFields) {
   });
 }
 
-TEST(RandomParameters, AreFoundAlike) {
+TEST(RandomParameters, AreFoundLikeTheModel) {
   checkRandomCases(150'000, [](Random& random) {
     return sameJobParam(Job(randomLists(random)), randomNumberOfEntry(random));
   });
 }
 
-TEST(RandomTexts, AreStrippedOfBracesAlike) {
+TEST(RandomTexts, AreStrippedOfBracesLikeTheModel) {
   checkRandomCases(200'000, [](Random& random) {
     const std::string characters = random.oneIn(2) ? "ab \t" : "ab{} ";
     std::string text = randomText(random, characters, randomLength(random, 255));
@@ -239,7 +239,7 @@ TEST(RandomTexts, AreStrippedOfBracesAlike) {
   });
 }
 
-TEST(RandomLines, AreSplitIntoWordsAlike) {
+TEST(RandomLines, AreSplitIntoWordsLikeTheModel) {
   const std::vector<std::string> pieces = {" ",  "  ", "\"", "\" ", " \"",  "\"\"",      "\t",
                                            "\\", "a",  "bc", "'",   "\\\"", "--option=", "\n"};
   checkRandomCases(200'000, [&](Random& random) {
@@ -249,7 +249,7 @@ TEST(RandomLines, AreSplitIntoWordsAlike) {
   });
 }
 
-TEST(RandomNumbers, AreReadAlike) {
+TEST(RandomNumbers, AreReadLikeTheModel) {
   checkRandomCases(400'000, [](Random& random) {
     const std::string front = randomText(random, " \t\n\v\f\r\xa0\x85", random.below(3));
     const std::string sign = randomText(random, "+--", random.oneIn(16) ? 2 : random.below(2));

@@ -71,7 +71,7 @@ TEST_F(Child, IsNotWaitedForBeyondItsOwnProcess) {
 }
 
 // A starter may leave children of its own to the adapter.
-TEST_F(Child, IsNotTakenForAnother) {
+TEST_F(Child, IsNotMistakenForAnother) {
   folder_.write("script", "#!/bin/sh\nsleep 0.1\nexit 7\n", 0755);
   Job job;
   job.arguments = "./script x";
@@ -92,7 +92,7 @@ TEST_F(Child, IsWaitedForUntilItHasEnded) {
 }
 
 // Its output would not go where the job wants it.
-TEST_F(Child, IsNoProgramWhereStandardErrorCannotBeJoined) {
+TEST_F(Child, RunsNoProgramIfStandardErrorCannotBeJoined) {
   Job job;
   job.arguments = "/bin/mkdir made";
   write(job);

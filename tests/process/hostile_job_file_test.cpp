@@ -110,7 +110,7 @@ TEST_F(HostileJobFile, ThatIsADeviceIsRefused) {
   expectRefused("/dev", "Is a directory");
 }
 
-TEST_F(HostileJobFile, ThatIsEmptyOrNoTextIsRefused) {
+TEST_F(HostileJobFile, ThatIsEmptyOrNotTextIsRefused) {
   expectTextRefused("", "Error document empty.");
   expectTextRefused(std::string(1000, '\0'), "Error document empty.");
   expectTextRefused("\xff\xfe<\0J\0>\0"s, "Error document empty.");
@@ -129,7 +129,7 @@ TEST_F(HostileJobFile, ThatHasANulInTheMiddleIsRefused) {
   expectTextRefused("<Job><!--\0--></Job>"s, "Error reading Element value.");
 }
 
-TEST_F(HostileJobFile, ThatIsOnlyUnusualIsTaken) {
+TEST_F(HostileJobFile, ThatIsMerelyUnusualIsAccepted) {
   expectRuns(jobText(command("mark"), "\xef\xbb\xbf", ""), "mark");
   expectRuns(jobText(command("a\xff\x80z"), "", ""), "a\\xff\\x80z");
   expectRuns(jobText(command("nested"), "", nested(1000)), "nested");
@@ -146,7 +146,7 @@ TEST_F(HostileJobFile, ThatIsNestedAMillionLevelsDeepIsRefused) {
 
 // The stack of the process may already hold as much as the system allows: environment and arguments
 // of a quarter of the stack, or 128 KiB.
-TEST_F(HostileJobFile, IsAsDeepAsTheStackAllows) {
+TEST_F(HostileJobFile, MayBeAsDeepAsTheStackAllows) {
   constexpr std::size_t kibibyte = 1024;
   const char* tooDeep = "Elements nested too deep.";
   const struct {
@@ -192,7 +192,7 @@ TEST_F(HostileJobFile, WithAMillionNodesDeepInsideIsRefused) {
 }
 
 // Opening can have side effects: acquire a terminal, rewind a tape, arm a watchdog.
-TEST_F(HostileJobFile, ThatIsNoFileIsNotEvenOpened) {
+TEST_F(HostileJobFile, ThatIsNotARegularFileIsNotEvenOpened) {
   ASSERT_EQ(mkfifo(jobFile_.c_str(), 0600), 0);
   const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
   ASSERT_NE(inotify_add_watch(watch, jobFile_.c_str(), IN_OPEN), -1);
@@ -259,7 +259,7 @@ TEST_F(HostileJobFile, ThatAnotherProcessHasALeaseOnIsWaitedFor) {
 }
 
 // The file found first is read. Nobody ever writes to the pipe.
-TEST_F(HostileJobFile, ThatBecomesAPipeDuringALeaseIsReadAsItWas) {
+TEST_F(HostileJobFile, ThatBecomesAPipeDuringALeaseIsReadAsBefore) {
   const LeasedFile file(folder_.write("job.xml", jobText("true", "", "")));
   Process process(adapter({"-o", "PingTask", "-j", jobFile_}));
   EXPECT_TRUE(file.awaitReader());
@@ -307,7 +307,7 @@ TEST_F(HostileJobFile, OfTheSmallestNodesTakesBoundedMemory) {
   expectMemory(result, path, 85);
 }
 
-TEST_F(HostileJobFile, WithAHundredMegabytesOfTextIsTakenAsItIs) {
+TEST_F(HostileJobFile, WithAHundredMegabytesOfTextIsAcceptedUnchanged) {
   // Too long for a command line, but for nothing else.
   const std::string path =
       folder_.write("job.xml", jobText(std::string(100 * million, 'x'), "", ""));
@@ -355,7 +355,7 @@ std::string withoutReason(const std::string& line) {
   }
 }
 
-TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsTakenOrRefused) {
+TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsAcceptedOrRefused) {
   const std::string text = jobText("true", "", "<x>" + repeat("y", mebibyte) + "</x>");
   const std::string path = folder_.write("job.xml", text);
   // No thread: each start of the adapter would copy its locks.

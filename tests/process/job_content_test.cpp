@@ -117,7 +117,7 @@ TEST_F(JobContent, HasItsElementsInAnyOrderAndTheFirstOfEachKind) {
   expectResult(run(newTask()), "", invalidSyntax, "exit 255");
 }
 
-TEST_F(JobContent, IgnoresWhatIsNoTask) {
+TEST_F(JobContent, IgnoresWhatIsNotATask) {
   const std::string tasks =
       "<TaskList><!-- c --><Job><Params>{j}</Params></Job><Task><Params>{a}</Params></Task>"
       "<task><Params>{t}</Params></task><Task/><Task><Params/></Task><Task><params>{p}</params>"
@@ -168,7 +168,7 @@ TEST_F(JobContent, HasTextsWithoutTheSpaceAroundThem) {
 }
 
 // Digits of earlier numbers affect a width in the same command, but not in the next.
-TEST_F(JobContent, StartsEachExpansionWithoutDigitsLeftBehind) {
+TEST_F(JobContent, StartsEachExpansionWithoutLeftoverDigits) {
   const std::string tasks =
       "<TaskList><Task><Params>{x}</Params></Task><Task><Params>{y}</Params></Task></TaskList>";
   const struct {

@@ -111,7 +111,7 @@ TEST_F(RunFolder, ThatThePreviousTaskRemovedEndsTheRequest) {
 }
 
 // The job has been read; its own folder, the default, is removed along with the file.
-TEST_F(RunFolder, OfTheJobFileMayGoAwayWithIt) {
+TEST_F(RunFolder, OfTheJobFileMayDisappearWithIt) {
   const std::string jobs = folder_.makeFolder("jobs");
   Job job;
   job.arguments = "/bin/rm -r " + jobs;
@@ -172,7 +172,7 @@ TEST_F(Program, WithoutAUsableInterpreterIsReported) {
   }
 }
 
-TEST_F(Program, ThatIsNoProgramFileIsReported) {
+TEST_F(Program, ThatIsNotAProgramFileIsReported) {
   ASSERT_EQ(symlink("loop", folder_.file("loop").c_str()), 0);
   ASSERT_EQ(symlink("nowhere", folder_.file("dangling").c_str()), 0);
   ASSERT_EQ(mkfifo(folder_.file("pipe").c_str(), 0755), 0);
@@ -197,7 +197,7 @@ TEST_F(Program, ThatIsNoProgramFileIsReported) {
 }
 
 // execvp passes files of unknown format to the shell, as scripts.
-TEST_F(Program, OfNoKnownFormatIsRunByTheShell) {
+TEST_F(Program, OfUnknownFormatIsRunByTheShell) {
   folder_.write("script", "echo \"$0|$1|$2|$#\"\nexit 3\n", 0755);
   const std::string command = "./script \"a b\" c";
   expectResult(runCommand(command),
@@ -267,7 +267,7 @@ TEST_F(Program, WithMoreArgumentsThanTheSystemTakesIsReported) {
                "exit 0");
 }
 
-TEST_F(Program, WhereNothingMayBeExecutedIsReported) {
+TEST_F(Program, OnANoexecMountIsReported) {
   REQUIRE_ROOT();
   REQUIRE_MOUNTS();
   script("script", "exit 0");

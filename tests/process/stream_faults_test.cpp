@@ -204,7 +204,7 @@ TEST_F(BrokenStreams, AreWhatTheTaskGets) {
 }
 
 // Every request, with no open descriptors.
-TEST_F(BrokenStreams, AllClosedLeaveTheStatus) {
+TEST_F(BrokenStreams, AllClosedDoNotChangeTheStatus) {
   const std::string text = twoTasks("/bin/mkdir made%tn").text();
   folder_.write("job.xml", text);
   const struct {
@@ -230,7 +230,7 @@ TEST_F(BrokenStreams, AllClosedLeaveTheStatus) {
 
 // The child's report goes to its standard error: if both are joined and the old one could not be
 // kept, to standard output, and the "Calling" line of its buffer goes to its standard output.
-TEST_F(BrokenStreams, CarryTheReportOfAMissingProgramAsFarAsTheyCan) {
+TEST_F(BrokenStreams, CarryTheReportOfAMissingProgramIfTheyCan) {
   const std::string line = calling("./missing x", folder());
   const std::string report = cannotExecute("./missing x", "No such file or directory");
   const std::string code = exitCodeLine(-127);

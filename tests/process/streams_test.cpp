@@ -118,7 +118,7 @@ TEST_F(Streams, HoldNothingTwiceAfterAFailedTask) {
 }
 
 // The "Calling" line stays in the buffer while chmod runs, and is written with the next line.
-TEST_F(Streams, KeepTheCallingLineBackUntilTheProcessIsStarted) {
+TEST_F(Streams, HoldTheCallingLineBackUntilTheProcessIsStarted) {
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render;echo", "#!/bin/sh\nexit 0\n", 0755);
   Job job;

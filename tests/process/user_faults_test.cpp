@@ -81,7 +81,7 @@ TEST_F(BrokenUserDatabase, IsReportedWithItsReason) {
       "Permission denied");
 }
 
-TEST_F(BrokenUserDatabase, MayBeEmptyOrHoldNothingOfUse) {
+TEST_F(BrokenUserDatabase, MayBeEmptyOrUseless) {
   expectLookupFails([] { makeFile("/etc/passwd", "", 0644); }, "No such user");
   expectLookupFails([] { makeFile("/etc/passwd", "no entry\nartist\nartist:x\n", 0644); },
                     "No such user");
@@ -90,14 +90,14 @@ TEST_F(BrokenUserDatabase, MayBeEmptyOrHoldNothingOfUse) {
 }
 
 // The same system with a valid database.
-TEST_F(BrokenUserDatabase, IsNotTakenForAGoodOne) {
+TEST_F(BrokenUserDatabase, StartsTheTaskOnceItIsValid) {
   expectResult(runWith([] { makeFile("/etc/passwd", artist, 0644); }),
                calling("/bin/mkdir made", folder()) + processStarted, "", "exit 0");
   EXPECT_EQ(files(), (Strings{"job.xml", "made"}));
 }
 
 // Without the file a lookup would fail, but with an id there is no lookup.
-TEST_F(BrokenUserDatabase, IsNoMatterForAJobWithAnId) {
+TEST_F(BrokenUserDatabase, DoesNotAffectAJobWithAnId) {
   write(job_.set("uid", "0"));
   expectResult(runWith([] {}), calling("/bin/mkdir made", folder()) + processStarted, "", "exit 0");
 }

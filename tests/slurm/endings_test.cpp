@@ -64,7 +64,7 @@ TEST_F(SlurmEnding, WithoutTheProgramLeavesTheReasonInTheLog) {
                                   " -y':Permission denied\n");
 }
 
-TEST_F(SlurmEnding, WithoutTheRunFolderIsNoneOfTheProgram) {
+TEST_F(SlurmEnding, WithoutTheRunFolderIsNotThatOfTheProgram) {
   Job job = jobOf({farmTask_});
   job.set("WorkingFolder", folder_.file("gone")).set("LogFolder", folder_.file("logs"));
   write(job);

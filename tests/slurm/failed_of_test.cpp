@@ -5,7 +5,7 @@
 namespace runlet_test {
 namespace {
 
-class SlurmFailures : public FarmTest {
+class SlurmFailedOf : public FarmTest {
  protected:
   // Submits the job and waits for its end.
   std::string done(const std::vector<std::string>& arguments = {}) const {
@@ -15,7 +15,7 @@ class SlurmFailures : public FarmTest {
   }
 };
 
-TEST_F(SlurmFailures, AnArrayRunsWhatFailedAndNothingElse) {
+TEST_F(SlurmFailedOf, AnArrayRunsWhatFailedAndNothingElse) {
   write(mendableJob(12, {2, 7, 11}));
   const std::string first = done();
   expectEachReportedOnce(12, {2, 7, 11});
@@ -27,7 +27,7 @@ TEST_F(SlurmFailures, AnArrayRunsWhatFailedAndNothingElse) {
   for (const int task : {2, 7, 11}) EXPECT_TRUE(elements.contains(task)) << task;
 }
 
-TEST_F(SlurmFailures, ANewArrayOfThatKindIsLikeOthers) {
+TEST_F(SlurmFailedOf, ANewArrayOfThatKindIsLikeOthers) {
   write(mendableJob(5, {2, 4}));
   const std::string second = done({"--failed-of", done()});
   EXPECT_EQ(elementsOf(second).size(), 2U);
@@ -37,7 +37,7 @@ TEST_F(SlurmFailures, ANewArrayOfThatKindIsLikeOthers) {
   expectEachReportedOnce(5);
 }
 
-TEST_F(SlurmFailures, SeveralArraysIsOneList) {
+TEST_F(SlurmFailedOf, SeveralArraysGivesOneList) {
   write(mendableJob(9, {1, 5, 9}));
   const std::string front = done({"-s", "1", "-n", "4"});
   const std::string back = done({"-s", "5", "-n", "5"});
@@ -46,7 +46,7 @@ TEST_F(SlurmFailures, SeveralArraysIsOneList) {
   expectEachReportedOnce(9);
 }
 
-TEST_F(SlurmFailures, AnArrayThatWasCancelledRunsTheRest) {
+TEST_F(SlurmFailedOf, AnArrayThatWasCancelledRunsTheRest) {
   Job job = reportingJob(20, "await:%tp1");
   for (std::string& task : job.tasks) task = "mended";
   job.tasks[0] = ".";
@@ -63,7 +63,7 @@ TEST_F(SlurmFailures, AnArrayThatWasCancelledRunsTheRest) {
   expectEachReportedOnce(20);
 }
 
-TEST_F(SlurmFailures, AnArrayMayNameTheJobFileInAnotherWay) {
+TEST_F(SlurmFailedOf, AnArrayMayNameTheJobFileInAnotherWay) {
   write(mendableJob(4, {3}));
   const ProcessResult first = runProcess(program({tool_, "submit", "job.xml"}));
   ASSERT_EQ(describeStatus(first.waitStatus), "exit 0") << first.error;
@@ -73,7 +73,7 @@ TEST_F(SlurmFailures, AnArrayMayNameTheJobFileInAnotherWay) {
   expectEachReportedOnce(4);
 }
 
-TEST_F(SlurmFailures, AnArrayWithoutFailuresSubmitsNothing) {
+TEST_F(SlurmFailedOf, AnArrayWithoutFailuresSubmitsNothing) {
   write(reportingJob(3));
   const std::string first = done();
   const std::string next = nextJobId();
@@ -84,7 +84,7 @@ TEST_F(SlurmFailures, AnArrayWithoutFailuresSubmitsNothing) {
   EXPECT_EQ(nextJobId(), next);
 }
 
-TEST_F(SlurmFailures, AnotherJobFileIsRefused) {
+TEST_F(SlurmFailedOf, AnotherJobFileIsRefused) {
   write(mendableJob(3, {2}));
   const std::string first = done();
   folder_.write("other.xml", mendableJob(3, {2}).text());
@@ -99,7 +99,7 @@ TEST_F(SlurmFailures, AnotherJobFileIsRefused) {
   EXPECT_EQ(nextJobId(), next);
 }
 
-TEST_F(SlurmFailures, AnArrayThatIsUnknownIsRefused) {
+TEST_F(SlurmFailedOf, AnArrayThatIsUnknownIsRefused) {
   write(reportingJob(3));
   const ProcessResult result = submit({"--failed-of", "987654"});
   EXPECT_EQ(result.output, "");
@@ -107,7 +107,7 @@ TEST_F(SlurmFailures, AnArrayThatIsUnknownIsRefused) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
-TEST_F(SlurmFailures, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
+TEST_F(SlurmFailedOf, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
   Job job = mendableJob(4, {2});
   job.arguments = farmTask_ + " %tp2 need:%tp1 report:out-%tn %tn";
   for (std::string& task : job.tasks) task += "\tsleep:0";

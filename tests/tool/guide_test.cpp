@@ -177,11 +177,11 @@ class Guide : public testing::Test {
   int count_ = 0;     // of the commands
 };
 
-TEST_F(Guide, ToWritingAJobFileShowsWhatThereIs) {
+TEST_F(Guide, ToWritingAJobFileShowsTheRealOutput) {
   follow("docs/writing-a-job-file.md", "/no-folder");
 }
 
-TEST_F(Guide, OfTheReadmeShowsWhatThereIs) {
+TEST_F(Guide, OfTheReadmeShowsTheRealOutput) {
   // Of root's own job there would be a warning.
   follow("README.md", "/tmp/shot", " --user 1000 --group 1000");
 }
@@ -203,7 +203,7 @@ std::string textOfPicture(const std::string& svg) {
 }
 
 // Apart from white space: its lines are those of a terminal.
-TEST_F(Guide, HasAPictureOfWhatThereIs) {
+TEST_F(Guide, HasAPictureOfTheRealOutput) {
   const std::string folder = std::string(sourceFolder) + "/docs/pictures";
   const std::string shown = textOfPicture(readFile(folder + "/check.svg"));
   EXPECT_EQ(withoutSpace(shown), withoutSpace(transcriptOf({"$ runlet-job check job.xml"}, folder)))

@@ -82,7 +82,7 @@ class HostileText : public ExecTest {
   FakeSlurm slurm_{folder_};
 };
 
-TEST_F(HostileText, ReachesNoTerminalByAnyVerb) {
+TEST_F(HostileText, ReachesNoTerminalThroughAnyVerb) {
   const std::string job = writeJob();
   const std::string none = folder_.file("none" + hostile);
   const std::vector<std::string> rows[] = {
@@ -143,7 +143,7 @@ TEST_F(HostileText, IsShownAsEscapes) {
   expectShown({"run", none}, "\t", "\\t", "exit 2");
 }
 
-TEST_F(HostileText, OfACommandIsShownByExpandAndWrittenAsItIsByExec) {
+TEST_F(HostileText, OfACommandIsEscapedByExpandAndWrittenUnchangedByExec) {
   const std::string runFolder = folder_.makeFolder("a\x1b[2Jb");
   Job job;
   job.arguments = "/bin/echo \"x\xc2\x9b\"";
@@ -175,7 +175,7 @@ TEST_F(HostileText, IsFoundByItsCharacters) {
   }
 }
 
-TEST_F(HostileText, OfARefusalIsShown) {
+TEST_F(HostileText, OfARefusalIsEscaped) {
   Job job;
   job.arguments = "/bin/echo %t\x1b";
   job.set("WorkingFolder", "a\x1b\xc2\x9b");
@@ -189,7 +189,7 @@ TEST_F(HostileText, OfARefusalIsShown) {
             "\ntask 2\n  not reached: task 1 ended the request\n");
 }
 
-TEST_F(HostileText, OfAnotherProgramIsShown) {
+TEST_F(HostileText, OfAnotherProgramIsEscaped) {
   Job job;
   job.set("TaskTimeout", "5");
   job.arguments = "/bin/true";

@@ -79,13 +79,13 @@ TEST_F(XmlDocument, IsWhatTheLibraryLoads) {
   }
 }
 
-TEST_F(XmlDocument, IsRefusedInTheLibrarysWordsWhereThereIsNoFile) {
+TEST_F(XmlDocument, IsRefusedInTheLibrarysWordsIfThereIsNoFile) {
   const std::string missing = folder_.file("missing.xml");
   EXPECT_EQ(load(missing), loadByTheLibrary(missing));
   EXPECT_EQ(load(missing).reason, "Failed to open file");
 }
 
-TEST_F(XmlDocument, IsEmptyWhereThereIsNoRegularFile) {
+TEST_F(XmlDocument, IsEmptyIfThereIsNoRegularFile) {
   const std::string pipe = folder_.file("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_EQ(load(pipe).reason, "Error document empty.");

@@ -117,7 +117,7 @@ int openNull() {
   return open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
-TEST(AsTaskUser, IsTheCallerWhoIsNotRoot) {
+TEST(AsTaskUser, IsTheCallerUnlessThatIsRoot) {
   const auto take = [] {
     if (geteuid() == 0) becomeOther();
     umask(012);
@@ -162,7 +162,7 @@ TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
 }
 
 // If root is configured to keep its capabilities when switching users.
-TEST(AsTaskUser, HasNoCapabilityOfRoots) {
+TEST(AsTaskUser, HasNoneOfRootsCapabilities) {
   REQUIRE_ROOT();
   const TempFolder folder;
   const auto look = [&] {
@@ -174,7 +174,7 @@ TEST(AsTaskUser, HasNoCapabilityOfRoots) {
   EXPECT_EXIT(look(), testing::ExitedWithCode(0), "^$");
 }
 
-TEST(AsTaskUser, KeepsTheErrorOfWhatWasDone) {
+TEST(AsTaskUser, KeepsTheErrorOfTheAction) {
   REQUIRE_ROOT();
   EXPECT_EQ(doAsTaskUser(contextOf(71, 72),
                          [] {
@@ -185,7 +185,7 @@ TEST(AsTaskUser, KeepsTheErrorOfWhatWasDone) {
   EXPECT_EQ(errno, ENOSPC);
 }
 
-TEST(AsTaskUser, HasAnErrorOfItsOwnWhereTheProcessEnds) {
+TEST(AsTaskUser, HasAnErrorOfItsOwnIfTheProcessIsKilled) {
   REQUIRE_ROOT();
   EXPECT_EQ(doAsTaskUser(contextOf(71, 72), [] { return raise(SIGKILL); }), -1);
   EXPECT_EQ(errno, EIO);

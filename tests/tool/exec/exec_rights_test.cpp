@@ -137,7 +137,7 @@ TEST_F(ExecRights, AreNotedOnStandardErrorWhereverThatOfTheTaskGoes) {
 }
 
 // Entering the run folder and making the program executable use the caller's rights.
-TEST_F(ExecRights, OfTheCallerHoldForFolderAndProgram) {
+TEST_F(ExecRights, OfTheCallerApplyToFolderAndProgram) {
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render", "#!/bin/sh\nexit 0\n", 0700);
   job_.arguments = "render x";
@@ -416,7 +416,7 @@ TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
 }
 
 // The program is searched for with the rights of the task.
-TEST_F(ExecRightsOfRoot, HoldForTheSearchOfTheProgram) {
+TEST_F(ExecRightsOfRoot, ApplyToTheSearchForTheProgram) {
   folder_.makeFolder("closed", 0700);
   folder_.write("closed/render", "#!/bin/sh\nexit 0\n", 0755);
   job_.arguments = folder_.file("closed/render") + " x";
@@ -425,7 +425,7 @@ TEST_F(ExecRightsOfRoot, HoldForTheSearchOfTheProgram) {
              cannotExecute(job_.arguments, "Permission denied"), "exit 126");
 }
 
-TEST_F(ExecRightsOfRoot, ThatTheSystemDoesNotGiveEndIt) {
+TEST_F(ExecRightsOfRoot, ThatTheSystemRefusesEndIt) {
   const struct {
     unsigned long missing;
     const char* error;

@@ -48,7 +48,7 @@ TEST_F(CleanJobs, MayHaveCommentsBetweenElements) {
 }
 
 // Nothing is lost.
-TEST_F(CleanJobs, MayHaveACommentBehindAText) {
+TEST_F(CleanJobs, MayHaveACommentAfterAText) {
   expectClean({{"18", "18<!-- octal 022 -->"}});
   expectClean({{"%tn}", "%tn}<!-- the number -->"}});
 }
@@ -59,7 +59,7 @@ TEST_F(CleanJobs, MayHaveSpaceAroundATextAndItsBraces) {
   expectClean({{"{dawn}", "\n        {dawn}\n      "}});
 }
 
-TEST_F(CleanJobs, MayHaveFlagsInAllTheUsualWords) {
+TEST_F(CleanJobs, MayHaveFlagsInAllUsualWords) {
   for (const std::string flag : {"yes", "Yes", "y", "true", "True", "1", "no", "No", "n", "false",
                                  "f", "0", "off", "keep"}) {
     const std::string element = "<redirectStderr>" + flag + "</redirectStderr><umask>";
@@ -92,7 +92,7 @@ TEST_F(CleanJobs, MayHavePlaceholdersOfEveryKind) {
 }
 
 // The shell that is started looks at what the adapter does not.
-TEST_F(CleanJobs, MayHandALineToAShell) {
+TEST_F(CleanJobs, MayPassALineToAShell) {
   expectClean({{"/bin/echo %tn", "/bin/sh -c \"echo $HOME | cat &gt; /dev/null\""}});
 }
 

@@ -48,7 +48,7 @@ TEST_F(CommandLineFindings, RJ071QuoteInsideAWord) {
               {"\"-s=dawn light\"", "-s=dawn light"});
 }
 
-TEST_F(CommandLineFindings, RJ072TextBehindAClosingQuote) {
+TEST_F(CommandLineFindings, RJ072TextAfterAClosingQuote) {
   expectFound({{"RJ072", "warning", 3, 53, "\"dawn light\"/1", "all"}});
   expectWords({"\"dawn light\"/1", "dawn light", "/1"}, {"\"dawn light/1\"", "dawn light/1"});
 }
@@ -64,7 +64,7 @@ TEST_F(CommandLineFindings, RJ074EmptyCommand) {
   expectMended(called("/bin/echo 1") + "1\n");
 }
 
-TEST_F(CommandLineFindings, RJ075NoSpaceBehindTheProgramOfAnApplication) {
+TEST_F(CommandLineFindings, RJ075NoSpaceAfterTheProgramOfAnApplication) {
   useApplication("tools", 0644);
   expectFound({{"RJ075", "error", 3, 17, "render", "all"}});
   expectBad("",
@@ -93,7 +93,7 @@ TEST_F(CommandLineFindings, RJ076ShellCharactersInThePathOfTheApplication) {
   expectMended(rendered(folder_.file("plain/render")));
 }
 
-TEST_F(CommandLineFindings, RJ077FolderInFrontOfAFullPath) {
+TEST_F(CommandLineFindings, RJ077FolderBeforeAFullPath) {
   useApplication("tools", 0644);
   folder_.makeFolder("tools/bin");
   folder_.write("tools/bin/render", script, 0644);

@@ -69,7 +69,7 @@ TEST_F(HostFindings, RJ092RunFolderClosedToTheUserOfOneTask) {
   expectMendedRan();
 }
 
-TEST_F(HostFindings, NameEveryTaskOfAProgramThatIsNotThere) {
+TEST_F(HostFindings, NameEveryTaskOfAMissingProgram) {
   given_[bad] = readFile(samplesFolder() + "/RJ091/mended.xml");
   given_[bad].replace(given_[bad].find("/bin/echo"), 9, "/bin/no-such-echo");
   expectCheck(bad, {{"RJ093", "error", 3, 17, "/bin/no-such-echo", "all"}});
@@ -94,7 +94,7 @@ class ScriptFindings : public HostFindings {
   }
 };
 
-TEST_F(ScriptFindings, RJ094InterpreterNotThere) {
+TEST_F(ScriptFindings, RJ094MissingInterpreter) {
   writeScript("broken", "#!/nowhere/sh\necho ran\n");
   expectFound({{"RJ094", "error", 3, 17, folder_.file("broken"), "all"}});
   expectBadNotExecuted(folder_.file("broken") + " 1");
@@ -102,7 +102,7 @@ TEST_F(ScriptFindings, RJ094InterpreterNotThere) {
 }
 
 // The chain of interpreters is followed as far as the system does it.
-TEST_F(ScriptFindings, AreAboutTheWayTheSystemGoes) {
+TEST_F(ScriptFindings, FollowInterpretersAsTheSystemDoes) {
   const std::string script = folder_.file("script");
   writeScript("inner", "#!" + script + "\n");
   writeScript("loop", "#!" + folder_.file("loop") + "\n");

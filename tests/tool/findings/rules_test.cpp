@@ -133,7 +133,7 @@ bool isOfTheFile(const runlet_tool::Rule& rule, const Strings& lines) {
   return !isOfTheMachine && !isShort && !lines.front().starts_with("runlet-job ");
 }
 
-TEST_F(Examples, OfTheRulesShowTheFindingAndHowToDoWithoutIt) {
+TEST_F(Examples, OfTheRulesShowTheFindingAndHowToAvoidIt) {
   EXPECT_EQ(codesFor({"<umask>18</umask>"}), "");
   int count = 0;
   for (const runlet_tool::Rule& rule : runlet_tool::allRules()) {

@@ -38,7 +38,7 @@ TEST_F(StructureFindings, RJ002NotWellFormed) {
   expectRefused({{"RJ002", "error", 7, 14, "", ""}}, couldNotLoad("Error reading end tag."));
 }
 
-TEST_F(StructureFindings, RJ003SomethingInFrontOfTheRoot) {
+TEST_F(StructureFindings, RJ003SomethingBeforeTheRoot) {
   expectRefused({{"RJ003", "error", 1, 1, "<?xml version=\"1.0\"?>", ""}});
 }
 
@@ -58,7 +58,7 @@ TEST_F(StructureFindings, RJ007NoJobParams) {
   expectRefusedBehindTasks({{"RJ007", "error", 2, 3, "", ""}});
 }
 
-TEST_F(StructureFindings, RJ008JobParamsInFrontOfTaskList) {
+TEST_F(StructureFindings, RJ008JobParamsBeforeTaskList) {
   expectRefusedBehindTasks({{"RJ008", "error", 8, 5, "<JobParams>", ""}});
 }
 

@@ -78,7 +78,7 @@ TEST_F(ValueFindings, RJ027EmptyNumber) {
   expectMended(called("/bin/echo 1") + "1\n");
 }
 
-TEST_F(ValueFindings, RJ028RubbishBehindANumber) {
+TEST_F(ValueFindings, RJ028RubbishAfterANumber) {
   expectFound({{"RJ028", "warning", 4, 19, ".5", ""}});
   expectTold("value is 1.");
   expectInTime(bad, 60000);

@@ -84,7 +84,7 @@ struct ParamRow {
   std::string complaint;
 };
 
-TEST(MakeOptions, RefuseParams) {
+TEST(MakeOptions, RefuseInvalidParams) {
   const std::string tooLong(2000, 'v');
   const std::vector<ParamRow> rows = {
       {{"scene"}, "--param scene: expected NAME=VALUE"},
@@ -134,7 +134,7 @@ std::string complaintOf(const ValueRow& row) {
   return complaintOf(options);
 }
 
-TEST(MakeOptions, RefuseNumbers) {
+TEST(MakeOptions, RefuseInvalidNumbers) {
   const std::vector<ValueRow> rows = {
       {&MakeOptions::umask, "", "--umask '': expected an octal number from 0 to 777"},
       {&MakeOptions::umask, "8", "--umask 8: expected an octal number from 0 to 777"},
@@ -168,7 +168,7 @@ TEST(MakeOptions, RefuseNumbers) {
   for (const ValueRow& row : rows) EXPECT_EQ(complaintOf(row), row.complaint);
 }
 
-TEST(MakeOptions, RefuseTexts) {
+TEST(MakeOptions, RefuseInvalidTexts) {
   const std::vector<ValueRow> rows = {
       {&MakeOptions::folder, "", "--folder '': it is empty"},
       {&MakeOptions::logs, "", "--logs '': it is empty"},
@@ -184,7 +184,7 @@ TEST(MakeOptions, RefuseTexts) {
   for (const ValueRow& row : rows) EXPECT_EQ(complaintOf(row), row.complaint);
 }
 
-TEST(MakeOptions, RefuseCommands) {
+TEST(MakeOptions, RefuseInvalidCommands) {
   MakeOptions options;
   options.command = {""};
   EXPECT_EQ(complaintOf(options), "COMMAND '': it is empty");
@@ -234,7 +234,7 @@ TEST(MakeOptions, RefuseUnknownUsersAndGroups) {
   }
 }
 
-TEST(MakeOptions, AreShownShortened) {
+TEST(MakeOptions, AreShortenedInMessages) {
   EXPECT_EQ(shortShellWord(std::string(60, 'a')), std::string(60, 'a'));
   EXPECT_EQ(shortShellWord(std::string(61, 'a')), std::string(60, 'a') + "...");
   // not cut within a character

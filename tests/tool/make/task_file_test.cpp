@@ -136,7 +136,7 @@ TEST(TaskFile, RefusesMoreThanAJobMayHave) {
   EXPECT_TRUE(tasks.empty());
 }
 
-TEST(TaskFile, RefusesAPipeWithoutEnd) {
+TEST(TaskFile, RefusesAnEndlessPipe) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen("exec yes task", "re"), pclose);
   ASSERT_NE(pipe, nullptr);
   const std::string path = "/proc/self/fd/" + std::to_string(fileno(pipe.get()));
@@ -147,7 +147,7 @@ TEST(TaskFile, RefusesAPipeWithoutEnd) {
   EXPECT_TRUE(tasks.empty());
 }
 
-TEST(TaskFile, IsNoDevice) {
+TEST(TaskFile, IsNotADevice) {
   runlet::StringList tasks;
   Complaint complaint;
   for (const std::string path : {"/dev/zero", "/dev/null"}) {

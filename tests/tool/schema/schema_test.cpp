@@ -43,7 +43,7 @@ std::string complaintOfText(const std::string& text) {
   return complaintOf(folder.write("job.xml", text));
 }
 
-TEST(Schema, IsPrintedAsItIsInstalled) {
+TEST(Schema, IsPrintedAsInstalled) {
   expectTool(runTool({"schema"}), readFile(schemaPath), "", "exit 0");
 }
 
@@ -206,7 +206,7 @@ const Row refused[] = {
      withParams(twoParams + std::string("<Extra><Name>{c}</Name><Value>{3}</Value></Extra>"))},
 };
 
-TEST(Schema, AcceptsWhatDoesWhatItSays) {
+TEST(Schema, AcceptsWhatTheAdapterReadsAsWritten) {
   for (const Row& row : accepted) {
     EXPECT_EQ(complaintOfText(row.job), "") << row.why << "\n" << row.job;
   }
@@ -282,7 +282,7 @@ std::string sampleText(const std::string& path) {
   return std::regex_replace(text, std::regex("@[0-9]+@"), "x");
 }
 
-TEST(Schema, SeesTheFaultsOfSamplesAsFarAsItCan) {
+TEST(Schema, FindsTheFaultsOfSamplesThatItCanSee) {
   int count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(sources + "/tests/tool/samples")) {
     const std::string code = entry.path().filename();

@@ -73,7 +73,7 @@ TEST_F(FailedOf, SkipsTasksThatHaveNotEnded) {
   expectArray({"12"}, "2", 1, 4, "runlet-job: submit: skipped, not finished yet: tasks 1, 3-4\n");
 }
 
-TEST_F(FailedOf, SubmitsNothingWhereNoTaskHasFailed) {
+TEST_F(FailedOf, SubmitsNothingIfNoTaskHasFailed) {
   write(quietJob(2));
   know({{"12", comment("0:1:2:2")}}, "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n");
   expectSubmit({"--failed-of", "12"}, "", "runlet-job: submit: no task has failed\n", "exit 0");
@@ -81,7 +81,7 @@ TEST_F(FailedOf, SubmitsNothingWhereNoTaskHasFailed) {
   EXPECT_EQ(slurm_.calls("scontrol"), Calls{});
 }
 
-TEST_F(FailedOf, TakesSeveralArraysAndTheLatestWordOfATask) {
+TEST_F(FailedOf, TakesSeveralArraysAndTheLatestResultOfATask) {
   write(quietJob(12));
   know({{"9", comment("0:1:12:9")}, {"10", comment("10:1:12:3")}, {"12", comment("0:1:12:3")}},
        "9 1 FAILED 256\\n9 2 FAILED 256\\n9 3 COMPLETED 0\\n9 4 FAILED 256\\n9 5 COMPLETED 0\\n"
@@ -94,7 +94,7 @@ TEST_F(FailedOf, TakesSeveralArraysAndTheLatestWordOfATask) {
   EXPECT_EQ(slurm_.calls("squeue").back()[4], "9,10,12");
 }
 
-TEST_F(FailedOf, AsksTheAccountsWhereTheQueueHasForgotten) {
+TEST_F(FailedOf, AsksTheAccountsIfTheQueueHasForgotten) {
   write(quietJob(3));
   know({}, "");
   slurm_.reply("sacct", 1,
@@ -108,14 +108,14 @@ TEST_F(FailedOf, AsksTheAccountsWhereTheQueueHasForgotten) {
                    {"-n", "-X", "-P", "-j", "12", "-o", "JobID,State,ExitCode"}}));
 }
 
-TEST_F(FailedOf, PutsTheQueueBeforeTheAccounts) {
+TEST_F(FailedOf, PrefersTheQueueToTheAccounts) {
   write(quietJob(3));
   know({{"12", comment("0:1:3:3")}}, "12 1 PENDING 0\\n12 2 COMPLETED 0\\n");
   slurm_.reply("sacct", "printf '12_1|NODE_FAIL|1:0\\n12_2|FAILED|2:0\\n12_3|FAILED|1:0'");
   expectArray({"12"}, "3", 1, 3, "runlet-job: submit: skipped, not finished yet: tasks 1\n");
 }
 
-TEST_F(FailedOf, IsRefusedWhereSlurmHasForgottenTasks) {
+TEST_F(FailedOf, IsRefusedIfSlurmHasForgottenTasks) {
   write(quietJob(3));
   know({{"12", comment("0:1:3:3")}}, "12 1 FAILED 256\\n12 2 COMPLETED 0\\n120 3 FAILED 1\\n");
   expectRefused({"--failed-of", "12"}, "Slurm knows only 2 of the 3 elements of array 12");
@@ -137,7 +137,7 @@ TEST_F(FailedOf, IsRefusedForAnArrayOfAnotherKind) {
   expectRefused({"--failed-of", "15"}, "array 15 was not submitted by runlet-job");
 }
 
-TEST_F(FailedOf, IsRefusedWhereSlurmDoesNotAnswer) {
+TEST_F(FailedOf, IsRefusedIfSlurmDoesNotAnswer) {
   write(quietJob(3));
   slurm_.reply("squeue", "echo 'squeue: error: no contact' >&2; exit 1");
   expectRefused({"--failed-of", "12"}, "squeue: error: no contact");
@@ -161,7 +161,7 @@ TEST_F(FailedOf, OfAnArrayOfChunksIsAboutTheirTasks) {
 
 // A task may have written to the log of a chunk, or replaced it: all tasks of a failed element are
 // run again, unless its own log distinguishes them.
-TEST_F(FailedOf, TakesNoVerdictFromALogThatIsNotTheElements) {
+TEST_F(FailedOf, TakesNoVerdictFromALogOfAnotherElement) {
   write(quietJob(22));
   std::string states;
   for (int i = 0; i < 11; ++i) {

@@ -21,7 +21,7 @@ void setDispositions(sighandler_t disposition) {
   for (const int signal : stopSignals) std::signal(signal, disposition);
 }
 
-TEST(SignalHold, KeepsASignalUntilItGoes) {
+TEST(SignalHold, DelaysASignalUntilItIsDestroyed) {
   for (const int signal : stopSignals) {
     const auto raiseInHold = [=] {
       setDispositions(SIG_DFL);
@@ -34,7 +34,7 @@ TEST(SignalHold, KeepsASignalUntilItGoes) {
   }
 }
 
-TEST(SignalHold, MayBeReleasedBefore) {
+TEST(SignalHold, MayBeReleasedEarlier) {
   const auto release = [] {
     setDispositions(SIG_DFL);
     SignalHold hold;
@@ -45,7 +45,7 @@ TEST(SignalHold, MayBeReleasedBefore) {
   EXPECT_EXIT(release(), KilledBySignal(SIGINT), "");
 }
 
-TEST(SignalHold, LeavesSignalsAloneThatAreIgnored) {
+TEST(SignalHold, LeavesIgnoredSignalsAlone) {
   const auto raiseInHold = [] {
     setDispositions(SIG_IGN);
     {
@@ -59,7 +59,7 @@ TEST(SignalHold, LeavesSignalsAloneThatAreIgnored) {
 }
 
 // Ctrl-C also reaches the programs that are run.
-TEST(SignalHold, IsForProgramsToo) {
+TEST(SignalHold, AppliesToProgramsToo) {
   const auto run = [] {
     setDispositions(SIG_DFL);
     const SignalHold hold;
@@ -81,7 +81,7 @@ TEST(Farewell, IsWrittenBeforeTheProcessDies) {
   }
 }
 
-TEST(Farewell, IsNotWrittenForSignalsThatAreIgnored) {
+TEST(Farewell, IsNotWrittenForIgnoredSignals) {
   const auto raiseAll = [] {
     setDispositions(SIG_IGN);
     {
