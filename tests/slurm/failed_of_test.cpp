@@ -48,7 +48,7 @@ TEST_F(SlurmFailedOf, SeveralArraysGivesOneList) {
 
 TEST_F(SlurmFailedOf, AnArrayThatWasCancelledRunsTheRest) {
   Job job = reportingJob(20, "await:%tp1");
-  for (std::string& task : job.tasks) task = "mended";
+  for (std::string& task : job.tasks) task = "fixed";
   job.tasks[0] = ".";
   write(job);
   const std::string first = submittedOne();
@@ -111,7 +111,7 @@ TEST_F(SlurmFailedOf, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
   Job job = mendableJob(4, {2});
   job.arguments = farmTask_ + " %tp2 need:%tp1 report:out-%tn %tn";
   for (std::string& task : job.tasks) task += "\tsleep:0";
-  job.tasks[3] = ".\tawait:mended";
+  job.tasks[3] = ".\tawait:fixed";
   write(job);
   const std::string first = submittedOne();
   EXPECT_TRUE(eventually([&] {
@@ -183,12 +183,12 @@ TEST_F(SlurmSplit, ArraysAreWaitedForTogether) {
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(linesOf(result.output).size(), 2U);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
-  EXPECT_NE(result.error.find(summaryOf(7, "failed with exit code 4",
-                                        reportingCommand("7", "need:mended"),
-                                        folder_.file("job-007.log"))),
-            std::string::npos);
+  EXPECT_NE(
+      result.error.find(summaryOf(7, "failed with exit code 4", reportingCommand("7", "need:fixed"),
+                                  folder_.file("job-007.log"))),
+      std::string::npos);
   EXPECT_NE(result.error.find(summaryOf(110, "failed with exit code 4",
-                                        reportingCommand("110", "need:mended"),
+                                        reportingCommand("110", "need:fixed"),
                                         folder_.file("job-110.log")) +
                               "task 111: succeeded: " + reportingCommand("111", "need:.") + "\n"),
             std::string::npos);
@@ -205,13 +205,13 @@ TEST_F(SlurmChunks, RunEachTaskOnceAndNameTheOneThatFails) {
   expectEachReportedOnce(25, {13});
   EXPECT_NE(result.error.find("task 12: succeeded: " + reportingCommand("12", "need:.") + "\n" +
                               summaryOf(13, "failed with exit code 4",
-                                        reportingCommand("13", "need:mended"),
+                                        reportingCommand("13", "need:fixed"),
                                         folder_.file("job-13.log")) +
                               "task 14: succeeded: " + reportingCommand("14", "need:.") + "\n"),
             std::string::npos)
       << result.error;
   EXPECT_TRUE(result.error.ends_with("25 tasks: 24 succeeded, 1 failed (13)\n"));
-  EXPECT_EQ(log("job-13.log"), calling(reportingCommand("13", "need:mended"), folder()));
+  EXPECT_EQ(log("job-13.log"), calling(reportingCommand("13", "need:fixed"), folder()));
   for (const char* chunk : {"job-chunk-0.log", "job-chunk-1.log", "job-chunk-2.log"}) {
     EXPECT_NE(log(chunk), "") << chunk;
   }

@@ -87,13 +87,13 @@ std::string FarmTest::reportingCommand(const std::string& task, const std::strin
 Job FarmTest::mendableJob(int count, const std::set<int>& failing) const {
   Job job = reportingJob(count, "need:%tp1");
   for (int task = 1; task <= count; ++task) {
-    job.tasks[static_cast<std::size_t>(task - 1)] = failing.contains(task) ? "mended" : ".";
+    job.tasks[static_cast<std::size_t>(task - 1)] = failing.contains(task) ? "fixed" : ".";
   }
   return job;
 }
 
 void FarmTest::mend() const {
-  folder_.write("mended", "");
+  folder_.write("fixed", "");
 }
 
 Lines FarmTest::reportsOf(int task) const {

@@ -56,7 +56,7 @@ class FarmTest : public testing::Test {
   // The command of the task with that number.
   std::string reportingCommand(const std::string& task, const std::string& orders = "") const;
 
-  // The same, but the tasks `failing` exit with 4 unless a file "mended" exists.
+  // The same, but the tasks `failing` exit with 4 unless a file "fixed" exists.
   Job mendableJob(int count, const std::set<int>& failing) const;
   void mend() const;
 

@@ -1,5 +1,5 @@
-// Where in the file a finding is: in lines and characters, as an editor counts them, whatever
-// comes before it.
+// The position of a finding in the file: in lines and characters, as an editor counts them,
+// whatever comes before it.
 
 #include "findings.h"
 
@@ -90,7 +90,7 @@ TEST_F(Places, AreRightWithAByteOrderMark) {
   expectPlace(text, 1, 32);
 }
 
-// White space that is condensed before it is found as well.
+// The condensed white space is a finding, too.
 TEST_F(Places, AreRightWithCondensedSpaceBeforeThem) {
   given_[bad] = jobWith("<Arguments>{echo  \xc3\xa4\n   &amp; %tx}</Arguments>");
   expectCheck(bad, {{"RJ026", "note", 2, 17, "<space><space>", ""},

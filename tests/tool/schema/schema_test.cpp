@@ -286,7 +286,7 @@ TEST(Schema, FindsTheFaultsOfSamplesThatItCanSee) {
   int count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(sources + "/tests/tool/samples")) {
     const std::string code = entry.path().filename();
-    EXPECT_EQ(complaintOfText(sampleText(entry.path() / "mended.xml")), "") << code;
+    EXPECT_EQ(complaintOfText(sampleText(entry.path() / "fixed.xml")), "") << code;
     if (!std::filesystem::exists(entry.path() / "bad.xml"))
       continue;  // the finding is about a missing file
     const std::string complaint = complaintOfText(sampleText(entry.path() / "bad.xml"));
