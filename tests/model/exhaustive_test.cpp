@@ -157,10 +157,10 @@ const std::string bordersOfNumbers[] = {"2147483645",
 TEST(EveryNumber, AtABorderIsReadLikeTheModel) {
   for (const std::string& border : bordersOfNumbers) {
     for (const char* front : {"", " ", "\t\n\v\f\r ", "0", "00000000000000000000000000000000"}) {
-      for (const char* behind : {"", " ", "0", "00", "x", ".5", "-1"}) {
+      for (const char* after : {"", " ", "0", "00", "x", ".5", "-1"}) {
         for (const char* sign : {"", "+", "-", "--", "-+"}) {
-          EXPECT_TRUE(sameNumber(sign + (front + border) + behind));
-          EXPECT_TRUE(sameNumber(front + (sign + border) + behind));
+          EXPECT_TRUE(sameNumber(sign + (front + border) + after));
+          EXPECT_TRUE(sameNumber(front + (sign + border) + after));
         }
       }
     }

@@ -253,10 +253,10 @@ TEST(RandomNumbers, AreReadLikeTheModel) {
   checkRandomCases(400'000, [](Random& random) {
     const std::string front = randomText(random, " \t\n\v\f\r\xa0\x85", random.below(3));
     const std::string sign = randomText(random, "+--", random.oneIn(16) ? 2 : random.below(2));
-    const std::string behind = randomText(random, "x 5.-+eE\xb2", random.below(3));
+    const std::string after = randomText(random, "x 5.-+eE\xb2", random.below(3));
     const std::string number =
         random.oneIn(2) ? randomDigits(random) : std::to_string(random.bits());
-    return sameNumber(front + sign + number + behind);
+    return sameNumber(front + sign + number + after);
   });
 }
 

@@ -220,12 +220,12 @@ class LeasedFile {
   LeasedFile(const LeasedFile&) = delete;
   LeasedFile& operator=(const LeasedFile&) = delete;
 
-  // Whether somebody waits to read the file: the lease is to be downgraded to a read lease.
+  // Whether another process waits to read the file, so that the lease must be downgraded.
   bool isWanted() const {
     return fcntl(descriptor_, F_GETLEASE) == F_RDLCK;
   }
 
-  // Waits until somebody does. False after ten seconds.
+  // Waits until another process does. False after ten seconds.
   bool awaitReader() const {
     for (int i = 0; i < 10000; ++i) {
       if (isWanted()) return true;
@@ -234,13 +234,13 @@ class LeasedFile {
     return false;
   }
 
-  void giveUp() const {
+  void release() const {
     EXPECT_EQ(fcntl(descriptor_, F_SETLEASE, F_UNLCK), 0);
   }
 
   // The reader may be faster, and then no lease can be taken.
-  void giveUpAndTake() const {
-    giveUp();
+  void releaseAndTake() const {
+    release();
     fcntl(descriptor_, F_SETLEASE, F_WRLCK);
   }
 
@@ -254,7 +254,7 @@ TEST_F(HostileJobFile, ThatAnotherProcessHasALeaseOnIsWaitedFor) {
   EXPECT_TRUE(file.awaitReader());
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   EXPECT_EQ(kill(process.pid(), 0), 0);
-  file.giveUp();
+  file.release();
   expectResult(process.finish(), "", "", "exit 0");
 }
 
@@ -265,7 +265,7 @@ TEST_F(HostileJobFile, ThatBecomesAPipeDuringALeaseIsReadAsBefore) {
   EXPECT_TRUE(file.awaitReader());
   ASSERT_EQ(mkfifo(folder_.file("pipe").c_str(), 0644), 0);
   std::filesystem::rename(folder_.file("pipe"), jobFile_);
-  file.giveUp();
+  file.release();
   expectResult(process.finish(), "", "", "exit 0");
 }
 
@@ -277,7 +277,7 @@ TEST_F(HostileJobFile, ThatAnotherProcessAlwaysHasALeaseOnIsRead) {
   std::atomic<bool> done = false;
   std::thread holder([&] {
     while (!done) {
-      if (file.isWanted()) file.giveUpAndTake();
+      if (file.isWanted()) file.releaseAndTake();
     }
   });
   const ProcessResult result = process.finish();
@@ -345,7 +345,7 @@ std::string withoutReason(const std::string& line) {
 }
 
 // Shortens the file, over and over, and fills it again with `text`, until it is killed.
-[[noreturn]] void changeForEver(const std::string& path, const std::string& text) {
+[[noreturn]] void changeForever(const std::string& path, const std::string& text) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // at the latest with the test
   for (off_t size = 0;; size = (size + 100003) % static_cast<off_t>(text.size())) {
     if (truncate(path.c_str(), size) != 0) _exit(1);
@@ -361,7 +361,7 @@ TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsAcceptedOrRefused) {
   // No thread: each start of the adapter would copy its locks.
   const pid_t changes = fork();
   ASSERT_NE(changes, -1);  // which would be every process to the kill below
-  if (changes == 0) changeForEver(path, text);
+  if (changes == 0) changeForever(path, text);
   const std::string refusal = couldNotLoad(path, "");
   for (int i = 0; i < 100; ++i) {
     const ProcessResult result = run({"-o", "PingTask", "-j", path});

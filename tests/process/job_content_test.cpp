@@ -99,7 +99,7 @@ TEST_F(JobContent, MayBeginWithAMarkOrSpaceButNotWithAnotherNode) {
     folder_.write("job.xml", front + good);
     expectResult(run(newTask()), "", invalidSyntax, "exit 255");
   }
-  expectCommands(good + "<!-- behind -->", {});
+  expectCommands(good + "<!-- after -->", {});
 }
 
 TEST_F(JobContent, HasItsElementsInAnyOrderAndTheFirstOfEachKind) {

@@ -183,7 +183,7 @@ class LaunchOrderOfRoot : public LaunchOrder {
     job_.arguments = "/bin/true x";
   }
 
-  static void dropFromTheProgramToBe(int capability) {
+  static void dropFromNextProgram(int capability) {
     if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) _exit(95);
   }
 
@@ -202,7 +202,7 @@ TEST_F(LaunchOrderOfRoot, EndsAsTheUserAndGroupOfTheJob) {
 TEST_F(LaunchOrderOfRoot, EndsWithTheGroupIfTheUserIsRefused) {
   write(job_);
   ProcessOptions options = adapter(newTask());
-  options.prepare = [] { dropFromTheProgramToBe(CAP_SETUID); };
+  options.prepare = [] { dropFromNextProgram(CAP_SETUID); };
   const ProcessResult result = runProcess(options);
   expectResult(result, calling("/bin/true x", work_),
                "Cannot set uid 65534: Operation not permitted", "exit 255");
@@ -222,7 +222,7 @@ TEST_F(LaunchOrderOfRoot, EndsWithTheGroupIfTheUserIsMissing) {
 TEST_F(LaunchOrderOfRoot, EndsUnchangedIfTheGroupIsRefused) {
   write(job_);
   ProcessOptions options = adapter(newTask());
-  options.prepare = [] { dropFromTheProgramToBe(CAP_SETGID); };
+  options.prepare = [] { dropFromNextProgram(CAP_SETGID); };
   const ProcessResult result = runProcess(options);
   expectResult(result, calling("/bin/true x", work_),
                "Cannot set gid 65534: Operation not permitted", "exit 255");

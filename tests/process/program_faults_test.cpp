@@ -142,7 +142,7 @@ class Program : public FaultTest {
   }
 
   // The first task of the job whose command is `command`, with this PATH.
-  ProcessResult runAlong(const std::string& searchPath, const std::string& command) {
+  ProcessResult runWithPath(const std::string& searchPath, const std::string& command) {
     Job job;
     job.arguments = command;
     write(job);
@@ -203,7 +203,7 @@ TEST_F(Program, OfUnknownFormatIsRunByTheShell) {
   expectResult(runCommand(command),
                calling(command, folder()) + processStarted + "./script|a b|c|2\n", exitCodeLine(3),
                "exit 0");
-  expectResult(runAlong(folder() + ":/bin", "script x"),
+  expectResult(runWithPath(folder() + ":/bin", "script x"),
                calling("script x", folder()) + processStarted + folder_.file("script") + "|x||1\n",
                exitCodeLine(3), "exit 0");
   folder_.write("empty", "", 0755);
@@ -218,16 +218,17 @@ TEST_F(Program, IsLookedForInAllOfThePath) {
   folder_.write("good/tool", "#!/bin/sh\necho found\n", 0755);
   const std::string found = calling("tool x", folder()) + processStarted + "found\n";
   const std::string file = folder_.write("file", "");
-  expectResult(runAlong(closed + ":" + good, "tool x"), found, "", "exit 0");
-  expectResult(runAlong("/nowhere:" + file + ":" + good, "tool x"), found, "", "exit 0");
+  expectResult(runWithPath(closed + ":" + good, "tool x"), found, "", "exit 0");
+  expectResult(runWithPath("/nowhere:" + file + ":" + good, "tool x"), found, "", "exit 0");
   // An empty folder name means the run folder.
   folder_.write("tool", "#!/bin/sh\necho found\n", 0755);
-  expectResult(runAlong("/nowhere:", "tool x"), found, "", "exit 0");
+  expectResult(runWithPath("/nowhere:", "tool x"), found, "", "exit 0");
   // If a program was found but could not be executed, that is reported even if the search
   // continued; otherwise the last reason is.
-  expectNotExecuted(runAlong(closed + ":/nowhere", "tool x"), "tool x", "Permission denied");
-  expectNotExecuted(runAlong(file + ":/nowhere", "tool x"), "tool x", "No such file or directory");
-  expectNotExecuted(runAlong("/nowhere:" + file, "tool x"), "tool x", "Not a directory");
+  expectNotExecuted(runWithPath(closed + ":/nowhere", "tool x"), "tool x", "Permission denied");
+  expectNotExecuted(runWithPath(file + ":/nowhere", "tool x"), "tool x",
+                    "No such file or directory");
+  expectNotExecuted(runWithPath("/nowhere:" + file, "tool x"), "tool x", "Not a directory");
 }
 
 TEST_F(Program, ThatIsBeingWrittenIsReported) {

@@ -111,7 +111,7 @@ void overwrite(const char* path, const std::string& text) {
 }
 
 // A user namespace in which root is the only user and group.
-void enterWhereOnlyRootIs() {
+void enterRootOnlyNamespace() {
   orExit(unshare(CLONE_NEWUSER) == 0);
   overwrite("/proc/self/setgroups", "deny");
   overwrite("/proc/self/uid_map", "0 0 1");
@@ -120,7 +120,7 @@ void enterWhereOnlyRootIs() {
 
 // Whether user namespaces are available: not in a chroot, and not in every container. If not, a
 // simulated fault replaces them.
-bool mayEnterWhereOnlyRootIs() {
+bool mayEnterNamespace() {
   const pid_t child = fork();
   if (child == 0) _exit(unshare(CLONE_NEWUSER) == 0 ? 0 : 1);
   int status = -1;
@@ -139,9 +139,9 @@ TEST_F(RefusedIds, AreReportedWithTheSystemsReason) {
       {"-2", "0", "Cannot set uid -2: Invalid argument"},
   };
   ProcessOptions options = withFault("only-root", newTask(1, 2));
-  if (mayEnterWhereOnlyRootIs()) {
+  if (mayEnterNamespace()) {
     options = adapter(newTask(1, 2));
-    options.prepare = enterWhereOnlyRootIs;
+    options.prepare = enterRootOnlyNamespace;
   }
   Job job;
   job.arguments = "/bin/mkdir made%tn";

@@ -189,10 +189,10 @@ class RequestModel : public testing::Test {
     const std::uint64_t first = setting("RUNLET_REQUEST_CASE", 0);
     const std::uint64_t count = isSingle ? 1 : setting("RUNLET_REQUESTS", RUNLET_USUAL_REQUESTS);
     const bool mustReach = count >= enoughRequests;
-    const auto isToGoOn = [&](std::uint64_t tried) {
+    const auto mustContinue = [&](std::uint64_t tried) {
       return tried < count || (mustReach && tried < count * mostRequests && !areReached(outcomes));
     };
-    for (std::uint64_t i = 0; isToGoOn(i) && failures_ < enoughFailures; ++i) {
+    for (std::uint64_t i = 0; mustContinue(i) && failures_ < enoughFailures; ++i) {
       tryRequest(odd, first + i);
     }
     if (std::getenv("RUNLET_REQUEST_SHOW") != nullptr) show();

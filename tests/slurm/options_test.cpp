@@ -55,7 +55,7 @@ TEST_F(SlurmOptions, ForSlurmReachIt) {
   EXPECT_NE(recordOf(id).find(" Nice=77 "), std::string::npos);
 }
 
-// Slurm's record of a job, without its number, and when and where it ran.
+// Slurm's record of a job, without its number, its times and its node.
 std::string comparable(const std::string& record, const std::string& id) {
   const std::regex changing(
       "\\b(JobId|ArrayJobId|SubmitTime|EligibleTime|AccrueTime|StartTime|EndTime|Deadline|"

@@ -198,7 +198,7 @@ TEST_F(BoundedWork, IsThatOfTheLibraryAndLittleMoreForAnyJob) {
     const std::chrono::microseconds load = loadTime();
     expectBounded({"check", "--json", "--host"}, load);
     expectBounded({"expand", "--json"}, load);
-    if (slowness > 1) continue;  // or it takes ten minutes, to see the same code
+    if (slowness > 1) continue;  // the rest would take ten minutes and run the same code
     expectBounded({"check"}, load);
     expectBounded({"expand"}, load);
     expectBounded({"run"}, load);
@@ -207,9 +207,9 @@ TEST_F(BoundedWork, IsThatOfTheLibraryAndLittleMoreForAnyJob) {
   }
 }
 
-// It checks what it has written, and then how that loads.
+// make checks the job that it has written, and how it loads.
 TEST_F(BoundedWork, OfMakeIsThatOfItsJob) {
-  constexpr std::size_t longest = 80'000;  // that fits into any command line
+  constexpr std::size_t longest = 80'000;  // fits into any command line
   const struct {
     const char* name;
     std::vector<std::string> options;
@@ -362,7 +362,7 @@ TEST_F(BoundedWork, OfExpandSkipsTasksAndSaysSo) {
   EXPECT_NE(next.output.find("\ntask " + std::to_string(count) + "\n"), std::string::npos);
 }
 
-// However deep inside it, and whatever is dropped before.
+// However deep inside the template, and whatever is dropped before them.
 TEST_F(BoundedWork, KeepsThePlacesInALongTemplate) {
   const std::string start = "<Job><cmdData><Arguments>";
   const std::string odd = "{x " + times(700, "%jp1&&&") + "&&z%x" + times(700, "%jp1") + "%y}";

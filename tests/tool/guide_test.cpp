@@ -129,9 +129,10 @@ bool isConsole(const Lines& block) {
 
 class Guide : public testing::Test {
  protected:
-  // Goes through the document; its job is job.xml in `folder`. `owner` are more options for the
-  // commands that make a job, where the document leaves it to whoever follows it.
-  void follow(const std::string& path, const std::string& folder, const std::string& owner = "") {
+  // Checks all blocks of the document, whose job is job.xml in `folder`. `owner` is added to its
+  // `make` commands if the document does not give an owner.
+  void checkDocument(const std::string& path, const std::string& folder,
+                     const std::string& owner = "") {
     const std::string document = readFile(std::string(sourceFolder) + "/" + path);
     const std::string make = "runlet-job make";
     const std::string here = std::regex_replace(document, std::regex(make), make + owner);
@@ -178,12 +179,12 @@ class Guide : public testing::Test {
 };
 
 TEST_F(Guide, ToWritingAJobFileShowsTheRealOutput) {
-  follow("docs/writing-a-job-file.md", "/no-folder");
+  checkDocument("docs/writing-a-job-file.md", "/no-folder");
 }
 
 TEST_F(Guide, OfTheReadmeShowsTheRealOutput) {
   // Of root's own job there would be a warning.
-  follow("README.md", "/tmp/shot", " --user 1000 --group 1000");
+  checkDocument("README.md", "/tmp/shot", " --user 1000 --group 1000");
 }
 
 std::string withoutSpace(const std::string& text) {

@@ -18,7 +18,7 @@ const std::string hostile = "\x1b[31m\r\xc2\x9b\x9b\xe2\x80\xae\xe2\x80\xa8\x7f\
 const std::string hostileInXml = "\x1b[31m&#13;\xc2\x9b\xe2\x80\xae\xe2\x80\xa8\x7f";
 
 // The first forbidden part found in the outputs; empty if there is none.
-std::string harmIn(const std::string& text) {
+std::string forbiddenPartOf(const std::string& text) {
   if (!runlet_tool::isUtf8(text)) return "bytes that are not UTF-8";
   for (const char c : text) {
     if ((c >= '\0' && c < ' ' && c != '\n') || c == '\x7f') return std::to_string(int{c});
@@ -121,8 +121,8 @@ TEST_F(HostileText, ReachesNoTerminalThroughAnyVerb) {
   for (const std::vector<std::string>& row : rows) {
     const ProcessResult result = runWords(row);
     SCOPED_TRACE(testing::PrintToString(row));
-    EXPECT_EQ(harmIn(result.output), "") << result.output;
-    EXPECT_EQ(harmIn(result.error), "") << result.error;
+    EXPECT_EQ(forbiddenPartOf(result.output), "") << result.output;
+    EXPECT_EQ(forbiddenPartOf(result.error), "") << result.error;
     EXPECT_NE(result.output + result.error, "");
   }
 }

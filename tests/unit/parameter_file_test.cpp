@@ -298,7 +298,7 @@ TEST_F(ParameterFile, RequiresTheRootAsTheFirstNode) {
   expectFails("<Job>cmdData</Job>", invalidSyntax);
   expectLoads("\xef\xbb\xbf" + valid);
   expectLoads("\n  " + valid);
-  expectLoads(valid + "<!-- behind it -->");
+  expectLoads(valid + "<!-- after it -->");
   expectLoads(
       "<any-name a='b'><!-- x --> text <y/><cmdData><TaskList/><JobParams/></cmdData>"
       "</any-name>");

@@ -23,7 +23,7 @@ namespace {
 using runlet_test::otherId;
 using runlet_test::TempFolder;
 
-// Of `taskCount` tasks, with logs in `logFolder`, which run as the caller.
+// A batch of `taskCount` tasks that run as the caller, with logs in `logFolder`.
 void fill(std::size_t taskCount, const std::string& logFolder, Batch* batch) {
   batch->context.uid = static_cast<std::int32_t>(geteuid());
   batch->context.gid = static_cast<std::int32_t>(getegid());
@@ -228,7 +228,7 @@ struct AccessEntry {
 
 // A default list that gives everybody all rights to new files in the folder, whatever the mask; no
 // effect if the file system does not support lists.
-void letEverybody(const std::string& folder) {
+void allowEverybody(const std::string& folder) {
   const struct {
     std::uint32_t version;
     AccessEntry entries[3];
@@ -238,7 +238,7 @@ void letEverybody(const std::string& folder) {
 
 TEST(Logs, AreNotOpenedToOthersByTheAccessListOfTheFolder) {
   const TempFolder folder;
-  letEverybody(folder.path());
+  allowEverybody(folder.path());
   Batch batch;
   fill(1, folder.file("a/b"), &batch);
   batch.context.umask = 027;

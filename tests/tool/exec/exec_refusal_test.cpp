@@ -20,7 +20,7 @@ constexpr char noFile[] = "No such file or directory";
 
 class ExecRefusal : public ExecTest {
  protected:
-  // The job's command, without a run folder of its own.
+  // The job's command, without a WorkingFolder.
   Job job(const std::string& arguments = "/bin/mkdir made") const {
     Job made;
     made.arguments = arguments;

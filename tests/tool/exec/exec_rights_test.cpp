@@ -153,7 +153,7 @@ TEST_F(ExecRights, OfTheCallerApplyToFolderAndProgram) {
   EXPECT_EQ(modeOf(bin + "render"), 0700);
 }
 
-// Whoever starts it, regardless of whether it makes a difference for the caller.
+// Even if the caller is not root, for whom it would make no difference.
 TEST_F(ExecRights, AreNotRootsForAnIdThatDoesNotSayZero) {
   const std::string own = std::to_string(getegid());
   const struct {

@@ -144,7 +144,7 @@ TEST_F(ExecTerminal, EndsATaskThatHasStopped) {
   Process process(onTerminal("trap 'exit 7' TERM; echo ready; kill -STOP $$", {0, 2}));
   ASSERT_TRUE(process.readUntil("ready"));
   std::this_thread::sleep_for(
-      std::chrono::milliseconds(100));  // makes the case likely; the test also holds without
+      std::chrono::milliseconds(100));  // makes the case likely; the test passes without it, too
   kill(process.pid(), SIGTERM);
   EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 7");
 }

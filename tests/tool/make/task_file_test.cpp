@@ -31,7 +31,7 @@ TEST(TaskFile, Tasks) {
       {"empty fields but the last", "\t\tx\n", {"\t\tx"}},
       {"CR LF", "one\r\ntwo\r\n", {"one", "two"}},
       {"a byte order mark", "\xef\xbb\xbfone\n", {"one"}},
-      {"one that is no mark", "one\n\xef\xbb\xbftwo\n", {"one", "\xef\xbb\xbftwo"}},
+      {"one that is not at the beginning", "one\n\xef\xbb\xbftwo\n", {"one", "\xef\xbb\xbftwo"}},
       {"spaces", " \n  a  b  \n", {" ", "  a  b  "}},
       {"the same line twice", "a\na\n", {"a", "a"}},
       {"markup", "<a>&amp;]]>{}}{\n", {"<a>&amp;]]>{}}{"}},

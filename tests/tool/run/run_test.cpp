@@ -320,7 +320,7 @@ TEST_F(Run, ReportsThatItCannotCreateTheProcessThatStartsTasks) {
   }
 }
 
-// It is not taken for a success.
+// It does not count as a success.
 TEST_F(Run, ReportsThatTheEndOfATaskIsUnknown) {
   const std::string end = "end unknown (No child processes)";
   expectRun(runProcess(withFault("lost-status", {"exit 3", "exit 4"})),
@@ -334,7 +334,7 @@ std::string cannotFindOut(const std::string& reason, const std::string& fate) {
          fate + ", and no further tasks are started\n";
 }
 
-// Nor waited for when there is nothing to wait for.
+// Nor does it wait if there is nothing to wait for.
 TEST_F(Run, EndsIfItCannotFindOutHowTasksEnd) {
   const struct {
     const char* fault;

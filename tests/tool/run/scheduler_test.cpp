@@ -392,7 +392,7 @@ TEST_F(Scheduler, CountsAStoppedTaskAsRunning) {
   EXPECT_LT(watch.time(), patience);
 }
 
-// As the leader of a session it stays in its group, where signals for the task arrive.
+// The leader of a session cannot leave its group, to which signals for the task are sent.
 TEST_F(Scheduler, HasTasksThatCannotLeaveTheirGroup) {
   const std::string script =
       folder_.write("script", "exit(setpgrp(0, getpgrp(getppid())) ? 0 : $!{EPERM} ? 7 : 8)");

@@ -23,14 +23,14 @@ void setDispositions(sighandler_t disposition) {
 
 TEST(SignalHold, DelaysASignalUntilItIsDestroyed) {
   for (const int signal : stopSignals) {
-    const auto raiseInHold = [=] {
+    const auto raiseWhileHeld = [=] {
       setDispositions(SIG_DFL);
       const SignalHold hold;
       if (hold.isInterrupted()) _exit(1);
       raise(signal);
       if (!hold.isInterrupted()) _exit(2);
     };
-    EXPECT_EXIT(raiseInHold(), KilledBySignal(signal), "");
+    EXPECT_EXIT(raiseWhileHeld(), KilledBySignal(signal), "");
   }
 }
 
@@ -46,7 +46,7 @@ TEST(SignalHold, MayBeReleasedEarlier) {
 }
 
 TEST(SignalHold, LeavesIgnoredSignalsAlone) {
-  const auto raiseInHold = [] {
+  const auto raiseWhileHeld = [] {
     setDispositions(SIG_IGN);
     {
       const SignalHold hold;
@@ -55,7 +55,7 @@ TEST(SignalHold, LeavesIgnoredSignalsAlone) {
     }
     _exit(0);
   };
-  EXPECT_EXIT(raiseInHold(), ExitedWithCode(0), "");
+  EXPECT_EXIT(raiseWhileHeld(), ExitedWithCode(0), "");
 }
 
 // Ctrl-C also reaches the programs that are run.
@@ -95,12 +95,12 @@ TEST(Farewell, IsNotWrittenForIgnoredSignals) {
 }
 
 TEST(Farewell, IsNotWrittenAfterItsLifetime) {
-  const auto raiseBehind = [] {
+  const auto raiseAfterwards = [] {
     setDispositions(SIG_DFL);
     { const Farewell farewell("going\n"); }
     raise(SIGTERM);
   };
-  EXPECT_EXIT(raiseBehind(), KilledBySignal(SIGTERM), "^$");
+  EXPECT_EXIT(raiseAfterwards(), KilledBySignal(SIGTERM), "^$");
 }
 
 }  // namespace

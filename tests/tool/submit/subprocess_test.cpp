@@ -110,14 +110,14 @@ TEST(Subprocess, IsNotStartedIfItsOutputCouldNotBeRead) {
 
 TEST(Subprocess, IsNotStartedIfThereAreNoDescriptorsLeft) {
   expectInChild([] {
-    bool isAlwaysTold = true;
+    bool isAlwaysReported = true;
     for (rlim_t most = 3; most <= 8; ++most) {
       close_range(3, ~0U, 0);
       const rlimit limit = {most, most};
       setrlimit(RLIMIT_NOFILE, &limit);
-      isAlwaysTold = isAlwaysTold && shell("true").startError == EMFILE;
+      isAlwaysReported = isAlwaysReported && shell("true").startError == EMFILE;
     }
-    return isAlwaysTold;
+    return isAlwaysReported;
   });
 }
 

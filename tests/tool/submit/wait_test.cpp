@@ -58,14 +58,15 @@ class SubmitAndWait : public SubmitTest {
   }
 };
 
-const std::vector<std::string> askingOf12 = {"-h",
-                                             "-r",
-                                             "--states=all",
-                                             "-j",
-                                             "12",
-                                             "-O",
-                                             "ArrayJobID:20,ArrayTaskID:20,State:20,exit_code:20"};
-const std::vector<std::string> accountsOf12 = {
+const std::vector<std::string> squeueArguments = {
+    "-h",
+    "-r",
+    "--states=all",
+    "-j",
+    "12",
+    "-O",
+    "ArrayJobID:20,ArrayTaskID:20,State:20,exit_code:20"};
+const std::vector<std::string> sacctArguments = {
     "-n", "-X", "-P", "-j", "12", "-o", "JobID,State,ExitCode"};
 
 TEST_F(SubmitAndWait, EndsWhenAllTasksHaveSucceeded) {
@@ -75,7 +76,7 @@ TEST_F(SubmitAndWait, EndsWhenAllTasksHaveSucceeded) {
   slurm_.reply("squeue", element(1, "COMPLETED") + element(2, "COMPLETED"));
   expectSubmit({"--wait"}, "12\n",
                line(1, "succeeded") + line(2, "succeeded") + "2 tasks: 2 succeeded\n", "exit 0");
-  EXPECT_EQ(slurm_.calls("squeue"), (Calls{askingOf12, askingOf12, askingOf12}));
+  EXPECT_EQ(slurm_.calls("squeue"), (Calls{squeueArguments, squeueArguments, squeueArguments}));
   EXPECT_EQ(slurm_.calls("sacct"), Calls{});
 }
 
@@ -117,7 +118,7 @@ TEST_F(SubmitAndWait, AsksTheAccountsForWhatTheQueueHasForgotten) {
                    line(3, "failed with exit code 2", "job-3.log") +
                    "3 tasks: 1 succeeded, 1 failed (3), 1 killed (2)\n",
                "exit 1");
-  EXPECT_EQ(slurm_.calls("sacct"), (Calls{accountsOf12, accountsOf12}));
+  EXPECT_EQ(slurm_.calls("sacct"), (Calls{sacctArguments, sacctArguments}));
 }
 
 TEST_F(SubmitAndWait, GivesUpOnTasksThatAreNoLongerKnown) {
@@ -194,10 +195,10 @@ TEST_F(SubmitAndWait, AsksForAllArraysOfTheirClusterAtOnce) {
                    line(10, "failed with exit code 1", "job-10.log") + line(11, "succeeded") +
                    line(12, "succeeded") + "5 tasks: 4 succeeded, 1 failed (10)\n",
                "exit 1");
-  std::vector<std::string> asking = askingOf12;
+  std::vector<std::string> asking = squeueArguments;
   asking[4] = "12,14";
   asking.emplace_back("--clusters=lab");
-  std::vector<std::string> accounts = accountsOf12;
+  std::vector<std::string> accounts = sacctArguments;
   accounts[4] = "12,14";
   accounts.emplace_back("--clusters=lab");
   EXPECT_EQ(slurm_.calls("squeue"), Calls{asking});
