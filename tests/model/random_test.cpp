@@ -209,7 +209,7 @@ TEST(RandomTemplates, ReachEveryOutcome) {
   EXPECT_EQ(lengths.upper_bound(3999), lengths.end());
 }
 
-// As in a list of any length.
+// The number of an entry in a list of any length.
 std::int32_t randomNumberOfEntry(Random& random) {
   if (random.oneIn(32)) return static_cast<std::int32_t>(random.bits() & 0xffffffff);
   return static_cast<std::int32_t>(random.below(random.oneIn(4) ? 1'000 : 8)) - 1;

@@ -272,7 +272,8 @@ TEST_F(HostileJobFile, ThatBecomesAPipeDuringALeaseIsReadAsBefore) {
 // Releasing a lease and taking it again blocks nobody.
 TEST_F(HostileJobFile, ThatAnotherProcessAlwaysHasALeaseOnIsRead) {
   const LeasedFile file(folder_.write("job.xml", jobText("true", "", "")));
-  // The adapter first: a fork while a thread begins may copy locks that nobody will ever release.
+  // The adapter is started first: a fork while a thread begins may copy locks that are never
+  // released.
   Process process(adapter({"-o", "PingTask", "-j", jobFile_}));
   std::atomic<bool> done = false;
   std::thread holder([&] {
@@ -346,7 +347,7 @@ std::string withoutReason(const std::string& line) {
 
 // Shortens the file, over and over, and fills it again with `text`, until it is killed.
 [[noreturn]] void changeForever(const std::string& path, const std::string& text) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);  // at the latest with the test
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // ends with the test at the latest
   for (off_t size = 0;; size = (size + 100003) % static_cast<off_t>(text.size())) {
     if (truncate(path.c_str(), size) != 0) _exit(1);
     const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -360,7 +361,7 @@ TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsAcceptedOrRefused) {
   const std::string path = folder_.write("job.xml", text);
   // No thread: each start of the adapter would copy its locks.
   const pid_t changes = fork();
-  ASSERT_NE(changes, -1);  // which would be every process to the kill below
+  ASSERT_NE(changes, -1);  // with -1, the kill below would hit every process
   if (changes == 0) changeForever(path, text);
   const std::string refusal = couldNotLoad(path, "");
   for (int i = 0; i < 100; ++i) {
@@ -376,7 +377,7 @@ TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsAcceptedOrRefused) {
   EXPECT_EQ(kill(changes, SIGKILL), 0);
   int status = 0;
   EXPECT_EQ(waitpid(changes, &status, 0), changes);
-  EXPECT_TRUE(WIFSIGNALED(status));  // it has never failed
+  EXPECT_TRUE(WIFSIGNALED(status));  // ended by the kill, not by a failure
 }
 
 }  // namespace

@@ -157,7 +157,7 @@ TEST_F(Launch, ReportsTheChildsIdToTheServer) {
 
 TEST_F(Launch, ReportsToTheServerWhileTheChildRuns) {
   Job job;
-  // Ends at the latest with the test, when the job file is removed.
+  // The task ends with the test at the latest, when the job file is removed.
   job.arguments = "/bin/sh -c \"while [ -e job.xml -a ! -e go ]; do sleep 0.02; done; echo gone\"";
   write(job);
   Process process(adapter(newTask()));
@@ -264,7 +264,7 @@ TEST_F(Launch, DoesNotReportDeathByASignal) {
   }
 }
 
-TEST_F(Launch, WaitsForAChildThatIsStoppedAndGoesOn) {
+TEST_F(Launch, WaitsForAChildThatIsStoppedAndContinued) {
   const std::string command =
       "/bin/sh -c \"(sleep 0.1; kill -CONT $$) & kill -STOP $$; wait; exit 4\"";
   expectResult(runCommand(command), calling(command, folder()) + processStarted,

@@ -62,7 +62,7 @@ TEST_F(Options, ThatAreInvalidAreReportedUnderTheNameInArgv) {
   }
 }
 
-// With a count of 3, from the first number on, which may be before the first task.
+// The range has three tasks and may begin before the first task of the job.
 TEST_F(Options, ForNumbersTakeTheLeadingDigitsAndTheLow32Bits) {
   const struct {
     const char* first;

@@ -211,7 +211,7 @@ TEST_F(Program, OfUnknownFormatIsRunByTheShell) {
                "exit 0");
 }
 
-TEST_F(Program, IsLookedForInAllOfThePath) {
+TEST_F(Program, IsSearchedForAlongTheWholePath) {
   const std::string closed = folder_.makeFolder("closed");
   folder_.write("closed/tool", "#!/bin/sh\nexit 0\n", 0644);
   const std::string good = folder_.makeFolder("good");

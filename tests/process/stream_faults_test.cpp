@@ -298,7 +298,7 @@ TEST_F(FewDescriptors, AreEnoughFromTheFourthOn) {
   }
 }
 
-// With three there is none for a job file.
+// With a limit of three there is none for a job file.
 TEST_F(FewDescriptors, WithoutOneToSpareLoadNoJob) {
   write(Job());
   const std::string error = "Runlet adapter: Could not load parameter file " + jobFile_ +

@@ -100,7 +100,7 @@ TEST_F(Streams, HoldTheCallingLineTwiceForAFolderAsTheProgram) {
   EXPECT_EQ(modeOf(bin), 0755);
 }
 
-// For a later task that does run, nothing is left of the earlier ones.
+// A later task that does run repeats nothing of the failed one.
 TEST_F(Streams, HoldNothingTwiceAfterAFailedTask) {
   folder_.write("2", "#!/bin/sh\nexit 0\n", 0755);
   Job job;

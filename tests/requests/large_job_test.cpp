@@ -45,7 +45,7 @@ std::uint64_t setting(const char* name, std::uint64_t usual) {
   return text == nullptr ? usual : std::strtoull(text, nullptr, 10);
 }
 
-// As for -s and -n.
+// The values of -s and -n.
 struct Range {
   std::size_t first;
   std::size_t count;
@@ -58,7 +58,7 @@ struct RequestOutcome {
   std::string record;
 };
 
-// As the children write it.
+// What a child writes for these arguments.
 std::string recordOf(const Strings& arguments) {
   std::string record = std::to_string(arguments.size()) + '\0';
   for (const std::string& argument : arguments) record += argument + '\0';

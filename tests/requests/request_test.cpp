@@ -89,7 +89,7 @@ std::vector<std::string> idsIn(const std::string& text, const char* before) {
 constexpr char announcement[] = "processId=";
 constexpr char recordedId[] = "pid ";
 
-// Whether the tasks from `task` on can have written the rest of `text` from `at` on.
+// Whether `text`, from `at` on, can be the output of the tasks from `task` on.
 bool isPossible(const std::vector<TaskOutput>& tasks, const std::string& text, std::size_t task,
                 std::size_t at) {
   if (task == tasks.size()) return at == text.size();

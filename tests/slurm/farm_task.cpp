@@ -1,4 +1,4 @@
-// A task that executes its arguments in action:
+// A task that performs its arguments in order:
 //
 //   await:FILE   continues once the file exists, or after a minute
 //   need:FILE    exits with 4 if there is no such file
@@ -55,7 +55,7 @@ void stamp(const char* path) {
   append(path, text);
 }
 
-// The rest of `action` after `verb`, if it begins with it; else null.
+// The rest of `action` if it begins with `verb`, else null.
 const char* after(const char* verb, const char* action) {
   const std::size_t length = std::strlen(verb);
   return std::strncmp(action, verb, length) == 0 ? action + length : nullptr;

@@ -1,5 +1,5 @@
 // A task that appends its state to the file that RUNLET_RECORD names, so that one file records all
-// tasks of a request in action. Arguments like "out:text", "err:text", "exit:3" and "kill:9" then
+// tasks of a request in order. Arguments like "out:text", "err:text", "exit:3" and "kill:9" then
 // say what to do.
 
 #include <fcntl.h>
@@ -72,7 +72,7 @@ void record(const std::string& text) {
   close(file);
 }
 
-// The rest of `action` after `verb`, if it begins with it; else null.
+// The rest of `action` if it begins with `verb`, else null.
 const char* after(const char* verb, const char* action) {
   const std::size_t length = std::strlen(verb);
   return std::strncmp(action, verb, length) == 0 ? action + length : nullptr;

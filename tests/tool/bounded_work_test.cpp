@@ -39,7 +39,7 @@ std::string times(std::size_t count, const std::string& piece) {
   return text;
 }
 
-// As many of them as fit into `length` bytes.
+// As many pieces as fit into `length` bytes.
 std::string filled(const std::string& piece, std::size_t length = size) {
   return times(length / piece.size(), piece);
 }

@@ -68,7 +68,7 @@ TEST_F(AccessOfAnother, FollowsLinks) {
   EXPECT_EQ(accessToProgram(other_, folder_.path(), "link"), Access::denied);
 }
 
-// Not from the resolved path.
+// Not by the normalised path.
 TEST_F(AccessOfAnother, IsDecidedStepByStep) {
   folder_.makeFolder("closed", 0700);
   folder_.makeFolder("open", 0755);

@@ -231,7 +231,7 @@ TEST_F(ExecRefusal, IsForARunFolderThatCannotBeEntered) {
   expectNotMade();
 }
 
-// In its own root folder, with what programs need from the system.
+// Makes `root` the root folder of this process, with what programs need from the system.
 void enterRootFolderWith(const std::string& jobFile, const std::string& root) {
   const auto orExit = [](bool succeeded) {
     if (!succeeded) _exit(95);

@@ -328,7 +328,7 @@ TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
   }
 }
 
-// While the process belongs to the user and its memory is root's.
+// For a moment the process belongs to the user while its memory is still root's.
 TEST_F(ExecRightsOfRoot, LeaveNoCoreFileOfRootsMemory) {
   setIds("71", "72");
   expectTool(runProcess(withFault("core-files")), calling_, noCoreFiles, "exit 0");

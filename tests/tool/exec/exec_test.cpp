@@ -35,7 +35,7 @@ TEST_F(ExecProcess, IsTheTaskItself) {
   EXPECT_EQ(lines["parent"], Strings{std::to_string(getpid())});
 }
 
-// The starter is its leader here, so that it could be left.
+// Here the starter leads the group, so the task could leave it.
 TEST_F(ExecProcess, StaysInTheProcessGroupAndSession) {
   Job job;
   job.arguments = probe();

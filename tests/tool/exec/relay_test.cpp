@@ -237,8 +237,8 @@ TEST_F(ExecTerminal, NeedsAProcessToKeepTheTaskFromIt) {
   }
 }
 
-// If it cannot be determined whether there is one.
-TEST_F(ExecTerminal, IsRefusedIfItCannotBeLeft) {
+// If it cannot be determined whether there is a controlling terminal.
+TEST_F(ExecTerminal, PreventsTheStartIfItCannotBeRuledOut) {
   const ProcessOptions options = onTerminal("echo ran", {}, {"--keep-env", "RUNLET_FAULT"});
   expectTool(runProcess(with("terminal-unknown", options)), calling_ + "\n",
              "runlet-job: task not started: it would keep its access to the terminal\n",

@@ -364,7 +364,7 @@ TEST(OutputFile, DoesNotGetTheAccessListOfItsFolder) {
   EXPECT_EQ(modeOf(path), 0660);
 }
 
-// Like /dev/stdout if that is a pipe: there is no such path to rename to.
+// Such as /dev/stdout if it is a pipe: no file can be renamed to that.
 TEST(OutputFile, MayBeADescriptor) {
   const TempFolder folder;
   int ends[2];

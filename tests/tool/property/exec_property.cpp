@@ -33,8 +33,8 @@ std::optional<std::size_t> removeAnnouncement(std::string* output, std::string* 
   return at;
 }
 
-// Whether `output` is the line that ends at `at` in `adapters`, followed by all the rest of that: a
-// quick child may have written before the line.
+// Whether `output` is the line of `adapters` that ends at `at`, followed by the rest of `adapters`:
+// a quick child of the adapter may have written before that line.
 bool isLineFirst(const std::string& output, const std::string& adapters, std::size_t at) {
   for (std::size_t length = at; length > 0; --length) {
     const std::size_t start = at - length;

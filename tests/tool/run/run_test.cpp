@@ -227,7 +227,7 @@ TEST_F(Run, HasTasksInASessionOfTheirOwnWithTheirThreeStreams) {
       << text;
 }
 
-// Whatever overwrites it.
+// No matter what overwrites the file.
 TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
   const Strings tasks = {"echo broken >shot.xml", "echo second", "rm shot.xml", "echo last"};
   expectRun(run(tasks),
@@ -239,7 +239,7 @@ TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
   expectLog(4, tasks[3], "last\n");
 }
 
-// Like an upgrade while the job runs.
+// As in an upgrade while the job runs.
 TEST_F(Run, IsNotAffectedWhenItsProgramIsReplaced) {
   const std::string program = folder_.file("runlet-job");
   std::filesystem::copy_file(toolPath, program);
@@ -408,7 +408,7 @@ TEST_F(Run, EndsByTheInterruptingSignalAfterReportingWhatIsLeft) {
   }
 }
 
-// For a `submit` that started it on a cluster.
+// For `submit`, which runs it on a cluster.
 TEST_F(Run, WritesEndLinesOnRequest) {
   const Strings tasks = {"exit 3", "kill -9 $$", "exit 3", "kill -TERM $PPID; sleep 60", "exit 0"};
   expectRun(run(tasks, {"--tell-ends", "ab:12_3"}),
@@ -445,7 +445,7 @@ TEST_F(Run, EndsWithTheStatusOfFailedTasksIfNoSignalEndsIt) {
             "exit 1");
 }
 
-// While only time passes.
+// The bar appears even if no task ends.
 TEST_F(Run, ShowsABarOnATerminal) {
   const Terminal terminal;
   ProcessOptions started = options({"until [ -e go ]; do sleep 0.01; done"});

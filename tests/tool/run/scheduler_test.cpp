@@ -461,7 +461,7 @@ TEST_F(Scheduler, IsNotInterruptedByASignalThatIsIgnored) {
   }
 }
 
-// Like that of a shell that was replaced by this program while it had background processes.
+// Such as the background processes of a shell that was replaced by this program.
 TEST_F(Scheduler, IsNotConfusedByChildrenThatAreNotItsOwn) {
   if (fork() == 0) _exit(1);
   expectOutcome(run({"sleep 0.05", "exit 3"}), {succeeded, {Ending::failed, 3, ""}});
