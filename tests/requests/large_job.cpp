@@ -66,7 +66,7 @@ std::string textOf(std::size_t number, std::size_t length, const LargeShape& sha
   return text;
 }
 
-// In runs, since files are large and some builds are slow.
+// Copies whole runs of characters, since files are large and some builds are slow.
 std::string escapedXml(const std::string& text) {
   std::string out;
   std::size_t at = 0;

@@ -131,7 +131,7 @@ class LargeJobTest : public testing::Test {
   }
 
   // Makes it a job of the caller in the folder of the test.
-  void setOwner(LargeJob* job) const {
+  void setFolderAndOwner(LargeJob* job) const {
     job->folder = folder_.path();
     job->uid = geteuid();
     job->gid = getegid();
@@ -186,7 +186,7 @@ class LargeJobTest : public testing::Test {
   void tryJob(const LargeShape& shape, Random* random, std::uint64_t number) {
     number_ = number;
     LargeJob job = makeLargeJob(random, shape);
-    setOwner(&job);
+    setFolderAndOwner(&job);
     readBack(job, random);
   }
 
@@ -272,7 +272,7 @@ TEST_F(LargeJobEnd, RightAfterAPageBorderIsReadBack) {
   LargeJob job;
   job.lists.taskList.assign(500, std::string(55, 'x'));
   job.lists.taskList.insert(job.lists.taskList.begin(), std::string(624, 'F'));
-  setOwner(&job);
+  setFolderAndOwner(&job);
   tryRequests(job, "./task %tp1", {{500, 2}, {501, 1}});
 }
 
@@ -281,7 +281,7 @@ TEST_F(LargeJobEnd, OfAllTasksAndParametersIsReadBack) {
   job.lists.taskList = evenTexts(700, 300);
   job.lists.paramValues = evenTexts(700, 300);
   job.lists.paramNames.assign(301, "name");
-  setOwner(&job);
+  setFolderAndOwner(&job);
   tryRequests(job, "./task %tp1 %jp301 %jp300", {{300, 2}});
 }
 
@@ -294,7 +294,7 @@ TEST_F(LargeRequestModel, HoldsWhereverTheLastTaskEnds) {
   for (std::size_t step = 0; step < 256; ++step) {
     LargeJob job;
     job.lists.taskList = evenTexts(16 + 16 * step, 500);
-    setOwner(&job);
+    setFolderAndOwner(&job);
     tryRequests(job, "./task %tp1", {{500, 2}});
   }
   EXPECT_EQ(requests_, 256U);
@@ -306,7 +306,7 @@ TEST_F(LargeRequestModel, HoldsWhereverTheLastValueEnds) {
     job.lists.taskList = {"task"};
     job.lists.paramValues = evenTexts(16 + 16 * step, 400);
     for (std::size_t i = 0; i <= 400; ++i) job.lists.paramNames.push_back(std::to_string(i));
-    setOwner(&job);
+    setFolderAndOwner(&job);
     tryRequests(job, "./task %tp1 %jp401 %jp400", {{1, 1}});
   }
   EXPECT_EQ(requests_, 256U);
@@ -318,7 +318,7 @@ TEST_F(LargeRequestModel, HoldsForEveryLengthOfTheLastTask) {
     LargeJob job;
     job.lists.taskList = evenTexts(16 + 16 * (length % 10), 600);
     job.lists.taskList.push_back(numberedText(602, length));
-    setOwner(&job);
+    setFolderAndOwner(&job);
     tryRequests(job, "./task \"%tp1\" %tn", {{601, 2}});
   }
   EXPECT_EQ(requests_, 160U);
@@ -334,7 +334,7 @@ TEST_F(LargeRequestModel, HoldsAroundThresholdsOfTheFileSize) {
       shape.tasks = TextKind::mixed;
       shape.parameters = size < (16 << 10) ? 5 : 20;
       LargeJob job = makeLargeJob(&random, shape);
-      setOwner(&job);
+      setFolderAndOwner(&job);
       ASSERT_EQ(fileOf(job, patternsFor(job, program)[0]).size(), size);
       readBack(job, &random);
     }
@@ -354,7 +354,7 @@ TEST_F(LargeRequestModel, HoldsAroundThresholdsOfTheTexts) {
       job.lists.paramNames.push_back(numberedText(length, std::min<std::size_t>(length, 4097)));
       job.lists.paramValues.push_back(numberedText(length + 3, length));
     }
-    setOwner(&job);
+    setFolderAndOwner(&job);
     for (const std::string& pattern : patternsFor(job, program)) {
       tryRequests(job, pattern, {{1, 3}});
     }
@@ -375,7 +375,7 @@ TEST_F(LargeRequestModel, HoldsAroundTheLimitOfAnExpansion) {
     for (std::size_t length = 1985; length <= 1994; ++length) {
       job.lists.taskList.push_back(numberedText(length, length));
     }
-    setOwner(&job);
+    setFolderAndOwner(&job);
     tryRequests(job, "./task %jp1 %tp1", {{first, 10}});
     tryRequests(job, "./task %tp1 %jp1", {{1, 2}});
     EXPECT_EQ(predict(job, "./task %jp1 %tp1", {first, 10}).status, "exit 255");

@@ -8,7 +8,7 @@ namespace {
 class SlurmFailedOf : public FarmTest {
  protected:
   // Submits the job and waits for its end.
-  std::string done(const std::vector<std::string>& arguments = {}) const {
+  std::string runToEnd(const std::vector<std::string>& arguments = {}) const {
     const std::string id = submittedOne(arguments);
     awaitEnd(id);
     return id;
@@ -16,11 +16,11 @@ class SlurmFailedOf : public FarmTest {
 };
 
 TEST_F(SlurmFailedOf, AnArrayRunsWhatFailedAndNothingElse) {
-  write(mendableJob(12, {2, 7, 11}));
-  const std::string first = done();
+  write(fixableJob(12, {2, 7, 11}));
+  const std::string first = runToEnd();
   expectEachReportedOnce(12, {2, 7, 11});
-  mend();
-  const std::string second = done({"--failed-of", first});
+  fix();
+  const std::string second = runToEnd({"--failed-of", first});
   expectEachReportedOnce(12);
   const std::map<int, Element> elements = elementsOf(second);
   EXPECT_EQ(elements.size(), 3U);
@@ -28,21 +28,21 @@ TEST_F(SlurmFailedOf, AnArrayRunsWhatFailedAndNothingElse) {
 }
 
 TEST_F(SlurmFailedOf, ANewArrayOfThatKindIsLikeOthers) {
-  write(mendableJob(5, {2, 4}));
-  const std::string second = done({"--failed-of", done()});
+  write(fixableJob(5, {2, 4}));
+  const std::string second = runToEnd({"--failed-of", runToEnd()});
   EXPECT_EQ(elementsOf(second).size(), 2U);
-  mend();
-  const std::string third = done({"--failed-of", second});
+  fix();
+  const std::string third = runToEnd({"--failed-of", second});
   EXPECT_EQ(elementsOf(third).size(), 2U);
   expectEachReportedOnce(5);
 }
 
 TEST_F(SlurmFailedOf, SeveralArraysGivesOneList) {
-  write(mendableJob(9, {1, 5, 9}));
-  const std::string front = done({"-s", "1", "-n", "4"});
-  const std::string back = done({"-s", "5", "-n", "5"});
-  mend();
-  EXPECT_EQ(elementsOf(done({"--failed-of", front, "--failed-of", back})).size(), 3U);
+  write(fixableJob(9, {1, 5, 9}));
+  const std::string front = runToEnd({"-s", "1", "-n", "4"});
+  const std::string back = runToEnd({"-s", "5", "-n", "5"});
+  fix();
+  EXPECT_EQ(elementsOf(runToEnd({"--failed-of", front, "--failed-of", back})).size(), 3U);
   expectEachReportedOnce(9);
 }
 
@@ -58,24 +58,24 @@ TEST_F(SlurmFailedOf, AnArrayThatWasCancelledRunsTheRest) {
   }));
   ask({"/usr/bin/scancel", first});
   awaitEnd(first);
-  mend();
-  EXPECT_EQ(elementsOf(done({"--failed-of", first})).size(), 19U);
+  fix();
+  EXPECT_EQ(elementsOf(runToEnd({"--failed-of", first})).size(), 19U);
   expectEachReportedOnce(20);
 }
 
 TEST_F(SlurmFailedOf, AnArrayMayNameTheJobFileInAnotherWay) {
-  write(mendableJob(4, {3}));
+  write(fixableJob(4, {3}));
   const ProcessResult first = runProcess(program({tool_, "submit", "job.xml"}));
   ASSERT_EQ(describeStatus(first.waitStatus), "exit 0") << first.error;
   awaitEnd(firstLine(first.output));
-  mend();
-  done({"--failed-of", firstLine(first.output)});
+  fix();
+  runToEnd({"--failed-of", firstLine(first.output)});
   expectEachReportedOnce(4);
 }
 
 TEST_F(SlurmFailedOf, AnArrayWithoutFailuresSubmitsNothing) {
   write(reportingJob(3));
-  const std::string first = done();
+  const std::string first = runToEnd();
   const std::string next = nextJobId();
   const ProcessResult result = submit({"--failed-of", first});
   EXPECT_EQ(result.output, "");
@@ -85,9 +85,9 @@ TEST_F(SlurmFailedOf, AnArrayWithoutFailuresSubmitsNothing) {
 }
 
 TEST_F(SlurmFailedOf, AnotherJobFileIsRefused) {
-  write(mendableJob(3, {2}));
-  const std::string first = done();
-  folder_.write("other.xml", mendableJob(3, {2}).text());
+  write(fixableJob(3, {2}));
+  const std::string first = runToEnd();
+  folder_.write("other.xml", fixableJob(3, {2}).text());
   const std::string next = nextJobId();
   const ProcessResult result =
       runProcess(program({tool_, "submit", folder_.file("other.xml"), "--failed-of", first}));
@@ -108,7 +108,7 @@ TEST_F(SlurmFailedOf, AnArrayThatIsUnknownIsRefused) {
 }
 
 TEST_F(SlurmFailedOf, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
-  Job job = mendableJob(4, {2});
+  Job job = fixableJob(4, {2});
   job.arguments = farmTask_ + " %tp2 need:%tp1 report:out-%tn %tn";
   for (std::string& task : job.tasks) task += "\tsleep:0";
   job.tasks[3] = ".\tawait:fixed";
@@ -123,14 +123,14 @@ TEST_F(SlurmFailedOf, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
       {"--failed-of", first}, "runlet-job: submit: skipped, not finished yet: tasks 4\n");
   awaitEnd(second);
   EXPECT_EQ(elementsOf(second).size(), 1U);
-  mend();
+  fix();
   awaitEnd(first);
 }
 
 // Arrays of at most 100 elements.
 class SlurmSplit : public NarrowFarmTest {
  protected:
-  Lines done(const std::vector<std::string>& arguments = {}) const {
+  Lines runToEnd(const std::vector<std::string>& arguments = {}) const {
     const Lines ids = submitted(arguments);
     for (const std::string& id : ids) awaitEnd(id);
     return ids;
@@ -139,7 +139,7 @@ class SlurmSplit : public NarrowFarmTest {
 
 TEST_F(SlurmSplit, ArraysRunEachTaskOnce) {
   write(reportingJob(250));
-  const Lines ids = done();
+  const Lines ids = runToEnd();
   EXPECT_EQ(ids.size(), 3U);
   expectEachReportedOnce(250);
   for (int task = 1; task <= 250; ++task) {
@@ -150,9 +150,9 @@ TEST_F(SlurmSplit, ArraysRunEachTaskOnce) {
 
 TEST_F(SlurmSplit, ArraysAreOnlyThoseThatTheRangeNeeds) {
   write(reportingJob(250));
-  EXPECT_EQ(done({"-s", "150", "-n", "50"}).size(), 1U);
-  EXPECT_EQ(done({"-s", "200"}).size(), 1U);
-  EXPECT_EQ(done({"-s", "95", "-n", "10"}).size(), 2U);
+  EXPECT_EQ(runToEnd({"-s", "150", "-n", "50"}).size(), 1U);
+  EXPECT_EQ(runToEnd({"-s", "200"}).size(), 1U);
+  EXPECT_EQ(runToEnd({"-s", "95", "-n", "10"}).size(), 2U);
   std::set<int> missing;
   for (int task = 1; task <= 250; ++task) {
     const bool isIn = (task >= 95 && task <= 104) || (task >= 150 && task <= 200);
@@ -163,23 +163,23 @@ TEST_F(SlurmSplit, ArraysAreOnlyThoseThatTheRangeNeeds) {
 
 TEST_F(SlurmSplit, ArraysAreAskedForTheirFailuresTogether) {
   const std::set<int> failing = {1, 99, 100, 101, 200, 250};
-  write(mendableJob(250, failing));
-  const Lines first = done();
+  write(fixableJob(250, failing));
+  const Lines first = runToEnd();
   expectEachReportedOnce(250, failing);
-  mend();
+  fix();
   std::vector<std::string> arguments;
   for (const std::string& id : first) {
     arguments.emplace_back("--failed-of");
     arguments.push_back(id);
   }
   std::size_t again = 0;
-  for (const std::string& id : done(arguments)) again += elementsOf(id).size();
+  for (const std::string& id : runToEnd(arguments)) again += elementsOf(id).size();
   EXPECT_EQ(again, failing.size());
   expectEachReportedOnce(250);
 }
 
 TEST_F(SlurmSplit, ArraysAreWaitedForTogether) {
-  write(mendableJob(120, {7, 110}));
+  write(fixableJob(120, {7, 110}));
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(linesOf(result.output).size(), 2U);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
@@ -198,7 +198,7 @@ TEST_F(SlurmSplit, ArraysAreWaitedForTogether) {
 using SlurmChunks = FarmTest;
 
 TEST_F(SlurmChunks, RunEachTaskOnceAndNameTheOneThatFails) {
-  write(mendableJob(25, {13}));
+  write(fixableJob(25, {13}));
   const ProcessResult result = submit({"--chunk", "10", "--wait"});
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   EXPECT_EQ(elementsOf(firstLine(result.output)).size(), 3U);
@@ -216,7 +216,7 @@ TEST_F(SlurmChunks, RunEachTaskOnceAndNameTheOneThatFails) {
     EXPECT_NE(log(chunk), "") << chunk;
   }
 
-  mend();
+  fix();
   const Lines again = linesOf(submit({"--failed-of", firstLine(result.output), "--wait"}).output);
   ASSERT_EQ(again.size(), 1U);
   EXPECT_EQ(elementsOf(again[0]).size(), 1U);

@@ -84,7 +84,7 @@ std::string FarmTest::reportingCommand(const std::string& task, const std::strin
   return command + "report:out-" + task + " " + task;
 }
 
-Job FarmTest::mendableJob(int count, const std::set<int>& failing) const {
+Job FarmTest::fixableJob(int count, const std::set<int>& failing) const {
   Job job = reportingJob(count, "need:%tp1");
   for (int task = 1; task <= count; ++task) {
     job.tasks[static_cast<std::size_t>(task - 1)] = failing.contains(task) ? "fixed" : ".";
@@ -92,7 +92,7 @@ Job FarmTest::mendableJob(int count, const std::set<int>& failing) const {
   return job;
 }
 
-void FarmTest::mend() const {
+void FarmTest::fix() const {
   folder_.write("fixed", "");
 }
 

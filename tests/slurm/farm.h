@@ -28,10 +28,10 @@ struct ClusterProcess {
   pid_t pid;
   pid_t parent;
   std::string commandLine;  // a NUL after every word
-  std::string environment;  // likewise
+  std::string environment;  // a NUL after every variable
 };
 
-// Whether `word` is among NUL-terminated words.
+// Whether `word` is one of the NUL-terminated `words`.
 bool holds(const std::string& words, const std::string& word);
 
 using Lines = std::vector<std::string>;
@@ -45,7 +45,7 @@ class FarmTest : public testing::Test {
   explicit FarmTest(const std::string& cluster = "wide");
 
   void SetUp() override;
-  void TearDown() override;  // nothing is left in the queue
+  void TearDown() override;  // cancels all jobs
 
   // A job of the user nobody whose task i runs `commands[i]`.
   static Job jobOf(const std::vector<std::string>& commands);
@@ -57,8 +57,8 @@ class FarmTest : public testing::Test {
   std::string reportingCommand(const std::string& task, const std::string& actions = "") const;
 
   // The same, but the tasks `failing` exit with 4 unless a file "fixed" exists.
-  Job mendableJob(int count, const std::set<int>& failing) const;
-  void mend() const;
+  Job fixableJob(int count, const std::set<int>& failing) const;
+  void fix() const;
 
   // The lines of the task's file, without the nodes.
   Lines reportsOf(int task) const;

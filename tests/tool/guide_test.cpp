@@ -129,8 +129,8 @@ bool isConsole(const Lines& block) {
 
 class Guide : public testing::Test {
  protected:
-  // Checks all blocks of the document, whose job is job.xml in `folder`. `owner` is added to its
-  // `make` commands if the document does not give an owner.
+  // Checks all blocks of the document, whose job is job.xml in `folder`. `owner` has options
+  // for its `make` commands, if the document leaves the owner to its reader.
   void checkDocument(const std::string& path, const std::string& folder,
                      const std::string& owner = "") {
     const std::string document = readFile(std::string(sourceFolder) + "/" + path);

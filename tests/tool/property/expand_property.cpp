@@ -347,7 +347,7 @@ class ExpandComparison {
     trial_.marks.insert(name);
   }
   void differ(const std::string& what) {
-    trial_.differences += "not as the adapter does it: " + what + "\n";
+    trial_.differences += "differs from the adapter: " + what + "\n";
   }
   void expect(bool holds, const std::string& what) {
     if (!holds) differ(what);

@@ -227,7 +227,7 @@ TEST_F(Run, HasTasksInASessionOfTheirOwnWithTheirThreeStreams) {
       << text;
 }
 
-// No matter what overwrites the file.
+// A task overwrites the file, and another one removes it.
 TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
   const Strings tasks = {"echo broken >shot.xml", "echo second", "rm shot.xml", "echo last"};
   expectRun(run(tasks),

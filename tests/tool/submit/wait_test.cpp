@@ -195,14 +195,14 @@ TEST_F(SubmitAndWait, AsksForAllArraysOfTheirClusterAtOnce) {
                    line(10, "failed with exit code 1", "job-10.log") + line(11, "succeeded") +
                    line(12, "succeeded") + "5 tasks: 4 succeeded, 1 failed (10)\n",
                "exit 1");
-  std::vector<std::string> asking = squeueArguments;
-  asking[4] = "12,14";
-  asking.emplace_back("--clusters=lab");
-  std::vector<std::string> accounts = sacctArguments;
-  accounts[4] = "12,14";
-  accounts.emplace_back("--clusters=lab");
-  EXPECT_EQ(slurm_.calls("squeue"), Calls{asking});
-  EXPECT_EQ(slurm_.calls("sacct"), Calls{accounts});
+  std::vector<std::string> squeueCall = squeueArguments;
+  squeueCall[4] = "12,14";
+  squeueCall.emplace_back("--clusters=lab");
+  std::vector<std::string> sacctCall = sacctArguments;
+  sacctCall[4] = "12,14";
+  sacctCall.emplace_back("--clusters=lab");
+  EXPECT_EQ(slurm_.calls("squeue"), Calls{squeueCall});
+  EXPECT_EQ(slurm_.calls("sacct"), Calls{sacctCall});
 }
 
 TEST_F(SubmitAndWait, WithholdsVariablesThatChangeTheAnswer) {
