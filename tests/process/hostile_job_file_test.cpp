@@ -28,11 +28,11 @@ using namespace std::string_literals;
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
 constexpr std::size_t million = 1000000;
 
-// A sanitizer needs additional memory.
+// A sanitizer uses memory of its own.
 #ifdef __SANITIZE_ADDRESS__
-constexpr bool memoryIsItsOwn = false;
+constexpr bool isMemoryMeasurable = false;
 #else
-constexpr bool memoryIsItsOwn = true;
+constexpr bool isMemoryMeasurable = true;
 #endif
 
 std::string repeat(const std::string& text, std::size_t count) {
@@ -53,8 +53,8 @@ class HostileJobFile : public AdapterTest {
            "'.Exiting.\n";
   }
 
-  // Nothing is started, one line says why, and at most `bytesPerByte` bytes of memory are used per
-  // byte of the file.
+  // Asserts that nothing is started, that one line says why, and that at most `bytesPerByte` bytes
+  // of memory are used per byte of the file.
   void expectRefused(const std::string& path, const std::string& reason,
                      std::size_t bytesPerByte = 4) const {
     SCOPED_TRACE(path);
@@ -70,14 +70,14 @@ class HostileJobFile : public AdapterTest {
 
   void expectMemory(const ProcessResult& result, const std::string& path,
                     std::size_t bytesPerByte) const {
-    if (!memoryIsItsOwn) return;
+    if (!isMemoryMeasurable) return;
     struct stat status {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     const std::size_t size = S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
     EXPECT_LE(result.peakMemory, 64 * mebibyte + bytesPerByte * size);
   }
 
-  // The job is accepted, and its task receives `argument`.
+  // Asserts that the job is accepted and its task receives `argument`.
   void expectRuns(const std::string& text, const std::string& argument) {
     folder_.write("job.xml", text);
     const ProcessResult result = run(newTask());

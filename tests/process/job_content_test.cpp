@@ -40,7 +40,7 @@ class JobContent : public AdapterTest {
            std::to_string(getuid()) + "</uid><gid>" + std::to_string(getgid()) + "</gid>";
   }
 
-  // The first tasks of the job `text` run with these arguments, in order.
+  // Asserts that the first tasks of the job `text` run with these arguments, in order.
   void expectCommands(const std::string& text, const std::vector<std::string>& arguments) {
     SCOPED_TRACE(text.substr(0, 500));
     folder_.write("job.xml", text);

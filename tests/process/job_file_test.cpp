@@ -11,7 +11,7 @@ constexpr char stripBraceFailed[] = "Runlet adapter: Strip brace failed.\n";
 
 class JobFile : public AdapterTest {
  protected:
-  // Both requests that load a job file end alike.
+  // Asserts the same result for both requests that load a job file.
   void expectRefused(const std::string& text, const std::string& error,
                      const std::string& status = "exit 255") {
     SCOPED_TRACE(text.substr(0, 300));

@@ -281,7 +281,7 @@ class SignalDuringTheWait : public FaultTest {
     return calling(std::string("./script ") + number, folder()) + processStarted;
   }
 
-  // Both tasks run to their end as if there had been no signal.
+  // Asserts that both tasks run to their end as if there had been no signal.
   void expectUndisturbed(Process* process) {
     folder_.write("go", "");
     expectResult(process->finish(), line("1") + line("2"), exitCodeLine(7) + exitCodeLine(7),

@@ -125,7 +125,8 @@ TEST_F(RunFolder, OfTheJobFileMayDisappearWithIt) {
 
 class Program : public FaultTest {
  protected:
-  // With standard error redirected or not, the report reaches the adapter's own.
+  // Asserts that the report reaches the adapter's standard error, whether that of the task is
+  // redirected or not.
   void expectNoneExecutes(const ProcessOptions& options, Job job, const std::string& command,
                           const std::string& reason) {
     for (const char* redirect : {"yes", "no"}) {

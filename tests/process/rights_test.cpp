@@ -19,7 +19,7 @@ class Rights : public AdapterTest {
     job_.arguments = "/bin/echo ran";
   }
 
-  // The "Calling" line is printed before the rights are taken; nothing is started.
+  // Asserts that nothing is started. The "Calling" line is printed before the rights are taken.
   void expectNotStarted(const ProcessResult& result, const std::string& error) const {
     expectResult(result, calling("/bin/echo ran", folder()), error, "exit 255");
   }

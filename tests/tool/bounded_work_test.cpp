@@ -27,9 +27,9 @@ constexpr int slowness = 20;
 #endif
 
 #if defined(__SANITIZE_ADDRESS__)
-constexpr bool hasOwnMemory = false;
+constexpr bool isMemoryMeasurable = false;
 #else
-constexpr bool hasOwnMemory = true;
+constexpr bool isMemoryMeasurable = true;
 #endif
 
 std::string times(std::size_t count, const std::string& piece) {
@@ -161,13 +161,14 @@ class BoundedWork : public AdapterTest {
     return std::chrono::duration_cast<milliseconds>(time);
   }
 
-  // `work` is the cost of loading the job times the allowed number of loads.
+  // Asserts that the process took little more time than `work`, which is the time of a load times
+  // the allowed number of loads.
   static void expectLittleMore(const ProcessResult& result, std::chrono::microseconds work,
                                const std::string& name) {
     EXPECT_TRUE(WIFEXITED(result.waitStatus)) << describeStatus(result.waitStatus);
     const auto most = work * 3 / 2 + milliseconds(500) * slowness;
     EXPECT_LE(inMilliseconds(result.cpuTime).count(), inMilliseconds(most).count());
-    EXPECT_LE(hasOwnMemory ? result.peakMemory : 0, mostMemory);
+    EXPECT_LE(isMemoryMeasurable ? result.peakMemory : 0, mostMemory);
     if (std::getenv("RUNLET_SHOW_WORK") != nullptr) {
       std::printf("%6lld ms of %6lld, %4zu MB, %9zu bytes: %s\n",
                   static_cast<long long>(inMilliseconds(result.cpuTime).count()),

@@ -62,7 +62,7 @@ class HostileText : public ExecTest {
     return runProcess(options);
   }
 
-  // The message for a harmless name, with the visible form of `name` substituted.
+  // Asserts the message for a harmless name, with the visible form of `name` in its place.
   void expectShown(const std::vector<std::string>& words, const std::string& name,
                    const std::string& shown, const std::string& status) const {
     std::vector<std::string> plain;

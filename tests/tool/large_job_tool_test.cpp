@@ -65,7 +65,7 @@ class LargeJobTool : public testing::Test {
     return runProcess(options);
   }
 
-  // The line of every task.
+  // Asserts the line of every task.
   void expectExpansions(const LargeJob& job, const std::string& pattern) {
     const std::string text = fileOf(job, pattern);
     folder_.write("job.xml", text);
@@ -81,7 +81,7 @@ class LargeJobTool : public testing::Test {
     if (text.size() <= longestForJson) expectJson(job, pattern);
   }
 
-  // No errors, and for a clean job no findings.
+  // Asserts that there are no errors, and for a clean job no findings.
   void expectChecked(const LargeJob& job, const std::string& pattern, bool isClean) {
     folder_.write("job.xml", fileOf(job, pattern));
     const ProcessResult result = run({"check", jobFile_});

@@ -112,7 +112,7 @@ TEST(Logs, AreInAFolderThatIsCreatedForThem) {
   EXPECT_GE(runlet_test::modeOf(folder.file("a/b c/d")), 0);
 }
 
-// Independent of the mask of this process, which is unchanged.
+// Asserts modes of logs and their folder, whatever the mask of this process, which stays unchanged.
 void expectModes(bool isOfAnother) {
   const struct {
     mode_t own;

@@ -75,7 +75,7 @@ class ExecTerminal : public ExecTest {
     return options;
   }
 
-  // The result of a process, and its output on the terminal.
+  // Asserts the status of a process and its output on the terminal.
   void expectShown(const ProcessOptions& options, const std::string& text,
                    const std::string& status) {
     Process process(options);

@@ -44,7 +44,8 @@ TEST(Subprocess, ReportsItsEnd) {
   EXPECT_EQ(WEXITSTATUS(shell("exit 255").waitStatus), 255);
 }
 
-// In a separate process, since open descriptors and their limit are changed.
+// Asserts `holds` in a separate process, since it changes the environment, open descriptors and
+// their limit.
 void expectInChild(const std::function<bool()>& holds) {
   const pid_t pid = fork();
   if (pid == 0) _exit(holds() ? 0 : 1);
