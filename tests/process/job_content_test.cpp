@@ -89,7 +89,7 @@ TEST_F(JobContent, IgnoresTextAfterAComment) {
   expectCommands(inRoot({command("%tn%tp1"), tasks, noParams}), {"1b"});
 }
 
-TEST_F(JobContent, MayBeginWithAMarkOrSpaceButNotWithAnotherNode) {
+TEST_F(JobContent, MayBeginWithAByteOrderMarkOrSpaceButNotWithAnotherNode) {
   const std::string good = inRoot({emptyTasks, noParams});
   for (const std::string front : {"", "\n\n  ", "\xef\xbb\xbf"}) {
     expectCommands(front + good, {});

@@ -277,7 +277,7 @@ class FewDescriptors : public FaultTest {
   }
 };
 
-TEST_F(FewDescriptors, AreEnoughFromTheFourthOn) {
+TEST_F(FewDescriptors, AreEnoughIfThereAreFour) {
   Job job;
   job.arguments = "/bin/echo ran %tn";
   job.tasks.assign(2, "t");

@@ -485,7 +485,7 @@ TEST_F(ParameterFile, ThrowsALengthErrorForReversedBraces) {
   }
 }
 
-TEST_F(ParameterFile, SaysNothingWithoutAFileName) {
+TEST_F(ParameterFile, WritesNothingWithoutAFileName) {
   EXPECT_FALSE(load(""));
   EXPECT_EQ(standardError_, "");
 }

@@ -111,7 +111,7 @@ TEST_F(ExecRights, OfOthersCannotBeTakenWithoutRootAndANoteSaysSo) {
 }
 
 // In a log the note comes after the "Calling" line and before the output of the program.
-TEST_F(ExecRights, AreNotedOnStandardErrorWhereverThatOfTheTaskGoes) {
+TEST_F(ExecRights, AreNotedOnTheOriginalStandardError) {
   const unsigned uid = geteuid() == 0 ? otherId : geteuid();
   const unsigned gid = geteuid() == 0 ? otherId : getegid();
   const std::string log = folder_.write("log", "", 0666);

@@ -15,7 +15,7 @@ struct GoodRow {
   std::vector<std::string> tasks;
 };
 
-TEST(FrameList, Tasks) {
+TEST(FrameList, GivesItsTasks) {
   const std::vector<GoodRow> rows = {
       {"7", 1, {"frame 7\t7\t7"}},
       {"0", 1, {"frame 0\t0\t0"}},

@@ -71,7 +71,7 @@ TEST(MakeOptions, FillTheJob) {
   EXPECT_EQ(job.taskList, (Strings{"frames 1-3\t1\t3", "frame 4\t4\t4"}));
 }
 
-TEST(MakeOptions, Params) {
+TEST(MakeOptions, FillTheParameters) {
   MakeOptions options = plainOptions();
   options.params = {"b=2", "a=", "c== x=", "A=\t", " =y", "long=" + std::string(1999, 'v')};
   const runlet::AdapterContext job = jobOf(options);
@@ -84,7 +84,7 @@ struct ParamRow {
   std::string complaint;
 };
 
-TEST(MakeOptions, RefuseInvalidParams) {
+TEST(MakeOptions, RefuseInvalidParameters) {
   const std::string tooLong(2000, 'v');
   const std::vector<ParamRow> rows = {
       {{"scene"}, "--param scene: expected NAME=VALUE"},
@@ -111,7 +111,7 @@ struct UmaskRow {
   std::int32_t umask;
 };
 
-TEST(MakeOptions, UmaskIsOctal) {
+TEST(MakeOptions, HaveAnOctalUmask) {
   constexpr UmaskRow rows[] = {{"0", 0},     {"7", 7},    {"10", 8},    {"22", 18},     {"022", 18},
                                {"0022", 18}, {"077", 63}, {"777", 511}, {"000777", 511}};
   for (const UmaskRow& row : rows) {

@@ -22,7 +22,7 @@ struct GoodRow {
   std::vector<std::string> tasks;
 };
 
-TEST(TaskFile, Tasks) {
+TEST(TaskFile, GivesItsTasks) {
   const std::vector<GoodRow> rows = {
       {"a line", "one\n", {"one"}},
       {"without its line end", "one", {"one"}},
@@ -57,7 +57,7 @@ struct BadRow {
   std::string complaint;  // without the path
 };
 
-TEST(TaskFile, RefusesLines) {
+TEST(TaskFile, RefusesInvalidLines) {
   using namespace std::string_literals;
   const std::string shownLine(60, 'a');
   const std::vector<BadRow> rows = {

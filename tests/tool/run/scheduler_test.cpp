@@ -437,7 +437,7 @@ TEST_F(Scheduler, KillsWhatIsLeftOfATaskThatWasInterrupted) {
   EXPECT_TRUE(life.endsIn(patience));
 }
 
-TEST_F(Scheduler, KillsAtOnceAtASecondSignal) {
+TEST_F(Scheduler, KillsAtOnceOnASecondSignal) {
   const StopWatch watch;
   const Strings scripts = {"trap '' TERM; touch ready; sleep 60; sleep 60",
                            "trap 'kill -HUP $PPID' TERM; await ready 1; kill -INT $PPID; while :; "

@@ -209,7 +209,7 @@ TEST_F(FailedOf, SkipsTasksThatAreNotInTheJob) {
   expectArray({"12", "13"}, "2", 1, 2, "");
 }
 
-TEST_F(FailedOf, MayBeShownAlone) {
+TEST_F(FailedOf, SubmitsNothingInADryRun) {
   write(quietJob(3));
   reportArrays({{"12", comment("0:1:3:3")}},
                "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n12 3 FAILED 256\\n");
