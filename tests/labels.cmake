@@ -28,7 +28,7 @@ label(long requests .)
 label(long unit
   XmlDocument\\.IsWhatTheLibraryLoadsFromRandom)
 label(long tool
-  BoundedWork\\.IsThatOfTheLibrary DeepJob\\.IsTakenByEveryVerb LargeJobTool\\.)
+  BoundedWork\\.IsThatOfTheLibrary DeepJob\\.IsAcceptedByEveryVerb LargeJobTool\\.)
 
 # descriptors: tests that examine or break the open files of the adapter or its tasks. In a coverage
 # build the counter file is one of these.
@@ -48,7 +48,7 @@ label(random-jobs requests Property\\.)
 # not-in-valgrind: tests that do not work or show nothing under valgrind; only other runs have them.
 label(not-in-valgrind process
   # It gives up if the start of a program fails late, and changes the name of the adapter.
-  Exec\\.ThatFailsIs Program\\. Start\\.AnswersUnder Options\\.ThatAreWrong
+  Exec\\.ThatFailsIs Program\\. Start\\.AnswersUnder Options\\.ThatAreInvalid
   # It needs processes, memory and descriptors itself.
   NoFork\\. OfTheForkFail ProcessLimit\\. SwitchesBeforeItForks ShortOfMemory\\. FewDescriptors\\.
   BrokenStreams\\. LongRange\\. HostileJobFile\\.OfTheSmallest HostileJobFile\\.WithAHundred
@@ -58,7 +58,7 @@ label(not-in-valgrind process
   ThatShrinksAndGrows
   # The test needs the stack of the process, which valgrind replaces with its own, and 200 million
   # levels would take minutes.
-  IsAsDeepAsTheStackAllows)
+  MayBeAsDeepAsTheStackAllows)
 
 foreach(program unit process model requests tool)
   foreach(test IN LISTS runlet_${program}_tests_TESTS)

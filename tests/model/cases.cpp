@@ -77,7 +77,7 @@ void checkRandomCases(std::size_t usual,
   const std::uint64_t count = caseCount(usual);
   for (std::uint64_t seed = first; seed - first < count; ++seed) {
     Random random(seed);
-    ASSERT_TRUE(check(random)) << "repeat it with RUNLET_TEST_CASES=1 RUNLET_TEST_SEED=" << seed;
+    ASSERT_TRUE(check(random)) << "repeat with RUNLET_TEST_CASES=1 RUNLET_TEST_SEED=" << seed;
   }
 }
 

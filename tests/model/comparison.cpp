@@ -62,7 +62,7 @@ std::vector<std::string> splitWords(const std::string& line) {
   return found;
 }
 
-// The outcomes in their order.
+// In the order of Outcome.
 const char* const outcomeNames[] = {"done", "failed", "out of range", "length error"};
 
 std::string describe(const Result& result) {
@@ -88,8 +88,8 @@ std::string describe(const Lists& lists) {
 template <typename Answer, typename Question>
 AssertionResult same(const Answer& adapter, const Answer& model, Question question) {
   if (adapter == model) return testing::AssertionSuccess();
-  return testing::AssertionFailure() << question() << "\ngives the adapter " << describe(adapter)
-                                     << "\nand the model " << describe(model);
+  return testing::AssertionFailure()
+         << question() << "\nadapter: " << describe(adapter) << "\nmodel: " << describe(model);
 }
 
 }  // namespace

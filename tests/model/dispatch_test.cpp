@@ -69,10 +69,10 @@ struct Request {
 
 std::ostream& operator<<(std::ostream& out, const Request& request) {
   return out << "the tasks from " << request.firstTask << ", " << request.taskCount << " of "
-             << request.taskListSize << ", of which " << failing << " fails";
+             << request.taskListSize << ", where task " << failing << " fails";
 }
 
-// Every position in turn, as long as there is one.
+// Checks each position, one by one.
 std::vector<std::int32_t> expectedLaunches(const Request& request) {
   std::vector<std::int32_t> expected;
   for (std::int32_t i = 0; i < request.taskListSize; ++i) {
@@ -95,8 +95,8 @@ testing::AssertionResult sameLaunches(const Request& request) {
   const bool failed = !expected.empty() && expected.back() == failing;
   if (launched == expected && result == (failed ? -1 : 0)) return testing::AssertionSuccess();
   return testing::AssertionFailure()
-         << request << "\nruns " << testing::PrintToString(launched) << " with the result "
-         << result << "\nand by the model " << testing::PrintToString(expected);
+         << request << "\nThe adapter runs " << testing::PrintToString(launched) << " and returns "
+         << result << ",\nthe model runs " << testing::PrintToString(expected);
 }
 
 void checkEveryRange() {
@@ -121,7 +121,7 @@ TEST_F(Range, SelectsTheSameTasksAtEveryBorder) {
   checkEveryRange();
 }
 
-TEST_F(Range, EndsAlikeAtATaskThatFails) {
+TEST_F(Range, EndsLikeTheModelAtATaskThatFails) {
   for (failing = 0; failing < 4; ++failing) checkEveryRange();
 }
 
@@ -163,7 +163,7 @@ testing::AssertionResult sameTimeOut(std::int32_t elapsed, std::int32_t limit, i
   *expired += expected ? 1 : 0;
   if (runlet::dispatchOpcode(&context) == (expected ? -1 : 0)) return testing::AssertionSuccess();
   return testing::AssertionFailure() << elapsed << " ms with a limit of " << limit
-                                     << " minutes is not " << expected << " as in the model";
+                                     << " minutes: the model's result is " << expected;
 }
 
 // Runs `check` and expects the message as many times as it counted.
@@ -176,7 +176,7 @@ void expectMessages(Check check) {
   std::string expected;
   for (int i = 0; i < expired; ++i) expected += "Runlet adapter: Ping task time out.\n";
   EXPECT_TRUE(written == expected)
-      << expired << " messages are expected, not " << written.substr(0, 1000);
+      << "expected " << expired << " messages instead of " << written.substr(0, 1000);
 }
 
 const std::int32_t limits[] = {INT32_MIN,

@@ -22,7 +22,7 @@ std::vector<std::string> copies(std::size_t count, const std::string& text) {
   return std::vector<std::string>(count, text);
 }
 
-TEST(EveryTemplate, IsFilledInAlike) {
+TEST(EveryTemplate, IsFilledInLikeTheModel) {
   Lists lists;
   lists.taskList = {"1", "", "shot\t101\t\t%tn\t5\t6\t7\t8\t9th", "4"};
   lists.paramNames = copies(9, "name");
@@ -30,7 +30,7 @@ TEST(EveryTemplate, IsFilledInAlike) {
   checkEveryTemplate(lists, 2, upToSevenCharacters);
 }
 
-TEST(EveryTemplate, IsFilledInAlikeWhereValuesAreMissing) {
+TEST(EveryTemplate, IsFilledInLikeTheModelIfValuesAreMissing) {
   Lists lists;
   lists.taskList = copies(29, "the field\t");
   lists.paramNames = copies(9, "name");
@@ -38,7 +38,7 @@ TEST(EveryTemplate, IsFilledInAlikeWhereValuesAreMissing) {
   checkEveryTemplate(lists, 28, upToSixCharacters);
 }
 
-TEST(EveryTemplate, IsFilledInAlikeWhereNamesAreMissing) {
+TEST(EveryTemplate, IsFilledInLikeTheModelIfNamesAreMissing) {
   Lists lists;
   lists.taskList = {"\t\t"};
   lists.paramNames = {"", ""};
@@ -46,12 +46,12 @@ TEST(EveryTemplate, IsFilledInAlikeWhereNamesAreMissing) {
   checkEveryTemplate(lists, 0, upToSixCharacters);
 }
 
-TEST(EveryTemplate, IsFilledInAlikeWithoutATask) {
+TEST(EveryTemplate, IsFilledInLikeTheModelWithoutATask) {
   checkEveryTemplate(Lists(), -30, upToSixCharacters);
 }
 
 // Parts instead of characters, to get several placeholders in one template.
-TEST(EveryTemplate, OfPlaceholdersIsFilledInAlike) {
+TEST(EveryTemplate, OfPlaceholdersIsFilledInLikeTheModel) {
   const std::vector<std::string> parts = {"%", "2", "0", "9", "tn", "tp", "jp", "x"};
   Lists lists;
   lists.taskList = {"one", "one\t22\tthree", "one"};
@@ -63,7 +63,7 @@ TEST(EveryTemplate, OfPlaceholdersIsFilledInAlike) {
                  [&](const std::string& text) { return sameExpansion(job, text, 1); });
 }
 
-TEST(EveryTemplate, IsFilledInAlikeForEveryTaskAtABorder) {
+TEST(EveryTemplate, IsFilledInLikeTheModelForEveryTaskAtABorder) {
   const std::vector<std::string> parts = {"%", "4", "40", "4294967293", "tn", "tp1"};
   Lists lists;
   lists.taskList = {"entry"};
@@ -94,7 +94,7 @@ TEST(EveryEntry, HasTheSameFields) {
   checkEveryText({"\t", "a", " "}, 9'841, sameTaskFields);
 }
 
-TEST(EveryEntry, IsFoundAlike) {
+TEST(EveryEntry, IsFoundLikeTheModel) {
   Lists lists;
   for (int count = 0; count < 4; ++count) {
     const Job job(lists);
@@ -106,7 +106,7 @@ TEST(EveryEntry, IsFoundAlike) {
   }
 }
 
-TEST(EveryParameter, IsFoundAlike) {
+TEST(EveryParameter, IsFoundLikeTheModel) {
   for (std::size_t nameCount = 0; nameCount < 8; ++nameCount) {
     for (std::size_t valueCount = 0; valueCount < 8; ++valueCount) {
       Lists lists;
@@ -118,15 +118,15 @@ TEST(EveryParameter, IsFoundAlike) {
   }
 }
 
-TEST(EveryText, IsStrippedOfBracesAlike) {
+TEST(EveryText, IsStrippedOfBracesLikeTheModel) {
   checkEveryText({"{", "}", "a", " "}, 1'398'101, sameStrippedText);
 }
 
-TEST(EveryText, IsSplitIntoWordsAlike) {
+TEST(EveryText, IsSplitIntoWordsLikeTheModel) {
   checkEveryText({" ", "\"", "\t", "a", "\\"}, 2'441'406, sameWords);
 }
 
-TEST(EveryText, IsReadAsANumberAlike) {
+TEST(EveryText, IsReadAsANumberLikeTheModel) {
   checkEveryText({" ", "\n", "+", "-", "0", "1", "9", "a", "\xa0"}, 5'380'840, sameNumber);
 }
 
@@ -154,13 +154,13 @@ const std::string bordersOfNumbers[] = {"2147483645",
                                         "99999999999999999999",
                                         "9999999999999999999999999999999999999999"};
 
-TEST(EveryNumber, AtABorderIsReadAlike) {
+TEST(EveryNumber, AtABorderIsReadLikeTheModel) {
   for (const std::string& border : bordersOfNumbers) {
     for (const char* front : {"", " ", "\t\n\v\f\r ", "0", "00000000000000000000000000000000"}) {
-      for (const char* behind : {"", " ", "0", "00", "x", ".5", "-1"}) {
+      for (const char* after : {"", " ", "0", "00", "x", ".5", "-1"}) {
         for (const char* sign : {"", "+", "-", "--", "-+"}) {
-          EXPECT_TRUE(sameNumber(sign + (front + border) + behind));
-          EXPECT_TRUE(sameNumber(front + (sign + border) + behind));
+          EXPECT_TRUE(sameNumber(sign + (front + border) + after));
+          EXPECT_TRUE(sameNumber(front + (sign + border) + after));
         }
       }
     }

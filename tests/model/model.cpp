@@ -166,7 +166,7 @@ namespace {
 
 enum class Kind { text, taskNumber, taskField, jobParam, wrong };
 
-// One piece of a template. A placeholder of which only the width is left is an empty text.
+// One piece of a template. A placeholder reduced to its width is an empty text.
 struct Piece {
   Kind kind = Kind::text;
   std::string text;         // as copied into the expansion
@@ -230,30 +230,30 @@ std::vector<Piece> piecesOf(const std::string& pattern) {
 // The buffer of 32 characters shared by all numbers of one expansion.
 class Scratch {
  public:
-  // A width overwrites the start of the buffer and is read with the digits that follow it there.
+  // A width overwrites the start of the buffer and is read together with the digits after it.
   std::int32_t width(const std::string& written) {
     if (written.empty()) return 0;
-    lay(written.substr(0, room));
+    overwrite(written.substr(0, room));
     return number(characters_);
   }
 
   // A field or parameter number is terminated.
   std::int32_t selector(const std::string& written) {
-    lay(written.substr(0, room) + '\0');
+    overwrite(written.substr(0, room) + '\0');
     return number(characters_);
   }
 
   // So is a task number.
   std::string print(const std::string& number) {
     const std::string printed = number.substr(0, room);
-    lay(printed + '\0');
+    overwrite(printed + '\0');
     return printed;
   }
 
  private:
   static const std::size_t room = scratchSize - 1;
 
-  void lay(const std::string& characters) {
+  void overwrite(const std::string& characters) {
     characters_.replace(0, characters.size(), characters);
   }
 

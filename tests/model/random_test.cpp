@@ -183,7 +183,7 @@ FillInCase randomFillInCase(Random& random) {
   return fillInCase;
 }
 
-TEST(RandomTemplates, AreFilledInAlike) {
+TEST(RandomTemplates, AreFilledInLikeTheModel) {
   checkRandomCases(250'000, [](Random& random) {
     const FillInCase fillInCase = randomFillInCase(random);
     return sameExpansion(Job(fillInCase.lists), fillInCase.pattern, fillInCase.index);
@@ -209,7 +209,7 @@ TEST(RandomTemplates, ReachEveryOutcome) {
   EXPECT_EQ(lengths.upper_bound(3999), lengths.end());
 }
 
-// As in a list of any length.
+// The number of an entry in a list of any length.
 std::int32_t randomNumberOfEntry(Random& random) {
   if (random.oneIn(32)) return static_cast<std::int32_t>(random.bits() & 0xffffffff);
   return static_cast<std::int32_t>(random.below(random.oneIn(4) ? 1'000 : 8)) - 1;
@@ -222,13 +222,13 @@ TEST(RandomEntries, HaveTheSameFields) {
   });
 }
 
-TEST(RandomParameters, AreFoundAlike) {
+TEST(RandomParameters, AreFoundLikeTheModel) {
   checkRandomCases(150'000, [](Random& random) {
     return sameJobParam(Job(randomLists(random)), randomNumberOfEntry(random));
   });
 }
 
-TEST(RandomTexts, AreStrippedOfBracesAlike) {
+TEST(RandomTexts, AreStrippedOfBracesLikeTheModel) {
   checkRandomCases(200'000, [](Random& random) {
     const std::string characters = random.oneIn(2) ? "ab \t" : "ab{} ";
     std::string text = randomText(random, characters, randomLength(random, 255));
@@ -239,7 +239,7 @@ TEST(RandomTexts, AreStrippedOfBracesAlike) {
   });
 }
 
-TEST(RandomLines, AreSplitIntoWordsAlike) {
+TEST(RandomLines, AreSplitIntoWordsLikeTheModel) {
   const std::vector<std::string> pieces = {" ",  "  ", "\"", "\" ", " \"",  "\"\"",      "\t",
                                            "\\", "a",  "bc", "'",   "\\\"", "--option=", "\n"};
   checkRandomCases(200'000, [&](Random& random) {
@@ -249,14 +249,14 @@ TEST(RandomLines, AreSplitIntoWordsAlike) {
   });
 }
 
-TEST(RandomNumbers, AreReadAlike) {
+TEST(RandomNumbers, AreReadLikeTheModel) {
   checkRandomCases(400'000, [](Random& random) {
     const std::string front = randomText(random, " \t\n\v\f\r\xa0\x85", random.below(3));
     const std::string sign = randomText(random, "+--", random.oneIn(16) ? 2 : random.below(2));
-    const std::string behind = randomText(random, "x 5.-+eE\xb2", random.below(3));
+    const std::string after = randomText(random, "x 5.-+eE\xb2", random.below(3));
     const std::string number =
         random.oneIn(2) ? randomDigits(random) : std::to_string(random.bits());
-    return sameNumber(front + sign + number + behind);
+    return sameNumber(front + sign + number + after);
   });
 }
 

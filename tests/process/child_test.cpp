@@ -71,7 +71,7 @@ TEST_F(Child, IsNotWaitedForBeyondItsOwnProcess) {
 }
 
 // A starter may leave children of its own to the adapter.
-TEST_F(Child, IsNotTakenForAnother) {
+TEST_F(Child, IsNotMistakenForAnother) {
   folder_.write("script", "#!/bin/sh\nsleep 0.1\nexit 7\n", 0755);
   Job job;
   job.arguments = "./script x";
@@ -92,7 +92,7 @@ TEST_F(Child, IsWaitedForUntilItHasEnded) {
 }
 
 // Its output would not go where the job wants it.
-TEST_F(Child, IsNoProgramWhereStandardErrorCannotBeJoined) {
+TEST_F(Child, RunsNoProgramIfStandardErrorCannotBeJoined) {
   Job job;
   job.arguments = "/bin/mkdir made";
   write(job);
@@ -130,21 +130,21 @@ TEST_F(Child, GetsAnyNumberOfWords) {
 TEST_F(Child, GetsItsWordsFromTheWholeLine) {
   const std::string program = folder_.file("a probe");
   std::filesystem::copy_file(probePath, program);
-  const std::string report_ = folder_.file("report");
+  const std::string reportPath = folder_.file("report");
   const struct {
     std::string line;
     Strings words;
   } rows[] = {
-      {"\"" + program + "\" " + report_, {program, report_}},
-      {"\"" + program + "\"" + report_, {program, report_}},
-      {"   \"" + program + "\"\"" + report_ + "\"\"\"x", {program, report_, "", "x"}},
-      {"\"" + program + "\" " + report_ + " \"\"\"\" \" \"", {program, report_, "", "", " "}},
-      {"\"" + program + "\" " + report_ + " x\"y z\" \"q", {program, report_, "x\"y", "z\""}},
-      {"\"" + program + "\" " + report_ + " -a=\"b c\"", {program, report_, "-a=\"b", "c\""}},
-      {"\"" + program + "\" " + report_ + " \"a\tb\" \\\"c",
-       {program, report_, R"(a\x09b)", R"(\x5c"c)"}},
-      {"\"" + program + "\" " + report_ + " \ta\t b\t\t \t",
-       {program, report_, R"(\x09a\x09)", R"(b\x09\x09)", R"(\x09)"}},
+      {"\"" + program + "\" " + reportPath, {program, reportPath}},
+      {"\"" + program + "\"" + reportPath, {program, reportPath}},
+      {"   \"" + program + "\"\"" + reportPath + "\"\"\"x", {program, reportPath, "", "x"}},
+      {"\"" + program + "\" " + reportPath + " \"\"\"\" \" \"", {program, reportPath, "", "", " "}},
+      {"\"" + program + "\" " + reportPath + " x\"y z\" \"q", {program, reportPath, "x\"y", "z\""}},
+      {"\"" + program + "\" " + reportPath + " -a=\"b c\"", {program, reportPath, "-a=\"b", "c\""}},
+      {"\"" + program + "\" " + reportPath + " \"a\tb\" \\\"c",
+       {program, reportPath, R"(a\x09b)", R"(\x5c"c)"}},
+      {"\"" + program + "\" " + reportPath + " \ta\t b\t\t \t",
+       {program, reportPath, R"(\x09a\x09)", R"(b\x09\x09)", R"(\x09)"}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.line);

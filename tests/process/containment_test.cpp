@@ -72,7 +72,7 @@ void takeTerminal(const std::string& name) {
   close(descriptor);
 }
 
-TEST_F(Inheritance, OfATerminalIsWhole) {
+TEST_F(Inheritance, OfATerminalIsComplete) {
   const Terminal terminal;
   write(job_);
   ProcessOptions options = adapter(newTask());
@@ -88,7 +88,7 @@ TEST_F(Inheritance, OfATerminalIsWhole) {
 }
 
 // If the system has no keyrings or does not allow them, there is none to inherit: -1 for both.
-TEST_F(Inheritance, OfTheSessionKeyringIsWhole) {
+TEST_F(Inheritance, OfTheSessionKeyringIsComplete) {
   write(job_);
   folder_.write("own", "");
   ProcessOptions options = adapter(newTask());
@@ -164,7 +164,7 @@ const std::string memory = "unlimited";
 const std::string memory = "8589934592";
 #endif
 
-TEST_F(RecipeOfRoot, LeavesATaskNothingOfItsStarter) {
+TEST_F(RecipeOfRoot, LeavesATaskNothingFromItsStarter) {
   const Terminal terminal;
   writeForOther();
   ProcessOptions options;

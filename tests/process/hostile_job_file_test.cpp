@@ -28,11 +28,11 @@ using namespace std::string_literals;
 constexpr std::size_t mebibyte = std::size_t{1} << 20;
 constexpr std::size_t million = 1000000;
 
-// A sanitizer needs additional memory.
+// A sanitizer uses memory of its own.
 #ifdef RUNLET_IS_SANITIZED
-constexpr bool memoryIsItsOwn = false;
+constexpr bool isMemoryMeasurable = false;
 #else
-constexpr bool memoryIsItsOwn = true;
+constexpr bool isMemoryMeasurable = true;
 #endif
 
 std::string repeat(const std::string& text, std::size_t count) {
@@ -53,8 +53,8 @@ class HostileJobFile : public AdapterTest {
            "'.Exiting.\n";
   }
 
-  // Nothing is started, one line says why, and at most `bytesPerByte` bytes of memory are used per
-  // byte of the file.
+  // Asserts that nothing is started, that one line says why, and that at most `bytesPerByte` bytes
+  // of memory are used per byte of the file.
   void expectRefused(const std::string& path, const std::string& reason,
                      std::size_t bytesPerByte = 4) const {
     SCOPED_TRACE(path);
@@ -70,14 +70,14 @@ class HostileJobFile : public AdapterTest {
 
   void expectMemory(const ProcessResult& result, const std::string& path,
                     std::size_t bytesPerByte) const {
-    if (!memoryIsItsOwn) return;
+    if (!isMemoryMeasurable) return;
     struct stat status {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     const std::size_t size = S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
     EXPECT_LE(result.peakMemory, 64 * mebibyte + bytesPerByte * size);
   }
 
-  // The job is accepted, and its task receives `argument`.
+  // Asserts that the job is accepted and its task receives `argument`.
   void expectRuns(const std::string& text, const std::string& argument) {
     folder_.write("job.xml", text);
     const ProcessResult result = run(newTask());
@@ -110,7 +110,7 @@ TEST_F(HostileJobFile, ThatIsADeviceIsRefused) {
   expectRefused("/dev", "Is a directory");
 }
 
-TEST_F(HostileJobFile, ThatIsEmptyOrNoTextIsRefused) {
+TEST_F(HostileJobFile, ThatIsEmptyOrNotTextIsRefused) {
   expectTextRefused("", "Error document empty.");
   expectTextRefused(std::string(1000, '\0'), "Error document empty.");
   expectTextRefused("\xff\xfe<\0J\0>\0"s, "Error document empty.");
@@ -129,7 +129,7 @@ TEST_F(HostileJobFile, ThatHasANulInTheMiddleIsRefused) {
   expectTextRefused("<Job><!--\0--></Job>"s, "Error reading Element value.");
 }
 
-TEST_F(HostileJobFile, ThatIsOnlyUnusualIsTaken) {
+TEST_F(HostileJobFile, ThatIsMerelyUnusualIsAccepted) {
   expectRuns(jobText(command("mark"), "\xef\xbb\xbf", ""), "mark");
   expectRuns(jobText(command("a\xff\x80z"), "", ""), "a\\xff\\x80z");
   expectRuns(jobText(command("nested"), "", nested(1000)), "nested");
@@ -146,7 +146,7 @@ TEST_F(HostileJobFile, ThatIsNestedAMillionLevelsDeepIsRefused) {
 
 // The stack of the process may already hold as much as the system allows: environment and arguments
 // of a quarter of the stack, or 128 KiB.
-TEST_F(HostileJobFile, IsAsDeepAsTheStackAllows) {
+TEST_F(HostileJobFile, MayBeAsDeepAsTheStackAllows) {
   constexpr std::size_t kibibyte = 1024;
   const char* tooDeep = "Elements nested too deep.";
   const struct {
@@ -192,7 +192,7 @@ TEST_F(HostileJobFile, WithAMillionNodesDeepInsideIsRefused) {
 }
 
 // Opening can have side effects: acquire a terminal, rewind a tape, arm a watchdog.
-TEST_F(HostileJobFile, ThatIsNoFileIsNotEvenOpened) {
+TEST_F(HostileJobFile, ThatIsNotARegularFileIsNotEvenOpened) {
   ASSERT_EQ(mkfifo(jobFile_.c_str(), 0600), 0);
   const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
   ASSERT_NE(inotify_add_watch(watch, jobFile_.c_str(), IN_OPEN), -1);
@@ -220,12 +220,12 @@ class LeasedFile {
   LeasedFile(const LeasedFile&) = delete;
   LeasedFile& operator=(const LeasedFile&) = delete;
 
-  // Whether somebody waits to read the file: the lease is to be downgraded to a read lease.
+  // Whether another process waits to read the file, so that the lease must be downgraded.
   bool isWanted() const {
     return fcntl(descriptor_, F_GETLEASE) == F_RDLCK;
   }
 
-  // Waits until somebody does. False after ten seconds.
+  // Waits until another process does. False after ten seconds.
   bool awaitReader() const {
     for (int i = 0; i < 10000; ++i) {
       if (isWanted()) return true;
@@ -234,13 +234,13 @@ class LeasedFile {
     return false;
   }
 
-  void giveUp() const {
+  void release() const {
     EXPECT_EQ(fcntl(descriptor_, F_SETLEASE, F_UNLCK), 0);
   }
 
   // The reader may be faster, and then no lease can be taken.
-  void giveUpAndTake() const {
-    giveUp();
+  void releaseAndTake() const {
+    release();
     fcntl(descriptor_, F_SETLEASE, F_WRLCK);
   }
 
@@ -254,30 +254,31 @@ TEST_F(HostileJobFile, ThatAnotherProcessHasALeaseOnIsWaitedFor) {
   EXPECT_TRUE(file.awaitReader());
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   EXPECT_EQ(kill(process.pid(), 0), 0);
-  file.giveUp();
+  file.release();
   expectResult(process.finish(), "", "", "exit 0");
 }
 
 // The file found first is read. Nobody ever writes to the pipe.
-TEST_F(HostileJobFile, ThatBecomesAPipeDuringALeaseIsReadAsItWas) {
+TEST_F(HostileJobFile, ThatBecomesAPipeDuringALeaseIsReadAsBefore) {
   const LeasedFile file(folder_.write("job.xml", jobText("true", "", "")));
   Process process(adapter({"-o", "PingTask", "-j", jobFile_}));
   EXPECT_TRUE(file.awaitReader());
   ASSERT_EQ(mkfifo(folder_.file("pipe").c_str(), 0644), 0);
   std::filesystem::rename(folder_.file("pipe"), jobFile_);
-  file.giveUp();
+  file.release();
   expectResult(process.finish(), "", "", "exit 0");
 }
 
 // Releasing a lease and taking it again blocks nobody.
 TEST_F(HostileJobFile, ThatAnotherProcessAlwaysHasALeaseOnIsRead) {
   const LeasedFile file(folder_.write("job.xml", jobText("true", "", "")));
-  // The adapter first: a fork while a thread begins may copy locks that nobody will ever release.
+  // The adapter is started first: a fork while a thread begins may copy locks that are never
+  // released.
   Process process(adapter({"-o", "PingTask", "-j", jobFile_}));
   std::atomic<bool> done = false;
   std::thread holder([&] {
     while (!done) {
-      if (file.isWanted()) file.giveUpAndTake();
+      if (file.isWanted()) file.releaseAndTake();
     }
   });
   const ProcessResult result = process.finish();
@@ -307,7 +308,7 @@ TEST_F(HostileJobFile, OfTheSmallestNodesTakesBoundedMemory) {
   expectMemory(result, path, 85);
 }
 
-TEST_F(HostileJobFile, WithAHundredMegabytesOfTextIsTakenAsItIs) {
+TEST_F(HostileJobFile, WithAHundredMegabytesOfTextIsAcceptedUnchanged) {
   // Too long for a command line, but for nothing else.
   const std::string path =
       folder_.write("job.xml", jobText(std::string(100 * million, 'x'), "", ""));
@@ -345,8 +346,8 @@ std::string withoutReason(const std::string& line) {
 }
 
 // Shortens the file, over and over, and fills it again with `text`, until it is killed.
-[[noreturn]] void changeForEver(const std::string& path, const std::string& text) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);  // at the latest with the test
+[[noreturn]] void changeForever(const std::string& path, const std::string& text) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // ends with the test at the latest
   for (off_t size = 0;; size = (size + 100003) % static_cast<off_t>(text.size())) {
     if (truncate(path.c_str(), size) != 0) _exit(1);
     const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -355,13 +356,13 @@ std::string withoutReason(const std::string& line) {
   }
 }
 
-TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsTakenOrRefused) {
+TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsAcceptedOrRefused) {
   const std::string text = jobText("true", "", "<x>" + repeat("y", mebibyte) + "</x>");
   const std::string path = folder_.write("job.xml", text);
   // No thread: each start of the adapter would copy its locks.
   const pid_t changes = fork();
-  ASSERT_NE(changes, -1);  // which would be every process to the kill below
-  if (changes == 0) changeForEver(path, text);
+  ASSERT_NE(changes, -1);  // with -1, the kill below would hit every process
+  if (changes == 0) changeForever(path, text);
   const std::string refusal = couldNotLoad(path, "");
   for (int i = 0; i < 100; ++i) {
     const ProcessResult result = run({"-o", "PingTask", "-j", path});
@@ -376,7 +377,7 @@ TEST_F(HostileJobFile, ThatShrinksAndGrowsMeanwhileIsTakenOrRefused) {
   EXPECT_EQ(kill(changes, SIGKILL), 0);
   int status = 0;
   EXPECT_EQ(waitpid(changes, &status, 0), changes);
-  EXPECT_TRUE(WIFSIGNALED(status));  // it has never failed
+  EXPECT_TRUE(WIFSIGNALED(status));  // ended by the kill, not by a failure
 }
 
 }  // namespace

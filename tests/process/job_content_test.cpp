@@ -40,7 +40,7 @@ class JobContent : public AdapterTest {
            std::to_string(getuid()) + "</uid><gid>" + std::to_string(getgid()) + "</gid>";
   }
 
-  // The first tasks of the job `text` run with these arguments, in order.
+  // Asserts that the first tasks of the job `text` run with these arguments, in order.
   void expectCommands(const std::string& text, const std::vector<std::string>& arguments) {
     SCOPED_TRACE(text.substr(0, 500));
     folder_.write("job.xml", text);
@@ -89,7 +89,7 @@ TEST_F(JobContent, IgnoresTextAfterAComment) {
   expectCommands(inRoot({command("%tn%tp1"), tasks, noParams}), {"1b"});
 }
 
-TEST_F(JobContent, MayBeginWithAMarkOrSpaceButNotWithAnotherNode) {
+TEST_F(JobContent, MayBeginWithAByteOrderMarkOrSpaceButNotWithAnotherNode) {
   const std::string good = inRoot({emptyTasks, noParams});
   for (const std::string front : {"", "\n\n  ", "\xef\xbb\xbf"}) {
     expectCommands(front + good, {});
@@ -99,7 +99,7 @@ TEST_F(JobContent, MayBeginWithAMarkOrSpaceButNotWithAnotherNode) {
     folder_.write("job.xml", front + good);
     expectResult(run(newTask()), "", invalidSyntax, "exit 255");
   }
-  expectCommands(good + "<!-- behind -->", {});
+  expectCommands(good + "<!-- after -->", {});
 }
 
 TEST_F(JobContent, HasItsElementsInAnyOrderAndTheFirstOfEachKind) {
@@ -117,7 +117,7 @@ TEST_F(JobContent, HasItsElementsInAnyOrderAndTheFirstOfEachKind) {
   expectResult(run(newTask()), "", invalidSyntax, "exit 255");
 }
 
-TEST_F(JobContent, IgnoresWhatIsNoTask) {
+TEST_F(JobContent, IgnoresWhatIsNotATask) {
   const std::string tasks =
       "<TaskList><!-- c --><Job><Params>{j}</Params></Job><Task><Params>{a}</Params></Task>"
       "<task><Params>{t}</Params></task><Task/><Task><Params/></Task><Task><params>{p}</params>"
@@ -168,7 +168,7 @@ TEST_F(JobContent, HasTextsWithoutTheSpaceAroundThem) {
 }
 
 // Digits of earlier numbers affect a width in the same command, but not in the next.
-TEST_F(JobContent, StartsEachExpansionWithoutDigitsLeftBehind) {
+TEST_F(JobContent, StartsEachExpansionWithoutLeftoverDigits) {
   const std::string tasks =
       "<TaskList><Task><Params>{x}</Params></Task><Task><Params>{y}</Params></Task></TaskList>";
   const struct {

@@ -11,7 +11,7 @@ constexpr char stripBraceFailed[] = "Runlet adapter: Strip brace failed.\n";
 
 class JobFile : public AdapterTest {
  protected:
-  // Both requests that load a job file end alike.
+  // Asserts the same result for both requests that load a job file.
   void expectRefused(const std::string& text, const std::string& error,
                      const std::string& status = "exit 255") {
     SCOPED_TRACE(text.substr(0, 300));
@@ -59,7 +59,7 @@ TEST_F(JobFile, ThatMayNotBeReadIsRefused) {
                "exit 255");
 }
 
-TEST_F(JobFile, ThatIsNestedTooDeepIsRefused) {
+TEST_F(JobFile, ThatIsNestedTooDeeplyIsRefused) {
   std::string text;
   for (int i = 0; i < 1000000; ++i) text += "<a>";
   expectRefused(text, couldNotLoad("Elements nested too deep."));
@@ -180,7 +180,7 @@ TEST_F(JobFile, GivesTasksAndParametersByTheirPlace) {
 }
 
 // A value before its name is ignored, so the next one gets the first number.
-TEST_F(JobFile, MovesValuesUpWhereOneIsMissing) {
+TEST_F(JobFile, MovesValuesUpIfOneIsMissing) {
   folder_.write("job.xml",
                 job("<Arguments>{/bin/echo %jp1}</Arguments><uid>" + std::to_string(getuid()) +
                         "</uid><gid>" + std::to_string(getgid()) + "</gid>",

@@ -80,7 +80,7 @@ TEST_F(LaunchOrder, SplitsWhatWasFilledIn) {
   EXPECT_EQ(modeOf(bin_ + "a"), 0755);
 }
 
-TEST_F(LaunchOrder, KeepsToTheTasksBeforeOneThatCannotBeFilledIn) {
+TEST_F(LaunchOrder, HasRunTheTasksBeforeOneThatCannotBeFilledIn) {
   job_.arguments = "/bin/mkdir made%tn %tp1%tp1%tp1";
   job_.tasks = {"x", std::string(1999, 'y'), "z"};
   write(job_);
@@ -113,7 +113,7 @@ TEST_F(LaunchOrder, LooksAtTheGroupBeforeTheUser) {
 }
 
 // A number beyond 64 bits sets errno, long before the group is used.
-TEST_F(LaunchOrder, TakesNoOlderErrorForTheReason) {
+TEST_F(LaunchOrder, DoesNotReportAnOlderErrorAsTheReason) {
   job_.set("TaskTimeout", "99999999999999999999").remove("gid");
   job_.arguments = "/bin/true";
   write(job_);
@@ -140,7 +140,7 @@ TEST_F(LaunchOrder, FindsARelativeProgramInTheRunFolder) {
 }
 
 // Neither the shell for chmod nor the splitting into words supports quotes around the folder.
-TEST_F(LaunchOrder, TakesAFolderWithASpaceApart) {
+TEST_F(LaunchOrder, SplitsAFolderWithASpace) {
   folder_.write("a", script_, 0600);
   folder_.makeFolder("b");
   folder_.write("b/render", script_, 0600);
@@ -183,7 +183,7 @@ class LaunchOrderOfRoot : public LaunchOrder {
     job_.arguments = "/bin/true x";
   }
 
-  static void dropFromTheProgramToBe(int capability) {
+  static void dropFromNextProgram(int capability) {
     if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) _exit(95);
   }
 
@@ -199,10 +199,10 @@ TEST_F(LaunchOrderOfRoot, EndsAsTheUserAndGroupOfTheJob) {
   EXPECT_EQ(idsAtTheEnd(result, "Gid"), fourTimes(otherId));
 }
 
-TEST_F(LaunchOrderOfRoot, EndsWithTheGroupWhereTheUserIsRefused) {
+TEST_F(LaunchOrderOfRoot, EndsWithTheGroupIfTheUserIsRefused) {
   write(job_);
   ProcessOptions options = adapter(newTask());
-  options.prepare = [] { dropFromTheProgramToBe(CAP_SETUID); };
+  options.prepare = [] { dropFromNextProgram(CAP_SETUID); };
   const ProcessResult result = runProcess(options);
   expectResult(result, calling("/bin/true x", work_),
                "Cannot set uid 65534: Operation not permitted", "exit 255");
@@ -210,7 +210,7 @@ TEST_F(LaunchOrderOfRoot, EndsWithTheGroupWhereTheUserIsRefused) {
   EXPECT_EQ(idsAtTheEnd(result, "Gid"), fourTimes(otherId));
 }
 
-TEST_F(LaunchOrderOfRoot, EndsWithTheGroupWhereTheUserIsMissing) {
+TEST_F(LaunchOrderOfRoot, EndsWithTheGroupIfTheUserIsMissing) {
   job_.remove("uid");
   write(job_);
   const ProcessResult result = run(newTask());
@@ -219,10 +219,10 @@ TEST_F(LaunchOrderOfRoot, EndsWithTheGroupWhereTheUserIsMissing) {
   EXPECT_EQ(idsAtTheEnd(result, "Gid"), fourTimes(otherId));
 }
 
-TEST_F(LaunchOrderOfRoot, EndsUnchangedWhereTheGroupIsRefused) {
+TEST_F(LaunchOrderOfRoot, EndsUnchangedIfTheGroupIsRefused) {
   write(job_);
   ProcessOptions options = adapter(newTask());
-  options.prepare = [] { dropFromTheProgramToBe(CAP_SETGID); };
+  options.prepare = [] { dropFromNextProgram(CAP_SETGID); };
   const ProcessResult result = runProcess(options);
   expectResult(result, calling("/bin/true x", work_),
                "Cannot set gid 65534: Operation not permitted", "exit 255");
@@ -342,7 +342,7 @@ TEST_F(UserDatabase, DoesNotKnowOtherNames) {
   }
 }
 
-TEST_F(UserDatabase, MayHoldAnIdThatIsNone) {
+TEST_F(UserDatabase, MayHoldAnInvalidId) {
   const ProcessResult result = runAs("nowhere", "nowhere:x:4294967295:100::/:/bin/sh\n");
   expectResult(result, calling("/bin/true x", work_), "Cannot set uid -1: No such user",
                "exit 255");

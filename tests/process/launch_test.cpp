@@ -157,7 +157,7 @@ TEST_F(Launch, ReportsTheChildsIdToTheServer) {
 
 TEST_F(Launch, ReportsToTheServerWhileTheChildRuns) {
   Job job;
-  // Ends at the latest with the test, when the job file is removed.
+  // The task ends with the test at the latest, when the job file is removed.
   job.arguments = "/bin/sh -c \"while [ -e job.xml -a ! -e go ]; do sleep 0.02; done; echo gone\"";
   write(job);
   Process process(adapter(newTask()));
@@ -257,14 +257,14 @@ TEST_F(Launch, ContinuesAfterATaskThatFails) {
                "exit 0");
 }
 
-TEST_F(Launch, SaysNothingOfDeathByASignal) {
+TEST_F(Launch, DoesNotReportDeathByASignal) {
   for (const char* signal : {"HUP", "INT", "QUIT", "ILL", "ABRT", "KILL", "SEGV", "PIPE", "TERM"}) {
     const std::string command = std::string("/bin/sh -c \"kill -").append(signal).append(" $$\"");
     expectResult(runCommand(command), calling(command, folder()) + processStarted, "", "exit 0");
   }
 }
 
-TEST_F(Launch, WaitsForAChildThatIsStoppedAndGoesOn) {
+TEST_F(Launch, WaitsForAChildThatIsStoppedAndContinued) {
   const std::string command =
       "/bin/sh -c \"(sleep 0.1; kill -CONT $$) & kill -STOP $$; wait; exit 4\"";
   expectResult(runCommand(command), calling(command, folder()) + processStarted,
@@ -356,7 +356,7 @@ TEST_F(ApplicationPath, PrependsItsFolderAndMakesTheProgramExecutable) {
   EXPECT_EQ(modeOf(bin_ + "tool"), -1);
 }
 
-TEST_F(ApplicationPath, MayBeAFolderAlone) {
+TEST_F(ApplicationPath, MayBeOnlyAFolder) {
   folder_.write("bin/render", script_, 0600);
   expectResult(runWith(bin_, "render "),
                calling(bin_ + "render ", folder()) + processStarted + "ran\n", "", "exit 0");
@@ -369,7 +369,7 @@ TEST_F(ApplicationPath, WithoutAFolderMakesTheProgramInTheRunFolderExecutable) {
   EXPECT_EQ(modeOf(folder_.file("render")), 0755);
 }
 
-TEST_F(ApplicationPath, MeetsItsFolderWhereTheLineBeginsWithASpace) {
+TEST_F(ApplicationPath, RunsItsFolderIfTheLineBeginsWithASpace) {
   const std::string tools = folder_.makeFolder("tools", 0700) + "/";
   const ProcessResult result = runWith(tools + "tool", " render -x");
   EXPECT_EQ(modeOf(tools), 0755);
@@ -391,7 +391,7 @@ TEST_F(ApplicationPath, NotGivenRunsNoChmod) {
   EXPECT_EQ(modeOf(program), 0600);
 }
 
-TEST_F(ApplicationPath, EndsTheProcessWhereTheLineHasNoSpace) {
+TEST_F(ApplicationPath, EndsTheProcessIfTheLineHasNoSpace) {
   folder_.write("bin/render", script_, 0600);
   expectResult(runWith(bin_ + "tool", "render"), "",
                terminateText("std::out_of_range",
@@ -466,7 +466,7 @@ TEST_F(Faults, InterruptedWaitIsNotRetried) {
                "Wait Error:Interrupted system call\n", "exit 0");
 }
 
-TEST_F(Faults, OnATerminalTheLinesGoOutAtOnce) {
+TEST_F(Faults, OnATerminalTheLinesAreWrittenAtOnce) {
   // Standard output and standard error on one terminal: line buffering shows the order, and leaves
   // nothing for a failing child to write again.
   const int terminal = posix_openpt(O_RDWR | O_NOCTTY);

@@ -37,7 +37,7 @@ TEST_F(Options, ForTheLogAndTheDataAreAcceptedAndNotUsed) {
 }
 
 // getopt names the program by argv[0], whatever the adapter's own name is.
-TEST_F(Options, ThatAreWrongAreReportedUnderTheNameOfTheStart) {
+TEST_F(Options, ThatAreInvalidAreReportedUnderTheNameInArgv) {
   const std::string program = "tools/render-adapter";
   const struct {
     std::vector<std::string> arguments;
@@ -62,7 +62,7 @@ TEST_F(Options, ThatAreWrongAreReportedUnderTheNameOfTheStart) {
   }
 }
 
-// With a count of 3, from the first number on, which may be before the first task.
+// The range has three tasks and may begin before the first task of the job.
 TEST_F(Options, ForNumbersTakeTheLeadingDigitsAndTheLow32Bits) {
   const struct {
     const char* first;
@@ -99,7 +99,7 @@ TEST_F(Options, ForNumbersTakeTheLeadingDigitsAndTheLow32Bits) {
 }
 
 // The status is that of the request, not of writing the reply.
-TEST_F(Options, SucceedWhereTheReplyCannotBeWritten) {
+TEST_F(Options, SucceedIfTheReplyCannotBeWritten) {
   ProcessOptions options = adapter({"-o", "GetInfo"});
   options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
   expectResult(runProcess(options), "", "", "exit 0");

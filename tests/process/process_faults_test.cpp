@@ -145,7 +145,7 @@ TEST_F(IgnoredChildren, AreWaitedForInSequence) {
   EXPECT_EQ(readFile(folder_.file("ended")), "1\n2\n3\n");
 }
 
-TEST_F(IgnoredChildren, KeepNeitherTheChmodNorTheReportBack) {
+TEST_F(IgnoredChildren, PreventNeitherTheChmodNorTheReport) {
   folder_.write("script", "#!/bin/sh\nexit 3\n", 0600);
   Job job;
   job.arguments = "script x";
@@ -238,7 +238,7 @@ TEST_F(EndOfTheChild, IsWaitedForAcrossAStop) {
 }
 
 // The server sees the end of the adapter although not the end of its output.
-TEST_F(EndOfTheChild, IsTheEndAlsoWhereAProcessItLeftHoldsTheOutput) {
+TEST_F(EndOfTheChild, IsTheEndEvenIfAProcessItLeftHoldsTheOutput) {
   script("script", "(" + until("go") + "; echo late) & echo $! >left; exit 5");
   Job job;
   job.arguments = "./script x";
@@ -281,7 +281,7 @@ class SignalDuringTheWait : public FaultTest {
     return calling(std::string("./script ") + number, folder()) + processStarted;
   }
 
-  // Both tasks run to their end as if there had been no signal.
+  // Asserts that both tasks run to their end as if there had been no signal.
   void expectUndisturbed(Process* process) {
     folder_.write("go", "");
     expectResult(process->finish(), line("1") + line("2"), exitCodeLine(7) + exitCodeLine(7),
@@ -384,7 +384,7 @@ TEST_F(SignalDuringTheWait, ThatTheStarterIgnoresOrBlocksDoesNothing) {
 }
 
 // Signals whose default is to be ignored do not interrupt the wait either.
-TEST_F(SignalDuringTheWait, WithoutAnEffectIsNone) {
+TEST_F(SignalDuringTheWait, WithoutAnEffectInterruptsNothing) {
   Process process(options_);
   ASSERT_NE(childWaitedFor(&process), -1);
   for (const int signal : {SIGCHLD, SIGCONT, SIGURG, SIGWINCH}) kill(process.pid(), signal);
@@ -442,7 +442,7 @@ TEST_F(SignalState, OfTheTaskIsTheStarters) {
 }
 
 // A blocked SIGCHLD does not affect the wait.
-TEST_F(SignalState, WithSigchldBlockedIsNoMatterForTheWait) {
+TEST_F(SignalState, WithSigchldBlockedDoesNotAffectTheWait) {
   Job job;
   job.arguments = "/bin/sh -c \"exit 6\"";
   write(job);

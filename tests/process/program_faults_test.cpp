@@ -111,7 +111,7 @@ TEST_F(RunFolder, ThatThePreviousTaskRemovedEndsTheRequest) {
 }
 
 // The job has been read; its own folder, the default, is removed along with the file.
-TEST_F(RunFolder, OfTheJobFileMayGoAwayWithIt) {
+TEST_F(RunFolder, OfTheJobFileMayDisappearWithIt) {
   const std::string jobs = folder_.makeFolder("jobs");
   Job job;
   job.arguments = "/bin/rm -r " + jobs;
@@ -125,7 +125,8 @@ TEST_F(RunFolder, OfTheJobFileMayGoAwayWithIt) {
 
 class Program : public FaultTest {
  protected:
-  // With standard error redirected or not, the report reaches the adapter's own.
+  // Asserts that the report reaches the adapter's standard error, whether that of the task is
+  // redirected or not.
   void expectNoneExecutes(const ProcessOptions& options, Job job, const std::string& command,
                           const std::string& reason) {
     for (const char* redirect : {"yes", "no"}) {
@@ -142,7 +143,7 @@ class Program : public FaultTest {
   }
 
   // The first task of the job whose command is `command`, with this PATH.
-  ProcessResult runAlong(const std::string& searchPath, const std::string& command) {
+  ProcessResult runWithPath(const std::string& searchPath, const std::string& command) {
     Job job;
     job.arguments = command;
     write(job);
@@ -172,7 +173,7 @@ TEST_F(Program, WithoutAUsableInterpreterIsReported) {
   }
 }
 
-TEST_F(Program, ThatIsNoProgramFileIsReported) {
+TEST_F(Program, ThatIsNotAProgramFileIsReported) {
   ASSERT_EQ(symlink("loop", folder_.file("loop").c_str()), 0);
   ASSERT_EQ(symlink("nowhere", folder_.file("dangling").c_str()), 0);
   ASSERT_EQ(mkfifo(folder_.file("pipe").c_str(), 0755), 0);
@@ -197,13 +198,13 @@ TEST_F(Program, ThatIsNoProgramFileIsReported) {
 }
 
 // execvp passes files of unknown format to the shell, as scripts.
-TEST_F(Program, OfNoKnownFormatIsRunByTheShell) {
+TEST_F(Program, OfUnknownFormatIsRunByTheShell) {
   folder_.write("script", "echo \"$0|$1|$2|$#\"\nexit 3\n", 0755);
   const std::string command = "./script \"a b\" c";
   expectResult(runCommand(command),
                calling(command, folder()) + processStarted + "./script|a b|c|2\n", exitCodeLine(3),
                "exit 0");
-  expectResult(runAlong(folder() + ":/bin", "script x"),
+  expectResult(runWithPath(folder() + ":/bin", "script x"),
                calling("script x", folder()) + processStarted + folder_.file("script") + "|x||1\n",
                exitCodeLine(3), "exit 0");
   folder_.write("empty", "", 0755);
@@ -211,23 +212,24 @@ TEST_F(Program, OfNoKnownFormatIsRunByTheShell) {
                "exit 0");
 }
 
-TEST_F(Program, IsLookedForInAllOfThePath) {
+TEST_F(Program, IsSearchedForAlongTheWholePath) {
   const std::string closed = folder_.makeFolder("closed");
   folder_.write("closed/tool", "#!/bin/sh\nexit 0\n", 0644);
   const std::string good = folder_.makeFolder("good");
   folder_.write("good/tool", "#!/bin/sh\necho found\n", 0755);
   const std::string found = calling("tool x", folder()) + processStarted + "found\n";
   const std::string file = folder_.write("file", "");
-  expectResult(runAlong(closed + ":" + good, "tool x"), found, "", "exit 0");
-  expectResult(runAlong("/nowhere:" + file + ":" + good, "tool x"), found, "", "exit 0");
+  expectResult(runWithPath(closed + ":" + good, "tool x"), found, "", "exit 0");
+  expectResult(runWithPath("/nowhere:" + file + ":" + good, "tool x"), found, "", "exit 0");
   // An empty folder name means the run folder.
   folder_.write("tool", "#!/bin/sh\necho found\n", 0755);
-  expectResult(runAlong("/nowhere:", "tool x"), found, "", "exit 0");
+  expectResult(runWithPath("/nowhere:", "tool x"), found, "", "exit 0");
   // If a program was found but could not be executed, that is reported even if the search
   // continued; otherwise the last reason is.
-  expectNotExecuted(runAlong(closed + ":/nowhere", "tool x"), "tool x", "Permission denied");
-  expectNotExecuted(runAlong(file + ":/nowhere", "tool x"), "tool x", "No such file or directory");
-  expectNotExecuted(runAlong("/nowhere:" + file, "tool x"), "tool x", "Not a directory");
+  expectNotExecuted(runWithPath(closed + ":/nowhere", "tool x"), "tool x", "Permission denied");
+  expectNotExecuted(runWithPath(file + ":/nowhere", "tool x"), "tool x",
+                    "No such file or directory");
+  expectNotExecuted(runWithPath("/nowhere:" + file, "tool x"), "tool x", "Not a directory");
 }
 
 TEST_F(Program, ThatIsBeingWrittenIsReported) {
@@ -267,7 +269,7 @@ TEST_F(Program, WithMoreArgumentsThanTheSystemTakesIsReported) {
                "exit 0");
 }
 
-TEST_F(Program, WhereNothingMayBeExecutedIsReported) {
+TEST_F(Program, OnANoexecMountIsReported) {
   REQUIRE_ROOT();
   REQUIRE_MOUNTS();
   script("script", "exit 0");

@@ -19,7 +19,7 @@ class Rights : public AdapterTest {
     job_.arguments = "/bin/echo ran";
   }
 
-  // The "Calling" line is printed before the rights are taken; nothing is started.
+  // Asserts that nothing is started. The "Calling" line is printed before the rights are taken.
   void expectNotStarted(const ProcessResult& result, const std::string& error) const {
     expectResult(result, calling("/bin/echo ran", folder()), error, "exit 255");
   }
@@ -82,12 +82,12 @@ TEST_F(Rights, LookTheUserUpOnceInARequest) {
   expectResult(runWithFault("one-lookup", 2), lines + lines, "", "exit 0");
 }
 
-TEST_F(Rights, IgnoreTheUserNameWhereThereIsAnId) {
+TEST_F(Rights, IgnoreTheUserNameIfThereIsAnId) {
   write(job_);
   expectRan(runAs("no such user at all"));
 }
 
-TEST_F(Rights, TellOfAnUnknownUser) {
+TEST_F(Rights, ReportAnUnknownUser) {
   job_.remove("uid");
   write(job_);
   const char* name = "no such user at all";
@@ -98,7 +98,7 @@ TEST_F(Rights, TellOfAnUnknownUser) {
                    std::string("Cannot obtain info for user ").append(name).append(":") + reason);
 }
 
-TEST_F(Rights, TellWhyALookupFails) {
+TEST_F(Rights, ReportWhyALookupFails) {
   job_.remove("uid");
   write(job_);
   expectNotStarted(runWithFault("user-database"),
@@ -223,7 +223,7 @@ TEST_F(RightsOfRoot, TakeTheUserFromItsNameAndTheGroupFromTheJob) {
   EXPECT_EQ(reported["Gid:"], Strings{fourTimes(100)});
 }
 
-TEST_F(RightsOfRoot, HoldForAllTasksOfARequest) {
+TEST_F(RightsOfRoot, ApplyToAllTasksOfARequest) {
   job_.arguments = probe_ + " report%tn";
   job_.tasks.assign(3, "t");
   write(job_);
@@ -259,7 +259,7 @@ TEST_F(RightsOfRoot, GiveFilesTheirOwnerGroupAndMode) {
   }
 }
 
-TEST_F(RightsOfRoot, DoNotYetHoldForTheChmod) {
+TEST_F(RightsOfRoot, DoNotYetApplyToTheChmod) {
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render", "#!/bin/sh\necho ran as $(id -u)\n", 0600);
   // Through the shell, root creates a file in the run folder; the mask is still the starter's.

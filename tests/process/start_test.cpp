@@ -56,7 +56,7 @@ TEST_F(Start, FailsWithTwoLinesWithoutAnOpcode) {
   }
 }
 
-TEST_F(Start, LeavesWrongOptionsToGetopt) {
+TEST_F(Start, LeavesInvalidOptionsToGetopt) {
   expectResult(run({"-x", "5", "-o", "GetInfo"}), infoReply("Command Line Tool"),
                adapterPath + ": invalid option -- 'x'\n", "exit 0");
   expectResult(run({"-o", "ShutDown", "-j"}), "",
@@ -85,7 +85,7 @@ TEST_F(Requests, SomeSucceedAndDoNothing) {
   }
 }
 
-TEST_F(Requests, UnknownOnesFailWithoutAWord) {
+TEST_F(Requests, UnknownOnesFailWithoutAMessage) {
   for (const char* opcode : {"getinfo", "GETINFO", "GetInfo ", " GetInfo", "GetInfoX", "GetInf",
                              "newTask", "Pingtask", "Shutdown", "x"}) {
     SCOPED_TRACE(opcode);
@@ -93,7 +93,7 @@ TEST_F(Requests, UnknownOnesFailWithoutAWord) {
   }
 }
 
-TEST_F(Requests, FailWithoutAWordForAMissingJobFileName) {
+TEST_F(Requests, FailWithoutAMessageIfTheJobFileNameIsMissing) {
   for (const char* opcode : {"NewTask", "PingTask"}) {
     SCOPED_TRACE(opcode);
     expectResult(run({"-o", opcode, "-s", "1"}), "", "", "exit 255");

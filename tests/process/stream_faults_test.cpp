@@ -204,7 +204,7 @@ TEST_F(BrokenStreams, AreWhatTheTaskGets) {
 }
 
 // Every request, with no open descriptors.
-TEST_F(BrokenStreams, AllClosedLeaveTheStatus) {
+TEST_F(BrokenStreams, AllClosedDoNotChangeTheStatus) {
   const std::string text = twoTasks("/bin/mkdir made%tn").text();
   folder_.write("job.xml", text);
   const struct {
@@ -230,7 +230,7 @@ TEST_F(BrokenStreams, AllClosedLeaveTheStatus) {
 
 // The child's report goes to its standard error: if both are joined and the old one could not be
 // kept, to standard output, and the "Calling" line of its buffer goes to its standard output.
-TEST_F(BrokenStreams, CarryTheReportOfAMissingProgramAsFarAsTheyCan) {
+TEST_F(BrokenStreams, CarryTheReportOfAMissingProgramIfTheyCan) {
   const std::string line = calling("./missing x", folder());
   const std::string report = cannotExecute("./missing x", "No such file or directory");
   const std::string code = exitCodeLine(-127);
@@ -277,7 +277,7 @@ class FewDescriptors : public FaultTest {
   }
 };
 
-TEST_F(FewDescriptors, AreEnoughFromTheFourthOn) {
+TEST_F(FewDescriptors, AreEnoughIfThereAreFour) {
   Job job;
   job.arguments = "/bin/echo ran %tn";
   job.tasks.assign(2, "t");
@@ -298,7 +298,7 @@ TEST_F(FewDescriptors, AreEnoughFromTheFourthOn) {
   }
 }
 
-// With three there is none for a job file.
+// With a limit of three there is none for a job file.
 TEST_F(FewDescriptors, WithoutOneToSpareLoadNoJob) {
   write(Job());
   const std::string error = "Runlet adapter: Could not load parameter file " + jobFile_ +

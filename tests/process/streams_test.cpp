@@ -100,7 +100,7 @@ TEST_F(Streams, HoldTheCallingLineTwiceForAFolderAsTheProgram) {
   EXPECT_EQ(modeOf(bin), 0755);
 }
 
-// For a later task that does run, nothing is left of the earlier ones.
+// A later task that does run repeats nothing of the failed one.
 TEST_F(Streams, HoldNothingTwiceAfterAFailedTask) {
   folder_.write("2", "#!/bin/sh\nexit 0\n", 0755);
   Job job;
@@ -118,7 +118,7 @@ TEST_F(Streams, HoldNothingTwiceAfterAFailedTask) {
 }
 
 // The "Calling" line stays in the buffer while chmod runs, and is written with the next line.
-TEST_F(Streams, KeepTheCallingLineBackUntilTheProcessIsStarted) {
+TEST_F(Streams, HoldTheCallingLineBackUntilTheProcessIsStarted) {
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render;echo", "#!/bin/sh\nexit 0\n", 0755);
   Job job;

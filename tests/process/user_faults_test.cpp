@@ -81,7 +81,7 @@ TEST_F(BrokenUserDatabase, IsReportedWithItsReason) {
       "Permission denied");
 }
 
-TEST_F(BrokenUserDatabase, MayBeEmptyOrHoldNothingOfUse) {
+TEST_F(BrokenUserDatabase, MayBeEmptyOrUseless) {
   expectLookupFails([] { makeFile("/etc/passwd", "", 0644); }, "No such user");
   expectLookupFails([] { makeFile("/etc/passwd", "no entry\nartist\nartist:x\n", 0644); },
                     "No such user");
@@ -90,14 +90,14 @@ TEST_F(BrokenUserDatabase, MayBeEmptyOrHoldNothingOfUse) {
 }
 
 // The same system with a valid database.
-TEST_F(BrokenUserDatabase, IsNotTakenForAGoodOne) {
+TEST_F(BrokenUserDatabase, StartsTheTaskOnceItIsValid) {
   expectResult(runWith([] { makeFile("/etc/passwd", artist, 0644); }),
                calling("/bin/mkdir made", folder()) + processStarted, "", "exit 0");
   EXPECT_EQ(files(), (Strings{"job.xml", "made"}));
 }
 
 // Without the file a lookup would fail, but with an id there is no lookup.
-TEST_F(BrokenUserDatabase, IsNoMatterForAJobWithAnId) {
+TEST_F(BrokenUserDatabase, DoesNotAffectAJobWithAnId) {
   write(job_.set("uid", "0"));
   expectResult(runWith([] {}), calling("/bin/mkdir made", folder()) + processStarted, "", "exit 0");
 }
@@ -111,7 +111,7 @@ void overwrite(const char* path, const std::string& text) {
 }
 
 // A user namespace in which root is the only user and group.
-void enterWhereOnlyRootIs() {
+void enterRootOnlyNamespace() {
   orExit(unshare(CLONE_NEWUSER) == 0);
   overwrite("/proc/self/setgroups", "deny");
   overwrite("/proc/self/uid_map", "0 0 1");
@@ -120,7 +120,7 @@ void enterWhereOnlyRootIs() {
 
 // Whether user namespaces are available: not in a chroot, and not in every container. If not, a
 // simulated fault replaces them.
-bool mayEnterWhereOnlyRootIs() {
+bool mayEnterNamespace() {
   const pid_t child = fork();
   if (child == 0) _exit(unshare(CLONE_NEWUSER) == 0 ? 0 : 1);
   int status = -1;
@@ -139,9 +139,9 @@ TEST_F(RefusedIds, AreReportedWithTheSystemsReason) {
       {"-2", "0", "Cannot set uid -2: Invalid argument"},
   };
   ProcessOptions options = withFault("only-root", newTask(1, 2));
-  if (mayEnterWhereOnlyRootIs()) {
+  if (mayEnterNamespace()) {
     options = adapter(newTask(1, 2));
-    options.prepare = enterWhereOnlyRootIs;
+    options.prepare = enterRootOnlyNamespace;
   }
   Job job;
   job.arguments = "/bin/mkdir made%tn";

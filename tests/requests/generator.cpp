@@ -32,7 +32,7 @@ std::string asReference(char c, bool inHex) {
 }
 
 // A comment whose text is the name of the element.
-std::string namesake(const std::string& element) {
+std::string commentNamedLike(const std::string& element) {
   const std::size_t start = std::min(element.find('<'), element.size() - 1) + 1;
   return "<!--" + element.substr(start, element.find_first_of(" />", start) - start) + "-->";
 }
@@ -269,8 +269,8 @@ std::string Generator::jobText() {
   const std::size_t at = random_.below(parts.size() + 1);
   parts.insert(parts.begin() + static_cast<std::ptrdiff_t>(at), lists[0]);
   for (std::size_t i = 1; i < lists.size(); ++i) {
-    const std::size_t behind = at + i + random_.below(parts.size() - at - i + 1);
-    parts.insert(parts.begin() + static_cast<std::ptrdiff_t>(behind), lists[i]);
+    const std::size_t position = at + i + random_.below(parts.size() - at - i + 1);
+    parts.insert(parts.begin() + static_cast<std::ptrdiff_t>(position), lists[i]);
   }
   disturbStructure(&parts);
   std::string content;
@@ -302,7 +302,7 @@ void Generator::disturbStructure(std::vector<std::string>* parts) {
     } else if (kind == 2) {
       std::swap(*place, (*parts)[random_.below(parts->size())]);
     } else {
-      const std::string other = random_.chance(30) ? noise() : namesake(*place);
+      const std::string other = random_.chance(30) ? noise() : commentNamedLike(*place);
       parts->insert(place + (random_.chance(25) ? 1 : 0), other);
     }
   }

@@ -45,7 +45,7 @@ std::size_t lengthOf(TextKind kind, Random* random) {
 
 // Inserts characters that are special to the file, the fields or the words. Spaces are never
 // adjacent, since the XML library condenses them.
-void season(std::string* text, Random* random) {
+void addSpecialCharacters(std::string* text, Random* random) {
   static const std::string special = " \t\t&<>\"'{}%";
   const std::size_t count = random->below(2 + text->size() / 64);
   for (std::size_t i = 0; i < count; ++i) {
@@ -62,11 +62,11 @@ std::string textOf(std::size_t number, std::size_t length, const LargeShape& sha
   // Texts above 1999 bytes are reported as too long.
   std::string text =
       numberedText(number, shape.isClean ? std::min(length, longestLookup - 1) : length);
-  if (!shape.isClean) season(&text, random);
+  if (!shape.isClean) addSpecialCharacters(&text, random);
   return text;
 }
 
-// In runs, since files are large and some builds are slow.
+// Copies whole runs of characters, since files are large and some builds are slow.
 std::string escapedXml(const std::string& text) {
   std::string out;
   std::size_t at = 0;

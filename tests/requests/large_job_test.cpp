@@ -45,7 +45,7 @@ std::uint64_t setting(const char* name, std::uint64_t usual) {
   return text == nullptr ? usual : std::strtoull(text, nullptr, 10);
 }
 
-// As for -s and -n.
+// The values of -s and -n.
 struct Range {
   std::size_t first;
   std::size_t count;
@@ -58,7 +58,7 @@ struct RequestOutcome {
   std::string record;
 };
 
-// As the children write it.
+// What a child writes for these arguments.
 std::string recordOf(const Strings& arguments) {
   std::string record = std::to_string(arguments.size()) + '\0';
   for (const std::string& argument : arguments) record += argument + '\0';
@@ -130,8 +130,8 @@ class LargeJobTest : public testing::Test {
     return startOf(name, seed_, number);
   }
 
-  // Gives the job this folder and the caller's rights.
-  void settle(LargeJob* job) const {
+  // Makes it a job of the caller in the folder of the test.
+  void setFolderAndOwner(LargeJob* job) const {
     job->folder = folder_.path();
     job->uid = geteuid();
     job->gid = getegid();
@@ -186,7 +186,7 @@ class LargeJobTest : public testing::Test {
   void tryJob(const LargeShape& shape, Random* random, std::uint64_t number) {
     number_ = number;
     LargeJob job = makeLargeJob(random, shape);
-    settle(&job);
+    setFolderAndOwner(&job);
     readBack(job, random);
   }
 
@@ -272,7 +272,7 @@ TEST_F(LargeJobEnd, RightAfterAPageBorderIsReadBack) {
   LargeJob job;
   job.lists.taskList.assign(500, std::string(55, 'x'));
   job.lists.taskList.insert(job.lists.taskList.begin(), std::string(624, 'F'));
-  settle(&job);
+  setFolderAndOwner(&job);
   tryRequests(job, "./task %tp1", {{500, 2}, {501, 1}});
 }
 
@@ -281,7 +281,7 @@ TEST_F(LargeJobEnd, OfAllTasksAndParametersIsReadBack) {
   job.lists.taskList = evenTexts(700, 300);
   job.lists.paramValues = evenTexts(700, 300);
   job.lists.paramNames.assign(301, "name");
-  settle(&job);
+  setFolderAndOwner(&job);
   tryRequests(job, "./task %tp1 %jp301 %jp300", {{300, 2}});
 }
 
@@ -294,7 +294,7 @@ TEST_F(LargeRequestModel, HoldsWhereverTheLastTaskEnds) {
   for (std::size_t step = 0; step < 256; ++step) {
     LargeJob job;
     job.lists.taskList = evenTexts(16 + 16 * step, 500);
-    settle(&job);
+    setFolderAndOwner(&job);
     tryRequests(job, "./task %tp1", {{500, 2}});
   }
   EXPECT_EQ(requests_, 256U);
@@ -306,7 +306,7 @@ TEST_F(LargeRequestModel, HoldsWhereverTheLastValueEnds) {
     job.lists.taskList = {"task"};
     job.lists.paramValues = evenTexts(16 + 16 * step, 400);
     for (std::size_t i = 0; i <= 400; ++i) job.lists.paramNames.push_back(std::to_string(i));
-    settle(&job);
+    setFolderAndOwner(&job);
     tryRequests(job, "./task %tp1 %jp401 %jp400", {{1, 1}});
   }
   EXPECT_EQ(requests_, 256U);
@@ -318,7 +318,7 @@ TEST_F(LargeRequestModel, HoldsForEveryLengthOfTheLastTask) {
     LargeJob job;
     job.lists.taskList = evenTexts(16 + 16 * (length % 10), 600);
     job.lists.taskList.push_back(numberedText(602, length));
-    settle(&job);
+    setFolderAndOwner(&job);
     tryRequests(job, "./task \"%tp1\" %tn", {{601, 2}});
   }
   EXPECT_EQ(requests_, 160U);
@@ -334,7 +334,7 @@ TEST_F(LargeRequestModel, HoldsAroundThresholdsOfTheFileSize) {
       shape.tasks = TextKind::mixed;
       shape.parameters = size < (16 << 10) ? 5 : 20;
       LargeJob job = makeLargeJob(&random, shape);
-      settle(&job);
+      setFolderAndOwner(&job);
       ASSERT_EQ(fileOf(job, patternsFor(job, program)[0]).size(), size);
       readBack(job, &random);
     }
@@ -354,7 +354,7 @@ TEST_F(LargeRequestModel, HoldsAroundThresholdsOfTheTexts) {
       job.lists.paramNames.push_back(numberedText(length, std::min<std::size_t>(length, 4097)));
       job.lists.paramValues.push_back(numberedText(length + 3, length));
     }
-    settle(&job);
+    setFolderAndOwner(&job);
     for (const std::string& pattern : patternsFor(job, program)) {
       tryRequests(job, pattern, {{1, 3}});
     }
@@ -375,7 +375,7 @@ TEST_F(LargeRequestModel, HoldsAroundTheLimitOfAnExpansion) {
     for (std::size_t length = 1985; length <= 1994; ++length) {
       job.lists.taskList.push_back(numberedText(length, length));
     }
-    settle(&job);
+    setFolderAndOwner(&job);
     tryRequests(job, "./task %jp1 %tp1", {{first, 10}});
     tryRequests(job, "./task %tp1 %jp1", {{1, 2}});
     EXPECT_EQ(predict(job, "./task %jp1 %tp1", {first, 10}).status, "exit 255");

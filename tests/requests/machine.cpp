@@ -94,7 +94,7 @@ int Machine::step(const Identity& who, const std::string& component, std::string
   if (entries_.count(*path) == 1) return 0;
   struct stat ignored {};
   const bool isOurs = path->rfind(folder_ + "/", 0) == 0;
-  if (!isOurs && lstat(path->c_str(), &ignored) == 0) throw Beyond("knows nothing of " + *path);
+  if (!isOurs && lstat(path->c_str(), &ignored) == 0) throw NotCovered("unknown path " + *path);
   return ENOENT;
 }
 
@@ -147,7 +147,7 @@ std::string Machine::makeExecutable(const Identity& who, const std::string& curr
   if (place.error != 0) {
     return chmodName() + ": cannot access '" + path + "': " + std::strerror(place.error) + "\n";
   }
-  if (place.path.rfind(folder_, 0) != 0) throw Beyond("changes no mode outside the folder");
+  if (place.path.rfind(folder_, 0) != 0) throw NotCovered("chmod outside the folder");
   if (who.uid != 0 && who.uid != owner_) {
     return chmodName() + ": changing permissions of '" + path + "': " + std::strerror(EPERM) + "\n";
   }

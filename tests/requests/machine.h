@@ -12,7 +12,7 @@
 namespace runlet_model {
 
 // Thrown for anything that the model does not cover, such as programs outside the test's folder.
-struct Beyond : std::runtime_error {
+struct NotCovered : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 

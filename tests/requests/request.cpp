@@ -137,7 +137,7 @@ class Run {
     }
     const Entry& entry = machine_.at(place.path);
     if (entry.kind == EntryKind::folder) throw Refused{couldNotLoad(name, "Is a directory")};
-    if (entry.kind == EntryKind::recorder) throw Beyond("a program as a job file");
+    if (entry.kind == EntryKind::recorder) throw NotCovered("a program as a job file");
     job_ = loadJob(entry.text, name, request_.scratchFile);
     if (job_.lists.paramNames.size() > job_.lists.paramValues.size()) mark("fewer values");
   }
@@ -209,7 +209,7 @@ class Run {
   }
 
   void makeExecutable(const std::string& program) {
-    if (!isPlain(program)) throw Beyond("what a shell makes of " + program);
+    if (!isPlain(program)) throw NotCovered("special to a shell: " + program);
     const std::string message = machine_.makeExecutable(identity_, folder_, program);
     mark(message.empty() ? "made executable" : "chmod failed");
     say(message);
@@ -279,7 +279,7 @@ class Run {
       code = runScript(machine_.at(program.path));
     }
     if (!output.ofChild.empty() && output.ofAdapter.size() >= outputBuffer) {
-      throw Beyond("lines that go out in pieces, between those of the child");
+      throw NotCovered("a line written in pieces, with output of the child in between");
     }
     if (code > 127) code -= 256;
     if (code == 0) return;
@@ -296,7 +296,7 @@ class Run {
   }
 
   int runScript(const Entry& entry) {
-    if (entry.text.rfind("exit ", 0) != 0) throw Beyond("a job file as a script");
+    if (entry.text.rfind("exit ", 0) != 0) throw NotCovered("a job file as a script");
     mark("script ran");
     return std::atoi(entry.text.c_str() + 5);
   }

@@ -42,7 +42,8 @@ struct Prediction {
   std::set<std::string> marks;  // names of the events that happened
 };
 
-// Changes the modes of the machine's files like the request.
+// Predicts the effects of the request. Changes the modes of the machine's files as the request
+// does.
 Prediction predict(const Request& request, Machine* machine);
 
 }  // namespace runlet_model

@@ -89,7 +89,7 @@ std::vector<std::string> idsIn(const std::string& text, const char* before) {
 constexpr char announcement[] = "processId=";
 constexpr char recordedId[] = "pid ";
 
-// Whether the tasks from `task` on can have written the rest of `text` from `at` on.
+// Whether `text`, from `at` on, can be the output of the tasks from `task` on.
 bool isPossible(const std::vector<TaskOutput>& tasks, const std::string& text, std::size_t task,
                 std::size_t at) {
   if (task == tasks.size()) return at == text.size();
@@ -189,10 +189,10 @@ class RequestModel : public testing::Test {
     const std::uint64_t first = setting("RUNLET_REQUEST_CASE", 0);
     const std::uint64_t count = isSingle ? 1 : setting("RUNLET_REQUESTS", RUNLET_USUAL_REQUESTS);
     const bool mustReach = count >= enoughRequests;
-    const auto isToGoOn = [&](std::uint64_t tried) {
+    const auto mustContinue = [&](std::uint64_t tried) {
       return tried < count || (mustReach && tried < count * mostRequests && !areReached(outcomes));
     };
-    for (std::uint64_t i = 0; isToGoOn(i) && failures_ < enoughFailures; ++i) {
+    for (std::uint64_t i = 0; mustContinue(i) && failures_ < enoughFailures; ++i) {
       tryRequest(odd, first + i);
     }
     if (std::getenv("RUNLET_REQUEST_SHOW") != nullptr) show();
@@ -242,7 +242,7 @@ class RequestModel : public testing::Test {
       const Prediction prediction = predict(
           {request.arguments, world.path(), caller, scratch_.file("scratch")}, world.machine());
       compare(request, prediction, world, number);
-    } catch (const Beyond&) {
+    } catch (const NotCovered&) {
       return false;
     }
     return true;

@@ -19,7 +19,7 @@ TEST_F(SlurmEnding, OfEveryKindIsSeenBySlurmAndReported) {
   struct Row {
     std::string command;
     std::string inSlurm;
-    std::string asTold;
+    std::string asReported;
   };
   const std::vector<Row> rows = {
       {farmTask_ + " exit:3", "FAILED 3:0", "failed with exit code 3"},
@@ -36,7 +36,7 @@ TEST_F(SlurmEnding, OfEveryKindIsSeenBySlurmAndReported) {
     commands.push_back(row.command);
     const int task = static_cast<int>(commands.size());
     const std::string log = folder_.file("job-" + std::to_string(task) + ".log");
-    if (row.asTold != "succeeded") summary += summaryOf(task, row.asTold, row.command, log);
+    if (row.asReported != "succeeded") summary += summaryOf(task, row.asReported, row.command, log);
   }
   write(jobOf(commands));
   const ProcessResult result = submit({"--wait"});
@@ -64,7 +64,7 @@ TEST_F(SlurmEnding, WithoutTheProgramLeavesTheReasonInTheLog) {
                                   " -y':Permission denied\n");
 }
 
-TEST_F(SlurmEnding, WithoutTheRunFolderIsNoneOfTheProgram) {
+TEST_F(SlurmEnding, WithoutTheRunFolderIsNotThatOfTheProgram) {
   Job job = jobOf({farmTask_});
   job.set("WorkingFolder", folder_.file("gone")).set("LogFolder", folder_.file("logs"));
   write(job);
@@ -84,7 +84,7 @@ class SlurmTimeLimit : public FarmTest {
  protected:
   SlurmTimeLimit() : FarmTest("small") {}
 
-  ProcessOptions patient(const std::vector<std::string>& arguments) const {
+  ProcessOptions patientSubmission(const std::vector<std::string>& arguments) const {
     ProcessOptions options = submission(arguments);
     options.patience = std::chrono::minutes(4);
     return options;
@@ -94,12 +94,12 @@ class SlurmTimeLimit : public FarmTest {
 TEST_F(SlurmTimeLimit, EndsATaskAndIsReported) {
   const std::string endless = farmTask_ + " sleep:200000";
   write(jobOf({farmTask_, endless, farmTask_}).set("TaskTimeout", "1").set("LogFolder", "alone"));
-  Process waiting(patient({"--wait"}));
+  Process waiting(patientSubmission({"--wait"}));
   ASSERT_TRUE(waiting.readUntil("\n"));
   // In a chunk the limit applies to each task, and is kept exactly.
   const std::string chunked = folder_.write(
       "chunked.xml", jobOf({farmTask_, endless, farmTask_}).set("TaskTimeout", "1").text());
-  ProcessOptions inChunks = patient({});
+  ProcessOptions inChunks = patientSubmission({});
   inChunks.arguments = {tool_, "submit", chunked, "--chunk", "3", "--wait"};
   Process waitingForChunks(inChunks);
 

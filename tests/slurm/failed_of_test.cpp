@@ -5,50 +5,50 @@
 namespace runlet_test {
 namespace {
 
-class SlurmFailures : public FarmTest {
+class SlurmFailedOf : public FarmTest {
  protected:
   // Submits the job and waits for its end.
-  std::string done(const std::vector<std::string>& arguments = {}) const {
+  std::string runToEnd(const std::vector<std::string>& arguments = {}) const {
     const std::string id = submittedOne(arguments);
     awaitEnd(id);
     return id;
   }
 };
 
-TEST_F(SlurmFailures, AnArrayRunsWhatFailedAndNothingElse) {
-  write(mendableJob(12, {2, 7, 11}));
-  const std::string first = done();
+TEST_F(SlurmFailedOf, AnArrayRunsWhatFailedAndNothingElse) {
+  write(fixableJob(12, {2, 7, 11}));
+  const std::string first = runToEnd();
   expectEachReportedOnce(12, {2, 7, 11});
-  mend();
-  const std::string second = done({"--failed-of", first});
+  fix();
+  const std::string second = runToEnd({"--failed-of", first});
   expectEachReportedOnce(12);
   const std::map<int, Element> elements = elementsOf(second);
   EXPECT_EQ(elements.size(), 3U);
   for (const int task : {2, 7, 11}) EXPECT_TRUE(elements.contains(task)) << task;
 }
 
-TEST_F(SlurmFailures, ANewArrayOfThatKindIsLikeOthers) {
-  write(mendableJob(5, {2, 4}));
-  const std::string second = done({"--failed-of", done()});
+TEST_F(SlurmFailedOf, ANewArrayOfThatKindIsLikeOthers) {
+  write(fixableJob(5, {2, 4}));
+  const std::string second = runToEnd({"--failed-of", runToEnd()});
   EXPECT_EQ(elementsOf(second).size(), 2U);
-  mend();
-  const std::string third = done({"--failed-of", second});
+  fix();
+  const std::string third = runToEnd({"--failed-of", second});
   EXPECT_EQ(elementsOf(third).size(), 2U);
   expectEachReportedOnce(5);
 }
 
-TEST_F(SlurmFailures, SeveralArraysIsOneList) {
-  write(mendableJob(9, {1, 5, 9}));
-  const std::string front = done({"-s", "1", "-n", "4"});
-  const std::string back = done({"-s", "5", "-n", "5"});
-  mend();
-  EXPECT_EQ(elementsOf(done({"--failed-of", front, "--failed-of", back})).size(), 3U);
+TEST_F(SlurmFailedOf, SeveralArraysGivesOneList) {
+  write(fixableJob(9, {1, 5, 9}));
+  const std::string front = runToEnd({"-s", "1", "-n", "4"});
+  const std::string back = runToEnd({"-s", "5", "-n", "5"});
+  fix();
+  EXPECT_EQ(elementsOf(runToEnd({"--failed-of", front, "--failed-of", back})).size(), 3U);
   expectEachReportedOnce(9);
 }
 
-TEST_F(SlurmFailures, AnArrayThatWasCancelledRunsTheRest) {
+TEST_F(SlurmFailedOf, AnArrayThatWasCancelledRunsTheRest) {
   Job job = reportingJob(20, "await:%tp1");
-  for (std::string& task : job.tasks) task = "mended";
+  for (std::string& task : job.tasks) task = "fixed";
   job.tasks[0] = ".";
   write(job);
   const std::string first = submittedOne();
@@ -58,24 +58,24 @@ TEST_F(SlurmFailures, AnArrayThatWasCancelledRunsTheRest) {
   }));
   ask({"/usr/bin/scancel", first});
   awaitEnd(first);
-  mend();
-  EXPECT_EQ(elementsOf(done({"--failed-of", first})).size(), 19U);
+  fix();
+  EXPECT_EQ(elementsOf(runToEnd({"--failed-of", first})).size(), 19U);
   expectEachReportedOnce(20);
 }
 
-TEST_F(SlurmFailures, AnArrayMayNameTheJobFileInAnotherWay) {
-  write(mendableJob(4, {3}));
+TEST_F(SlurmFailedOf, AnArrayMayNameTheJobFileInAnotherWay) {
+  write(fixableJob(4, {3}));
   const ProcessResult first = runProcess(program({tool_, "submit", "job.xml"}));
   ASSERT_EQ(describeStatus(first.waitStatus), "exit 0") << first.error;
   awaitEnd(firstLine(first.output));
-  mend();
-  done({"--failed-of", firstLine(first.output)});
+  fix();
+  runToEnd({"--failed-of", firstLine(first.output)});
   expectEachReportedOnce(4);
 }
 
-TEST_F(SlurmFailures, AnArrayWithoutFailuresSubmitsNothing) {
+TEST_F(SlurmFailedOf, AnArrayWithoutFailuresSubmitsNothing) {
   write(reportingJob(3));
-  const std::string first = done();
+  const std::string first = runToEnd();
   const std::string next = nextJobId();
   const ProcessResult result = submit({"--failed-of", first});
   EXPECT_EQ(result.output, "");
@@ -84,10 +84,10 @@ TEST_F(SlurmFailures, AnArrayWithoutFailuresSubmitsNothing) {
   EXPECT_EQ(nextJobId(), next);
 }
 
-TEST_F(SlurmFailures, AnotherJobFileIsRefused) {
-  write(mendableJob(3, {2}));
-  const std::string first = done();
-  folder_.write("other.xml", mendableJob(3, {2}).text());
+TEST_F(SlurmFailedOf, AnotherJobFileIsRefused) {
+  write(fixableJob(3, {2}));
+  const std::string first = runToEnd();
+  folder_.write("other.xml", fixableJob(3, {2}).text());
   const std::string next = nextJobId();
   const ProcessResult result =
       runProcess(program({tool_, "submit", folder_.file("other.xml"), "--failed-of", first}));
@@ -99,7 +99,7 @@ TEST_F(SlurmFailures, AnotherJobFileIsRefused) {
   EXPECT_EQ(nextJobId(), next);
 }
 
-TEST_F(SlurmFailures, AnArrayThatIsUnknownIsRefused) {
+TEST_F(SlurmFailedOf, AnArrayThatIsUnknownIsRefused) {
   write(reportingJob(3));
   const ProcessResult result = submit({"--failed-of", "987654"});
   EXPECT_EQ(result.output, "");
@@ -107,11 +107,11 @@ TEST_F(SlurmFailures, AnArrayThatIsUnknownIsRefused) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
 }
 
-TEST_F(SlurmFailures, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
-  Job job = mendableJob(4, {2});
+TEST_F(SlurmFailedOf, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
+  Job job = fixableJob(4, {2});
   job.arguments = farmTask_ + " %tp2 need:%tp1 report:out-%tn %tn";
   for (std::string& task : job.tasks) task += "\tsleep:0";
-  job.tasks[3] = ".\tawait:mended";
+  job.tasks[3] = ".\tawait:fixed";
   write(job);
   const std::string first = submittedOne();
   EXPECT_TRUE(eventually([&] {
@@ -123,14 +123,14 @@ TEST_F(SlurmFailures, AnArrayThatStillRunsTakesWhatHasFailedSoFar) {
       {"--failed-of", first}, "runlet-job: submit: skipped, not finished yet: tasks 4\n");
   awaitEnd(second);
   EXPECT_EQ(elementsOf(second).size(), 1U);
-  mend();
+  fix();
   awaitEnd(first);
 }
 
 // Arrays of at most 100 elements.
 class SlurmSplit : public NarrowFarmTest {
  protected:
-  Lines done(const std::vector<std::string>& arguments = {}) const {
+  Lines runToEnd(const std::vector<std::string>& arguments = {}) const {
     const Lines ids = submitted(arguments);
     for (const std::string& id : ids) awaitEnd(id);
     return ids;
@@ -139,7 +139,7 @@ class SlurmSplit : public NarrowFarmTest {
 
 TEST_F(SlurmSplit, ArraysRunEachTaskOnce) {
   write(reportingJob(250));
-  const Lines ids = done();
+  const Lines ids = runToEnd();
   EXPECT_EQ(ids.size(), 3U);
   expectEachReportedOnce(250);
   for (int task = 1; task <= 250; ++task) {
@@ -150,9 +150,9 @@ TEST_F(SlurmSplit, ArraysRunEachTaskOnce) {
 
 TEST_F(SlurmSplit, ArraysAreOnlyThoseThatTheRangeNeeds) {
   write(reportingJob(250));
-  EXPECT_EQ(done({"-s", "150", "-n", "50"}).size(), 1U);
-  EXPECT_EQ(done({"-s", "200"}).size(), 1U);
-  EXPECT_EQ(done({"-s", "95", "-n", "10"}).size(), 2U);
+  EXPECT_EQ(runToEnd({"-s", "150", "-n", "50"}).size(), 1U);
+  EXPECT_EQ(runToEnd({"-s", "200"}).size(), 1U);
+  EXPECT_EQ(runToEnd({"-s", "95", "-n", "10"}).size(), 2U);
   std::set<int> missing;
   for (int task = 1; task <= 250; ++task) {
     const bool isIn = (task >= 95 && task <= 104) || (task >= 150 && task <= 200);
@@ -163,32 +163,32 @@ TEST_F(SlurmSplit, ArraysAreOnlyThoseThatTheRangeNeeds) {
 
 TEST_F(SlurmSplit, ArraysAreAskedForTheirFailuresTogether) {
   const std::set<int> failing = {1, 99, 100, 101, 200, 250};
-  write(mendableJob(250, failing));
-  const Lines first = done();
+  write(fixableJob(250, failing));
+  const Lines first = runToEnd();
   expectEachReportedOnce(250, failing);
-  mend();
+  fix();
   std::vector<std::string> arguments;
   for (const std::string& id : first) {
     arguments.emplace_back("--failed-of");
     arguments.push_back(id);
   }
   std::size_t again = 0;
-  for (const std::string& id : done(arguments)) again += elementsOf(id).size();
+  for (const std::string& id : runToEnd(arguments)) again += elementsOf(id).size();
   EXPECT_EQ(again, failing.size());
   expectEachReportedOnce(250);
 }
 
 TEST_F(SlurmSplit, ArraysAreWaitedForTogether) {
-  write(mendableJob(120, {7, 110}));
+  write(fixableJob(120, {7, 110}));
   const ProcessResult result = submit({"--wait"});
   EXPECT_EQ(linesOf(result.output).size(), 2U);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
-  EXPECT_NE(result.error.find(summaryOf(7, "failed with exit code 4",
-                                        reportingCommand("7", "need:mended"),
-                                        folder_.file("job-007.log"))),
-            std::string::npos);
+  EXPECT_NE(
+      result.error.find(summaryOf(7, "failed with exit code 4", reportingCommand("7", "need:fixed"),
+                                  folder_.file("job-007.log"))),
+      std::string::npos);
   EXPECT_NE(result.error.find(summaryOf(110, "failed with exit code 4",
-                                        reportingCommand("110", "need:mended"),
+                                        reportingCommand("110", "need:fixed"),
                                         folder_.file("job-110.log")) +
                               "task 111: succeeded: " + reportingCommand("111", "need:.") + "\n"),
             std::string::npos);
@@ -198,25 +198,25 @@ TEST_F(SlurmSplit, ArraysAreWaitedForTogether) {
 using SlurmChunks = FarmTest;
 
 TEST_F(SlurmChunks, RunEachTaskOnceAndNameTheOneThatFails) {
-  write(mendableJob(25, {13}));
+  write(fixableJob(25, {13}));
   const ProcessResult result = submit({"--chunk", "10", "--wait"});
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   EXPECT_EQ(elementsOf(firstLine(result.output)).size(), 3U);
   expectEachReportedOnce(25, {13});
   EXPECT_NE(result.error.find("task 12: succeeded: " + reportingCommand("12", "need:.") + "\n" +
                               summaryOf(13, "failed with exit code 4",
-                                        reportingCommand("13", "need:mended"),
+                                        reportingCommand("13", "need:fixed"),
                                         folder_.file("job-13.log")) +
                               "task 14: succeeded: " + reportingCommand("14", "need:.") + "\n"),
             std::string::npos)
       << result.error;
   EXPECT_TRUE(result.error.ends_with("25 tasks: 24 succeeded, 1 failed (13)\n"));
-  EXPECT_EQ(log("job-13.log"), calling(reportingCommand("13", "need:mended"), folder()));
+  EXPECT_EQ(log("job-13.log"), calling(reportingCommand("13", "need:fixed"), folder()));
   for (const char* chunk : {"job-chunk-0.log", "job-chunk-1.log", "job-chunk-2.log"}) {
     EXPECT_NE(log(chunk), "") << chunk;
   }
 
-  mend();
+  fix();
   const Lines again = linesOf(submit({"--failed-of", firstLine(result.output), "--wait"}).output);
   ASSERT_EQ(again.size(), 1U);
   EXPECT_EQ(elementsOf(again[0]).size(), 1U);

@@ -20,7 +20,7 @@ namespace {
 // The folder of the clusters, from what scripts/slurm-test sets.
 std::filesystem::path clusters() {
   const char* configuration = std::getenv("SLURM_CONF");
-  if (configuration == nullptr) throw std::runtime_error("to be started by scripts/slurm-test");
+  if (configuration == nullptr) throw std::runtime_error("start this with scripts/slurm-test");
   return std::filesystem::path(configuration).parent_path().parent_path();
 }
 
@@ -73,27 +73,27 @@ Job FarmTest::jobOf(const std::vector<std::string>& commands) {
   return job.set("uid", "65534").set("gid", "65534").set("TaskTimeout", "10");
 }
 
-Job FarmTest::reportingJob(int count, const std::string& orders) const {
+Job FarmTest::reportingJob(int count, const std::string& actions) const {
   Job job = jobOf(Lines(static_cast<std::size_t>(count), "task"));
-  job.arguments = reportingCommand("%tn", orders);
+  job.arguments = reportingCommand("%tn", actions);
   return job;
 }
 
-std::string FarmTest::reportingCommand(const std::string& task, const std::string& orders) const {
-  const std::string command = farmTask_ + " " + (orders.empty() ? "" : orders + " ");
+std::string FarmTest::reportingCommand(const std::string& task, const std::string& actions) const {
+  const std::string command = farmTask_ + " " + (actions.empty() ? "" : actions + " ");
   return command + "report:out-" + task + " " + task;
 }
 
-Job FarmTest::mendableJob(int count, const std::set<int>& failing) const {
+Job FarmTest::fixableJob(int count, const std::set<int>& failing) const {
   Job job = reportingJob(count, "need:%tp1");
   for (int task = 1; task <= count; ++task) {
-    job.tasks[static_cast<std::size_t>(task - 1)] = failing.contains(task) ? "mended" : ".";
+    job.tasks[static_cast<std::size_t>(task - 1)] = failing.contains(task) ? "fixed" : ".";
   }
   return job;
 }
 
-void FarmTest::mend() const {
-  folder_.write("mended", "");
+void FarmTest::fix() const {
+  folder_.write("fixed", "");
 }
 
 Lines FarmTest::reportsOf(int task) const {

@@ -28,10 +28,10 @@ struct ClusterProcess {
   pid_t pid;
   pid_t parent;
   std::string commandLine;  // a NUL after every word
-  std::string environment;  // likewise
+  std::string environment;  // a NUL after every variable
 };
 
-// Whether `word` is among NUL-terminated words.
+// Whether `word` is one of the NUL-terminated `words`.
 bool holds(const std::string& words, const std::string& word);
 
 using Lines = std::vector<std::string>;
@@ -45,20 +45,20 @@ class FarmTest : public testing::Test {
   explicit FarmTest(const std::string& cluster = "wide");
 
   void SetUp() override;
-  void TearDown() override;  // nothing is left in the queue
+  void TearDown() override;  // cancels all jobs
 
   // A job of the user nobody whose task i runs `commands[i]`.
   static Job jobOf(const std::vector<std::string>& commands);
 
   // A job of `count` tasks, each of which appends a line with the node and its number to its own
-  // file, after executing `orders` (see farm_task).
-  Job reportingJob(int count, const std::string& orders = "") const;
+  // file, after executing `actions` (see farm_task).
+  Job reportingJob(int count, const std::string& actions = "") const;
   // The command of the task with that number.
-  std::string reportingCommand(const std::string& task, const std::string& orders = "") const;
+  std::string reportingCommand(const std::string& task, const std::string& actions = "") const;
 
-  // The same, but the tasks `failing` exit with 4 unless a file "mended" exists.
-  Job mendableJob(int count, const std::set<int>& failing) const;
-  void mend() const;
+  // The same, but the tasks `failing` exit with 4 unless a file "fixed" exists.
+  Job fixableJob(int count, const std::set<int>& failing) const;
+  void fix() const;
 
   // The lines of the task's file, without the nodes.
   Lines reportsOf(int task) const;
@@ -81,7 +81,7 @@ class FarmTest : public testing::Test {
   // standard error.
   Lines submitted(const std::vector<std::string>& arguments = {},
                   const std::string& error = "") const;
-  // The same where it is one array.
+  // The same for a job that becomes one array.
   std::string submittedOne(const std::vector<std::string>& arguments = {},
                            const std::string& error = "") const;
 
@@ -113,7 +113,7 @@ class FarmTest : public testing::Test {
   }
 
   const std::string cluster_;  // its folder
-  // Programs where every user may run them
+  // Copies of programs that every user may run.
   const std::string tool_;
   const std::string probe_;
   const std::string farmTask_;

@@ -1,4 +1,4 @@
-// A task that executes its arguments in order:
+// A task that performs its arguments in order:
 //
 //   await:FILE   continues once the file exists, or after a minute
 //   need:FILE    exits with 4 if there is no such file
@@ -55,33 +55,34 @@ void stamp(const char* path) {
   append(path, text);
 }
 
-// The rest of `order` after `verb`, if it begins with it; else null.
-const char* after(const char* verb, const char* order) {
+// The rest of `action` if it begins with `verb`, else null.
+const char* after(const char* verb, const char* action) {
   const std::size_t length = std::strlen(verb);
-  return std::strncmp(order, verb, length) == 0 ? order + length : nullptr;
+  return std::strncmp(action, verb, length) == 0 ? action + length : nullptr;
 }
 
 int number(const char* text) {
   return static_cast<int>(std::strtol(text, nullptr, 10));
 }
 
-void obey(const char* order, char** all) {
-  if (const char* path = after("await:", order)) awaitFile(path);
-  if (const char* path = after("need:", order)) {
+void perform(const char* action, char** all) {
+  if (const char* path = after("await:", action)) awaitFile(path);
+  if (const char* path = after("need:", action)) {
     if (!exists(path)) _exit(4);
   }
-  if (const char* time = after("sleep:", order)) usleep(static_cast<unsigned>(number(time)) * 1000);
-  if (const char* path = after("report:", order)) report(path, all);
-  if (const char* path = after("stamp:", order)) stamp(path);
-  if (const char* text = after("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
-  if (const char* text = after("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
-  if (const char* code = after("exit:", order)) _exit(number(code));
-  if (const char* signal = after("kill:", order)) std::raise(number(signal));
+  if (const char* time = after("sleep:", action))
+    usleep(static_cast<unsigned>(number(time)) * 1000);
+  if (const char* path = after("report:", action)) report(path, all);
+  if (const char* path = after("stamp:", action)) stamp(path);
+  if (const char* text = after("out:", action)) put(STDOUT_FILENO, std::string(text) + "\n");
+  if (const char* text = after("err:", action)) put(STDERR_FILENO, std::string(text) + "\n");
+  if (const char* code = after("exit:", action)) _exit(number(code));
+  if (const char* signal = after("kill:", action)) std::raise(number(signal));
 }
 
 }  // namespace
 
 int main(int, char* argv[]) {
-  for (char** order = argv + 1; *order != nullptr; ++order) obey(*order, argv + 1);
+  for (char** action = argv + 1; *action != nullptr; ++action) perform(*action, argv + 1);
   return 0;
 }

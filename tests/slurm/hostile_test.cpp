@@ -17,7 +17,7 @@ const char quoted[] =
     "it's $(touch pwned) `touch pwned` $HOME; touch pwned & true | cat > x < y * ? [a] {b} ~ # ! "
     "\\ "
     "\\\\ \\n %d %% %s %a %j \xc3\xa9\xe2\x82\xac \xff\xfe \x1b[31m \x7f\nnext line\n  EOF\nEND\n";
-// A word of its own: no space in it.
+// A single word, without spaces.
 const char bare[] = "a\"b'c$(id);&&||`id`\\%s\n*\xff\xc3\xa9";
 
 class SlurmText : public FarmTest {
@@ -66,7 +66,7 @@ class SlurmText : public FarmTest {
 };
 
 TEST_F(SlurmText, InFieldsAndParametersReachesTheProgram) {
-  const std::string value = std::string(quoted) + "\tbehind a tab";
+  const std::string value = std::string(quoted) + "\tafter a tab";
   folder_.write("job.xml", jobText("", probe_ + " report \"%tp1\" %tp2 \"%jp1\" x\\%%\"",
                                    quoted + std::string("\t") + bare, value));
   run("job.xml");

@@ -46,7 +46,7 @@ TEST_F(SlurmOptions, NameThePartition) {
   EXPECT_EQ(nodesOfReports(6), Lines{"n4"});
 }
 
-TEST_F(SlurmOptions, OfSlurmReachIt) {
+TEST_F(SlurmOptions, ForSlurmReachIt) {
   write(reportingJob(2));
   const std::string id =
       submittedOne({"--sbatch-option", "--nodelist=n3", "--sbatch-option=--nice=77"});
@@ -55,7 +55,7 @@ TEST_F(SlurmOptions, OfSlurmReachIt) {
   EXPECT_NE(recordOf(id).find(" Nice=77 "), std::string::npos);
 }
 
-// Slurm's record of a job, without its number, and when and where it ran.
+// Slurm's record of a job, without its number, its times and its node.
 std::string comparable(const std::string& record, const std::string& id) {
   const std::regex changing(
       "\\b(JobId|ArrayJobId|SubmitTime|EligibleTime|AccrueTime|StartTime|EndTime|Deadline|"
@@ -65,7 +65,7 @@ std::string comparable(const std::string& record, const std::string& id) {
                             std::regex("\\b" + id + "\\b"), "ID");
 }
 
-TEST_F(SlurmOptions, ForADryRunQueueNothingAndShowWhatDoesTheSame) {
+TEST_F(SlurmOptions, ForADryRunQueueNothingAndShowTheCommands) {
   write(reportingJob(3));
   const std::vector<std::string> all = {"--throttle", "2", "--partition", "side",
                                         "--sbatch-option=--hold"};

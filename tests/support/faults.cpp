@@ -149,7 +149,7 @@ extern "C" int setuid(uid_t uid) {
 
 // On a system where a process may leave a core file even after changing its user, reports at that
 // call whether this process would.
-static void tellOfCoreFile(const char* call) {
+static void reportCoreFile(const char* call) {
   if (!faultIs("core-files")) return;
   const bool isLeft = prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) == 1;
   dprintf(STDERR_FILENO, "core file at %s: %s\n", call, isLeft ? "yes" : "no");
@@ -191,23 +191,24 @@ extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
 }
 
 // A clock on which a minute takes a second.
-constexpr long haste = 60;
+constexpr long speedup = 60;
 constexpr long nanosecondsPerSecond = 1'000'000'000;
 
 extern "C" int clock_gettime(clockid_t clock, timespec* time) {
   using Function = int (*)(clockid_t, timespec*);
   const int result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "clock_gettime"))(clock, time);
   if (clock != CLOCK_MONOTONIC || !faultIs("fast-clock")) return result;
-  const long fraction = time->tv_nsec * haste;
-  *time = {time->tv_sec * haste + fraction / nanosecondsPerSecond, fraction % nanosecondsPerSecond};
+  const long fraction = time->tv_nsec * speedup;
+  *time = {time->tv_sec * speedup + fraction / nanosecondsPerSecond,
+           fraction % nanosecondsPerSecond};
   return result;
 }
 
 extern "C" int sigtimedwait(const sigset_t* signals, siginfo_t* info, const timespec* time) {
   timespec real = *time;
   if (faultIs("fast-clock")) {
-    const long rest = time->tv_sec % haste * nanosecondsPerSecond + time->tv_nsec;
-    real = {time->tv_sec / haste, rest / haste};
+    const long rest = time->tv_sec % speedup * nanosecondsPerSecond + time->tv_nsec;
+    real = {time->tv_sec / speedup, rest / speedup};
   }
   using Function = int (*)(const sigset_t*, siginfo_t*, const timespec*);
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "sigtimedwait"))(signals, info, &real);
@@ -296,7 +297,7 @@ extern "C" int getresgid(gid_t* real, gid_t* effective, gid_t* saved) noexcept {
 
 extern "C" int setgroups(std::size_t count, const gid_t* groups) noexcept {
   using Function = int (*)(std::size_t, const gid_t*);
-  tellOfCoreFile("setgroups");
+  reportCoreFile("setgroups");
   if (refusedIf(faultIs("no-setgroups")) != 0) return -1;
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "setgroups"))(count, groups);
 }
@@ -327,7 +328,7 @@ extern "C" long syscall(long number, ...) noexcept {
   for (long& value : values) value = va_arg(arguments, long);
   va_end(arguments);
   if (number == SYS_keyctl) {
-    tellOfCoreFile("keyctl");
+    reportCoreFile("keyctl");
     const int error = keyringError();
     if (error != 0) {
       errno = error;

@@ -30,9 +30,9 @@ Pipe makePipe() {
   return {ends[0], ends[1]};
 }
 
-// Resets inherited state that a test must not depend on: ignored signals of background jobs, the
-// mask, and the language of tools in the tests.
-void forgetTheStarter() {
+// Tests must not depend on what they inherit: signals ignored for background jobs, the mask, and
+// the language of system tools.
+void resetInheritedState() {
   for (int signal = 1; signal < NSIG; ++signal) std::signal(signal, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
@@ -67,7 +67,7 @@ Execution executionOf(const ProcessOptions& options) {
   dup2(error, STDERR_FILENO);
   close_range(STDERR_FILENO + 1, ~0U, 0);
   setsid();  // so that it can be killed together with its children
-  forgetTheStarter();
+  resetInheritedState();
   for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
   if (!options.folder.empty() && chdir(options.folder.c_str()) != 0) _exit(99);
   const Execution execution = executionOf(options);

@@ -1,4 +1,4 @@
-// The one file of the tests that is compiled with paths: all others are the same in every folder.
+// The only test file compiled with paths, so that all others are the same in every build folder.
 #include "programs.h"
 
 namespace runlet_test {

@@ -1,4 +1,4 @@
-// Where the build has put the programs that tests run, and where the project is.
+// Paths of the programs that tests run, and of the project.
 #pragma once
 
 #include <string>

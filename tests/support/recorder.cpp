@@ -37,7 +37,7 @@ std::string identity() {
   return user + "group " + ids(real, effective, saved) + "\n";
 }
 
-// Whether standard error goes where standard output goes, with the old one kept open.
+// Whether standard error is joined to standard output, and whether the old one is kept open.
 std::string descriptors() {
   struct stat output {};
   struct stat error {};
@@ -72,26 +72,26 @@ void record(const std::string& text) {
   close(file);
 }
 
-// The rest of `order` after `verb`, if it begins with it; else null.
-const char* after(const char* verb, const char* order) {
+// The rest of `action` if it begins with `verb`, else null.
+const char* after(const char* verb, const char* action) {
   const std::size_t length = std::strlen(verb);
-  return std::strncmp(order, verb, length) == 0 ? order + length : nullptr;
+  return std::strncmp(action, verb, length) == 0 ? action + length : nullptr;
 }
 
-void obey(const char* order) {
-  if (const char* text = after("out:", order)) put(STDOUT_FILENO, std::string(text) + "\n");
-  if (const char* text = after("err:", order)) put(STDERR_FILENO, std::string(text) + "\n");
-  if (const char* code = after("exit:", order)) {
+void perform(const char* action) {
+  if (const char* text = after("out:", action)) put(STDOUT_FILENO, std::string(text) + "\n");
+  if (const char* text = after("err:", action)) put(STDERR_FILENO, std::string(text) + "\n");
+  if (const char* code = after("exit:", action)) {
     _exit(static_cast<int>(std::strtol(code, nullptr, 10) & 0xff));
   }
-  if (std::strcmp(order, "kill:9") == 0) std::raise(SIGKILL);
-  if (std::strcmp(order, "kill:15") == 0) std::raise(SIGTERM);
+  if (std::strcmp(action, "kill:9") == 0) std::raise(SIGKILL);
+  if (std::strcmp(action, "kill:15") == 0) std::raise(SIGTERM);
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
   record(description(argc, argv));
-  for (int i = 1; i < argc; ++i) obey(argv[i]);
+  for (int i = 1; i < argc; ++i) perform(argv[i]);
   return 0;
 }

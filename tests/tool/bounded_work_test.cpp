@@ -26,10 +26,10 @@ constexpr int slowness = 1;
 constexpr int slowness = 20;
 #endif
 
-#if defined(RUNLET_IS_SANITIZED)
-constexpr bool hasOwnMemory = false;
+#ifdef RUNLET_IS_SANITIZED
+constexpr bool isMemoryMeasurable = false;
 #else
-constexpr bool hasOwnMemory = true;
+constexpr bool isMemoryMeasurable = true;
 #endif
 
 std::string times(std::size_t count, const std::string& piece) {
@@ -39,7 +39,7 @@ std::string times(std::size_t count, const std::string& piece) {
   return text;
 }
 
-// As many of them as fit into `length` bytes.
+// As many pieces as fit into `length` bytes.
 std::string filled(const std::string& piece, std::size_t length = size) {
   return times(length / piece.size(), piece);
 }
@@ -161,13 +161,14 @@ class BoundedWork : public AdapterTest {
     return std::chrono::duration_cast<milliseconds>(time);
   }
 
-  // `work` is the cost of loading the job times the allowed number of loads.
+  // Asserts that the process took little more time than `work`, which is the time of a load times
+  // the allowed number of loads.
   static void expectLittleMore(const ProcessResult& result, std::chrono::microseconds work,
                                const std::string& name) {
     EXPECT_TRUE(WIFEXITED(result.waitStatus)) << describeStatus(result.waitStatus);
     const auto most = work * 3 / 2 + milliseconds(500) * slowness;
     EXPECT_LE(inMilliseconds(result.cpuTime).count(), inMilliseconds(most).count());
-    EXPECT_LE(hasOwnMemory ? result.peakMemory : 0, mostMemory);
+    EXPECT_LE(isMemoryMeasurable ? result.peakMemory : 0, mostMemory);
     if (std::getenv("RUNLET_SHOW_WORK") != nullptr) {
       std::printf("%6lld ms of %6lld, %4zu MB, %9zu bytes: %s\n",
                   static_cast<long long>(inMilliseconds(result.cpuTime).count()),
@@ -198,7 +199,7 @@ TEST_F(BoundedWork, IsThatOfTheLibraryAndLittleMoreForAnyJob) {
     const std::chrono::microseconds load = loadTime();
     expectBounded({"check", "--json", "--host"}, load);
     expectBounded({"expand", "--json"}, load);
-    if (slowness > 1) continue;  // or it takes ten minutes, to see the same code
+    if (slowness > 1) continue;  // the rest would take ten minutes and run the same code
     expectBounded({"check"}, load);
     expectBounded({"expand"}, load);
     expectBounded({"run"}, load);
@@ -207,9 +208,9 @@ TEST_F(BoundedWork, IsThatOfTheLibraryAndLittleMoreForAnyJob) {
   }
 }
 
-// It checks what it has written, and then how that loads.
+// make checks the job that it has written, and how it loads.
 TEST_F(BoundedWork, OfMakeIsThatOfItsJob) {
-  constexpr std::size_t longest = 80'000;  // that fits into any command line
+  constexpr std::size_t longest = 80'000;  // fits into any command line
   const struct {
     const char* name;
     std::vector<std::string> options;
@@ -362,7 +363,7 @@ TEST_F(BoundedWork, OfExpandSkipsTasksAndSaysSo) {
   EXPECT_NE(next.output.find("\ntask " + std::to_string(count) + "\n"), std::string::npos);
 }
 
-// However deep inside it, and whatever is dropped before.
+// However deep inside the template, and whatever is dropped before them.
 TEST_F(BoundedWork, KeepsThePlacesInALongTemplate) {
   const std::string start = "<Job><cmdData><Arguments>";
   const std::string odd = "{x " + times(700, "%jp1&&&") + "&&z%x" + times(700, "%jp1") + "%y}";

@@ -70,7 +70,7 @@ TEST(ToolCommandLine, ReadsNumbersWithLeadingZerosAsDecimal) {
              "runlet-job: Could not convert: --task = x1\nSee: runlet-job --help\n", "exit 125");
 }
 
-TEST(ToolCommandLine, SaysWhereItsOutputIsLost) {
+TEST(ToolCommandLine, ReportsThatItsOutputIsLost) {
   for (const char* verb : {"--version", "explain"}) {
     ProcessOptions options = tool({verb});
     options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };

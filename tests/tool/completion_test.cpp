@@ -165,7 +165,7 @@ TEST_F(Completion, DoesNotRunTheProgram) {
 }
 
 // Inserted into the command line as text, without being evaluated by the shell.
-TEST_F(Completion, TakesWhatSinfoPrintsForText) {
+TEST_F(Completion, TreatsTheOutputOfSinfoAsText) {
   setPartitions(
       "#!/bin/sh\n"
       "cat <<'end'\n"
@@ -191,7 +191,7 @@ TEST_F(Completion, TakesWhatSinfoPrintsForText) {
 }
 
 // readline quotes them.
-TEST_F(Completion, TakesNamesOfFilesForText) {
+TEST_F(Completion, TreatsFileNamesAsText) {
   folder_.write("$(touch one).xml", "");
   folder_.write("`touch two`.xml", "");
   folder_.makeFolder("$(touch three)");

@@ -57,7 +57,7 @@ class DeepJob : public testing::Test {
   const std::string jobFile_ = folder_.file("job.xml");
 };
 
-TEST_F(DeepJob, IsTakenByEveryVerbUpToTheLimit) {
+TEST_F(DeepJob, IsAcceptedByEveryVerbUpToTheLimit) {
   const struct {
     std::vector<std::string> arguments;
     const char* refused;  // the status beyond the limit

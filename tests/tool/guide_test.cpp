@@ -129,9 +129,10 @@ bool isConsole(const Lines& block) {
 
 class Guide : public testing::Test {
  protected:
-  // Goes through the document; its job is job.xml in `folder`. `owner` are more options for the
-  // commands that make a job, where the document leaves it to whoever follows it.
-  void follow(const std::string& path, const std::string& folder, const std::string& owner = "") {
+  // Checks all blocks of the document, whose job is job.xml in `folder`. `owner` has options
+  // for its `make` commands, if the document leaves the owner to its reader.
+  void checkDocument(const std::string& path, const std::string& folder,
+                     const std::string& owner = "") {
     const std::string document = readFile(std::string(sourceFolder) + "/" + path);
     const std::string make = "runlet-job make";
     const std::string here = std::regex_replace(document, std::regex(make), make + owner);
@@ -177,13 +178,13 @@ class Guide : public testing::Test {
   int count_ = 0;     // of the commands
 };
 
-TEST_F(Guide, ToWritingAJobFileShowsWhatThereIs) {
-  follow("docs/writing-a-job-file.md", "/no-folder");
+TEST_F(Guide, ToWritingAJobFileShowsTheRealOutput) {
+  checkDocument("docs/writing-a-job-file.md", "/no-folder");
 }
 
-TEST_F(Guide, OfTheReadmeShowsWhatThereIs) {
+TEST_F(Guide, OfTheReadmeShowsTheRealOutput) {
   // Of root's own job there would be a warning.
-  follow("README.md", "/tmp/shot", " --user 1000 --group 1000");
+  checkDocument("README.md", "/tmp/shot", " --user 1000 --group 1000");
 }
 
 std::string withoutSpace(const std::string& text) {
@@ -203,7 +204,7 @@ std::string textOfPicture(const std::string& svg) {
 }
 
 // Apart from white space: its lines are those of a terminal.
-TEST_F(Guide, HasAPictureOfWhatThereIs) {
+TEST_F(Guide, HasAPictureOfTheRealOutput) {
   const std::string folder = std::string(sourceFolder) + "/docs/pictures";
   const std::string shown = textOfPicture(readFile(folder + "/check.svg"));
   EXPECT_EQ(withoutSpace(shown), withoutSpace(transcriptOf({"$ runlet-job check job.xml"}, folder)))

@@ -18,7 +18,7 @@ const std::string hostile = "\x1b[31m\r\xc2\x9b\x9b\xe2\x80\xae\xe2\x80\xa8\x7f\
 const std::string hostileInXml = "\x1b[31m&#13;\xc2\x9b\xe2\x80\xae\xe2\x80\xa8\x7f";
 
 // The first forbidden part found in the outputs; empty if there is none.
-std::string harmIn(const std::string& text) {
+std::string forbiddenPartOf(const std::string& text) {
   if (!runlet_tool::isUtf8(text)) return "bytes that are not UTF-8";
   for (const char c : text) {
     if ((c >= '\0' && c < ' ' && c != '\n') || c == '\x7f') return std::to_string(int{c});
@@ -62,7 +62,7 @@ class HostileText : public ExecTest {
     return runProcess(options);
   }
 
-  // The message for a harmless name, with the visible form of `name` substituted.
+  // Asserts the message for a harmless name, with the visible form of `name` in its place.
   void expectShown(const std::vector<std::string>& words, const std::string& name,
                    const std::string& shown, const std::string& status) const {
     std::vector<std::string> plain;
@@ -82,7 +82,7 @@ class HostileText : public ExecTest {
   FakeSlurm slurm_{folder_};
 };
 
-TEST_F(HostileText, ReachesNoTerminalByAnyVerb) {
+TEST_F(HostileText, ReachesNoTerminalThroughAnyVerb) {
   const std::string job = writeJob();
   const std::string none = folder_.file("none" + hostile);
   const std::vector<std::string> rows[] = {
@@ -121,8 +121,8 @@ TEST_F(HostileText, ReachesNoTerminalByAnyVerb) {
   for (const std::vector<std::string>& row : rows) {
     const ProcessResult result = runWords(row);
     SCOPED_TRACE(testing::PrintToString(row));
-    EXPECT_EQ(harmIn(result.output), "") << result.output;
-    EXPECT_EQ(harmIn(result.error), "") << result.error;
+    EXPECT_EQ(forbiddenPartOf(result.output), "") << result.output;
+    EXPECT_EQ(forbiddenPartOf(result.error), "") << result.error;
     EXPECT_NE(result.output + result.error, "");
   }
 }
@@ -143,7 +143,7 @@ TEST_F(HostileText, IsShownAsEscapes) {
   expectShown({"run", none}, "\t", "\\t", "exit 2");
 }
 
-TEST_F(HostileText, OfACommandIsShownByExpandAndWrittenAsItIsByExec) {
+TEST_F(HostileText, OfACommandIsEscapedByExpandAndWrittenUnchangedByExec) {
   const std::string runFolder = folder_.makeFolder("a\x1b[2Jb");
   Job job;
   job.arguments = "/bin/echo \"x\xc2\x9b\"";
@@ -175,7 +175,7 @@ TEST_F(HostileText, IsFoundByItsCharacters) {
   }
 }
 
-TEST_F(HostileText, OfARefusalIsShown) {
+TEST_F(HostileText, OfARefusalIsEscaped) {
   Job job;
   job.arguments = "/bin/echo %t\x1b";
   job.set("WorkingFolder", "a\x1b\xc2\x9b");
@@ -189,7 +189,7 @@ TEST_F(HostileText, OfARefusalIsShown) {
             "\ntask 2\n  not reached: task 1 ended the request\n");
 }
 
-TEST_F(HostileText, OfAnotherProgramIsShown) {
+TEST_F(HostileText, OfAnotherProgramIsEscaped) {
   Job job;
   job.set("TaskTimeout", "5");
   job.arguments = "/bin/true";

@@ -52,7 +52,7 @@ class LargeJobTool : public testing::Test {
                                  number);
   }
 
-  static void settle(LargeJob* job) {
+  static void setFolderAndOwner(LargeJob* job) {
     job->folder = "/srv/clouds";
     job->uid = 1234;
     job->gid = 99;
@@ -65,7 +65,7 @@ class LargeJobTool : public testing::Test {
     return runProcess(options);
   }
 
-  // The line of every task.
+  // Asserts the line of every task.
   void expectExpansions(const LargeJob& job, const std::string& pattern) {
     const std::string text = fileOf(job, pattern);
     folder_.write("job.xml", text);
@@ -81,7 +81,7 @@ class LargeJobTool : public testing::Test {
     if (text.size() <= longestForJson) expectJson(job, pattern);
   }
 
-  // No errors, and for a clean job no findings.
+  // Asserts that there are no errors, and for a clean job no findings.
   void expectChecked(const LargeJob& job, const std::string& pattern, bool isClean) {
     folder_.write("job.xml", fileOf(job, pattern));
     const ProcessResult result = run({"check", jobFile_});
@@ -147,7 +147,7 @@ TEST_F(LargeJobTool, ExpandsTheTaskRightAfterAPageBorder) {
   LargeJob job;
   job.lists.taskList.assign(500, std::string(55, 'x'));
   job.lists.taskList.insert(job.lists.taskList.begin(), std::string(624, 'F'));
-  settle(&job);
+  setFolderAndOwner(&job);
   expectExpansions(job, "./task %tp1");
   expectChecked(job, "./task %tp1", true);
 }
@@ -157,7 +157,7 @@ TEST_F(LargeJobTool, ExpandsTheLastTaskWhereverItEnds) {
   for (std::size_t step = 0; step < 256 && !HasFailure(); ++step) {
     LargeJob job;
     job.lists.taskList = runlet_model::evenTexts(16 + 16 * step, 500);
-    settle(&job);
+    setFolderAndOwner(&job);
     folder_.write("job.xml", fileOf(job, "./task %tp1"));
     const ProcessResult result = run({"expand", jobFile_, "-s", "501"});
     const std::string line = "./task " + job.lists.taskList.back();
@@ -172,7 +172,7 @@ TEST_F(LargeJobTool, ChecksTheLastTaskWhereverItEnds) {
     const std::size_t length = 16 + 16 * step;
     LargeJob job;
     job.lists.taskList = runlet_model::evenTexts(length, 500);
-    settle(&job);
+    setFolderAndOwner(&job);
     expectChecked(job, "./task %tp1", length < 2000);
   }
 }
@@ -188,7 +188,7 @@ TEST_F(LargeJobTool, FindsNothingInCleanJobsAroundThresholds) {
       shape.parameters = size < (16 << 10) ? 5 : 20;
       shape.isClean = true;
       LargeJob job = makeLargeJob(&random, shape);
-      settle(&job);
+      setFolderAndOwner(&job);
       std::string pattern = "./task %tn \"%tp1\"";
       for (std::size_t i = 1; i <= shape.parameters; ++i) pattern += " %jp" + std::to_string(i);
       ASSERT_EQ(fileOf(job, pattern).size(), size);
@@ -209,7 +209,7 @@ TEST_F(LargeJobTool, ExpandsAndChecksRandomJobs) {
     shape.parameters = random.below(random.chance(20) ? 500 : 20);
     shape.lastLength = 16 * random.below(8) + i % 16 + 1;
     LargeJob job = makeLargeJob(&random, shape);
-    settle(&job);
+    setFolderAndOwner(&job);
     const Strings patterns = patternsFor(job, program);
     // The last one uses the last parameters.
     const std::size_t more = 1 + patterns.size() / 6;

@@ -262,7 +262,7 @@ TEST(FillIn, RefusesLongerExpansions) {
   }
 }
 
-TEST(FillIn, EndsInOutOfRangeForAMissingValue) {
+TEST(FillIn, ThrowsOutOfRangeForAMissingValue) {
   const AdapterContext context = makeContext();
   std::string out = before;
   EXPECT_THROW(fillInArguments(&context, &out, "%jp3", 2), std::out_of_range);
@@ -313,7 +313,7 @@ TEST(TaskField, IsFoundByItsNumber) {
   }
 }
 
-TEST(TaskField, TakesThe2000FirstBytesOfAnEntry) {
+TEST(TaskField, TakesTheFirst2000BytesOfAnEntry) {
   const std::string text(1998, 'x');
   AdapterContext context;
   context.taskList.push_back(text + "y");        // 1999 bytes
@@ -337,7 +337,7 @@ TEST(TaskField, TakesThe2000FirstBytesOfAnEntry) {
   }
 }
 
-TEST(TaskField, KeepsNothingOfALongerEntryBefore) {
+TEST(TaskField, KeepsNothingOfALongerEarlierEntry) {
   AdapterContext context;
   context.taskList.push_back("long entry\twith two");
   context.taskList.push_back("s");
@@ -357,7 +357,7 @@ std::string whatOf(void (*lookUp)(const AdapterContext&)) {
   return "nothing raised";
 }
 
-TEST(TaskField, RaisesOutOfRangeForAMissingEntry) {
+TEST(TaskField, ThrowsOutOfRangeForAMissingEntry) {
   EXPECT_EQ(whatOf([](const AdapterContext& context) {
               std::string out;
               getTaskField(&context, &out, 3, 1);
@@ -422,7 +422,7 @@ std::string describe(const std::vector<PlaceholderUse>& uses) {
   return text;
 }
 
-TEST(PlaceholderUses, TellTheirPlaces) {
+TEST(PlaceholderUses, HaveTheirPlaces) {
   const AdapterContext context = makeContext();
   std::string out;
   std::vector<PlaceholderUse> uses;
@@ -436,7 +436,7 @@ TEST(PlaceholderUses, TellTheirPlaces) {
   EXPECT_EQ(describe(uses), "malformed 3 0 1 3 1 1; ");
 }
 
-TEST(JobParam, TakesThe2000FirstBytesOfAValue) {
+TEST(JobParam, TakesTheFirst2000BytesOfAValue) {
   AdapterContext context;
   context.paramNames.resize(3);
   for (const std::size_t length : {1999U, 2000U, 2001U}) {

@@ -121,7 +121,7 @@ TEST_F(ParameterFile, FillsEveryField) {
   EXPECT_EQ(plain(context().paramValues), (Strings{"dusk, warm", "77"}));
 }
 
-TEST_F(ParameterFile, LeavesDefaultsWhereElementsAreAbsent) {
+TEST_F(ParameterFile, LeavesDefaultsIfElementsAreAbsent) {
   expectLoads(job(""));
   EXPECT_EQ(context().arguments, "");
   EXPECT_EQ(context().workingFolder, "");
@@ -157,7 +157,7 @@ TEST_F(ParameterFile, TouchesNoOtherField) {
   EXPECT_EQ(context().userName, "u");
 }
 
-TEST_F(ParameterFile, TakesTextElementsAsTheyStand) {
+TEST_F(ParameterFile, TakesTextElementsUnchanged) {
   const struct {
     const char* element;
     std::string AdapterContext::*field;
@@ -282,7 +282,7 @@ TEST_F(ParameterFile, RefusesNumbersAndFlagsWithoutText) {
   }
 }
 
-TEST_F(ParameterFile, WantsTheRootAsItsFirstNode) {
+TEST_F(ParameterFile, RequiresTheRootAsTheFirstNode) {
   const std::string valid = job("");
   expectFails("<?xml version='1.0'?>" + valid, invalidSyntax);
   expectFails("<?xml version=`1.0`?>" + valid, invalidSyntax);
@@ -298,13 +298,13 @@ TEST_F(ParameterFile, WantsTheRootAsItsFirstNode) {
   expectFails("<Job>cmdData</Job>", invalidSyntax);
   expectLoads("\xef\xbb\xbf" + valid);
   expectLoads("\n  " + valid);
-  expectLoads(valid + "<!-- behind it -->");
+  expectLoads(valid + "<!-- after it -->");
   expectLoads(
       "<any-name a='b'><!-- x --> text <y/><cmdData><TaskList/><JobParams/></cmdData>"
       "</any-name>");
 }
 
-TEST_F(ParameterFile, WantsTheParametersAfterTheTasks) {
+TEST_F(ParameterFile, RequiresTheParametersAfterTheTasks) {
   const auto data = [](const std::string& elements) {
     return "<Job><cmdData>" + elements + "</cmdData></Job>";
   };
@@ -472,7 +472,7 @@ TEST_F(ParameterFile, KeepsWhatItReadBeforeAFailure) {
   EXPECT_EQ(plain(context().paramValues), (Strings{"1"}));
 }
 
-TEST_F(ParameterFile, RaisesALengthErrorForReversedBraces) {
+TEST_F(ParameterFile, ThrowsALengthErrorForReversedBraces) {
   for (const std::string& text : {
            job("<Arguments>}a{</Arguments>"),
            jobWithTasks("<Task><Params>}a{</Params></Task>"),
@@ -485,7 +485,7 @@ TEST_F(ParameterFile, RaisesALengthErrorForReversedBraces) {
   }
 }
 
-TEST_F(ParameterFile, SaysNothingWithoutAFileName) {
+TEST_F(ParameterFile, WritesNothingWithoutAFileName) {
   EXPECT_FALSE(load(""));
   EXPECT_EQ(standardError_, "");
 }
@@ -504,7 +504,7 @@ TEST_F(ParameterFile, NamesAFileItCannotLoadAndTheReason) {
   expectFails("<Job a>", couldNotLoad("Error reading Attributes."));
 }
 
-TEST_F(ParameterFile, RefusesWhatIsNoRegularFile) {
+TEST_F(ParameterFile, RefusesWhatIsNotARegularFile) {
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   EXPECT_FALSE(load(path_));
   EXPECT_EQ(standardError_, couldNotLoad("Error document empty."));
@@ -527,7 +527,7 @@ std::string repeat(const std::string& text, std::size_t count) {
   return repeated;
 }
 
-TEST_F(ParameterFile, RefusesElementsNestedTooDeep) {
+TEST_F(ParameterFile, RefusesElementsNestedTooDeeply) {
   const std::string tooDeep = couldNotLoad("Elements nested too deep.");
   // the root and cmdData count as levels
   const std::size_t most = xmlLimits().depth - 2;

@@ -31,7 +31,7 @@ void expectRest(const TaskStart& start) {
   EXPECT_FALSE(start.redirectStderr);
 }
 
-TEST(ComposedStart, HasAllThatBecomesOfATask) {
+TEST(ComposedStart, HasEverythingAboutATask) {
   TaskStart start;
   ASSERT_TRUE(composeStart(fullContext(), 1, &start));
   EXPECT_EQ(start.commandLine, "/opt/bin/render -x 2");
@@ -78,7 +78,7 @@ TEST(ComposedStart, HasTheFolderOfTheApplicationBeforeTheCommand) {
   }
 }
 
-TEST(ComposedStart, HasNoCommandWhereItCannotBeComposed) {
+TEST(ComposedStart, HasNoCommandIfItCannotBeComposed) {
   AdapterContext context = fullContext();
   TaskStart start;
   ASSERT_TRUE(composeStart(fullContext(), 0, &start));

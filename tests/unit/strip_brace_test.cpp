@@ -56,7 +56,7 @@ TEST(StripBrace, StringFormHasNoLimit) {
   EXPECT_EQ(destination, text);
 }
 
-TEST(StripBrace, StringFormRaisesALengthErrorForReversedBraces) {
+TEST(StripBrace, StringFormThrowsALengthErrorForReversedBraces) {
   for (const char* source : {"}x{", "a}b{c", "}xx{", "} {"}) {
     SCOPED_TRACE(source);
     std::string destination = before;
@@ -66,7 +66,7 @@ TEST(StripBrace, StringFormRaisesALengthErrorForReversedBraces) {
 }
 
 // "}{" is as empty as "{}", but its length is -2.
-TEST(StripBrace, StringFormRaisesALengthErrorForAdjacentReversedBraces) {
+TEST(StripBrace, StringFormThrowsALengthErrorForAdjacentReversedBraces) {
   std::string destination;
   EXPECT_THROW(stripBrace("}{", &destination), std::length_error);
 }

@@ -22,7 +22,7 @@ TEST(UserRights, GiveTheirOwnReasonForAMissingGroup) {
   EXPECT_EQ(failure(&rights), "Cannot set gid -1: No such group");
 }
 
-TEST(UserRights, ChangeNothingOfTheRightsOnFailure) {
+TEST(UserRights, DoNotChangeOnFailure) {
   UserRights rights;
   rights.gid = static_cast<std::int32_t>(getgid());
   EXPECT_EQ(failure(&rights), "Missing user name");

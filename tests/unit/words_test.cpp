@@ -49,7 +49,7 @@ TEST(Words, AreSeparatedBySpacesAndGroupedByQuotes) {
   for (const auto& row : rows) EXPECT_EQ(split(row.line), row.words) << row.line;
 }
 
-TEST(Words, HaveNoLimitInNumber) {
+TEST(Words, AreUnlimitedInNumber) {
   std::string line;
   for (int i = 0; i < 20000; ++i) line += "w ";
   EXPECT_EQ(split(line), std::vector<std::string>(20000, "w"));

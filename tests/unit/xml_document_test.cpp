@@ -79,13 +79,13 @@ TEST_F(XmlDocument, IsWhatTheLibraryLoads) {
   }
 }
 
-TEST_F(XmlDocument, IsRefusedInTheLibrarysWordsWhereThereIsNoFile) {
+TEST_F(XmlDocument, IsRefusedInTheLibrarysWordsIfThereIsNoFile) {
   const std::string missing = folder_.file("missing.xml");
   EXPECT_EQ(load(missing), loadByTheLibrary(missing));
   EXPECT_EQ(load(missing).reason, "Failed to open file");
 }
 
-TEST_F(XmlDocument, IsEmptyWhereThereIsNoRegularFile) {
+TEST_F(XmlDocument, IsEmptyIfThereIsNoRegularFile) {
   const std::string pipe = folder_.file("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_EQ(load(pipe).reason, "Error document empty.");
@@ -161,7 +161,7 @@ TEST_F(XmlDocument, IsWhatTheLibraryLoadsFromRandomAndDamagedFiles) {
   EXPECT_GT(refusals, 200);
 }
 
-// With the end of the text within a character, whatever bytes the file has after it.
+// Even if the text ends within a character, whatever bytes follow it in the file.
 TEST_F(XmlDocument, IsReadNoFurtherThanItsText) {
   for (const std::string lead : {"\xc3", "\xe2", "\xe2\x82", "\xf0", "\xf0\x9f\x98"}) {
     for (const std::string& rest : {""s, "\0"s, "\0></a>"s, "\0\0\0></a>"s}) {

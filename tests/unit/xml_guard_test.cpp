@@ -58,7 +58,7 @@ Parsed parse(std::string text) {
   return {measured, builtBelow(document), !document.Error()};
 }
 
-TEST(XmlCost, HasTheDepthThatTheLibraryGetsTo) {
+TEST(XmlCost, HasTheDepthThatTheLibraryReaches) {
   const struct {
     std::string bytes;
     std::size_t depth;
@@ -178,7 +178,7 @@ TEST(XmlCost, AddsUpTheLevelsOfAllNodes) {
   }
 }
 
-TEST(XmlCost, IsNotLookedForBeyondTheMost) {
+TEST(XmlCost, IsNotCountedBeyondTheLimits) {
   std::string text;
   for (int i = 0; i < 100; ++i) text += "<a>";
   text += "<b c='' d='' e=''/><f g='' h='' i='' j=''/>" + std::string(3, '\0');

@@ -43,7 +43,7 @@ TEST(EndLines, AreOneForEachKindOfEnd) {
   EXPECT_EQ(read, expected);
 }
 
-TEST(EndLines, AreReadForTheTasksThatAreAskedFor) {
+TEST(EndLines, AreReadForTheRequestedTasks) {
   const TaskEnd before = {Ending::failed, 1, ""};
   std::vector<TaskEnd> ends(4, before);
   readEndLines("runlet-job-ends i succeeded 0 1-3,5-2147483647\nrunlet-job-ends i killed 64 50\n",
@@ -51,7 +51,7 @@ TEST(EndLines, AreReadForTheTasksThatAreAskedFor) {
   EXPECT_EQ(ends, (std::vector<TaskEnd>{succeeded, before, {Ending::killed, 64, ""}, succeeded}));
 }
 
-TEST(EndLines, AreIgnoredUnlessTheyAreAsTheyAreWritten) {
+TEST(EndLines, AreIgnoredUnlessWellFormed) {
   const TaskEnd before = {Ending::failed, 1, ""};
   for (const char* text : {
            "",

@@ -101,7 +101,7 @@ TEST(JobBatch, IsNamedAfterItsFile) {
   }
 }
 
-TEST(JobBatch, KnowsItsFoldersInFull) {
+TEST(JobBatch, HasTheFullPathsOfItsFolders) {
   struct Row {
     const char* workingFolder;  // null: none
     const char* logFolder;
@@ -160,7 +160,7 @@ TEST(JobBatch, IsRefusedForWhatCheckFinds) {
           path + ": 2 tasks, 1 error\n");
 }
 
-TEST(JobBatch, IsUnreadableWhereTheFileIs) {
+TEST(JobBatch, IsUnreadableIfTheFileIs) {
   const TempFolder folder;
   const std::string path = folder.file("none.xml");
   Prepared prepared;
@@ -192,7 +192,7 @@ TEST(JobBatch, ReportsWarnings) {
   EXPECT_EQ(prepared.error, "runlet-job: run: 1 warning; see: runlet-job check " + path + "\n");
 }
 
-TEST(JobBatch, IsTheCallersWhoIsNotRoot) {
+TEST(JobBatch, RunsAsTheCallerUnlessThatIsRoot) {
   const TempFolder folder;
   Job job = jobOf(2);
   job.set("uid", "7");

@@ -23,7 +23,7 @@ namespace {
 using runlet_test::otherId;
 using runlet_test::TempFolder;
 
-// Of `taskCount` tasks, with logs in `logFolder`, which run as the caller.
+// A batch of `taskCount` tasks that run as the caller, with logs in `logFolder`.
 void fill(std::size_t taskCount, const std::string& logFolder, Batch* batch) {
   batch->context.uid = static_cast<std::int32_t>(geteuid());
   batch->context.gid = static_cast<std::int32_t>(getegid());
@@ -103,7 +103,7 @@ TEST(Logs, AreNewFilesWhateverIsThere) {
   EXPECT_EQ(errno, EISDIR);
 }
 
-TEST(Logs, AreInAFolderThatIsMadeForThem) {
+TEST(Logs, AreInAFolderThatIsCreatedForThem) {
   const TempFolder folder;
   Batch batch;
   fill(1, folder.file("a/b c/d"), &batch);
@@ -112,7 +112,7 @@ TEST(Logs, AreInAFolderThatIsMadeForThem) {
   EXPECT_GE(runlet_test::modeOf(folder.file("a/b c/d")), 0);
 }
 
-// Independent of the mask of this process, which is unchanged.
+// Asserts modes of logs and their folder, whatever the mask of this process, which stays unchanged.
 void expectModes(bool isOfAnother) {
   const struct {
     mode_t own;
@@ -145,11 +145,11 @@ void expectModes(bool isOfAnother) {
   umask(before);
 }
 
-TEST(Logs, AreForThoseThatTheMaskOfTheJobLeavesThemTo) {
+TEST(Logs, HaveTheModeThatTheMaskOfTheJobLeaves) {
   expectModes(false);
 }
 
-TEST(LogsOfAnother, AreForThoseThatTheMaskOfTheJobLeavesThemTo) {
+TEST(LogsOfAnother, HaveTheModeThatTheMaskOfTheJobLeaves) {
   REQUIRE_ROOT();
   expectModes(true);
 }
@@ -161,7 +161,7 @@ void expectNoLogFolder(const Batch& batch, const std::string& reason) {
             "runlet-job: submit: cannot write logs to " + batch.logFolder + ": " + reason + "\n");
 }
 
-TEST(Logs, CannotBeWhereThereIsAFile) {
+TEST(Logs, CannotBeInsideAFile) {
   const TempFolder folder;
   Batch batch;
   fill(1, folder.write("file", "") + "/logs", &batch);
@@ -228,7 +228,7 @@ struct AccessEntry {
 
 // A default list that gives everybody all rights to new files in the folder, whatever the mask; no
 // effect if the file system does not support lists.
-void letEverybody(const std::string& folder) {
+void allowEverybody(const std::string& folder) {
   const struct {
     std::uint32_t version;
     AccessEntry entries[3];
@@ -236,9 +236,9 @@ void letEverybody(const std::string& folder) {
   setxattr(folder.c_str(), "system.posix_acl_default", &list, sizeof list, 0);
 }
 
-TEST(Logs, AreNotOpenToOthersByTheListOfTheFolder) {
+TEST(Logs, AreNotOpenedToOthersByTheAccessListOfTheFolder) {
   const TempFolder folder;
-  letEverybody(folder.path());
+  allowEverybody(folder.path());
   Batch batch;
   fill(1, folder.file("a/b"), &batch);
   batch.context.umask = 027;
@@ -249,7 +249,7 @@ TEST(Logs, AreNotOpenToOthersByTheListOfTheFolder) {
   EXPECT_EQ(runlet_test::modeOf(logPath(batch, 1)), 0640);
 }
 
-TEST(LogsOfAnother, AreRefusedInAFolderThatIsNotForThatUser) {
+TEST(LogsOfAnother, AreRefusedInAFolderWhereTheUserMayNotWrite) {
   REQUIRE_ROOT();
   const TempFolder folder;
   for (const unsigned mode : {0700U, 0755U, 0776U}) {
@@ -262,7 +262,7 @@ TEST(LogsOfAnother, AreRefusedInAFolderThatIsNotForThatUser) {
 }
 
 // The reason is why it cannot be created, not that it is then missing.
-TEST(LogsOfAnother, AreRefusedInAFolderThatThatUserCannotMake) {
+TEST(LogsOfAnother, AreRefusedInAFolderThatTheUserCannotCreate) {
   REQUIRE_ROOT();
   const TempFolder folder;
   Batch batch;
@@ -271,7 +271,7 @@ TEST(LogsOfAnother, AreRefusedInAFolderThatThatUserCannotMake) {
 }
 
 // If root has lost the right to switch users, as in a container.
-TEST(LogsOfAnother, AreRefusedWithoutTheRightToBecomeThatUser) {
+TEST(LogsOfAnother, AreRefusedWithoutTheRightToBecomeTheUser) {
   REQUIRE_ROOT();
   Batch batch;
   fillForAnother("", &batch);

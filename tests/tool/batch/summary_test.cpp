@@ -73,7 +73,7 @@ TEST(Summary, HasALineForEveryTaskAndOneForAll) {
   EXPECT_EQ(status, exitFailing);
 }
 
-TEST(Summary, IsFineOnlyWhenAllHaveSucceeded) {
+TEST(Summary, IsASuccessOnlyIfAllHaveSucceeded) {
   Batch batch;
   fill(2, {1, 2}, &batch);
   int status = -1;

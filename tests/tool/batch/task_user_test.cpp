@@ -46,17 +46,17 @@ struct Row {
 
 // The number of rows with a different result.
 template <std::size_t Count>
-int wrongRows(const Row (&rows)[Count]) {
-  int wrong = 0;
+int countDifferences(const Row (&rows)[Count]) {
+  int differences = 0;
   for (const Row& row : rows) {
     runlet::AdapterContext context = contextOf(row.uid, row.gid);
     const std::string note = settleTaskUser(&context);
     if (note == row.note && context.uid == row.uidThen && context.gid == row.gidThen) continue;
     std::fprintf(stderr, "%d %d: %s, %d %d\n", row.uid, row.gid, note.c_str(), context.uid,
                  context.gid);
-    ++wrong;
+    ++differences;
   }
-  return wrong;
+  return differences;
 }
 
 // Continues the test in a process of that user and group.
@@ -71,7 +71,7 @@ TEST(SettledIdentity, OfRootIsTheJobs) {
                       {-1, 72, "", -1, 72},
                       {71, -1, "", 71, -1},
                       {-1, -1, "", -1, -1}};
-  EXPECT_EQ(wrongRows(rows), 0);
+  EXPECT_EQ(countDifferences(rows), 0);
 }
 
 TEST(SettledIdentity, OfAnyoneElseIsTheCallers) {
@@ -90,7 +90,7 @@ TEST(SettledIdentity, OfAnyoneElseIsTheCallers) {
   };
   const auto settle = [&] {
     becomeOther();
-    _exit(wrongRows(rows));
+    _exit(countDifferences(rows));
   };
   EXPECT_EXIT(settle(), testing::ExitedWithCode(0), "^$");
 }
@@ -101,7 +101,7 @@ TEST(SettledIdentity, LeavesAMissingGroupToBeRefused) {
   const Row rows[] = {{71, -1, "", 71, -1}, {other, -1, "", other, -1}, {-1, -1, "", -1, -1}};
   const auto settle = [&] {
     becomeOther();
-    _exit(wrongRows(rows));
+    _exit(countDifferences(rows));
   };
   EXPECT_EXIT(settle(), testing::ExitedWithCode(0), "^$");
 }
@@ -117,7 +117,7 @@ int openNull() {
   return open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
-TEST(AsTaskUser, IsTheCallerWhoIsNotRoot) {
+TEST(AsTaskUser, IsTheCallerUnlessThatIsRoot) {
   const auto take = [] {
     if (geteuid() == 0) becomeOther();
     umask(012);
@@ -134,10 +134,10 @@ TEST(AsTaskUser, IsTheCallerWhoIsNotRoot) {
 TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
   REQUIRE_ROOT();
   const mode_t mask = ownMask();
-  bool isHere = false;
+  bool ranInThisProcess = false;
   const int open = fcntl(STDERR_FILENO, F_DUPFD, STDERR_FILENO + 2);
   const int descriptor = doAsTaskUser(contextOf(71, 72), [&] {
-    isHere = true;
+    ranInThisProcess = true;
     uid_t user[3];
     gid_t group[3];
     getresuid(&user[0], &user[1], &user[2]);
@@ -155,14 +155,14 @@ TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
   ASSERT_GE(descriptor, 0);
   EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
   close(descriptor);
-  EXPECT_FALSE(isHere);
+  EXPECT_FALSE(ranInThisProcess);
   EXPECT_EQ(geteuid(), 0U);
   EXPECT_EQ(ownMask(), mask);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
 // If root is configured to keep its capabilities when switching users.
-TEST(AsTaskUser, HasNoCapabilityOfRoots) {
+TEST(AsTaskUser, HasNoneOfRootsCapabilities) {
   REQUIRE_ROOT();
   const TempFolder folder;
   const auto look = [&] {
@@ -174,7 +174,7 @@ TEST(AsTaskUser, HasNoCapabilityOfRoots) {
   EXPECT_EXIT(look(), testing::ExitedWithCode(0), "^$");
 }
 
-TEST(AsTaskUser, KeepsTheErrorOfWhatWasDone) {
+TEST(AsTaskUser, KeepsTheErrorOfTheAction) {
   REQUIRE_ROOT();
   EXPECT_EQ(doAsTaskUser(contextOf(71, 72),
                          [] {
@@ -185,7 +185,7 @@ TEST(AsTaskUser, KeepsTheErrorOfWhatWasDone) {
   EXPECT_EQ(errno, ENOSPC);
 }
 
-TEST(AsTaskUser, HasAnErrorOfItsOwnWhereTheProcessEnds) {
+TEST(AsTaskUser, HasAnErrorOfItsOwnIfTheProcessIsKilled) {
   REQUIRE_ROOT();
   EXPECT_EQ(doAsTaskUser(contextOf(71, 72), [] { return raise(SIGKILL); }), -1);
   EXPECT_EQ(errno, EIO);

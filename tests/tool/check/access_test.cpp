@@ -42,7 +42,7 @@ TEST_F(AccessOfAnother, ToAFolderNeedsTheRightToSearchIt) {
   EXPECT_EQ(accessToFolder(other_, folder_.path(), "none"), Access::missing);
 }
 
-TEST_F(AccessOfAnother, ToTheOwnersFileIsTheOwners) {
+TEST_F(AccessOfAnother, ToTheirOwnFileIsThatOfTheOwner) {
   const Identity owner = {geteuid(), strangers, {}};  // not the caller, since the group differs
   folder_.write("file", "", 0655);
   EXPECT_EQ(accessToProgram(other_, folder_.path(), "file"), Access::granted);
@@ -51,7 +51,7 @@ TEST_F(AccessOfAnother, ToTheOwnersFileIsTheOwners) {
             geteuid() == 0 ? Access::granted : Access::denied);
 }
 
-TEST_F(AccessOfAnother, IsAllToRoot) {
+TEST_F(AccessOfAnother, IsUnlimitedForRoot) {
   const Identity root = {0, strangers, {}};
   folder_.makeFolder("closed", 0000);
   folder_.write("program", "", 0001);
@@ -68,8 +68,8 @@ TEST_F(AccessOfAnother, FollowsLinks) {
   EXPECT_EQ(accessToProgram(other_, folder_.path(), "link"), Access::denied);
 }
 
-// Not from the resolved path.
-TEST_F(AccessOfAnother, GoesStepByStep) {
+// Not by the normalised path.
+TEST_F(AccessOfAnother, IsDecidedStepByStep) {
   folder_.makeFolder("closed", 0700);
   folder_.makeFolder("open", 0755);
   folder_.write("open/program", "", 0755);

@@ -26,7 +26,7 @@ class Check : public testing::Test {
   TempFolder folder_;
 };
 
-TEST_F(Check, SaysInALineThatNothingIsFound) {
+TEST_F(Check, SaysInOneLineThatNothingIsFound) {
   const std::string job = write("job.xml");
   expectTool(runTool({"check", job}), job + ": 3 tasks, no findings\n", "", "exit 0");
   expectTool(runTool({"check", "--strict", job}), job + ": 3 tasks, no findings\n", "", "exit 0");

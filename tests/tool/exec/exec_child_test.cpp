@@ -53,7 +53,7 @@ class ExecAsAChild : public ExecTest {
     return text;
   }
 
-  // The report, which must be equal for both. `more` are options of the request.
+  // Asserts that both report the same, and returns the report. `more` are options of the request.
   std::string expectSame(const Strings& more = {}, const std::function<void()>& prepare = nullptr) {
     write(job_);
     Strings request = newTask();

@@ -20,7 +20,7 @@ constexpr char noFile[] = "No such file or directory";
 
 class ExecRefusal : public ExecTest {
  protected:
-  // The job's command, without a run folder of its own.
+  // The job's command, without a WorkingFolder.
   Job job(const std::string& arguments = "/bin/mkdir made") const {
     Job made;
     made.arguments = arguments;
@@ -90,7 +90,7 @@ TEST_F(ExecRefusal, IsNotForAScriptWithoutAnInterpreter) {
              "exit 7");
 }
 
-TEST_F(ExecRefusal, IsForATaskThatIsNotThere) {
+TEST_F(ExecRefusal, IsForAMissingTask) {
   Job three = job();
   three.tasks = {"a", "b", "c"};
   write(three);
@@ -106,7 +106,7 @@ TEST_F(ExecRefusal, IsForATaskThatIsNotThere) {
   expectNotMade();
 }
 
-TEST_F(ExecRefusal, IsForACommandLineThatIsWrong) {
+TEST_F(ExecRefusal, IsForAnInvalidCommandLine) {
   write(job());
   const struct {
     Strings words;
@@ -154,7 +154,7 @@ TEST_F(ExecRefusal, IsNotForHelp) {
   }
 }
 
-TEST_F(ExecRefusal, IsForAJobThatIsNotLoaded) {
+TEST_F(ExecRefusal, IsForAJobThatCannotBeLoaded) {
   const std::string notLoaded =
       "Runlet adapter: Could not load parameter file " + jobFile_ + ". Error='";
   const std::string syntax = "Runlet adapter: Invalid XML job syntax.\n";
@@ -183,7 +183,7 @@ TEST_F(ExecRefusal, IsForAJobThatIsNotLoaded) {
   expectNotMade();
 }
 
-TEST_F(ExecRefusal, IsForAJobFileThatIsNotThere) {
+TEST_F(ExecRefusal, IsForAMissingJobFile) {
   folder_.makeFolder("in");
   const struct {
     std::string job;
@@ -231,7 +231,7 @@ TEST_F(ExecRefusal, IsForARunFolderThatCannotBeEntered) {
   expectNotMade();
 }
 
-// In its own root folder, with what programs need from the system.
+// Makes `root` the root folder of this process, with what programs need from the system.
 void enterRootFolderWith(const std::string& jobFile, const std::string& root) {
   const auto orExit = [](bool succeeded) {
     if (!succeeded) _exit(95);
@@ -294,7 +294,7 @@ TEST_F(ExecRefusal, IsForAParameterWithoutAValue) {
 
 // Folder, command, rights: the first failure is reported, and the "Calling" line comes only after
 // the command.
-TEST_F(ExecRefusal, IsForTheFirstThingThatIsWrong) {
+TEST_F(ExecRefusal, IsForTheFirstFault) {
   Job made = job("/bin/mkdir made %t");
   made.remove("gid").set("WorkingFolder", "/nowhere");
   write(made);

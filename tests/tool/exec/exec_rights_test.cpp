@@ -111,7 +111,7 @@ TEST_F(ExecRights, OfOthersCannotBeTakenWithoutRootAndANoteSaysSo) {
 }
 
 // In a log the note comes after the "Calling" line and before the output of the program.
-TEST_F(ExecRights, AreNotedOnStandardErrorWhereverThatOfTheTaskGoes) {
+TEST_F(ExecRights, AreNotedOnTheOriginalStandardError) {
   const unsigned uid = geteuid() == 0 ? otherId : geteuid();
   const unsigned gid = geteuid() == 0 ? otherId : getegid();
   const std::string log = folder_.write("log", "", 0666);
@@ -137,7 +137,7 @@ TEST_F(ExecRights, AreNotedOnStandardErrorWhereverThatOfTheTaskGoes) {
 }
 
 // Entering the run folder and making the program executable use the caller's rights.
-TEST_F(ExecRights, OfTheCallerHoldForFolderAndProgram) {
+TEST_F(ExecRights, OfTheCallerApplyToFolderAndProgram) {
   const std::string bin = folder_.makeFolder("bin") + "/";
   folder_.write("bin/render", "#!/bin/sh\nexit 0\n", 0700);
   job_.arguments = "render x";
@@ -153,7 +153,7 @@ TEST_F(ExecRights, OfTheCallerHoldForFolderAndProgram) {
   EXPECT_EQ(modeOf(bin + "render"), 0700);
 }
 
-// Whoever starts it, regardless of whether it makes a difference for the caller.
+// Even if the caller is not root, for whom it would make no difference.
 TEST_F(ExecRights, AreNotRootsForAnIdThatDoesNotSayZero) {
   const std::string own = std::to_string(getegid());
   const struct {
@@ -328,7 +328,7 @@ TEST_F(ExecRightsOfRoot, IncludeNoKeyringOfRoot) {
   }
 }
 
-// While the process belongs to the user and its memory is root's.
+// For a moment the process belongs to the user while its memory is still root's.
 TEST_F(ExecRightsOfRoot, LeaveNoCoreFileOfRootsMemory) {
   setIds("71", "72");
   expectTool(runProcess(withFault("core-files")), calling_, noCoreFiles, "exit 0");
@@ -416,7 +416,7 @@ TEST_F(ExecRightsOfRoot, AreNotLentToATextOfTheJob) {
 }
 
 // The program is searched for with the rights of the task.
-TEST_F(ExecRightsOfRoot, HoldForTheSearchOfTheProgram) {
+TEST_F(ExecRightsOfRoot, ApplyToTheSearchForTheProgram) {
   folder_.makeFolder("closed", 0700);
   folder_.write("closed/render", "#!/bin/sh\nexit 0\n", 0755);
   job_.arguments = folder_.file("closed/render") + " x";
@@ -425,7 +425,7 @@ TEST_F(ExecRightsOfRoot, HoldForTheSearchOfTheProgram) {
              cannotExecute(job_.arguments, "Permission denied"), "exit 126");
 }
 
-TEST_F(ExecRightsOfRoot, ThatTheSystemDoesNotGiveEndIt) {
+TEST_F(ExecRightsOfRoot, ThatTheSystemRefusesEndIt) {
   const struct {
     unsigned long missing;
     const char* error;

@@ -35,7 +35,7 @@ TEST_F(ExecProcess, IsTheTaskItself) {
   EXPECT_EQ(lines["parent"], Strings{std::to_string(getpid())});
 }
 
-// The starter is its leader here, so that it could be left.
+// Here the starter leads the group, so the task could leave it.
 TEST_F(ExecProcess, StaysInTheProcessGroupAndSession) {
   Job job;
   job.arguments = probe();
@@ -54,7 +54,7 @@ TEST_F(ExecProcess, StaysInTheProcessGroupAndSession) {
   EXPECT_EQ(lines["session"], starter);
 }
 
-TEST_F(ExecProcess, IsTheOneTaskOfItsNumber) {
+TEST_F(ExecProcess, IsTheTaskOfItsNumberAlone) {
   Job job;
   job.arguments = "/bin/mkdir %jp1-%3tn-%tp2";
   job.tasks = {"a\tnorth", "b\teast", "c\tsouth"};
@@ -255,11 +255,11 @@ class ExecInheritance : public ExecTest {
   }
 };
 
-TEST_F(ExecInheritance, OfTheEnvironmentIsWhole) {
+TEST_F(ExecInheritance, OfTheEnvironmentIsComplete) {
   expectSame("cat", {"/proc/self/environ"}, nullptr);
 }
 
-TEST_F(ExecInheritance, OfIgnoredAndBlockedSignalsIsWhole) {
+TEST_F(ExecInheritance, OfIgnoredAndBlockedSignalsIsComplete) {
   expectSame("grep", {"-e", "SigBlk", "-e", "SigIgn", "-e", "SigCgt", "/proc/self/status"}, [] {
     for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGCHLD, SIGRTMAX}) {
       std::signal(signal, SIG_IGN);
@@ -271,7 +271,7 @@ TEST_F(ExecInheritance, OfIgnoredAndBlockedSignalsIsWhole) {
   });
 }
 
-TEST_F(ExecInheritance, OfLimitsIsWhole) {
+TEST_F(ExecInheritance, OfLimitsIsComplete) {
   expectSame("cat", {"/proc/self/limits", "/proc/self/cgroup", "/proc/self/oom_score_adj"}, [] {
     const rlimit few{17, 23};
     setrlimit(RLIMIT_NOFILE, &few);
@@ -350,7 +350,7 @@ TEST_F(ExecStreams, OfTheStarterStayOpen) {
                                              "3 " + file, "4 " + error_, "5 " + file}));
 }
 
-TEST_F(ExecStreams, HaveStandardErrorInStandardOutputWhereTheJobWantsIt) {
+TEST_F(ExecStreams, JoinStandardErrorToStandardOutputIfTheJobSaysSo) {
   const std::string command = "/bin/sh -c \"echo out; echo err >&2; echo end\"";
   const std::string line = calling(command, folder());
   writeRedirected(command, true);

@@ -21,7 +21,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-TEST(VisiblePart, IsWhatATerminalCanHave) {
+TEST(VisiblePart, IsWhatATerminalMayReceive) {
   const struct {
     Strings parts;
     std::string shown;
@@ -75,7 +75,7 @@ class ExecTerminal : public ExecTest {
     return options;
   }
 
-  // The result of a process, and its output on the terminal.
+  // Asserts the status of a process and its output on the terminal.
   void expectShown(const ProcessOptions& options, const std::string& text,
                    const std::string& status) {
     Process process(options);
@@ -107,7 +107,7 @@ TEST_F(ExecTerminal, IsNotTheTasksOfAnotherUser) {
 }
 
 // The task could inject input into it.
-TEST_F(ExecTerminal, IsLeftWhereTheTaskHasItForNoStream) {
+TEST_F(ExecTerminal, IsLeftIfNoStreamOfTheTaskIsTheTerminal) {
   const std::string script = "(: >/dev/tty) 2>/dev/null || echo no terminal\n";
   const ProcessOptions options = onTerminal(script, {});
   expectTool(runProcess(options), calling_ + "\nno terminal\n", "", "exit 0");
@@ -144,7 +144,7 @@ TEST_F(ExecTerminal, EndsATaskThatHasStopped) {
   Process process(onTerminal("trap 'exit 7' TERM; echo ready; kill -STOP $$", {0, 2}));
   ASSERT_TRUE(process.readUntil("ready"));
   std::this_thread::sleep_for(
-      std::chrono::milliseconds(100));  // makes the case likely; the test also holds without
+      std::chrono::milliseconds(100));  // makes the case likely; the test passes without it, too
   kill(process.pid(), SIGTERM);
   EXPECT_EQ(describeStatus(process.finish().waitStatus), "exit 7");
 }
@@ -199,7 +199,7 @@ TEST_F(ExecTerminal, HasOutputsThatTheTaskCanOpen) {
   expectShown(onTerminal("echo b >/dev/stderr", {2}), "b\r\n", "exit 0");
 }
 
-TEST_F(ExecTerminal, ShowsOneOutputWhereNothingElseIsOpen) {
+TEST_F(ExecTerminal, ShowsOneOutputIfNothingElseIsOpen) {
   ProcessOptions options = onTerminal("echo a; echo b >&2", {2});
   const auto open = options.prepare;
   options.prepare = [=] {
@@ -210,7 +210,7 @@ TEST_F(ExecTerminal, ShowsOneOutputWhereNothingElseIsOpen) {
   expectShown(options, "b\r\n", "exit 0");
 }
 
-TEST_F(ExecTerminal, ShowsTextsOfARefusalToo) {
+TEST_F(ExecTerminal, AlsoShowsTheTextsOfARefusal) {
   job_.set("WorkingFolder", "/no\x1b[2J");
   expectShown(onTerminal("", {2}), cannotEnter("/no\\x1b[2J", "No such file or directory") + "\r\n",
               "exit 125");
@@ -237,8 +237,8 @@ TEST_F(ExecTerminal, NeedsAProcessToKeepTheTaskFromIt) {
   }
 }
 
-// If it cannot be determined whether there is one.
-TEST_F(ExecTerminal, IsNotLeftToChance) {
+// If it cannot be determined whether there is a controlling terminal.
+TEST_F(ExecTerminal, PreventsTheStartIfItCannotBeRuledOut) {
   const ProcessOptions options = onTerminal("echo ran", {}, {"--keep-env", "RUNLET_FAULT"});
   expectTool(runProcess(with("terminal-unknown", options)), calling_ + "\n",
              "runlet-job: task not started: it would keep its access to the terminal\n",

@@ -64,7 +64,7 @@ TEST_F(Expand, ShowsThePathThatIsMadeExecutable) {
              "", "exit 0");
 }
 
-TEST_F(Expand, TakesARangeAsTheAdapterDoes) {
+TEST_F(Expand, ReadsARangeAsTheAdapterDoes) {
   write("bake %tn", {"a", "b", "c", "d"});
   struct Row {
     std::vector<std::string> options;

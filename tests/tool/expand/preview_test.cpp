@@ -26,7 +26,7 @@ TEST(Preview, CannotBeCopiedOrMoved) {
   static_assert(!std::is_move_constructible_v<Preview> && !std::is_move_assignable_v<Preview>);
 }
 
-TEST(Preview, HasNothingOfTheTaskBefore) {
+TEST(Preview, HasNothingOfThePreviousTask) {
   Preview preview;
   for (const char* arguments : {"render %ta", "render", "render %jp1"}) {
     previewTask(contextFor("render %tn"), 0, true, &preview);

@@ -1,4 +1,4 @@
-// What looks like a fault and is none.
+// What looks like a fault but is not.
 
 #include <pwd.h>
 #include <unistd.h>
@@ -15,9 +15,9 @@ struct Change {
 
 class CleanJobs : public Findings {
  protected:
-  // Nothing is found in a good job with these changes, and the adapter runs it.
+  // Asserts that nothing is found in a good job with these changes, and that the adapter runs it.
   void expectClean(const std::vector<Change>& changes) {
-    std::string text = readFile(samplesFolder() + "/RJ001/mended.xml");
+    std::string text = readFile(samplesFolder() + "/RJ001/fixed.xml");
     for (const Change& change : changes) {
       const std::size_t at = text.find(change.from);
       ASSERT_NE(at, std::string::npos) << change.from;
@@ -29,9 +29,9 @@ class CleanJobs : public Findings {
 
  private:
   void expectCleanText(const std::string& text) {
-    given_[mended] = text;
-    expectCheck(mended, {});
-    const ProcessResult result = runTasks(mended);
+    given_[fixed] = text;
+    expectCheck(fixed, {});
+    const ProcessResult result = runTasks(fixed);
     EXPECT_EQ(result.error, "");
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
     EXPECT_NE(withoutPids(result.output).find(processStarted), std::string::npos);
@@ -47,8 +47,8 @@ TEST_F(CleanJobs, MayHaveCommentsBetweenElements) {
   expectClean({{"</Job>", "</Job><!-- the end -->"}});
 }
 
-// Nothing is lost.
-TEST_F(CleanJobs, MayHaveACommentBehindAText) {
+// No text is lost.
+TEST_F(CleanJobs, MayHaveACommentAfterAText) {
   expectClean({{"18", "18<!-- octal 022 -->"}});
   expectClean({{"%tn}", "%tn}<!-- the number -->"}});
 }
@@ -59,7 +59,7 @@ TEST_F(CleanJobs, MayHaveSpaceAroundATextAndItsBraces) {
   expectClean({{"{dawn}", "\n        {dawn}\n      "}});
 }
 
-TEST_F(CleanJobs, MayHaveFlagsInAllTheUsualWords) {
+TEST_F(CleanJobs, MayHaveFlagsInAllUsualWords) {
   for (const std::string flag : {"yes", "Yes", "y", "true", "True", "1", "no", "No", "n", "false",
                                  "f", "0", "off", "keep"}) {
     const std::string element = "<redirectStderr>" + flag + "</redirectStderr><umask>";
@@ -91,8 +91,8 @@ TEST_F(CleanJobs, MayHavePlaceholdersOfEveryKind) {
   expectClean({{"%tn", "%31tn"}});
 }
 
-// The shell that is started looks at what the adapter does not.
-TEST_F(CleanJobs, MayHandALineToAShell) {
+// The shell interprets what the adapter does not.
+TEST_F(CleanJobs, MayPassALineToAShell) {
   expectClean({{"/bin/echo %tn", "/bin/sh -c \"echo $HOME | cat &gt; /dev/null\""}});
 }
 

@@ -1,4 +1,4 @@
-// What is found in the command line of a task, in its folder and in the options.
+// Findings about the command line of a task, its folder and the options.
 
 #include <filesystem>
 
@@ -11,14 +11,14 @@ constexpr char script[] = "#!/bin/sh\necho \"$0\" \"$@\"\n";
 
 class CommandLineFindings : public Findings {
  protected:
-  // `ofBad` and `ofMended` are what comes after the command, and then the arguments that come
-  // of it, each on a line of its own.
-  void expectWords(const Strings& ofBad, const Strings& ofMended) {
+  // `ofBad` and `ofFixed` are the rest of the line after the program, followed by the resulting
+  // arguments, which are printed on separate lines.
+  void expectWords(const Strings& ofBad, const Strings& ofFixed) {
     expectBad(words(ofBad));
-    expectMended(words(ofMended));
+    expectFixed(words(ofFixed));
   }
 
-  // Makes the application `name` for -a, with the script `render` beside it.
+  // Sets the application for -a to "app" in `folder`, which has the script `render`.
   void useApplication(const std::string& folder, unsigned mode) {
     folder_.makeFolder(folder);
     folder_.write(folder + "/render", script, mode);
@@ -48,7 +48,7 @@ TEST_F(CommandLineFindings, RJ071QuoteInsideAWord) {
               {"\"-s=dawn light\"", "-s=dawn light"});
 }
 
-TEST_F(CommandLineFindings, RJ072TextBehindAClosingQuote) {
+TEST_F(CommandLineFindings, RJ072TextAfterAClosingQuote) {
   expectFound({{"RJ072", "warning", 3, 53, "\"dawn light\"/1", "all"}});
   expectWords({"\"dawn light\"/1", "dawn light", "/1"}, {"\"dawn light/1\"", "dawn light/1"});
 }
@@ -61,10 +61,10 @@ TEST_F(CommandLineFindings, RJ073TabIsAnOrdinaryCharacter) {
 TEST_F(CommandLineFindings, RJ074EmptyCommand) {
   expectFound({{"RJ074", "error", 3, 5, "", "all"}});
   expectBadNotExecuted("");
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
-TEST_F(CommandLineFindings, RJ075NoSpaceBehindTheProgramOfAnApplication) {
+TEST_F(CommandLineFindings, RJ075NoSpaceAfterTheProgramOfAnApplication) {
   useApplication("tools", 0644);
   expectFound({{"RJ075", "error", 3, 17, "render", "all"}});
   expectBad("",
@@ -73,11 +73,11 @@ TEST_F(CommandLineFindings, RJ075NoSpaceBehindTheProgramOfAnApplication) {
                           "this->size() (which is 6)"),
             "signal 6");
   EXPECT_EQ(modeOf(folder_.file("tools/render")), 0644);
-  expectMended(rendered(folder_.file("tools/render")));
+  expectFixed(rendered(folder_.file("tools/render")));
   EXPECT_EQ(modeOf(folder_.file("tools/render")), 0755);
 }
 
-// The shell that is to run the chmod does more than that.
+// The shell that runs chmod does more than that.
 TEST_F(CommandLineFindings, RJ076ShellCharactersInThePathOfTheApplication) {
   useApplication("tools;echo>log", 0755);
   folder_.makeFolder("tools", 0700);
@@ -89,17 +89,17 @@ TEST_F(CommandLineFindings, RJ076ShellCharactersInThePathOfTheApplication) {
   EXPECT_EQ(readFile(folder_.file("log/render")), "\n");
 
   useApplication("plain", 0644);
-  expectCheck(mended, {});
-  expectMended(rendered(folder_.file("plain/render")));
+  expectCheck(fixed, {});
+  expectFixed(rendered(folder_.file("plain/render")));
 }
 
-TEST_F(CommandLineFindings, RJ077FolderInFrontOfAFullPath) {
+TEST_F(CommandLineFindings, RJ077FolderBeforeAFullPath) {
   useApplication("tools", 0644);
   folder_.makeFolder("tools/bin");
   folder_.write("tools/bin/render", script, 0644);
   expectFound({{"RJ077", "warning", 3, 17, folder_.file("tools//bin/render"), "all"}});
   expectBad(rendered(folder_.file("tools//bin/render")));
-  expectMended(rendered(folder_.file("tools/render")));
+  expectFixed(rendered(folder_.file("tools/render")));
 }
 
 TEST_F(CommandLineFindings, RJ078RelativeFolderOfSeveralTasks) {
@@ -109,14 +109,14 @@ TEST_F(CommandLineFindings, RJ078RelativeFolderOfSeveralTasks) {
   expectBad(called("/bin/echo 1") + "1\n", cannotEnter("shots", "No such file or directory"),
             "exit 255");
   runFolder_ = shots;
-  expectMended(called("/bin/echo 1") + called("/bin/echo 2") + "1\n2\n");
+  expectFixed(called("/bin/echo 1") + called("/bin/echo 2") + "1\n2\n");
 }
 
 TEST_F(CommandLineFindings, RJ079BareJobFileName) {
   bareName_ = true;
   expectFound({{"RJ079", "error", 0, 0, "bad.xml", ""}});
   expectBadRefused(cannotEnter("bad.xml", "Not a directory"));
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(CommandLineFindings, RJ080RelativeFolder) {
@@ -127,13 +127,13 @@ TEST_F(CommandLineFindings, RJ080RelativeFolder) {
   startFolder_ = "/";
   expectBadRefused(cannotEnter("shots", "No such file or directory"));
   runFolder_ = shots;
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(CommandLineFindings, RJ081ShellSyntax) {
   expectFound({{"RJ081", "warning", 3, 27, "$LC_ALL", "all"}});
   expectBad(called("/bin/echo $LC_ALL") + "$LC_ALL\n");
-  expectMended(called("/usr/bin/printenv LC_ALL") + "C\n");
+  expectFixed(called("/usr/bin/printenv LC_ALL") + "C\n");
 }
 
 }  // namespace

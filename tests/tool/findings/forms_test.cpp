@@ -1,5 +1,5 @@
-// The other forms that a fault may have than that of its sample. What is no error does not keep the
-// adapter from starting every task; what is one does.
+// Other forms of a fault than that of its sample. An error prevents the adapter from starting every
+// task; a warning or note does not.
 
 #include "findings.h"
 
@@ -10,9 +10,9 @@ std::string number(const std::string& name, const std::string& text) {
   return "<" + name + ">" + text + "</" + name + ">";
 }
 
-// In a job of one task and one parameter that has no other fault, `from` becomes `to`.
+// Replaces `from` by `to` in a faultless job of one task and one parameter.
 struct Form {
-  const char* codes;  // in the order of their places
+  const char* codes;  // in the order of their positions
   const char* from;
   std::string to;
 };
@@ -42,7 +42,7 @@ class Forms : public Findings {
     const Summary summary = summaryOf(bad);
     EXPECT_EQ(summary.codes, codes);
     const ProcessResult result = runTasks(bad);
-    // Only root may run tasks as somebody else.
+    // Only root may run tasks as another user.
     if (result.error.find("Operation not permitted") != std::string::npos) return;
     EXPECT_EQ(summary.errors == 0, startsAll(result, summary.tasks)) << result.error;
   }
@@ -238,7 +238,7 @@ TEST_F(Forms, OfCommandLines) {
   });
 }
 
-// A fault of some tasks names them, and the others are none of its business.
+// A finding about some tasks names only these.
 TEST_F(Forms, OfSomeTasksOnly) {
   std::string tasks;
   for (const char* fields :

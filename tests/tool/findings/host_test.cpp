@@ -1,4 +1,4 @@
-// What is found by looking at the machine.
+// Findings about the machine.
 
 #include <grp.h>
 #include <pwd.h>
@@ -23,18 +23,18 @@ class HostFindings : public Findings {
     host_ = true;
   }
 
-  // A folder that nobody but root may enter, whoever runs the tests.
+  // Creates a folder that only root may enter, whoever runs the tests.
   void useClosedFolder() {
     folder_.makeFolder("closed", 0600);
   }
 
-  void expectMendedRan() {
+  void expectFixedRan() {
     runFolder_ = folder();
-    expectMended(called("/bin/echo 1") + "1\n");
+    expectFixed(called("/bin/echo 1") + "1\n");
   }
 };
 
-// A job without a fault, but for what it runs.
+// A job without faults, except in what it runs.
 std::string jobOf(const std::string& command, const Strings& tasks) {
   std::string text = "<Job><cmdData><Arguments>{" + command + "}</Arguments>" +
                      "<TaskTimeout>30</TaskTimeout><uid>1000</uid><gid>1000</gid><TaskList>";
@@ -46,7 +46,7 @@ TEST_F(HostFindings, RJ090NoRunFolder) {
   const std::string shots = folder_.file("shots");
   expectFound({{"RJ090", "error", 4, 20, shots, ""}});
   expectBadRefused(cannotEnter(shots, "No such file or directory"));
-  expectMendedRan();
+  expectFixedRan();
 }
 
 TEST_F(HostFindings, RJ091RunFolderClosedToTheUserOfSeveralTasks) {
@@ -57,7 +57,7 @@ TEST_F(HostFindings, RJ091RunFolderClosedToTheUserOfSeveralTasks) {
   expectBad(called("/bin/echo 1") + "1\n", cannotEnter(runFolder_, "Permission denied"),
             "exit 255");
   runFolder_ = folder();
-  expectMended(called("/bin/echo 1") + called("/bin/echo 2") + "1\n2\n");
+  expectFixed(called("/bin/echo 1") + called("/bin/echo 2") + "1\n2\n");
 }
 
 TEST_F(HostFindings, RJ092RunFolderClosedToTheUserOfOneTask) {
@@ -66,11 +66,11 @@ TEST_F(HostFindings, RJ092RunFolderClosedToTheUserOfOneTask) {
   REQUIRE_ROOT();
   runFolder_ = folder_.file("closed");
   expectBad(called("/bin/echo 1") + "1\n");
-  expectMendedRan();
+  expectFixedRan();
 }
 
-TEST_F(HostFindings, NameEveryTaskOfAProgramThatIsNotThere) {
-  given_[bad] = readFile(samplesFolder() + "/RJ091/mended.xml");
+TEST_F(HostFindings, NameEveryTaskOfAMissingProgram) {
+  given_[bad] = readFile(samplesFolder() + "/RJ091/fixed.xml");
   given_[bad].replace(given_[bad].find("/bin/echo"), 9, "/bin/no-such-echo");
   expectCheck(bad, {{"RJ093", "error", 3, 17, "/bin/no-such-echo", "all"}});
 }
@@ -78,14 +78,14 @@ TEST_F(HostFindings, NameEveryTaskOfAProgramThatIsNotThere) {
 TEST_F(HostFindings, RJ093ProgramNotFound) {
   expectFound({{"RJ093", "error", 3, 17, "no-such-renderer", "all"}});
   expectBadNotExecuted("no-such-renderer 1");
-  expectMended(called("echo 1") + "1\n");
+  expectFixed(called("echo 1") + "1\n");
 }
 
 class ScriptFindings : public HostFindings {
  protected:
-  void expectMendedScript() {
+  void expectFixedScript() {
     const std::string line = folder_.file("script") + " 1";
-    expectMended(called(line) + "ran 1\n");
+    expectFixed(called(line) + "ran 1\n");
   }
 
   void SetUp() override {
@@ -94,15 +94,15 @@ class ScriptFindings : public HostFindings {
   }
 };
 
-TEST_F(ScriptFindings, RJ094InterpreterNotThere) {
+TEST_F(ScriptFindings, RJ094MissingInterpreter) {
   writeScript("broken", "#!/nowhere/sh\necho ran\n");
   expectFound({{"RJ094", "error", 3, 17, folder_.file("broken"), "all"}});
   expectBadNotExecuted(folder_.file("broken") + " 1");
-  expectMendedScript();
+  expectFixedScript();
 }
 
-// The chain of interpreters is followed as far as the system does it.
-TEST_F(ScriptFindings, AreAboutTheWayTheSystemGoes) {
+// The chain of interpreters is followed as far as the system follows it.
+TEST_F(ScriptFindings, FollowInterpretersAsTheSystemDoes) {
   const std::string script = folder_.file("script");
   writeScript("inner", "#!" + script + "\n");
   writeScript("loop", "#!" + folder_.file("loop") + "\n");
@@ -141,7 +141,7 @@ TEST_F(ScriptFindings, AreAboutTheWayTheSystemGoes) {
   }
 }
 
-// The first task's program is made executable by root, later ones by the user.
+// Root makes the first task's program executable, the user those of later tasks.
 TEST_F(HostFindings, KnowWhoMakesAProgramExecutable) {
   REQUIRE_ROOT();
   for (const char* name : {"first", "second"}) {
@@ -162,7 +162,7 @@ TEST_F(ScriptFindings, RJ095ScriptWithoutAnInterpreterLine) {
   writeScript("bare", "echo ran by `cat /proc/$$/comm`\n");
   expectFound({{"RJ095", "warning", 3, 17, folder_.file("bare"), "all"}});
   expectBad(called(folder_.file("bare") + " 1") + "ran by sh\n");
-  expectMendedScript();
+  expectFixedScript();
 }
 
 TEST_F(HostFindings, RJ096UnknownUserName) {
@@ -173,7 +173,7 @@ TEST_F(HostFindings, RJ096UnknownUserName) {
   const std::string reason = errno != 0 ? std::strerror(errno) : "No such user";
   expectBad(calling("/bin/echo 1", folder()),
             "Cannot obtain info for user no-such-artist:" + reason, "exit 255");
-  expectMendedRan();
+  expectFixedRan();
 }
 
 TEST_F(HostFindings, RJ097UserIdWithoutAnAccount) {
@@ -181,20 +181,20 @@ TEST_F(HostFindings, RJ097UserIdWithoutAnAccount) {
   expectFound({{"RJ097", "warning", 5, 10, "3999999", ""}});
   REQUIRE_ROOT();
   expectBad(called("/usr/bin/id -u") + "3999999\n");
-  expectMended(called("/usr/bin/id -u") + std::to_string(plainAccount().uid) + "\n");
+  expectFixed(called("/usr/bin/id -u") + std::to_string(plainAccount().uid) + "\n");
 }
 
-// The task then lacks the group of its user as well.
+// The task then also lacks the group of its user.
 TEST_F(HostFindings, RJ098GroupIdWithoutAGroup) {
   ASSERT_EQ(getgrgid(unknownId), nullptr);
   expectFound({{"RJ099", "note", 5, 10, plainAccount().group, ""},
                {"RJ098", "warning", 6, 10, "3999999", ""}});
   REQUIRE_ROOT();
   expectBad(called("/usr/bin/id -g") + "3999999\n");
-  expectMended(called("/usr/bin/id -g") + std::to_string(plainAccount().gid) + "\n");
+  expectFixed(called("/usr/bin/id -g") + std::to_string(plainAccount().gid) + "\n");
 }
 
-// A machine of its own users and groups, for both programs.
+// A machine with its own users and groups, for both programs.
 class GroupFindings : public HostFindings {
  protected:
   void prepare(ProcessOptions* options) const override {
@@ -224,7 +224,7 @@ TEST_F(GroupFindings, RJ099GroupsThatTheTaskWillNotHave) {
   REQUIRE_MOUNTS();
   expectFound({{"RJ099", "note", 5, 10, "storage", ""}});
   expectBad(called("/usr/bin/id -G") + "70001\n");
-  expectMended(called("/usr/bin/id -G") + "70001\n");
+  expectFixed(called("/usr/bin/id -G") + "70001\n");
 }
 
 }  // namespace

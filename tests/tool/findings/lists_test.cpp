@@ -1,4 +1,4 @@
-// What is found in the tasks and parameters of a job.
+// Findings about the tasks and parameters of a job.
 
 #include "findings.h"
 
@@ -8,25 +8,25 @@ namespace {
 class ListFindings : public Findings {
  protected:
   // The job has one task, which echoes its arguments.
-  void expectEchoed(const std::string& ofBad, const std::string& ofMended) {
+  void expectEchoed(const std::string& ofBad, const std::string& ofFixed) {
     expectBad(called("/bin/echo " + ofBad) + ofBad + "\n");
-    expectMended(called("/bin/echo " + ofMended) + ofMended + "\n");
+    expectFixed(called("/bin/echo " + ofFixed) + ofFixed + "\n");
   }
 };
 
 TEST_F(ListFindings, RJ050TaskWithoutText) {
   expectFound({{"RJ050", "warning", 9, 7, "<Task>", ""}});
   expectBad(called("/bin/echo 1 dusk") + "1 dusk\n");
-  expectMended(called("/bin/echo 1 dawn") + called("/bin/echo 2 dusk") + "1 dawn\n2 dusk\n");
+  expectFixed(called("/bin/echo 1 dawn") + called("/bin/echo 2 dusk") + "1 dawn\n2 dusk\n");
 }
 
 TEST_F(ListFindings, RJ051NoTasks) {
   expectFound({{"RJ051", "error", 8, 5, "<TaskList>", ""}});
   expectBad("");
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
-// The one value that there is has become the first.
+// The only value becomes the first.
 TEST_F(ListFindings, RJ052ParameterWithoutAValue) {
   expectFound(
       {{"RJ062", "error", 3, 32, "%jp2", "all"}, {"RJ052", "warning", 12, 7, "<Param>", ""}});
@@ -34,7 +34,7 @@ TEST_F(ListFindings, RJ052ParameterWithoutAValue) {
             terminateText("std::out_of_range",
                           "vector::_M_range_check: __n (which is 1) >= this->size() (which is 1)"),
             "signal 6");
-  expectMended(called("/bin/echo harbour misty") + "harbour misty\n");
+  expectFixed(called("/bin/echo harbour misty") + "harbour misty\n");
 }
 
 TEST_F(ListFindings, RJ053ElementReadAsAParameter) {
@@ -45,10 +45,10 @@ TEST_F(ListFindings, RJ053ElementReadAsAParameter) {
 TEST_F(ListFindings, RJ054ParameterWithoutAName) {
   expectFound({{"RJ054", "error", 14, 7, "<!-- the end -->", ""}});
   expectBadRefused("Runlet adapter: Invalid XML job syntax.\n");
-  expectMended(called("/bin/echo harbour misty") + "harbour misty\n");
+  expectFixed(called("/bin/echo harbour misty") + "harbour misty\n");
 }
 
-// They are told apart by their numbers alone.
+// Only their numbers distinguish them.
 TEST_F(ListFindings, RJ055TwoParametersOfOneName) {
   expectFound({{"RJ055", "warning", 13, 21, "scene", ""}});
   expectEchoed("harbour misty", "harbour misty");

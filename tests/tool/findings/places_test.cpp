@@ -1,5 +1,5 @@
-// Where in the file a finding is: in lines and characters, as an editor counts them, whatever
-// comes before it.
+// The position of a finding in the file: in lines and characters, as an editor counts them,
+// whatever comes before it.
 
 #include "findings.h"
 
@@ -48,7 +48,7 @@ TEST_F(Places, AreCountedInCharacters) {
 }
 
 // A reference is one character of the text and several of the file.
-TEST_F(Places, AreBehindReferences) {
+TEST_F(Places, AreRightWithReferencesBeforeThem) {
   expectPlaces({
       {"<Arguments>{echo &amp; %tx}</Arguments>", 24},
       {"<Arguments>{echo &lt;&gt;&quot;&apos; %tx}</Arguments>", 39},
@@ -60,7 +60,7 @@ TEST_F(Places, AreBehindReferences) {
   });
 }
 
-TEST_F(Places, AreBehindWhatIsDropped) {
+TEST_F(Places, AreRightWithDroppedTextBeforeThem) {
   expectPlaces({
       {"<Arguments>   {echo %tx}</Arguments>", 21},
       {"<Arguments>\n  {echo %tx}\n</Arguments>", 9, 3},
@@ -72,7 +72,7 @@ TEST_F(Places, AreBehindWhatIsDropped) {
   });
 }
 
-TEST_F(Places, AreBehindEveryKindOfLineEnd) {
+TEST_F(Places, AreRightWithEveryKindOfLineEnd) {
   for (const std::string end : {"\n", "\r\n", "\r"}) {
     expectPlace("<Job>" + end + "<cmdData>" + end + end +
                     "<Arguments>{echo %tx}</Arguments><TaskTimeout>30</TaskTimeout>" + end +
@@ -83,15 +83,15 @@ TEST_F(Places, AreBehindEveryKindOfLineEnd) {
   }
 }
 
-TEST_F(Places, AreBehindAByteOrderMark) {
+TEST_F(Places, AreRightWithAByteOrderMark) {
   std::string text = "\xef\xbb\xbf";
   text += jobWith("<Arguments>{echo %tx}</Arguments>");
   text.erase(text.find('\n'), 1);
   expectPlace(text, 1, 32);
 }
 
-// White space that is condensed before it is found as well.
-TEST_F(Places, AreBehindCondensedSpace) {
+// The condensed white space is a finding, too.
+TEST_F(Places, AreRightWithCondensedSpaceBeforeThem) {
   given_[bad] = jobWith("<Arguments>{echo  \xc3\xa4\n   &amp; %tx}</Arguments>");
   expectCheck(bad, {{"RJ026", "note", 2, 17, "<space><space>", ""},
                     {"RJ060", "error", 3, 10, "%tx", "all"}});

@@ -1,4 +1,4 @@
-// The list of all findings: each has a test and samples, and an example that shows it.
+// The list of all findings: each has a test, samples, and an example that shows it.
 
 #include "tool/check/rules.h"
 
@@ -23,7 +23,7 @@ Strings sorted(Strings codes) {
   return codes;
 }
 
-// What every line of the list begins with.
+// The codes at the beginning of each line of the list.
 Strings explained() {
   Strings codes;
   std::istringstream lines(runTool({"explain"}).output);
@@ -60,7 +60,7 @@ TEST(Rules, AllHaveATestAndASample) {
   EXPECT_EQ(sorted(sampled()), codes);
 }
 
-// Without a finding, but for the part of an example that is put into it.
+// A job without findings, into which the lines of an example are inserted.
 constexpr char jobOfExamples[] =
     "<Job>\n<cmdData>\n<Arguments>{/opt/render/bin/render -f %tp2 -l %tp3 %jp1}</Arguments>\n"
     "<WorkingFolder>/srv/shots</WorkingFolder>\n<TaskTimeout>90</TaskTimeout>\n<uid>1000</uid>\n"
@@ -70,7 +70,7 @@ constexpr char jobOfExamples[] =
     "<Param><Name>{scene}</Name><Value>{lighthouse.scene}</Value></Param>\n</JobParams>\n"
     "</cmdData>\n</Job>\n";
 
-// The lines after that label in the example of a rule, without their indent.
+// The lines after that label in the example of a rule, unindented.
 Strings exampleLines(const runlet_tool::Rule& rule, const std::string& label) {
   std::istringstream lines(rule.explanation);
   std::string line;
@@ -81,8 +81,7 @@ Strings exampleLines(const runlet_tool::Rule& rule, const std::string& label) {
   return found;
 }
 
-// The name of the element that the first of the lines with one begins with; empty where there is
-// none.
+// The name of the first element at the beginning of a line; empty if there is none.
 std::string elementOf(const Strings& lines) {
   static const std::regex form("^<([A-Za-z]+)>");
   std::smatch match;
@@ -92,7 +91,8 @@ std::string elementOf(const Strings& lines) {
   return "";
 }
 
-// The job with these lines in place of its own lines of that element, or else at its beginning.
+// The job with these lines in place of its own lines of that element, or at its beginning if it has
+// none.
 std::string jobWith(const Strings& lines, const std::string& element) {
   std::string piece;
   for (const std::string& line : lines) piece += line + "\n";
@@ -107,8 +107,7 @@ std::string jobWith(const Strings& lines, const std::string& element) {
 
 class Examples : public Findings {
  protected:
-  // The codes of what is found where an example has these lines; none where they are not about
-  // what a job file says.
+  // The codes of the findings in a job with these lines of an example.
   std::string codesFor(Strings lines) {
     options_.clear();
     if (lines.front().starts_with("-a ")) {
@@ -126,20 +125,20 @@ class Examples : public Findings {
   }
 };
 
-// Shows a command, the machine or only a part of what is too long.
-bool isOfTheFile(const runlet_tool::Rule& rule, const Strings& lines) {
-  const bool isOfTheMachine = rule.id >= runlet_tool::RuleId::missingFolder;
+// Other examples show a command, something of the machine, or only a part of what is too long.
+bool isAboutTheFile(const runlet_tool::Rule& rule, const Strings& lines) {
+  const bool isAboutTheMachine = rule.id >= runlet_tool::RuleId::missingFolder;
   const bool isShort = rule.id == runlet_tool::RuleId::longEntry;
-  return !isOfTheMachine && !isShort && !lines.front().starts_with("runlet-job ");
+  return !isAboutTheMachine && !isShort && !lines.front().starts_with("runlet-job ");
 }
 
-TEST_F(Examples, OfTheRulesShowTheFindingAndHowToDoWithoutIt) {
+TEST_F(Examples, OfTheRulesShowTheFindingAndHowToAvoidIt) {
   EXPECT_EQ(codesFor({"<umask>18</umask>"}), "");
   int count = 0;
   for (const runlet_tool::Rule& rule : runlet_tool::allRules()) {
     const Strings wrong = exampleLines(rule, "Wrong:");
     const Strings right = exampleLines(rule, "Right:");
-    if (!isOfTheFile(rule, wrong)) continue;
+    if (!isAboutTheFile(rule, wrong)) continue;
     ++count;
     const std::string code = codeOf(rule);
     EXPECT_NE(codesFor(wrong).find(code), std::string::npos) << code << "\n" << given_[bad];

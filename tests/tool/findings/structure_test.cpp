@@ -1,4 +1,4 @@
-// What is found in the structure of a job file.
+// Findings about the structure of a job file.
 
 #include "findings.h"
 
@@ -9,18 +9,18 @@ constexpr char invalidSyntax[] = "Runlet adapter: Invalid XML job syntax.\n";
 
 class StructureFindings : public Findings {
  protected:
-  // The job file is refused with `error`, and none of its tasks is known.
+  // Asserts that the job file is refused with `error`, before any task has been read.
   void expectRefused(const std::vector<Found>& findings, const std::string& error = invalidSyntax) {
     badTasks_ = 0;
-    expectRefusedBehindTasks(findings, error);
+    expectRefusedAfterTasks(findings, error);
   }
 
-  // Its tasks have been read by then.
-  void expectRefusedBehindTasks(const std::vector<Found>& findings,
-                                const std::string& error = invalidSyntax) {
+  // The same after its tasks have been read.
+  void expectRefusedAfterTasks(const std::vector<Found>& findings,
+                               const std::string& error = invalidSyntax) {
     expectFound(findings);
     expectBadRefused(error);
-    expectMended(called("/bin/echo 1") + "1\n");
+    expectFixed(called("/bin/echo 1") + "1\n");
   }
 
   std::string couldNotLoad(const std::string& reason) const {
@@ -29,7 +29,7 @@ class StructureFindings : public Findings {
   }
 };
 
-// The bad file is none at all.
+// The bad file does not exist.
 TEST_F(StructureFindings, RJ001FileCannotBeRead) {
   expectRefused({{"RJ001", "error", 0, 0, "", ""}}, couldNotLoad("Failed to open file"));
 }
@@ -38,7 +38,7 @@ TEST_F(StructureFindings, RJ002NotWellFormed) {
   expectRefused({{"RJ002", "error", 7, 14, "", ""}}, couldNotLoad("Error reading end tag."));
 }
 
-TEST_F(StructureFindings, RJ003SomethingInFrontOfTheRoot) {
+TEST_F(StructureFindings, RJ003SomethingBeforeTheRoot) {
   expectRefused({{"RJ003", "error", 1, 1, "<?xml version=\"1.0\"?>", ""}});
 }
 
@@ -55,31 +55,31 @@ TEST_F(StructureFindings, RJ006NoTaskList) {
 }
 
 TEST_F(StructureFindings, RJ007NoJobParams) {
-  expectRefusedBehindTasks({{"RJ007", "error", 2, 3, "", ""}});
+  expectRefusedAfterTasks({{"RJ007", "error", 2, 3, "", ""}});
 }
 
-TEST_F(StructureFindings, RJ008JobParamsInFrontOfTaskList) {
-  expectRefusedBehindTasks({{"RJ008", "error", 8, 5, "<JobParams>", ""}});
+TEST_F(StructureFindings, RJ008JobParamsBeforeTaskList) {
+  expectRefusedAfterTasks({{"RJ008", "error", 8, 5, "<JobParams>", ""}});
 }
 
 TEST_F(StructureFindings, RJ009RepeatedElement) {
   expectFound({{"RJ009", "warning", 12, 5, "<umask>", ""}});
   expectBad(called("/bin/sh -c umask") + "0022\n");
-  expectMended(called("/bin/sh -c umask") + "0077\n");
+  expectFixed(called("/bin/sh -c umask") + "0077\n");
 }
 
 TEST_F(StructureFindings, RJ010UnknownElement) {
   expectFound({{"RJ010", "warning", 4, 5, "<workingFolder>", ""}});
-  expectTold("<WorkingFolder>");
+  expectOutputContains("<WorkingFolder>");
   expectBad(called("/bin/pwd") + folder() + "\n");
   runFolder_ = "/tmp";
-  expectMended(called("/bin/pwd") + "/tmp\n");
+  expectFixed(called("/bin/pwd") + "/tmp\n");
 }
 
 TEST_F(StructureFindings, RJ011TextWhereNoneIsRead) {
   expectFound({{"RJ011", "warning", 9, 36, "{dusk}", ""}});
   expectBad(called("/bin/echo dawn") + "dawn\n");
-  expectMended(called("/bin/echo dawn") + called("/bin/echo dusk") + "dawn\ndusk\n");
+  expectFixed(called("/bin/echo dawn") + called("/bin/echo dusk") + "dawn\ndusk\n");
 }
 
 TEST_F(StructureFindings, RJ012TextCutOffAtAComment) {
@@ -87,7 +87,7 @@ TEST_F(StructureFindings, RJ012TextCutOffAtAComment) {
   runFolder_ = "/";
   expectBad(called("/bin/pwd") + "/\n");
   runFolder_ = "/tmp";
-  expectMended(called("/bin/pwd") + "/tmp\n");
+  expectFixed(called("/bin/pwd") + "/tmp\n");
 }
 
 // It hides the element after it.
@@ -95,13 +95,13 @@ TEST_F(StructureFindings, RJ013CommentTakenForAnElement) {
   expectFound({{"RJ061", "warning", 3, 27, "%jp1", "all"},
                {"RJ013", "warning", 11, 5, "<!--JobParams-->", ""}});
   expectBad(called("/bin/echo Undefined") + "Undefined\n");
-  expectMended(called("/bin/echo harbour") + "harbour\n");
+  expectFixed(called("/bin/echo harbour") + "harbour\n");
 }
 
 TEST_F(StructureFindings, RJ014AmpersandIsDropped) {
   expectFound({{"RJ014", "warning", 3, 31, "&", ""}});
   expectBad(called("/bin/echo dawndusk dawn") + "dawndusk dawn\n");
-  expectMended(called("/bin/echo dawn&dusk dawn") + "dawn&dusk dawn\n");
+  expectFixed(called("/bin/echo dawn&dusk dawn") + "dawn&dusk dawn\n");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What is found in the template of a job's command line.
+// Findings about the template of a job's command line.
 
 #include "findings.h"
 
@@ -9,20 +9,20 @@ constexpr char fillInFailed[] = "Runlet adapter: Process fill-in for arguments f
 
 class TemplateFindings : public Findings {
  protected:
-  void expectEchoed(const std::string& ofBad, const std::string& ofMended) {
+  void expectEchoed(const std::string& ofBad, const std::string& ofFixed) {
     expectBad(called("/bin/echo " + ofBad) + ofBad + "\n");
-    expectMendedEchoed(ofMended);
+    expectFixedEchoed(ofFixed);
   }
 
-  void expectMendedEchoed(const std::string& words) {
-    expectMended(called("/bin/echo " + words) + words + "\n");
+  void expectFixedEchoed(const std::string& words) {
+    expectFixed(called("/bin/echo " + words) + words + "\n");
   }
 };
 
 TEST_F(TemplateFindings, RJ060MalformedPlaceholder) {
   expectFound({{"RJ060", "error", 3, 27, "%tx", "all"}});
   expectBadRefused(fillInFailed);
-  expectMendedEchoed("1");
+  expectFixedEchoed("1");
 }
 
 TEST_F(TemplateFindings, RJ061PlaceholderGivesUndefined) {
@@ -37,19 +37,19 @@ TEST_F(TemplateFindings, RJ062ParameterNumberBeyondTheValues) {
             terminateText("std::out_of_range",
                           "vector::_M_range_check: __n (which is 0) >= this->size() (which is 0)"),
             "signal 6");
-  expectMendedEchoed("harbour");
+  expectFixedEchoed("harbour");
 }
 
-// The 4 takes in the 1 of 01, and the field is filled up to 41 characters.
+// The width is read as 41, from the 4 and the 1 of 01, and the field is padded to 41 characters.
 TEST_F(TemplateFindings, RJ063WidthTakesInEarlierDigits) {
   expectFound({{"RJ063", "warning", 3, 32, "%4tp1", "all"}});
-  expectTold("it is 41 ");
+  expectOutputContains("it is 41 ");
   expectEchoed("01 " + std::string(40, '0') + "7", "01 7");
 }
 
 TEST_F(TemplateFindings, RJ064TaskNumberTooWide) {
   expectFound({{"RJ064", "warning", 3, 27, "%32tn", "all"}});
-  expectTold("width of 32");
+  expectOutputContains("width of 32");
   expectEchoed(std::string(31, '0'), "0001");
 }
 
@@ -61,10 +61,10 @@ TEST_F(TemplateFindings, RJ065PercentSignDropped) {
 TEST_F(TemplateFindings, RJ066ExpansionTooLong) {
   expectFound({{"RJ066", "error", 3, 17, "", "all"}});
   expectBadRefused(fillInFailed);
-  expectMendedEchoed("0007");
+  expectFixedEchoed("0007");
 }
 
-// The digit that counts is the 32nd.
+// The significant digit is the 32nd.
 TEST_F(TemplateFindings, RJ067TooManyDigits) {
   expectFound({{"RJ067", "warning", 3, 27, "%" + std::string(31, '0') + "4tp1", "all"}});
   expectEchoed("7", "0007");
@@ -72,7 +72,7 @@ TEST_F(TemplateFindings, RJ067TooManyDigits) {
 
 TEST_F(TemplateFindings, RJ068NumberBeyond32Bits) {
   expectFound({{"RJ068", "warning", 3, 27, "%tp4294967297", "all"}});
-  expectTold("value is 1.");
+  expectOutputContains("value is 1.");
   expectEchoed("dawn", "dawn");
 }
 

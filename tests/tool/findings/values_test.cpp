@@ -1,4 +1,4 @@
-// What is found in the values of a job's elements.
+// Findings about the values of a job's elements.
 
 #include <unistd.h>
 
@@ -12,22 +12,22 @@ constexpr char stripBraceFailed[] = "Runlet adapter: Strip brace failed.\n";
 
 class ValueFindings : public Findings {
  protected:
-  // The mask that the tasks have, in octal.
-  void expectMasks(const std::string& ofBad, const std::string& ofMended) {
+  // Asserts the masks of the tasks, in octal.
+  void expectMasks(const std::string& ofBad, const std::string& ofFixed) {
     const std::string lines = called("/bin/sh -c umask");
     expectBad(lines + ofBad + "\n");
-    expectMended(lines + ofMended + "\n");
+    expectFixed(lines + ofFixed + "\n");
   }
 
-  void expectEchoed(const std::string& ofBad, const std::string& ofMended) {
+  void expectEchoed(const std::string& ofBad, const std::string& ofFixed) {
     expectBad(called("/bin/echo " + ofBad) + ofBad + "\n");
-    expectMended(called("/bin/echo " + ofMended) + ofMended + "\n");
+    expectFixed(called("/bin/echo " + ofFixed) + ofFixed + "\n");
   }
 
-  // The same where the words are in quotes.
-  void expectQuoted(const std::string& ofBad, const std::string& ofMended) {
+  // The same with the words in quotes.
+  void expectQuoted(const std::string& ofBad, const std::string& ofFixed) {
     expectBad(called("/bin/echo \"" + ofBad + "\"") + ofBad + "\n");
-    expectMended(called("/bin/echo \"" + ofMended + "\"") + ofMended + "\n");
+    expectFixed(called("/bin/echo \"" + ofFixed + "\"") + ofFixed + "\n");
   }
 };
 
@@ -35,20 +35,20 @@ TEST_F(ValueFindings, RJ020NoUsableBraces) {
   badTasks_ = 0;
   expectFound({{"RJ020", "error", 3, 16, "/bin/echo %tn", ""}});
   expectBadRefused(stripBraceFailed);
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(ValueFindings, RJ021BracesReversed) {
   badTasks_ = 0;
   expectFound({{"RJ021", "error", 3, 16, "}/bin/echo %tn{", ""}});
   expectBad("", terminateText("std::length_error", "basic_string::_M_replace"), "signal 6");
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(ValueFindings, RJ022TextOutsideTheBraces) {
   expectFound({{"RJ022", "warning", 3, 28, "%tn", ""}});
   expectBad(called("/bin/echo") + "\n");
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(ValueFindings, RJ023ValueWithoutBracesIsEmpty) {
@@ -75,15 +75,15 @@ TEST_F(ValueFindings, RJ027EmptyNumber) {
   badTasks_ = 0;
   expectFound({{"RJ027", "error", 7, 5, "<umask>", ""}});
   expectBadRefused(invalidSyntax);
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
-TEST_F(ValueFindings, RJ028RubbishBehindANumber) {
+TEST_F(ValueFindings, RJ028RubbishAfterANumber) {
   expectFound({{"RJ028", "warning", 4, 19, ".5", ""}});
-  expectTold("value is 1.");
+  expectOutputContains("value is 1.");
   expectInTime(bad, 60000);
   expectTimeOut(bad, 60001);
-  expectInTime(mended, 90000);
+  expectInTime(fixed, 90000);
 }
 
 TEST_F(ValueFindings, RJ029NumberWithoutDigitsIsZero) {
@@ -93,22 +93,22 @@ TEST_F(ValueFindings, RJ029NumberWithoutDigitsIsZero) {
 
 TEST_F(ValueFindings, RJ030NumberBeyond32Bits) {
   expectFound({{"RJ030", "warning", 4, 18, "4294967297", ""}});
-  expectTold("value is 1.");
+  expectOutputContains("value is 1.");
   expectInTime(bad, 60000);
   expectTimeOut(bad, 60001);
-  expectInTime(mended, 60001);
+  expectInTime(fixed, 60001);
 }
 
 TEST_F(ValueFindings, RJ031UmaskLooksOctal) {
   expectFound({{"RJ031", "warning", 7, 12, "022", ""}});
-  expectTold("octal 026");
-  expectTold("Write 18 ");
+  expectOutputContains("octal 026");
+  expectOutputContains("Write 18 ");
   expectMasks("0026", "0022");
 }
 
 TEST_F(ValueFindings, RJ032UmaskOutOfRange) {
   expectFound({{"RJ032", "warning", 7, 12, "530", ""}});
-  expectTold("octal 022");
+  expectOutputContains("octal 022");
   expectMasks("0022", "0022");
 }
 
@@ -117,7 +117,7 @@ TEST_F(ValueFindings, RJ033FlagThatMeansNo) {
   const std::string lines = called("/bin/cat /nowhere");
   const std::string message = errorOf({"/bin/cat", "/nowhere"});
   expectBad(lines, message + exitCodeLine(1));
-  expectMended(lines + message, exitCodeLine(1));
+  expectFixed(lines + message, exitCodeLine(1));
 }
 
 TEST_F(ValueFindings, RJ034IdWithoutDigitsIsRoots) {
@@ -125,42 +125,42 @@ TEST_F(ValueFindings, RJ034IdWithoutDigitsIsRoots) {
   unprivileged_ = true;
   expectBad(calling("/bin/echo 1", folder()), "Cannot set gid 0: Operation not permitted",
             "exit 255");
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(ValueFindings, RJ035TasksRunAsRoot) {
   expectFound({{"RJ035", "warning", 5, 10, "0", ""}});
   REQUIRE_ROOT();
   expectBad(called("/usr/bin/id -u") + "0\n");
-  expectMended(called("/usr/bin/id -u") + std::to_string(otherId) + "\n");
+  expectFixed(called("/usr/bin/id -u") + std::to_string(otherId) + "\n");
 }
 
 TEST_F(ValueFindings, RJ036NoGroup) {
   expectFound({{"RJ036", "error", 2, 3, "", ""}});
   expectBad(calling("/bin/echo 1", folder()), "Cannot set gid -1: No such group", "exit 255");
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(ValueFindings, RJ037NoUser) {
   expectFound({{"RJ037", "error", 2, 3, "", ""}});
   expectBad(calling("/bin/echo 1", folder()), "Missing user name", "exit 255");
-  expectMended(called("/bin/echo 1") + "1\n");
+  expectFixed(called("/bin/echo 1") + "1\n");
 }
 
 TEST_F(ValueFindings, RJ038NoTimeLimit) {
   expectFound({{"RJ038", "warning", 2, 3, "", ""}});
   expectInTime(bad, 0);
   expectTimeOut(bad, 1);
-  expectInTime(mended, 1800000);
+  expectInTime(fixed, 1800000);
 }
 
 // 71583 minutes are 12704 milliseconds more than 2^32.
 TEST_F(ValueFindings, RJ039TimeLimitWraps) {
   expectFound({{"RJ039", "warning", 4, 18, "71583", ""}});
-  expectTold("12704 milliseconds");
+  expectOutputContains("12704 milliseconds");
   expectInTime(bad, 12704);
   expectTimeOut(bad, 12705);
-  expectInTime(mended, 12705);
+  expectInTime(fixed, 12705);
 }
 
 TEST_F(ValueFindings, RJ040ControlCharacter) {

@@ -15,7 +15,7 @@ struct GoodRow {
   std::vector<std::string> tasks;
 };
 
-TEST(FrameList, Tasks) {
+TEST(FrameList, GivesItsTasks) {
   const std::vector<GoodRow> rows = {
       {"7", 1, {"frame 7\t7\t7"}},
       {"0", 1, {"frame 0\t0\t0"}},
@@ -55,7 +55,7 @@ TEST(FrameList, Tasks) {
   }
 }
 
-TEST(FrameList, AppendsToTheTasksThatThereAre) {
+TEST(FrameList, AppendsToExistingTasks) {
   runlet::StringList tasks;
   tasks.emplace_back("set up");
   std::string reason;
@@ -63,7 +63,7 @@ TEST(FrameList, AppendsToTheTasksThatThereAre) {
   EXPECT_EQ(tasks, (std::vector<std::string>{"set up", "frame 1\t1\t1"}));
 }
 
-TEST(FrameList, HasAsManyAsAMillionTasks) {
+TEST(FrameList, HasUpToAMillionTasks) {
   runlet::StringList tasks;
   std::string reason;
   EXPECT_TRUE(appendFrameTasks("1-999999,0", 1, &tasks, &reason)) << reason;
@@ -75,7 +75,7 @@ TEST(FrameList, HasAsManyAsAMillionTasks) {
   EXPECT_TRUE(appendFrameTasks("1-2000000", 2, &tasks, &reason)) << reason;
 }
 
-TEST(FrameList, HasAsManyAsTenMillionFrames) {
+TEST(FrameList, HasUpToTenMillionFrames) {
   runlet::StringList tasks;
   std::string reason;
   EXPECT_TRUE(appendFrameTasks("1-9999999,0", 1000, &tasks, &reason)) << reason;
@@ -104,7 +104,7 @@ struct BadRow {
   const char* reason;
 };
 
-TEST(FrameList, RefusesOthers) {
+TEST(FrameList, RefusesInvalidLists) {
   constexpr BadRow rows[] = {
       {"", "'': expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
       {"a", "a: expected FRAME, FIRST-LAST or FIRST-LASTxSTEP"},
@@ -158,7 +158,7 @@ TEST(FrameList, RefusesOthers) {
 }
 
 // Every pair of short ranges, compared with the enumerated frames.
-TEST(FrameList, KnowsARepeatedFrame) {
+TEST(FrameList, DetectsARepeatedFrame) {
   for (int first = 0; first < 6; ++first) {
     for (int last = first; last < 14; ++last) {
       for (int step = 1; step < 7; ++step) {

@@ -71,7 +71,7 @@ TEST(MakeOptions, FillTheJob) {
   EXPECT_EQ(job.taskList, (Strings{"frames 1-3\t1\t3", "frame 4\t4\t4"}));
 }
 
-TEST(MakeOptions, Params) {
+TEST(MakeOptions, FillTheParameters) {
   MakeOptions options = plainOptions();
   options.params = {"b=2", "a=", "c== x=", "A=\t", " =y", "long=" + std::string(1999, 'v')};
   const runlet::AdapterContext job = jobOf(options);
@@ -84,7 +84,7 @@ struct ParamRow {
   std::string complaint;
 };
 
-TEST(MakeOptions, RefuseParams) {
+TEST(MakeOptions, RefuseInvalidParameters) {
   const std::string tooLong(2000, 'v');
   const std::vector<ParamRow> rows = {
       {{"scene"}, "--param scene: expected NAME=VALUE"},
@@ -111,7 +111,7 @@ struct UmaskRow {
   std::int32_t umask;
 };
 
-TEST(MakeOptions, UmaskIsOctal) {
+TEST(MakeOptions, HaveAnOctalUmask) {
   constexpr UmaskRow rows[] = {{"0", 0},     {"7", 7},    {"10", 8},    {"22", 18},     {"022", 18},
                                {"0022", 18}, {"077", 63}, {"777", 511}, {"000777", 511}};
   for (const UmaskRow& row : rows) {
@@ -134,7 +134,7 @@ std::string complaintOf(const ValueRow& row) {
   return complaintOf(options);
 }
 
-TEST(MakeOptions, RefuseNumbers) {
+TEST(MakeOptions, RefuseInvalidNumbers) {
   const std::vector<ValueRow> rows = {
       {&MakeOptions::umask, "", "--umask '': expected an octal number from 0 to 777"},
       {&MakeOptions::umask, "8", "--umask 8: expected an octal number from 0 to 777"},
@@ -168,7 +168,7 @@ TEST(MakeOptions, RefuseNumbers) {
   for (const ValueRow& row : rows) EXPECT_EQ(complaintOf(row), row.complaint);
 }
 
-TEST(MakeOptions, RefuseTexts) {
+TEST(MakeOptions, RefuseInvalidTexts) {
   const std::vector<ValueRow> rows = {
       {&MakeOptions::folder, "", "--folder '': it is empty"},
       {&MakeOptions::logs, "", "--logs '': it is empty"},
@@ -184,7 +184,7 @@ TEST(MakeOptions, RefuseTexts) {
   for (const ValueRow& row : rows) EXPECT_EQ(complaintOf(row), row.complaint);
 }
 
-TEST(MakeOptions, RefuseCommands) {
+TEST(MakeOptions, RefuseInvalidCommands) {
   MakeOptions options;
   options.command = {""};
   EXPECT_EQ(complaintOf(options), "COMMAND '': it is empty");
@@ -234,7 +234,7 @@ TEST(MakeOptions, RefuseUnknownUsersAndGroups) {
   }
 }
 
-TEST(MakeOptions, AreShownShortened) {
+TEST(MakeOptions, AreShortenedInMessages) {
   EXPECT_EQ(shortShellWord(std::string(60, 'a')), std::string(60, 'a'));
   EXPECT_EQ(shortShellWord(std::string(61, 'a')), std::string(60, 'a') + "...");
   // not cut within a character

@@ -176,7 +176,7 @@ constexpr char tasksJob[] = R"(<Job>
 </Job>
 )";
 
-TEST_F(Make, WritesAJobOfATaskFileAndReportsTheWarnings) {
+TEST_F(Make, WritesAJobFromATaskFileAndReportsTheWarnings) {
   folder_.write("tasks.tsv", "left\tA 1\r\nright\tA&2\r\n");
   const ProcessResult result =
       make({"--tasks", "tasks.tsv", "-o", "job.xml", "--", "paint %tp2 50% %jp1"});
@@ -192,7 +192,7 @@ job.xml:3:32: warning RJ061: %jp1: The job has 0 parameters; the program gets th
   EXPECT_EQ(readFile(jobFile_), tasksJob);
 }
 
-TEST_F(Make, RefusesValues) {
+TEST_F(Make, RefusesInvalidValues) {
   folder_.write("tasks.tsv", "a\nb\t\n");
   expectRefused({"--frames", "1-9,4", "--", "run"},
                 "runlet-job: make: --frames 1-9,4: frame 4 is given twice\n", 1);
@@ -234,7 +234,7 @@ TEST_F(Make, RefusesWhatCheckFindsAnErrorIn) {
   }
 }
 
-TEST_F(Make, NeedsACommandLineThatIsRight) {
+TEST_F(Make, NeedsAValidCommandLine) {
   const std::string help = "\nSee: runlet-job --help\n";
   expectRefused({}, "runlet-job: COMMAND is required" + help, 2);
   expectRefused({"--"}, "runlet-job: COMMAND is required" + help, 2);
@@ -339,7 +339,7 @@ TEST_F(Make, JobsAreRunByTheAdapter) {
                "", "exit 0");
 }
 
-TEST_F(Make, WordsArriveAsTheyWereGiven) {
+TEST_F(Make, WordsArriveUnchanged) {
   const Strings words = {probePath, folder_.file("report"),
                          "",        "a  b",
                          "[x,y]",   "5\"",

@@ -98,7 +98,7 @@ TEST(OutputFile, IsNew) {
   EXPECT_EQ(filesIn(folder.path()), Names{"job.xml"});
 }
 
-TEST(OutputFile, TakesThePlaceOfAnother) {
+TEST(OutputFile, ReplacesAnother) {
   const TempFolder folder;
   const std::string path = folder.write("job.xml", "the old text, which is longer", 0600);
   std::filesystem::create_hard_link(path, folder.file("old"));
@@ -243,7 +243,7 @@ TEST(OutputFile, IsWhereALinkOfTheCallersOrOfRootsLeads) {
 }
 
 // A link of root's that another user has moved, or hard-linked.
-TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHavePut) {
+TEST(OutputFile, IsNotWhereALinkLeadsThatOthersMayHaveMoved) {
   REQUIRE_ROOT();
   const TempFolder folder;
   const std::string target = folder.write("target.xml", "old");
@@ -364,7 +364,7 @@ TEST(OutputFile, DoesNotGetTheAccessListOfItsFolder) {
   EXPECT_EQ(modeOf(path), 0660);
 }
 
-// Like /dev/stdout if that is a pipe: there is no such path to rename to.
+// Such as /dev/stdout if it is a pipe: no file can be renamed to that.
 TEST(OutputFile, MayBeADescriptor) {
   const TempFolder folder;
   int ends[2];
@@ -408,7 +408,7 @@ TEST(OutputPlace, IsADescriptorOfThatName) {
   }
 }
 
-TEST(OutputPlace, IsNoDescriptorOfAnotherName) {
+TEST(OutputPlace, IsNotADescriptorUnderAnyOtherName) {
   for (const char* path : {"/dev/stdouts", "/dev/fd/", "/dev/fd/1x", "/dev/fd/-1", "dev/fd/1"}) {
     OutputPlace place;
     findOutputPlace(path, &place);

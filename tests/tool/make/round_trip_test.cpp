@@ -350,7 +350,7 @@ void expectArrival(const std::string& text, const Wish& wish) {
   expectCommands(job, wish);
 }
 
-TEST(MakeRoundTrip, BringsEveryValueBackOrRefusesWhatCannotBeCarried) {
+TEST(MakeRoundTrip, PreservesEveryValueOrRefusesWhatCannotBeRepresented) {
   int made = 0;
   int refused = 0;
   for (std::uint64_t seed = 1; seed <= 4000 && !HasFailure(); ++seed) {

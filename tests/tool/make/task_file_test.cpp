@@ -22,7 +22,7 @@ struct GoodRow {
   std::vector<std::string> tasks;
 };
 
-TEST(TaskFile, Tasks) {
+TEST(TaskFile, GivesItsTasks) {
   const std::vector<GoodRow> rows = {
       {"a line", "one\n", {"one"}},
       {"without its line end", "one", {"one"}},
@@ -31,7 +31,7 @@ TEST(TaskFile, Tasks) {
       {"empty fields but the last", "\t\tx\n", {"\t\tx"}},
       {"CR LF", "one\r\ntwo\r\n", {"one", "two"}},
       {"a byte order mark", "\xef\xbb\xbfone\n", {"one"}},
-      {"one that is no mark", "one\n\xef\xbb\xbftwo\n", {"one", "\xef\xbb\xbftwo"}},
+      {"one that is not at the beginning", "one\n\xef\xbb\xbftwo\n", {"one", "\xef\xbb\xbftwo"}},
       {"spaces", " \n  a  b  \n", {" ", "  a  b  "}},
       {"the same line twice", "a\na\n", {"a", "a"}},
       {"markup", "<a>&amp;]]>{}}{\n", {"<a>&amp;]]>{}}{"}},
@@ -57,7 +57,7 @@ struct BadRow {
   std::string complaint;  // without the path
 };
 
-TEST(TaskFile, RefusesLines) {
+TEST(TaskFile, RefusesInvalidLines) {
   using namespace std::string_literals;
   const std::string shownLine(60, 'a');
   const std::vector<BadRow> rows = {
@@ -136,7 +136,7 @@ TEST(TaskFile, RefusesMoreThanAJobMayHave) {
   EXPECT_TRUE(tasks.empty());
 }
 
-TEST(TaskFile, RefusesAPipeWithoutEnd) {
+TEST(TaskFile, RefusesAnEndlessPipe) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen("exec yes task", "re"), pclose);
   ASSERT_NE(pipe, nullptr);
   const std::string path = "/proc/self/fd/" + std::to_string(fileno(pipe.get()));
@@ -147,7 +147,7 @@ TEST(TaskFile, RefusesAPipeWithoutEnd) {
   EXPECT_TRUE(tasks.empty());
 }
 
-TEST(TaskFile, IsNoDevice) {
+TEST(TaskFile, IsNotADevice) {
   runlet::StringList tasks;
   Complaint complaint;
   for (const std::string path : {"/dev/zero", "/dev/null"}) {

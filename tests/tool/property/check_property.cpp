@@ -60,8 +60,8 @@ class CheckComparison {
   void compareWithAdapter(bool hasErrors, bool hasDanger) {
     const bool allStart = allTasksStart();
     mark(end());
-    if (!withHost_ && !allStart && wasTheMachine()) return mark("no machine for it");
-    if (lacksRights()) return mark("no rights for it");
+    if (!withHost_ && !allStart && machineLacksSomething()) return mark("missing on the machine");
+    if (lacksRights()) return mark("missing rights");
     if (!hasErrors) {
       expect(allStart, "no error, but not every task is started");
       mark("no error");
@@ -89,8 +89,8 @@ class CheckComparison {
     return countOf(cannotExecute, adapter_.error) == 0 ? "all start" : "a task is not executed";
   }
 
-  // Whether a folder, user, group or program was missing.
-  bool wasTheMachine() const {
+  // Whether a folder, user, group or program is missing.
+  bool machineLacksSomething() const {
     const std::string& error = adapter_.error;
     if (adapter_.status == "exit 0") {
       return countOf(cannotExecute, error) > countOf("Cannot execute command:'':", error);
@@ -116,7 +116,7 @@ class CheckComparison {
     trial_.marks.insert(name);
   }
   void differ(const std::string& what) {
-    trial_.differences += "not as the adapter does it: " + what + "\n";
+    trial_.differences += "differs from the adapter: " + what + "\n";
   }
   void expect(bool holds, const std::string& what) {
     if (!holds) differ(what);
@@ -158,7 +158,7 @@ TEST_F(CheckProperty, FindsAnErrorWhereTheAdapterDoesNotStartEveryTask) {
     ProcessResult tool = scene.runTool({"check", "--json"});
     return CheckComparison(std::move(tool), scene.runAdapter({}), false).trial();
   };
-  tryJobs(kindWithoutTheMachine, false, tryJob, usualEnds);
+  tryJobs(kindOnCompleteMachine, false, tryJob, usualEnds);
 }
 
 TEST_F(CheckProperty, FindsAnErrorWhereTheMachineLacksSomething) {

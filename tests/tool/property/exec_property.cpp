@@ -13,7 +13,7 @@ constexpr char cannotExecute[] = "Runlet adapter: Cannot execute command:'";
 constexpr char codeLine[] = "Runlet adapter: Process exit abnormally,Exit code is ";
 
 // Removes the adapter's last line and returns the exit code in it; 0 without one.
-int cutCode(std::string* error) {
+int removeExitCode(std::string* error) {
   const std::size_t at = error->rfind(codeLine);
   if (at == std::string::npos) return 0;
   const int code = std::stoi(error->substr(at + std::string(codeLine).size()));
@@ -23,7 +23,7 @@ int cutCode(std::string* error) {
 
 // Removes the adapter's second line about a task from `output`, and returns its position; no value
 // without it.
-std::optional<std::size_t> cutAnnouncement(std::string* output, std::string* pid) {
+std::optional<std::size_t> removeAnnouncement(std::string* output, std::string* pid) {
   const std::string before = "[ServerMessage]ProcessStarted processId=";
   const std::size_t at = output->rfind(before);
   if (at == std::string::npos) return std::nullopt;
@@ -33,8 +33,8 @@ std::optional<std::size_t> cutAnnouncement(std::string* output, std::string* pid
   return at;
 }
 
-// Whether `output` is the line that ends at `at` in `adapters`, followed by all the rest of that: a
-// quick child may have written before the line.
+// Whether `output` is the line of `adapters` that ends at `at`, followed by the rest of `adapters`:
+// a quick child of the adapter may have written before that line.
 bool isLineFirst(const std::string& output, const std::string& adapters, std::size_t at) {
   for (std::size_t length = at; length > 0; --length) {
     const std::size_t start = at - length;
@@ -53,7 +53,7 @@ class ExecComparison {
         exec_(scene.runTaskByExec(number)),
         output_(adapter_.result.output),
         error_(adapter_.result.error),
-        at_(cutAnnouncement(&output_, &pid_)) {}
+        at_(removeAnnouncement(&output_, &pid_)) {}
 
   // False if later tasks cannot have a different result.
   bool compare(Trial* trial) {
@@ -124,7 +124,7 @@ class ExecComparison {
   }
 
   void compareStarted() {
-    const int code = cutCode(&error_);
+    const int code = removeExitCode(&error_);
     const std::string note = this->note();
     std::string error = exec_.result.error;
     // If the system forbids keyrings, as in some containers.

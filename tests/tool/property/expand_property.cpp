@@ -57,7 +57,7 @@ class Texts {
   }
 
   // Whether the strings are encoded as bytes exactly if one of them is not UTF-8.
-  bool hasRightBytes() const {
+  bool hasCorrectEncoding() const {
     bool allUtf8 = true;
     for (const auto& [key, value] : object_.items()) {
       if (value.is_string()) allUtf8 = allUtf8 && isUtf8(decoded(value));
@@ -105,7 +105,7 @@ bool isScript(const Strings& words) {
   return name == "script" || name == "plain" || name == "secret";
 }
 
-bool isMadeOfDots(const std::string& folder) {
+bool hasOnlyDots(const std::string& folder) {
   for (const std::filesystem::path& part : std::filesystem::path(folder)) {
     if (part != "." && part != ".." && part != "") return false;
   }
@@ -171,13 +171,13 @@ class ExpandComparison {
     const auto outcome = task.at("outcome").get<std::string>();
     if (outcome != "starts") allStart_ = false;
     if (texts.inBytes()) mark("bytes");
-    expect(texts.hasRightBytes(), "bytes");
+    expect(texts.hasCorrectEncoding(), "bytes");
     if (isReportedOver_) return compareNotReached(task);
     isReportedOver_ = outcome == "refused" || outcome == "ends";
     if (isOver_) return;
     compareTexts(task, texts);
     const bool isAnnounced = next_ < adapter_.announced.size();
-    if (!isAnnounced && wasStoppedByTheMachine(texts)) return stopByTheMachine(texts);
+    if (!isAnnounced && isStoppedByMachine(texts)) return compareStoppedByMachine(texts);
     if (isReportedOver_) return compareEnd(outcome, texts);
     if (!isAnnounced) return differ("not started: task " + task.at("task").dump());
     compareStarted(outcome, texts);
@@ -272,13 +272,13 @@ class ExpandComparison {
     }
   }
 
-  bool wasStoppedByTheMachine(const Texts& texts) const {
+  bool isStoppedByMachine(const Texts& texts) const {
     if (!adapter_.wasRefused()) return false;
     const std::string folder = texts.at("folder").value_or("");
     const std::string before = "Runlet adapter: Could not set working folder : '" + folder + "': ";
     const std::size_t at = adapter_.error.rfind(before);
     if (at != std::string::npos) {
-      return isLookedFor(folder) &&
+      return dependsOnMachine(folder) &&
              adapter_.error.find('\n', at + before.size()) == std::string::npos;
     }
     const std::string end = adapter_.error.substr(adapter_.error.rfind('\n') + 1);
@@ -289,13 +289,13 @@ class ExpandComparison {
   }
 
   // Whether only the machine can tell if the folder exists.
-  bool isLookedFor(const std::string& folder) const {
+  bool dependsOnMachine(const std::string& folder) const {
     const bool isFirst = next_ == 0;
     const bool isJobFile = folder == scene_.jobFile();
-    return !folder.empty() && (folder[0] == '/' || isMadeOfDots(folder) || (isFirst && !isJobFile));
+    return !folder.empty() && (folder[0] == '/' || hasOnlyDots(folder) || (isFirst && !isJobFile));
   }
 
-  void stopByTheMachine(const Texts& texts) {
+  void compareStoppedByMachine(const Texts& texts) {
     mark("refused by the machine");
     isOver_ = true;
     if (adapter_.error.rfind("Could not set working folder") != std::string::npos) return;
@@ -309,9 +309,9 @@ class ExpandComparison {
     const std::string calling = texts.at("calling").value_or("no calling");
     ++calling_;
     const std::string line = calling + "\n" + announcement;
-    const bool isThere = announcement.empty() ? adapter_.output.ends_with(line)
-                                              : adapter_.output.find(line) != std::string::npos;
-    expect(isThere, visibleLines(line));
+    const bool isPresent = announcement.empty() ? adapter_.output.ends_with(line)
+                                                : adapter_.output.find(line) != std::string::npos;
+    expect(isPresent, visibleLines(line));
   }
 
   void passChmod(const Texts& texts) {
@@ -347,7 +347,7 @@ class ExpandComparison {
     trial_.marks.insert(name);
   }
   void differ(const std::string& what) {
-    trial_.differences += "not as the adapter does it: " + what + "\n";
+    trial_.differences += "differs from the adapter: " + what + "\n";
   }
   void expect(bool holds, const std::string& what) {
     if (!holds) differ(what);

@@ -45,10 +45,10 @@ void Property::tryJobs(const Draw& draw, bool mayLackRights, const Try& tryJob,
   int failures = 0;
   // The outcomes also depend on the user and the machine. While a mark is not reached, more jobs
   // are tried.
-  const auto isToGoOn = [&](std::uint64_t tried) {
+  const auto mustContinue = [&](std::uint64_t tried) {
     return tried < count || (mustReach && tried < count * mostJobs && !areReached(minima));
   };
-  for (std::uint64_t i = first; isToGoOn(i - first) && failures < mostFailures; ++i) {
+  for (std::uint64_t i = first; mustContinue(i - first) && failures < mostFailures; ++i) {
     runlet_model::Random random(startOf(i));
     const Scene scene(&random, draw(&random), mayLackRights);
     const Trial trial = tryJob(scene, &random);

@@ -24,8 +24,8 @@ struct Trial {
   std::set<std::string> marks;  // names of the events that happened
 };
 
-// How many jobs must reach a mark with the regular number of jobs; up to five times as many are
-// tried if necessary.
+// The number of jobs that must reach the mark. If the regular number of jobs is not enough for
+// that, up to five times as many are tried.
 struct Minimum {
   std::string mark;
   unsigned count;

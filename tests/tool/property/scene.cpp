@@ -22,7 +22,7 @@ using runlet_model::Random;
 
 constexpr std::size_t levels = 20;
 
-Kind sound() {
+Kind faultless() {
   Kind kind;
   kind.odd = {.opcode = 0,
               .options = 0,
@@ -50,8 +50,8 @@ Kind usual() {
   return kind;
 }
 
-// The machine has everything that the job needs.
-Kind withMachine(Kind kind) {
+// On a machine that has everything that the job needs.
+Kind onCompleteMachine(Kind kind) {
   kind.odd.programs = 0;
   kind.odd.folders = 0;
   kind.odd.rights = 0;
@@ -99,9 +99,9 @@ std::vector<Kind> machineKinds() {
 
 // Cases too important to leave to chance.
 std::vector<Kind> rareKinds() {
-  Kind scripts = sound();
+  Kind scripts = faultless();
   scripts.scripts = 100;
-  Kind lacking = sound();
+  Kind lacking = faultless();
   lacking.emptyProgram = 30;
   lacking.bareJobFile = 40;
   lacking.lostValue = 40;
@@ -109,8 +109,8 @@ std::vector<Kind> rareKinds() {
 }
 
 const Kind& pickKind(Random* random, const std::vector<Kind>& faulty) {
-  static const Kind soundKind = sound();
-  return random->chance(30) ? soundKind : random->pick(faulty);
+  static const Kind faultlessKind = faultless();
+  return random->chance(30) ? faultlessKind : random->pick(faulty);
 }
 
 // Replaces one occurrence of `part` by `text`.
@@ -262,11 +262,11 @@ const Kind& anyKind(Random* random) {
   return pickKind(random, kinds);
 }
 
-const Kind& kindWithoutTheMachine(Random* random) {
+const Kind& kindOnCompleteMachine(Random* random) {
   static const std::vector<Kind> kinds = [] {
     std::vector<Kind> all = faultyKinds();
     all.push_back(usual());
-    std::transform(all.begin(), all.end(), all.begin(), withMachine);
+    std::transform(all.begin(), all.end(), all.begin(), onCompleteMachine);
     all.back().odd.rights = 40;  // missing ids
     return all;
   }();

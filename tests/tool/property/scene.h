@@ -35,7 +35,7 @@ struct Kind {
 // A third of them without intentional faults, the others of all kinds.
 const Kind& anyKind(runlet_model::Random* random);
 // Jobs whose programs, folders and users exist.
-const Kind& kindWithoutTheMachine(runlet_model::Random* random);
+const Kind& kindOnCompleteMachine(runlet_model::Random* random);
 
 // The requested range of tasks.
 struct Range {

@@ -170,7 +170,7 @@ TEST_F(RunRightsOfRoot, IncludeASessionKeyringOfTheirOwn) {
   }
 }
 
-// While the process belongs to the user and its memory is root's.
+// For a moment the process belongs to the user while its memory is still root's.
 TEST_F(RunRightsOfRoot, LeaveNoCoreFileOfRootsMemory) {
   EXPECT_EQ(describeStatus(runProcess(withFault("core-files")).waitStatus), "exit 0");
   EXPECT_EQ(withoutKeyringNote(readFile(log_)), calling(command_, work_) + noCoreFiles);

@@ -144,7 +144,7 @@ TEST_F(Run, SucceedsWhenAllTasksDo) {
                            "shot-09.log", "shot-10.log", "shot-11.log", "shot-12.log"}));
 }
 
-TEST_F(Run, IsOfTheTasksOfTheRange) {
+TEST_F(Run, RunsTheTasksOfTheRange) {
   const Strings tasks = {"exit 1", "echo 2", "echo 3", "exit 4"};
   expectRun(
       run(tasks, {"-s", "2", "-n", "2"}),
@@ -153,7 +153,7 @@ TEST_F(Run, IsOfTheTasksOfTheRange) {
   EXPECT_EQ(logs(), (Names{"shot-2.log", "shot-3.log"}));
 }
 
-TEST_F(Run, HasOneTaskAtATimeUnlessMoreAreAskedFor) {
+TEST_F(Run, RunsOneTaskAtATimeUnlessMoreAreRequested) {
   const std::string script = "echo $(ls | grep -c now); touch now; sleep 0.05; rm now";
   EXPECT_EQ(describeStatus(run(Strings(3, script)).waitStatus), "exit 0");
   for (int i = 1; i <= 3; ++i) expectLog(i, script, "0\n");
@@ -178,7 +178,7 @@ TEST_F(Run, DoesNothingForAJobWithAnError) {
   EXPECT_FALSE(exists(folder_.file("logs")));
 }
 
-TEST_F(Run, DoesNothingWhereThereCanBeNoLogs) {
+TEST_F(Run, DoesNothingIfThereCanBeNoLogs) {
   job_.set("LogFolder", folder_.write("file", "") + "/logs");
   expectTool(run({"touch ran"}), "",
              warnings() + "runlet-job: run: cannot write logs to " + folder_.file("file") +
@@ -187,7 +187,7 @@ TEST_F(Run, DoesNothingWhereThereCanBeNoLogs) {
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
-TEST_F(Run, ContinuesWhereALogCannotBeOpened) {
+TEST_F(Run, ContinuesIfALogCannotBeOpened) {
   folder_.makeFolder("logs");
   folder_.makeFolder("logs/shot-1.log");
   expectRun(run({"exit 0", "exit 0"}),
@@ -196,7 +196,7 @@ TEST_F(Run, ContinuesWhereALogCannotBeOpened) {
             "exit 1");
 }
 
-TEST_F(Run, IsSeenFromTheFolderThatItIsStartedIn) {
+TEST_F(Run, ResolvesPathsInTheFolderWhereItIsStarted) {
   const std::string work = folder_.makeFolder("work");
   job_.set("WorkingFolder", "work");
   ProcessOptions started = options({"pwd"});
@@ -227,7 +227,7 @@ TEST_F(Run, HasTasksInASessionOfTheirOwnWithTheirThreeStreams) {
       << text;
 }
 
-// Whatever overwrites it.
+// A task overwrites the file, and another one removes it.
 TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
   const Strings tasks = {"echo broken >shot.xml", "echo second", "rm shot.xml", "echo last"};
   expectRun(run(tasks),
@@ -239,8 +239,8 @@ TEST_F(Run, RunsTheJobThatItHasCheckedThoughTheFileChanges) {
   expectLog(4, tasks[3], "last\n");
 }
 
-// Like an upgrade while the job runs.
-TEST_F(Run, IsNotConcernedWhenItsProgramIsReplaced) {
+// As in an upgrade while the job runs.
+TEST_F(Run, IsNotAffectedWhenItsProgramIsReplaced) {
   const std::string program = folder_.file("runlet-job");
   std::filesystem::copy_file(toolPath, program);
   const Strings tasks = {"rm runlet-job; echo exit 9 >runlet-job; chmod +x runlet-job", "echo x"};
@@ -283,7 +283,7 @@ TEST_F(Run, StartsNothingMoreWhenItsStarterHasEnded) {
              warnings() + starterGone, "exit 1");
 }
 
-TEST_F(Run, LetsNoTaskBeginThatItDoesNotKnowOf) {
+TEST_F(Run, StartsNoTaskThatItDoesNotKnowOf) {
   ProcessOptions started = withFault("lost-answer", {"touch ran"});
   // Every started process has it open for writing.
   const std::string life = folder_.file("life");
@@ -306,7 +306,7 @@ TEST_F(Run, ReportsInTheLogWhyATaskIsNotStarted) {
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
-TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
+TEST_F(Run, ReportsThatItCannotCreateTheProcessThatStartsTasks) {
   const struct {
     const char* fault;
     int error;
@@ -320,7 +320,7 @@ TEST_F(Run, SaysThatItHasNoProcessToStartTasks) {
   }
 }
 
-// It is not taken for a success.
+// It does not count as a success.
 TEST_F(Run, ReportsThatTheEndOfATaskIsUnknown) {
   const std::string end = "end unknown (No child processes)";
   expectRun(runProcess(withFault("lost-status", {"exit 3", "exit 4"})),
@@ -334,8 +334,8 @@ std::string cannotFindOut(const std::string& reason, const std::string& fate) {
          fate + ", and no further tasks are started\n";
 }
 
-// Nor waited for when there is nothing to wait for.
-TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
+// Nor does it wait if there is nothing to wait for.
+TEST_F(Run, EndsIfItCannotFindOutHowTasksEnd) {
   const struct {
     const char* fault;
     std::string reason;
@@ -355,7 +355,7 @@ TEST_F(Run, EndsWhereItCannotFindOutHowTasksEnd) {
 }
 
 // A child that cannot be reaped would be returned first forever.
-TEST_F(Run, EndsWhereNoStatusCanBeTaken) {
+TEST_F(Run, EndsIfNoStatusCanBeTaken) {
   const std::string end = "end unknown (No child processes)";
   expectTool(runProcess(withFault("kept-status", {"exit 3", "exit 4"})),
              line(1, end, "exit 3") + line(2, "not started", "exit 4") +
@@ -363,7 +363,7 @@ TEST_F(Run, EndsWhereNoStatusCanBeTaken) {
              warnings() + cannotFindOut("No child processes", "left running"), "exit 1");
 }
 
-TEST_F(Run, SeesHowTasksEndedAlsoWhereItsStarterIgnoresChildren) {
+TEST_F(Run, SeesHowTasksEndedEvenIfItsStarterIgnoresChildren) {
   ProcessOptions started = options({"exit 3"});
   started.prepare = [] { std::signal(SIGCHLD, SIG_IGN); };
   expectRun(runProcess(started),
@@ -385,7 +385,7 @@ TEST_F(Run, EndsTasksOverTheTimeLimitInMinutes) {
   EXPECT_LT(time, patience);
 }
 
-TEST_F(Run, HasNoTimeLimitThatIsNotAboveZeroAndAnyThatIs) {
+TEST_F(Run, HasATimeLimitOnlyIfThatIsAboveZero) {
   for (const char* limit : {"0", "-1", "-2147483648", "35792", "2147483647"}) {
     job_.set("TaskTimeout", limit);
     const ProcessResult result = run({"sleep 0.05"});
@@ -393,7 +393,7 @@ TEST_F(Run, HasNoTimeLimitThatIsNotAboveZeroAndAnyThatIs) {
   }
 }
 
-TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasReportedWhatIsLeft) {
+TEST_F(Run, EndsByTheInterruptingSignalAfterReportingWhatIsLeft) {
   const Strings tasks = {"exit 1", "touch ready; sleep 60", "exit 0"};
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     unlink(folder_.file("ready").c_str());
@@ -408,7 +408,7 @@ TEST_F(Run, EndsByTheSignalThatInterruptsItWhenItHasReportedWhatIsLeft) {
   }
 }
 
-// For a `submit` that started it on a cluster.
+// For `submit`, which runs it on a cluster.
 TEST_F(Run, WritesEndLinesOnRequest) {
   const Strings tasks = {"exit 3", "kill -9 $$", "exit 3", "kill -TERM $PPID; sleep 60", "exit 0"};
   expectRun(run(tasks, {"--tell-ends", "ab:12_3"}),
@@ -430,7 +430,7 @@ TEST_F(Run, RefusesEndLinesWithAnIdThatIsNotOneWord) {
 }
 
 // The init process of a container cannot end by its own signal.
-TEST_F(Run, EndsWithTheStatusOfFailedTasksWhereNoSignalEndsIt) {
+TEST_F(Run, EndsWithTheStatusOfFailedTasksIfNoSignalEndsIt) {
   REQUIRE_MOUNTS();
   ProcessOptions started = options({"kill -TERM $PPID; sleep 60"});
   started.prepare = [] {
@@ -445,7 +445,7 @@ TEST_F(Run, EndsWithTheStatusOfFailedTasksWhereNoSignalEndsIt) {
             "exit 1");
 }
 
-// While only time passes.
+// The bar appears even if no task ends.
 TEST_F(Run, ShowsABarOnATerminal) {
   const Terminal terminal;
   ProcessOptions started = options({"until [ -e go ]; do sleep 0.01; done"});
@@ -484,7 +484,7 @@ TEST_F(RunAsAnother, HasLogsOfThatUser) {
 }
 
 // A user who may write to the job file cannot influence tasks that have not started yet.
-TEST_F(RunAsAnother, RunsNoTaskAsRootForAnEditOfTheJob) {
+TEST_F(RunAsAnother, RunsNoTaskAsRootBecauseOfAnEditOfTheJob) {
   const std::string edit = "echo \"$(sed s/65534/0/g shot.xml)\" >shot.xml; grep -c 65534 shot.xml";
   job_.arguments = "/bin/sh %tp1";
   chmod(folder_.path().c_str(), 0777);

@@ -178,7 +178,7 @@ TEST_F(Scheduler, PutsBothOutputsOfATaskIntoItsLog) {
   EXPECT_EQ(log(1), "other\n");
 }
 
-TEST_F(Scheduler, ContinuesWhereATaskCannotBeStarted) {
+TEST_F(Scheduler, ContinuesIfATaskCannotBeStarted) {
   Starter starter;
   TaskSource tasks = source(Strings(3, "/bin/true"), &starter);
   const auto start = tasks.start;
@@ -192,7 +192,7 @@ TEST_F(Scheduler, ContinuesWhereATaskCannotBeStarted) {
                  succeeded});
 }
 
-TEST_F(Scheduler, ContinuesWhereALogCannotBeOpened) {
+TEST_F(Scheduler, ContinuesIfALogCannotBeOpened) {
   Starter starter;
   TaskSource tasks = source(Strings(3, "/bin/true"), &starter);
   tasks.openLog = [this](std::size_t index) {
@@ -230,7 +230,7 @@ TEST_F(Scheduler, StartsTasksWithTheMaskThatItWasStartedWith) {
   }
 }
 
-TEST_F(Scheduler, ReportsHowTasksEndedAlsoWhereChildrenAreIgnored) {
+TEST_F(Scheduler, ReportsHowTasksEndedEvenIfChildrenAreIgnored) {
   std::signal(SIGCHLD, SIG_IGN);
   expectOutcome(run({"exit 3", "exec cat /proc/self/status"}),
                 {{Ending::failed, 3, ""}, succeeded});
@@ -304,19 +304,19 @@ TEST_F(Scheduler, AsksATaskOverTheTimeLimitToEnd) {
   EXPECT_LT(watch.time(), patience);
 }
 
-TEST_F(Scheduler, KillsATaskThatDoesNotEndInTheGrace) {
+TEST_F(Scheduler, KillsATaskThatDoesNotEndInTheGracePeriod) {
   const StopWatch watch;
   expectOutcome(run({"trap '' TERM; sleep 60; sleep 60"}, {1, limit, shortTime}), {timedOut});
   EXPECT_GE(watch.time(), limit + shortTime);
   EXPECT_LT(watch.time(), patience);
 }
 
-TEST_F(Scheduler, LimitsTheTimeOfEachTaskOnItsOwn) {
+TEST_F(Scheduler, LimitsTheTimeOfEachTaskSeparately) {
   const Strings scripts(4, "sleep 0.4");
   expectOutcome(run(scripts, {1, limit, shortTime}), Ends(4, succeeded));
 }
 
-TEST_F(Scheduler, MayHaveTheLongestTimeLimitThereIs) {
+TEST_F(Scheduler, MayHaveTheLongestPossibleTimeLimit) {
   expectOutcome(run({"exit 0", "sleep 0.05"}, {1, std::chrono::minutes(INT32_MAX), shortTime}),
                 Ends(2, succeeded));
 }
@@ -373,7 +373,7 @@ TEST_F(Scheduler, KillsWhatIsLeftOfATaskThatWentOverTheTimeLimit) {
   EXPECT_TRUE(life.endsIn(patience));
 }
 
-TEST_F(Scheduler, LeavesWhatATaskThatEndsByItselfHasInTheBackground) {
+TEST_F(Scheduler, LeavesTheBackgroundProcessesOfATaskThatEndsByItself) {
   LifeLine life;
   const StopWatch watch;
   expectOutcome(
@@ -392,7 +392,7 @@ TEST_F(Scheduler, CountsAStoppedTaskAsRunning) {
   EXPECT_LT(watch.time(), patience);
 }
 
-// As the leader of a session it stays in its group, where signals for the task arrive.
+// The leader of a session cannot leave its group, to which signals for the task are sent.
 TEST_F(Scheduler, HasTasksThatCannotLeaveTheirGroup) {
   const std::string script =
       folder_.write("script", "exit(setpgrp(0, getpgrp(getppid())) ? 0 : $!{EPERM} ? 7 : 8)");
@@ -414,7 +414,7 @@ TEST_F(Scheduler, EndsWhenASignalInterruptsIt) {
   }
 }
 
-TEST_F(Scheduler, StartsNothingWhenItIsInterruptedBefore) {
+TEST_F(Scheduler, StartsNothingIfAlreadyInterrupted) {
   Starter starter;
   const HeldSignals held;
   raise(SIGTERM);
@@ -422,7 +422,7 @@ TEST_F(Scheduler, StartsNothingWhenItIsInterruptedBefore) {
                 {notStarted, notStarted}, SIGTERM);
 }
 
-TEST_F(Scheduler, KillsWhatDoesNotEndInTheGraceAfterAnInterrupt) {
+TEST_F(Scheduler, KillsWhatDoesNotEndInTheGracePeriodAfterAnInterrupt) {
   const StopWatch watch;
   expectOutcome(run({"trap '' TERM; kill -INT $PPID; sleep 60; sleep 60"}, {1, {}, shortTime}),
                 {interrupted}, SIGINT);
@@ -437,7 +437,7 @@ TEST_F(Scheduler, KillsWhatIsLeftOfATaskThatWasInterrupted) {
   EXPECT_TRUE(life.endsIn(patience));
 }
 
-TEST_F(Scheduler, KillsAtOnceAtASecondSignal) {
+TEST_F(Scheduler, KillsAtOnceOnASecondSignal) {
   const StopWatch watch;
   const Strings scripts = {"trap '' TERM; touch ready; sleep 60; sleep 60",
                            "trap 'kill -HUP $PPID' TERM; await ready 1; kill -INT $PPID; while :; "
@@ -461,7 +461,7 @@ TEST_F(Scheduler, IsNotInterruptedByASignalThatIsIgnored) {
   }
 }
 
-// Like that of a shell that was replaced by this program while it had background processes.
+// Such as the background processes of a shell that was replaced by this program.
 TEST_F(Scheduler, IsNotConfusedByChildrenThatAreNotItsOwn) {
   if (fork() == 0) _exit(1);
   expectOutcome(run({"sleep 0.05", "exit 3"}), {succeeded, {Ending::failed, 3, ""}});

@@ -43,7 +43,7 @@ std::string complaintOfText(const std::string& text) {
   return complaintOf(folder.write("job.xml", text));
 }
 
-TEST(Schema, IsPrintedAsItIsInstalled) {
+TEST(Schema, IsPrintedAsInstalled) {
   expectTool(runTool({"schema"}), readFile(schemaPath), "", "exit 0");
 }
 
@@ -162,9 +162,9 @@ const Row refused[] = {
     {"braces in the wrong order", withArguments("}ls{")},
     {"text before the braces", withArguments("nice {ls}")},
     {"text after the braces", withArguments("{ls} -l")},
-    {"a %t that is no placeholder", withArguments("{ls %tx}")},
+    {"a %t that is not a placeholder", withArguments("{ls %tx}")},
     {"a %t at the end", withArguments("{ls %t}")},
-    {"a %j that is no placeholder", withArguments("{ls %jn}")},
+    {"a %j that is not a placeholder", withArguments("{ls %jn}")},
     {"a field without a number", withArguments("{ls %tp}")},
     {"parameter 0", withArguments("{ls %jp0}")},
     {"a percent sign that would be dropped", withArguments("{ls 50%x}")},
@@ -206,7 +206,7 @@ const Row refused[] = {
      withParams(twoParams + std::string("<Extra><Name>{c}</Name><Value>{3}</Value></Extra>"))},
 };
 
-TEST(Schema, AcceptsWhatDoesWhatItSays) {
+TEST(Schema, AcceptsWhatTheAdapterReadsAsWritten) {
   for (const Row& row : accepted) {
     EXPECT_EQ(complaintOfText(row.job), "") << row.why << "\n" << row.job;
   }
@@ -282,11 +282,11 @@ std::string sampleText(const std::string& path) {
   return std::regex_replace(text, std::regex("@[0-9]+@"), "x");
 }
 
-TEST(Schema, SeesTheFaultsOfSamplesAsFarAsItCan) {
+TEST(Schema, FindsTheFaultsOfSamplesThatItCanSee) {
   int count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(sources + "/tests/tool/samples")) {
     const std::string code = entry.path().filename();
-    EXPECT_EQ(complaintOfText(sampleText(entry.path() / "mended.xml")), "") << code;
+    EXPECT_EQ(complaintOfText(sampleText(entry.path() / "fixed.xml")), "") << code;
     if (!std::filesystem::exists(entry.path() / "bad.xml"))
       continue;  // the finding is about a missing file
     const std::string complaint = complaintOfText(sampleText(entry.path() / "bad.xml"));

@@ -21,7 +21,7 @@ TEST(ArrayComment, IsReadAsItWasWritten) {
   EXPECT_EQ(readComment(commentText(origin) + "   \nmore"), origin);
 }
 
-TEST(ArrayComment, IsOnlyTakenForOneInItsForm) {
+TEST(ArrayComment, IsRecognisedOnlyInItsForm) {
   for (const char* text :
        {"", "runlet-job", "runlet-job:", "runlet-job:0:1:3:3", "runlet-job:0:1:3:3:",
         "runlet-job:0:1:3:3:0123456789abcde", "Runlet-job:0:1:3:3:0123456789abcdef",

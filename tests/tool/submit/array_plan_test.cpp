@@ -49,7 +49,7 @@ ArrayPart part(std::int32_t base, std::int32_t last, const Numbers& elements,
   return {{base, 1, last}, elements, number, digits};
 }
 
-TEST(ArrayPlan, IsOneArrayOfTheTasksWhereTheyFit) {
+TEST(ArrayPlan, IsOneArrayIfTheTasksFit) {
   expectPlans({
       {{1}, 1, 1, 1001, {part(0, 1, {1}, "", 1)}},
       {range(1, 9), 9, 1, 1001, {part(0, 9, range(1, 9), "", 1)}},
@@ -62,7 +62,7 @@ TEST(ArrayPlan, IsOneArrayOfTheTasksWhereTheyFit) {
   });
 }
 
-TEST(ArrayPlan, IsOneArrayForEachBeginningOfANumberWhereTheyDoNotFit) {
+TEST(ArrayPlan, IsOneArrayForEachPrefixOfTheNumbersIfTheTasksDoNotFit) {
   expectPlans({
       {range(1, 3),
        3,
@@ -101,7 +101,7 @@ TEST(ArrayPlan, IsOneArrayForEachBeginningOfANumberWhereTheyDoNotFit) {
   });
 }
 
-TEST(ArrayPlan, TakesAClusterWithoutArraysForOneOfSingleElements) {
+TEST(ArrayPlan, TreatsAClusterWithoutArraysAsOneOfSingleElements) {
   expectPlans({{{1, 2}, 2, 1, 0, {part(1, 2, {0}, "1", 0), part(2, 2, {0}, "2", 0)}},
                {{1}, 1, 1, 1, {part(1, 1, {0}, "1", 0)}}});
 }
@@ -119,7 +119,7 @@ TEST(ArrayPlan, NumbersChunksThroughTheWholeJob) {
   });
 }
 
-TEST(ArrayPlan, CutsChunksIntoArraysAsWell) {
+TEST(ArrayPlan, AlsoSplitsChunksIntoArrays) {
   expectPlans({
       {range(4, 27),
        27,
@@ -134,7 +134,7 @@ TEST(ArrayPlan, CutsChunksIntoArraysAsWell) {
   });
 }
 
-TEST(ArrayPlan, CutsAnArrayWhoseElementsTakeTooLongAText) {
+TEST(ArrayPlan, SplitsAnArrayWhoseListOfElementsIsTooLong) {
   Numbers odd;
   for (std::int32_t i = 1; i < 6001; i += 2) odd.push_back(i);
   const std::vector<ArrayPart> parts = planArrays(odd, 9000, 1, 10000);

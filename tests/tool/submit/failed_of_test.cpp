@@ -22,8 +22,8 @@ class FailedOf : public SubmitTest {
   }
 
   // Makes squeue report arrays with these `comments` and elements.
-  void know(const std::vector<std::pair<std::string, std::string>>& comments,
-            const std::string& states) const {
+  void reportArrays(const std::vector<std::pair<std::string, std::string>>& comments,
+                    const std::string& states) const {
     std::string script = "case \"$5 $7\" in\n";
     for (const auto& [id, text] : comments) {
       script += "'" + id + " Comment:200') echo '" + text + "    ';;\n";
@@ -54,10 +54,10 @@ class FailedOf : public SubmitTest {
 
 TEST_F(FailedOf, SubmitsTheTasksThatHaveNotSucceeded) {
   write(quietJob(9));
-  know({{"12", comment("0:1:9:9")}},
-       "12 1 COMPLETED 0\\n12 2 FAILED 256\\n12 3 TIMEOUT 15\\n12 4 COMPLETED 0\\n"
-       "12 5 CANCELLED 0\\n12 6 NODE_FAIL 0\\n12 7 OUT_OF_MEMORY 9\\n12 8 FAILED 9\\n"
-       "12 9 COMPLETED 0\\n");
+  reportArrays({{"12", comment("0:1:9:9")}},
+               "12 1 COMPLETED 0\\n12 2 FAILED 256\\n12 3 TIMEOUT 15\\n12 4 COMPLETED 0\\n"
+               "12 5 CANCELLED 0\\n12 6 NODE_FAIL 0\\n12 7 OUT_OF_MEMORY 9\\n12 8 FAILED 9\\n"
+               "12 9 COMPLETED 0\\n");
   expectArray({"12"}, "2-3,5-8", 6, 9, "");
   EXPECT_EQ(slurm_.calls("squeue"),
             (Calls{{"-h", "-r", "--states=all", "-j", "12", "-O", "Comment:200"},
@@ -68,35 +68,36 @@ TEST_F(FailedOf, SubmitsTheTasksThatHaveNotSucceeded) {
 
 TEST_F(FailedOf, SkipsTasksThatHaveNotEnded) {
   write(quietJob(4));
-  know({{"12", comment("0:1:4:4")}},
-       "12 1 RUNNING 0\\n12 2 FAILED 256\\n12 3 PENDING 0\\n12 4 COMPLETING 0\\n");
+  reportArrays({{"12", comment("0:1:4:4")}},
+               "12 1 RUNNING 0\\n12 2 FAILED 256\\n12 3 PENDING 0\\n12 4 COMPLETING 0\\n");
   expectArray({"12"}, "2", 1, 4, "runlet-job: submit: skipped, not finished yet: tasks 1, 3-4\n");
 }
 
-TEST_F(FailedOf, SubmitsNothingWhereNoTaskHasFailed) {
+TEST_F(FailedOf, SubmitsNothingIfNoTaskHasFailed) {
   write(quietJob(2));
-  know({{"12", comment("0:1:2:2")}}, "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n");
+  reportArrays({{"12", comment("0:1:2:2")}}, "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n");
   expectSubmit({"--failed-of", "12"}, "", "runlet-job: submit: no task has failed\n", "exit 0");
   EXPECT_EQ(slurm_.calls("sbatch"), Calls{});
   EXPECT_EQ(slurm_.calls("scontrol"), Calls{});
 }
 
-TEST_F(FailedOf, TakesSeveralArraysAndTheLatestWordOfATask) {
+TEST_F(FailedOf, TakesSeveralArraysAndTheLatestResultOfATask) {
   write(quietJob(12));
-  know({{"9", comment("0:1:12:9")}, {"10", comment("10:1:12:3")}, {"12", comment("0:1:12:3")}},
-       "9 1 FAILED 256\\n9 2 FAILED 256\\n9 3 COMPLETED 0\\n9 4 FAILED 256\\n9 5 COMPLETED 0\\n"
-       "9 6 COMPLETED 0\\n9 7 COMPLETED 0\\n9 8 COMPLETED 0\\n9 9 COMPLETED 0\\n"
-       "10 0 FAILED 256\\n10 1 COMPLETED 0\\n10 2 COMPLETED 0\\n"
-       "12 1 COMPLETED 0\\n12 2 RUNNING 0\\n12 4 FAILED 512\\n");
+  reportArrays(
+      {{"9", comment("0:1:12:9")}, {"10", comment("10:1:12:3")}, {"12", comment("0:1:12:3")}},
+      "9 1 FAILED 256\\n9 2 FAILED 256\\n9 3 COMPLETED 0\\n9 4 FAILED 256\\n9 5 COMPLETED 0\\n"
+      "9 6 COMPLETED 0\\n9 7 COMPLETED 0\\n9 8 COMPLETED 0\\n9 9 COMPLETED 0\\n"
+      "10 0 FAILED 256\\n10 1 COMPLETED 0\\n10 2 COMPLETED 0\\n"
+      "12 1 COMPLETED 0\\n12 2 RUNNING 0\\n12 4 FAILED 512\\n");
   expectArray({"12", "9", "10", "9"}, "4,10", 2, 12,
               "runlet-job: submit: skipped, not finished yet: tasks 2\n");
   EXPECT_EQ(slurm_.calls("squeue").size(), 4U);
   EXPECT_EQ(slurm_.calls("squeue").back()[4], "9,10,12");
 }
 
-TEST_F(FailedOf, AsksTheAccountsWhereTheQueueHasForgotten) {
+TEST_F(FailedOf, AsksTheAccountsIfTheQueueHasForgotten) {
   write(quietJob(3));
-  know({}, "");
+  reportArrays({}, "");
   slurm_.reply("sacct", 1,
                "echo 'sbatch --parsable --comment=" + comment("0:1:3:3") +
                    " --job-name=x --comment=no'; echo more");
@@ -108,16 +109,17 @@ TEST_F(FailedOf, AsksTheAccountsWhereTheQueueHasForgotten) {
                    {"-n", "-X", "-P", "-j", "12", "-o", "JobID,State,ExitCode"}}));
 }
 
-TEST_F(FailedOf, PutsTheQueueBeforeTheAccounts) {
+TEST_F(FailedOf, PrefersTheQueueToTheAccounts) {
   write(quietJob(3));
-  know({{"12", comment("0:1:3:3")}}, "12 1 PENDING 0\\n12 2 COMPLETED 0\\n");
+  reportArrays({{"12", comment("0:1:3:3")}}, "12 1 PENDING 0\\n12 2 COMPLETED 0\\n");
   slurm_.reply("sacct", "printf '12_1|NODE_FAIL|1:0\\n12_2|FAILED|2:0\\n12_3|FAILED|1:0'");
   expectArray({"12"}, "3", 1, 3, "runlet-job: submit: skipped, not finished yet: tasks 1\n");
 }
 
-TEST_F(FailedOf, IsRefusedWhereSlurmHasForgottenTasks) {
+TEST_F(FailedOf, IsRefusedIfSlurmHasForgottenTasks) {
   write(quietJob(3));
-  know({{"12", comment("0:1:3:3")}}, "12 1 FAILED 256\\n12 2 COMPLETED 0\\n120 3 FAILED 1\\n");
+  reportArrays({{"12", comment("0:1:3:3")}},
+               "12 1 FAILED 256\\n12 2 COMPLETED 0\\n120 3 FAILED 1\\n");
   expectRefused({"--failed-of", "12"}, "Slurm knows only 2 of the 3 elements of array 12");
   expectRefused({"--failed-of", "13"}, "Slurm no longer knows array 13");
   expectRefused({"--failed-of", "12", "--failed-of", "13"}, "Slurm no longer knows array 13");
@@ -125,10 +127,10 @@ TEST_F(FailedOf, IsRefusedWhereSlurmHasForgottenTasks) {
 
 TEST_F(FailedOf, IsRefusedForAnArrayOfAnotherKind) {
   write(quietJob(3));
-  know({{"12", "(null)"},
-        {"13", "runlet-job:0:1:3:3:0123456789abcdef"},
-        {"14", "x " + comment("0:1:3:3")}},
-       "");
+  reportArrays({{"12", "(null)"},
+                {"13", "runlet-job:0:1:3:3:0123456789abcdef"},
+                {"14", "x " + comment("0:1:3:3")}},
+               "");
   expectRefused({"--failed-of", "12"}, "array 12 was not submitted by runlet-job");
   expectRefused({"--failed-of", "13"},
                 "array 13 was submitted for another job file than " + jobFile_);
@@ -137,11 +139,11 @@ TEST_F(FailedOf, IsRefusedForAnArrayOfAnotherKind) {
   expectRefused({"--failed-of", "15"}, "array 15 was not submitted by runlet-job");
 }
 
-TEST_F(FailedOf, IsRefusedWhereSlurmDoesNotAnswer) {
+TEST_F(FailedOf, IsRefusedIfSlurmDoesNotAnswer) {
   write(quietJob(3));
   slurm_.reply("squeue", "echo 'squeue: error: no contact' >&2; exit 1");
   expectRefused({"--failed-of", "12"}, "squeue: error: no contact");
-  know({{"12", comment("0:1:3:3")}}, "12 1 FAILED 256\\n");
+  reportArrays({{"12", comment("0:1:3:3")}}, "12 1 FAILED 256\\n");
   slurm_.reply("sacct", "exit 1");
   expectRefused({"--failed-of", "12"}, "sacct failed with exit code 1");
   expectRefused({"--failed-of", "13"}, "sacct failed with exit code 1");
@@ -151,7 +153,8 @@ TEST_F(FailedOf, IsRefusedWhereSlurmDoesNotAnswer) {
 
 TEST_F(FailedOf, OfAnArrayOfChunksIsAboutTheirTasks) {
   write(quietJob(12));
-  know({{"12", comment("3:4:12:3")}}, "12 0 FAILED 256\\n12 1 COMPLETED 0\\n12 2 FAILED 256\\n");
+  reportArrays({{"12", comment("3:4:12:3")}},
+               "12 0 FAILED 256\\n12 1 COMPLETED 0\\n12 2 FAILED 256\\n");
   const std::string label = "runlet-job-ends " + runlet_tool::jobHash(jobFile_) + ":12_0 ";
   folder_.write("job-chunk-0.log", "task 6: failed with exit code 1: x\n" + label +
                                        "succeeded 0 3,6\n" + label + "failed 1 4,7\n" + label +
@@ -161,13 +164,13 @@ TEST_F(FailedOf, OfAnArrayOfChunksIsAboutTheirTasks) {
 
 // A task may have written to the log of a chunk, or replaced it: all tasks of a failed element are
 // run again, unless its own log distinguishes them.
-TEST_F(FailedOf, TakesNoVerdictFromALogThatIsNotTheElements) {
+TEST_F(FailedOf, TakesNoVerdictFromALogOfAnotherElement) {
   write(quietJob(22));
   std::string states;
   for (int i = 0; i < 11; ++i) {
     states.append("12 ").append(std::to_string(i)).append(" FAILED 256\\n");
   }
-  know({{"12", comment("1:2:22:11")}}, states);
+  reportArrays({{"12", comment("1:2:22:11")}}, states);
   const std::string hash = runlet_tool::jobHash(jobFile_);
   const auto line = [](const std::string& id, const std::string& ends) {
     return "runlet-job-ends " + id + " " + ends + "\n";
@@ -200,14 +203,16 @@ TEST_F(FailedOf, TakesNoVerdictFromALogThatIsNotTheElements) {
 // Tasks that are no longer in the job, and comments of arrays that were never submitted here.
 TEST_F(FailedOf, SkipsTasksThatAreNotInTheJob) {
   write(quietJob(2));
-  know({{"12", comment("1:2147483647:2147483647:2")}, {"13", comment("0:1:9:2")}},
-       "12 0 COMPLETED 0\\n12 2147483647 FAILED 256\\n13 2 FAILED 256\\n13 3 FAILED 256\\n");
+  reportArrays(
+      {{"12", comment("1:2147483647:2147483647:2")}, {"13", comment("0:1:9:2")}},
+      "12 0 COMPLETED 0\\n12 2147483647 FAILED 256\\n13 2 FAILED 256\\n13 3 FAILED 256\\n");
   expectArray({"12", "13"}, "2", 1, 2, "");
 }
 
-TEST_F(FailedOf, MayBeShownAlone) {
+TEST_F(FailedOf, SubmitsNothingInADryRun) {
   write(quietJob(3));
-  know({{"12", comment("0:1:3:3")}}, "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n12 3 FAILED 256\\n");
+  reportArrays({{"12", comment("0:1:3:3")}},
+               "12 1 COMPLETED 0\\n12 2 COMPLETED 0\\n12 3 FAILED 256\\n");
   const ProcessResult result = run({"--failed-of", "12", "--dry-run"});
   EXPECT_NE(result.output.find(" '--array=3' "), std::string::npos) << result.output;
   EXPECT_EQ(slurm_.calls("sbatch"), Calls{});

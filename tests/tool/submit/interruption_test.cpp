@@ -21,20 +21,20 @@ void setDispositions(sighandler_t disposition) {
   for (const int signal : stopSignals) std::signal(signal, disposition);
 }
 
-TEST(SignalHold, KeepsASignalUntilItGoes) {
+TEST(SignalHold, DelaysASignalUntilItIsDestroyed) {
   for (const int signal : stopSignals) {
-    const auto raiseInHold = [=] {
+    const auto raiseWhileHeld = [=] {
       setDispositions(SIG_DFL);
       const SignalHold hold;
       if (hold.isInterrupted()) _exit(1);
       raise(signal);
       if (!hold.isInterrupted()) _exit(2);
     };
-    EXPECT_EXIT(raiseInHold(), KilledBySignal(signal), "");
+    EXPECT_EXIT(raiseWhileHeld(), KilledBySignal(signal), "");
   }
 }
 
-TEST(SignalHold, MayBeReleasedBefore) {
+TEST(SignalHold, MayBeReleasedEarlier) {
   const auto release = [] {
     setDispositions(SIG_DFL);
     SignalHold hold;
@@ -45,8 +45,8 @@ TEST(SignalHold, MayBeReleasedBefore) {
   EXPECT_EXIT(release(), KilledBySignal(SIGINT), "");
 }
 
-TEST(SignalHold, LeavesSignalsAloneThatAreIgnored) {
-  const auto raiseInHold = [] {
+TEST(SignalHold, LeavesIgnoredSignalsAlone) {
+  const auto raiseWhileHeld = [] {
     setDispositions(SIG_IGN);
     {
       const SignalHold hold;
@@ -55,11 +55,11 @@ TEST(SignalHold, LeavesSignalsAloneThatAreIgnored) {
     }
     _exit(0);
   };
-  EXPECT_EXIT(raiseInHold(), ExitedWithCode(0), "");
+  EXPECT_EXIT(raiseWhileHeld(), ExitedWithCode(0), "");
 }
 
 // Ctrl-C also reaches the programs that are run.
-TEST(SignalHold, IsForProgramsToo) {
+TEST(SignalHold, AppliesToProgramsToo) {
   const auto run = [] {
     setDispositions(SIG_DFL);
     const SignalHold hold;
@@ -81,7 +81,7 @@ TEST(Farewell, IsWrittenBeforeTheProcessDies) {
   }
 }
 
-TEST(Farewell, IsNotWrittenForSignalsThatAreIgnored) {
+TEST(Farewell, IsNotWrittenForIgnoredSignals) {
   const auto raiseAll = [] {
     setDispositions(SIG_IGN);
     {
@@ -95,12 +95,12 @@ TEST(Farewell, IsNotWrittenForSignalsThatAreIgnored) {
 }
 
 TEST(Farewell, IsNotWrittenAfterItsLifetime) {
-  const auto raiseBehind = [] {
+  const auto raiseAfterwards = [] {
     setDispositions(SIG_DFL);
     { const Farewell farewell("going\n"); }
     raise(SIGTERM);
   };
-  EXPECT_EXIT(raiseBehind(), KilledBySignal(SIGTERM), "^$");
+  EXPECT_EXIT(raiseAfterwards(), KilledBySignal(SIGTERM), "^$");
 }
 
 }  // namespace

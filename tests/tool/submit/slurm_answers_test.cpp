@@ -99,7 +99,7 @@ TEST(SlurmAnswers, OfTheQueueIsTheStateOfEveryElement) {
   EXPECT_EQ(states, expected);
 }
 
-TEST(SlurmAnswers, OfTheQueueIsIgnoredWhereItIsSomethingElse) {
+TEST(SlurmAnswers, OfTheQueueIsIgnoredIfItIsSomethingElse) {
   ElementStates states;
   readQueue(
       "\n   \nCLUSTER: lab\n12 N/A RUNNING 0\n12 1 RUNNING\n12 2 RUNNING 0 x\nx 3 RUNNING 0\n"
@@ -147,7 +147,7 @@ TEST(SlurmAnswers, OfTheAccountsGroupElementsThatWereNotStarted) {
                                    {{"14", 7}, std::nullopt}}));
 }
 
-TEST(SlurmAnswers, OfTheAccountsIsIgnoredWhereItIsSomethingElse) {
+TEST(SlurmAnswers, OfTheAccountsIsIgnoredIfItIsSomethingElse) {
   ElementStates states;
   readAccounts(
       "\n\n|\n||\n12|FAILED|1:0\n_1|FAILED|1:0\n12_|FAILED|1:0\nx_1|FAILED|1:0\n12_x|FAILED|1:0\n"

@@ -43,7 +43,7 @@ TEST(SbatchOption, MayNotBeOneThatTheProgramSetsOrDependsOn) {
   }
 }
 
-TEST(SbatchOption, IsOneWordThatBeginsAsOne) {
+TEST(SbatchOption, IsOneWordThatBeginsLikeAnOption) {
   for (const std::string option : {"", "-", "mem=4G", "4G", " --mem", "script.sh"}) {
     EXPECT_EQ(
         complaintAboutSbatchOption(option),

@@ -126,7 +126,7 @@ std::vector<std::string> only(const std::vector<std::string>& words,
   return found;
 }
 
-TEST_F(Submit, MakesTheTasksAnArrayAndPrintsItsId) {
+TEST_F(Submit, SubmitsTheTasksAsAnArrayAndPrintsItsId) {
   write(quietJob(12));
   expectSubmit({}, "12\n", "", "exit 0");
   EXPECT_EQ(slurm_.calls("sbatch"), Calls{plainArguments("1-12", 12, 12)});
@@ -182,7 +182,7 @@ TEST_F(Submit, PassesTheTimeLimitOn) {
   }
 }
 
-TEST_F(Submit, MakesSeveralTasksOneElement) {
+TEST_F(Submit, CombinesSeveralTasksIntoOneElement) {
   Job job = quietJob(27);
   write(job);
   const std::vector<std::string> arguments =
@@ -198,7 +198,7 @@ TEST_F(Submit, MakesSeveralTasksOneElement) {
   EXPECT_EQ(slurm_.input("sbatch", 1), chunkScript);
 }
 
-TEST_F(Submit, OfASingleTaskToAnElementIsAsWithoutAChunk) {
+TEST_F(Submit, OfChunksOfOneTaskIsAsWithoutChunks) {
   write(quietJob(3));
   EXPECT_EQ(sbatchArguments({"--chunk", "1"}), plainArguments("1-3", 3, 3));
 }
@@ -218,7 +218,7 @@ TEST_F(Submit, SplitsWhatIsTooMuchForAnArray) {
   EXPECT_EQ(slurm_.input("sbatch", 2), taskScript);
 }
 
-TEST_F(Submit, HasNoElementInTheNamesOfLogsWhereItIsAlwaysTheSame) {
+TEST_F(Submit, HasNoElementInTheNamesOfLogsIfItIsAlwaysTheSame) {
   write(quietJob(2));
   slurm_.reply("scontrol", "echo 'MaxArraySize = 2'");
   run({});
@@ -227,7 +227,7 @@ TEST_F(Submit, HasNoElementInTheNamesOfLogsWhereItIsAlwaysTheSame) {
             (std::vector<std::string>{"--array=0", "--output=" + folder_.file("job-2.log")}));
 }
 
-TEST_F(Submit, TakesSlurmsDefaultWhereTheGreatestArrayIsUnknown) {
+TEST_F(Submit, TakesSlurmsDefaultIfTheMaximumArraySizeIsUnknown) {
   write(quietJob(1001));
   for (const char* reply : {"exit 1", "echo nothing", "echo 'MaxArraySize = lots'"}) {
     slurm_.reply("scontrol", reply);
@@ -273,7 +273,7 @@ TEST_F(Submit, MakesTheLogFolder) {
   EXPECT_TRUE(std::filesystem::is_directory(folder_.file("logs/of it")));
 }
 
-TEST_F(Submit, IsRefusedWhereNoLogsCanBeWritten) {
+TEST_F(Submit, IsRefusedIfNoLogsCanBeWritten) {
   folder_.write("logs", "a file");
   write(quietJob(1).set("LogFolder", "logs"));
   expectSubmit(
@@ -312,7 +312,7 @@ TEST_F(Submit, DoesNothingForAJobThatIsRefused) {
   for (const char* program : {"sbatch", "scontrol"}) EXPECT_EQ(slurm_.calls(program), Calls{});
 }
 
-TEST_F(Submit, KeepsToTheJobsUser) {
+TEST_F(Submit, RunsTheTasksAsTheJobsUser) {
   REQUIRE_ROOT();
   const std::string id = std::to_string(otherId);
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
@@ -328,7 +328,7 @@ TEST_F(Submit, KeepsToTheJobsUser) {
   EXPECT_EQ(logs.st_uid, otherId);
 }
 
-TEST_F(Submit, NamesUserAndGroupWhereEitherIsAnother) {
+TEST_F(Submit, NamesUserAndGroupIfEitherDiffers) {
   REQUIRE_ROOT();
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
   write(quietJob(1).set("gid", "-2"));
@@ -372,7 +372,7 @@ TEST_F(Submit, PassesOnWhatSlurmSays) {
 }
 
 // It may have ended after Slurm queued the array.
-TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
+TEST_F(Submit, SaysThatAnArrayMayBeQueuedIfSbatchIsKilled) {
   write(quietJob(1));
   slurm_.reply("sbatch", "kill -9 $$");
   expectSubmit({}, "",
@@ -387,7 +387,7 @@ TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereSbatchIsKilled) {
   EXPECT_EQ(slurm_.calls("scancel"), (Calls{{"12", "--clusters=lab"}}));
 }
 
-TEST_F(Submit, SaysThatAnArrayMayBeQueuedWhereTheResultIsLost) {
+TEST_F(Submit, SaysThatAnArrayMayBeQueuedIfTheResultIsLost) {
   write(quietJob(20));
   slurm_.reply("sbatch", "echo 12; echo no room >&2");
   expectTool(
@@ -416,7 +416,7 @@ TEST_F(Submit, CancelsAnArrayWhoseSubmissionMayNotHaveEnded) {
       "exit 2");
 }
 
-TEST_F(Submit, SaysThatThereIsNoProcessForSbatch) {
+TEST_F(Submit, ReportsThatItCannotCreateAProcessForSbatch) {
   write(quietJob(1));
   expectTool(
       runProcess(withFault("no-process")), "",
@@ -426,7 +426,7 @@ TEST_F(Submit, SaysThatThereIsNoProcessForSbatch) {
 }
 
 // Whatever was lost, the command does not retry.
-TEST_F(Submit, IsNotTriedAgainForTheFailedTasksOfAnArray) {
+TEST_F(Submit, IsNotRetriedForTheFailedTasksOfAnArray) {
   write(quietJob(2));
   slurm_.reply("squeue", 1, "echo '" + comment("0:1:2:2") + "'");
   slurm_.reply("squeue", "echo 9 1 FAILED 256; echo 9 2 COMPLETED 0");
@@ -437,7 +437,7 @@ TEST_F(Submit, IsNotTriedAgainForTheFailedTasksOfAnArray) {
   EXPECT_EQ(slurm_.calls("sbatch").size(), 1U);
 }
 
-TEST_F(Submit, LeavesNothingWhereALaterArrayIsRefused) {
+TEST_F(Submit, LeavesNothingIfALaterArrayIsRefused) {
   write(quietJob(20));
   slurm_.reply("scontrol", "echo 'MaxArraySize = 10'");
   slurm_.reply("sbatch", 2, "echo '13;lab'");
@@ -489,7 +489,7 @@ TEST_F(Submit, ContinuesAfterASignalThatItWasStartedToIgnore) {
 }
 
 // They would make sbatch wait, or cancel only part of the array.
-TEST_F(Submit, KeepsVariablesThatChangeWhatIsAskedFor) {
+TEST_F(Submit, WithholdsVariablesThatChangeTheRequest) {
   write(quietJob(20));
   slurm_.reply("scontrol", "echo 'MaxArraySize = 20'");
   slurm_.reply("sbatch",
@@ -546,7 +546,7 @@ const Variables variablesOfRoot = {{"HOME", "/root"},
                                    {"TZ", "UTC"},
                                    {"USER", "root"}};
 
-TEST_F(Submit, PassesOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
+TEST_F(Submit, PassesOnOnlyWhatTasksMaySeeOfRootsEnvironment) {
   REQUIRE_ROOT();
   write(quietJob(1).set("uid", std::to_string(otherId)));
   std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
@@ -560,7 +560,7 @@ TEST_F(Submit, PassesOnOfRootsEnvironmentOnlyWhatTasksMaySee) {
           "\nSLURM_CLUSTERS=lab\nSLURM_CONF=/etc/slurm.conf\nTZ=UTC\nUSER=" + user->pw_name + "\n");
 }
 
-TEST_F(Submit, PassesOnTheVariablesOfRootThatAreNamed) {
+TEST_F(Submit, PassesOnTheNamedVariablesOfRoot) {
   REQUIRE_ROOT();
   write(quietJob(1));
   const passwd* const user = getpwuid(0);
@@ -571,7 +571,7 @@ TEST_F(Submit, PassesOnTheVariablesOfRootThatAreNamed) {
           "\nSHELL=" + user->pw_shell + "\nUSER=root\n");
 }
 
-TEST_F(Submit, NamesAUserWhomTheSystemDoesNotKnowByTheNumber) {
+TEST_F(Submit, NamesAnUnknownUserByNumber) {
   REQUIRE_ROOT();
   uid_t unknown = 61234;
   while (getpwuid(unknown) != nullptr) ++unknown;
@@ -625,7 +625,7 @@ class HostileSubmit : public Submit {
   static constexpr char hostile[] = "a 'b\" $(touch x)`y`\n%a%%j;&#!\\*~-x";
 };
 
-TEST_F(HostileSubmit, IsTakenAsItIs) {
+TEST_F(HostileSubmit, IsPassedOnUnchanged) {
   writeHostile(2);
   const std::vector<std::string> arguments = sbatchArguments({"-a", "/opt/x $(y)\nEND\n'\\"});
   const std::string name = "-a 'b\" $(touch x)`y`_%a%%j;&#!_*~-x";
@@ -709,7 +709,7 @@ struct WrongCase {
   std::string error;
 };
 
-TEST_F(Submit, RefusesAWrongCommandLine) {
+TEST_F(Submit, RefusesAnInvalidCommandLine) {
   write(quietJob(3));
   const WrongCase cases[] = {
       {{"--throttle", "0"}, "--throttle: " + notPositive("0")},

@@ -30,7 +30,7 @@ TEST(Subprocess, GetsItsArgumentsItsInputAndItsEnvironment) {
   EXPECT_EQ(result.error, "");
 }
 
-TEST(Subprocess, MayLeaveItsInputAndWriteMuchToBothOutputs) {
+TEST(Subprocess, MayLeaveInputUnreadAndWriteMuchToBothOutputs) {
   const std::string much(1 << 20, 'x');
   const ProgramResult result =
       shell("head -c 1048576 /dev/stdin; head -c 1048576 /dev/stdin >&2; exit 3", much + "rest");
@@ -44,7 +44,8 @@ TEST(Subprocess, ReportsItsEnd) {
   EXPECT_EQ(WEXITSTATUS(shell("exit 255").waitStatus), 255);
 }
 
-// In a separate process, since open descriptors and their limit are changed.
+// Asserts `holds` in a separate process, since it changes the environment, open descriptors and
+// their limit.
 void expectInChild(const std::function<bool()>& holds) {
   const pid_t pid = fork();
   if (pid == 0) _exit(holds() ? 0 : 1);
@@ -53,7 +54,7 @@ void expectInChild(const std::function<bool()>& holds) {
   EXPECT_EQ(status, 0);
 }
 
-TEST(Subprocess, IsLookedForAlongThePathAndMayBeMissing) {
+TEST(Subprocess, IsSearchedForAlongThePathAndMayBeMissing) {
   expectInChild([] {
     setenv("PATH", "/nowhere:/usr/bin", 1);
     return runSubprocess({"true"}, "", {}).startError == 0 &&
@@ -70,7 +71,7 @@ TEST(Subprocess, HasNoOtherDescriptor) {
   });
 }
 
-TEST(Subprocess, ReportsItsEndAlsoWhereTheEndsOfProcessesAreIgnored) {
+TEST(Subprocess, ReportsItsEndEvenIfTheEndsOfProcessesAreIgnored) {
   expectInChild([] {
     std::signal(SIGCHLD, SIG_IGN);
     const ProgramResult result = shell("sed -n 's/^SigIgn://p' /proc/self/status; exit 3");
@@ -90,7 +91,7 @@ TEST(Subprocess, MayBeRunByAProcessWithoutStandardStreams) {
 
 // For every number of missing descriptors: if there are enough to start, there are enough to read
 // the output.
-TEST(Subprocess, IsNotStartedWhereItsAnswerCouldNotBeRead) {
+TEST(Subprocess, IsNotStartedIfItsOutputCouldNotBeRead) {
   expectInChild([] {
     close_range(3, ~0U, 0);
     int started = 0;
@@ -108,16 +109,16 @@ TEST(Subprocess, IsNotStartedWhereItsAnswerCouldNotBeRead) {
   });
 }
 
-TEST(Subprocess, IsNotStartedWhereThereAreNoDescriptorsLeft) {
+TEST(Subprocess, IsNotStartedIfThereAreNoDescriptorsLeft) {
   expectInChild([] {
-    bool isAlwaysTold = true;
+    bool isAlwaysReported = true;
     for (rlim_t most = 3; most <= 8; ++most) {
       close_range(3, ~0U, 0);
       const rlimit limit = {most, most};
       setrlimit(RLIMIT_NOFILE, &limit);
-      isAlwaysTold = isAlwaysTold && shell("true").startError == EMFILE;
+      isAlwaysReported = isAlwaysReported && shell("true").startError == EMFILE;
     }
-    return isAlwaysTold;
+    return isAlwaysReported;
   });
 }
 

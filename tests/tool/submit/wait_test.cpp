@@ -22,7 +22,7 @@ namespace {
 using Calls = std::vector<std::vector<std::string>>;
 using std::chrono::milliseconds;
 
-TEST(Pause, GrowsAndIsLongAgainstTheAsking) {
+TEST(Pause, GrowsAndIsLongComparedWithTheQuery) {
   const milliseconds quick(1);
   const int expected[] = {200, 400, 800, 1600, 3200, 5000, 5000};
   for (int i = 0; i < 7; ++i) {
@@ -58,14 +58,15 @@ class SubmitAndWait : public SubmitTest {
   }
 };
 
-const std::vector<std::string> askingOf12 = {"-h",
-                                             "-r",
-                                             "--states=all",
-                                             "-j",
-                                             "12",
-                                             "-O",
-                                             "ArrayJobID:20,ArrayTaskID:20,State:20,exit_code:20"};
-const std::vector<std::string> accountsOf12 = {
+const std::vector<std::string> squeueArguments = {
+    "-h",
+    "-r",
+    "--states=all",
+    "-j",
+    "12",
+    "-O",
+    "ArrayJobID:20,ArrayTaskID:20,State:20,exit_code:20"};
+const std::vector<std::string> sacctArguments = {
     "-n", "-X", "-P", "-j", "12", "-o", "JobID,State,ExitCode"};
 
 TEST_F(SubmitAndWait, EndsWhenAllTasksHaveSucceeded) {
@@ -75,7 +76,7 @@ TEST_F(SubmitAndWait, EndsWhenAllTasksHaveSucceeded) {
   slurm_.reply("squeue", element(1, "COMPLETED") + element(2, "COMPLETED"));
   expectSubmit({"--wait"}, "12\n",
                line(1, "succeeded") + line(2, "succeeded") + "2 tasks: 2 succeeded\n", "exit 0");
-  EXPECT_EQ(slurm_.calls("squeue"), (Calls{askingOf12, askingOf12, askingOf12}));
+  EXPECT_EQ(slurm_.calls("squeue"), (Calls{squeueArguments, squeueArguments, squeueArguments}));
   EXPECT_EQ(slurm_.calls("sacct"), Calls{});
 }
 
@@ -117,7 +118,7 @@ TEST_F(SubmitAndWait, AsksTheAccountsForWhatTheQueueHasForgotten) {
                    line(3, "failed with exit code 2", "job-3.log") +
                    "3 tasks: 1 succeeded, 1 failed (3), 1 killed (2)\n",
                "exit 1");
-  EXPECT_EQ(slurm_.calls("sacct"), (Calls{accountsOf12, accountsOf12}));
+  EXPECT_EQ(slurm_.calls("sacct"), (Calls{sacctArguments, sacctArguments}));
 }
 
 TEST_F(SubmitAndWait, GivesUpOnTasksThatAreNoLongerKnown) {
@@ -139,7 +140,7 @@ TEST_F(SubmitAndWait, NeedsNoAccounts) {
                "exit 1");
 }
 
-TEST_F(SubmitAndWait, ContinuesWhereSlurmDoesNotAnswer) {
+TEST_F(SubmitAndWait, ContinuesIfSlurmDoesNotAnswer) {
   write(quietJob(1));
   slurm_.reply("squeue", 1, "echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
   slurm_.reply("squeue", 2, "kill -9 $$");
@@ -153,7 +154,7 @@ TEST_F(SubmitAndWait, ContinuesWhereSlurmDoesNotAnswer) {
 }
 
 // The time of a query without an answer does not increase the pause.
-TEST_F(SubmitAndWait, AsksAgainSoonWhereSlurmTakesLongNotToAnswer) {
+TEST_F(SubmitAndWait, AsksAgainSoonAfterALongQueryWithoutAnAnswer) {
   write(quietJob(1));
   slurm_.reply("squeue", 1,
                "/bin/sleep 1; echo 'slurm_load_jobs error: Unable to contact' >&2; exit 1");
@@ -168,7 +169,7 @@ TEST_F(SubmitAndWait, AsksAgainSoonWhereSlurmTakesLongNotToAnswer) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
 }
 
-TEST_F(SubmitAndWait, ContinuesWhereTheAccountsDoNotAnswer) {
+TEST_F(SubmitAndWait, ContinuesIfTheAccountsDoNotAnswer) {
   write(quietJob(1));
   slurm_.reply("sacct", "exit 1");
   slurm_.reply("sacct", 4, "echo '12_1|COMPLETED|0:0'");
@@ -194,17 +195,17 @@ TEST_F(SubmitAndWait, AsksForAllArraysOfTheirClusterAtOnce) {
                    line(10, "failed with exit code 1", "job-10.log") + line(11, "succeeded") +
                    line(12, "succeeded") + "5 tasks: 4 succeeded, 1 failed (10)\n",
                "exit 1");
-  std::vector<std::string> asking = askingOf12;
-  asking[4] = "12,14";
-  asking.emplace_back("--clusters=lab");
-  std::vector<std::string> accounts = accountsOf12;
-  accounts[4] = "12,14";
-  accounts.emplace_back("--clusters=lab");
-  EXPECT_EQ(slurm_.calls("squeue"), Calls{asking});
-  EXPECT_EQ(slurm_.calls("sacct"), Calls{accounts});
+  std::vector<std::string> squeueCall = squeueArguments;
+  squeueCall[4] = "12,14";
+  squeueCall.emplace_back("--clusters=lab");
+  std::vector<std::string> sacctCall = sacctArguments;
+  sacctCall[4] = "12,14";
+  sacctCall.emplace_back("--clusters=lab");
+  EXPECT_EQ(slurm_.calls("squeue"), Calls{squeueCall});
+  EXPECT_EQ(slurm_.calls("sacct"), Calls{sacctCall});
 }
 
-TEST_F(SubmitAndWait, KeepsVariablesThatLeaveSomethingOut) {
+TEST_F(SubmitAndWait, WithholdsVariablesThatChangeTheAnswer) {
   write(quietJob(1));
   slurm_.reply("squeue", "[ -z \"$SQUEUE_USERS$SQUEUE_SORT\" ] || exit 1");
   slurm_.reply("sacct",
@@ -261,7 +262,7 @@ TEST_F(SubmitAndWait, TakesTheElementsEndForTasksThatItsLogDoesNotName) {
 
 // A log may be from another array with a reused number, another element, or another job file; and
 // text for people is not evaluated.
-TEST_F(SubmitAndWait, TakesNoVerdictFromALogThatIsNotTheElements) {
+TEST_F(SubmitAndWait, TakesNoVerdictFromALogOfAnotherElement) {
   write(quietJob(8));
   const std::string lines = "succeeded 0 1,3,5,7";
   folder_.write("job-chunk-0.log", endLine("11_0", lines));
@@ -279,7 +280,7 @@ TEST_F(SubmitAndWait, TakesNoVerdictFromALogThatIsNotTheElements) {
   expectSubmit({"--wait", "--chunk", "2"}, "12\n", summary + "8 tasks: 8 failed (1-8)\n", "exit 1");
 }
 
-TEST_F(SubmitAndWait, TakesNothingOfALogButItsVerdicts) {
+TEST_F(SubmitAndWait, TakesNothingFromALogButItsVerdicts) {
   write(quietJob(4));
   folder_.write("job-chunk-0.log", endLine("12_0", "other 0 1") + endLine("12_0", "\033[31m 0 2") +
                                        endLine("12_0", "succeeded 0 2,3"));
@@ -295,7 +296,7 @@ TEST_F(SubmitAndWait, TakesNothingOfALogButItsVerdicts) {
 }
 
 // A task may have put a pipe, a link to an inaccessible file, or an endless file there.
-TEST_F(SubmitAndWait, ReadsNoLogThatIsNoFile) {
+TEST_F(SubmitAndWait, ReadsNoLogThatIsNotARegularFile) {
   write(quietJob(9));
   folder_.write("elsewhere", endLine("12_1", "succeeded 0 3"));
   ASSERT_EQ(mkfifo(folder_.file("job-chunk-0.log").c_str(), 0666), 0);

@@ -31,10 +31,10 @@ std::string withoutKeyringNote(std::string text) {
   static const std::string note = [] {
     // Only queries the id of a keyring, without changing any.
     const long id = syscall(SYS_keyctl, KEYCTL_GET_KEYRING_ID, KEY_SPEC_USER_KEYRING, 0);
-    const bool isBarred = id == -1 && (errno == ENOSYS || errno == EPERM || errno == EACCES);
-    return isBarred ? std::string("runlet-job: no session keyring for the task: ") +
-                          std::strerror(errno) + "; it keeps that of its starter\n"
-                    : "";
+    const bool isForbidden = id == -1 && (errno == ENOSYS || errno == EPERM || errno == EACCES);
+    return isForbidden ? std::string("runlet-job: no session keyring for the task: ") +
+                             std::strerror(errno) + "; it keeps that of its starter\n"
+                       : "";
   }();
   const std::size_t place = note.empty() ? std::string::npos : text.find(note);
   if (place != std::string::npos) text.erase(place, note.size());

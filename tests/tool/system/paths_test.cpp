@@ -11,7 +11,7 @@
 namespace runlet_tool {
 namespace {
 
-TEST(Paths, AreFullAsSeenFromAFolder) {
+TEST(Paths, AreResolvedFromAFolder) {
   struct Row {
     std::string folder, path, full;
   };

@@ -12,7 +12,7 @@ std::string quoted(const std::string& word, const std::string& inFront = "run") 
   return line.substr(inFront.empty() ? 0 : inFront.size() + 1);
 }
 
-TEST(ShellQuote, IsAsPlainAsItCanBe) {
+TEST(ShellQuote, IsAsPlainAsPossible) {
   struct Row {
     std::string word;
     std::string expected;

@@ -42,7 +42,7 @@ TEST_F(ToolOnATerminal, HasColours) {
   EXPECT_NE(writtenByTool({"expand", job_}, {}).find("\033[1;36mtask 1\033[0m"), std::string::npos);
 }
 
-TEST_F(ToolOnATerminal, HasNoneWhereTheyAreNotWanted) {
+TEST_F(ToolOnATerminal, HasNoColoursIfTheyAreNotWanted) {
   const std::vector<std::vector<std::pair<std::string, std::string>>> environments = {
       {{"NO_COLOR", "1"}}, {{"TERM", "dumb"}}};
   for (const auto& environment : environments) {
@@ -82,7 +82,7 @@ void workFor(std::chrono::milliseconds time, std::size_t total) {
   progress.show(512);
 }
 
-TEST(ProgressBar, ShowsWhatTakesOverASecondAndGoesAway) {
+TEST(ProgressBar, IsShownForWhatTakesOverASecondAndThenErased) {
   const Terminal terminal;
   {
     const OnTerminal on(terminal);
@@ -92,7 +92,7 @@ TEST(ProgressBar, ShowsWhatTakesOverASecondAndGoesAway) {
             "\rworking [" + std::string(20, '#') + std::string(20, ' ') + "] 50%\r\033[K");
 }
 
-TEST(ProgressBar, IsNotThereForLessOrWithoutATerminal) {
+TEST(ProgressBar, IsNotShownForLessOrWithoutATerminal) {
   const Terminal terminal;
   {
     const OnTerminal on(terminal);

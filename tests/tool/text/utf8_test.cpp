@@ -38,7 +38,7 @@ TEST(Utf8, KnowsTheLengthOfACharacter) {
   for (const Row& row : rows) EXPECT_EQ(utf8CharacterLength(row.text), row.length) << row.text;
 }
 
-TEST(Utf8, HoldsForAWholeText) {
+TEST(Utf8, IsCheckedForAWholeText) {
   EXPECT_TRUE(isUtf8(""));
   EXPECT_TRUE(isUtf8("gr\xc3\xbc\xc3\x9f"));
   EXPECT_FALSE(isUtf8("gr\xfc\xdf"));

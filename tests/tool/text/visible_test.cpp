@@ -40,7 +40,7 @@ TEST(VisibleText, HasNothingThatATerminalActsOn) {
   for (const Row& row : rows) EXPECT_EQ(runlet_tool::visible(row.text), row.expected);
 }
 
-TEST(VisibleText, KeepsItsLinesWhereItIsAskedTo) {
+TEST(VisibleText, KeepsItsLinesIfAskedTo) {
   EXPECT_EQ(runlet_tool::visibleLines("a\tb\n\x1b\r\n\n"), "a\\tb\n\\x1b\\x0d\n\n");
 }
 

@@ -15,7 +15,7 @@ struct EscapeRow {
   std::string alone;
 };
 
-TEST(XmlText, Escapes) {
+TEST(XmlText, IsEscaped) {
   const std::vector<EscapeRow> rows = {
       {"plain", "plain", "plain"},
       {"", "", ""},

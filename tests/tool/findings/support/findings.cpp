@@ -18,7 +18,7 @@
 namespace runlet_test {
 
 const std::string bad = "bad";
-const std::string mended = "mended";
+const std::string fixed = "fixed";
 
 namespace {
 
@@ -31,7 +31,7 @@ std::optional<Account> asPlain(const passwd& entry) {
   const group* own = getgrgid(entry.pw_gid);
   if (entry.pw_uid == 0 || own == nullptr) return std::nullopt;
   const std::string name = own->gr_name;
-  int count = 0;  // of all groups, the user's own among them; there is no room for any
+  int count = 0;  // no room for any group: becomes their number, including the user's own
   getgrouplist(entry.pw_name, entry.pw_gid, nullptr, &count);
   if (count != 1) return std::nullopt;
   return Account{entry.pw_uid, entry.pw_gid, name};
@@ -44,7 +44,7 @@ Account findPlainAccount() {
     found = asPlain(*entry);
   }
   endpwent();
-  if (!found) throw std::runtime_error("every user but root has further groups");
+  if (!found) throw std::runtime_error("every user but root has supplementary groups");
   return *found;
 }
 
@@ -90,7 +90,7 @@ long countOf(const std::vector<Found>& findings, const std::string& severity) {
                        [&](const Found& found) { return found.severity == severity; });
 }
 
-// "3-5,9" as the text form has it: "tasks 3-5, 9".
+// "3-5,9" as in the text output: " [tasks 3-5, 9]".
 std::string tasksInWords(const std::string& tasks) {
   if (tasks.empty()) return "";
   if (tasks == "all") return " [every task]";
@@ -116,7 +116,7 @@ std::string visible(const std::string& text) {
   return out;
 }
 
-// The text form of what `job` is the JSON of.
+// The text output that corresponds to the JSON object `job`.
 std::string inWords(const Json& job) {
   std::string text;
   std::string summary = job.at("job").get<std::string>() + ": " + counted(job.at("tasks"), "task");
@@ -178,19 +178,19 @@ std::string Findings::text(const std::string& sample) const {
 
 void Findings::writeSample(const std::string& sample, unsigned uid, unsigned gid) const {
   std::string own = text(sample);
-  if (own.empty()) return;  // a sample may be a file that is not there
+  if (own.empty()) return;  // a sample may be a missing file
   own = replaceAll(own, "<uid>1000<", "<uid>" + std::to_string(uid) + "<");
   own = replaceAll(own, "<gid>1000<", "<gid>" + std::to_string(gid) + "<");
   folder_.write(sample + ".xml", own);
 }
 
-// What is asked of this machine has to be about a user that it has.
+// With --host the user must exist on this machine.
 void Findings::writeSampleToCheck(const std::string& sample) const {
   if (host_) return writeSample(sample, plainAccount().uid, plainAccount().gid);
   writeSample(sample, sampleId, sampleId);
 }
 
-// For a user as whom the caller may run tasks.
+// With a user as whom the caller may run tasks.
 void Findings::writeSampleToRun(const std::string& sample) const {
   if (geteuid() != 0) return writeSample(sample, getuid(), getgid());
   if (host_) return writeSample(sample, plainAccount().uid, plainAccount().gid);
@@ -238,7 +238,7 @@ void Findings::expectCheck(const std::string& sample, const std::vector<Found>& 
   expectResult(check(sample, {"--strict"}), inWords(job), "", statusFor(findings, true));
 }
 
-void Findings::expectTold(const std::string& text) {
+void Findings::expectOutputContains(const std::string& text) {
   writeSampleToCheck(bad);
   const std::string output = check(bad, {}).output;
   EXPECT_NE(output.find(text), std::string::npos) << text << "\n" << output;
@@ -255,15 +255,15 @@ Summary Findings::summaryOf(const std::string& sample) const {
     if (!summary.codes.empty()) summary.codes += ' ';
     const auto code = finding.at("code").get<std::string>();
     summary.codes += code;
-    const bool isOfDanger = code == "RJ034" || code == "RJ076";
-    if (finding.at("severity") == "error" && !isOfDanger) ++summary.errors;
+    const bool isOnlyDangerous = code == "RJ034" || code == "RJ076";
+    if (finding.at("severity") == "error" && !isOnlyDangerous) ++summary.errors;
   }
   return summary;
 }
 
 void Findings::expectFound(const std::vector<Found>& findings) {
   expectCheck(bad, findings);
-  expectCheck(mended, {});
+  expectCheck(fixed, {});
 }
 
 ProcessResult Findings::runRequest(const std::string& sample, const Strings& request) const {
@@ -294,13 +294,13 @@ void Findings::expectBadRefused(const std::string& error) {
   expectBad("", error, "exit 255");
 }
 
-void Findings::expectMended(const std::string& output, const std::string& error) {
-  SCOPED_TRACE(mended);
-  expectResult(runTasks(mended), output, error, "exit 0");
+void Findings::expectFixed(const std::string& output, const std::string& error) {
+  SCOPED_TRACE(fixed);
+  expectResult(runTasks(fixed), output, error, "exit 0");
 }
 
-// The child writes the "Calling" line that it has inherited once more, before or after the
-// parent's second line.
+// The child writes the inherited "Calling" line once more, before or after the parent's second
+// line.
 void Findings::expectBadNotExecuted(const std::string& command, const std::string& error) {
   SCOPED_TRACE(bad);
   const ProcessResult result = runTasks(bad);
