@@ -32,9 +32,8 @@ struct Batch {
 // unless a range is given. `verb` is the name for messages.
 //
 // Returns exitFine. Otherwise returns the status to exit with, after a message on standard error,
-// and
-// `*batch` is unusable. Standard error also gets notes that do not prevent the run: the number of
-// warnings, and that the tasks cannot have the job's user or group.
+// and `*batch` is unusable. Standard error also gets notes that do not prevent the run: the number
+// of warnings, and that the tasks cannot have the job's user or group.
 int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch);
 
 }  // namespace runlet_tool

@@ -142,8 +142,7 @@ std::size_t Source::offsetIn(const TiXmlText& text, std::size_t index,
                              const std::vector<TextMark>& marks) const {
   const std::size_t begin = offsetOf(text);
   if (text.CDATA()) return std::min(begin + cdataStart.size() + index, text_.size());
-  // Starts at a mark before the byte: a mark at it may be after something that is dropped before
-  // it.
+  // Starts at a mark before the byte: one at the byte may be after something that is dropped.
   const auto isBefore = [](const TextMark& mark, std::size_t wanted) {
     return mark.inText < wanted;
   };

@@ -19,7 +19,7 @@ std::vector<std::string_view> wordsOf(std::string_view text) {
   return words;
 }
 
-// The kinds of final states of an element. From all other states it goes on to one of these.
+// The kinds of final states of an element. All other states lead to one of these.
 enum class Kind { completed, failed, timedOut, other };
 
 struct FinalState {
