@@ -27,7 +27,7 @@ bool startsEveryTask(const Question& question) {
   return !context.taskList.empty();
 }
 
-// Some findings are errors because of what a task or a shell may do, even if every task starts.
+// Some findings are errors because of their danger, even if every task starts.
 bool keepsTasksFromStarting(const Finding& finding) {
   return finding.rule->severity == runlet_tool::Severity::error && !isOfDanger(finding.rule->id);
 }
@@ -45,7 +45,7 @@ void runlet_fuzz::tryInput(const std::uint8_t* data, std::size_t size) {
                      std::count(data, data + size, std::uint8_t{'\r'}) + 1;
   for (const Finding& finding : report.findings) {
     require(finding.place.line >= 0 && finding.place.line <= lines, "a line of the file");
-    require(!finding.why.empty() && !finding.instead.empty(), "a reason and an advice");
+    require(!finding.why.empty() && !finding.instead.empty(), "a reason and advice");
   }
   const bool hasError =
       std::any_of(report.findings.begin(), report.findings.end(), keepsTasksFromStarting);

@@ -15,7 +15,7 @@ namespace runlet {
 //                (1-based, clipped to the job's list) in sequence, up to the first that
 //                cannot be started. A task that ends with an error code does not fail the request.
 //   PingTask     loads the job file and fails with "Runlet adapter: Ping task time out.\n" on
-//                standard error if `elapsedMs` exceeds `taskTimeout` minutes
+//                standard error if `elapsedMs` exceeds timeLimit(`taskTimeout`)
 //   EvaluateJob, LaunchApp, PingLaunch, ShutDown   succeed and do nothing
 //
 // Changes `context` only through the loader and the launcher.

@@ -60,7 +60,7 @@ inline constexpr std::int32_t messageCount = 25;
 // NUL-terminated texts that live for the whole run.
 extern const char* const messageTable[messageCount];
 
-// The text number `index`, which must be in 0 .. 24: it is not checked.
+// The text with number `index`, which is not checked and must be in 0 .. 24.
 const char* getMessage(std::int32_t index);
 
 }  // namespace runlet

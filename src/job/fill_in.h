@@ -14,7 +14,7 @@ namespace runlet {
 inline constexpr char undefinedText[] = "Undefined";
 
 inline constexpr std::size_t maxExpansionLength = 3999;  // bytes of an expanded template
-inline constexpr std::size_t maxLookupLength = 2000;     // bytes that count of an entry or value
+inline constexpr std::size_t maxLookupLength = 2000;     // bytes of an entry or value that count
 inline constexpr std::size_t maxNumberLength = 31;       // bytes of a printed or read number
 
 enum class PlaceholderForm { taskNumber, taskField, jobParam, percent, dropped, malformed };

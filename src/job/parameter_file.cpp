@@ -83,7 +83,7 @@ Reading readRedirectStderr(const TiXmlNode& cmdData, AdapterContext* context) {
   return Reading::ok;
 }
 
-// False, with the list unchanged, without a usable pair of braces.
+// False, with the list unchanged, if there is no usable pair of braces.
 bool appendTask(const char* text, StringList* list) {
   std::string entry;
   if (!stripBrace(text, &entry)) return false;

@@ -11,8 +11,8 @@
 namespace runlet_tool {
 namespace {
 
-// Whether the status is one that `exec` reserves for tasks that could not be started. It must not
-// change: it tells callers apart from the task's own statuses.
+// Whether the status is one that `exec` reserves for tasks that could not be started. It is kept
+// even if output was lost: callers must be able to tell that no task was started.
 bool isOfExec(int status) {
   return status >= exitNoTask;
 }

@@ -20,7 +20,7 @@ inline constexpr std::size_t maxAttributes = 10000;
 inline constexpr std::size_t maxComparisons = 200'000'000;
 
 // For each node, the library walks up through all enclosing elements. These levels are added up
-// over the whole file, and take about two seconds. A job of a million tasks has 14 million.
+// over the whole file; the limit takes about two seconds. A job of a million tasks has 14 million.
 inline constexpr std::size_t maxLevels = 200'000'000;
 
 // The library parses and destroys elements by recursion. It takes 226 to 233 bytes of stack for a

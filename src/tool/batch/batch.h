@@ -10,7 +10,7 @@
 
 namespace runlet_tool {
 
-// The command-line options for it.
+// The command-line options that select them.
 struct BatchOptions {
   std::string job;
   RangeOptions range;
@@ -28,11 +28,12 @@ struct Batch {
 };
 
 // Loads the job, checks it as `check` does, and selects the tasks to run. The file is read once:
-// what was checked is what runs. A job with more work in its tasks than the work limit for its file
-// allows is refused, unless a range is given. Returns exitFine, or after a message on standard
-// error the status to exit with; `*batch` is then unusable. Standard error also gets notes that do
-// not prevent the run: the number of warnings, and that the tasks cannot have the job's user or
-// group. `verb` is the name for messages.
+// what was checked is what runs. A job whose tasks exceed the work limit for its file is refused,
+// unless a range is given. `verb` is the name for messages.
+//
+// Returns exitFine. Otherwise returns the status to exit with, after a message on standard error,
+// and `*batch` is unusable. Standard error also gets notes that do not prevent the run: the number
+// of warnings, and that the tasks cannot have the job's user or group.
 int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch);
 
 }  // namespace runlet_tool

@@ -13,7 +13,7 @@ enum class Ending {
   failed,       // `number` is its exit code
   killed,       // by the signal `number`
   timedOut,     // ended because it exceeded the time limit
-  interrupted,  // ended because the whole run was
+  interrupted,  // ended because the whole run was interrupted
   notStarted,
   other,  // described by `word`, such as Slurm's "node_fail"
 };

@@ -33,7 +33,8 @@ int makeFolders(const std::string& folder, mode_t mode) {
   return 0;
 }
 
-// Returns a descriptor of the folder if logs can be created in it; -1 with the reason in errno.
+// Creates the folder if missing. Returns its descriptor if logs can be created in it; else -1 with
+// the reason in errno.
 int makeWritable(const std::string& folder, mode_t mode) {
   errno = makeFolders(folder, mode);
   if (errno != 0) return -1;

@@ -27,7 +27,7 @@ namespace {
 // An output of the task that goes to a terminal.
 struct Output {
   int stream = -1;  // of this process
-  int source = -1;  // where the task's output is read; -1 = at its end
+  int source = -1;  // to read the task's output from; -1 = at its end
   std::string rest;
 };
 

@@ -16,15 +16,14 @@ bool hasTerminal();
 // still have one.
 bool leaveTerminal();
 
-// Calls `become`, which turns the process into a task of that user or returns an exit status, in a
-// child that leads its own session. If standard input was a terminal, the child's is empty; outputs
-// that were terminals pass through this process, escaped by `visiblePart`.
+// Calls `become` in a child that leads its own session; `become` turns the process into a task of
+// that user or returns an exit status. If standard input was a terminal, the child's is empty;
+// outputs that were terminals pass through this process, escaped by `visiblePart`.
 //
 // SIGINT, SIGTERM, SIGHUP and SIGQUIT are forwarded to the child's process group, unless they are
-// ignored. Returns the child's exit status after showing what it wrote until its end; if a signal
-// ended the child, this process ends by the same signal. Processes that the child leaves running
-// can then no longer write to those outputs. Returns 125, after a line on standard error, if there
-// can be no child.
+// ignored. After the child has ended and its output has been shown, returns its exit status, or
+// ends by the signal that ended it. Processes that the child leaves running can then no longer
+// write to those outputs. Returns 125, after a line on standard error, if no child can be created.
 int relayTask(uid_t user, const std::function<int()>& become);
 
 }  // namespace runlet_tool

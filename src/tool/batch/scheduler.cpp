@@ -113,7 +113,7 @@ Scheduler::~Scheduler() {
 RunOutcome Scheduler::run() {
   while (mayStart() || !processes_.empty()) {
     const int signal = signals_.await(waitingTime());
-    takeEnded();  // first: what has ended in time needs no signal
+    takeEnded();  // first: a task that has ended in time needs no signal
     if (signal != 0 && signal != SIGCHLD) interrupt(signal);
     endOverdue();
     // Only one, then check for signals again: thousands of tasks may fail to open their logs.
@@ -183,7 +183,7 @@ void Scheduler::takeEnded() {
 
 // If tasks cannot be waited for, they are not left running.
 void Scheduler::loseSight(int error) {
-  // If it is not our child, the id may belong to any process.
+  // If they are not our children, their ids may belong to any process.
   const bool areOurs = error != ECHILD;
   std::fprintf(stderr,
                "runlet-job: run: cannot find out how tasks end: %s; running tasks are %s, and "

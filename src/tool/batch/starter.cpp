@@ -104,7 +104,7 @@ bool takeStreams(int log) {
          dup2(log, STDOUT_FILENO) != -1 && dup2(log, STDERR_FILENO) != -1;
 }
 
-// noexcept: an exception must not reach the handlers of the run, which this process is a copy of.
+// noexcept: this process is a copy of the run, whose exception handlers must not run here.
 [[noreturn]] void runTask(int socket, StartRequest* request, const sigset_t& mask,
                           const KeptVariables& kept) noexcept {
   close(socket);  // the run must see end of file when the starter has ended

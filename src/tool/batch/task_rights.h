@@ -12,8 +12,8 @@
 
 namespace runlet_tool {
 
-// Whether a task of user `uid` belongs to another user than this process. Only true for root. A
-// `uid` of -1 counts as another user.
+// Whether this process is root's and `uid`, the user of a task, is not root. A `uid` of -1 counts
+// as another user.
 bool isOfAnother(std::int32_t uid);
 
 // Protects the starter's memory while the process already belongs to another user: it leaves no
@@ -40,7 +40,7 @@ bool takeTaskRights(runlet::UserRights* rights);
 std::string complaintAboutVariable(const std::string& name);
 
 // The environment for tasks of that user, each variable as "NAME=VALUE", sorted. From this process
-// come PATH, LANG, LANGUAGE, those that begin with LC_ or with one of `more`, and those in `kept`.
+// come PATH, LANG, LANGUAGE, those that begin with LC_ or a prefix in `more`, and those in `kept`.
 // HOME, LOGNAME, SHELL and USER are the user's, unless they are set and in `kept`. For a user not
 // in the user database, the name is the number, the home folder "/" and the shell /bin/sh.
 std::vector<std::string> userEnvironment(uid_t uid, const std::vector<std::string>& kept,

@@ -80,8 +80,8 @@ bool awaitAnswer(int socket) {
   return true;
 }
 
-// The user may have stopped the child. If it hangs in a file system of that user, it does not even
-// end then, and is reaped later along with other children.
+// Kills the child, which its user may have stopped. If it hangs in a file system of that user, it
+// does not end even then, and is reaped later along with other children.
 void endChild(pid_t child) {
   kill(child, SIGKILL);
   for (int pause = 1; pause < 2000 && waitpid(child, nullptr, WNOHANG) == 0; pause *= 2) {
@@ -98,7 +98,7 @@ int receiveAnswer(int socket) {
   return descriptor;
 }
 
-// noexcept: an exception must not reach the handlers of the process that this is a copy of.
+// noexcept: this process is a copy of its parent, whose exception handlers must not run here.
 [[noreturn]] void workInChild(int socket, const AdapterContext& context,
                               const std::function<int()>& work) noexcept {
   // The work must not be able to use the starter's terminal, folder or files.

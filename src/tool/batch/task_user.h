@@ -15,11 +15,12 @@ namespace runlet_tool {
 // job's user 1001 and group 100: only root can switch". Empty if nothing does.
 std::string settleTaskUser(runlet::AdapterContext* context);
 
-// Calls `work`, which inspects, creates or opens files; for root, with only the rights of the
-// tasks' user and group: a folder may belong to that user, whose links in it must not make root
-// write elsewhere. For root this happens in a child process, so that this process never changes its
-// rights: in "/", without a controlling terminal, and with no descriptors but the standard streams.
-// `context` has been settled.
+// Calls `work`, which inspects, creates or opens files. `context` has been settled.
+//
+// For root, `work` has only the rights of the tasks' user and group: if a folder belongs to that
+// user, links in it must not make root write elsewhere. It then runs in a child process, so that
+// this process never changes its rights: in "/", without a controlling terminal, and with no
+// descriptors but the standard streams.
 //
 // Files are created with exactly the modes that `work` gives: no mask applies.
 //

@@ -13,7 +13,7 @@ namespace {
 
 using runlet::PlaceholderUse;
 
-// A composed line at hand.
+// A composed command line.
 struct Line {
   const Preview& preview;
   std::int32_t number;  // of the task
@@ -24,7 +24,7 @@ struct Line {
   }
 };
 
-// A word, and where it is in the line.
+// A word and its place in the line.
 struct Word {
   std::string_view text;
   std::size_t begin;  // without the opening quote
@@ -32,13 +32,13 @@ struct Word {
   bool isQuoted;
 };
 
-// What -a has put before the expansion.
+// The length of what -a has put before the expansion.
 std::size_t prefixLength(const Line& line) {
   return line.inspection->context.appPath.rfind('/') + 1;
 }
 
-// The place in the template that byte `at` of the line comes from: for what a placeholder has
-// brought in, that placeholder.
+// The offset in the template that byte `at` of the line comes from: for a byte of a value, that of
+// its placeholder.
 std::size_t templateOffset(const Line& line, std::size_t at) {
   const std::size_t prefix = prefixLength(line);
   if (at < prefix) return 0;
@@ -61,7 +61,8 @@ void findIn(const Line& line, RuleId rule, std::size_t at, std::string_view text
               text, std::move(why), std::move(instead));
 }
 
-// One word of the vector after the other, with what the vector does not tell.
+// Word `index` of the vector, with what the vector does not contain. `afterLast` is the offset
+// after the word before it.
 Word wordAt(const Line& line, std::size_t index, std::size_t afterLast) {
   const char* start = line.preview.words[index];
   const auto begin = static_cast<std::size_t>(start - line.preview.cut.data());
@@ -69,8 +70,8 @@ Word wordAt(const Line& line, std::size_t index, std::size_t afterLast) {
   return {text, begin, begin + text.size(), begin > afterLast && line.text()[begin - 1] == '"'};
 }
 
-// A quote that an earlier word has left open, as in -x="a b", is closed without a finding of its
-// own: `*isOpen` tells from one word to the next.
+// The quote that closes one left open by an earlier word, as in -x="a b", is no finding of its own.
+// `*isOpen` carries this state from word to word.
 void inspectInnerQuotes(const Line& line, const Word& word, bool* isOpen) {
   const auto count = std::count(word.text.begin(), word.text.end(), '"');
   if (word.isQuoted || count == 0) return;
@@ -147,7 +148,7 @@ void inspectSyntax(const Line& line, const Word& word) {
          "Let a shell run it, with /bin/sh -c \"...\", or write a script.");
 }
 
-// What comes after the last word can only be a quoted one that is not closed.
+// Text after the last word can only be a quoted word that is not closed.
 void inspectLineEnd(const Line& line, std::size_t afterLast) {
   const std::string& text = line.text();
   const std::size_t begin = text.find_first_not_of(' ', afterLast);

@@ -1,4 +1,4 @@
-// The composed command line of a task.
+// Checking the composed command line of a task.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace runlet_tool {
 
-// Finds what is wrong with the line and its words, for the task of that number.
+// Adds findings about the line and its words for task `number`.
 void inspectWords(const Preview& preview, std::int32_t number, Inspection* inspection);
 
 }  // namespace runlet_tool

@@ -1,5 +1,5 @@
-// The commands of the tasks, as the adapter's own code composes them: what the template's
-// placeholders come to, and what becomes of the line.
+// Checking the commands of the tasks, as the adapter's own code composes them: the placeholders of
+// the template, and the resulting line.
 
 #include <algorithm>
 #include <filesystem>
@@ -23,7 +23,7 @@ using runlet::notGiven;
 using runlet::PlaceholderForm;
 using runlet::PlaceholderUse;
 
-// What the placeholder's own digits say.
+// The digits of a width or number, as written in the template.
 struct Digits {
   std::size_t count;
   std::int32_t value;  // as a number of 32 bits
@@ -39,7 +39,7 @@ Digits digitsAt(const std::string& text, std::size_t begin) {
   return {end - begin, runlet::decimalInt32(digits.c_str()), isBeyond};
 }
 
-// What the digits of a placeholder say, which is the same for all tasks.
+// All digits of a placeholder, which are the same for all tasks.
 struct OwnDigits {
   Digits width;
   Digits number;
@@ -54,7 +54,7 @@ struct Use {
   Inspection* inspection;
 };
 
-// Whether there is such a finding already, to which this task is then added.
+// Returns whether there is such a finding already, after adding this task to it.
 bool addUseToFinding(const Use& use, RuleId rule) {
   return addTaskToFinding(use.inspection, rule, use.placeholder.begin, use.number);
 }
@@ -108,7 +108,7 @@ void inspectWidth(const Use& use) {
   }
 }
 
-// Whether there is no such value.
+// Whether the field or parameter does not exist.
 bool isUndefined(const Use& use) {
   const PlaceholderUse& placeholder = use.placeholder;
   const AdapterContext& context = use.inspection->context;
@@ -172,15 +172,15 @@ OwnDigits ownDigits(const PlaceholderUse& use, const std::string& argumentTempla
   return digits;
 }
 
-// How many fields the entry has, as far as it counts: an empty last one is none. Counted once for
-// all the placeholders that may ask for one.
+// The number of fields in the part of the entry that counts, without an empty last field. Counted
+// once for all placeholders of the task.
 std::int32_t fieldCountOf(std::string_view entry) {
   entry = entry.substr(0, runlet::maxLookupLength);
   const auto tabs = static_cast<std::int32_t>(std::count(entry.begin(), entry.end(), '\t'));
   return entry.empty() || entry.ends_with('\t') ? tabs : tabs + 1;
 }
 
-// The template's placeholders are the same for all tasks, as far as the fill-in comes.
+// The placeholders are the same for all tasks, up to where a fill-in fails, so `*digits` is reused.
 void inspectUses(const Preview& preview, std::int32_t number, std::vector<OwnDigits>* digits,
                  Inspection* inspection) {
   const std::string& entry = inspection->context.taskList[static_cast<std::size_t>(number) - 1];
@@ -197,7 +197,7 @@ void inspectUses(const Preview& preview, std::int32_t number, std::vector<OwnDig
   }
 }
 
-// What keeps the task from being composed, apart from a malformed placeholder.
+// Reasons why a command cannot be composed, apart from a malformed placeholder.
 
 void findTooLong(std::int32_t number, Inspection* inspection) {
   if (addTaskToFinding(inspection, RuleId::longExpansion, noOffset, number)) return;
@@ -309,7 +309,7 @@ void inspectFolderName(Inspection* inspection) {
   }
 }
 
-// The parameters that some task uses, by their number.
+// Which parameters are used by any task.
 class UsedParameters {
  public:
   explicit UsedParameters(std::size_t count) : isUsed_(count) {}
@@ -351,20 +351,20 @@ void inspectUnused(const UsedParameters& used, Inspection* inspection) {
   }
 }
 
-// Whether the task is to be looked at in any case. Without a range the context asks for none.
+// Whether the task must be checked in any case. Without a range the context selects no task.
 bool isAsked(const Inspection& inspection, std::int32_t number) {
   const runlet::TaskRange range = requestedTasks(inspection.context);
   return range.first < number && number <= range.end;
 }
 
-// What the tasks are looked at with, one after the other.
+// Buffers that are reused from task to task, and the parameters used so far.
 struct TaskWork {
   Preview preview;
   std::vector<OwnDigits> digits;
   UsedParameters used;
 };
 
-// Whether the task has a command.
+// Returns whether the task has a command.
 bool inspectTask(std::int32_t number, TaskWork* work, Inspection* inspection) {
   Preview& preview = work->preview;
   previewCommand(inspection->context, number - 1, &preview);
@@ -391,7 +391,7 @@ void inspectTasks(Inspection* inspection) {
     const auto number = static_cast<std::int32_t>(i) + 1;
     const bool isSkipped = inspection->limit.isSpent() && !isAsked(*inspection, number);
     if (isSkipped) findTasksNotChecked(inspection, number - 1);
-    // Of a task that is not looked at, nobody knows.
+    // Whether a skipped task has a command is unknown.
     allComposed = !isSkipped && inspectTask(number, &work, inspection) && allComposed;
     progress.show(i);
   }

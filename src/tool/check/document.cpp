@@ -1,4 +1,4 @@
-// The elements of the job file: what is missing, in the wrong place or ignored.
+// Checking the elements of the job file: missing, misplaced and ignored ones.
 
 #include <algorithm>
 #include <array>
@@ -21,8 +21,7 @@ const Names cmdDataNames = {"Arguments",   "WorkingFolder",  "LogFolder", "Outpu
                             "TaskNameIdx", "TaskTimeout",    "uid",       "gid",
                             "umask",       "redirectStderr", "TaskList",  "JobParams"};
 
-// How many characters have to be changed, added or taken out to make one word of the other; upper
-// and lower case are the same.
+// The number of characters to change, add or remove to turn one word into the other, ignoring case.
 std::size_t distance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -39,10 +38,10 @@ std::size_t distance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
-// Names longer than this are like none.
+// Longer names are similar to none.
 constexpr std::size_t longestName = 40;
 
-// The name that is most like `name`; empty when none is like it.
+// The name most similar to `name`; empty if none is similar.
 std::string_view nearest(std::string_view name, const Names& names) {
   if (name.size() > longestName) return {};
   const auto closer = [=](std::string_view a, std::string_view b) {
@@ -89,13 +88,12 @@ void findTaken(const TiXmlNode& node, Inspection* inspection) {
        "Write something more into it, or remove it.");
 }
 
-// Looked up by their name whatever kind of node they are, so that a text may be taken for one.
+// The loader looks these up by name, whatever kind of node it is, so a text may be taken for one.
 bool isTakenForElement(const std::string& text) {
   return text == "Task" || text == "JobParams";
 }
 
-// What is in an element that holds other elements: everything whose name is not among `names` is
-// ignored.
+// Checks the children of an element that holds other elements: those not in `names` are ignored.
 void inspectChildren(const TiXmlNode& parent, const Names& names, Inspection* inspection) {
   const std::string& name = parent.ValueStr();
   for (const TiXmlNode* node = parent.FirstChild(); node != nullptr; node = node->NextSibling()) {
@@ -108,7 +106,7 @@ void inspectChildren(const TiXmlNode& parent, const Names& names, Inspection* in
 
 // The root, and cmdData in it.
 
-// Null when the file is no job file, which is found.
+// Returns the root; null, with a finding, if there is none.
 const TiXmlElement* inspectRoot(const TiXmlDocument& document, Inspection* inspection) {
   const TiXmlNode* first = document.FirstChild();
   if (first->ToElement() == nullptr) {
@@ -140,7 +138,7 @@ void findNoCmdData(const TiXmlElement& root, const TiXmlNode* taken, Inspection*
   }
 }
 
-// Elements of the root other than cmdData are somebody else's, unless they belong into cmdData.
+// The root may have elements other than cmdData, but not those that belong in cmdData.
 void inspectRootChildren(const TiXmlElement& root, const TiXmlElement& cmdData,
                          Inspection* inspection) {
   for (const TiXmlElement* element = root.FirstChildElement(); element != nullptr;
@@ -163,7 +161,7 @@ void inspectRepeated(const TiXmlNode& cmdData, Inspection* inspection) {
     const std::string& name = element->ValueStr();
     const bool isKnown =
         std::find(cmdDataNames.begin(), cmdDataNames.end(), name) != cmdDataNames.end();
-    if (!isKnown || name == "JobParams") continue;  // for which the place matters
+    if (!isKnown || name == "JobParams") continue;  // the place of JobParams matters
     if (!seen.insert(name).second) findRepeated(*element, inspection);
   }
 }
@@ -243,7 +241,7 @@ void inspectLater(const TiXmlElement* first, Inspection* inspection) {
   }
 }
 
-// Whether the task is one, and gets a number.
+// Returns whether the node is read as a task, which then has this number.
 bool inspectTask(const TiXmlNode& task, std::int32_t number, Inspection* inspection) {
   static const Names names = {"Params"};
   const TiXmlElement* params = task.FirstChildElement("Params");
@@ -325,7 +323,7 @@ void inspectValue(const TiXmlElement& name, Inspection* inspection) {
   inspectLater(value, inspection);
 }
 
-// A Value before the Name is ignored. Where there is none after it, that is the finding.
+// A Value before the Name is ignored. If there is none after it, inspectValue reports that.
 void inspectValueBeforeName(const TiXmlElement& name, Inspection* inspection) {
   const TiXmlElement* first = name.Parent()->FirstChildElement("Value");
   const TiXmlElement* after = name.NextSiblingElement("Value");
@@ -354,7 +352,7 @@ void inspectParameter(const TiXmlNode& parameter, Inspection* inspection) {
   inspectChildren(parameter, names, inspection);
 }
 
-// What is ignored before the second Param.
+// Checks the nodes in [begin, end), which are ignored: those before the second Param.
 void inspectIgnored(const TiXmlNode* begin, const TiXmlNode* end, Inspection* inspection) {
   static const Names names = {"Param"};
   for (const TiXmlNode* node = begin; node != nullptr && node != end; node = node->NextSibling()) {
@@ -363,7 +361,7 @@ void inspectIgnored(const TiXmlNode* begin, const TiXmlNode* end, Inspection* in
   }
 }
 
-// In the steps of the loader: the first two by name, from there on every node.
+// In the loader's order: the first two by name, after them every node.
 void inspectJobParams(const TiXmlNode& jobParams, Inspection* inspection) {
   const TiXmlNode* first = jobParams.FirstChild("Param");
   inspectIgnored(jobParams.FirstChild(), first, inspection);

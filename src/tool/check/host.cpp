@@ -1,4 +1,4 @@
-// The machine that the check runs on: its folders, programs, users and groups.
+// Checking the job against this machine: its folders, programs, users and groups.
 
 #include <grp.h>
 #include <pwd.h>
@@ -22,19 +22,18 @@ namespace {
 using runlet::AdapterContext;
 using runlet::notGiven;
 
-// What has been found of a program; the finding is known by its number, which is that of the
-// program.
+// The result for a program. The number of the program stands in for the offset of its finding.
 struct Verdict {
   std::optional<RuleId> rule;
   std::size_t program;
 };
 
-// A job on this machine.
+// What the checks of a job on this machine share.
 struct Host {
   Inspection* inspection;
   Identity who;
   std::string folder;                   // full path of the run folder
-  std::map<std::string, Verdict> seen;  // programs looked at
+  std::map<std::string, Verdict> seen;  // programs already checked
 };
 
 Place placeOfUser(const Inspection& inspection) {
@@ -48,7 +47,7 @@ bool findTaskUser(Inspection* inspection, uid_t* uid) {
     *uid = static_cast<uid_t>(context.uid);
     return true;
   }
-  if (context.userName.empty()) return false;  // found without the machine
+  if (context.userName.empty()) return false;  // reported by inspectTasks
   const passwd* entry = getpwnam(context.userName.c_str());
   if (entry != nullptr) {
     *uid = entry->pw_uid;
@@ -104,7 +103,7 @@ void inspectGroupEntry(const Host& host) {
        "Correct the gid, or check on the machine that runs the job.");
 }
 
-// False when no task gets there, which is found.
+// False, with a finding, if the folder does not exist.
 bool inspectFolder(const Host& host) {
   Inspection* inspection = host.inspection;
   const std::string folder = runlet::runFolder(inspection->context);
@@ -128,7 +127,7 @@ bool inspectFolder(const Host& host) {
   return true;
 }
 
-// What the system takes a file that it is to execute for.
+// How the system treats a file that it is asked to execute.
 enum class Format { script, program, unknown };
 
 struct FileStart {
@@ -136,10 +135,10 @@ struct FileStart {
   std::string interpreter;  // of a script
 };
 
-constexpr std::size_t startLength = 256;  // bytes of a file that the system looks at
+constexpr std::size_t startLength = 256;  // bytes of a file that the system reads
 
-// The interpreter's name, in what follows "#!"; none where the system finds none, also when the
-// name may go on after what is looked at. At the end of the file it may be empty.
+// The interpreter's name in `start`, the text after "#!". No value if the system would find none,
+// or if the name may continue after what it reads. At the end of the file the name may be empty.
 std::optional<std::string> interpreterIn(std::string_view start) {
   const std::size_t lineEnd = start.find('\n');
   const bool hasLineEnd = lineEnd != std::string_view::npos;
@@ -154,7 +153,7 @@ std::optional<std::string> interpreterIn(std::string_view start) {
 
 FileStart readFileStart(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  if (!file) return {Format::program, ""};  // what may be executed and not read is no script
+  if (!file) return {Format::program, ""};  // executable but unreadable: not a script
   char bytes[startLength] = {};
   file.read(bytes, sizeof bytes);
   const std::string_view start(bytes, static_cast<std::size_t>(file.gcount()));
@@ -168,7 +167,7 @@ FileStart readFileStart(const std::string& path) {
 // A program of a task.
 struct Program {
   const Host& host;
-  std::string path;  // as the system would execute it; empty where there is none
+  std::string path;  // as the system would execute it; empty if there is none
   std::size_t number;
   std::int32_t task;
 };
@@ -193,7 +192,7 @@ std::optional<RuleId> findNoInterpreter(const Program& program, const std::strin
                 : "Correct the first line of the script.");
 }
 
-// An interpreter may be a script itself, and so on for a while.
+// An interpreter may itself be a script, up to the system's limit.
 std::optional<RuleId> inspectScript(const Program& program) {
   constexpr int mostInterpreters = 5;
   const Host& host = program.host;
@@ -216,8 +215,8 @@ bool isOwner(const Identity& who, const std::string& path) {
   return who.uid == 0 || (stat(path.c_str(), &status) == 0 && status.st_uid == who.uid);
 }
 
-// With an application path the program is made executable first: for the first task with the
-// adapter's starting rights, which are taken for root's, and then with the user's.
+// With an application path the program is made executable first: for the first task with the rights
+// that the adapter was started with, assumed to be root's, and for later tasks with the user's.
 bool isMadeExecutable(const Program& program, const Preview& preview) {
   const Host& host = program.host;
   const std::string& path = preview.start.chmodPath;
@@ -236,7 +235,7 @@ std::optional<RuleId> findNoProgram(const Program& program, const std::string& w
                 "Write the full path of the program, and make it executable.");
 }
 
-// Yields what was found of it.
+// Returns the rule of the finding, if there is one.
 std::optional<RuleId> inspectNewProgram(const Host& host, const Preview& preview,
                                         std::int32_t task) {
   const std::string word = preview.words.front();

@@ -10,7 +10,7 @@
 namespace runlet_tool {
 namespace {
 
-// The library's own complaints have a place; what keeps the file from being read at all has none.
+// An error of the library has a place; a file that cannot be read at all has none.
 void findLoadError(const TiXmlDocument& document, const std::string& message, Report* report) {
   const bool isOfLibrary = document.Error();
   const Rule& rule = ruleOf(isOfLibrary ? RuleId::notXml : RuleId::unreadable);
@@ -27,7 +27,7 @@ void findLoadError(const TiXmlDocument& document, const std::string& message, Re
        {}});
 }
 
-// By place, those without one last.
+// Sorts by place; those without one come last.
 void sort(std::vector<Finding>* findings) {
   const auto key = [](const Finding& finding) {
     const bool isPlaceless = finding.place.line == 0;

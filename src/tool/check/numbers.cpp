@@ -1,4 +1,4 @@
-// The elements of cmdData that hold numbers, ids and the flag.
+// Checking the elements of cmdData that hold numbers, ids and the flag.
 
 #include <algorithm>
 #include <cctype>
@@ -22,15 +22,15 @@ using runlet::longestTimeout;
 
 constexpr std::int32_t largestMask = 0777;
 
-// A number as it is in the file.
+// A number as written in the file.
 struct Number {
   const char* name;  // of the element
   const TiXmlElement* element;
   const TiXmlText* node;
   std::string text;
-  std::size_t digits;  // where they begin
-  std::size_t end;     // of them; as `digits` when there are none
-  std::int32_t value;  // as the adapter has it
+  std::size_t digits;  // offset of the first digit
+  std::size_t end;     // offset after the last digit; equal to `digits` if there are none
+  std::int32_t value;  // as the adapter reads it
   bool isBeyond32Bits;
 };
 
@@ -94,7 +94,7 @@ void inspectSize(const Number& number, Inspection* inspection) {
              "Write a number from -2147483648 to 2147483647.", inspection);
 }
 
-// A text that is some usual mask in octal, or written with a leading zero as octal numbers are.
+// Whether the digits are a usual mask in octal, or have the leading zero of octal numbers.
 bool looksOctal(const Number& number) {
   constexpr long usualMasks[] = {022, 027, 077, 037, 0117, 0137, 0177, 0222, 0277, 0777};
   const std::string digits = number.text.substr(number.digits, number.end - number.digits);
@@ -126,7 +126,7 @@ void inspectMask(const Number& number, Inspection* inspection) {
   }
 }
 
-// Yields whether there is something to find.
+// Returns whether there is a finding.
 bool inspectHiddenRoot(const Number& number, const char* whose, Inspection* inspection) {
   if (!isHiddenRoot(*number.node)) return false;
   findNumber(number, RuleId::hiddenRoot,

@@ -1,4 +1,4 @@
-// What `check` looks for.
+// The rules of `check`.
 #pragma once
 
 #include <span>
@@ -7,12 +7,13 @@
 
 namespace runlet_tool {
 
-// error: asked for all tasks, the adapter refuses, ends abnormally or does not start every one; or
-// starting them is a danger, see isOfDanger.
-// warning: it runs, but likely not what was meant.
+// error: if asked for all tasks, the adapter refuses, ends abnormally or does not start every one;
+// or it is dangerous to start them (see isOfDanger).
+// warning: the tasks run, but probably not as intended.
+// note: worth knowing.
 enum class Severity { error, warning, note };
 
-// The number of each is its code, which is stable: RJ001 is 1.
+// The value of each is the number of its code, which never changes: RJ001 is 1.
 enum class RuleId {
   unreadable = 1,
   notXml = 2,
@@ -96,18 +97,18 @@ struct Rule {
   RuleId id;
   Severity severity;
   const char* title;        // half a sentence
-  const char* explanation;  // lines: what happens, why, what to write, and an example
+  const char* explanation;  // several lines: what happens, why, what to write, an example
 };
 
-// All of them, sorted by their codes.
+// All rules, sorted by code.
 std::span<const Rule> allRules();
 
 const Rule& ruleOf(RuleId id);
 
-// Whether it is an error because of what it lets happen: the adapter starts the tasks all the same.
+// Whether the rule is an error only because of its danger: the adapter starts the tasks anyway.
 bool isOfDanger(RuleId id);
 
-// Null when there is none of that code, such as "RJ060".
+// The rule with that code, such as "RJ060"; null if there is none.
 const Rule* findRule(std::string_view code);
 
 std::string codeOf(const Rule& rule);

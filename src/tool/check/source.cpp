@@ -13,14 +13,14 @@ namespace {
 constexpr std::string_view cdataStart = "<![CDATA[";
 
 constexpr std::size_t excerptLength = 60;     // characters
-constexpr std::size_t longestReference = 64;  // bytes, beyond which none is looked for
-constexpr std::size_t marked = 1024;          // bytes of a line from one mark to the next
+constexpr std::size_t longestReference = 64;  // bytes; longer ones are not recognised
+constexpr std::size_t marked = 1024;          // bytes from one mark to the next
 
 std::size_t characterLength(std::string_view text) {
   return std::max<std::size_t>(utf8CharacterLength(text), 1);
 }
 
-// How many bytes the character with that number has in UTF-8.
+// The number of bytes of that code point in UTF-8.
 std::size_t lengthInUtf8(unsigned long code) {
   if (code < 0x80) return 1;
   if (code < 0x800) return 2;
@@ -29,16 +29,16 @@ std::size_t lengthInUtf8(unsigned long code) {
 
 struct Step {
   std::size_t inFile;  // bytes of the file
-  std::size_t inText;  // bytes of what becomes of them
+  std::size_t inText;  // bytes of the text that they become
 };
 
-// How long the reference at the start of `rest` is; 0 when the & is not one.
+// The length of the reference at the start of `rest`; 0 if the & does not begin one.
 std::size_t referenceLength(std::string_view rest) {
   constexpr std::string_view names[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"};
   for (const std::string_view name : names) {
     if (rest.starts_with(name)) return name.size();
   }
-  if (!rest.starts_with("&#")) return 0;  // or the whole file would be gone through for each
+  if (!rest.starts_with("&#")) return 0;  // otherwise each & would scan the whole file
   const std::size_t end = rest.find(';');
   return end == std::string_view::npos ? 0 : end + 1;
 }
@@ -82,7 +82,7 @@ void Source::markLines() {
   markWithin(text_.size());
 }
 
-// The line that the last mark begins.
+// Adds marks within the line that begins at the last mark and ends at `end`.
 void Source::markWithin(std::size_t end) {
   const std::string_view all = text_;
   Mark mark = marks_.back();
@@ -97,7 +97,8 @@ void Source::markWithin(std::size_t end) {
   }
 }
 
-// White space before a tag is dropped, not condensed. So is that after a tag, but it is in no text.
+// White space before a tag is dropped, not condensed. So is white space after a tag, but that is
+// not part of a text.
 void Source::findCondensed() {
   const char* const begin = text_.data();
   const char* const end = begin + text_.size();
@@ -141,7 +142,7 @@ std::size_t Source::offsetIn(const TiXmlText& text, std::size_t index,
                              const std::vector<TextMark>& marks) const {
   const std::size_t begin = offsetOf(text);
   if (text.CDATA()) return std::min(begin + cdataStart.size() + index, text_.size());
-  // From a mark before the byte: one at the byte may be after something that is dropped before it.
+  // Starts at a mark before the byte: one at the byte may be after something that is dropped.
   const auto isBefore = [](const TextMark& mark, std::size_t wanted) {
     return mark.inText < wanted;
   };

@@ -1,4 +1,4 @@
-// The text of a job file, and where in it something is.
+// The text of a job file, and finding places in it.
 #pragma once
 
 #include <tinyxml.h>
@@ -12,7 +12,7 @@
 
 namespace runlet_tool {
 
-// Where a byte of what the library made of a text stands in the file.
+// The offset of a byte in a text as the library parsed it, and in the file.
 struct TextMark {
   std::size_t inText;
   std::size_t inFile;
@@ -36,10 +36,10 @@ class SourceDocument : public TiXmlDocument {
   std::string text_;
 };
 
-// Finds places in the text of a file.
+// Maps offsets and nodes to places in the text of a file.
 class Source {
  public:
-  // Takes over the text; the offsets below are in it.
+  // All offsets below are offsets in `text`.
   explicit Source(std::string text);
 
   const std::string& text() const {
@@ -48,36 +48,36 @@ class Source {
 
   Place placeOf(std::size_t offset) const;
 
-  // Where a node begins: an element at its "<", a text at its first character that is not white
-  // space, a CDATA section at its "<".
+  // The start of a node: the "<" of an element or a CDATA section, the first character of a text
+  // that is not white space.
   std::size_t offsetOf(const TiXmlBase& node) const;
 
-  // Where the byte `index` of what the library made of the text node `text` is: white space is
-  // condensed and references are replaced in between.
-  // `marks` are those of the text, or none.
+  // The offset in the file of byte `index` of a text node. The two differ, since the library
+  // condenses white space and replaces references. `marks` are the result of marksIn, or empty.
   std::size_t offsetIn(const TiXmlText& text, std::size_t index,
                        const std::vector<TextMark>& marks = {}) const;
 
-  // Points in a long text from which `offsetIn` need not go through it from its beginning.
+  // Marks in a long text, so that `offsetIn` need not scan it from its beginning.
   std::vector<TextMark> marksIn(const TiXmlText& text) const;
 
-  // The runs of white space that begin in [begin, end) and arrive as a single space without being
-  // one.
+  // The runs of white space that begin in [begin, end), are not a single space, and are condensed
+  // to one.
   std::vector<std::string_view> condensedWithin(std::size_t begin, std::size_t end) const;
 
-  // Where in [begin, end) the first & is that does not begin a reference; npos if there is none.
+  // The offset of the first & in [begin, end) that does not begin a reference; npos if there is
+  // none.
   std::size_t bareAmpersandWithin(std::size_t begin, std::size_t end) const;
 
-  // Whether there is anything that the two above may find.
+  // Whether the two functions above can find anything.
   bool hasOddWriting() const {
     return !condensed_.empty() || !bareAmpersands_.empty();
   }
 
-  // Where the text at `offset` ends: at the next markup, or the end of the file.
+  // The end of the text at `offset`: the next markup, or the end of the file.
   std::size_t textEnd(std::size_t offset) const;
 
-  // The node as it is in the file, up to the end of its line and not too much of it; of an
-  // element its tag.
+  // The node as written in the file (of an element only its tag), up to the end of its line, and
+  // cut if it is long.
   std::string excerpt(const TiXmlNode& node) const;
 
  private:
@@ -93,11 +93,11 @@ class Source {
   std::size_t endOf(const TiXmlNode& node) const;
 
   std::string text_;
-  // The beginning of every line, and points inside of long ones, which are not to be counted
-  // through from their beginning every time.
+  // The beginning of every line, and points inside long lines, so that columns need not be counted
+  // from the beginning every time.
   std::vector<Mark> marks_;
   std::vector<std::size_t> bareAmpersands_;
-  std::vector<std::size_t> condensed_;  // where each run of white space inside a text begins
+  std::vector<std::size_t> condensed_;  // starts of runs of white space inside texts
 };
 
 inline Place placeOf(const TiXmlBase& node) {

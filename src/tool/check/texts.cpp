@@ -31,7 +31,7 @@ void findHidden(const TiXmlElement& element, Inspection* inspection) {
        "Begin " + element.ValueStr() + " with its text.");
 }
 
-// Where in the file white space of the text counts: all of it, or what is between the braces.
+// The part of the file in which white space of the text counts: all of it, or between the braces.
 struct Region {
   std::size_t begin;
   std::size_t end;
@@ -96,7 +96,7 @@ std::size_t offsetInSource(std::string_view part, const Source& source) {
   return static_cast<std::size_t>(part.data() - source.text().data());
 }
 
-// What is found for several tasks is one finding for each `kind` of it.
+// Several tasks share one finding for each `kind`.
 void findWriting(const WritingRow& row, const std::string& text, std::size_t offset,
                  std::int32_t number, Inspection* inspection, std::size_t kind = noOffset) {
   if (number != 0 && addTaskToFinding(inspection, row.rule, kind, number)) return;
@@ -108,7 +108,7 @@ void findWriting(const WritingRow& row, const std::string& text, std::size_t off
   }
 }
 
-// The first TAB and the first other run of each kind.
+// Reports the first run with a TAB between fields and the first other run.
 void inspectWhiteSpace(const Region& region, TextKind kind, std::int32_t number,
                        Inspection* inspection) {
   bool isTabFound = false;
@@ -129,7 +129,8 @@ void inspectAmpersand(const Region& region, std::int32_t number, Inspection* ins
   findWriting(bareAmpersand, "&", at, number, inspection);
 }
 
-// The first one from `at` on that is neither TAB nor line end, which have findings of their own.
+// The offset of the first one, from `at` on, except TAB and line end, which have their own
+// findings.
 std::size_t controlCharacterIn(std::string_view text, std::size_t at) {
   for (; at < text.size(); ++at) {
     const bool isUsual = text[at] == '\t' || text[at] == '\n';
@@ -144,7 +145,7 @@ std::size_t kindOf(const std::string& character) {
   return kind;
 }
 
-// Also in a CDATA section, where there is nothing odd about the writing. Each character once.
+// Applies to CDATA sections, too. Reports each character once.
 void inspectControlCharacters(const TiXmlText& text, std::int32_t number, Inspection* inspection) {
   const std::string& value = text.ValueStr();
   std::set<std::string> found;
@@ -186,7 +187,7 @@ void findReversed(const TiXmlText& node, Inspection* inspection) {
        "Write the text between { and }.");
 }
 
-// The text in braces, with those that it has.
+// The text in braces, keeping a brace that it already has.
 std::string braced(std::string text) {
   if (text.starts_with('{')) text.erase(0, 1);
   if (text.ends_with('}')) text.pop_back();
@@ -194,7 +195,7 @@ std::string braced(std::string text) {
   return whole.append(text.empty() ? "some text" : text).append("}");
 }
 
-// A Name or Value is empty then, any other text is refused. "{}" is how an empty one is written.
+// A Name or Value is then read as empty; any other text is refused. "{}" is the usual empty one.
 void findNoBraces(const TiXmlText& node, TextKind kind, Inspection* inspection) {
   if (kind != TextKind::parameter) {
     find(inspection, RuleId::noBraces, placeOf(node), node.ValueStr(),

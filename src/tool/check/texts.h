@@ -1,4 +1,4 @@
-// The texts of the job file's elements, looked at as they are in the file.
+// Checking the texts of elements as they are written in the file.
 #pragma once
 
 #include <tinyxml.h>
@@ -10,25 +10,25 @@
 
 namespace runlet_tool {
 
-// What kind of text it is, which decides what is wrong with white space in it.
+// The kind of a text, which decides what white space in it means.
 enum class TextKind { plain, arguments, fields, parameter };
 
-// The text node that the loader reads of `element`, which may be null; null when it has no text.
-// Finds what is cut off after it, or hidden before it.
+// The text node that the loader reads from `element`, which may be null; null if it has no text.
+// Adds a finding if text is cut off after it, or if other content comes before the text.
 const TiXmlText* textNodeOf(const TiXmlElement* element, Inspection* inspection);
 
-// Finds what of the text does not arrive as it is written: white space, and an & that begins no
-// reference; and what is not shown as it arrives: control characters. `number` is that of the task
-// that it belongs to; 0 for none.
+// Adds findings about white space and "&" that are not read as written, and about control
+// characters, which are not shown as they are read. `number` is the number of the task that the
+// text belongs to; 0 = none.
 void inspectWriting(const TiXmlText& text, TextKind kind, std::int32_t number,
                     Inspection* inspection);
 
-// The same, and what is wrong with its braces. Yields what counts of it, as the loader has it;
-// empty when there is nothing.
+// The same, and findings about its braces. Returns the part that counts, as the loader reads it;
+// empty if there is none.
 std::string inspectBraces(const TiXmlText& text, TextKind kind, std::int32_t number,
                           Inspection* inspection);
 
-// The elements of cmdData that hold numbers, ids and the flag.
+// Checks the elements of cmdData that hold numbers, ids and the flag.
 void inspectNumbers(const TiXmlNode& cmdData, Inspection* inspection);
 
 }  // namespace runlet_tool

@@ -102,7 +102,7 @@ std::string raisedReason(const Preview& preview, const AdapterContext& context) 
            std::to_string(context.paramNames.size()) + " names and " +
            std::to_string(context.paramValues.size()) + " values";
   }
-  return "with an application path (-a) the expanded line must hold at least one space";
+  return "with an application path (-a) the expanded line must contain a space";
 }
 
 bool previewStart(const AdapterContext& context, std::int32_t index, Preview* preview) {

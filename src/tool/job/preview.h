@@ -57,7 +57,7 @@ void previewNotReached(std::int32_t endingNumber, Preview* preview);
 // The kind of a run folder, judged by its path only.
 enum class FolderKind {
   full,      // absolute
-  dots,      // made of "." and "..", or back where it begins as "a/..": found for every task
+  dots,      // only "." and "..", or leads back to its start, as "a/..": found for every task
   relative,  // found for the first task only
   jobFile,   // the job file itself: named without a folder, and the job has none
   root,      // empty: the job file is in the root folder, and the job has no folder

@@ -12,7 +12,7 @@ namespace runlet_tool {
 // The tasks of a small file can take very long: the template is expanded for each of them, and each
 // of many placeholders may scan a long entry. So the work is counted, in units of about a
 // nanosecond, and limited to forAnyJob plus forEachByte for each byte of the file. A typical task
-// takes about a hundred units per byte that it has in the file.
+// takes about a hundred units for each of its bytes in the file.
 class WorkLimit {
  public:
   static constexpr std::size_t forAnyJob = 150'000'000;

@@ -79,7 +79,7 @@ void appendParams(const runlet::AdapterContext& job, std::string* out) {
   *out += "    </JobParams>\n";
 }
 
-bool give(const std::string& text, Complaint* complaint) {
+bool giveReason(const std::string& text, Complaint* complaint) {
   complaint->text = text;
   return false;
 }
@@ -148,14 +148,16 @@ bool arrivesAsMeant(const std::string& path, const runlet::AdapterContext& meant
   runlet::AdapterContext loaded;
   loaded.jobFile = path;
   const LoadResult result = loadJob(&loaded);
-  if (result.loading != Loading::loaded) return give(result.message, complaint);
-  if (!sameJob(loaded, meant)) return give("the job would not be loaded as intended", complaint);
+  if (result.loading != Loading::loaded) return giveReason(result.message, complaint);
+  if (!sameJob(loaded, meant)) {
+    return giveReason("the job would not be loaded as intended", complaint);
+  }
   const CommandWords commandWords(words, meant);
   const auto taskCount = static_cast<std::int32_t>(words.size() > 1 ? loaded.taskList.size() : 0);
   for (std::int32_t task = 0; task < taskCount; ++task) {
     if (taskArrives(loaded, commandWords, task)) continue;
-    return give("task " + std::to_string(task + 1) + " would not get the words of the command",
-                complaint);
+    return giveReason(
+        "task " + std::to_string(task + 1) + " would not get the words of the command", complaint);
   }
   return true;
 }

@@ -9,7 +9,7 @@
 namespace runlet_tool {
 namespace {
 
-// Slurm has no higher ones.
+// Slurm has no higher element numbers.
 constexpr std::int32_t highestElement = 4'000'000;
 
 // The non-empty words.
@@ -19,8 +19,8 @@ std::vector<std::string_view> wordsOf(std::string_view text) {
   return words;
 }
 
-// The final states of an element. All others are on the way to one of them.
-enum class Kind { completed, failed, timedOut, inItsOwnWord };
+// The kinds of final states of an element. All other states lead to one of these.
+enum class Kind { completed, failed, timedOut, other };
 
 struct FinalState {
   std::string_view name;
@@ -28,11 +28,10 @@ struct FinalState {
 };
 
 constexpr FinalState finalStates[] = {
-    {"COMPLETED", Kind::completed},    {"FAILED", Kind::failed},
-    {"TIMEOUT", Kind::timedOut},       {"BOOT_FAIL", Kind::inItsOwnWord},
-    {"CANCELLED", Kind::inItsOwnWord}, {"DEADLINE", Kind::inItsOwnWord},
-    {"NODE_FAIL", Kind::inItsOwnWord}, {"OUT_OF_MEMORY", Kind::inItsOwnWord},
-    {"PREEMPTED", Kind::inItsOwnWord}, {"REVOKED", Kind::inItsOwnWord},
+    {"COMPLETED", Kind::completed}, {"FAILED", Kind::failed},       {"TIMEOUT", Kind::timedOut},
+    {"BOOT_FAIL", Kind::other},     {"CANCELLED", Kind::other},     {"DEADLINE", Kind::other},
+    {"NODE_FAIL", Kind::other},     {"OUT_OF_MEMORY", Kind::other}, {"PREEMPTED", Kind::other},
+    {"REVOKED", Kind::other},
 };
 
 TaskEnd inLowerCase(std::string_view word) {
@@ -41,13 +40,13 @@ TaskEnd inLowerCase(std::string_view word) {
   return {Ending::other, 0, text};
 }
 
-// Without an exit code of a failure, Slurm itself failed before there was a process.
+// If the state is a failure but the exit code is not, Slurm failed before there was a process.
 TaskEnd taskEndOf(const FinalState& state, int waitStatus) {
   if (state.kind == Kind::completed) return {Ending::succeeded, 0, ""};
   if (state.kind == Kind::timedOut) return {Ending::timedOut, 0, ""};
   const TaskEnd end = endOfStatus(waitStatus);
-  const bool isItsOwn = state.kind == Kind::failed && end.ending != Ending::succeeded;
-  return isItsOwn ? end : inLowerCase(state.name);
+  const bool isOfTask = state.kind == Kind::failed && end.ending != Ending::succeeded;
+  return isOfTask ? end : inLowerCase(state.name);
 }
 
 std::optional<TaskEnd> taskEndOf(std::string_view state, int waitStatus) {
@@ -89,8 +88,8 @@ std::optional<ArrayId> readReply(std::string_view text) {
 std::optional<std::int64_t> readMaxArraySize(std::string_view text) {
   for (const std::string_view line : split('\n', text)) {
     const std::vector<std::string_view> words = wordsOf(line);
-    const bool isIt = words.size() == 3 && words[0] == "MaxArraySize" && words[1] == "=";
-    if (isIt) return parseNumber<std::int64_t>(words[2]);
+    const bool isSize = words.size() == 3 && words[0] == "MaxArraySize" && words[1] == "=";
+    if (isSize) return parseNumber<std::int64_t>(words[2]);
   }
   return std::nullopt;
 }

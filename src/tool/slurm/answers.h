@@ -24,7 +24,7 @@ struct ArrayId {
 // The number of an array and the number of one of its elements.
 using ElementId = std::pair<std::string, std::int32_t>;
 
-// How elements ended; no value for one that has not ended.
+// How elements ended; no value for an element that has not ended.
 using ElementStates = std::map<ElementId, std::optional<TaskEnd>>;
 
 // From `sbatch --parsable`: "123" or "123;cluster".

@@ -36,8 +36,8 @@ std::string padded(std::int64_t number, int digits) {
   return withoutLineEnd("%0*lld", digits, static_cast<long long>(number));
 }
 
-// How much longer the text gets with one more element. Both ends of a range count; the limit leaves
-// room for an end that has one digit more than when it was counted.
+// How much longer the text gets with one more element. Only the first two elements of a range
+// count, for its two ends; the limit leaves room for an end that later has one more digit.
 std::size_t spanLength(std::int32_t element, const std::vector<std::int32_t>& elements) {
   const std::size_t count = elements.size();
   const bool isInRange =
@@ -45,7 +45,8 @@ std::size_t spanLength(std::int32_t element, const std::vector<std::int32_t>& el
   return isInRange ? 0 : static_cast<std::size_t>(digitsOf(element)) + 1;
 }
 
-// Appends several arrays if the text of the elements gets too long, as it may without neighbours.
+// Appends several arrays if the text of the elements gets too long, as it may if they are not
+// contiguous.
 void appendFitting(const ArrayPart& part, std::vector<ArrayPart>* parts) {
   ArrayPart fitting = part;
   fitting.elements.clear();
@@ -66,7 +67,7 @@ void appendFitting(const ArrayPart& part, std::vector<ArrayPart>* parts) {
 struct Units {
   std::vector<std::int32_t> numbers;
   int digits;
-  std::int64_t taskOfZero;  // the first task that a unit of number 0 would hold
+  std::int64_t taskOfZero;  // the first task of unit 0, even if there is no such unit
 };
 
 Units unitsOf(const std::vector<std::int32_t>& tasks, std::size_t taskCount, std::int32_t chunk) {

@@ -91,7 +91,7 @@ std::string complaintOf(const ProgramResult& result) {
   return text;
 }
 
-// An sbatch that exits with a failure has queued nothing.
+// If sbatch exits with a failure, it has queued nothing.
 bool mayHaveQueued(const ProgramResult& result) {
   const bool hasRefused = result.answerError == 0 && WIFEXITED(result.waitStatus) &&
                           WEXITSTATUS(result.waitStatus) != 0;

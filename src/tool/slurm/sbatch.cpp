@@ -16,7 +16,7 @@
 namespace runlet_tool {
 namespace {
 
-// Options that are passed to sbatch already, or that would keep it from printing an id.
+// Options that runlet-job passes itself, or that would keep sbatch from printing an id.
 constexpr std::string_view longNames[] = {"array", "parsable", "wrap",
                                           "wait",  "comment",  "test-only"};
 constexpr std::string_view shortNames = "aW";
@@ -58,9 +58,7 @@ Words ownEnvironment() {
   return environment;
 }
 
-using Words = std::vector<std::string>;
-
-// Text given by a user reaches the scripts only as arguments.
+// Users' texts reach the scripts only as arguments.
 constexpr char taskScript[] = R"sh(#!/bin/sh
 # Each element of the array is a task. Arguments: program, job file, base [, -a, application]
 program=$1 job=$2 base=$3

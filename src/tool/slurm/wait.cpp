@@ -64,7 +64,7 @@ bool hasAll(const ElementStates& states, const WatchedElements& elements) {
                      [&](const auto& element) { return states.contains(element.first); });
 }
 
-// Keeps the accounting records, which may lag, from being asked for these.
+// So that accounting records, which may lag, are not queried for these.
 void addKnownEnds(const WatchedElements& elements, ElementStates* states) {
   for (const auto& [id, watched] : elements) {
     if (watched.end) states->insert({id, watched.end});

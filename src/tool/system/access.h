@@ -19,14 +19,14 @@ std::vector<gid_t> ownGroups();
 
 enum class Access { granted, denied, missing };
 
-// Which permission bits of the file itself count: its own, or those after chmod 755.
+// Which mode of the file itself counts: its own, or 755.
 enum class FileMode { own, executable };
 
 // Whether a process of `who` in the folder `current` may enter the folder `path`, or execute the
 // file `path`. `missing` also if it is of another kind.
 //
-// For the caller's own identity the system decides. For any other the permission bits of everything
-// on the path do, so that neither rights nor a process are needed; access control lists are then
+// For the caller's own identity the system decides. For any other, the permission bits of
+// everything on the path decide, which needs no privileges and no process; access control lists are
 // ignored.
 Access accessToFolder(const Identity& who, const std::string& current, const std::string& path);
 Access accessToProgram(const Identity& who, const std::string& current, const std::string& path,

@@ -30,7 +30,7 @@ int numberAfter(std::string_view folder, std::string_view path) {
 }
 
 // The descriptor that the path names; -1 for any other path. If these were resolved as paths, a
-// file that standard output is appended to would be replaced, and a pipe has no path.
+// file to which standard output is appended would be replaced, and a pipe has no path.
 int namedDescriptor(std::string_view path) {
   if (path == "/dev/stdout") return STDOUT_FILENO;
   if (path == "/dev/stderr") return STDERR_FILENO;
@@ -84,7 +84,7 @@ bool isOwnOrRoots(const struct stat& status) {
   return status.st_uid == geteuid() || status.st_uid == 0;
 }
 
-// What others can do in a folder with entries of the caller or root: nothing, move them there from
+// What others can do with entries of the caller or root in a folder: nothing, move them there from
 // a folder of their own, or also exchange them.
 enum class Others { canDoNothing, canBring, canExchange };
 
@@ -130,7 +130,8 @@ std::string obstacle(mode_t mode) {
   return notReplaced(S_ISSOCK(mode) ? "a socket" : "a device");
 }
 
-// Ends the walk after nothing was found, with that error number. Only a new last name is no error.
+// Ends the walk at a name that was not found, with that error number. Only the last name may be
+// new.
 std::string endAtMissing(int error, const PathWalk& walk, const std::string& name,
                          OutputPlace* place) {
   if (error != ENOENT || !walk.rest.empty() || walk.endsInLink) return std::strerror(error);

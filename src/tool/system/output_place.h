@@ -25,8 +25,8 @@ inline constexpr char accessListName[] = "system.posix_acl_access";
 // /proc/self/fd/N name a descriptor.
 //
 // Links are followed only if they belong to the caller or root and are in a place that nobody else
-// can write to: nobody else may choose which file is written. The target of a link in the last
-// place must exist.
+// can write to: nobody else may choose which file is written. If the last name is a link, its
+// target must exist.
 //
 // Returns why nothing can be written there; empty on success. `*place` must be new; after a failure
 // its content is unspecified.

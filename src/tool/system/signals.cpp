@@ -19,7 +19,7 @@ timespec timeOf(std::chrono::milliseconds time) {
   return {.tv_sec = seconds.count(), .tv_nsec = std::chrono::nanoseconds(time - seconds).count()};
 }
 
-// What the handler writes. It must exist before: a handler cannot allocate.
+// What the handler writes, prepared in advance: a handler cannot allocate.
 std::string farewell;
 
 extern "C" void writeFarewell(int signal) {

@@ -8,8 +8,8 @@
 
 namespace runlet_tool {
 
-// Removes the text up to and including the first `separator` from `*text`, and returns it without
-// the separator; the whole text if there is no separator.
+// Removes the text up to and including the first `separator` from `*text`, or all of it if there is
+// none, and returns it without the separator.
 std::string_view takeUntil(char separator, std::string_view* text);
 
 // The parts between the separators. No empty part follows a separator at the end.

@@ -42,7 +42,7 @@ constexpr OptionRow optionRows[] = {
      "Join standard error to standard output (default), or keep it"},
 };
 
-// Values are taken unconverted: in typed values, the library would see lists and comments.
+// Values are taken unconverted: in typed values, the library would look for lists and comments.
 using Options = std::vector<CLI::Option*>;
 
 Options addRows(CLI::App* verb) {
@@ -60,8 +60,8 @@ CLI::Option* addParam(CLI::App* verb) {
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-// To the library, the first word is an option and the others are leftovers: an option of several
-// words would take "[a,b]" for a list.
+// To the library, the first word is an option and the others are leftovers. An option with several
+// words would treat "[a,b]" as a list.
 CLI::Option* addCommand(CLI::App* verb) {
   verb->allow_extras();
   return verb->add_option("COMMAND")
@@ -74,7 +74,7 @@ std::vector<std::string> commandOf(const CLI::App& verb, const CLI::Option& firs
   std::vector<std::string> words = verb.remaining();
   const auto mark = std::find(words.begin(), words.end(), "--");
   if (mark != words.begin()) {
-    // the library lists them from last to first
+    // The library lists them from last to first.
     throw CLI::ExtrasError(verb.get_name(), {std::make_reverse_iterator(mark), words.rend()});
   }
   if (!words.empty()) words.erase(mark);

@@ -52,7 +52,7 @@ TaskSource taskSource(const Batch& batch, Starter* starter) {
           }};
 }
 
-// Yields the exit status.
+// Returns the exit status.
 int runTasksOf(const Batch& batch, const RunOptions& options, Starter* starter) {
   // Held until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;

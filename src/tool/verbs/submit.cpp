@@ -28,7 +28,7 @@ int submit(const SubmitOptions& options) {
   return status == exitFine && !batch.tasks.empty() ? submitBatch(batch, options) : status;
 }
 
-// Repeatable options are taken unconverted: in typed values, the library would see lists.
+// Repeatable options are taken unconverted: in typed values, the library would look for lists.
 CLI::Option* addRepeated(CLI::App* verb, const std::string& name, const std::string& type,
                          const std::string& help, std::string (*complaint)(const std::string&)) {
   return verb->add_option(name)

@@ -118,7 +118,7 @@ TEST_F(Expand, SaysWhyATaskIsNotStarted) {
        "  ends: terminate called after throwing an instance of 'std::out_of_range'\n"
        "      what():  basic_string::substr: __pos (which is 18446744073709551615) > this->size() "
        "(which is 4)\n"
-       "  reason: with an application path (-a) the expanded line must hold at least one space\n"},
+       "  reason: with an application path (-a) the expanded line must contain a space\n"},
       {"%jp9 \"",
        {},
        "  folder  /srv/clouds\n  Calling 'Undefined \"' from '/srv/clouds'\n"
