@@ -16,15 +16,16 @@ namespace {
 using Json = nlohmann::json;
 using std::chrono::milliseconds;
 
-constexpr std::size_t size = 1'000'000;  // approximate bytes of each file
-constexpr std::size_t mostMemory = 300'000'000;
-
-// How much longer everything takes if the product is not optimised, as with the sanitizers.
+// If the product is not optimised, as with the sanitizers, everything takes far longer.
 #ifdef RUNLET_IS_OPTIMISED
 constexpr int slowness = 1;
+constexpr std::size_t size = 1'000'000;  // approximate bytes of each file
 #else
 constexpr int slowness = 20;
+constexpr std::size_t size = 300'000;
 #endif
+
+constexpr std::size_t mostMemory = 300'000'000;
 
 #ifdef RUNLET_IS_SANITIZED
 constexpr bool isMemoryMeasurable = false;
