@@ -37,6 +37,9 @@ TEST(StringList, IsAVectorOfStringsWithAVirtualDestructor) {
   static_assert(std::is_base_of_v<std::vector<std::string>, StringList>);
   static_assert(std::is_polymorphic_v<StringList>);
   static_assert(std::has_virtual_destructor_v<StringList>);
+  static_assert(std::is_copy_constructible_v<StringList> && std::is_copy_assignable_v<StringList>);
+  static_assert(std::is_nothrow_move_constructible_v<StringList>);
+  static_assert(std::is_nothrow_move_assignable_v<StringList>);
   StringList list;
   list.push_back("b");
   list.push_back("a");
