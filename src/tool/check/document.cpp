@@ -242,7 +242,7 @@ void inspectLater(const TiXmlElement* first, Inspection* inspection) {
 }
 
 // Returns whether the node is read as a task, which then has this number.
-bool inspectTask(const TiXmlNode& task, std::int32_t number, Inspection* inspection) {
+bool inspectTaskElement(const TiXmlNode& task, std::int32_t number, Inspection* inspection) {
   static const Names names = {"Params"};
   const TiXmlElement* params = task.FirstChildElement("Params");
   const TiXmlText* node = textNodeOf(params, inspection);
@@ -263,7 +263,7 @@ void inspectTaskList(const TiXmlElement& taskList, Inspection* inspection) {
   std::int32_t count = 0;
   for (const TiXmlNode* task = taskList.FirstChild("Task"); task != nullptr;
        task = task->NextSibling("Task")) {
-    if (inspectTask(*task, count + 1, inspection)) ++count;
+    if (inspectTaskElement(*task, count + 1, inspection)) ++count;
   }
   inspectChildren(taskList, names, inspection);
   if (count > 0) return;
