@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,7 @@
 #include "programs.h"
 #include "temp_folder.h"
 #include "tool/check/rules.h"
+#include "tool_run.h"
 
 namespace runlet_test {
 namespace {
@@ -94,6 +97,13 @@ std::string joined(const std::vector<std::string>& words) {
   return line;
 }
 
+std::set<std::string> linesOf(const std::string& text) {
+  std::set<std::string> lines;
+  std::istringstream rest(text);
+  for (std::string line; std::getline(rest, line);) lines.insert(line);
+  return lines;
+}
+
 const Row rows[] = {
     {{""}, "--help\n--version\ncheck\nexec\nexpand\nexplain\nmake\nrun\nschema\nsubmit\n"},
     {{"ex"}, "exec\nexpand\nexplain\n"},
@@ -149,6 +159,37 @@ const Row rows[] = {
 TEST_F(Completion, ProposesValidWords) {
   for (const Row& row : rows) {
     EXPECT_EQ(proposalsFor(row.words), row.proposals) << joined(row.words);
+  }
+}
+
+// The words at the beginnings of the indented lines of a help text, after the line `heading`.
+std::set<std::string> wordsOfHelp(const std::string& help, const std::string& heading) {
+  std::set<std::string> words;
+  std::istringstream lines(help.substr(std::min(help.find(heading + "\n"), help.size())));
+  std::string line;
+  std::getline(lines, line);
+  while (std::getline(lines, line) && line.starts_with("  ")) {
+    std::istringstream columns(line);
+    std::string word;
+    columns >> word;
+    // After the short form the long one, which is the one to propose.
+    if (line[2] != ' ') words.insert(word.substr(word.find(',') + 1));
+  }
+  return words;
+}
+
+// A new verb or option cannot be forgotten.
+TEST_F(Completion, ProposesAllVerbsAndOptionsOfTheHelp) {
+  const std::string help = runTool({"--help"}).output;
+  const std::set<std::string> verbs = wordsOfHelp(help, "Subcommands:");
+  EXPECT_EQ(verbs.size(), 8U);
+  std::set<std::string> words = verbs;
+  words.merge(wordsOfHelp(help, "Options:"));
+  EXPECT_EQ(linesOf(proposalsFor({""})), words);
+  for (const std::string& verb : verbs) {
+    std::set<std::string> options = wordsOfHelp(runTool({verb, "--help"}).output, "Options:");
+    if (verb == "make") options.insert("--");
+    EXPECT_EQ(linesOf(proposalsFor({verb, "-"})), options) << verb;
   }
 }
 
