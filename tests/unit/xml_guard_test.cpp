@@ -75,6 +75,7 @@ TEST(XmlCost, HasTheDepthThatTheLibraryReaches) {
       {"<a b='<x>' c=\"<x>'\"><d/></a>", 2},
       {"<a b=c/><x>", 1},
       {"<a b=c>d</a><x/>", 1},
+      {"<z><Z><A><a-.:_09 z-.:_09='' Z=''><b/></a-.:_09></A></Z></z>", 5},
       {"<a 1='b'><x/>", 1},
       {"<a b=c'd><x/>", 1},
       {"<a b=c\"d><x/>", 1},
