@@ -33,7 +33,7 @@ label(long tool
 # descriptors: tests that examine or break the open files of the adapter or its tasks. In a coverage
 # build the counter file is one of these.
 label(descriptors process
-  Child\\.IsNotWaitedForBeyond Launch\\.LeavesOnlyTheOld Streams\\.OfTheChild Streams\\.KeepTheOld
+  Child\\.IsNotWaitedForBeyond Streams\\.OfTheChild Streams\\.KeepTheOld
   Inheritance\\.OfATerminal LongRange\\. BrokenStreams\\.)
 label(descriptors tool
   TheirThreeStreams IncludeNoTerminal ExecStreams\\.OfThe ExecStreams\\.KeepTheOld
@@ -53,7 +53,7 @@ label(not-in-valgrind process
   NoFork\\. OfTheForkFail ProcessLimit\\. SwitchesBeforeItForks ShortOfMemory\\. FewDescriptors\\.
   BrokenStreams\\. LongRange\\. HostileJobFile\\.OfTheSmallest HostileJobFile\\.WithAHundred
   # It interferes with the signals and libraries of the adapter.
-  OfTheWaitAre IgnoredChildren\\. SignalDuringTheWait\\.ThatStops ThatCannotBeReadToItsEnd
+  IgnoredChildren\\. SignalDuringTheWait\\.ThatStops ThatCannotBeReadToItsEnd
   # Hundreds of runs would show nothing new.
   ThatShrinksAndGrows
   # The test needs the stack of the process, which valgrind replaces with its own, and 200 million

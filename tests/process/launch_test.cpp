@@ -169,28 +169,6 @@ TEST_F(Launch, ReportsToTheServerWhileTheChildRuns) {
   EXPECT_EQ(result.error, "");
 }
 
-TEST_F(Launch, LeavesOnlyTheOldStandardErrorOpenInTheChild) {
-  for (const bool redirect : {true, false}) {
-    Job job;
-    job.arguments = probe();
-    job.set("redirectStderr", redirect ? "yes" : "no");
-    write(job);
-    expectResult(run(newTask()), calling(probe(), folder()) + processStarted, "", "exit 0");
-    const Strings descriptors = report()["descriptor"];
-    ASSERT_EQ(descriptors.size(), redirect ? 4U : 3U);
-    EXPECT_EQ(descriptors[0], "0 /dev/null");
-    const std::string output = descriptors[1].substr(2);
-    const std::string error = descriptors[2].substr(2);
-    if (redirect) {
-      EXPECT_EQ(error, output);
-      EXPECT_EQ(descriptors[3].substr(0, 7), "3 pipe:");
-      EXPECT_NE(descriptors[3].substr(2), output);
-    } else {
-      EXPECT_NE(error, output);
-    }
-  }
-}
-
 TEST_F(Launch, PassesOnDescriptorsAndSignalDispositions) {
   Job job;
   job.arguments = "/bin/sh -c \"readlink /proc/self/fd/7; grep SigIgn /proc/self/status\"";
@@ -224,26 +202,6 @@ TEST_F(Launch, SendsStandardErrorWhereTheJobSays) {
   }
 }
 
-TEST_F(Launch, ReportsTheExitCodeAsASignedByteAndSucceeds) {
-  const struct {
-    int code;
-    const char* error;
-  } rows[] = {
-      {0, ""},
-      {1, "Runlet adapter: Process exit abnormally,Exit code is 1\n"},
-      {3, "Runlet adapter: Process exit abnormally,Exit code is 3\n"},
-      {127, "Runlet adapter: Process exit abnormally,Exit code is 127\n"},
-      {128, "Runlet adapter: Process exit abnormally,Exit code is -128\n"},
-      {200, "Runlet adapter: Process exit abnormally,Exit code is -56\n"},
-      {255, "Runlet adapter: Process exit abnormally,Exit code is -1\n"},
-  };
-  for (const auto& row : rows) {
-    const std::string command = "/bin/sh -c \"exit " + std::to_string(row.code) + "\"";
-    expectResult(runCommand(command), calling(command, folder()) + processStarted, row.error,
-                 "exit 0");
-  }
-}
-
 TEST_F(Launch, ContinuesAfterATaskThatFails) {
   Job job;
   job.arguments = "/bin/sh -c \"exit %tn\"";
@@ -255,20 +213,6 @@ TEST_F(Launch, ContinuesAfterATaskThatFails) {
                "Runlet adapter: Process exit abnormally,Exit code is 1\n"
                "Runlet adapter: Process exit abnormally,Exit code is 2\n",
                "exit 0");
-}
-
-TEST_F(Launch, DoesNotReportDeathByASignal) {
-  for (const char* signal : {"HUP", "INT", "QUIT", "ILL", "ABRT", "KILL", "SEGV", "PIPE", "TERM"}) {
-    const std::string command = std::string("/bin/sh -c \"kill -").append(signal).append(" $$\"");
-    expectResult(runCommand(command), calling(command, folder()) + processStarted, "", "exit 0");
-  }
-}
-
-TEST_F(Launch, WaitsForAChildThatIsStoppedAndContinued) {
-  const std::string command =
-      "/bin/sh -c \"(sleep 0.1; kill -CONT $$) & kill -STOP $$; wait; exit 4\"";
-  expectResult(runCommand(command), calling(command, folder()) + processStarted,
-               "Runlet adapter: Process exit abnormally,Exit code is 4\n", "exit 0");
 }
 
 class Exec : public AdapterTest {
@@ -442,19 +386,6 @@ TEST_F(Faults, OfTheForkFailTheTask) {
                "Make sure the batch file or executable name has its full name and path (or "
                "configure server accordingly)\n",
                "exit 255");
-}
-
-// If the starter ignores SIGCHLD, there is nothing to wait for.
-TEST_F(Faults, OfTheWaitAreReportedAndTheTaskSucceeds) {
-  Job job;
-  job.arguments = "/bin/sh -c \"exit 3\"";
-  job.tasks.assign(2, "t");
-  write(job);
-  ProcessOptions options = adapter(newTask(1, 2));
-  options.prepare = [] { std::signal(SIGCHLD, SIG_IGN); };
-  const std::string lines = calling(job.arguments, folder()) + processStarted;
-  expectResult(runProcess(options), lines + lines,
-               "Wait Error:No child processes\nWait Error:No child processes\n", "exit 0");
 }
 
 TEST_F(Faults, InterruptedWaitIsNotRetried) {

@@ -188,24 +188,6 @@ TEST_F(Streams, GiveTheChildTheAdaptersInput) {
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
-// Failures to write to the server do not affect the task.
-TEST_F(Streams, ThatCannotBeWrittenDoNotKeepTasksFromRunning) {
-  Job job;
-  job.arguments = "/bin/mkdir made%tn";
-  job.tasks.assign(2, "t");
-  write(job);
-  ProcessOptions options = adapter(newTask(1, 2));
-  options.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
-  expectResult(runProcess(options), "", "", "exit 0");
-  EXPECT_EQ(rmdir(folder_.file("made1").c_str()), 0);
-  EXPECT_EQ(rmdir(folder_.file("made2").c_str()), 0);
-
-  options.prepare = [] { close(STDOUT_FILENO); };
-  expectResult(runProcess(options), "", "", "exit 0");
-  EXPECT_EQ(rmdir(folder_.file("made1").c_str()), 0);
-  EXPECT_EQ(rmdir(folder_.file("made2").c_str()), 0);
-}
-
 // No text from a job or the server is used as a format.
 TEST_F(Streams, ShowNamesWithPercentSignsUnchanged) {
   const std::string odd = folder_.makeFolder("%s%n%d");
