@@ -22,7 +22,7 @@ struct EndingText {
   bool hasNumber;
 };
 
-constexpr EndingText texts[] = {
+constexpr EndingText endingTexts[] = {
     {"succeeded", Ending::succeeded, false},     {"failed with exit code ", Ending::failed, true},
     {"killed by signal ", Ending::killed, true}, {"timed out", Ending::timedOut, false},
     {"interrupted", Ending::interrupted, false}, {"not started", Ending::notStarted, false},
@@ -94,7 +94,7 @@ TaskEnd endOfStatus(int waitStatus) {
 }
 
 std::string describe(const TaskEnd& end) {
-  for (const EndingText& row : texts) {
+  for (const EndingText& row : endingTexts) {
     if (row.ending != end.ending) continue;
     std::string text(row.text);
     if (row.hasNumber) text += std::to_string(end.number);

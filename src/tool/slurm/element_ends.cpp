@@ -57,7 +57,7 @@ bool hasBegunLog(const TaskEnd& end) {
          end.ending == Ending::timedOut;
 }
 
-bool hasSucceeded(const TaskEnd& end) {
+bool isSuccess(const TaskEnd& end) {
   return end.ending == Ending::succeeded;
 }
 
@@ -67,7 +67,7 @@ void readChunkLog(const Batch& batch, const std::string& path, const ElementId& 
                   const std::vector<std::int32_t>& tasks, std::vector<TaskEnd>* ends) {
   std::vector<TaskEnd> reported = *ends;
   readEndLines(readAsTaskUser(batch, path), endLinesId(batch, element), tasks, &reported);
-  if (!std::all_of(reported.begin(), reported.end(), hasSucceeded)) *ends = reported;
+  if (!std::all_of(reported.begin(), reported.end(), isSuccess)) *ends = reported;
 }
 
 }  // namespace

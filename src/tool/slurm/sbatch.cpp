@@ -41,13 +41,13 @@ using Words = std::vector<std::string>;
 
 // Prefixes of variables that no task gets. SBATCH_WAIT would make sbatch wait, and SLURM_UMASK
 // would override the mask of the process.
-constexpr std::string_view unwanted[] = {"SBATCH_WAIT=", "SLURM_UMASK="};
+constexpr std::string_view unwantedVariables[] = {"SBATCH_WAIT=", "SLURM_UMASK="};
 
 constexpr mode_t writableByOthers = 022;
 constexpr mode_t maskBits = 0777;
 
 bool isUnwanted(std::string_view variable) {
-  return std::any_of(std::begin(unwanted), std::end(unwanted),
+  return std::any_of(std::begin(unwantedVariables), std::end(unwantedVariables),
                      [=](std::string_view beginning) { return variable.starts_with(beginning); });
 }
 

@@ -39,7 +39,7 @@ int namedDescriptor(std::string_view path) {
 
 // The state of a path walk, name by name. Each name is looked up in an open folder, so that no
 // unchecked link is followed, whatever others rename meanwhile.
-struct PathWalk {
+struct OpenWalk {
   OwnDescriptor folder;  // reached so far
   std::string rest;      // the names to come
   int links = 0;
@@ -52,7 +52,7 @@ std::string withoutLeadingSlashes(const std::string& path) {
 }
 
 // Opens the folder in which the rest of the walk begins.
-std::string openStart(PathWalk* walk) {
+std::string openStart(OpenWalk* walk) {
   const bool isFull = walk->rest.starts_with('/');
   if (isFull || walk->folder.number() == -1) {
     const int folder = open(isFull ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC);
@@ -98,7 +98,7 @@ Others othersIn(int folder) {
 }
 
 std::string follow(const OwnDescriptor& link, const struct stat& status, const std::string& name,
-                   PathWalk* walk) {
+                   OpenWalk* walk) {
   if (!isOwnOrRoots(status)) {
     return "the link " + shortShellWord(name) + " belongs to user " +
            std::to_string(status.st_uid) + " and is not followed";
@@ -132,7 +132,7 @@ std::string obstacle(mode_t mode) {
 
 // Ends the walk at a name that was not found, with that error number. Only the last name may be
 // new.
-std::string endAtMissing(int error, const PathWalk& walk, const std::string& name,
+std::string endAtMissing(int error, const OpenWalk& walk, const std::string& name,
                          OutputPlace* place) {
   if (error != ENOENT || !walk.rest.empty() || walk.endsInLink) return std::strerror(error);
   place->name = name;
@@ -161,7 +161,7 @@ std::string endAt(const OwnDescriptor& file, const struct stat& status, const st
 }
 
 // Resolves the next name. The last step sets the name or stream of `*place`.
-std::string takeStep(PathWalk* walk, OutputPlace* place) {
+std::string takeStep(OpenWalk* walk, OutputPlace* place) {
   const std::string name = takeName(&walk->rest);
   OwnDescriptor found(openEntry(walk->folder.number(), name));
   struct stat status {};
@@ -186,7 +186,7 @@ std::string findOutputPlace(const std::string& path, OutputPlace* place) {
   if (path.empty()) return std::strerror(ENOENT);
   if (path.size() >= PATH_MAX) return std::strerror(ENAMETOOLONG);
   place->stream = namedDescriptor(path);
-  PathWalk walk;
+  OpenWalk walk;
   walk.rest = path;
   std::string reason = openStart(&walk);
   while (reason.empty() && place->name.empty() && place->stream == -1) {
