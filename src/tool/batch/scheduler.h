@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tool/batch/ends.h"
+#include "tool/record/ends.h"
 #include "tool/system/signals.h"
 
 namespace runlet_tool {

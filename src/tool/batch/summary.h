@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "tool/batch/batch.h"
-#include "tool/batch/ends.h"
+#include "tool/record/ends.h"
 
 namespace runlet_tool {
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-#include "tool/batch/ends.h"
+#include "tool/record/ends.h"
 
 namespace runlet_tool {
 

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tool/batch/ends.h"
+#include "tool/record/ends.h"
 #include "tool/system/subprocess.h"
 #include "tool/text/characters.h"
 #include "tool/text/quoting.h"

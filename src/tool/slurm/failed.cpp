@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "tool/batch/ends.h"
+#include "tool/record/ends.h"
 #include "tool/slurm/answers.h"
 #include "tool/slurm/arrays.h"
 #include "tool/slurm/client.h"

@@ -10,7 +10,7 @@
 #include "exec/start.h"
 #include "tool/batch/batch.h"
 #include "tool/batch/become_task.h"
-#include "tool/batch/ends.h"
+#include "tool/record/ends.h"
 #include "tool/batch/logs.h"
 #include "tool/batch/scheduler.h"
 #include "tool/batch/starter.h"

@@ -1,4 +1,4 @@
-#include "tool/batch/ends.h"
+#include "tool/record/ends.h"
 
 #include <sys/wait.h>
 

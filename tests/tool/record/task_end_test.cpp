@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tool/batch/ends.h"
+#include "tool/record/ends.h"
 
 namespace runlet_tool {
 namespace {

@@ -1,0 +1,18 @@
+// Reading a batch record.
+#pragma once
+
+#include <string>
+
+#include "tool/record/record.h"
+
+namespace runlet_tool {
+
+// Reads the record in the file `path`, which may be growing. An incomplete line, such as the last
+// one of a writer that was killed, is ignored.
+//
+// Returns why the file is no record of this version, as a sentence without the file's name; empty
+// on success. The texts in `*record` are those of the file: any bytes, to be shown with `visible`.
+// After a failure, the content of `*record` is unspecified.
+std::string readRecord(const std::string& path, Record* record);
+
+}  // namespace runlet_tool

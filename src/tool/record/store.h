@@ -1,0 +1,73 @@
+// Where batch records are kept, and which process may write to them.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tool/record/record.h"
+#include "tool/system/files.h"
+
+namespace runlet_tool {
+
+// The folder of the caller's records, runlet-job in $XDG_STATE_HOME or in ~/.local/state. For root
+// it is in the home folder that the user database has for root, whatever the environment says.
+// Creates what is missing, for the caller alone.
+//
+// Returns why there is none, for a message; empty on success. Root's is refused if anybody else
+// could replace or write to it or to a folder above it.
+std::string findStateFolder(std::string* folder);
+
+// The name of this process.
+ProcessName ownProcess();
+
+// Whether that process may still be running: it does, or it is on another host or of another start
+// of this system's container, which cannot be told from here.
+bool mayBeRunning(const ProcessName& name);
+
+// When the process began, as in ProcessName; 0 if it cannot be found out.
+std::uint64_t processStart(pid_t process);
+
+// A new id, such as "20261122-211530-3f2a": the current date and time in UTC, and random digits.
+std::string newRecordId();
+
+// Whether `id` has the form of such an id, so that it is safe in the name of a file.
+bool isRecordId(const std::string& id);
+
+// The path of the record with that id in the state folder, whether it exists or not.
+std::string recordPath(const std::string& stateFolder, const std::string& id);
+
+// Finds the record that a user means: by its id, by "last" for the latest one, or by the path of a
+// file, which contains a slash or ends in ".jsonl". Returns why there is none, for a message; empty
+// on success.
+std::string findRecord(const std::string& meant, std::string* path);
+
+// The ids of all records in the state folder, ascending.
+std::vector<std::string> recordIds(const std::string& stateFolder);
+
+// Claims what must be used by one process at a time, such as a job's path, during its lifetime.
+//
+// A claim is a file in the state folder that names the process. It needs no locks, which network
+// file systems do not have everywhere. The claim of a process that has ended is ignored and
+// removed. If two processes claim the same thing at the same moment, both may be refused.
+class Claim {
+ public:
+  // Check complaint() before going on.
+  Claim(const std::string& stateFolder, const std::string& what);
+  ~Claim();
+  Claim(const Claim&) = delete;
+  Claim& operator=(const Claim&) = delete;
+
+  // Why the claim failed, for a message that names the other process; empty if it has succeeded.
+  const std::string& complaint() const {
+    return complaint_;
+  }
+
+ private:
+  std::string path_;
+  std::string complaint_;
+};
+
+}  // namespace runlet_tool
