@@ -1,6 +1,6 @@
 # To be sourced by the other scripts: provides what a build needs.
 
-buildPackages=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev nlohmann-json3-dev)
+buildPackages=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev nlohmann-json3-dev libmd-dev)
 testPackages=(libgtest-dev libxml2-utils)
 
 # How many tests run at a time: more than processors, as many tests mostly wait.

@@ -1,15 +1,13 @@
 #include "tool/check/report.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "tool/text/characters.h"
+#include "tool/text/json.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // In the order of Severity.
 constexpr Colour colours[] = {Colour::red, Colour::yellow, Colour::cyan};

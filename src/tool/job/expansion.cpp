@@ -2,18 +2,16 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "adapter/messages.h"
 #include "tool/text/characters.h"
 #include "tool/text/format.h"
+#include "tool/text/json.h"
 #include "tool/text/quoting.h"
 #include "tool/text/terminal.h"
 
 namespace runlet_tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // The "Calling" line without its line end.
 std::string callingText(const Preview& preview) {
@@ -58,23 +56,6 @@ std::string messageOf(const Preview& preview) {
   }
   return out;
 }
-
-// Converts the strings of a task to JSON: unchanged, or with one character per byte.
-class JsonStrings {
- public:
-  explicit JsonStrings(bool inBytes) : inBytes_(inBytes) {}
-
-  std::string operator()(std::string_view text) const {
-    return inBytes_ ? bytesAsCharacters(text) : std::string(text);
-  }
-
-  Json orNull(bool isThere, std::string_view text) const {
-    return isThere ? Json((*this)(text)) : Json();
-  }
-
- private:
-  bool inBytes_;
-};
 
 // The words and the program's path are parts of these strings.
 bool isUtf8Throughout(const Preview& preview) {

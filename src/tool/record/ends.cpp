@@ -55,17 +55,8 @@ std::string lineOf(const std::string& id, const Kinds::value_type& kind) {
   const auto& [ending, number] = kind.first;
   std::string line(label);
   line.append(" ").append(id).append(" ");
-  line.append(endNames[static_cast<std::size_t>(ending)].name).append(" ");
+  line.append(endName(ending)).append(" ");
   return line.append(std::to_string(number)).append(" ") + kind.second.text(",") + "\n";
-}
-
-std::optional<TaskEnd> readEnd(std::string_view name, std::string_view numberText) {
-  const std::optional number = parseNumber<int>(numberText);
-  for (const EndName& row : endNames) {
-    if (row.name != name || !number || *number < row.lowest || *number > row.highest) continue;
-    return TaskEnd{row.ending, *number, row.ending == Ending::other ? "unknown" : ""};
-  }
-  return std::nullopt;
 }
 
 // Stops at text that is not a range, or is not above the preceding ranges.
@@ -91,6 +82,18 @@ TaskEnd endOfStatus(int waitStatus) {
   if (WIFSIGNALED(waitStatus)) return {Ending::killed, WTERMSIG(waitStatus), ""};
   const int code = WEXITSTATUS(waitStatus);
   return code == 0 ? TaskEnd{Ending::succeeded, 0, ""} : TaskEnd{Ending::failed, code, ""};
+}
+
+std::string_view endName(Ending ending) {
+  return endNames[static_cast<std::size_t>(ending)].name;
+}
+
+std::optional<TaskEnd> endOfName(std::string_view name, int number, std::string word) {
+  for (const EndName& row : endNames) {
+    if (row.name != name || number < row.lowest || number > row.highest) continue;
+    return TaskEnd{row.ending, number, row.ending == Ending::other ? std::move(word) : ""};
+  }
+  return std::nullopt;
 }
 
 std::string describe(const TaskEnd& end) {
@@ -128,7 +131,9 @@ void readEndLines(std::string_view text, std::string_view id,
   for (const std::string_view line : split('\n', text)) {
     const std::vector<std::string_view> words = split(' ', line);
     if (words.size() != 5 || words[0] != label || words[1] != id) continue;
-    const std::optional<TaskEnd> end = readEnd(words[2], words[3]);
+    const std::optional number = parseNumber<int>(words[3]);
+    if (!number) continue;
+    const std::optional<TaskEnd> end = endOfName(words[2], *number, "unknown");
     if (end) setRanges(words[4], *end, tasks, ends);
   }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +29,14 @@ struct TaskEnd {
 
 // From the wait status of a process that exited or was killed by a signal.
 TaskEnd endOfStatus(int waitStatus);
+
+// The name of the kind of end in files: "succeeded", "failed", "killed", "timed-out",
+// "interrupted", "not-started" or "other".
+std::string_view endName(Ending ending);
+
+// The end of that name, with its exit code or signal, or 0 for all others, and the word of
+// Ending::other. No value if there is no such end.
+std::optional<TaskEnd> endOfName(std::string_view name, int number, std::string word);
 
 // "succeeded", "failed with exit code 3", "killed by signal 9 (Killed)", "timed out",
 // "interrupted", "not started", or the word.

@@ -27,9 +27,10 @@ using RecordTime = double;
 // A process, recognisable even after its id has been reused.
 struct ProcessName {
   std::string host;
-  std::string boot;  // the id of the system's start, as Linux gives it
+  std::string boot;         // the id of the system's start, as Linux gives it
+  std::uint64_t space = 0;  // the number of the namespace that its id is of
   pid_t process = 0;
-  std::uint64_t start = 0;  // when it began, in clock ticks since that start of the system
+  std::uint64_t start = 0;  // when it began, in clock ticks since the system's start
 
   bool operator==(const ProcessName&) const = default;
 };
@@ -45,6 +46,7 @@ struct Session {
   std::string verb;                  // "run"
   std::vector<std::string> options;  // the command line without the program and the verb
   std::string job;                   // as a full path
+  std::string appPath;               // as given with -a; empty = none
   std::string digest;                // the SHA-256 of the job file, in hexadecimal digits
   std::string folder;                // that the tasks run in, as a full path
   std::int32_t uid = -1;             // that the tasks run as
@@ -52,7 +54,9 @@ struct Session {
   ProcessName process;       // the `run` itself; the tasks run on its host
   std::int32_t atATime = 1;  // how many tasks may run at a time
   double timeLimit = 0;      // of each task, in seconds; 0 = none
-  // The selected tasks, ascending, and what each of them runs.
+  // The tasks of the batch, ascending, whether this session has to run them or not, and what each
+  // of them runs.
+  bool isWhole = true;  // they are all tasks of the job
   std::vector<std::int32_t> tasks;
   std::vector<TaskIdentity> identities;
 
@@ -81,7 +85,7 @@ struct Attempt {
 };
 
 struct Record {
-  std::string id;
+  std::string id;  // as isRecordId requires
   std::vector<Session> sessions;
   std::vector<Attempt> attempts;  // in the order of their starts
 };

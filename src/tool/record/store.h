@@ -23,11 +23,11 @@ std::string findStateFolder(std::string* folder);
 // The name of this process.
 ProcessName ownProcess();
 
-// Whether that process may still be running: it does, or it is on another host or of another start
-// of this system's container, which cannot be told from here.
+// Whether that process may still be running: it is, or it is one of another host or container, of
+// which this cannot be found out.
 bool mayBeRunning(const ProcessName& name);
 
-// When the process began, as in ProcessName; 0 if it cannot be found out.
+// When the process began, as in ProcessName; 0 if it has ended.
 std::uint64_t processStart(pid_t process);
 
 // A new id, such as "20261122-211530-3f2a": the current date and time in UTC, and random digits.

@@ -7,37 +7,39 @@
 
 #include "tool/record/record.h"
 #include "tool/system/files.h"
+#include "tool/system/output_place.h"
 
 namespace runlet_tool {
+
+// Gets a copy of each line.
+using Mirror = std::function<void(std::string_view)>;
 
 // Appends events to a record, one write for each. There must be only one writer at a time, which
 // the claims of record/store.h ensure.
 class RecordWriter {
  public:
-  RecordWriter() = default;
+  // `id` is that of the record. The mirror may be empty.
+  explicit RecordWriter(std::string id, Mirror mirror = {});
 
-  // Creates the file `path`, which must not exist, for the record `id`. `mirror` gets a copy of
-  // each line; it may be empty. Returns 0, or the error number.
-  int create(const std::string& path, std::string id, std::function<void(std::string_view)> mirror);
+  // Creates the file, which must not exist, for the caller alone. Returns 0, or the error number.
+  int create(const OutputPlace& place);
 
   // Continues an existing file, whose last line may be incomplete. Returns 0, or the error number.
-  int append(const std::string& path, std::string id, std::function<void(std::string_view)> mirror);
+  int append(const std::string& path);
 
   // Each returns 0, or the error number; after a failure, part of the line may be in the file.
   int beginSession(const Session& session);
   int beginAttempt(const Attempt& attempt);
-  // For a task without a process, the only event of the attempt.
+  // For a task that could not be started, this is the only event of the attempt.
   int endAttempt(const Attempt& attempt);
   int endSession(const Session& session);
 
  private:
-  int open(const std::string& path, int flags, std::string id,
-           std::function<void(std::string_view)> mirror);
-  int put(std::string line);
+  int put(const std::string& event);
 
-  OwnDescriptor file_;
   std::string id_;
-  std::function<void(std::string_view)> mirror_;
+  Mirror mirror_;
+  OwnDescriptor file_;
 };
 
 }  // namespace runlet_tool

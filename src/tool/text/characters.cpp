@@ -176,6 +176,23 @@ std::string bytesAsCharacters(std::string_view text) {
   return out;
 }
 
+bool charactersAsBytes(std::string_view text, std::string* bytes) {
+  bytes->clear();
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto first = static_cast<unsigned char>(text[i]);
+    if (first < 0x80) {
+      *bytes += text[i];
+      continue;
+    }
+    // U+0080 to U+00FF begin with c2 or c3, and have one more byte.
+    if ((first != 0xc2 && first != 0xc3) || ++i == text.size()) return false;
+    const auto second = static_cast<unsigned char>(text[i]);
+    if ((second & 0xc0U) != 0x80) return false;
+    *bytes += static_cast<char>((first & 0x03U) << 6U | (second & 0x3fU));
+  }
+  return true;
+}
+
 bool isControlCharacter(std::string_view text) {
   const std::size_t length = utf8CharacterLength(text);
   return length > 0 && isControl(codePoint(text, length));

@@ -16,6 +16,9 @@ bool isUtf8(std::string_view text);
 // Converts every byte of `text` to a character, U+0000 to U+00FF, in UTF-8.
 std::string bytesAsCharacters(std::string_view text);
 
+// The reverse. False, with unspecified `*bytes`, if `text` has other characters.
+bool charactersAsBytes(std::string_view text, std::string* bytes);
+
 // Whether the UTF-8 character at the start of `text` is one that a terminal interprets instead of
 // displaying: a control character (U+0000 to U+001F, U+007F to U+009F), a bidirectional control, or
 // a line or paragraph separator. False if there is no valid character.

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -11,14 +10,13 @@
 #include "tool/check/rules.h"
 #include "tool/system/exit_status.h"
 #include "tool/text/characters.h"
+#include "tool/text/json.h"
 #include "tool/text/terminal.h"
 #include "tool/verbs.h"
 #include "tool/verbs/options.h"
 
 namespace runlet_tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct CheckOptions {
   std::vector<std::string> jobs;

@@ -1,0 +1,24 @@
+// SHA-256 digests.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tool/record/record.h"
+
+namespace runlet_tool {
+
+// In 64 hexadecimal digits.
+std::string digestOf(std::string_view text);
+
+// That of the file's content; empty if it cannot be read.
+std::string digestOfFile(const std::string& path);
+
+TaskIdentity identityOf(const std::vector<char*>& words, const std::string& folder,
+                        std::int32_t uid, std::int32_t gid);
+
+std::string hexadecimal(const unsigned char* bytes, std::size_t count);
+
+}  // namespace runlet_tool

@@ -1,0 +1,326 @@
+#include "tool/record/read.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "tool/record/events.h"
+#include "tool/record/store.h"
+#include "tool/system/files.h"
+#include "tool/text/characters.h"
+#include "tool/text/fields.h"
+#include "tool/text/json.h"
+
+namespace runlet_tool {
+namespace {
+
+// Thrown for an event that this program would not have written.
+struct Damage {};
+
+void require(bool isFine) {
+  if (!isFine) throw Damage();
+}
+
+template <typename Number>
+Number number(const Json& event, const char* key, std::int64_t lowest, std::int64_t highest) {
+  const Json& value = event.at(key);
+  require(value.is_number_integer());
+  const bool isHuge =
+      value.is_number_unsigned() && value.get<std::uint64_t>() > std::uint64_t{INT64_MAX};
+  require(!isHuge && value.get<std::int64_t>() >= lowest && value.get<std::int64_t>() <= highest);
+  return static_cast<Number>(value.get<std::int64_t>());
+}
+
+// Seconds, as a duration or since 1970.
+double seconds(const Json& event, const char* key) {
+  constexpr double most = 1e11;
+  const double value = event.at(key).get<double>();
+  require(value >= 0 && value <= most);
+  return value;
+}
+
+// The texts of an event.
+class Texts {
+ public:
+  explicit Texts(const Json& event) : event_(event), inBytes_(event.value("bytes", false)) {}
+
+  std::string operator()(const char* key) const {
+    return of(event_.at(key));
+  }
+
+  std::vector<std::string> list(const char* key) const {
+    std::vector<std::string> all;
+    require(event_.at(key).is_array());
+    for (const Json& text : event_.at(key)) all.push_back(of(text));
+    return all;
+  }
+
+ private:
+  std::string of(const Json& text) const {
+    const auto& characters = text.get_ref<const std::string&>();
+    if (!inBytes_) return characters;
+    std::string bytes;
+    require(charactersAsBytes(characters, &bytes));
+    return bytes;
+  }
+
+  const Json& event_;
+  bool inBytes_;
+};
+
+constexpr std::int64_t mostTasks = std::numeric_limits<std::int32_t>::max();
+constexpr std::int64_t mostPids = std::numeric_limits<pid_t>::max();
+constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+
+Session sessionOf(const Json& event) {
+  const Texts text(event);
+  Session session;
+  session.begin = seconds(event, "time");
+  session.toolVersion = text("tool");
+  session.verb = text("verb");
+  session.options = text.list("options");
+  session.job = text("job");
+  session.appPath = text("application");
+  session.digest = text("sha256");
+  session.folder = text("folder");
+  session.uid = number<std::int32_t>(event, "uid", INT32_MIN, INT32_MAX);
+  session.gid = number<std::int32_t>(event, "gid", INT32_MIN, INT32_MAX);
+  session.process.host = text("host");
+  session.process.boot = text("boot");
+  session.process.space = number<std::uint64_t>(event, "pidSpace", 0, most);
+  session.process.process = number<pid_t>(event, "pid", 1, mostPids);
+  session.process.start = number<std::uint64_t>(event, "pidStart", 0, most);
+  session.atATime = number<std::int32_t>(event, "atATime", 1, INT32_MAX);
+  session.timeLimit = seconds(event, "timeLimit");
+  session.isWhole = event.at("whole").get<bool>();
+  return session;
+}
+
+unsigned valueOfDigit(char digit) {
+  const std::size_t value = std::string_view("0123456789abcdef").find(digit);
+  require(value != std::string_view::npos);
+  return static_cast<unsigned>(value);
+}
+
+TaskIdentity identityOf(std::string_view digits) {
+  TaskIdentity identity;
+  for (std::size_t i = 0; i < identity.size(); ++i) {
+    identity[i] = static_cast<unsigned char>(valueOfDigit(digits[2 * i]) * 16U +
+                                             valueOfDigit(digits[2 * i + 1]));
+  }
+  return identity;
+}
+
+void appendRange(std::string_view range, std::size_t mostNew, std::vector<std::int32_t>* tasks) {
+  const std::optional first = parseNumber<std::int32_t>(takeUntil('-', &range));
+  const std::optional last = range.empty() ? first : parseNumber<std::int32_t>(range);
+  require(first && last && *first >= 1 && *last >= *first);
+  require(tasks->empty() || *first > tasks->back());
+  require(static_cast<std::size_t>(*last - *first) < mostNew);
+  for (std::int64_t task = *first; task <= *last; ++task) {
+    tasks->push_back(static_cast<std::int32_t>(task));
+  }
+}
+
+// Reads events in the order of the file.
+class Reader {
+ public:
+  explicit Reader(Record* record) : record_(record) {}
+
+  void take(const Json& event) {
+    const auto& name = event.at(eventKey).get_ref<const std::string&>();
+    for (const Handler& row : handlers) {
+      if (name == row.name) return (this->*row.take)(event);
+    }
+  }
+
+  // Whether the last session has all its tasks.
+  bool isComplete() const {
+    return !record_->sessions.empty() && record_->sessions.back().tasks.size() == count_;
+  }
+
+ private:
+  struct Handler {
+    const char* name;
+    void (Reader::*take)(const Json& event);
+  };
+  static const Handler handlers[5];
+
+  Session& session() {
+    require(!record_->sessions.empty());
+    return record_->sessions.back();
+  }
+
+  void takeSession(const Json& event) {
+    record_->sessions.push_back(sessionOf(event));
+    count_ = number<std::size_t>(event, "count", 0, mostTasks);
+  }
+
+  void takePlan(const Json& event) {
+    const std::string identities = Texts(event)("identities");
+    constexpr std::size_t length = 2 * TaskIdentity().size();
+    require(identities.size() % length == 0);
+    const std::size_t before = session().tasks.size();
+    const std::size_t added = identities.size() / length;
+    const std::string ranges = Texts(event)("tasks");
+    for (const std::string_view range : split(',', ranges)) {
+      appendRange(range, before + added - session().tasks.size(), &session().tasks);
+    }
+    require(session().tasks.size() == before + added && session().tasks.size() <= count_);
+    for (std::size_t i = 0; i < added; ++i) {
+      session().identities.push_back(identityOf(std::string_view(identities).substr(i * length)));
+    }
+  }
+
+  // The attempt that an event is about, which is new if there is none yet.
+  Attempt& attempt(const Json& event, bool* isNew) {
+    require(isComplete());
+    const auto task = number<std::int32_t>(event, "task", 1, mostTasks);
+    const std::vector<std::int32_t>& tasks = session().tasks;
+    require(std::binary_search(tasks.begin(), tasks.end(), task));
+    const auto tried = number<std::int32_t>(event, "attempt", 1, mostTasks);
+    const auto [position, isInserted] =
+        positions_.insert({{task, tried}, record_->attempts.size()});
+    *isNew = isInserted;
+    if (!isInserted) return record_->attempts[position->second];
+    Attempt& added = record_->attempts.emplace_back();
+    added.task = task;
+    added.number = tried;
+    added.session = record_->sessions.size() - 1;
+    return added;
+  }
+
+  void takeStart(const Json& event) {
+    bool isNew = false;
+    Attempt& started = attempt(event, &isNew);
+    require(isNew);
+    const Texts text(event);
+    started.begin = seconds(event, "time");
+    started.words = text.list("argv");
+    started.log = text("log");
+    started.process = number<pid_t>(event, "pid", 1, mostPids);
+    started.processStart = number<std::uint64_t>(event, "pidStart", 0, most);
+  }
+
+  void takeEnd(const Json& event) {
+    bool isNew = false;
+    Attempt& ended = attempt(event, &isNew);
+    require(!ended.end);
+    ended.end = seconds(event, "time");
+    if (isNew) ended.begin = *ended.end;
+    const bool hasReason = event.contains("reason");
+    const int number = event.contains("code") ? runlet_tool::number<int>(event, "code", 0, 255)
+                       : event.contains("signal")
+                           ? runlet_tool::number<int>(event, "signal", 0, 255)
+                           : 0;
+    const std::optional<TaskEnd> result =
+        endOfName(Texts(event)("end"), number, hasReason ? Texts(event)("reason") : "");
+    require(result.has_value());
+    ended.result = *result;
+    if (isNew) return;
+    ended.wall = seconds(event, "wall");
+    ended.cpu = seconds(event, "cpu");
+    ended.peakMemory = runlet_tool::number<std::int64_t>(event, "peakMemory", 0, most);
+  }
+
+  void takeStop(const Json& event) {
+    session().end = seconds(event, "time");
+    if (event.contains("reason")) session().stopReason = Texts(event)("reason");
+  }
+
+  Record* record_;
+  std::size_t count_ = 0;  // of the last session's tasks
+  std::map<std::pair<std::int32_t, std::int32_t>, std::size_t> positions_;  // of the attempts
+};
+
+const Reader::Handler Reader::handlers[] = {{sessionEvent, &Reader::takeSession},
+                                            {planEvent, &Reader::takePlan},
+                                            {startEvent, &Reader::takeStart},
+                                            {endEvent, &Reader::takeEnd},
+                                            {stopEvent, &Reader::takeStop}};
+
+bool isSession(const Json& event) {
+  return event.is_object() && event.value(eventKey, Json()) == sessionEvent;
+}
+
+// Why the first event does not begin a record of this version; empty if it does.
+std::string complaintAboutFirst(const Json& event) {
+  if (!isSession(event)) return "not a record of runlet-job";
+  const Json version = event.value("version", Json());
+  if (version != recordVersion) {
+    return "a record of version " +
+           visible(version.dump(-1, ' ', true, Json::error_handler_t::replace)) +
+           ", and this program reads version " + std::to_string(recordVersion);
+  }
+  const Json id = event.value("id", Json());
+  return id.is_string() && isRecordId(id) ? "" : "damaged in line 1";
+}
+
+// Reads the whole file; only a regular file has an end.
+std::string readFile(const std::string& path, std::string* text) {
+  const OwnDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat status {};
+  if (file.number() == -1 || fstat(file.number(), &status) != 0) return std::strerror(errno);
+  if (!S_ISREG(status.st_mode)) return "not a regular file";
+  text->resize(static_cast<std::size_t>(status.st_size));
+  std::size_t size = 0;
+  while (size < text->size()) {
+    const ssize_t count = read(file.number(), text->data() + size, text->size() - size);
+    if (count == -1) return std::strerror(errno);
+    if (count == 0) break;
+    size += static_cast<std::size_t>(count);
+  }
+  text->resize(size);
+  return "";
+}
+
+std::string damageIn(std::size_t line) {
+  return "damaged in line " + std::to_string(line);
+}
+
+}  // namespace
+
+std::string readRecord(const std::string& path, Record* record) {
+  std::string text;
+  const std::string complaint = readFile(path, &text);
+  if (!complaint.empty()) return complaint;
+  text.resize(text.rfind('\n') + 1);  // what follows is incomplete
+  if (text.empty()) return "not a record of runlet-job";
+  Reader reader(record);
+  std::size_t line = 0;
+  std::size_t broken = 0;  // the number of a preceding line that is no JSON; 0 = none
+  for (const std::string_view part : split('\n', text)) {
+    ++line;
+    const Json event = Json::parse(part, nullptr, false);
+    if (line == 1) {
+      const std::string wrong = complaintAboutFirst(event);
+      if (!wrong.empty()) return wrong;
+      record->id = event.at("id");
+    }
+    // Only what a killed writer left incomplete may be broken, and then a new session follows.
+    if (broken != 0 && !isSession(event)) return damageIn(broken);
+    broken = event.is_discarded() ? line : 0;
+    if (broken != 0) continue;
+    try {
+      reader.take(event);
+    } catch (const Json::exception&) {
+      return damageIn(line);
+    } catch (const Damage&) {
+      return damageIn(line);
+    }
+  }
+  if (broken != 0) return damageIn(broken);
+  return reader.isComplete() ? "" : "incomplete: the tasks of its last session are missing";
+}
+
+}  // namespace runlet_tool

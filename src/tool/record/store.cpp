@@ -1,0 +1,261 @@
+#include "tool/record/store.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+
+#include "tool/record/digest.h"
+#include "tool/system/files.h"
+#include "tool/text/characters.h"
+#include "tool/text/fields.h"
+#include "tool/text/json.h"
+#include "tool/text/quoting.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr char extension[] = ".jsonl";
+
+std::string reasonFor(const std::string& path, int error) {
+  return shortShellWord(path) + ": " + std::strerror(error);
+}
+
+std::string homeOf(uid_t uid) {
+  const passwd* entry = getpwuid(uid);
+  return entry == nullptr ? "" : entry->pw_dir;
+}
+
+bool isAbsolute(const char* path) {
+  return path != nullptr && *path == '/';
+}
+
+// The folder that holds the state of programs; empty if there is none.
+std::string stateHome() {
+  // Root's environment may be that of the user who became root.
+  const bool isRoot = geteuid() == 0;
+  const char* state = std::getenv("XDG_STATE_HOME");
+  if (!isRoot && isAbsolute(state)) return state;
+  const char* home = std::getenv("HOME");
+  const std::string folder = !isRoot && isAbsolute(home) ? home : homeOf(geteuid());
+  return isAbsolute(folder.c_str()) ? folder + "/.local/state" : "";
+}
+
+// What is wrong with a folder of root's, which may be a link; empty if nothing is.
+std::string complaintAboutRoots(const std::string& folder) {
+  struct stat status {};
+  if (lstat(folder.c_str(), &status) != 0) return reasonFor(folder, errno);
+  if (!S_ISDIR(status.st_mode)) return shortShellWord(folder) + " is not a folder";
+  if (status.st_uid != 0) return shortShellWord(folder) + " does not belong to root";
+  const bool isOpen = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  return isOpen ? "others may write to " + shortShellWord(folder) : "";
+}
+
+// Creates the folder and those above it. Returns why that fails; empty on success.
+std::string makeFolders(const std::string& folder) {
+  std::size_t end = 0;
+  while (end != std::string::npos) {
+    end = folder.find('/', end + 1);
+    const std::string part = folder.substr(0, end);
+    if (mkdir(part.c_str(), S_IRWXU) != 0 && errno != EEXIST) return reasonFor(part, errno);
+    if (geteuid() != 0) continue;
+    const std::string complaint = complaintAboutRoots(part);
+    if (!complaint.empty()) return complaint;
+  }
+  return "";
+}
+
+std::string textOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string randomDigits() {
+  std::array<unsigned char, 2> bytes{};
+  if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) std::abort();
+  return hexadecimal(bytes.data(), bytes.size());
+}
+
+// The names in the folder that begin so, ascending.
+std::vector<std::string> namesIn(const std::string& folder, std::string_view beginning) {
+  std::vector<std::string> names;
+  DIR* const listing = opendir(folder.c_str());
+  if (listing == nullptr) return names;
+  while (const dirent* entry = readdir(listing)) {
+    const std::string_view name = entry->d_name;
+    if (name.starts_with(beginning)) names.emplace_back(name);
+  }
+  closedir(listing);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string jsonOf(const ProcessName& name) {
+  const bool inBytes = !isUtf8(name.host);
+  Json all;
+  all["host"] = JsonStrings(inBytes)(name.host);
+  all["boot"] = name.boot;
+  all["pidSpace"] = name.space;
+  all["pid"] = name.process;
+  all["pidStart"] = name.start;
+  return all.dump() + "\n";
+}
+
+// Who has claimed something, from the text of the claim. A text that is none names nobody, who may
+// be running.
+ProcessName claimant(const std::string& text) {
+  ProcessName name;
+  const Json all = Json::parse(text, nullptr, false);
+  try {
+    name.host = all.at("host");
+    name.boot = all.at("boot");
+    name.space = all.at("pidSpace");
+    name.start = all.at("pidStart");
+    name.process = all.at("pid");
+  } catch (const Json::exception&) {
+    return {};
+  }
+  return name;
+}
+
+}  // namespace
+
+std::string findStateFolder(std::string* folder) {
+  const std::string home = stateHome();
+  if (home.empty()) return "there is no home folder for it";
+  *folder = home + "/runlet-job";
+  return makeFolders(*folder);
+}
+
+std::uint64_t processStart(pid_t process) {
+  const std::string status = textOf("/proc/" + std::to_string(process) + "/stat");
+  // The second field is a name that may contain anything; the state follows it.
+  const std::size_t nameEnd = status.rfind(") ");
+  if (nameEnd == std::string::npos) return 0;
+  const std::vector<std::string_view> fields =
+      split(' ', std::string_view(status).substr(nameEnd + 2));
+  constexpr std::size_t startField = 19;
+  if (fields.size() <= startField || fields[0] == "Z" || fields[0] == "X") return 0;
+  return parseNumber<std::uint64_t>(fields[startField]).value_or(0);
+}
+
+ProcessName ownProcess() {
+  ProcessName name;
+  char host[HOST_NAME_MAX + 1] = "";
+  gethostname(host, sizeof host - 1);
+  name.host = host;
+  const std::string boot = textOf("/proc/sys/kernel/random/boot_id");
+  name.boot = boot.substr(0, boot.find('\n'));
+  struct stat status {};
+  if (stat("/proc/self/ns/pid", &status) == 0) name.space = status.st_ino;
+  name.process = getpid();
+  name.start = processStart(name.process);
+  return name;
+}
+
+bool mayBeRunning(const ProcessName& name) {
+  const ProcessName own = ownProcess();
+  if (name.host != own.host) return true;
+  if (name.boot != own.boot) return false;
+  if (name.space != own.space) return true;
+  return processStart(name.process) == name.start && name.start != 0;
+}
+
+std::string newRecordId() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  gmtime_r(&now, &parts);
+  char text[sizeof "20261122-211530-"];
+  std::strftime(text, sizeof text, "%Y%m%d-%H%M%S-", &parts);
+  return text + randomDigits();
+}
+
+bool isRecordId(const std::string& id) {
+  constexpr std::string_view form = "dddddddd-dddddd-xxxx";
+  constexpr std::string_view digits = "0123456789abcdef";
+  return std::equal(id.begin(), id.end(), form.begin(), form.end(), [=](char c, char kind) {
+    return kind == '-' ? c == '-' : digits.substr(0, kind == 'd' ? 10 : 16).find(c) != digits.npos;
+  });
+}
+
+std::string recordPath(const std::string& stateFolder, const std::string& id) {
+  return stateFolder + "/" + id + extension;
+}
+
+std::vector<std::string> recordIds(const std::string& stateFolder) {
+  std::vector<std::string> ids;
+  for (const std::string& name : namesIn(stateFolder, "")) {
+    const std::string id = name.substr(0, name.find('.'));
+    if (isRecordId(id) && name == id + extension) ids.push_back(id);
+  }
+  return ids;
+}
+
+std::string findRecord(const std::string& meant, std::string* path) {
+  if (meant.find('/') != std::string::npos || meant.ends_with(extension)) {
+    *path = meant;
+    return "";
+  }
+  std::string folder;
+  const std::string complaint = findStateFolder(&folder);
+  if (!complaint.empty()) return "no state folder: " + complaint;
+  const std::vector<std::string> ids = recordIds(folder);
+  const bool isLast = meant == "last";
+  if (isLast && ids.empty()) return "there are no records in " + shortShellWord(folder);
+  const std::string id = isLast ? ids.back() : meant;
+  *path = recordPath(folder, id);
+  const bool isThere = std::binary_search(ids.begin(), ids.end(), id);
+  return isThere ? "" : "no record " + shortShellWord(id) + " in " + shortShellWord(folder);
+}
+
+Claim::Claim(const std::string& stateFolder, const std::string& what) {
+  const std::string folder = stateFolder + "/claims";
+  complaint_ = makeFolders(folder);
+  if (!complaint_.empty()) return;
+  const std::string beginning = digestOf(what).substr(0, 32) + ".";
+  const std::string name = beginning + newRecordId();
+  const std::string draft = folder + "/new." + name;
+  const OwnDescriptor file(
+      open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  int error = file.number() == -1 ? errno : writeAll(file.number(), jsonOf(ownProcess()));
+  // Renamed when it is complete, so that nobody reads half a claim.
+  path_ = folder + "/" + name;
+  if (error == 0 && rename(draft.c_str(), path_.c_str()) != 0) error = errno;
+  if (error != 0) complaint_ = reasonFor(draft, error);
+  if (error != 0) return;
+  for (const std::string& other : namesIn(folder, beginning)) {
+    if (other == name || !complaint_.empty()) continue;
+    const std::string path = folder + "/" + other;
+    const ProcessName process = claimant(textOf(path));
+    if (!mayBeRunning(process)) {
+      unlink(path.c_str());
+      continue;
+    }
+    if (process.host.empty()) {
+      complaint_ = shortShellWord(path) + " is damaged; remove it if nothing is running";
+      continue;
+    }
+    complaint_ = "process " + std::to_string(process.process) + " on " + visible(process.host) +
+                 " is running it; if it has ended, remove " + shortShellWord(path);
+  }
+}
+
+Claim::~Claim() {
+  if (!path_.empty()) unlink(path_.c_str());
+}
+
+}  // namespace runlet_tool

@@ -1,0 +1,171 @@
+#include "tool/record/write.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <utility>
+
+#include "tool/record/digest.h"
+#include "tool/record/events.h"
+#include "tool/text/characters.h"
+#include "tool/text/format.h"
+#include "tool/text/json.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr std::size_t mostTasksInALine = 1000;
+
+bool areUtf8(const std::vector<std::string>& texts) {
+  return std::all_of(texts.begin(), texts.end(), isUtf8);
+}
+
+// An event whose texts are all UTF-8 or, if not, one character for each byte.
+Json eventWith(const char* name, RecordTime time, bool inBytes) {
+  Json event;
+  event[eventKey] = name;
+  event["time"] = time;
+  if (inBytes) event["bytes"] = true;
+  return event;
+}
+
+Json array(const std::vector<std::string>& texts, const JsonStrings& string) {
+  Json all = Json::array();
+  for (const std::string& text : texts) all.push_back(string(text));
+  return all;
+}
+
+void addTry(const Attempt& attempt, Json* event) {
+  (*event)["task"] = attempt.task;
+  (*event)["attempt"] = attempt.number;
+}
+
+// A line about the tasks from position `first` on, with at most mostTasksInALine of them.
+Json planOf(const Session& session, std::size_t first) {
+  const std::size_t end = std::min(session.tasks.size(), first + mostTasksInALine);
+  TaskNumbers numbers;
+  std::string identities;
+  for (std::size_t i = first; i < end; ++i) {
+    numbers.add(session.tasks[i]);
+    identities += hexadecimal(session.identities[i].data(), TaskIdentity().size());
+  }
+  Json event;
+  event[eventKey] = planEvent;
+  event["tasks"] = numbers.text(",");
+  event["identities"] = identities;
+  return event;
+}
+
+Json eventOf(const std::string& id, const Session& session) {
+  const bool inBytes = !areUtf8(session.options) || !isUtf8(session.job) ||
+                       !isUtf8(session.appPath) || !isUtf8(session.folder) ||
+                       !isUtf8(session.process.host);
+  const JsonStrings string(inBytes);
+  Json event = eventWith(sessionEvent, session.begin, inBytes);
+  event["version"] = recordVersion;
+  event["id"] = id;
+  event["tool"] = session.toolVersion;
+  event["verb"] = session.verb;
+  event["options"] = array(session.options, string);
+  event["job"] = string(session.job);
+  event["application"] = string(session.appPath);
+  event["sha256"] = session.digest;
+  event["folder"] = string(session.folder);
+  event["uid"] = session.uid;
+  event["gid"] = session.gid;
+  event["host"] = string(session.process.host);
+  event["boot"] = session.process.boot;
+  event["pidSpace"] = session.process.space;
+  event["pid"] = session.process.process;
+  event["pidStart"] = session.process.start;
+  event["atATime"] = session.atATime;
+  event["timeLimit"] = session.timeLimit;
+  event["count"] = session.tasks.size();
+  event["whole"] = session.isWhole;
+  return event;
+}
+
+Json startOf(const Attempt& attempt) {
+  const bool inBytes = !areUtf8(attempt.words) || !isUtf8(attempt.log);
+  const JsonStrings string(inBytes);
+  Json event = eventWith(startEvent, attempt.begin, inBytes);
+  addTry(attempt, &event);
+  event["argv"] = array(attempt.words, string);
+  event["log"] = string(attempt.log);
+  event["pid"] = attempt.process;
+  event["pidStart"] = attempt.processStart;
+  return event;
+}
+
+Json endOf(const Attempt& attempt) {
+  const TaskEnd& result = attempt.result;
+  const bool inBytes = !isUtf8(result.word);
+  Json event = eventWith(endEvent, *attempt.end, inBytes);
+  addTry(attempt, &event);
+  event["end"] = endName(result.ending);
+  if (result.ending == Ending::failed) event["code"] = result.number;
+  if (result.ending == Ending::killed) event["signal"] = result.number;
+  if (!result.word.empty()) event["reason"] = JsonStrings(inBytes)(result.word);
+  if (attempt.process == 0) return event;
+  event["wall"] = attempt.wall;
+  event["cpu"] = attempt.cpu;
+  event["peakMemory"] = attempt.peakMemory;
+  return event;
+}
+
+}  // namespace
+
+RecordWriter::RecordWriter(std::string id, Mirror mirror)
+    : id_(std::move(id)), mirror_(std::move(mirror)) {}
+
+int RecordWriter::create(const OutputPlace& place) {
+  const int flags = O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+  file_ =
+      OwnDescriptor(openat(place.folder.number(), place.name.c_str(), flags, S_IRUSR | S_IWUSR));
+  return file_.number() == -1 ? errno : 0;
+}
+
+int RecordWriter::append(const std::string& path) {
+  file_ = OwnDescriptor(open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
+  if (file_.number() == -1) return errno;
+  // An incomplete last line, left by a writer that was killed, must not continue in the next one.
+  const off_t size = lseek(file_.number(), 0, SEEK_END);
+  char last = '\n';
+  if (size > 0 && pread(file_.number(), &last, 1, size - 1) == -1) return errno;
+  return last == '\n' ? 0 : writeAll(file_.number(), "\n");
+}
+
+int RecordWriter::beginSession(const Session& session) {
+  int error = put(eventOf(id_, session).dump());
+  for (std::size_t i = 0; error == 0 && i < session.tasks.size(); i += mostTasksInALine) {
+    error = put(planOf(session, i).dump());
+  }
+  return error;
+}
+
+int RecordWriter::beginAttempt(const Attempt& attempt) {
+  return put(startOf(attempt).dump());
+}
+
+int RecordWriter::endAttempt(const Attempt& attempt) {
+  return put(endOf(attempt).dump());
+}
+
+int RecordWriter::endSession(const Session& session) {
+  const bool inBytes = !isUtf8(session.stopReason);
+  Json event = eventWith(stopEvent, *session.end, inBytes);
+  if (!session.stopReason.empty()) event["reason"] = JsonStrings(inBytes)(session.stopReason);
+  return put(event.dump());
+}
+
+int RecordWriter::put(const std::string& event) {
+  const std::string line = event + "\n";
+  const int error = writeAll(file_.number(), line);
+  if (error == 0 && mirror_) mirror_(line);
+  return error;
+}
+
+}  // namespace runlet_tool

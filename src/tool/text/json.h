@@ -1,0 +1,33 @@
+// Texts of any bytes in JSON.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "tool/text/characters.h"
+
+namespace runlet_tool {
+
+using Json = nlohmann::ordered_json;
+
+// Converts the strings of one object to JSON: unchanged, or, if one of them is not UTF-8, all of
+// them with one character, U+0000 to U+00FF, for each byte. The object says which in its member
+// "bytes".
+class JsonStrings {
+ public:
+  explicit JsonStrings(bool inBytes) : inBytes_(inBytes) {}
+
+  std::string operator()(std::string_view text) const {
+    return inBytes_ ? bytesAsCharacters(text) : std::string(text);
+  }
+
+  Json orNull(bool isThere, std::string_view text) const {
+    return isThere ? Json((*this)(text)) : Json();
+  }
+
+ private:
+  bool inBytes_;
+};
+
+}  // namespace runlet_tool
