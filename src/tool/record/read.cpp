@@ -218,13 +218,13 @@ class Reader {
     require(!ended.end);
     ended.end = seconds(event, "time");
     if (isNew) ended.begin = *ended.end;
-    const bool hasReason = event.contains("reason");
-    const int number = event.contains("code") ? runlet_tool::number<int>(event, "code", 0, 255)
-                       : event.contains("signal")
-                           ? runlet_tool::number<int>(event, "signal", 0, 255)
-                           : 0;
+    const Texts text(event);
+    const std::string name = text("end");
+    const char* const key = name == endName(Ending::failed) ? "code" : "signal";
+    const bool hasNumber = name == endName(Ending::failed) || name == endName(Ending::killed);
+    const int number = hasNumber ? runlet_tool::number<int>(event, key, 0, 255) : 0;
     const std::optional<TaskEnd> result =
-        endOfName(Texts(event)("end"), number, hasReason ? Texts(event)("reason") : "");
+        endOfName(name, number, event.contains("reason") ? text("reason") : "");
     require(result.has_value());
     ended.result = *result;
     if (isNew) return;

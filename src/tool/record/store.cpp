@@ -35,6 +35,13 @@ std::string reasonFor(const std::string& path, int error) {
   return shortShellWord(path) + ": " + std::strerror(error);
 }
 
+// For a path that people copy.
+std::string wholeWord(const std::string& path) {
+  std::string word;
+  appendShellWord(path, &word);
+  return word;
+}
+
 std::string homeOf(uid_t uid) {
   const passwd* entry = getpwuid(uid);
   return entry == nullptr ? "" : entry->pw_dir;
@@ -63,20 +70,6 @@ std::string complaintAboutRoots(const std::string& folder) {
   if (status.st_uid != 0) return shortShellWord(folder) + " does not belong to root";
   const bool isOpen = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
   return isOpen ? "others may write to " + shortShellWord(folder) : "";
-}
-
-// Creates the folder and those above it. Returns why that fails; empty on success.
-std::string makeFolders(const std::string& folder) {
-  std::size_t end = 0;
-  while (end != std::string::npos) {
-    end = folder.find('/', end + 1);
-    const std::string part = folder.substr(0, end);
-    if (mkdir(part.c_str(), S_IRWXU) != 0 && errno != EEXIST) return reasonFor(part, errno);
-    if (geteuid() != 0) continue;
-    const std::string complaint = complaintAboutRoots(part);
-    if (!complaint.empty()) return complaint;
-  }
-  return "";
 }
 
 std::string textOf(const std::string& path) {
@@ -138,7 +131,20 @@ std::string findStateFolder(std::string* folder) {
   const std::string home = stateHome();
   if (home.empty()) return "there is no home folder for it";
   *folder = home + "/runlet-job";
-  return makeFolders(*folder);
+  return makeStateFolder(*folder);
+}
+
+std::string makeStateFolder(const std::string& folder) {
+  std::size_t end = 0;
+  while (end != std::string::npos) {
+    end = folder.find('/', end + 1);
+    const std::string part = folder.substr(0, end);
+    if (mkdir(part.c_str(), S_IRWXU) != 0 && errno != EEXIST) return reasonFor(part, errno);
+    if (geteuid() != 0) continue;
+    const std::string complaint = complaintAboutRoots(part);
+    if (!complaint.empty()) return complaint;
+  }
+  return "";
 }
 
 std::uint64_t processStart(pid_t process) {
@@ -224,7 +230,7 @@ std::string findRecord(const std::string& meant, std::string* path) {
 
 Claim::Claim(const std::string& stateFolder, const std::string& what) {
   const std::string folder = stateFolder + "/claims";
-  complaint_ = makeFolders(folder);
+  complaint_ = makeStateFolder(folder);
   if (!complaint_.empty()) return;
   const std::string beginning = digestOf(what).substr(0, 32) + ".";
   const std::string name = beginning + newRecordId();
@@ -246,11 +252,11 @@ Claim::Claim(const std::string& stateFolder, const std::string& what) {
       continue;
     }
     if (process.host.empty()) {
-      complaint_ = shortShellWord(path) + " is damaged; remove it if nothing is running";
+      complaint_ = wholeWord(path) + " is damaged; remove it if nothing is running";
       continue;
     }
     complaint_ = "process " + std::to_string(process.process) + " on " + visible(process.host) +
-                 " is running it; if it has ended, remove " + shortShellWord(path);
+                 " is running it; if it has ended, remove " + wholeWord(path);
   }
 }
 

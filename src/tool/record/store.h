@@ -20,6 +20,10 @@ namespace runlet_tool {
 // could replace or write to it or to a folder above it.
 std::string findStateFolder(std::string* folder);
 
+// Creates the folder and those above it, for the caller alone. Returns why that fails, for a
+// message; empty on success. Root's are refused as described above.
+std::string makeStateFolder(const std::string& folder);
+
 // The name of this process.
 ProcessName ownProcess();
 

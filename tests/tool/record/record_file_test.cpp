@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "support/temp_folder.h"
+#include "temp_folder.h"
 #include "tool/record/read.h"
 #include "tool/record/write.h"
 
@@ -225,7 +225,6 @@ TEST_F(RecordFile, GoesToItsMirrorToo) {
 }
 
 TEST_F(RecordFile, ReportsWhatCannotBeWritten) {
-  const RecordWriter unopened(id);
   EXPECT_EQ(RecordWriter(id).beginAttempt(someAttempt(2)), EBADF);
   EXPECT_EQ(RecordWriter(id).beginSession(someSession()), EBADF);
 }
@@ -301,7 +300,7 @@ TEST_F(DamagedRecord, IsRefusedWithItsLine) {
       {"\"pid\":4242", "\"pid\":0", "damaged in line 1"},
       {"\"timeLimit\":90.0", "\"timeLimit\":-1", "damaged in line 1"},
       {"\"timeLimit\":90.0", "\"timeLimit\":\"90\"", "damaged in line 1"},
-      {"[\"job.xml\"", "{\"a\":\"job.xml\"", "damaged in line 1"},
+      {"[\"job.xml\"", "{\"a\":\"job.xml\"", "not a record of runlet-job"},
       {"\"options\":[\"job.xml\",\"--jobs\",\"2\"]", "\"options\":3", "damaged in line 1"},
       {"\"job\":\"/jobs", "\"bytes\":true,\"job\":\"\u20ac", "damaged in line 1"},
       {"\"count\":3", "\"count\":2", "damaged in line 2"},

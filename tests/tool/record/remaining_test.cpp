@@ -1,0 +1,151 @@
+// Which tasks of a batch have still to succeed, also after its job has changed.
+
+#include "tool/record/remaining.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tool/record/digest.h"
+
+namespace runlet_tool {
+namespace {
+
+// Every letter is what a task runs.
+std::vector<TaskIdentity> job(const std::string& letters) {
+  std::vector<TaskIdentity> identities(letters.size());
+  for (std::size_t i = 0; i < letters.size(); ++i) {
+    identities[i].fill(static_cast<unsigned char>(letters[i]));
+  }
+  return identities;
+}
+
+using Numbers = std::vector<std::int32_t>;
+
+// A session of the job with these letters: of all its tasks, or of some.
+Session session(const std::string& letters, const Numbers& tasks = {}) {
+  Session result;
+  result.isWhole = tasks.empty();
+  for (std::size_t i = 0; i < letters.size(); ++i) {
+    const auto number = static_cast<std::int32_t>(i + 1);
+    result.tasks.push_back(tasks.empty() ? number : tasks[i]);
+  }
+  result.identities = job(letters);
+  return result;
+}
+
+enum class How { succeeded, failed, cutOff };
+
+Attempt attempt(std::size_t session, std::int32_t task, std::int32_t number, How how) {
+  Attempt result;
+  result.session = session;
+  result.task = task;
+  result.number = number;
+  if (how == How::cutOff) return result;
+  result.end = 1;
+  result.result = {how == How::failed ? Ending::failed : Ending::succeeded, 0, ""};
+  return result;
+}
+
+// A batch of tasks a to d: b failed, c was cut off, d has not begun.
+Record halfDone() {
+  Record record;
+  record.sessions = {session("abcd")};
+  record.attempts = {attempt(0, 1, 1, How::succeeded), attempt(0, 2, 1, How::failed),
+                     attempt(0, 3, 1, How::cutOff)};
+  return record;
+}
+
+TEST(Remaining, IsWhatHasNotSucceeded) {
+  struct Row {
+    const char* jobNow;
+    Numbers tasks;
+    Numbers toRun;
+    Numbers changed;
+    std::size_t gone;
+  };
+  const Row rows[] = {
+      {"abcd", {1, 2, 3, 4}, {2, 3, 4}, {}, 0},
+      {"abcx", {1, 2, 3, 4}, {2, 3, 4}, {4}, 1},
+      {"xbcd", {1, 2, 3, 4}, {1, 2, 3, 4}, {1}, 1},
+      {"dcba", {1, 2, 3, 4}, {1, 2, 3}, {}, 0},          // only in another order
+      {"abcde", {1, 2, 3, 4, 5}, {2, 3, 4, 5}, {5}, 0},  // longer
+      {"bcd", {1, 2, 3}, {1, 2, 3}, {}, 1},              // shorter: the task that succeeded is gone
+      {"aacd", {1, 2, 3, 4}, {2, 3, 4}, {2}, 1},         // one success counts for one task
+      {"", {}, {}, {}, 4},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.jobNow);
+    const Remaining remaining = remainingOf(halfDone(), job(row.jobNow));
+    EXPECT_EQ(remaining.tasks, row.tasks);
+    EXPECT_EQ(remaining.toRun, row.toRun);
+    EXPECT_EQ(remaining.changed, row.changed);
+    EXPECT_EQ(remaining.gone, row.gone);
+  }
+}
+
+TEST(Remaining, IsOfTheSelectedTasks) {
+  Record record;
+  record.sessions = {session("ce", {3, 5})};
+  record.attempts = {attempt(0, 5, 1, How::succeeded)};
+  const Remaining same = remainingOf(record, job("abcdef"));
+  EXPECT_EQ(same.tasks, (Numbers{3, 5}));
+  EXPECT_EQ(same.toRun, (Numbers{3}));
+  EXPECT_EQ(same.changed, Numbers{});
+  const Remaining shorter = remainingOf(record, job("abcd"));
+  EXPECT_EQ(shorter.tasks, (Numbers{3}));
+  EXPECT_EQ(shorter.gone, 1);
+}
+
+// A success of any session counts, whatever the number of the task was then.
+TEST(Remaining, LooksAtAllSessions) {
+  Record record = halfDone();
+  record.sessions.push_back(session("bcde"));
+  record.attempts.push_back(attempt(1, 2, 2, How::succeeded));  // c
+  record.attempts.push_back(attempt(1, 4, 1, How::failed));     // e
+  const Remaining remaining = remainingOf(record, job("bcde"));
+  EXPECT_EQ(remaining.toRun, (Numbers{1, 3, 4}));
+  EXPECT_EQ(remaining.changed, Numbers{});
+}
+
+TEST(Failed, AreTasksWhoseLastAttemptDidNotSucceed) {
+  Record record = halfDone();
+  EXPECT_EQ(failedOf(record, job("abcd")), (Numbers{2, 3}));
+  EXPECT_EQ(failedOf(record, job("dcba")), (Numbers{2, 3}));
+  EXPECT_EQ(failedOf(record, job("axyz")), Numbers{});
+  record.attempts.push_back(attempt(0, 2, 2, How::succeeded));
+  EXPECT_EQ(failedOf(record, job("abcd")), (Numbers{3}));
+}
+
+TEST(LastAttempts, AreTheGreatestNumbers) {
+  Record record = halfDone();
+  record.attempts.push_back(attempt(0, 2, 2, How::failed));
+  const std::map<std::int32_t, std::int32_t> expected = {{1, 1}, {2, 2}, {3, 1}};
+  EXPECT_EQ(lastAttempts(record), expected);
+}
+
+TEST(Identity, DependsOnEverythingThatATaskRuns) {
+  struct Row {
+    std::vector<std::string> words;
+    const char* folder;
+    std::int32_t uid;
+    std::int32_t gid;
+  };
+  const Row rows[] = {
+      {{"a", "b"}, "/", 1, 2}, {{"a b"}, "/", 1, 2},    {{"a", "b", ""}, "/", 1, 2},
+      {{"ab"}, "/", 1, 2},     {{"b"}, "/a", 1, 2},     {{"a", "b"}, "/x", 1, 2},
+      {{"a", "b"}, "/", 2, 1}, {{"a", "b"}, "/", 1, 3}, {{}, "/", 1, 2},
+  };
+  std::map<TaskIdentity, std::size_t> seen;
+  for (const Row& row : rows) {
+    std::vector<std::string> copies = row.words;
+    std::vector<char*> words;
+    for (std::string& copy : copies) words.push_back(copy.data());
+    const TaskIdentity identity = identityOf(words, row.folder, row.uid, row.gid);
+    EXPECT_EQ(identity, identityOf(words, row.folder, row.uid, row.gid));
+    EXPECT_TRUE(seen.insert({identity, seen.size()}).second) << seen.size();
+  }
+}
+
+}  // namespace
+}  // namespace runlet_tool

@@ -1,0 +1,252 @@
+// Where records are kept, what finds them, and the claims of the processes that write them.
+
+#include "tool/record/store.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+
+#include "adapter_test.h"
+#include "temp_folder.h"
+
+namespace runlet_tool {
+namespace {
+
+using runlet_test::TempFolder;
+
+// Runs `work` in a child of an ordinary user with these variables, and returns its text.
+std::string inChild(const char* state, const char* home, const std::function<std::string()>& work) {
+  int ends[2];
+  EXPECT_EQ(pipe(ends), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    if (geteuid() == 0 &&
+        setresuid(runlet_test::otherId, runlet_test::otherId, runlet_test::otherId) != 0) {
+      _exit(1);
+    }
+    unsetenv("XDG_STATE_HOME");
+    unsetenv("HOME");
+    if (state != nullptr) setenv("XDG_STATE_HOME", state, 1);
+    if (home != nullptr) setenv("HOME", home, 1);
+    const std::string text = work();
+    _exit(write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
+  }
+  close(ends[1]);
+  std::string text;
+  char buffer[4096];
+  ssize_t count = 0;
+  while ((count = read(ends[0], buffer, sizeof buffer)) > 0) {
+    text.append(buffer, static_cast<std::size_t>(count));
+  }
+  close(ends[0]);
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  return text;
+}
+
+std::string stateFolder() {
+  std::string folder;
+  const std::string complaint = findStateFolder(&folder);
+  return complaint.empty() ? folder : "!" + complaint;
+}
+
+TEST(StateFolder, IsInTheHomeFolderOrWhereTheEnvironmentSays) {
+  const TempFolder folder;
+  const std::string home = folder.makeFolder("home", 0777);
+  const std::string state = folder.makeFolder("state", 0777);
+  EXPECT_EQ(inChild(state.c_str(), home.c_str(), stateFolder), state + "/runlet-job");
+  EXPECT_EQ(runlet_test::modeOf(state + "/runlet-job"), 0700);
+  const std::string usual = home + "/.local/state/runlet-job";
+  EXPECT_EQ(inChild(nullptr, home.c_str(), stateFolder), usual);
+  EXPECT_EQ(inChild("", home.c_str(), stateFolder), usual);
+  EXPECT_EQ(inChild("relative", home.c_str(), stateFolder), usual);
+}
+
+TEST(StateFolder, MayBeImpossible) {
+  const TempFolder folder;
+  const std::string file = folder.write("file", "");
+  const std::string denied = folder.makeFolder("denied", 0555);
+  EXPECT_EQ(inChild(file.c_str(), nullptr, stateFolder),
+            "!" + file + "/runlet-job: Not a directory");
+  EXPECT_EQ(inChild(denied.c_str(), nullptr, stateFolder),
+            "!" + denied + "/runlet-job: Permission denied");
+}
+
+TEST(StateFolder, OfRootIgnoresTheEnvironment) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
+  setenv("XDG_STATE_HOME", folder.path().c_str(), 1);
+  const std::string found = stateFolder();
+  unsetenv("XDG_STATE_HOME");
+  EXPECT_EQ(found, "/root/.local/state/runlet-job");
+}
+
+TEST(StateFolder, OfRootMustBeClosedToOthers) {
+  REQUIRE_ROOT();
+  const TempFolder folder("/root");
+  ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+  const std::string place = folder.makeFolder("place");
+  EXPECT_EQ(makeStateFolder(place + "/a/b"), "");
+  EXPECT_EQ(runlet_test::modeOf(place + "/a/b"), 0700);
+  ASSERT_EQ(chmod(place.c_str(), 0775), 0);
+  EXPECT_EQ(makeStateFolder(place + "/a/b"), "others may write to " + place);
+  ASSERT_EQ(chmod(place.c_str(), 0755), 0);
+  ASSERT_EQ(chown(place.c_str(), runlet_test::otherId, 0), 0);
+  EXPECT_EQ(makeStateFolder(place + "/a/b"), place + " does not belong to root");
+  ASSERT_EQ(symlink(place.c_str(), folder.file("link").c_str()), 0);
+  EXPECT_EQ(makeStateFolder(folder.file("link") + "/a"), folder.file("link") + " is not a folder");
+}
+
+TEST(RecordId, IsADateAndDigits) {
+  const std::string id = newRecordId();
+  EXPECT_TRUE(isRecordId(id)) << id;
+  EXPECT_NE(id, newRecordId());
+  for (const char* text :
+       {"", "20261122-211530-3f2", "20261122-211530-3f2a0", "20261122-211530-3F2a",
+        "2026112a-211530-3f2a", "20261122_211530-3f2a", "../../etc/passwd"}) {
+    EXPECT_FALSE(isRecordId(text)) << text;
+  }
+}
+
+TEST(Records, AreFoundByIdOrPath) {
+  const TempFolder folder;
+  const std::string state = folder.makeFolder("state", 0777);
+  const auto find = [](const std::string& meant) {
+    return [meant] {
+      std::string path;
+      const std::string complaint = findRecord(meant, &path);
+      return complaint.empty() ? path : "!" + complaint;
+    };
+  };
+  const std::string own = state + "/runlet-job";
+  EXPECT_EQ(inChild(state.c_str(), nullptr, find("last")), "!there are no records in " + own);
+  for (const char* name : {"20261122-211530-3f2a.jsonl", "20261123-000000-0000.jsonl", "zzz.jsonl",
+                           "20261124-000000-0000.other", "20261124-000000-0000.jsonl.x"}) {
+    ASSERT_EQ(close(open((own + "/" + name).c_str(), O_CREAT | O_WRONLY, 0644)), 0);
+  }
+  struct Row {
+    const char* meant;
+    std::string path;
+  };
+  const Row rows[] = {
+      {"last", own + "/20261123-000000-0000.jsonl"},
+      {"20261122-211530-3f2a", own + "/20261122-211530-3f2a.jsonl"},
+      {"20261122-211530-3f2b", "!no record 20261122-211530-3f2b in " + own},
+      {"job xml", "!no record 'job xml' in " + own},
+      {"", "!no record '' in " + own},
+      {"./x", "./x"},
+      {"x.jsonl", "x.jsonl"},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(inChild(state.c_str(), nullptr, find(row.meant)), row.path) << row.meant;
+  }
+}
+
+TEST(ProcessName, IsThatOfARunningProcess) {
+  const ProcessName own = ownProcess();
+  EXPECT_EQ(own.process, getpid());
+  EXPECT_NE(own.start, 0);
+  EXPECT_TRUE(mayBeRunning(own));
+  ProcessName other = own;
+  ++other.start;  // its id has been reused
+  EXPECT_FALSE(mayBeRunning(other));
+  other = own;
+  other.boot = "before";
+  EXPECT_FALSE(mayBeRunning(other));
+  other = own;
+  other.host += "2";
+  EXPECT_TRUE(mayBeRunning(other));
+  other = own;
+  ++other.space;
+  EXPECT_TRUE(mayBeRunning(other));
+}
+
+TEST(ProcessName, OfAProcessThatHasEndedIsNotRunning) {
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  siginfo_t info;
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(processStart(child), 0);  // a zombie
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(processStart(child), 0);
+}
+
+class Claims : public testing::Test {
+ protected:
+  // A place that is closed to others if the tests run as root.
+  Claims() : folder_(geteuid() == 0 ? "/root" : "/tmp") {
+    chmod(folder_.path().c_str(), 0700);
+  }
+
+  std::string onlyClaim() const {
+    const std::string command = "ls " + folder_.path() + "/claims";
+    FILE* const list = popen(command.c_str(), "r");
+    char name[200] = "";
+    const bool isThere = std::fgets(name, sizeof name, list) != nullptr;
+    pclose(list);
+    return isThere ? folder_.path() + "/claims/" + std::string(name, strlen(name) - 1) : "";
+  }
+
+  TempFolder folder_;
+};
+
+TEST_F(Claims, AreForOneProcess) {
+  {
+    const Claim first(folder_.path(), "/job.xml");
+    EXPECT_EQ(first.complaint(), "");
+    const std::string path = onlyClaim();
+    const Claim second(folder_.path(), "/job.xml");
+    EXPECT_EQ(second.complaint(), "process " + std::to_string(getpid()) + " on " +
+                                      ownProcess().host +
+                                      " is running it; if it has ended, remove " + path);
+    EXPECT_EQ(Claim(folder_.path(), "/other.xml").complaint(), "");
+  }
+  EXPECT_EQ(onlyClaim(), "");
+  EXPECT_EQ(Claim(folder_.path(), "/job.xml").complaint(), "");
+}
+
+// Of a process that was killed, and so could not remove its claim.
+TEST_F(Claims, OfAnEndedProcessAreIgnoredAndRemoved) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const Claim claim(folder_.path(), "/job.xml");
+    _exit(claim.complaint().empty() ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_EQ(status, 0);
+  EXPECT_NE(onlyClaim(), "");
+  EXPECT_EQ(Claim(folder_.path(), "/job.xml").complaint(), "");
+  EXPECT_EQ(onlyClaim(), "");
+}
+
+TEST_F(Claims, ThatAreDamagedAreReported) {
+  std::string path;
+  {
+    const Claim claim(folder_.path(), "/job.xml");
+    path = onlyClaim();
+    ASSERT_EQ(rename(path.c_str(), (path + "x").c_str()), 0);
+  }
+  path += "x";
+  ASSERT_EQ(truncate(path.c_str(), 10), 0);
+  EXPECT_EQ(Claim(folder_.path(), "/job.xml").complaint(),
+            path + " is damaged; remove it if nothing is running");
+}
+
+TEST_F(Claims, MayBeImpossible) {
+  folder_.write("claims", "");
+  EXPECT_EQ(Claim(folder_.path(), "/job.xml").complaint(),
+            geteuid() == 0 ? folder_.file("claims") + " is not a folder"
+                           : folder_.file("claims") + ": Not a directory");
+}
+
+}  // namespace
+}  // namespace runlet_tool
