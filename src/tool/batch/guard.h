@@ -15,8 +15,8 @@ void signalGroup(pid_t process, int signal);
 // The processes of tasks that may be running. They need not be children of this process.
 //
 // Each is held by a pidfd if possible, so that no signal goes to a process that was given the id of
-// a task that has ended. The pidfds take at most half of the descriptors that this process may have.
-// Without one, a task is known by its id alone.
+// a task that has ended. The pidfds take at most half of the descriptors that this process may
+// have. Without one, a task is known by its id alone.
 class TaskGuard {
  public:
   TaskGuard();
@@ -31,9 +31,9 @@ class TaskGuard {
   // Takes ownership of `descriptor`, a pidfd of `process` or -1.
   void add(pid_t process, int descriptor);
 
-  // Ends the groups of the tasks that have not ended: SIGTERM, and SIGCONT so that stopped processes
-  // handle it, after the grace period SIGKILL. Once a task itself has ended, the rest of its group
-  // is killed. Returns when all have ended or have been killed.
+  // Ends the groups of the tasks that have not ended: SIGTERM, and SIGCONT so that stopped
+  // processes handle it, after the grace period SIGKILL. Once a task itself has ended, the rest of
+  // its group is killed. Returns when all have ended or have been killed.
   void endAll(std::chrono::milliseconds grace);
 
  private:

@@ -62,7 +62,7 @@ int logDigits(const Batch& batch) {
 
 std::string logPath(const Batch& batch, std::int32_t task, std::int32_t attempt) {
   std::string file = batch.name + withoutLineEnd("-%0*d", logDigits(batch), static_cast<int>(task));
-  if (attempt > 1) file += "." + std::to_string(attempt);
+  if (attempt > 1) file.append(".").append(std::to_string(attempt));
   return fullPath(batch.logFolder, file + ".log");
 }
 

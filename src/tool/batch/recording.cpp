@@ -50,23 +50,21 @@ std::vector<TaskIdentity> identitiesOf(const Batch& batch) {
   return identities;
 }
 
-Session sessionOf(const Batch& batch, const SessionLimits& limits) {
-  Session session;
-  session.begin = now();
-  session.toolVersion = RUNLET_VERSION;
-  session.verb = "run";
-  session.options = ownArguments();
-  session.options.erase(session.options.begin());  // the verb
-  session.job = batch.context.jobFile;
-  session.appPath = batch.context.appPath;
-  session.digest = digestOfFile(session.job);
-  session.folder = batch.folder;
-  session.uid = batch.context.uid;
-  session.gid = batch.context.gid;
-  session.process = ownProcess();
-  session.atATime = limits.atATime;
-  session.timeLimit = limits.timeLimit;
-  return session;
+void describeSession(const Batch& batch, const SessionLimits& limits, Session* session) {
+  session->begin = now();
+  session->toolVersion = RUNLET_VERSION;
+  session->verb = "run";
+  session->options = ownArguments();
+  session->options.erase(session->options.begin());  // the verb
+  session->job = batch.context.jobFile;
+  session->appPath = batch.context.appPath;
+  session->digest = digestOfFile(session->job);
+  session->folder = batch.folder;
+  session->uid = batch.context.uid;
+  session->gid = batch.context.gid;
+  session->process = ownProcess();
+  session->atATime = limits.atATime;
+  session->timeLimit = limits.timeLimit;
 }
 
 std::string numbersText(const std::vector<std::int32_t>& tasks) {
@@ -112,6 +110,10 @@ std::string lastRecordOf(const std::string& job, std::string* id) {
   return "";
 }
 
+std::string writeFailure(const std::string& path, int error) {
+  return "cannot write the record " + shortShellWord(path) + ": " + std::strerror(error);
+}
+
 std::size_t positionOf(std::int32_t task) {
   return static_cast<std::size_t>(task) - 1;
 }
@@ -130,23 +132,25 @@ int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch) {
   return exitFine;
 }
 
-int Recording::begin(const RecordOptions& options, const SessionLimits& limits, bool isWhole,
-                     Batch* batch) {
+int Recording::choose(const RecordOptions& options, Batch* batch) {
   const std::string complaint = findStateFolder(&stateFolder_);
   if (!complaint.empty()) return giveUp("no folder for records: " + complaint);
-  job_ = identitiesOf(*batch);
-  session_ = sessionOf(*batch, limits);
-  session_.isWhole = isWhole;
-  session_.tasks = batch->tasks;
-  std::string taken = claim(batch->context.jobFile);
+  const std::string taken = claim(batch->context.jobFile);
   if (!taken.empty()) return giveUp(shortShellWord(batch->context.jobFile) + ": " + taken);
+  job_ = identitiesOf(*batch);
+  id_ = newRecordId();
+  path_ = options.file.empty() ? recordPath(stateFolder_, id_) : options.file;
+  session_.isWhole = batch->isWhole;
+  session_.tasks = batch->tasks;
   const int status = options.resume             ? resume(options, batch)
                      : options.failedOf.empty() ? exitFine
                                                 : selectFailed(options.failedOf, batch);
-  if (status != exitFine || batch->tasks.empty()) return status;
-  for (const std::int32_t task : session_.tasks)
+  for (const std::int32_t task : session_.tasks) {
     session_.identities.push_back(job_[positionOf(task)]);
-  return open(options, batch);
+  }
+  batch->attempts.assign(batch->tasks.size(), 1);
+  batch->logFolder = fullPath(batch->logFolder, batch->name + "-" + id_);
+  return status;
 }
 
 std::string Recording::claim(const std::string& what) {
@@ -161,6 +165,7 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
   if (complaint.empty()) complaint = readMeant(meant, &path_, &record);
   if (!complaint.empty()) return giveUp("--resume: " + complaint);
   id_ = record.id;
+  isResumed_ = true;
   const std::string taken = claim(id_);
   if (!taken.empty()) return giveUp("--resume: " + id_ + ": " + taken);
   // Read again: until now, another process may have continued it.
@@ -201,34 +206,32 @@ int Recording::selectFailed(const std::string& meant, Batch* batch) {
   return exitFine;
 }
 
-int Recording::open(const RecordOptions& options, Batch* batch) {
-  const bool isNew = id_.empty();
-  if (isNew) {
-    id_ = newRecordId();
-    path_ = options.file.empty() ? recordPath(stateFolder_, id_) : options.file;
-  }
+int Recording::open(const RecordOptions& options, const SessionLimits& limits, const Batch& batch) {
+  describeSession(batch, limits, &session_);
   Mirror mirror;
-  if (options.asJson) mirror = [](std::string_view line) { put(line); };
+  if (options.asJson) {
+    mirror = [](std::string_view line) {
+      put(line);
+      std::fflush(stdout);
+    };
+  }
   writer_ = std::make_unique<RecordWriter>(id_, mirror);
   OutputPlace place;
-  const std::string complaint = isNew ? findOutputPlace(path_, &place) : "";
+  const std::string complaint = isResumed_ ? "" : findOutputPlace(path_, &place);
   if (!complaint.empty()) return giveUp("cannot create the record: " + complaint);
-  int error = isNew ? writer_->create(place) : writer_->append(path_);
+  int error = isResumed_ ? writer_->append(path_) : writer_->create(place);
   if (error == 0) error = writer_->beginSession(session_);
-  if (error != 0) {
-    return giveUp("cannot write the record " + shortShellWord(path_) + ": " + std::strerror(error));
-  }
-  batch->logFolder = fullPath(batch->logFolder, batch->name + "-" + id_);
-  return exitFine;
+  return error == 0 ? exitFine : giveUp(writeFailure(path_, error));
 }
 
-int Recording::openLog(const Batch& batch, std::size_t index) {
-  const std::int32_t task = batch.tasks[index];
+int Recording::openLog(std::size_t index, Batch* batch) {
+  const std::int32_t task = batch->tasks[index];
   Attempt& attempt = running_[index];
   attempt.task = task;
   attempt.number = ++lastAttempts_[task];
-  attempt.log = logPath(batch, task, attempt.number);
-  return runlet_tool::openLog(batch, task, attempt.number);
+  attempt.log = logPath(*batch, task, attempt.number);
+  batch->attempts[index] = attempt.number;
+  return runlet_tool::openLog(*batch, task, attempt.number);
 }
 
 bool Recording::taskStarted(const Batch& batch, std::size_t index, const TaskTry& tried) {
@@ -260,8 +263,7 @@ bool Recording::end(const std::string& stopReason) {
   session_.end = now();
   session_.stopReason = stopReason;
   const int error = writer_->endSession(session_);
-  if (error != 0)
-    say("cannot write the record " + shortShellWord(path_) + ": " + std::strerror(error));
+  if (error != 0) say(writeFailure(path_, error));
   return error == 0;
 }
 

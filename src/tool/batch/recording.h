@@ -39,21 +39,24 @@ int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch);
 // The record of a batch, from its start to its end.
 class Recording {
  public:
-  // Claims the job and creates the record, or continues the one to resume. `*batch` is left with
-  // the tasks to run, and a log folder that only this batch uses.
-  //
-  // Returns exitFine; there may then be no task left to run, and nothing is recorded. Otherwise
-  // returns the status to exit with, after a message on standard error, and nothing may run.
-  int begin(const RecordOptions& options, const SessionLimits& limits, bool isWhole, Batch* batch);
+  // Claims the job for this process, and selects the tasks to run if `options` continue a record or
+  // refer to one. `*batch` is left with these tasks, of which there may be none, and with a log
+  // folder that only this batch uses. Returns exitFine, or the status to exit with after a message
+  // on standard error.
+  int choose(const RecordOptions& options, Batch* batch);
+
+  // Creates the record, or continues the one to resume. Returns exitFine, or the status to exit
+  // with after a message on standard error; then nothing may run.
+  int open(const RecordOptions& options, const SessionLimits& limits, const Batch& batch);
 
   // The id of the record.
   const std::string& id() const {
     return id_;
   }
 
-  // Opens the log of a new attempt of the task at `index` of the batch's tasks: see openLog.
-  // The attempt then ends with taskEnded, also if that fails.
-  int openLog(const Batch& batch, std::size_t index);
+  // Opens the log of a new attempt of the task at `index` of the batch's tasks: see openLog. The
+  // attempt then ends with taskEnded, also if that fails.
+  int openLog(std::size_t index, Batch* batch);
 
   // Record what a scheduler reports. False, with the reason in errno, if that fails.
   bool taskStarted(const Batch& batch, std::size_t index, const TaskTry& tried);
@@ -66,13 +69,13 @@ class Recording {
   int resume(const RecordOptions& options, Batch* batch);
   int selectFailed(const std::string& meant, Batch* batch);
   std::string claim(const std::string& what);
-  int open(const RecordOptions& options, Batch* batch);
 
   std::string stateFolder_;
   std::vector<std::unique_ptr<Claim>> claims_;
   std::vector<TaskIdentity> job_;  // of all tasks of the job
   std::string id_;
   std::string path_;
+  bool isResumed_ = false;
   Session session_;
   std::unique_ptr<RecordWriter> writer_;
   std::map<std::int32_t, std::int32_t> lastAttempts_;  // by task number

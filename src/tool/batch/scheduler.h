@@ -25,8 +25,8 @@ struct TaskTry {
   double endTime = 0;
   double wall = 0;              // seconds, by a clock that is never set
   double cpu = 0;               // seconds, of the task and the children it has waited for
-  std::int64_t peakMemory = 0;  // bytes, of the largest of these processes, or of the starter process
-                                // if that is larger
+  std::int64_t peakMemory = 0;  // bytes, of the largest of these processes, or of the starter
+                                // process if that is larger
 };
 
 // The tasks to run, numbered from 0 here.
@@ -38,8 +38,8 @@ struct TaskSource {
   // Starts a task with that log, as `Starter::start` does: in a child of this process that leads
   // its own process group.
   std::function<int(std::size_t, int log, const Announce& announce, pid_t* process)> start;
-  // May be empty. Called before the program of a task may run, with `process` and `beginTime`. If it
-  // returns false, with the reason in errno, the program does not run, and no further tasks are
+  // May be empty. Called before the program of a task may run, with `process` and `beginTime`. If
+  // it returns false, with the reason in errno, the program does not run, and no further tasks are
   // started.
   std::function<bool(std::size_t, const TaskTry&)> started = {};
   // May be empty. Called once for each try that has ended or could not be started, and may change
@@ -68,8 +68,8 @@ struct RunOutcome {
 // ended; a second signal kills them at once. If a task could not be started, or its program was not
 // allowed to run, the word of its end says why.
 //
-// If the end of a task cannot be recorded, standard error says so, no further tasks are started, and
-// running tasks continue; likewise if `started` does not allow a task to run.
+// If the end of a task cannot be recorded, standard error says so, no further tasks are started,
+// and running tasks continue; likewise if `started` does not allow a task to run.
 //
 // If the starter has ended, standard error says so, no further tasks are started, and running tasks
 // continue. If waiting for tasks fails, standard error says so, no further tasks are started, and

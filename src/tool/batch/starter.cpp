@@ -166,8 +166,8 @@ StartAnswer startTask(const Links& links, StartRequest* request, const sigset_t&
     StartRequest request;
     if (!receiveRequest(links.socket, &request)) break;
     const bool isComplete = request.log != -1 && request.leave != -1;
-    const StartAnswer answer = isComplete ? startTask(links, &request, mask, kept, &guard)
-                                          : StartAnswer{EMFILE, -1};
+    const StartAnswer answer =
+        isComplete ? startTask(links, &request, mask, kept, &guard) : StartAnswer{EMFILE, -1};
     close(request.log);
     close(request.leave);
     isAnswered = sendBytes(links.socket, &answer, sizeof answer);
@@ -205,9 +205,8 @@ int Starter::start(const runlet::TaskStart& start, int log, const Announce& anno
   // unknown process is left running.
   Sockets leave;
   StartAnswer answer{makeSockets(SOCK_STREAM, &leave), -1};
-  const bool isAnswered =
-      answer.error != 0 || (sendRequest(socket_, start, log, leave.theirs) &&
-                            receiveBytes(socket_, &answer, sizeof answer));
+  const bool isAnswered = answer.error != 0 || (sendRequest(socket_, start, log, leave.theirs) &&
+                                                receiveBytes(socket_, &answer, sizeof answer));
   bool isAllowed = false;
   if (isAnswered && answer.error == 0) {
     *process = answer.process;

@@ -18,8 +18,8 @@ inline constexpr std::chrono::seconds usualGrace(10);
 // false, the program does not run.
 using Announce = std::function<bool(pid_t)>;
 
-// What `Starter::start` returns if the starter process has ended, and if the task was not allowed to
-// run.
+// What `Starter::start` returns if the starter process has ended, and if the task was not allowed
+// to run.
 inline constexpr int starterGone = -1;
 inline constexpr int startForbidden = -2;
 
@@ -32,7 +32,8 @@ inline constexpr int startForbidden = -2;
 // default disposition.
 //
 // If this process is killed, the starter process ends the tasks that still run, as
-// TaskGuard::endAll does, and then itself. If it is the starter process that is killed, they run on.
+// TaskGuard::endAll does, and then itself. If it is the starter process that is killed, they run
+// on.
 class Starter {
  public:
   // Tasks of another user also keep the environment variables in `kept`. `grace` is for tasks that
@@ -48,12 +49,14 @@ class Starter {
   }
 
   // Starts the task in a process that leads its own session, with an empty standard input and both
-  // outputs going to the descriptor `log`. `announce` may be empty. Returns 0 with the process id in
+  // outputs going to the descriptor `log`. `announce` may be empty. Returns 0 with the process id
+  // in
   // `*process`; otherwise an error number, starterGone or startForbidden, and the task has no
   // process.
   //
   // A later failure to run the task's program is written to the log and is seen in the exit status.
-  int start(const runlet::TaskStart& start, int log, const Announce& announce, pid_t* process) const;
+  int start(const runlet::TaskStart& start, int log, const Announce& announce,
+            pid_t* process) const;
 
   // Ends the starter process. Tasks that still run are left alone.
   void end();
