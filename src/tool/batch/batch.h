@@ -15,7 +15,7 @@ struct BatchOptions {
   std::string job;
   RangeOptions range;
   std::string appPath;
-  std::vector<std::int32_t> tasks;  // ascending; empty = as the range says
+  std::vector<std::int32_t> tasks = {};  // ascending; empty = as the range says
 };
 
 // A loaded and checked job.
