@@ -158,7 +158,7 @@ const Row rows[] = {
      "-a\n-n\n-s\n"},
     {{"report", ""}, "20261122-211530-3f2a\nlast\nold.jsonl\nshots\n"},
     {{"report", "2"}, "20261122-211530-3f2a\n"},
-    {{"report", "-"}, "--help\n--json\n--trace\n"},
+    {{"report", "-"}, "--help\n--html\n--json\n--trace\n"},
     {{"report", "last", "--trace", "f"}, "frames.tsv\n"},
     {{"submit", "--throttle", ""}, ""},
     {{"submit", "--partition", "f"}, "farm\nfast\n"},

@@ -21,6 +21,12 @@ std::string inTwoUnits(long long count, long long factor, const char* larger, co
   return text;
 }
 
+std::string inTenths(long long count) {
+  std::string text = std::to_string(count / 10);
+  if (count % 10 != 0) text.append(".").append(std::to_string(count % 10));
+  return text;
+}
+
 struct SizeUnit {
   double bytes;
   const char* name;
@@ -39,7 +45,7 @@ constexpr SizeUnit sizeUnits[] = {
 std::string durationText(double seconds) {
   if (seconds < 0.0005) return "0 s";
   if (seconds < 0.9995) return std::to_string(std::llround(seconds * 1000)) + " ms";
-  if (seconds < 9.95) return withoutLineEnd("%.1f s", seconds);
+  if (seconds < 9.95) return inTenths(std::llround(seconds * 10)) + " s";
   if (seconds < minute - 0.5) return std::to_string(std::llround(seconds)) + " s";
   if (seconds < hour - 0.5) return inTwoUnits(std::llround(seconds), 60, " min", " s");
   if (seconds < day - minute / 2) {

@@ -10,6 +10,7 @@
 #include "tool/record/store.h"
 #include "tool/report/json.h"
 #include "tool/report/overview.h"
+#include "tool/report/page.h"
 #include "tool/report/text.h"
 #include "tool/report/trace.h"
 #include "tool/system/exit_status.h"
@@ -25,11 +26,12 @@ namespace {
 constexpr char standardOutput[] = "-";
 
 // Enough for the longest of the reports.
-constexpr std::size_t mostSlowest = 20;
+constexpr std::size_t mostSlowest = 10;
 
 struct ReportOptions {
   std::string id;
-  std::optional<std::string> trace;  // the path of a file, or "-"
+  std::optional<std::string> html;   // the path of a file, or "-"
+  std::optional<std::string> trace;  // likewise
   bool inJson = false;
 };
 
@@ -78,20 +80,22 @@ std::string write(const Output& output, const std::string& text) {
 }
 
 int report(const ReportOptions& options) {
-  const int toStandardOutput =
-      static_cast<int>(options.inJson) + static_cast<int>(isStandardOutput(options.trace));
+  const int toStandardOutput = static_cast<int>(options.inJson) +
+                               static_cast<int>(isStandardOutput(options.html)) +
+                               static_cast<int>(isStandardOutput(options.trace));
   if (toStandardOutput > 1) return fail("only one report can go to standard output");
   Overview overview;
   const std::string reason = readOverview(options.id, &overview);
   if (!reason.empty()) return fail(reason);
-  const Output outputs[] = {{"--trace", &options.trace, traceJson}};
+  const Output outputs[] = {{"--html", &options.html, reportPage},
+                            {"--trace", &options.trace, traceJson}};
   for (const Output& output : outputs) {
     if (!output.path->has_value()) continue;
     const std::string failure = write(output, output.compose(overview));
     if (!failure.empty()) return fail(failure);
   }
   if (options.inJson) put(reportJson(overview));
-  const bool hasFile = options.trace.has_value();
+  const bool hasFile = options.html || options.trace;
   if (!options.inJson && !hasFile) put(reportText(overview, wantsColour(stdout)));
   return exitFine;
 }
@@ -105,6 +109,9 @@ void addReport(CLI::App* app, Action* action) {
                               ->description("Id of the batch, \"last\", or the path of a record")
                               ->required()
                               ->type_name("ID");
+  const CLI::Option* html = verb->add_option("--html")
+                                ->description("Write a page to FILE; - is standard output")
+                                ->type_name("FILE");
   const CLI::Option* trace = verb->add_option("--trace")
                                  ->description("Write a trace for a time line viewer to FILE")
                                  ->type_name("FILE");
@@ -112,6 +119,7 @@ void addReport(CLI::App* app, Action* action) {
   // Values are taken unconverted: in typed values, the library would look for lists and comments.
   verb->callback([=] {
     options->id = id->results().front();
+    if (*html) options->html = html->results().front();
     if (*trace) options->trace = trace->results().front();
     *action = [=] { return report(*options); };
   });

@@ -210,8 +210,14 @@ TEST_F(ReportVerb, RefusesOutputsThatCannotBeWritten) {
   writeRecord(record_, path());
   expectTool(report({path(), "--trace", "/nowhere/x"}), "",
              "runlet-job: report: --trace /nowhere/x: No such file or directory\n", "exit 2");
-  expectTool(report({path(), "--trace", "-", "--json"}), "",
-             "runlet-job: report: only one report can go to standard output\n", "exit 2");
+  const Strings conflicts[] = {
+      {"--trace", "-", "--json"}, {"--html", "-", "--json"}, {"--html", "-", "--trace", "-"}};
+  for (const Strings& conflict : conflicts) {
+    Strings words = {path()};
+    words.insert(words.end(), conflict.begin(), conflict.end());
+    expectTool(report(words), "", "runlet-job: report: only one report can go to standard output\n",
+               "exit 2");
+  }
   ProcessOptions full = options({path()});
   full.prepare = [] { openAs(STDOUT_FILENO, "/dev/full", O_WRONLY); };
   expectTool(runProcess(full), "",
@@ -259,6 +265,22 @@ TEST_F(ReportVerb, WritesATraceOfSlots) {
   const std::string file = folder_.file("trace.json");
   expectTool(report({path(), "--trace", file}), "", "", "exit 0");
   EXPECT_EQ(readFile(file), result.output);
+}
+
+// Each of them in a file of its own, and nothing else; an existing file is replaced.
+TEST_F(ReportVerb, WritesSeveralReportsAtOnce) {
+  writeRecord(record_, path());
+  const std::string page = folder_.write("page.html", "old");
+  const std::string trace = folder_.file("trace.json");
+  expectTool(report({path(), "--html", page, "--trace", trace}), "", "", "exit 0");
+  EXPECT_EQ(readFile(trace), report({path(), "--trace", "-"}).output);
+  const std::string text = readFile(page);
+  const std::string start = "<!DOCTYPE html>\n";
+  EXPECT_TRUE(text.starts_with(start)) << text;
+  EXPECT_NE(text.find("<pre>frame 3\nno such texture\n</pre>"), std::string::npos) << text;
+  const std::string json = report({path(), "--json"}).output;
+  EXPECT_EQ(report({path(), "--json", "--html", page}).output, json);
+  EXPECT_TRUE(report({path(), "--html", "-"}).output.starts_with(start));
 }
 
 TEST_F(ReportVerb, WritesJson) {
