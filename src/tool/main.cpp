@@ -64,6 +64,7 @@ int parseAndRun(int argc, const char* const* argv) {
   addExec(&app, &action);
   addRun(&app, &action);
   addSubmit(&app, &action);
+  addReport(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

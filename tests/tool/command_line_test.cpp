@@ -20,7 +20,7 @@ TEST(ToolCommandLine, ListsItsVerbs) {
   const ProcessResult result = runTool({"--help"});
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
   for (const char* verb :
-       {"expand", "check", "explain", "make", "schema", "exec", "run", "submit"}) {
+       {"expand", "check", "explain", "make", "schema", "exec", "run", "submit", "report"}) {
     EXPECT_NE(result.output.find("\n  " + std::string(verb) + " "), std::string::npos) << verb;
   }
 }

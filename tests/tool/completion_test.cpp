@@ -45,7 +45,10 @@ class Completion : public testing::Test {
     folder_.write("dawn.xml", "");
     folder_.write("dusk light.xml", "");
     folder_.write("frames.tsv", "");
+    folder_.write("old.jsonl", "");
     folder_.makeFolder("shots");
+    folder_.makeFolder("shots/runlet-job");
+    folder_.write("shots/runlet-job/20261122-211530-3f2a.jsonl", "");
     program_ = folder_.write("shots/runlet-job", hostile, 0755);
     setPartitions(threePartitions);
   }
@@ -60,7 +63,8 @@ class Completion : public testing::Test {
     options.arguments = {"/bin/bash", "--norc", "-c", script, "test", file(), program_};
     options.arguments.insert(options.arguments.end(), words.begin(), words.end());
     options.folder = folder_.path();
-    options.environment = {{"PATH", folder_.file("shots") + ":/usr/bin:/bin"}};
+    options.environment = {{"PATH", folder_.file("shots") + ":/usr/bin:/bin"},
+                           {"XDG_STATE_HOME", folder_.file("shots")}};
     const ProcessResult result = runProcess(options);
     EXPECT_EQ(result.error, "");
     EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
@@ -105,7 +109,7 @@ std::set<std::string> linesOf(const std::string& text) {
 }
 
 const Row rows[] = {
-    {{""}, "--help\n--version\ncheck\nexec\nexpand\nexplain\nmake\nrun\nschema\nsubmit\n"},
+    {{""}, "--help\n--version\ncheck\nexec\nexpand\nexplain\nmake\nreport\nrun\nschema\nsubmit\n"},
     {{"ex"}, "exec\nexpand\nexplain\n"},
     {{"--v"}, "--version\n"},
     {{"x"}, ""},
@@ -152,6 +156,10 @@ const Row rows[] = {
      "--chunk\n--dry-run\n--failed-of\n--help\n--keep-env\n--partition\n--sbatch-option\n--"
      "throttle\n--wait\n"
      "-a\n-n\n-s\n"},
+    {{"report", ""}, "20261122-211530-3f2a\nlast\nold.jsonl\nshots\n"},
+    {{"report", "2"}, "20261122-211530-3f2a\n"},
+    {{"report", "-"}, "--help\n--html\n--json\n--trace\n"},
+    {{"report", "last", "--trace", "f"}, "frames.tsv\n"},
     {{"submit", "--throttle", ""}, ""},
     {{"submit", "--partition", "f"}, "farm\nfast\n"},
 };
@@ -182,7 +190,7 @@ std::set<std::string> wordsOfHelp(const std::string& help, const std::string& he
 TEST_F(Completion, ProposesAllVerbsAndOptionsOfTheHelp) {
   const std::string help = runTool({"--help"}).output;
   const std::set<std::string> verbs = wordsOfHelp(help, "Subcommands:");
-  EXPECT_EQ(verbs.size(), 8U);
+  EXPECT_EQ(verbs.size(), 9U);
   std::set<std::string> words = verbs;
   words.merge(wordsOfHelp(help, "Options:"));
   EXPECT_EQ(linesOf(proposalsFor({""})), words);
@@ -201,8 +209,8 @@ TEST_F(Completion, ProposesTheCodeOfEveryRule) {
 
 TEST_F(Completion, DoesNotRunTheProgram) {
   for (const Row& row : rows) proposalsFor(row.words);
-  EXPECT_EQ(filesInFolder(),
-            (std::set<std::string>{"dawn.xml", "dusk light.xml", "frames.tsv", "shots"}));
+  EXPECT_EQ(filesInFolder(), (std::set<std::string>{"dawn.xml", "dusk light.xml", "frames.tsv",
+                                                    "old.jsonl", "shots"}));
 }
 
 // Inserted into the command line as text, without being evaluated by the shell.
@@ -227,8 +235,8 @@ TEST_F(Completion, TreatsTheOutputOfSinfoAsText) {
             "night\n");
   EXPECT_EQ(proposalsFor({"submit", "--partition", "fa"}), "fast\\;\\ touch\\ four\n");
   EXPECT_EQ(proposalsFor({"submit", "--partition", "[fn]"}), "");
-  EXPECT_EQ(filesInFolder(),
-            (std::set<std::string>{"dawn.xml", "dusk light.xml", "frames.tsv", "shots"}));
+  EXPECT_EQ(filesInFolder(), (std::set<std::string>{"dawn.xml", "dusk light.xml", "frames.tsv",
+                                                    "old.jsonl", "shots"}));
 }
 
 // readline quotes them.

@@ -113,6 +113,8 @@ TEST_F(HostileText, ReachesNoTerminalThroughAnyVerb) {
       {"make", "--user", hostile, "--", "/bin/echo"},
       {"make", "--folder", hostile, "--frames", hostile, "--", "/bin/echo"},
       {"make", hostile, hostile, "--", "/bin/echo"},
+      {"report", none + ".jsonl"},
+      {"report", job + ".jsonl"},
       {"schema", hostile},
       {hostile},
       {"--" + hostile},

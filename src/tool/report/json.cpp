@@ -1,0 +1,158 @@
+#include "tool/report/json.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "tool/report/statistics.h"
+#include "tool/text/characters.h"
+#include "tool/text/json.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr int version = 1;
+
+// In the order of BatchState.
+constexpr const char* stateNames[] = {"running", "finished", "killed"};
+
+bool areUtf8(const std::vector<std::string>& texts) {
+  return std::all_of(texts.begin(), texts.end(),
+                     [](const std::string& text) { return isUtf8(text); });
+}
+
+Json listOf(const std::vector<std::string>& texts, const JsonStrings& string) {
+  Json list = Json::array();
+  for (const std::string& text : texts) list.push_back(string(text));
+  return list;
+}
+
+template <typename Value>
+Json orNull(const std::optional<Value>& value) {
+  return value ? Json(*value) : Json();
+}
+
+Json sessionJson(const Overview& overview, std::size_t number) {
+  const Session& session = overview.record.sessions[number];
+  const bool inBytes =
+      !areUtf8(session.options) || !areUtf8({session.stopReason, session.toolVersion, session.verb,
+                                             session.job, session.folder, session.process.host});
+  const JsonStrings string(inBytes);
+  Json row;
+  row["begin"] = session.begin;
+  row["end"] = orNull(session.end);
+  row["seconds"] = overview.sessions[number].length();
+  row["stopReason"] = string.orNull(!session.stopReason.empty(), session.stopReason);
+  row["tool"] = string(session.toolVersion);
+  row["verb"] = string(session.verb);
+  row["options"] = listOf(session.options, string);
+  row["job"] = string(session.job);
+  row["folder"] = string(session.folder);
+  row["uid"] = session.uid;
+  row["gid"] = session.gid;
+  row["host"] = string(session.process.host);
+  row["pid"] = session.process.process;
+  row["atATime"] = session.atATime;
+  row["timeLimit"] = session.timeLimit;
+  row["bytes"] = inBytes;
+  return row;
+}
+
+// The exit code or the signal; null for all other ends.
+Json numberOf(const Attempt& attempt, Ending ending) {
+  return attempt.end && attempt.result.ending == ending ? Json(attempt.result.number) : Json();
+}
+
+// `countsFor` is the task whose standing is that of the attempt.
+Json attemptJson(const Overview& overview, std::size_t number,
+                 std::optional<std::int32_t> countsFor) {
+  const Attempt& attempt = overview.record.attempts[number];
+  const AttemptState& state = overview.attempts[number];
+  const bool inBytes = !areUtf8(attempt.words) || !areUtf8({attempt.log, attempt.result.word});
+  const JsonStrings string(inBytes);
+  Json row;
+  row["task"] = attempt.task;
+  row["attempt"] = attempt.number;
+  row["session"] = attempt.session + 1;
+  row["countsFor"] = orNull(countsFor);
+  row["argv"] = listOf(attempt.words, string);
+  row["log"] = string.orNull(!attempt.log.empty(), attempt.log);
+  row["begin"] = attempt.begin;
+  row["end"] = orNull(attempt.end);
+  row["result"] = standingKey(state.standing);
+  row["code"] = numberOf(attempt, Ending::failed);
+  row["signal"] = numberOf(attempt, Ending::killed);
+  row["reason"] = string.orNull(!attempt.result.word.empty(), attempt.result.word);
+  row["wall"] = state.wall;
+  row["cpu"] = attempt.cpu;
+  row["peakMemory"] = attempt.peakMemory;
+  row["slot"] = state.slot + 1;
+  row["bytes"] = inBytes;
+  return row;
+}
+
+Json durationsJson(const std::vector<double>& sorted) {
+  if (sorted.empty()) return {};
+  Json row;
+  row["min"] = sorted.front();
+  row["median"] = quantile(sorted, 0.5);
+  row["p90"] = quantile(sorted, 0.9);
+  row["p99"] = quantile(sorted, 0.99);
+  row["max"] = sorted.back();
+  return row;
+}
+
+Json totalsJson(const Overview& overview) {
+  Json results;
+  for (std::size_t i = 0; i < standingCount; ++i) {
+    results[standingKey(static_cast<Standing>(i))] = overview.tasksByStanding[i].count();
+  }
+  Json row;
+  row["tasks"] = overview.tasks.size();
+  row["results"] = results;
+  row["attempts"] = overview.attempts.size();
+  row["seconds"] = overview.running;
+  row["wall"] = overview.wall;
+  row["cpu"] = overview.cpu;
+  row["peakMemory"] = overview.peakMemory;
+  row["atATime"] = overview.atATime();
+  row["lostAttempts"] = overview.lostAttempts;
+  row["lostSeconds"] = overview.lost;
+  row["durations"] = durationsJson(overview.durations);
+  return row;
+}
+
+// For each attempt, the task that it counts for.
+std::vector<std::optional<std::int32_t>> tasksOfAttempts(const Overview& overview) {
+  std::vector<std::optional<std::int32_t>> tasks(overview.attempts.size());
+  for (const TaskState& task : overview.tasks) {
+    if (task.attempt) tasks[*task.attempt] = task.task;
+  }
+  return tasks;
+}
+
+}  // namespace
+
+std::string reportJson(const Overview& overview) {
+  Json head;
+  head["format"] = "runlet-job report";
+  head["version"] = version;
+  head["id"] = overview.record.id;
+  head["state"] = stateNames[static_cast<std::size_t>(overview.state)];
+  std::string text = head.dump();
+  text.pop_back();  // the closing brace, since the rest follows
+  text += ", \"sessions\": [";
+  for (std::size_t i = 0; i < overview.sessions.size(); ++i) {
+    text += (i == 0 ? "\n " : ",\n ") + sessionJson(overview, i).dump();
+  }
+  text += "\n], \"attempts\": [";
+  const std::vector<std::optional<std::int32_t>> tasks = tasksOfAttempts(overview);
+  for (std::size_t i = 0; i < overview.attempts.size(); ++i) {
+    text += (i == 0 ? "\n " : ",\n ") + attemptJson(overview, i, tasks[i]).dump();
+  }
+  return text + "\n], \"totals\": " + totalsJson(overview).dump() + "}\n";
+}
+
+}  // namespace runlet_tool

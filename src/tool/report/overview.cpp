@@ -1,0 +1,249 @@
+#include "tool/report/overview.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "tool/report/units.h"
+#include "tool/text/characters.h"
+
+namespace runlet_tool {
+namespace {
+
+struct StandingText {
+  const char* name;
+  const char* key;
+};
+
+// In the order of Standing.
+constexpr StandingText standingTexts[standingCount] = {
+    {"succeeded", "succeeded"}, {"failed", "failed"},           {"killed", "killed"},
+    {"timed out", "timed-out"}, {"interrupted", "interrupted"}, {"not started", "not-started"},
+    {"other", "other"},         {"cut off", "cut-off"},         {"running", "running"},
+    {"waiting", "waiting"},
+};
+static_assert(static_cast<int>(Standing::other) == static_cast<int>(Ending::other));
+
+BatchState stateOf(const Record& record, bool isRunning) {
+  if (record.sessions.back().end) return BatchState::finished;
+  return isRunning ? BatchState::running : BatchState::killed;
+}
+
+// A session without an end lasted at least until the last event of its attempts.
+void setSessions(Overview* overview) {
+  for (const Session& session : overview->record.sessions) {
+    const RecordTime end = session.end.value_or(session.begin);
+    overview->sessions.push_back({session.begin, std::max(session.begin, end)});
+  }
+  Span& last = overview->sessions.back();
+  if (overview->state == BatchState::running) last.end = std::max(last.begin, overview->now);
+  for (const Attempt& attempt : overview->record.attempts) {
+    Span& span = overview->sessions[attempt.session];
+    if (overview->record.sessions[attempt.session].end) continue;
+    span.end = std::max(span.end, attempt.end.value_or(attempt.begin));
+  }
+  for (const Span& span : overview->sessions) overview->running += span.length();
+}
+
+Standing standingOf(const Overview& overview, const Attempt& attempt) {
+  if (attempt.end) return static_cast<Standing>(attempt.result.ending);
+  const bool isOfLast = attempt.session + 1 == overview.sessions.size();
+  return isOfLast && overview.state == BatchState::running ? Standing::running : Standing::cutOff;
+}
+
+AttemptState attemptState(const Overview& overview, const Attempt& attempt) {
+  AttemptState state;
+  state.standing = standingOf(overview, attempt);
+  const RecordTime known = overview.sessions[attempt.session].end;
+  state.span = {attempt.begin, std::max(attempt.begin, attempt.end.value_or(known))};
+  state.wall = attempt.end ? attempt.wall : state.span.length();
+  return state;
+}
+
+// Slots are assigned for each session: at its end nothing runs.
+void setSlots(Overview* overview) {
+  std::vector<std::vector<std::size_t>> members(overview->sessions.size());
+  for (std::size_t i = 0; i < overview->attempts.size(); ++i) {
+    members[overview->record.attempts[i].session].push_back(i);
+  }
+  for (const std::vector<std::size_t>& attempts : members) {
+    std::vector<Span> spans;
+    for (const std::size_t i : attempts) spans.push_back(overview->attempts[i].span);
+    const std::vector<std::size_t> slots = assignSlots(spans);
+    for (std::size_t i = 0; i < attempts.size(); ++i) {
+      overview->attempts[attempts[i]].slot = slots[i];
+      overview->slots = std::max(overview->slots, slots[i] + 1);
+    }
+  }
+}
+
+std::size_t placeOf(const std::vector<std::int32_t>& tasks, std::int32_t task) {
+  return static_cast<std::size_t>(std::lower_bound(tasks.begin(), tasks.end(), task) -
+                                  tasks.begin());
+}
+
+const TaskIdentity& identityOf(const Record& record, const Attempt& attempt) {
+  const Session& session = record.sessions[attempt.session];
+  return session.identities[placeOf(session.tasks, attempt.task)];
+}
+
+// The latest attempt of each task of the batch. The job may have changed between two sessions: then
+// an attempt counts for a task that runs the same now, not for the one that has its number now.
+void setLatestAttempts(Overview* overview) {
+  const Session& batch = overview->record.sessions.back();
+  // By identity, the attempts of tasks that run something else now, the latest for each number.
+  std::map<TaskIdentity, std::map<std::int32_t, std::size_t>> moved;
+  for (std::size_t i = 0; i < overview->attempts.size(); ++i) {
+    const Attempt& attempt = overview->record.attempts[i];
+    const TaskIdentity& identity = identityOf(overview->record, attempt);
+    const std::size_t place = placeOf(batch.tasks, attempt.task);
+    const bool isThere = place < batch.tasks.size() && batch.tasks[place] == attempt.task &&
+                         batch.identities[place] == identity;
+    if (isThere) {
+      overview->tasks[place].attempt = i;
+    } else {
+      moved[identity][attempt.task] = i;
+    }
+  }
+  for (std::size_t i = 0; i < overview->tasks.size() && !moved.empty(); ++i) {
+    const auto found = moved.find(batch.identities[i]);
+    if (overview->tasks[i].attempt || found == moved.end()) continue;
+    overview->tasks[i].attempt = found->second.begin()->second;
+    found->second.erase(found->second.begin());
+    if (found->second.empty()) moved.erase(found);
+  }
+}
+
+void setTasks(Overview* overview) {
+  for (const std::int32_t task : overview->record.sessions.back().tasks) {
+    overview->tasks.push_back({task, Standing::notStarted, {}});
+  }
+  setLatestAttempts(overview);
+  const bool isRunning = overview->state == BatchState::running;
+  for (std::size_t i = 0; i < overview->tasks.size(); ++i) {
+    TaskState& state = overview->tasks[i];
+    state.standing = isRunning ? Standing::waiting : Standing::notStarted;
+    if (state.attempt) state.standing = overview->attempts[*state.attempt].standing;
+    if (isFailure(state.standing)) overview->failures.push_back(i);
+    overview->tasksByStanding[static_cast<std::size_t>(state.standing)].add(state.task);
+  }
+}
+
+bool hasDuration(const Attempt& attempt) {
+  return attempt.end && attempt.process != 0;
+}
+
+void setDurations(std::size_t mostSlowest, Overview* overview) {
+  for (std::size_t i = 0; i < overview->attempts.size(); ++i) {
+    if (!hasDuration(overview->record.attempts[i])) continue;
+    overview->durations.push_back(overview->attempts[i].wall);
+    overview->slowest.push_back(i);
+  }
+  std::sort(overview->durations.begin(), overview->durations.end());
+  std::stable_sort(overview->slowest.begin(), overview->slowest.end(),
+                   [&](std::size_t a, std::size_t b) {
+                     return overview->attempts[a].wall > overview->attempts[b].wall;
+                   });
+  overview->slowest.resize(std::min(overview->slowest.size(), mostSlowest));
+}
+
+bool isLost(Standing standing) {
+  return isFailure(standing) || standing == Standing::interrupted || standing == Standing::cutOff;
+}
+
+void addUp(Overview* overview) {
+  for (std::size_t i = 0; i < overview->attempts.size(); ++i) {
+    const Attempt& attempt = overview->record.attempts[i];
+    const AttemptState& state = overview->attempts[i];
+    overview->wall += state.wall;
+    overview->cpu += attempt.cpu;
+    if (attempt.peakMemory > overview->peakMemory) {
+      overview->peakMemory = attempt.peakMemory;
+      overview->peakAttempt = i;
+    }
+    if (!isLost(state.standing)) continue;
+    ++overview->lostAttempts;
+    overview->lost += state.wall;
+  }
+}
+
+}  // namespace
+
+const char* standingName(Standing standing) {
+  return standingTexts[static_cast<std::size_t>(standing)].name;
+}
+
+const char* standingKey(Standing standing) {
+  return standingTexts[static_cast<std::size_t>(standing)].key;
+}
+
+bool isFailure(Standing standing) {
+  return standing == Standing::failed || standing == Standing::killed ||
+         standing == Standing::timedOut || standing == Standing::other;
+}
+
+Overview overviewOf(Record record, bool isRunning, RecordTime now, std::size_t mostSlowest) {
+  Overview overview;
+  overview.record = std::move(record);
+  overview.now = now;
+  overview.state = stateOf(overview.record, isRunning);
+  setSessions(&overview);
+  for (const Attempt& attempt : overview.record.attempts) {
+    overview.attempts.push_back(attemptState(overview, attempt));
+  }
+  setSlots(&overview);
+  setTasks(&overview);
+  setDurations(mostSlowest, &overview);
+  addUp(&overview);
+  return overview;
+}
+
+std::string stateText(const Overview& overview) {
+  const Session& last = overview.record.sessions.back();
+  switch (overview.state) {
+    case BatchState::running:
+      return "running on " + shortened(visible(last.process.host), 100) + " as process " +
+             std::to_string(last.process.process);
+    case BatchState::killed:
+      return "killed, without having recorded its end";
+    default:
+      return sessionEndText(overview, overview.sessions.size() - 1);
+  }
+}
+
+std::string sessionEndText(const Overview& overview, std::size_t session) {
+  const Session& recorded = overview.record.sessions[session];
+  const bool isLast = session + 1 == overview.sessions.size();
+  if (!recorded.end) {
+    return isLast && overview.state == BatchState::running ? "running" : "killed";
+  }
+  if (recorded.stopReason.empty()) return "finished";
+  return "ended early (" + shortened(visible(recorded.stopReason), 200) + ")";
+}
+
+std::string attemptTaskText(const Overview& overview, std::size_t attempt) {
+  const Attempt& recorded = overview.record.attempts[attempt];
+  std::string text = "task " + std::to_string(recorded.task);
+  if (recorded.number > 1) text += ", attempt " + std::to_string(recorded.number);
+  return text;
+}
+
+std::string endText(const Overview& overview, std::size_t attempt) {
+  const Standing standing = overview.attempts[attempt].standing;
+  if (!overview.record.attempts[attempt].end) return standingName(standing);
+  return shortened(visible(describe(overview.record.attempts[attempt].result)), 200);
+}
+
+std::string numbersText(const TaskNumbers& numbers) {
+  constexpr std::size_t most = 40;
+  const std::string text = numbers.text();
+  return text.size() <= most ? text : text.substr(0, text.rfind(' ', most) + 1) + "...";
+}
+
+std::string sessionCommand(const Session& session, std::size_t most) {
+  std::vector<std::string> words = {"runlet-job", session.verb};
+  words.insert(words.end(), session.options.begin(), session.options.end());
+  return commandText(words, most);
+}
+
+}  // namespace runlet_tool

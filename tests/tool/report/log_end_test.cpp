@@ -1,0 +1,66 @@
+// The last lines of logs, which anybody may have written.
+
+#include "tool/report/log_end.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "temp_folder.h"
+
+namespace runlet_tool {
+namespace {
+
+using runlet_test::TempFolder;
+using Lines = std::vector<std::string>;
+
+TEST(LogEnd, IsItsLastLines) {
+  const TempFolder folder;
+  const std::string longLine(5000, 'x');
+  const struct {
+    std::string text;
+    Lines lines;
+  } rows[] = {
+      {"", {}},
+      {"one", {"one"}},
+      {"one\n", {"one"}},
+      {"one\ntwo\nthree\n", {"two", "three"}},
+      {"one\r\n\n", {"one", ""}},
+      {"a\033[2J\xff\xe2\x80\xae\n", {"a\\x1b[2J\\xff\\u202e"}},
+      {longLine, {std::string(200, 'x') + "..."}},
+      {"one\n" + longLine + "\nend\n", {"end"}},  // begins within a line
+      {"one\n" + std::string(4092, 'x') + "\nt\n", {std::string(200, 'x') + "...", "t"}},
+      {"one\n" + std::string(4094, 'x') + "\n", {std::string(200, 'x') + "..."}},
+  };
+  for (const auto& row : rows) {
+    const LogEnd end = readLogEnd(folder.write("log", row.text), 2);
+    EXPECT_EQ(end.error, "");
+    EXPECT_EQ(end.lines, row.lines) << row.text.substr(0, 40);
+  }
+}
+
+TEST(LogEnd, IsReadFromRegularFilesOnly) {
+  const TempFolder folder;
+  folder.write("log", "text");
+  std::filesystem::create_symlink(folder.file("log"), folder.file("link"));
+  ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
+  const struct {
+    std::string path;
+    std::string error;
+  } rows[] = {
+      {folder.file("none"), std::strerror(ENOENT)}, {folder.file("link"), std::strerror(ELOOP)},
+      {folder.file("pipe"), "not a regular file"},  {folder.path(), "not a regular file"},
+      {"/dev/zero", "not a regular file"},          {"/proc/self/mem", ""},  // of no size
+  };
+  for (const auto& row : rows) {
+    const LogEnd end = readLogEnd(row.path, 5);
+    EXPECT_EQ(end.error, row.error) << row.path;
+    EXPECT_EQ(end.lines, Lines()) << row.path;
+  }
+}
+
+}  // namespace
+}  // namespace runlet_tool
