@@ -160,7 +160,14 @@ int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch) {
 
 int Recording::choose(const RecordOptions& options, Batch* batch) {
   const std::string complaint = findStateFolder(&stateFolder_);
-  if (!complaint.empty()) return giveUp("no folder for records: " + complaint);
+  if (!complaint.empty()) {
+    if (options.file.empty() && !options.resume) {
+      return giveUp("no folder for records: " + complaint +
+                    "; --record FILE creates one elsewhere");
+    }
+    say("cannot find out whether the job is running already: " + complaint);
+    stateFolder_.clear();
+  }
   const std::string taken = claim(batch->context.jobFile);
   if (!taken.empty()) return giveUp(shortShellWord(batch->context.jobFile) + ": " + taken);
   job_ = identitiesOf(*batch);
@@ -180,6 +187,7 @@ int Recording::choose(const RecordOptions& options, Batch* batch) {
 }
 
 std::string Recording::claim(const std::string& what) {
+  if (stateFolder_.empty()) return "";
   claims_.push_back(std::make_unique<Claim>(stateFolder_, what));
   return claims_.back()->complaint();
 }
