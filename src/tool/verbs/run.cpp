@@ -10,11 +10,11 @@
 #include "exec/start.h"
 #include "tool/batch/batch.h"
 #include "tool/batch/become_task.h"
-#include "tool/record/ends.h"
 #include "tool/batch/logs.h"
 #include "tool/batch/scheduler.h"
 #include "tool/batch/starter.h"
 #include "tool/batch/summary.h"
+#include "tool/record/ends.h"
 #include "tool/system/exit_status.h"
 #include "tool/system/signals.h"
 #include "tool/text/characters.h"
@@ -26,7 +26,6 @@ namespace runlet_tool {
 namespace {
 
 constexpr char name[] = "run";
-constexpr std::chrono::seconds grace(10);
 
 struct RunOptions {
   BatchOptions batch;
@@ -44,11 +43,11 @@ std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
 TaskSource taskSource(const Batch& batch, Starter* starter) {
   return {batch.tasks.size(),
           [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); },
-          [&batch, starter](std::size_t index, int log, pid_t* process) {
+          [&batch, starter](std::size_t index, int log, const Announce& announce, pid_t* process) {
             runlet::TaskStart start;
             // Cannot fail: the check has composed every task.
             composeStart(batch.context, batch.tasks[index] - 1, &start);
-            return starter->start(start, log, process);
+            return starter->start(start, log, announce, process);
           }};
 }
 
@@ -57,12 +56,13 @@ int runTasksOf(const Batch& batch, const RunOptions& options, Starter* starter) 
   // Held until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;
   const RunOutcome outcome =
-      runTasks(taskSource(batch, starter), {options.jobs, timeLimitOf(batch), grace}, signals);
+      runTasks(taskSource(batch, starter), {options.jobs, timeLimitOf(batch), usualGrace}, signals);
   const int status = writeSummary(batch, outcome.ends, stdout);
   const std::string& id = options.endLinesId;
   if (!id.empty()) put(endLines(id, batch.tasks, outcome.ends));
   if (outcome.signal != 0) {
     std::fflush(stdout);  // whether it worked no longer matters to the status
+    starter->end();       // otherwise it would end what is deliberately left running
     endBySignal(outcome.signal);
   }
   return status;
