@@ -14,10 +14,7 @@
 #include "exec/start.h"
 #include "tool/batch/batch.h"
 #include "tool/batch/become_task.h"
-<<<<<<< ours
 #include "tool/batch/expected.h"
-=======
->>>>>>> theirs
 #include "tool/batch/logs.h"
 #include "tool/batch/recording.h"
 #include "tool/batch/scheduler.h"
