@@ -169,6 +169,10 @@ esac
 """
 
 
+# In the name of the folder for the logs of a batch.
+BATCH_ID = re.compile(r"-\d{8}-\d{6}-[0-9a-f]{4}")
+
+
 class Scene:
     """A folder with a job of two tasks, and programs that replace Slurm's."""
 
@@ -233,7 +237,8 @@ class Scene:
         return len(self.text(self.calls / program) or "") // 2
 
     def files(self):
-        return {str(path.relative_to(self.folder)) for path in self.folder.rglob("*")}
+        paths = (str(path.relative_to(self.folder)) for path in self.folder.rglob("*"))
+        return {BATCH_ID.sub("-ID", path) for path in paths}
 
     def remove(self):
         shutil.rmtree(self.folder)
@@ -353,6 +358,8 @@ def in_work(name):
 
 MAKE = ["--frames", "1-3", "--timeout", "5", "--", "/bin/echo", "%tp1"]
 
+RECORD = ["--record", lambda scene: str(scene.folder / "record.jsonl")]
+
 SCENARIOS = [
     Scenario("GetInfo", [ADAPTER, "-o", "GetInfo"], has_no_other_output),
     Scenario("NewTask", [ADAPTER, "-o", "NewTask", "-j", job, "-s", "1", "-n", "2"],
@@ -369,11 +376,11 @@ SCENARIOS = [
     Scenario("make of a task file",
              [TOOL, "make", "-o", in_work("new.xml"), "--tasks", in_work("tasks"), "--timeout", "5",
               "--", "/bin/echo", "%tp1"], has_new_job, complaint=incomplete_new_job),
-    Scenario("run", [TOOL, "run", job, "--jobs", "2"], has_all_reports),
+    Scenario("run", [TOOL, "run", job, "--jobs", "2", *RECORD], has_all_reports),
     Scenario("run of an application",
-             [TOOL, "run", job, "-a", lambda scene: str(scene.application / "any")],
+             [TOOL, "run", job, "-a", lambda scene: str(scene.application / "any"), *RECORD],
              has_all_reports, command="task"),
-    Scenario("run that is interrupted", [TOOL, "run", job, "--jobs", "2"], never,
+    Scenario("run that is interrupted", [TOOL, "run", job, "--jobs", "2", *RECORD], never,
              status=-signal.SIGTERM, sleeps=True),
     Scenario("submit", [TOOL, "submit", job], has_all_arrays, complaint=unreported_array),
     Scenario("submit in parts", [TOOL, "submit", job], has_all_arrays,
@@ -627,7 +634,7 @@ def may_end_by_signal(case, outcome):
 def is_strange(scenario, name):
     """Whether a file of that name is unexpected unless it exists without a fault, too."""
     # How many tasks have begun at the interrupt depends on timing.
-    is_of_task = re.fullmatch(r"work/(report\.|job-)[12](\.log)?", name) is not None
+    is_of_task = re.fullmatch(r"work/(report\.[12]|job-ID/job-[12]\.log)", name) is not None
     return not name.startswith("calls/") and not (scenario.sleeps and is_of_task)
 
 

@@ -56,7 +56,7 @@ void describeSession(const Batch& batch, const SessionLimits& limits, Session* s
   session->toolVersion = RUNLET_VERSION;
   session->verb = "run";
   session->options = ownArguments();
-  session->options.erase(session->options.begin());  // the verb
+  if (!session->options.empty()) session->options.erase(session->options.begin());  // the verb
   session->job = batch.context.jobFile;
   session->appPath = batch.context.appPath;
   session->digest = digestOfFile(session->job);
