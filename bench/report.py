@@ -53,6 +53,13 @@ class Figures:
         self.memory = memory(results / "memory.tsv")
         self.processes = processes(results, "processes")
         self.tool = processes(results, "tool")
+        self.batch = processes(results, "batch")
+        self.batch_cpu = processes(results, "batch", lambda run: run["user"] + run["system"])
+        self.growth = processes(results, "growth")
+        self.batch_memory = {
+            name: int(kilobytes)
+            for name, kilobytes in rows_of(results / "batch_memory.tsv")
+        }
         self.sizes = sorted(int(name.split("/")[1]) for name in self.launch.values)
 
 
@@ -74,12 +81,36 @@ def memory(path):
     return {name: statistics.median(values) for name, values in peaks.items()}
 
 
-def processes(results, kind):
+def processes(results, kind, seconds=lambda run: run["median"]):
     rounds = Rounds()
-    for path in results.glob(f"{kind}-*.json"):
+    for path in sorted(results.glob(f"{kind}-*.json")):
         for run in json.loads(path.read_text())["results"]:
-            rounds.add(run["command"], run["median"] * 1000)
+            rounds.add(run["command"], seconds(run) * 1000)
     return rounds
+
+
+def rows_of(path):
+    return [line.split("\t") for line in path.read_text().splitlines()]
+
+
+def batch_checks(figures):
+    rows = []
+    for at_a_time in (2, 8):
+        names = f"run/{at_a_time}", f"xargs/{at_a_time}"
+        what = f"{at_a_time} tasks at a time / `xargs`"
+        rows.append((f"wall time of run, {what}", figures.batch.ratio(*names), 2.0, 3.0))
+        rows.append((f"CPU time of run, {what}", figures.batch_cpu.ratio(*names), 2.0, 3.0))
+    values = figures.growth.values
+    cost = {
+        job: statistics.median(
+            all_tasks - one for all_tasks, one in zip(values[f"{job}/501"], values[f"{job}/1"], strict=True)
+        )
+        for job in ("few", "many")
+    }
+    rows.append(("a task of run, in a job of 100,000 / of 501", cost["many"] / cost["few"], 1.2, 1.6))
+    more = (figures.batch_memory["run"] - figures.batch_memory["load"]) / 1024
+    rows.append(("memory of run of 100,000 tasks above the load, MB", more, 20.0, 20.0))
+    return rows
 
 
 def checks(figures):
@@ -113,6 +144,7 @@ def checks(figures):
     for verb in ("check", "expand"):
         ratio = figures.tool.ratio(verb, "load")
         rows.append((f"{verb} of 100,000 tasks / load by the adapter", ratio, 2.0, 2.6))
+    rows += batch_checks(figures)
     fill_in = functions.ratio("fillIn", "fillInByPrintf")
     split = functions.ratio("split", "splitByStrtok")
     rows.append(("fill-in of ten placeholders / printf", fill_in, 4.0, 6.0))
@@ -245,8 +277,20 @@ def tool_table(figures):
     )
 
 
+def batch_table(figures):
+    rows = []
+    for at_a_time in (2, 8):
+        for name in ("xargs", "run", "ninja", "parallel"):
+            both = f"{name}/{at_a_time}", f"xargs/{at_a_time}"
+            wall, cpu = figures.batch, figures.batch_cpu
+            program = "`runlet-job run`" if name == "run" else f"`{name}`"
+            rows.append([program, str(at_a_time), f"{wall.median(both[0]):.0f}", f"{wall.ratio(*both):.2f}",
+                         f"{cpu.median(both[0]):.0f}", f"{cpu.ratio(*both):.2f}"])
+    return table(["", "at a time", "ms", "/ `xargs`", "CPU ms", "/ `xargs`"], rows)
+
+
 def instructions_table(path):
-    rows = [line.split("\t") for line in path.read_text().splitlines()]
+    rows = rows_of(path)
     return table(["", "instructions"], [[what, f"{int(count):,}"] for what, count in rows])
 
 
@@ -271,6 +315,7 @@ def write_page(figures, rows, results):
         "PROGRAMS": table(*processes_table(figures, "task", PROGRAMS)),
         "FUNCTIONS": functions_table(figures),
         "TOOL": tool_table(figures),
+        "BATCH": batch_table(figures),
         "INSTRUCTIONS": instructions_table(results / "instructions.tsv"),
     }
     for name, text in parts.items():

@@ -6,6 +6,7 @@
 #include <grp.h>
 #include <linux/capability.h>
 #include <pwd.h>
+#include <sched.h>
 #include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -158,6 +159,34 @@ static void reportCoreFile(const char* call) {
   dprintf(STDERR_FILENO, "core file at %s: %s\n", call, isLeft ? "yes" : "no");
 }
 
+static pid_t nextWait4(pid_t pid, int* status, int options, rusage* usage) {
+  using Function = pid_t (*)(pid_t, int*, int, rusage*);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "wait4"))(pid, status, options, usage);
+}
+
+// As if the first relevant status had been taken by another waiter, or none could be taken.
+static pid_t waitWithLoss(pid_t pid, int* status, int options, rusage* usage) {
+  static pid_t lost = 0;
+  if (lost == 0 && status != nullptr) {
+    lost = pid;
+    status = nullptr;
+  }
+  const bool isLost = pid == lost;
+  if (isLost && faultIs("lost-status")) {
+    nextWait4(pid, status, options, usage);
+    lost = -2;
+  }
+  if (!isLost) return nextWait4(pid, status, options, usage);
+  errno = ECHILD;
+  return -1;
+}
+
+extern "C" pid_t wait4(pid_t pid, int* status, int options, rusage* usage) noexcept {
+  const bool isLossy = faultIs("lost-status") || faultIs("kept-status");
+  return isLossy ? waitWithLoss(pid, status, options, usage)
+                 : nextWait4(pid, status, options, usage);
+}
+
 extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
   if (faultIs("stopped-first")) {
     // As for a child that stopped under a debugger and then continued.
@@ -165,23 +194,11 @@ extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
     if (status != nullptr) *status = W_STOPCODE(SIGSTOP);
     return pid;
   }
-  // As if the first relevant status had been taken by another waiter, or none could be taken.
-  static pid_t lost = 0;
-  if (lost == 0 && status != nullptr && (faultIs("lost-status") || faultIs("kept-status"))) {
-    lost = pid;
-    status = nullptr;
-  }
-  if (pid == lost && faultIs("kept-status")) {
-    errno = ECHILD;
-    return -1;
-  }
-  using Function = pid_t (*)(pid_t, int*, int);
-  const pid_t result =
-      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);
-  const bool isLost = pid == lost && result == pid;
-  if (isLost) lost = -2;
-  // For the other fault: as if every child had already been reaped.
-  if (isLost || faultIs("lost-ends")) {
+  const pid_t result = faultIs("lost-status") || faultIs("kept-status")
+                           ? waitWithLoss(pid, status, options, nullptr)
+                           : nextWait4(pid, status, options, nullptr);
+  if (faultIs("lost-ends")) {
+    // As if every child had already been reaped.
     errno = ECHILD;
     return -1;
   }
@@ -197,10 +214,14 @@ extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
 constexpr long speedup = 60;
 constexpr long nanosecondsPerSecond = 1'000'000'000;
 
+static bool isClockFast() {
+  return faultIs("fast-clock") || faultIs("fast-clock-without-pidfds");
+}
+
 extern "C" int clock_gettime(clockid_t clock, timespec* time) {
   using Function = int (*)(clockid_t, timespec*);
   const int result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "clock_gettime"))(clock, time);
-  if (clock != CLOCK_MONOTONIC || !faultIs("fast-clock")) return result;
+  if (clock != CLOCK_MONOTONIC || !isClockFast()) return result;
   const long fraction = time->tv_nsec * speedup;
   *time = {time->tv_sec * speedup + fraction / nanosecondsPerSecond,
            fraction % nanosecondsPerSecond};
@@ -209,7 +230,7 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) {
 
 extern "C" int sigtimedwait(const sigset_t* signals, siginfo_t* info, const timespec* time) {
   timespec real = *time;
-  if (faultIs("fast-clock")) {
+  if (isClockFast()) {
     const long rest = time->tv_sec % speedup * nanosecondsPerSecond + time->tv_nsec;
     real = {time->tv_sec / speedup, rest / speedup};
   }
@@ -337,6 +358,10 @@ extern "C" long syscall(long number, ...) noexcept {
       errno = error;
       return -1;
     }
+  }
+  if (number == SYS_clone && (values[0] & CLONE_PIDFD) != 0 &&
+      refusedIf(faultIs("fast-clock-without-pidfds")) != 0) {
+    return -1;
   }
   if (number == SYS_capget && refusedIf(faultIs("capget-refused")) != 0) return -1;
   using Function = long (*)(long, ...);

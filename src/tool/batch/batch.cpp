@@ -1,9 +1,12 @@
 #include "tool/batch/batch.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "adapter/task_range.h"
 #include "exec/start.h"
@@ -66,7 +69,24 @@ void settle(AdapterContext* context, const char* verb) {
   std::fprintf(stderr, "runlet-job: %s: the tasks run as %s\n", verb, note.c_str());
 }
 
-bool selectTasks(const char* verb, Batch* batch) {
+// The range that is checked.
+RangeOptions rangeOf(const BatchOptions& options) {
+  if (options.tasks.empty()) return options.range;
+  return {options.tasks.front(), options.tasks.back() - options.tasks.front() + 1};
+}
+
+// The given tasks, all of which the job must have.
+bool selectGiven(const std::vector<std::int32_t>& tasks, const char* verb, Batch* batch) {
+  batch->tasks = tasks;
+  const std::size_t count = batch->context.taskList.size();
+  if (static_cast<std::size_t>(tasks.back()) <= count) return true;
+  std::fprintf(stderr, "runlet-job: %s: no task %d: %s has %s\n", verb,
+               static_cast<int>(tasks.back()), visible(batch->context.jobFile).c_str(),
+               quantity(count, "task").c_str());
+  return false;
+}
+
+bool selectRange(const char* verb, Batch* batch) {
   const runlet::TaskRange range = requestedTasks(batch->context);
   for (std::int32_t i = range.first; i < range.end && isTask(batch->context, i); ++i) {
     batch->tasks.push_back(i + 1);
@@ -96,18 +116,37 @@ int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   AdapterContext& context = batch->context;
   const std::string jobFile = fullPath(currentFolder(), options.job);
   Question question = {jobFile, options.appPath, requestUser()};
-  question.range = options.range;
+  question.range = rangeOf(options);
   const int status = checkJob(question, verb, &context);
   if (status != exitFine) return status;
   context.userName.clear();  // was only for the check
-  setRange(options.range, &context);
+  setRange(question.range, &context);
   settle(&context, verb);
-  if (!selectTasks(verb, batch)) return exitFailing;
+  const bool hasTasks =
+      options.tasks.empty() ? selectRange(verb, batch) : selectGiven(options.tasks, verb, batch);
+  if (!hasTasks) return exitFailing;
+  batch->isWhole = !question.range.isGiven();
+  batch->attempts.assign(batch->tasks.size(), 1);
   batch->name = jobName(context.jobFile);
   batch->folder = fullPath(currentFolder(), runFolder(context));
   const bool hasLogFolder = !context.logFolder.empty();
   batch->logFolder = hasLogFolder ? fullPath(batch->folder, context.logFolder) : batch->folder;
   return exitFine;
+}
+
+bool requireRunFolder(const Batch& batch, const char* verb) {
+  const int folder = doAsTaskUser(batch.context, [&] {
+    const int entered = open(batch.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    const bool mayEnter = entered != -1 && faccessat(entered, ".", X_OK, AT_EACCESS) == 0;
+    return mayEnter ? entered : -1;
+  });
+  if (folder != -1) {
+    close(folder);
+    return true;
+  }
+  std::fprintf(stderr, "runlet-job: %s: cannot enter the run folder %s: %s\n", verb,
+               visible(batch.folder).c_str(), std::strerror(errno));
+  return false;
 }
 
 }  // namespace runlet_tool

@@ -15,16 +15,19 @@ struct BatchOptions {
   std::string job;
   RangeOptions range;
   std::string appPath;
+  std::vector<std::int32_t> tasks = {};  // ascending; empty = as the range says
 };
 
 // A loaded and checked job.
 struct Batch {
   // `jobFile` is a full path; `uid` and `gid` are those the tasks will run with.
   runlet::AdapterContext context;
-  std::vector<std::int32_t> tasks;  // numbers from 1, ascending; at least one
-  std::string name;                 // of the job, usable in a file name
-  std::string folder;               // the run folder, as a full path
-  std::string logFolder;            // as a full path
+  std::vector<std::int32_t> tasks;     // numbers from 1, ascending; at least one
+  bool isWhole = true;                 // they are all tasks of the job
+  std::vector<std::int32_t> attempts;  // the numbers of their last attempts; parallel to `tasks`
+  std::string name;                    // of the job, usable in a file name
+  std::string folder;                  // the run folder, as a full path
+  std::string logFolder;               // as a full path
 };
 
 // Loads the job, checks it as `check` does, and selects the tasks to run. The file is read once:
@@ -35,5 +38,8 @@ struct Batch {
 // and `*batch` is unusable. Standard error also gets notes that do not prevent the run: the number
 // of warnings, and that the tasks cannot have the job's user or group.
 int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch);
+
+// False, after a message on standard error, if the user of the tasks cannot enter the run folder.
+bool requireRunFolder(const Batch& batch, const char* verb);
 
 }  // namespace runlet_tool

@@ -60,10 +60,10 @@ int logDigits(const Batch& batch) {
   return static_cast<int>(std::to_string(batch.context.taskList.size()).size());
 }
 
-std::string logPath(const Batch& batch, std::int32_t task) {
-  const std::string file =
-      batch.name + withoutLineEnd("-%0*d.log", logDigits(batch), static_cast<int>(task));
-  return fullPath(batch.logFolder, file);
+std::string logPath(const Batch& batch, std::int32_t task, std::int32_t attempt) {
+  std::string file = batch.name + withoutLineEnd("-%0*d", logDigits(batch), static_cast<int>(task));
+  if (attempt > 1) file.append(".").append(std::to_string(attempt));
+  return fullPath(batch.logFolder, file + ".log");
 }
 
 bool makeLogFolder(const Batch& batch, const char* verb) {
@@ -78,9 +78,10 @@ bool makeLogFolder(const Batch& batch, const char* verb) {
   return false;
 }
 
-int openLog(const Batch& batch, std::int32_t task) {
-  return doAsTaskUser(batch.context,
-                      [&] { return openNew(logPath(batch, task), 0666 & ~maskFor(batch)); });
+int openLog(const Batch& batch, std::int32_t task, std::int32_t attempt) {
+  return doAsTaskUser(batch.context, [&] {
+    return openNew(logPath(batch, task, attempt), 0666 & ~maskFor(batch));
+  });
 }
 
 }  // namespace runlet_tool

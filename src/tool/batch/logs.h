@@ -11,8 +11,8 @@ namespace runlet_tool {
 // The number of digits of task numbers in the names of the job's logs.
 int logDigits(const Batch& batch);
 
-// The path of the task's log.
-std::string logPath(const Batch& batch, std::int32_t task);
+// The path of the task's log. Attempts after the first have logs of their own.
+std::string logPath(const Batch& batch, std::int32_t task, std::int32_t attempt = 1);
 
 // Creates the log folder and its parents, if missing, as the user that the tasks run as. The job's
 // mask decides who may enter them; only that user may write to them. False, after a message on
@@ -22,6 +22,6 @@ bool makeLogFolder(const Batch& batch, const char* verb);
 // Creates the task's log and opens it for writing, as the user that the tasks run as. An existing
 // file of that name is removed first. The job's mask decides who may read the log; only that user
 // may write to it. Returns -1, with the reason in errno, on failure. The descriptor closes on exec.
-int openLog(const Batch& batch, std::int32_t task);
+int openLog(const Batch& batch, std::int32_t task, std::int32_t attempt = 1);
 
 }  // namespace runlet_tool

@@ -1,5 +1,6 @@
 #include "tool/batch/scheduler.h"
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "tool/batch/guard.h"
 #include "tool/batch/starter.h"
 #include "tool/text/terminal.h"
 
@@ -34,13 +36,21 @@ Instant after(milliseconds time) {
   return std::chrono::ceil<milliseconds>(std::chrono::steady_clock::now()) + time;
 }
 
-TaskEnd withoutProcess(const char* what, int error) {
-  return {Ending::other, 0, std::string(what) + " (" + std::strerror(error) + ")"};
+double sinceEpoch() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
-// Signals the group of `process`, or the process itself if it has moved to another group.
-void signalGroup(pid_t process, int signal) {
-  if (kill(-process, signal) != 0) kill(process, signal);
+double secondsOf(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+}
+
+// "signal 2 (Interrupt)"
+std::string signalText(int signal) {
+  return "signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
+}
+
+TaskEnd withoutProcess(const char* what, int error) {
+  return {Ending::other, 0, std::string(what) + " (" + std::strerror(error) + ")"};
 }
 
 // A child that has ended but is not reaped yet, so that its id is not reused; 0 if none has, -1
@@ -53,16 +63,29 @@ pid_t endedChild() {
 // The process of a task.
 struct Running {
   std::size_t task;
-  std::optional<Instant> deadline;  // of the next step to end it
-  std::optional<Ending> forced;     // why it is being ended, if it is
+  TaskTry attempt;
+  std::chrono::steady_clock::time_point begin;
+  std::optional<Instant> deadline = {};  // of the next step to end it
+  std::optional<Ending> forced = {};     // why it is being ended, if it is
 };
 
-TaskEnd takeEnd(pid_t process, const Running& running) {
+// Reaps the process, and completes its attempt.
+void takeEnd(pid_t process, Running* running) {
   // Before the process is reaped: afterwards the id may belong to another group.
-  if (running.forced) kill(-process, SIGKILL);
+  if (running->forced) kill(-process, SIGKILL);
   int status = 0;
-  if (waitpid(process, &status, 0) != process) return withoutProcess("end unknown", errno);
-  return running.forced ? TaskEnd{*running.forced, 0, ""} : endOfStatus(status);
+  rusage usage{};
+  const bool isKnown = wait4(process, &status, 0, &usage) == process;
+  TaskTry& attempt = running->attempt;
+  if (!isKnown) {
+    attempt.end = withoutProcess("end unknown", errno);
+  } else if (running->forced) {
+    attempt.end = {*running->forced, 0, ""};
+  } else {
+    attempt.end = endOfStatus(status);
+  }
+  attempt.cpu = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
+  attempt.peakMemory = std::int64_t{usage.ru_maxrss} * 1024;
 }
 
 class Scheduler {
@@ -80,6 +103,10 @@ class Scheduler {
   milliseconds waitingTime() const;
 
   void startNext();
+  int start(std::size_t task, int log, TaskTry* attempt);
+  void finish(std::size_t task, TaskTry* attempt);
+  void finishRunning(Running* running);
+  void stop(const std::string& reason, const char* fate = "");
   void takeEnded();
   void loseSight(int error);
   void interrupt(int signal);
@@ -137,28 +164,64 @@ milliseconds Scheduler::waitingTime() const {
 
 void Scheduler::startNext() {
   const std::size_t task = next_++;
+  TaskTry attempt;
+  attempt.beginTime = sinceEpoch();
   const int log = source_.openLog(task);
   if (log == -1) {
-    outcome_.ends[task] = withoutProcess("cannot open log", errno);
-    return;
+    attempt.end = withoutProcess("cannot open log", errno);
+    return finish(task, &attempt);
   }
-  pid_t process = 0;
-  const int error = source_.start(task, log, &process);
+  const int error = start(task, log, &attempt);
   close(log);
-  if (error == starterGone) {
-    isOver_ = true;
-    std::fputs(
-        "runlet-job: run: the process that starts the tasks has ended; no further tasks are "
-        "started\n",
-        stderr);
-    return;
-  }
-  if (error != 0) {
-    outcome_.ends[task] = withoutProcess("cannot be started", error);
-    return;
-  }
-  const auto [position, isNew] = processes_.insert({process, {task, {}, {}}});
+  if (error == starterGone) return stop("the process that starts the tasks has ended");
+  if (error == 0) return;
+  if (error != startForbidden) attempt.end = withoutProcess("cannot be started", error);
+  finish(task, &attempt);
+}
+
+// As `Starter::start`. If the program is not allowed to run, the end of the attempt says why.
+int Scheduler::start(std::size_t task, int log, TaskTry* attempt) {
+  const auto announce = [&](pid_t process) {
+    TaskTry begun = *attempt;
+    begun.process = process;
+    begun.beginTime = attempt->beginTime = sinceEpoch();
+    if (!source_.started || source_.started(task, begun)) return true;
+    attempt->end = withoutProcess("cannot record its start", errno);
+    stop(std::string("cannot record the start of a task: ") + std::strerror(errno));
+    return false;
+  };
+  pid_t process = 0;
+  const int error = source_.start(task, log, announce, &process);
+  if (error != 0) return error;
+  attempt->process = process;
+  const auto begin = std::chrono::steady_clock::now();
+  const auto [position, isNew] = processes_.insert({process, {task, *attempt, begin}});
   if (limits_.timeLimit) setDeadline(&*position, after(*limits_.timeLimit));
+  return 0;
+}
+
+// Takes the end of an attempt that has one.
+void Scheduler::finish(std::size_t task, TaskTry* attempt) {
+  attempt->endTime = sinceEpoch();
+  if (source_.ended && !source_.ended(task, attempt)) {
+    stop(std::string("cannot record the end of a task: ") + std::strerror(errno));
+  }
+  outcome_.ends[task] = attempt->end;
+}
+
+void Scheduler::finishRunning(Running* running) {
+  const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - running->begin;
+  running->attempt.wall = wall.count();
+  finish(running->task, &running->attempt);
+}
+
+// Only the first reason counts. `fate` is what happens to running tasks, if anything does.
+void Scheduler::stop(const std::string& reason, const char* fate) {
+  if (isOver_) return;
+  isOver_ = true;
+  if (outcome_.stopReason.empty()) outcome_.stopReason = reason;
+  std::fprintf(stderr, "runlet-job: run: %s; %sno further tasks are started\n", reason.c_str(),
+               fate);
 }
 
 void Scheduler::takeEnded() {
@@ -176,8 +239,10 @@ void Scheduler::takeEnded() {
       return loseSight(errno);
     }
     setDeadline(&*position, {});
-    outcome_.ends[position->second.task] = takeEnd(process, position->second);
+    Running running = std::move(position->second);
     processes_.erase(position);
+    takeEnd(process, &running);
+    finishRunning(&running);
   }
 }
 
@@ -185,22 +250,21 @@ void Scheduler::takeEnded() {
 void Scheduler::loseSight(int error) {
   // If they are not our children, their ids may belong to any process.
   const bool areOurs = error != ECHILD;
-  std::fprintf(stderr,
-               "runlet-job: run: cannot find out how tasks end: %s; running tasks are %s, and "
-               "no further tasks are started\n",
-               std::strerror(error), areOurs ? "killed" : "left running");
-  for (const Processes::value_type& process : processes_) {
+  stop(std::string("cannot find out how tasks end: ") + std::strerror(error),
+       areOurs ? "running tasks are killed, and " : "running tasks are left running, and ");
+  for (Processes::value_type& process : processes_) {
     if (areOurs) signalGroup(process.first, SIGKILL);
-    outcome_.ends[process.second.task] = withoutProcess("end unknown", error);
+    process.second.attempt.end = withoutProcess("end unknown", error);
+    finishRunning(&process.second);
   }
   processes_.clear();
   deadlines_.clear();
-  isOver_ = true;
 }
 
 void Scheduler::interrupt(int signal) {
   const bool isFirst = outcome_.signal == 0;
   if (isFirst) outcome_.signal = signal;
+  if (outcome_.stopReason.empty()) outcome_.stopReason = "interrupted by " + signalText(signal);
   for (Processes::value_type& process : processes_) {
     if (!isFirst) {
       killNow(&process);

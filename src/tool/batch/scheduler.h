@@ -11,10 +11,23 @@
 #include <string>
 #include <vector>
 
+#include "tool/batch/starter.h"
 #include "tool/record/ends.h"
 #include "tool/system/signals.h"
 
 namespace runlet_tool {
+
+// One try to run a task. Points in time are seconds since 1970 in UTC, with a fraction.
+struct TaskTry {
+  TaskEnd end;
+  pid_t process = 0;  // 0 if the program was not allowed to run, or there was no process
+  double beginTime = 0;
+  double endTime = 0;
+  double wall = 0;              // seconds, by a clock that is never set
+  double cpu = 0;               // seconds, of the task and the children it has waited for
+  std::int64_t peakMemory = 0;  // bytes, of the largest of these processes, or of the starter
+                                // process if that is larger
+};
 
 // The tasks to run, numbered from 0 here.
 struct TaskSource {
@@ -24,7 +37,14 @@ struct TaskSource {
   std::function<int(std::size_t)> openLog;
   // Starts a task with that log, as `Starter::start` does: in a child of this process that leads
   // its own process group.
-  std::function<int(std::size_t, int log, pid_t* process)> start;
+  std::function<int(std::size_t, int log, const Announce& announce, pid_t* process)> start;
+  // May be empty. Called before the program of a task may run, with `process` and `beginTime`. If
+  // it returns false, with the reason in errno, the program does not run, and no further tasks are
+  // started.
+  std::function<bool(std::size_t, const TaskTry&)> started = {};
+  // May be empty. Called once for each try that has ended or could not be started, and may change
+  // its `end`. If it returns false, with the reason in errno, no further tasks are started.
+  std::function<bool(std::size_t, TaskTry*)> ended = {};
 };
 
 struct SchedulerLimits {
@@ -36,6 +56,7 @@ struct SchedulerLimits {
 struct RunOutcome {
   std::vector<TaskEnd> ends;  // of every task
   int signal = 0;             // that interrupted the run; 0 = none
+  std::string stopReason;     // why no further tasks were started, for people; empty if they were
 };
 
 // Runs the tasks in order until all have ended, with a progress bar on a terminal. A task that
@@ -44,8 +65,11 @@ struct RunOutcome {
 // ends by itself are left alone.
 //
 // After SIGINT, SIGTERM, SIGHUP or SIGQUIT no further tasks are started, and running tasks are
-// ended; a second signal kills them at once. If a task could not be started, the word of its end
-// says why.
+// ended; a second signal kills them at once. If a task could not be started, or its program was not
+// allowed to run, the word of its end says why.
+//
+// If the end of a task cannot be recorded, standard error says so, no further tasks are started,
+// and running tasks continue; likewise if `started` does not allow a task to run.
 //
 // If the starter has ended, standard error says so, no further tasks are started, and running tasks
 // continue. If waiting for tasks fails, standard error says so, no further tasks are started, and

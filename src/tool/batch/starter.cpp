@@ -15,8 +15,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <numeric>
+#include <span>
 #include <string>
 
+#include "tool/batch/guard.h"
 #include "tool/system/exit_status.h"
 #include "tool/system/files.h"
 #include "tool/system/sockets.h"
@@ -26,7 +29,12 @@ namespace {
 
 using runlet::TaskStart;
 
-// Everything needed to start a task.
+// What the starter process inherits.
+struct Links {
+  int socket;  // requests and answers
+  int input;   // the standard input of tasks
+};
+
 struct StartRequest {
   runlet::TaskStart start;  // both outputs go to the log, whatever the job says
   int log = -1;
@@ -67,127 +75,158 @@ Header headerOf(const TaskStart& start) {
 }
 
 // False if the other side has ended.
-bool sendRequest(int socket, const StartRequest& request) {
-  const Header header = headerOf(request.start);
-  const int descriptors[] = {request.log, request.leave};
-  if (!sendMessage(socket, &header, sizeof header, descriptors)) return false;
-  const auto all = texts(request.start);
-  return std::all_of(all.begin(), all.end(), [=](const std::string* text) {
-    return sendBytes(socket, text->data(), text->size());
-  });
+bool sendRequest(int socket, const TaskStart& start, int log, int leave) {
+  const Header header = headerOf(start);
+  std::string message(reinterpret_cast<const char*>(&header), sizeof header);
+  for (const std::string* text : texts(start)) message += *text;
+  // The socket is blocking, so that one call is enough however long the texts are.
+  const int descriptors[] = {log, leave};
+  return sendMessage(socket, message.data(), message.size(), descriptors);
 }
 
 // False if the other side has ended, even in the middle of a request. In either case the caller
-// closes the descriptors.
+// closes the descriptors, which are -1 if there are too many open files.
 bool receiveRequest(int socket, StartRequest* request) {
   Header header{};
   int descriptors[2];
   if (!receiveMessage(socket, &header, sizeof header, descriptors)) return false;
   request->log = descriptors[0];
   request->leave = descriptors[1];
-  if (request->log == -1 || request->leave == -1) return false;
   request->start.rights.gid = header.gid;
   request->start.rights.uid = header.uid;
   request->start.rights.umask = header.umask;
   request->start.redirectStderr = false;  // both outputs are the log already
+  const std::size_t size =
+      std::accumulate(header.lengths.begin(), header.lengths.end(), std::size_t{0});
+  std::string all(size, '\0');
+  if (!receiveBytes(socket, all.data(), all.size())) return false;
+  std::size_t begin = 0;
   for (std::size_t i = 0; i < header.lengths.size(); ++i) {
-    std::string* const text = texts(&request->start)[i];
-    text->resize(header.lengths[i]);
-    if (!receiveBytes(socket, text->data(), text->size())) return false;
+    texts(&request->start)[i]->assign(all, begin, header.lengths[i]);
+    begin += header.lengths[i];
   }
   return true;
 }
 
-bool takeStreams(int log) {
-  const int input = open("/dev/null", O_RDONLY);
-  return input != -1 && dup2(input, STDIN_FILENO) != -1 && close(input) == 0 &&
-         dup2(log, STDOUT_FILENO) != -1 && dup2(log, STDERR_FILENO) != -1;
+bool takeStreams(int input, int log) {
+  return dup2(input, STDIN_FILENO) != -1 && dup2(log, STDOUT_FILENO) != -1 &&
+         dup2(log, STDERR_FILENO) != -1;
 }
 
 // noexcept: this process is a copy of the run, whose exception handlers must not run here.
-[[noreturn]] void runTask(int socket, StartRequest* request, const sigset_t& mask,
+[[noreturn]] void runTask(const Links& links, StartRequest* request, const sigset_t& mask,
                           const KeptVariables& kept) noexcept {
-  close(socket);  // the run must see end of file when the starter has ended
-  char leave = 0;
-  if (!receiveBytes(request->leave, &leave, 1)) _exit(exitNoTask);
-  sigprocmask(SIG_SETMASK, &mask, nullptr);
+  close(links.socket);  // the run must see end of file when the starter has ended
   // Without its own session, the task could not be ended together with its children.
-  if (setsid() == -1 || !takeStreams(request->log)) {
+  if (setsid() == -1 || !takeStreams(links.input, request->log)) {
     dprintf(request->log, "runlet-job: task not started: %s\n", std::strerror(errno));
     _exit(exitNoTask);
   }
+  char leave = 0;
+  if (!receiveBytes(request->leave, &leave, 1)) _exit(exitNoTask);
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
   _exit(becomeStart(&request->start, kept));  // all that was written has gone out
 }
 
-// Like fork, but the new process is a child of this process's parent.
-pid_t forkSibling() {
-  return static_cast<pid_t>(
-      syscall(SYS_clone, CLONE_PARENT | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+// Like fork, but the new process is a child of this process's parent. `*descriptor` gets its pidfd;
+// it is unchanged if the system has none, and may be null.
+pid_t forkSibling(int* descriptor) {
+  constexpr unsigned long flags = CLONE_PARENT | SIGCHLD;
+  if (descriptor != nullptr) {
+    const long process =
+        syscall(SYS_clone, flags | CLONE_PIDFD, nullptr, descriptor, nullptr, nullptr);
+    if (process != -1) return static_cast<pid_t>(process);
+  }
+  return static_cast<pid_t>(syscall(SYS_clone, flags, nullptr, nullptr, nullptr, nullptr));
 }
 
-StartAnswer startTask(int socket, StartRequest* request, const sigset_t& mask,
-                      const KeptVariables& kept) {
-  const pid_t process = forkSibling();
-  if (process == 0) runTask(socket, request, mask, kept);
-  return {process == -1 ? errno : 0, process};
+StartAnswer startTask(const Links& links, StartRequest* request, const sigset_t& mask,
+                      const KeptVariables& kept, TaskGuard* guard) {
+  int descriptor = -1;
+  const pid_t process = forkSibling(guard->hasRoom() ? &descriptor : nullptr);
+  if (process == 0) runTask(links, request, mask, kept);
+  if (process == -1) return {errno, -1};
+  guard->add(process, descriptor);
+  return {0, process};
 }
 
 // Runs until the run has ended, and blocks all signals: those from a terminal are for the run and
 // the tasks.
-[[noreturn]] void serve(int socket, const KeptVariables& kept) noexcept {
+[[noreturn]] void serve(const Links& links, const KeptVariables& kept,
+                        std::chrono::milliseconds grace) noexcept {
   sigset_t all;
   sigset_t mask;
   sigfillset(&all);
   sigprocmask(SIG_SETMASK, &all, &mask);
   std::signal(SIGCHLD, SIG_DFL);
   openStreams();  // so that no received descriptor gets the number of a stream
-  while (true) {
+  TaskGuard guard;
+  bool isAnswered = true;
+  while (isAnswered) {
     StartRequest request;
-    if (!receiveRequest(socket, &request)) break;
-    const StartAnswer answer = startTask(socket, &request, mask, kept);
+    if (!receiveRequest(links.socket, &request)) break;
+    const bool isComplete = request.log != -1 && request.leave != -1;
+    const StartAnswer answer =
+        isComplete ? startTask(links, &request, mask, kept, &guard) : StartAnswer{EMFILE, -1};
     close(request.log);
     close(request.leave);
-    if (!sendBytes(socket, &answer, sizeof answer)) break;
+    isAnswered = sendBytes(links.socket, &answer, sizeof answer);
   }
+  // The run was killed; at its own end it kills this process.
+  guard.endAll(grace);
   _exit(EXIT_SUCCESS);
 }
 
 }  // namespace
 
-Starter::Starter(const KeptVariables& kept) {
+Starter::Starter(const KeptVariables& kept, std::chrono::milliseconds grace) {
   Sockets sockets;
-  error_ = makeSockets(SOCK_STREAM, &sockets);
+  const int input = aboveStreams(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  error_ = input == -1 ? errno : makeSockets(SOCK_STREAM, &sockets);
   if (error_ == 0) process_ = fork();
   if (process_ == 0) {
     close(sockets.ours);
-    serve(sockets.theirs, kept);
+    serve({sockets.theirs, input}, kept, grace);
   }
   if (error_ == 0 && process_ == -1) error_ = errno;
+  close(input);
   close(sockets.theirs);
   socket_ = sockets.ours;
 }
 
 Starter::~Starter() {
+  end();
   close(socket_);
-  // The scheduler may have reaped it already, so that the id is no longer ours.
-  if (process_ == -1 || waitpid(process_, nullptr, WNOHANG) != 0) return;
-  kill(process_, SIGKILL);  // at once, even if it is stopped
-  waitpid(process_, nullptr, 0);
 }
 
-int Starter::start(const runlet::TaskStart& start, int log, pid_t* process) const {
+int Starter::start(const runlet::TaskStart& start, int log, const Announce& announce,
+                   pid_t* process) const {
   // The task begins only after its process id is known here: if the starter ends halfway, no
   // unknown process is left running.
   Sockets leave;
   StartAnswer answer{makeSockets(SOCK_STREAM, &leave), -1};
-  const bool isAnswered = answer.error != 0 || (sendRequest(socket_, {start, log, leave.theirs}) &&
+  const bool isAnswered = answer.error != 0 || (sendRequest(socket_, start, log, leave.theirs) &&
                                                 receiveBytes(socket_, &answer, sizeof answer));
+  bool isAllowed = false;
   if (isAnswered && answer.error == 0) {
     *process = answer.process;
-    sendBytes(leave.ours, "", 1);
+    isAllowed = !announce || announce(answer.process);
+    if (isAllowed) sendBytes(leave.ours, "", 1);
   }
   closeSockets(leave);
-  return isAnswered ? answer.error : starterGone;
+  if (!isAnswered) return starterGone;
+  if (answer.error != 0 || isAllowed) return answer.error;
+  kill(answer.process, SIGKILL);  // it ends by itself unless somebody has stopped it
+  waitpid(answer.process, nullptr, 0);
+  return startForbidden;
+}
+
+void Starter::end() {
+  // The scheduler may have reaped it already, so that the id is no longer ours.
+  if (process_ == -1 || waitpid(process_, nullptr, WNOHANG) != 0) return;
+  kill(process_, SIGKILL);  // before it sees end of file, and at once, even if it is stopped
+  waitpid(process_, nullptr, 0);
+  process_ = -1;
 }
 
 }  // namespace runlet_tool

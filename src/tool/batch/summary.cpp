@@ -1,5 +1,6 @@
 #include "tool/batch/summary.h"
 
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -40,8 +41,9 @@ std::string totalsText(const Batch& batch, const Totals& totals) {
   return text;
 }
 
-std::string taskText(const Batch& batch, std::int32_t task, const TaskEnd& end, bool hasColour,
+std::string taskText(const Batch& batch, std::size_t index, const TaskEnd& end, bool hasColour,
                      Preview* preview) {
+  const std::int32_t task = batch.tasks[index];
   previewCommand(batch.context, task - 1, preview);
   const bool isFine = end.ending == Ending::succeeded;
   std::string text = "task " + std::to_string(task) + ": ";
@@ -49,7 +51,7 @@ std::string taskText(const Batch& batch, std::int32_t task, const TaskEnd& end, 
   text.append(": ").append(shellCommand(preview->words)).append("\n");
   if (isFine || end.ending == Ending::notStarted) return text;
   std::string log;
-  appendShellWord(logPath(batch, task), &log);
+  appendShellWord(logPath(batch, task, batch.attempts[index]), &log);
   return text.append("  log: ").append(log).append("\n");
 }
 
@@ -60,11 +62,17 @@ int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends, std::FILE
   Totals totals;
   Preview preview;
   for (std::size_t i = 0; i < ends.size(); ++i) {
-    std::fputs(taskText(batch, batch.tasks[i], ends[i], hasColour, &preview).c_str(), out);
-    totals[{ends[i].ending, ends[i].word}].add(batch.tasks[i]);
+    std::fputs(taskText(batch, i, ends[i], hasColour, &preview).c_str(), out);
+    const bool isOther = ends[i].ending == Ending::other;
+    totals[{ends[i].ending, isOther ? ends[i].word : ""}].add(batch.tasks[i]);
   }
   std::fprintf(out, "%s\n", totalsText(batch, totals).c_str());
-  const bool isFine = totals.size() == 1 && totals.begin()->first.first == Ending::succeeded;
+  return statusOf(ends);
+}
+
+int statusOf(const std::vector<TaskEnd>& ends) {
+  const bool isFine = std::all_of(
+      ends.begin(), ends.end(), [](const TaskEnd& end) { return end.ending == Ending::succeeded; });
   return isFine ? exitFine : exitFailing;
 }
 

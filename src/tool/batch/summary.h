@@ -15,4 +15,7 @@ namespace runlet_tool {
 // exitFailing.
 int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends, std::FILE* out);
 
+// exitFine if all tasks succeeded, otherwise exitFailing.
+int statusOf(const std::vector<TaskEnd>& ends);
+
 }  // namespace runlet_tool

@@ -9,10 +9,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <span>
+#include <thread>
 
 #include "tool/batch/task_rights.h"
 #include "tool/system/signals.h"
@@ -40,6 +42,12 @@ bool becomeTaskUser(const AdapterContext& context) {
   leaveNoCore();
   errno = EPERM;  // unless the ids and capabilities are as they should be
   return keepsNothing({context.gid, context.uid, "", 0});
+}
+
+// Whether the user of the tasks has other rights than this process.
+bool hasOtherRights(const AdapterContext& context) {
+  const bool isSameGroup = static_cast<gid_t>(context.gid) == getegid();
+  return isOfAnother(context.uid) || (geteuid() == 0 && !isSameGroup);
 }
 
 int doWithoutMask(const std::function<int()>& work) {
@@ -84,8 +92,11 @@ bool awaitAnswer(int socket) {
 // does not end even then, and is reaped later along with other children.
 void endChild(pid_t child) {
   kill(child, SIGKILL);
-  for (int pause = 1; pause < 2000 && waitpid(child, nullptr, WNOHANG) == 0; pause *= 2) {
-    poll(nullptr, 0, pause);
+  using std::chrono::microseconds;
+  constexpr microseconds longest = std::chrono::seconds(2);
+  for (microseconds pause(20); pause < longest && waitpid(child, nullptr, WNOHANG) == 0;
+       pause *= 2) {
+    std::this_thread::sleep_for(pause);
   }
 }
 
@@ -126,7 +137,7 @@ std::string settleTaskUser(AdapterContext* context) {
 }
 
 int doAsTaskUser(const AdapterContext& context, const std::function<int()>& work) {
-  if (geteuid() != 0) return doWithoutMask(work);
+  if (!hasOtherRights(context)) return doWithoutMask(work);
   Sockets sockets;
   int error = makeSockets(SOCK_SEQPACKET, &sockets);
   int descriptor = -1;

@@ -17,10 +17,10 @@ std::string settleTaskUser(runlet::AdapterContext* context);
 
 // Calls `work`, which inspects, creates or opens files. `context` has been settled.
 //
-// For root, `work` has only the rights of the tasks' user and group: if a folder belongs to that
-// user, links in it must not make root write elsewhere. It then runs in a child process, so that
-// this process never changes its rights: in "/", without a controlling terminal, and with no
-// descriptors but the standard streams.
+// For root, unless the tasks have root's own user and group, `work` has only the rights of the
+// tasks' user and group: if a folder belongs to that user, links in it must not make root write
+// elsewhere. It then runs in a child process, so that this process never changes its rights: in
+// "/", without a controlling terminal, and with no descriptors but the standard streams.
 //
 // Files are created with exactly the modes that `work` gives: no mask applies.
 //

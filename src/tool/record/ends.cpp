@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <string_view>
@@ -40,7 +41,7 @@ struct EndName {
 // In the order of Ending.
 constexpr EndName endNames[] = {
     {"succeeded", Ending::succeeded, 0, 0},
-    {"failed", Ending::failed, 1, 255},
+    {"failed", Ending::failed, 0, 255},
     {"killed", Ending::killed, 1, NSIG - 1},
     {"timed-out", Ending::timedOut, 0, 0},
     {"interrupted", Ending::interrupted, 0, 0},
@@ -78,6 +79,10 @@ void setRanges(std::string_view ranges, const TaskEnd& end, const std::vector<st
 
 }  // namespace
 
+bool hasWord(const TaskEnd& end) {
+  return end.ending == Ending::other || (end.ending == Ending::failed && end.number == 0);
+}
+
 TaskEnd endOfStatus(int waitStatus) {
   if (WIFSIGNALED(waitStatus)) return {Ending::killed, WTERMSIG(waitStatus), ""};
   const int code = WEXITSTATUS(waitStatus);
@@ -91,20 +96,21 @@ std::string_view endName(Ending ending) {
 std::optional<TaskEnd> endOfName(std::string_view name, int number, std::string word) {
   for (const EndName& row : endNames) {
     if (row.name != name || number < row.lowest || number > row.highest) continue;
-    return TaskEnd{row.ending, number, row.ending == Ending::other ? std::move(word) : ""};
+    const TaskEnd end{row.ending, number, ""};
+    return hasWord(end) ? TaskEnd{row.ending, number, std::move(word)} : end;
   }
   return std::nullopt;
 }
 
 std::string describe(const TaskEnd& end) {
-  for (const EndingText& row : endingTexts) {
-    if (row.ending != end.ending) continue;
-    std::string text(row.text);
-    if (row.hasNumber) text += std::to_string(end.number);
-    if (end.ending == Ending::killed) text.append(" (").append(strsignal(end.number)).append(")");
-    return text;
-  }
-  return end.word;
+  if (hasWord(end)) return end.word;
+  const EndingText& row =
+      *std::find_if(std::begin(endingTexts), std::end(endingTexts),
+                    [&](const EndingText& candidate) { return candidate.ending == end.ending; });
+  std::string text(row.text);
+  if (row.hasNumber) text += std::to_string(end.number);
+  if (end.ending == Ending::killed) text.append(" (").append(strsignal(end.number)).append(")");
+  return text;
 }
 
 bool isEndLinesId(std::string_view id) {
@@ -134,7 +140,8 @@ void readEndLines(std::string_view text, std::string_view id,
     const std::optional number = parseNumber<int>(words[3]);
     if (!number) continue;
     const std::optional<TaskEnd> end = endOfName(words[2], *number, "unknown");
-    if (end) setRanges(words[4], *end, tasks, ends);
+    const bool hasCode = words[2] != endName(Ending::failed) || *number != 0;
+    if (end && hasCode) setRanges(words[4], *end, tasks, ends);
   }
 }
 

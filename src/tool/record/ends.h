@@ -11,7 +11,7 @@ namespace runlet_tool {
 
 enum class Ending {
   succeeded,
-  failed,       // `number` is its exit code
+  failed,       // `number` is its exit code; if that is 0, `word` says what is wrong nevertheless
   killed,       // by the signal `number`
   timedOut,     // ended because it exceeded the time limit
   interrupted,  // ended because the whole run was interrupted
@@ -27,6 +27,9 @@ struct TaskEnd {
   bool operator==(const TaskEnd&) const = default;
 };
 
+// Whether `word` describes the end.
+bool hasWord(const TaskEnd& end);
+
 // From the wait status of a process that exited or was killed by a signal.
 TaskEnd endOfStatus(int waitStatus);
 
@@ -34,11 +37,11 @@ TaskEnd endOfStatus(int waitStatus);
 // "interrupted", "not-started" or "other".
 std::string_view endName(Ending ending);
 
-// The end of that name, with its exit code or signal, or 0 for all others, and the word of
-// Ending::other. No value if there is no such end.
+// The end of that name, with its exit code or signal, or 0 for all others. `word` is for ends that
+// have one. No value if there is no such end.
 std::optional<TaskEnd> endOfName(std::string_view name, int number, std::string word);
 
-// "succeeded", "failed with exit code 3", "killed by signal 9 (Killed)", "timed out",
+// "succeeded", "failed with exit code 3" or the word if that is 0, "killed by signal 9 (Killed)", "timed out",
 // "interrupted", "not started", or the word.
 std::string describe(const TaskEnd& end);
 

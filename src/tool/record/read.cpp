@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <fstream>
 #include <limits>
 #include <map>
 #include <optional>
@@ -321,6 +322,21 @@ std::string readRecord(const std::string& path, Record* record) {
   }
   if (broken != 0) return damageIn(broken);
   return reader.isComplete() ? "" : "incomplete: the tasks of its last session are missing";
+}
+
+std::string jobOfRecord(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string line;
+  std::getline(file, line);
+  const Json event = Json::parse(line, nullptr, false);
+  if (!complaintAboutFirst(event).empty()) return "";
+  try {
+    return sessionOf(event).job;
+  } catch (const Json::exception&) {
+    return "";
+  } catch (const Damage&) {
+    return "";
+  }
 }
 
 }  // namespace runlet_tool

@@ -15,4 +15,8 @@ namespace runlet_tool {
 // After a failure, the content of `*record` is unspecified.
 std::string readRecord(const std::string& path, Record* record);
 
+// The path of the job whose record the file `path` is; empty if it is no record. Reads its first
+// line only.
+std::string jobOfRecord(const std::string& path);
+
 }  // namespace runlet_tool

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 
 namespace runlet_tool {
 namespace fs = std::filesystem;
@@ -23,6 +24,14 @@ std::string currentFolder() {
 std::string ownPath() {
   std::error_code error;
   return fs::read_symlink("/proc/self/exe", error).string();
+}
+
+std::vector<std::string> ownArguments() {
+  std::ifstream file("/proc/self/cmdline", std::ios::binary);
+  std::vector<std::string> all;
+  for (std::string word; std::getline(file, word, '\0');) all.push_back(word);
+  if (!all.empty()) all.erase(all.begin());
+  return all;
 }
 
 void openStreams() {

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace runlet_tool {
 
@@ -15,6 +16,9 @@ std::string currentFolder();
 
 // The path of the running program.
 std::string ownPath();
+
+// The arguments of the running program, without its name.
+std::vector<std::string> ownArguments();
 
 // Opens /dev/null for every closed standard stream, so that no other descriptor gets its number.
 void openStreams();

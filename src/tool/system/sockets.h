@@ -25,9 +25,9 @@ bool receiveBytes(int socket, void* bytes, std::size_t size);
 // Most descriptors per message.
 inline constexpr std::size_t mostDescriptors = 2;
 
-// The same with descriptors attached. `size` must be small enough for one call. Sent descriptors
-// still belong to the caller. Received ones close on exec and belong to the caller; -1 for each
-// that is missing, and for all after a failure.
+// The same with descriptors attached. A message on a SOCK_SEQPACKET socket must be small enough for
+// one call. Sent descriptors still belong to the caller. Received ones close on exec and belong to
+// the caller; -1 for each that is missing, and for all after a failure.
 bool sendMessage(int socket, const void* bytes, std::size_t size, std::span<const int> descriptors);
 bool receiveMessage(int socket, void* bytes, std::size_t size, std::span<int> descriptors);
 

@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -6,18 +7,23 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "exec/start.h"
 #include "tool/batch/batch.h"
 #include "tool/batch/become_task.h"
-#include "tool/record/ends.h"
+#include "tool/batch/expected.h"
 #include "tool/batch/logs.h"
+#include "tool/batch/recording.h"
 #include "tool/batch/scheduler.h"
 #include "tool/batch/starter.h"
 #include "tool/batch/summary.h"
+#include "tool/record/ends.h"
 #include "tool/system/exit_status.h"
 #include "tool/system/signals.h"
 #include "tool/text/characters.h"
+#include "tool/text/fields.h"
 #include "tool/text/terminal.h"
 #include "tool/verbs.h"
 #include "tool/verbs/options.h"
@@ -26,12 +32,13 @@ namespace runlet_tool {
 namespace {
 
 constexpr char name[] = "run";
-constexpr std::chrono::seconds grace(10);
 
 struct RunOptions {
   BatchOptions batch;
   std::int32_t jobs = 1;
-  std::string endLinesId;  // empty = no end lines
+  std::string endLinesId;  // empty = no end lines; otherwise there is no record
+  RecordOptions record;
+  std::vector<std::string> expected;  // patterns of files
   KeptVariables kept;
 };
 
@@ -41,31 +48,97 @@ std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
   return std::chrono::minutes(limit);
 }
 
-TaskSource taskSource(const Batch& batch, Starter* starter) {
+// A task that has succeeded fails if one of its files is missing.
+void lookForFiles(const Batch& batch, const RunOptions& options, std::size_t index, TaskEnd* end) {
+  if (end->ending != Ending::succeeded) return;
+  const std::string missing = missingFile(batch, batch.tasks[index], options.expected);
+  if (!missing.empty()) *end = {Ending::failed, 0, "did not make " + missing};
+}
+
+TaskSource taskSource(const Batch& batch, const RunOptions& options, Starter* starter) {
   return {batch.tasks.size(),
           [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); },
-          [&batch, starter](std::size_t index, int log, pid_t* process) {
+          [&batch, starter](std::size_t index, int log, const Announce& announce, pid_t* process) {
             runlet::TaskStart start;
             // Cannot fail: the check has composed every task.
             composeStart(batch.context, batch.tasks[index] - 1, &start);
-            return starter->start(start, log, process);
+            return starter->start(start, log, announce, process);
+          },
+          {},
+          [&batch, &options](std::size_t index, TaskTry* tried) {
+            lookForFiles(batch, options, index, &tried->end);
+            return true;
           }};
 }
 
-// Returns the exit status.
-int runTasksOf(const Batch& batch, const RunOptions& options, Starter* starter) {
+void addRecording(Recording* recording, Batch* batch, TaskSource* source) {
+  source->openLog = [=](std::size_t index) { return recording->openLog(index, batch); };
+  source->started = [=](std::size_t index, const TaskTry& tried) {
+    return recording->taskStarted(*batch, index, tried);
+  };
+  source->ended = [=, look = source->ended](std::size_t index, TaskTry* tried) {
+    return look(index, tried) && recording->taskEnded(index, *tried);
+  };
+}
+
+std::string stopText(const RunOutcome& outcome) {
+  if (outcome.signal == 0) return outcome.stopReason;
+  return "interrupted by signal " + std::to_string(outcome.signal) + " (" +
+         strsignal(outcome.signal) + ")";
+}
+
+// Returns the exit status. `recording` may be null.
+int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, Starter* starter) {
   // Held until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;
+  TaskSource source = taskSource(*batch, options, starter);
+  if (recording != nullptr) addRecording(recording, batch, &source);
   const RunOutcome outcome =
-      runTasks(taskSource(batch, starter), {options.jobs, timeLimitOf(batch), grace}, signals);
-  const int status = writeSummary(batch, outcome.ends, stdout);
+      runTasks(source, {options.jobs, timeLimitOf(*batch), usualGrace}, signals);
+  const int status =
+      options.record.asJson ? statusOf(outcome.ends) : writeSummary(*batch, outcome.ends, stdout);
+  const bool isRecorded = recording == nullptr || recording->end(stopText(outcome));
   const std::string& id = options.endLinesId;
-  if (!id.empty()) put(endLines(id, batch.tasks, outcome.ends));
+  if (!id.empty()) put(endLines(id, batch->tasks, outcome.ends));
   if (outcome.signal != 0) {
     std::fflush(stdout);  // whether it worked no longer matters to the status
+    starter->end();       // otherwise it would end what is deliberately left running
     endBySignal(outcome.signal);
   }
-  return status;
+  return isRecorded ? status : exitUnreadable;
+}
+
+SessionLimits sessionLimits(const Batch& batch, const RunOptions& options) {
+  const auto limit = timeLimitOf(batch);
+  return {options.jobs, limit ? std::chrono::duration<double>(*limit).count() : 0};
+}
+
+bool areFit(const std::vector<std::string>& patterns, const Batch& batch) {
+  for (const std::string& pattern : patterns) {
+    const std::string complaint = complaintAboutPattern(batch.context, pattern);
+    if (complaint.empty()) continue;
+    std::fprintf(stderr, "runlet-job: run: --expect: %s\n", complaint.c_str());
+    return false;
+  }
+  return true;
+}
+
+// Whether the tasks can be run, after a message on standard error if not.
+bool isReady(const Batch& batch, const RunOptions& options) {
+  return areFit(options.expected, batch) && requireFullApplication(batch.context) &&
+         requireRunFolder(batch, name);
+}
+
+int runRecorded(const RunOptions& options, Batch* batch, Starter* starter) {
+  Recording recording;
+  int status = recording.choose(options.record, batch);
+  if (status != exitFine || batch->tasks.empty()) return status;
+  if (!makeLogFolder(*batch, name)) return exitUnreadable;
+  status = recording.open(options.record, sessionLimits(*batch, options), *batch);
+  if (status != exitFine) return status;
+  std::fprintf(stderr, "runlet-job: run: batch %s, logs in %s\n", recording.id().c_str(),
+               visible(batch->logFolder).c_str());
+  return runTasksOf(batch, options, &recording, starter);
 }
 
 int runJob(const RunOptions& options) {
@@ -82,10 +155,74 @@ int runJob(const RunOptions& options) {
     return exitUnreadable;
   }
   Batch batch;
-  const int refusal = prepareBatch(options.batch, name, &batch);
-  if (refusal != exitFine) return refusal;
-  const bool isReady = requireFullApplication(batch.context) && makeLogFolder(batch, name);
-  return isReady ? runTasksOf(batch, options, &starter) : exitUnreadable;
+  BatchOptions selected = options.batch;
+  int status = takeJobFromRecord(options.record, &selected);
+  if (status == exitFine) status = prepareBatch(selected, name, &batch);
+  if (status != exitFine) return status;
+  if (!isReady(batch, options)) return exitUnreadable;
+  if (id.empty()) return runRecorded(options, &batch, &starter);
+  return makeLogFolder(batch, name) ? runTasksOf(&batch, options, nullptr, &starter)
+                                    : exitUnreadable;
+}
+
+// Numbers and ranges, such as "2,5-9", in any order.
+std::string readTasks(const std::string& text, std::vector<std::int32_t>* tasks) {
+  tasks->clear();
+  for (std::string_view range : split(',', text)) {
+    const std::string_view shown = range;
+    const std::optional first = parseNumber<std::int32_t>(takeUntil('-', &range));
+    const std::optional last = range.empty() ? first : parseNumber<std::int32_t>(range);
+    constexpr std::int64_t most = 10'000'000;
+    if (!first || !last || *first < 1 || *last < *first || *last > most || shown.ends_with('-')) {
+      return "not a list of task numbers such as 2,5-9: " + visible(text);
+    }
+    for (std::int32_t task = *first; task <= *last; ++task) tasks->push_back(task);
+  }
+  std::sort(tasks->begin(), tasks->end());
+  tasks->erase(std::unique(tasks->begin(), tasks->end()), tasks->end());
+  return tasks->empty() ? "not a list of task numbers such as 2,5-9: " + visible(text) : "";
+}
+
+void addRecordOptions(CLI::App* verb, RunOptions* options) {
+  RecordOptions* const record = &options->record;
+  verb->get_option("job")->required(false);
+  CLI::Option* tasks =
+      verb->add_option_function<std::string>(
+              "--tasks", [=](const std::string& text) { readTasks(text, &options->batch.tasks); },
+              "Run only these tasks, such as 2,5-9")
+          ->check([=](const std::string& text) {
+            std::vector<std::int32_t> unused;
+            return readTasks(text, &unused);
+          })
+          ->type_name("LIST");
+  CLI::Option* resume = verb->add_option_function<std::string>(
+                                "--resume", [=](const std::string& id) { record->resume = id; },
+                                "Run what has not succeeded in the batch ID "
+                                "(default: the last one of the job)")
+                            ->type_name("ID")
+                            ->expected(0, 1)
+                            ->default_str("");
+  verb->add_flag("--accept-changes", record->acceptChanges,
+                 "Resume although the job has changed since")
+      ->needs(resume);
+  CLI::Option* failedOf = verb->add_option("--failed-of", record->failedOf,
+                                           "Run only the tasks that failed in the batch ID")
+                              ->type_name("ID");
+  CLI::Option* file =
+      verb->add_option("--record", record->file, "Create the record of the batch as this file")
+          ->type_name("FILE");
+  verb->add_flag("--json", record->asJson, "Print the record as it grows instead of a summary");
+  verb->add_option("--expect", options->expected,
+                   "A task that does not make this file has failed; placeholders as in the job; "
+                   "repeatable")
+      ->type_name("PATTERN")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false);
+  for (const char* range : {"-s", "-n"}) {
+    for (CLI::Option* option : {tasks, resume, failedOf}) option->excludes(verb->get_option(range));
+  }
+  resume->excludes(tasks)->excludes(failedOf)->excludes(file);
+  failedOf->excludes(tasks);
 }
 
 }  // namespace
@@ -98,10 +235,15 @@ void addRun(CLI::App* app, Action* action) {
       ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
+  addRecordOptions(verb, options.get());
   // Only for the arrays of `submit`, and hidden.
   verb->add_option("--tell-ends", options->endLinesId)->group("");
   addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);
-  verb->callback([=] { *action = [=] { return runJob(*options); }; });
+  verb->callback([=] {
+    // Only a record says which job it was.
+    if (options->batch.job.empty() && !options->record.resume) throw CLI::RequiredError("job");
+    *action = [=] { return runJob(*options); };
+  });
 }
 
 }  // namespace runlet_tool

@@ -16,6 +16,7 @@ void fill(int taskCount, const std::vector<std::int32_t>& tasks, Batch* batch) {
   batch->context.arguments = "say %tn %tp1";
   for (int i = 0; i < taskCount; ++i) batch->context.taskList.emplace_back("\"of it\"");
   batch->tasks = tasks;
+  batch->attempts.assign(tasks.size(), 1);
   batch->name = "shot";
   batch->folder = "/work";
   batch->logFolder = "/logs/of shots";

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <ctime>
 #include <fstream>
 #include <new>
 #include <sstream>
@@ -56,8 +57,9 @@ class Scheduler : public testing::Test {
   // Tasks of the caller with those command lines, in the folder of the test.
   TaskSource source(const Strings& commands, Starter* starter) const {
     return {commands.size(), [this](std::size_t index) { return openLog(index); },
-            [this, commands, starter](std::size_t index, int log, pid_t* process) {
-              return starter->start(startOf(commands[index]), log, process);
+            [this, commands, starter](std::size_t index, int log, const Announce& announce,
+                                      pid_t* process) {
+              return starter->start(startOf(commands[index]), log, announce, process);
             }};
   }
 
@@ -182,8 +184,8 @@ TEST_F(Scheduler, ContinuesIfATaskCannotBeStarted) {
   Starter starter;
   TaskSource tasks = source(Strings(3, "/bin/true"), &starter);
   const auto start = tasks.start;
-  tasks.start = [start](std::size_t index, int log, pid_t* process) {
-    return index == 1 ? EAGAIN : start(index, log, process);
+  tasks.start = [start](std::size_t index, int log, const Announce& announce, pid_t* process) {
+    return index == 1 ? EAGAIN : start(index, log, announce, process);
   };
   const HeldSignals held;
   expectOutcome(runTasks(tasks, {2, {}, shortTime}, held),
@@ -202,6 +204,147 @@ TEST_F(Scheduler, ContinuesIfALogCannotBeOpened) {
   const HeldSignals held;
   expectOutcome(runTasks(tasks, {1, {}, shortTime}, held),
                 {succeeded, {Ending::other, 0, "cannot open log (Permission denied)"}, succeeded});
+}
+
+// What the hooks of a source were told.
+struct Told {
+  std::vector<std::pair<std::size_t, TaskTry>> started;
+  std::vector<std::pair<std::size_t, TaskTry>> ended;
+};
+
+void listen(TaskSource* tasks, Told* told) {
+  tasks->started = [told](std::size_t index, const TaskTry& begun) {
+    told->started.emplace_back(index, begun);
+    return true;
+  };
+  tasks->ended = [told](std::size_t index, TaskTry* attempt) {
+    told->ended.emplace_back(index, *attempt);
+    return true;
+  };
+}
+
+// The program that the process runs.
+std::string programOf(pid_t process) {
+  char path[4096];
+  const std::string link = "/proc/" + std::to_string(process) + "/exe";
+  const ssize_t size = readlink(link.c_str(), path, sizeof path);
+  return size < 0 ? "" : std::string(path, static_cast<std::size_t>(size));
+}
+
+TEST_F(Scheduler, RunsNoProgramBeforeItsStartIsRecorded) {
+  Starter starter;
+  TaskSource tasks = source({"/usr/bin/touch ran"}, &starter);
+  tasks.started = [this](std::size_t, const TaskTry& begun) {
+    for (int i = 0; i < 20; ++i) {
+      std::this_thread::sleep_for(milliseconds(1));
+      EXPECT_EQ(programOf(begun.process), programOf(getpid()));
+      EXPECT_EQ(access(folder_.file("ran").c_str(), F_OK), -1);
+    }
+    return true;
+  };
+  const HeldSignals held;
+  expectOutcome(runTasks(tasks, {1, {}, shortTime}, held), {succeeded});
+  EXPECT_EQ(access(folder_.file("ran").c_str(), F_OK), 0);
+}
+
+TEST_F(Scheduler, RunsNothingWhoseStartCannotBeRecorded) {
+  Starter starter;
+  Told told;
+  TaskSource tasks = source({"/bin/true", "/usr/bin/touch ran", "/bin/true"}, &starter);
+  listen(&tasks, &told);
+  tasks.started = [](std::size_t index, const TaskTry&) {
+    errno = ENOSPC;
+    return index != 1;
+  };
+  const HeldSignals held;
+  testing::internal::CaptureStderr();
+  const RunOutcome outcome = runTasks(tasks, {1, {}, shortTime}, held);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "runlet-job: run: cannot record the start of a task: No space left on device; no "
+            "further tasks are started\n");
+  expectOutcome(outcome,
+                {succeeded,
+                 {Ending::other, 0, "cannot record its start (No space left on device)"},
+                 notStarted});
+  EXPECT_EQ(outcome.stopReason, "cannot record the start of a task: No space left on device");
+  ASSERT_EQ(told.ended.size(), 2U);
+  EXPECT_EQ(told.ended[1].second.process, 0);
+  EXPECT_EQ(told.ended[1].second.end, outcome.ends[1]);
+  EXPECT_EQ(access(folder_.file("ran").c_str(), F_OK), -1);
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), 0) << "only the starter is left";
+}
+
+TEST_F(Scheduler, TellsHowEachTryWent) {
+  constexpr std::int64_t block = 64 << 20;
+  Starter starter;
+  Told told;
+  const std::string busy = folder_.write(
+      "busy", "i=0; while [ $i -lt 100000 ]; do i=$((i+1)); done; sleep 0.1; echo $$ >process");
+  const Strings commands = {"/bin/sh " + busy, "/bin/dd if=/dev/zero of=/dev/null bs=64M count=1",
+                            "none", "/bin/false"};
+  TaskSource tasks = source(commands, &starter);
+  tasks.openLog = [this](std::size_t index) {
+    errno = EROFS;
+    return index == 3 ? -1 : openLog(index);
+  };
+  listen(&tasks, &told);
+  const HeldSignals held;
+  const double begin = static_cast<double>(std::time(nullptr));
+  const RunOutcome outcome = runTasks(tasks, {1, {}, shortTime}, held);
+  const double end = static_cast<double>(std::time(nullptr)) + 1;
+  ASSERT_EQ(told.started.size(), 3U);
+  ASSERT_EQ(told.ended.size(), 4U);
+  for (std::size_t i = 0; i < told.ended.size(); ++i) {
+    const auto& [index, attempt] = told.ended[i];
+    EXPECT_EQ(index, i);
+    EXPECT_EQ(attempt.end, outcome.ends[i]);
+    EXPECT_LE(begin, attempt.beginTime);
+    EXPECT_LE(attempt.beginTime, attempt.endTime);
+    EXPECT_LE(attempt.endTime, end);
+    if (i == 3) continue;
+    EXPECT_EQ(told.started[i].first, i);
+    EXPECT_EQ(told.started[i].second.process, attempt.process);
+    EXPECT_EQ(told.started[i].second.beginTime, attempt.beginTime);
+  }
+  const TaskTry& first = told.ended[0].second;
+  EXPECT_EQ(std::to_string(first.process) + "\n", readFile(folder_.file("process")));
+  EXPECT_GE(first.wall, 0.1);
+  EXPECT_GT(first.cpu, 0);
+  EXPECT_LT(first.peakMemory, block);
+  EXPECT_GE(told.ended[1].second.peakMemory, block);
+  EXPECT_EQ(told.ended[2].second.end, (TaskEnd{Ending::failed, 127, ""}));
+  EXPECT_EQ(told.ended[3].second.process, 0);
+  EXPECT_EQ(told.ended[3].second.end,
+            (TaskEnd{Ending::other, 0, "cannot open log (Read-only file system)"}));
+}
+
+TEST_F(Scheduler, CountsTheEndThatTheRecordGives) {
+  Starter starter;
+  TaskSource tasks = source(Strings(2, "/bin/true"), &starter);
+  tasks.ended = [](std::size_t index, TaskTry* attempt) {
+    if (index == 0) attempt->end = {Ending::other, 0, "lacks a file"};
+    return true;
+  };
+  const HeldSignals held;
+  expectOutcome(runTasks(tasks, {1, {}, shortTime}, held),
+                {{Ending::other, 0, "lacks a file"}, succeeded});
+}
+
+TEST_F(Scheduler, StartsNothingMoreIfAnEndCannotBeRecorded) {
+  Starter starter;
+  TaskSource tasks = source(Strings(2, "/bin/true"), &starter);
+  tasks.ended = [](std::size_t, TaskTry*) {
+    errno = EDQUOT;
+    return false;
+  };
+  const HeldSignals held;
+  testing::internal::CaptureStderr();
+  const RunOutcome outcome = runTasks(tasks, {1, {}, shortTime}, held);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "runlet-job: run: cannot record the end of a task: Disk quota exceeded; no further "
+            "tasks are started\n");
+  expectOutcome(outcome, {succeeded, notStarted});
+  EXPECT_EQ(outcome.stopReason, "cannot record the end of a task: Disk quota exceeded");
 }
 
 // A line of /proc/PID/status, such as "SigBlk", as a set of signals.
@@ -327,9 +470,9 @@ TEST_F(Scheduler, LeavesNothingBehindAfterAnException) {
   TaskSource tasks = source({"/bin/sleep 60", "none"}, &starter);
   pid_t first = -1;
   const auto start = tasks.start;
-  tasks.start = [&](std::size_t index, int log, pid_t* process) {
+  tasks.start = [&](std::size_t index, int log, const Announce& announce, pid_t* process) {
     if (index > 0) throw std::bad_alloc();
-    const int error = start(index, log, process);
+    const int error = start(index, log, announce, process);
     first = *process;
     return error;
   };

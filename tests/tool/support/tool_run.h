@@ -9,16 +9,27 @@
 namespace runlet_test {
 
 // Options that start runlet-job with `arguments` after its name, and with a PATH that does not
-// depend on the user who runs the tests.
+// depend on the user who runs the tests. If they begin with "run", the record is a new file, unless
+// they say otherwise.
 ProcessOptions tool(const std::vector<std::string>& arguments);
 
 ProcessResult runTool(const std::vector<std::string>& arguments);
+
+// The path of the record that the last such options name.
+std::string lastRecord();
+
+// The id in the line of `run` that begins "runlet-job: run: batch ID"; empty if there is none.
+std::string batchOf(const std::string& error);
+
+// `text` without that line.
+std::string withoutBatchLine(std::string text);
 
 // `text` without the note about the session keyring that a task of another user gets if the system
 // forbids keyrings, as in some containers.
 std::string withoutKeyringNote(std::string text);
 
-// Asserts the whole result of a process, except that note. `status` is as from describeStatus.
+// Asserts the whole result of a process, except that note and the line about the batch. `status` is
+// as from describeStatus.
 void expectTool(const ProcessResult& result, const std::string& output, const std::string& error,
                 const std::string& status);
 

@@ -1,0 +1,18 @@
+// Removing records of batches, with the logs of their tasks.
+#pragma once
+
+#include <string>
+
+#include "tool/record/record.h"
+
+namespace runlet_tool {
+
+// Removes the logs that the record in the file `path` names, their folders if they are then empty,
+// and at last that file. For root, logs are removed as the user that the tasks ran as: links in
+// that user's folders must not make root remove anything else. Logs that are already gone are
+// ignored.
+//
+// Returns why that fails, for a message; the record is then still there. Empty on success.
+std::string removeBatch(const Record& record, const std::string& path);
+
+}  // namespace runlet_tool

@@ -1,0 +1,270 @@
+#include "tool/batch/recording.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "tool/batch/logs.h"
+#include "tool/job/preview.h"
+#include "tool/record/digest.h"
+#include "tool/record/read.h"
+#include "tool/record/remaining.h"
+#include "tool/system/exit_status.h"
+#include "tool/system/files.h"
+#include "tool/system/output_place.h"
+#include "tool/text/characters.h"
+#include "tool/text/format.h"
+#include "tool/text/quoting.h"
+#include "tool/text/terminal.h"
+
+namespace runlet_tool {
+namespace {
+
+void say(const std::string& text) {
+  std::fprintf(stderr, "runlet-job: run: %s\n", text.c_str());
+}
+
+int giveUp(const std::string& text) {
+  say(text);
+  return exitUnreadable;
+}
+
+RecordTime now() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+std::vector<TaskIdentity> identitiesOf(const Batch& batch) {
+  const runlet::AdapterContext& context = batch.context;
+  std::vector<TaskIdentity> identities(context.taskList.size());
+  Preview preview;
+  for (std::size_t i = 0; i < identities.size(); ++i) {
+    previewCommand(context, static_cast<std::int32_t>(i), &preview);
+    identities[i] = identityOf(preview.words, batch.folder, context.uid, context.gid);
+  }
+  return identities;
+}
+
+void describeSession(const Batch& batch, const SessionLimits& limits, Session* session) {
+  session->begin = now();
+  session->toolVersion = RUNLET_VERSION;
+  session->verb = "run";
+  session->options = ownArguments();
+  session->options.erase(session->options.begin());  // the verb
+  session->job = batch.context.jobFile;
+  session->appPath = batch.context.appPath;
+  session->digest = digestOfFile(session->job);
+  session->folder = batch.folder;
+  session->uid = batch.context.uid;
+  session->gid = batch.context.gid;
+  session->process = ownProcess();
+  session->atATime = limits.atATime;
+  session->timeLimit = limits.timeLimit;
+}
+
+std::string numbersText(const std::vector<std::int32_t>& tasks) {
+  TaskNumbers numbers;
+  for (const std::int32_t task : tasks) numbers.add(task);
+  return numbers.text();
+}
+
+// "tasks 3, 5-9 run something else now, and 2 tasks are gone"
+std::string changesText(const Remaining& remaining) {
+  std::string text;
+  if (!remaining.changed.empty()) {
+    text = remaining.changed.size() == 1 ? "task " : "tasks ";
+    text += numbersText(remaining.changed);
+    text += remaining.changed.size() == 1 ? " is new or runs something else"
+                                          : " are new or run something else";
+  }
+  if (remaining.gone == 0) return text;
+  if (!text.empty()) text += ", and ";
+  return text + quantity(remaining.gone, "task") + (remaining.gone == 1 ? " is" : " are") +
+         " gone or changed";
+}
+
+// Reads the record that a user means. Returns why that fails, for a message; empty on success.
+std::string readMeant(const std::string& meant, std::string* path, Record* record) {
+  const std::string complaint = findRecord(meant, path);
+  if (!complaint.empty()) return complaint;
+  const std::string wrong = readRecord(*path, record);
+  return wrong.empty() ? "" : shortShellWord(*path) + ": " + wrong;
+}
+
+// The latest record in the state folder of a job.
+std::string lastRecordOf(const std::string& job, std::string* id) {
+  std::string folder;
+  const std::string complaint = findStateFolder(&folder);
+  if (!complaint.empty()) return complaint;
+  const std::vector<std::string> ids = recordIds(folder);
+  const auto last = std::find_if(ids.rbegin(), ids.rend(), [&](const std::string& candidate) {
+    return jobOfRecord(recordPath(folder, candidate)) == job;
+  });
+  if (last == ids.rend()) return "there is no record of " + shortShellWord(job) + " in " + folder;
+  *id = *last;
+  return "";
+}
+
+std::string writeFailure(const std::string& path, int error) {
+  return "cannot write the record " + shortShellWord(path) + ": " + std::strerror(error);
+}
+
+std::size_t positionOf(std::int32_t task) {
+  return static_cast<std::size_t>(task) - 1;
+}
+
+}  // namespace
+
+int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch) {
+  if (!options.resume || !batch->job.empty()) return exitFine;
+  std::string path;
+  Record record;
+  const std::string complaint =
+      readMeant(options.resume->empty() ? "last" : *options.resume, &path, &record);
+  if (!complaint.empty()) return giveUp("--resume: " + complaint);
+  batch->job = record.sessions.back().job;
+  if (batch->appPath.empty()) batch->appPath = record.sessions.back().appPath;
+  return exitFine;
+}
+
+int Recording::choose(const RecordOptions& options, Batch* batch) {
+  const std::string complaint = findStateFolder(&stateFolder_);
+  if (!complaint.empty()) return giveUp("no folder for records: " + complaint);
+  const std::string taken = claim(batch->context.jobFile);
+  if (!taken.empty()) return giveUp(shortShellWord(batch->context.jobFile) + ": " + taken);
+  job_ = identitiesOf(*batch);
+  id_ = newRecordId();
+  path_ = options.file.empty() ? recordPath(stateFolder_, id_) : options.file;
+  session_.isWhole = batch->isWhole;
+  session_.tasks = batch->tasks;
+  const int status = options.resume             ? resume(options, batch)
+                     : options.failedOf.empty() ? exitFine
+                                                : selectFailed(options.failedOf, batch);
+  for (const std::int32_t task : session_.tasks) {
+    session_.identities.push_back(job_[positionOf(task)]);
+  }
+  batch->attempts.assign(batch->tasks.size(), 1);
+  batch->logFolder = fullPath(batch->logFolder, batch->name + "-" + id_);
+  return status;
+}
+
+std::string Recording::claim(const std::string& what) {
+  claims_.push_back(std::make_unique<Claim>(stateFolder_, what));
+  return claims_.back()->complaint();
+}
+
+int Recording::resume(const RecordOptions& options, Batch* batch) {
+  std::string meant = *options.resume;
+  std::string complaint = meant.empty() ? lastRecordOf(batch->context.jobFile, &meant) : "";
+  Record record;
+  if (complaint.empty()) complaint = readMeant(meant, &path_, &record);
+  if (!complaint.empty()) return giveUp("--resume: " + complaint);
+  id_ = record.id;
+  isResumed_ = true;
+  const std::string taken = claim(id_);
+  if (!taken.empty()) return giveUp("--resume: " + id_ + ": " + taken);
+  // Read again: until now, another process may have continued it.
+  record = {};
+  complaint = readRecord(path_, &record);
+  if (!complaint.empty()) return giveUp("--resume: " + shortShellWord(path_) + ": " + complaint);
+  const Remaining remaining = remainingOf(record, job_);
+  const std::string changes = changesText(remaining);
+  if (!changes.empty() && !options.acceptChanges) {
+    say("--resume: the job is not what batch " + id_ + " has run: " + changes +
+        "; nothing is run. --accept-changes resumes it as it is now");
+    return exitFailing;
+  }
+  session_.isWhole = record.sessions.back().isWhole;
+  session_.tasks = remaining.tasks;
+  lastAttempts_ = lastAttempts(record);
+  batch->tasks = remaining.toRun;
+  if (batch->tasks.empty()) {
+    say("--resume: nothing to do: " + quantity(remaining.tasks.size(), "task") + " of batch " +
+        id_ + (remaining.tasks.size() == 1 ? " has succeeded" : " have succeeded"));
+  }
+  return exitFine;
+}
+
+int Recording::selectFailed(const std::string& meant, Batch* batch) {
+  std::string path;
+  Record record;
+  const std::string complaint = readMeant(meant, &path, &record);
+  if (!complaint.empty()) return giveUp("--failed-of: " + complaint);
+  batch->tasks = failedOf(record, job_);
+  session_.tasks = batch->tasks;
+  session_.isWhole = false;
+  if (batch->tasks.empty()) {
+    say("--failed-of: nothing to do: no task of batch " + record.id +
+        " has failed, or the job no "
+        "longer has it");
+  }
+  return exitFine;
+}
+
+int Recording::open(const RecordOptions& options, const SessionLimits& limits, const Batch& batch) {
+  describeSession(batch, limits, &session_);
+  Mirror mirror;
+  if (options.asJson) {
+    mirror = [](std::string_view line) {
+      put(line);
+      std::fflush(stdout);
+    };
+  }
+  writer_ = std::make_unique<RecordWriter>(id_, mirror);
+  OutputPlace place;
+  const std::string complaint = isResumed_ ? "" : findOutputPlace(path_, &place);
+  if (!complaint.empty()) return giveUp("cannot create the record: " + complaint);
+  int error = isResumed_ ? writer_->append(path_) : writer_->create(place);
+  if (error == 0) error = writer_->beginSession(session_);
+  return error == 0 ? exitFine : giveUp(writeFailure(path_, error));
+}
+
+int Recording::openLog(std::size_t index, Batch* batch) {
+  const std::int32_t task = batch->tasks[index];
+  Attempt& attempt = running_[index];
+  attempt.task = task;
+  attempt.number = ++lastAttempts_[task];
+  attempt.log = logPath(*batch, task, attempt.number);
+  batch->attempts[index] = attempt.number;
+  return runlet_tool::openLog(*batch, task, attempt.number);
+}
+
+bool Recording::taskStarted(const Batch& batch, std::size_t index, const TaskTry& tried) {
+  Attempt& attempt = running_[index];
+  Preview preview;
+  previewCommand(batch.context, attempt.task - 1, &preview);
+  attempt.words.assign(preview.words.begin(), preview.words.end());
+  attempt.begin = tried.beginTime;
+  attempt.process = tried.process;
+  attempt.processStart = processStart(tried.process);
+  errno = writer_->beginAttempt(attempt);
+  return errno == 0;
+}
+
+bool Recording::taskEnded(std::size_t index, const TaskTry& tried) {
+  Attempt& attempt = running_[index];
+  attempt.end = tried.endTime;
+  attempt.result = tried.end;
+  attempt.wall = tried.wall;
+  attempt.cpu = tried.cpu;
+  attempt.peakMemory = tried.peakMemory;
+  const int error = writer_->endAttempt(attempt);
+  running_.erase(index);
+  errno = error;
+  return error == 0;
+}
+
+bool Recording::end(const std::string& stopReason) {
+  session_.end = now();
+  session_.stopReason = stopReason;
+  const int error = writer_->endSession(session_);
+  if (error != 0) say(writeFailure(path_, error));
+  return error == 0;
+}
+
+}  // namespace runlet_tool

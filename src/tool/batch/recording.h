@@ -1,0 +1,85 @@
+// Recording what the tasks of a batch do, and what a record says is still to be done.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tool/batch/batch.h"
+#include "tool/batch/scheduler.h"
+#include "tool/record/record.h"
+#include "tool/record/store.h"
+#include "tool/record/write.h"
+
+namespace runlet_tool {
+
+// The command-line options about records.
+struct RecordOptions {
+  std::string file;                   // where to create the record; empty = in the state folder
+  std::optional<std::string> resume;  // the record to continue; empty = the last one of the job
+  std::string failedOf;               // only the tasks that failed in that record; empty = all
+  bool acceptChanges = false;         // resume although the job has changed
+  bool asJson = false;                // copy the events to standard output
+};
+
+// What is recorded of the options that say how to run the tasks.
+struct SessionLimits {
+  std::int32_t atATime = 1;
+  double timeLimit = 0;  // seconds; 0 = none
+};
+
+// If `options` continue a record and `batch` names no job, completes `batch` with the job and the
+// application of the record. Returns exitFine, or the status to exit with after a message.
+int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch);
+
+// The record of a batch, from its start to its end.
+class Recording {
+ public:
+  // Claims the job for this process, and selects the tasks to run if `options` continue a record or
+  // refer to one. `*batch` is left with these tasks, of which there may be none, and with a log
+  // folder that only this batch uses. Returns exitFine, or the status to exit with after a message
+  // on standard error.
+  int choose(const RecordOptions& options, Batch* batch);
+
+  // Creates the record, or continues the one to resume. Returns exitFine, or the status to exit
+  // with after a message on standard error; then nothing may run.
+  int open(const RecordOptions& options, const SessionLimits& limits, const Batch& batch);
+
+  // The id of the record.
+  const std::string& id() const {
+    return id_;
+  }
+
+  // Opens the log of a new attempt of the task at `index` of the batch's tasks: see openLog. The
+  // attempt then ends with taskEnded, also if that fails.
+  int openLog(std::size_t index, Batch* batch);
+
+  // Record what a scheduler reports. False, with the reason in errno, if that fails.
+  bool taskStarted(const Batch& batch, std::size_t index, const TaskTry& tried);
+  bool taskEnded(std::size_t index, const TaskTry& tried);
+
+  // Records the end of the session. False, after a message on standard error, if that fails.
+  bool end(const std::string& stopReason);
+
+ private:
+  int resume(const RecordOptions& options, Batch* batch);
+  int selectFailed(const std::string& meant, Batch* batch);
+  std::string claim(const std::string& what);
+
+  std::string stateFolder_;
+  std::vector<std::unique_ptr<Claim>> claims_;
+  std::vector<TaskIdentity> job_;  // of all tasks of the job
+  std::string id_;
+  std::string path_;
+  bool isResumed_ = false;
+  Session session_;
+  std::unique_ptr<RecordWriter> writer_;
+  std::map<std::int32_t, std::int32_t> lastAttempts_;  // by task number
+  std::map<std::size_t, Attempt> running_;             // by index of the task
+};
+
+}  // namespace runlet_tool

@@ -1,0 +1,345 @@
+// What run records of a batch, and what it does with a record.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "adapter_test.h"
+#include "mounts.h"
+#include "tool/record/read.h"
+#include "tool/record/store.h"
+#include "tool_run.h"
+
+namespace runlet_test {
+namespace {
+
+using runlet_tool::Attempt;
+using runlet_tool::Ending;
+using runlet_tool::Record;
+using Strings = std::vector<std::string>;
+
+// A job whose tasks are shell scripts.
+class RecordedRun : public testing::Test {
+ protected:
+  RecordedRun() {
+    job_.arguments = "/bin/sh -c \"%tp1\"";
+    job_.set("TaskTimeout", "30").set("LogFolder", "logs");
+  }
+
+  void writeJob(const Strings& tasks) {
+    job_.tasks = tasks;
+    folder_.write("shot.xml", job_.text());
+  }
+
+  // Runs the job with a record of its own, or with one that the options name.
+  ProcessResult run(const Strings& more = {}) {
+    Strings arguments = {"run", jobFile_};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const ProcessOptions options = tool(arguments);
+    const ProcessResult result = runProcess(options);
+    if (options.arguments.size() > arguments.size() + 1) recordFile_ = options.arguments.back();
+    return result;
+  }
+
+  ProcessResult resume(const Strings& more = {}) {
+    Strings arguments = {"--resume", recordFile_};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run(arguments);
+  }
+
+  Record record() const {
+    Record read;
+    EXPECT_EQ(runlet_tool::readRecord(recordFile_, &read), "");
+    return read;
+  }
+
+  // The attempts as "TASK.NUMBER END".
+  Strings attempts() const {
+    Strings texts;
+    for (const Attempt& attempt : record().attempts) {
+      texts.push_back(std::to_string(attempt.task) + "." + std::to_string(attempt.number) + " " +
+                      (attempt.end ? describe(attempt.result) : "no end"));
+    }
+    return texts;
+  }
+
+  std::string totals(const ProcessResult& result) const {
+    const std::string& text = result.output;
+    const std::size_t begin = text.rfind('\n', text.size() - 2);
+    return text.substr(begin == std::string::npos ? 0 : begin + 1);
+  }
+
+  // The warnings for a job that runs as root.
+  std::string warnings() const {
+    if (getuid() != 0) return "";
+    return "runlet-job: run: 1 warning; see: runlet-job check " + jobFile_ + "\n";
+  }
+
+  void expectRefused(const ProcessResult& result, const std::string& error,
+                     const std::string& status) const {
+    expectTool(result, "", warnings() + "runlet-job: run: " + error + "\n", status);
+  }
+
+  TempFolder folder_;
+  Job job_;
+  const std::string jobFile_ = folder_.file("shot.xml");
+  std::string recordFile_;
+};
+
+TEST_F(RecordedRun, HasWhatRanAndHowItEnded) {
+  writeJob({"true", "exit 3", "kill -9 $$"});
+  const ProcessResult result = run({"--jobs", "1"});
+  const Record read = record();
+  EXPECT_EQ(read.id, batchOf(result.error));
+  ASSERT_EQ(read.sessions.size(), 1);
+  const runlet_tool::Session& session = read.sessions[0];
+  EXPECT_EQ(session.verb, "run");
+  EXPECT_EQ(session.options, (Strings{jobFile_, "--jobs", "1", "--record", recordFile_}));
+  EXPECT_EQ(session.job, jobFile_);
+  EXPECT_EQ(session.digest.size(), 64);
+  EXPECT_EQ(session.folder, folder_.path());
+  EXPECT_EQ(session.uid, static_cast<std::int32_t>(getuid()));
+  EXPECT_EQ(session.gid, static_cast<std::int32_t>(getgid()));
+  EXPECT_EQ(session.process.process, result.pid);
+  EXPECT_EQ(session.process.host, runlet_tool::ownProcess().host);
+  EXPECT_EQ(session.timeLimit, 1800);
+  EXPECT_TRUE(session.isWhole);
+  EXPECT_EQ(session.tasks, (std::vector<std::int32_t>{1, 2, 3}));
+  EXPECT_TRUE(session.end);
+  EXPECT_EQ(session.stopReason, "");
+  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 failed with exit code 3",
+                                 "3.1 killed by signal 9 (Killed)"}));
+  const std::string logs = folder_.file("logs/shot-" + read.id + "/shot-");
+  for (const Attempt& attempt : read.attempts) {
+    SCOPED_TRACE(attempt.task);
+    EXPECT_EQ(attempt.words, (Strings{"/bin/sh", "-c", job_.tasks[attempt.task - 1]}));
+    EXPECT_EQ(attempt.log, logs + std::to_string(attempt.task) + ".log");
+    EXPECT_GE(modeOf(attempt.log), 0);
+    EXPECT_GE(attempt.begin, session.begin);
+    EXPECT_GE(*attempt.end, attempt.begin);
+    EXPECT_LE(*attempt.end, *session.end);
+    EXPECT_GT(attempt.process, 0);
+    EXPECT_GT(attempt.processStart, 0);
+    EXPECT_GT(attempt.wall, 0);
+    EXPECT_GT(attempt.peakMemory, 0);
+  }
+}
+
+TEST_F(RecordedRun, IsPrintedAsItGrows) {
+  writeJob({"true", "false"});
+  const ProcessResult result = run({"--json"});
+  EXPECT_EQ(result.output, readFile(recordFile_));
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
+}
+
+TEST_F(RecordedRun, IsResumedWithWhatHasNotSucceeded) {
+  writeJob({"true", "test -e good", "true", "test -e good"});
+  EXPECT_EQ(totals(run()), "4 tasks: 2 succeeded, 2 failed (2, 4)\n");
+  const std::string first = readFile(recordFile_);
+  EXPECT_EQ(totals(resume()), "2 tasks: 2 failed (2, 4)\n");
+  folder_.write("good", "");
+  EXPECT_EQ(totals(resume()), "2 tasks: 2 succeeded\n");
+  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 failed with exit code 1", "3.1 succeeded",
+                                 "4.1 failed with exit code 1", "2.2 failed with exit code 1",
+                                 "4.2 failed with exit code 1", "2.3 succeeded", "4.3 succeeded"}));
+  EXPECT_TRUE(readFile(recordFile_).starts_with(first));
+  for (const Attempt& attempt : record().attempts) EXPECT_GE(modeOf(attempt.log), 0) << attempt.log;
+  expectRefused(resume(),
+                "--resume: nothing to do: 4 tasks of batch " + record().id + " have succeeded",
+                "exit 0");
+}
+
+// The job is the record's own if none is given.
+TEST_F(RecordedRun, IsResumedWithoutAJob) {
+  writeJob({"true", "test -e good"});
+  run();
+  folder_.write("good", "");
+  EXPECT_EQ(totals(runTool({"run", "--resume", recordFile_})), "1 task: 1 succeeded\n");
+}
+
+TEST_F(RecordedRun, IsNotResumedIfTheJobHasChanged) {
+  struct Row {
+    Strings tasks;
+    const char* changes;
+    Strings attempts;  // that follow if the changes are accepted
+  };
+  const Row rows[] = {
+      {{"true", "exit 4"},
+       "task 2 is new or runs something else, and 1 task is gone or changed",
+       {"2.2 failed with exit code 4"}},
+      {{"exit 5", "true"},
+       "task 1 is new or runs something else, and 1 task is gone or changed",
+       {"1.2 failed with exit code 5"}},
+      {{"true", "exit 3", "exit 4", "exit 5"},
+       "tasks 3-4 are new or run something else",
+       {"2.2 failed with exit code 3", "3.1 failed with exit code 4",
+        "4.1 failed with exit code 5"}},
+      {{"exit 3"}, "1 task is gone or changed", {"1.2 failed with exit code 3"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.changes);
+    writeJob({"true", "exit 3"});
+    run();
+    writeJob(row.tasks);
+    const std::string before = readFile(recordFile_);
+    expectRefused(resume(),
+                  "--resume: the job is not what batch " + record().id + " has run: " +
+                      row.changes + "; nothing is run. --accept-changes resumes it as it is now",
+                  "exit 1");
+    EXPECT_EQ(readFile(recordFile_), before);
+    resume({"--accept-changes"});
+    Strings expected = {"1.1 succeeded", "2.1 failed with exit code 3"};
+    expected.insert(expected.end(), row.attempts.begin(), row.attempts.end());
+    EXPECT_EQ(attempts(), expected);
+  }
+}
+
+// In the job's text, everything may change as long as the tasks stay the same.
+TEST_F(RecordedRun, IsResumedIfOnlyTheTextOfTheJobHasChanged) {
+  writeJob({"true", "exit 3"});
+  run();
+  writeJob({"exit 3", "true"});
+  job_.set("umask", "63").set("TaskTimeout", "40");
+  folder_.write("shot.xml", job_.text());
+  EXPECT_EQ(totals(resume()), "1 task: 1 failed (1)\n");
+}
+
+TEST_F(RecordedRun, RefusesDamagedAndForeignRecords) {
+  writeJob({"true"});
+  run();
+  const std::string sound = readFile(recordFile_);
+  struct Row {
+    std::string text;
+    const char* complaint;
+  };
+  const Row rows[] = {
+      {"", "not a record of runlet-job"},
+      {"{\"event\":\"session\",\"version\":2}\n",
+       "a record of version 2, and this program reads version 1"},
+      {sound + "garbage\n" + "garbage\n", "damaged in line 6"},
+  };
+  for (const Row& row : rows) {
+    folder_.write("x.jsonl", row.text, 0600);
+    for (const char* option : {"--resume", "--failed-of"}) {
+      expectRefused(run({option, folder_.file("x.jsonl")}),
+                    std::string(option) + ": " + folder_.file("x.jsonl") + ": " + row.complaint,
+                    "exit 2");
+    }
+    EXPECT_EQ(readFile(folder_.file("x.jsonl")), row.text);
+  }
+}
+
+TEST_F(RecordedRun, RunsOnlyWhatFailedInAnotherBatch) {
+  writeJob({"true", "exit 3", "exit 4"});
+  run();
+  const std::string first = recordFile_;
+  EXPECT_EQ(totals(run({"--failed-of", first})), "2 tasks: 2 failed (2-3)\n");
+  EXPECT_NE(recordFile_, first);
+  EXPECT_EQ(attempts(), (Strings{"2.1 failed with exit code 3", "3.1 failed with exit code 4"}));
+  writeJob({"true", "true", "true"});
+  const std::string id = record().id;
+  expectRefused(run({"--failed-of", recordFile_}),
+                "--failed-of: nothing to do: no task of batch " + id +
+                    " has failed, or the job no longer has it",
+                "exit 0");
+}
+
+TEST_F(RecordedRun, RunsGivenTasks) {
+  writeJob({"true", "true", "true", "true", "true", "true"});
+  run({"--tasks", "5-6,2"});
+  EXPECT_EQ(attempts(), (Strings{"2.1 succeeded", "5.1 succeeded", "6.1 succeeded"}));
+  EXPECT_FALSE(record().sessions[0].isWhole);
+  expectRefused(run({"--tasks", "2,7"}), "no task 7: " + jobFile_ + " has 6 tasks", "exit 1");
+  for (const char* list :
+       {"0", "x", "", "1-", "-1", "3-2", "1,,2", "1;2", "99999999999", "1-20000000"}) {
+    const ProcessResult result = run({"--tasks", list});
+    expectTool(result, "",
+               "runlet-job: --tasks: not a list of task numbers such as 2,5-9: " +
+                   std::string(list) + "\nSee: runlet-job --help\n",
+               "exit 2");
+  }
+}
+
+TEST_F(RecordedRun, FailsATaskWithoutItsFiles) {
+  writeJob({"touch out_1.png", "true", "exit 3"});
+  const ProcessResult result = run({"--expect", "out_%tn.png", "--expect", "./shot.xml"});
+  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 did not make out_2.png",
+                                 "3.1 failed with exit code 3"}));
+  EXPECT_EQ(totals(result), "3 tasks: 1 succeeded, 2 failed (2-3)\n");
+  for (const char* pattern : {"%tx", "", "%jp1%j"}) {
+    expectRefused(run({"--expect", pattern}),
+                  "--expect: " + std::string(*pattern == '\0' ? "''" : pattern) +
+                      " cannot be filled in for task 1",
+                  "exit 2");
+  }
+}
+
+TEST_F(RecordedRun, RefusesAJobThatIsRunning) {
+  writeJob({"touch begun; while ! test -e go; do sleep 0.01; done"});
+  ProcessOptions options = tool({"run", jobFile_});
+  const std::string first = options.arguments.back();
+  Process running(options);
+  while (modeOf(folder_.file("begun")) == -1) std::this_thread::yield();
+  const ProcessResult second = run();
+  EXPECT_EQ(second.error.find(warnings() + "runlet-job: run: " + jobFile_ + ": process " +
+                              std::to_string(running.pid()) + " on "),
+            0)
+      << second.error;
+  EXPECT_EQ(describeStatus(second.waitStatus), "exit 2");
+  folder_.write("go", "");
+  EXPECT_EQ(describeStatus(running.finish().waitStatus), "exit 0");
+  EXPECT_EQ(describeStatus(run().waitStatus), "exit 0");
+}
+
+// A run that is killed leaves its claim and no end.
+TEST_F(RecordedRun, IsResumedAfterItWasKilled) {
+  writeJob({"true", "touch begun; test -e go || sleep 30", "true"});
+  ProcessOptions options = tool({"run", jobFile_});
+  recordFile_ = options.arguments.back();
+  Process running(options);
+  while (modeOf(folder_.file("begun")) == -1) std::this_thread::yield();
+  kill(running.pid(), SIGKILL);
+  running.finish();
+  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 no end"}));
+  EXPECT_FALSE(record().sessions[0].end);
+  folder_.write("go", "");
+  EXPECT_EQ(totals(resume()), "2 tasks: 2 succeeded\n");
+  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 no end", "2.2 succeeded", "3.1 succeeded"}));
+}
+
+TEST_F(RecordedRun, NeedsItsRunFolder) {
+  job_.set("WorkingFolder", folder_.file("none"));
+  writeJob({"true"});
+  expectRefused(
+      run(), "cannot enter the run folder " + folder_.file("none") + ": No such file or directory",
+      "exit 2");
+  EXPECT_EQ(modeOf(folder_.file("none")), -1);
+}
+
+TEST_F(RecordedRun, IsNotBegunWithoutARecord) {
+  writeJob({"touch ran"});
+  struct Row {
+    std::string file;
+    std::string complaint;
+  };
+  const Row rows[] = {
+      {folder_.file("none/record"), "cannot create the record: "},
+      {jobFile_, "cannot write the record " + jobFile_ + ": File exists"},
+      {"/dev/full", ""},
+  };
+  for (const Row& row : rows) {
+    const ProcessResult result = run({"--record", row.file});
+    EXPECT_NE(result.error.find(row.complaint), std::string::npos) << result.error;
+    EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+    EXPECT_EQ(modeOf(folder_.file("ran")), -1);
+  }
+}
+
+}  // namespace
+}  // namespace runlet_test
