@@ -28,6 +28,7 @@ label(long requests .)
 label(long unit
   XmlDocument\\.IsWhatTheLibraryLoadsFromRandom)
 label(long tool
+  KilledRuns\\.
   BoundedWork\\.IsThatOfTheLibrary DeepJob\\.IsAcceptedByEveryVerb LargeJobTool\\.)
 
 # descriptors: tests that examine or break the open files of the adapter or its tasks. In a coverage

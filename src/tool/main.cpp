@@ -65,6 +65,7 @@ int parseAndRun(int argc, const char* const* argv) {
   addRun(&app, &action);
   addSubmit(&app, &action);
   addReport(&app, &action);
+  addRecords(&app, &action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -18,6 +18,7 @@ void addExec(CLI::App* app, Action* action);
 void addExpand(CLI::App* app, Action* action);
 void addExplain(CLI::App* app, Action* action);
 void addMake(CLI::App* app, Action* action);
+void addRecords(CLI::App* app, Action* action);
 void addReport(CLI::App* app, Action* action);
 void addRun(CLI::App* app, Action* action);
 void addSchema(CLI::App* app, Action* action);

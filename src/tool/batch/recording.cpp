@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "tool/batch/logs.h"
@@ -110,6 +111,31 @@ std::string lastRecordOf(const std::string& job, std::string* id) {
   return "";
 }
 
+// The first task of a killed run that is still running on this machine, or is being ended by the
+// process that outlives the run for that; 0 if there is none.
+std::int32_t runningTask(const Record& record) {
+  for (const Attempt& attempt : record.attempts) {
+    if (attempt.end) continue;
+    ProcessName name = record.sessions[attempt.session].process;
+    const bool isHere = name.host == ownProcess().host;
+    name.process = attempt.process;
+    name.start = attempt.processStart;
+    if (isHere && mayBeRunning(name)) return attempt.task;
+  }
+  return 0;
+}
+
+// A task must not run twice at the same time. False if one has not ended after a while.
+bool awaitTasks(const Record& record, std::int32_t* task) {
+  constexpr auto longest = std::chrono::seconds(15);
+  const auto deadline = std::chrono::steady_clock::now() + longest;
+  while ((*task = runningTask(record)) != 0) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return true;
+}
+
 std::string writeFailure(const std::string& path, int error) {
   return "cannot write the record " + shortShellWord(path) + ": " + std::strerror(error);
 }
@@ -134,7 +160,14 @@ int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch) {
 
 int Recording::choose(const RecordOptions& options, Batch* batch) {
   const std::string complaint = findStateFolder(&stateFolder_);
-  if (!complaint.empty()) return giveUp("no folder for records: " + complaint);
+  if (!complaint.empty()) {
+    if (options.file.empty() && !options.resume) {
+      return giveUp("no folder for records: " + complaint +
+                    "; --record FILE creates one elsewhere");
+    }
+    say("cannot find out whether the job is running already: " + complaint);
+    stateFolder_.clear();
+  }
   const std::string taken = claim(batch->context.jobFile);
   if (!taken.empty()) return giveUp(shortShellWord(batch->context.jobFile) + ": " + taken);
   job_ = identitiesOf(*batch);
@@ -154,6 +187,7 @@ int Recording::choose(const RecordOptions& options, Batch* batch) {
 }
 
 std::string Recording::claim(const std::string& what) {
+  if (stateFolder_.empty()) return "";
   claims_.push_back(std::make_unique<Claim>(stateFolder_, what));
   return claims_.back()->complaint();
 }
@@ -172,6 +206,11 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
   record = {};
   complaint = readRecord(path_, &record);
   if (!complaint.empty()) return giveUp("--resume: " + shortShellWord(path_) + ": " + complaint);
+  std::int32_t task = 0;
+  if (!awaitTasks(record, &task)) {
+    return giveUp("--resume: task " + std::to_string(task) + " of batch " + id_ +
+                  " is still running: see runlet-job report " + id_);
+  }
   const Remaining remaining = remainingOf(record, job_);
   const std::string changes = changesText(remaining);
   if (!changes.empty() && !options.acceptChanges) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -183,7 +184,8 @@ std::string readTasks(const std::string& text, std::vector<std::int32_t>* tasks)
   return tasks->empty() ? "not a list of task numbers such as 2,5-9: " + visible(text) : "";
 }
 
-void addRecordOptions(CLI::App* verb, RunOptions* options) {
+// Returns what takes the values once the command line has been parsed.
+std::function<void()> addRecordOptions(CLI::App* verb, RunOptions* options) {
   RecordOptions* const record = &options->record;
   verb->get_option("job")->required(false);
   CLI::Option* tasks =
@@ -195,34 +197,40 @@ void addRecordOptions(CLI::App* verb, RunOptions* options) {
             return readTasks(text, &unused);
           })
           ->type_name("LIST");
-  CLI::Option* resume = verb->add_option_function<std::string>(
-                                "--resume", [=](const std::string& id) { record->resume = id; },
-                                "Run what has not succeeded in the batch ID "
-                                "(default: the last one of the job)")
-                            ->type_name("ID")
-                            ->expected(0, 1)
-                            ->default_str("");
+  CLI::Option* resume =
+      verb->add_option("--resume")
+          ->description("Run what has not succeeded in the batch ID (default: the job's last one)")
+          ->type_name("ID")
+          ->expected(0, 1);
   verb->add_flag("--accept-changes", record->acceptChanges,
                  "Resume although the job has changed since")
       ->needs(resume);
-  CLI::Option* failedOf = verb->add_option("--failed-of", record->failedOf,
-                                           "Run only the tasks that failed in the batch ID")
+  CLI::Option* failedOf = verb->add_option("--failed-of")
+                              ->description("Run only the tasks that failed in the batch ID")
                               ->type_name("ID");
-  CLI::Option* file =
-      verb->add_option("--record", record->file, "Create the record of the batch as this file")
-          ->type_name("FILE");
+  CLI::Option* file = verb->add_option("--record")
+                          ->description("Create the record of the batch as this file")
+                          ->type_name("FILE");
   verb->add_flag("--json", record->asJson, "Print the record as it grows instead of a summary");
-  verb->add_option("--expect", options->expected,
-                   "A task that does not make this file has failed; placeholders as in the job; "
-                   "repeatable")
-      ->type_name("PATTERN")
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->allow_extra_args(false);
+  CLI::Option* expected =
+      verb->add_option("--expect")
+          ->description(
+              "A task that does not make this file has failed; placeholders as in the "
+              "job; repeatable")
+          ->type_name("PATTERN")
+          ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   for (const char* range : {"-s", "-n"}) {
     for (CLI::Option* option : {tasks, resume, failedOf}) option->excludes(verb->get_option(range));
   }
   resume->excludes(tasks)->excludes(failedOf)->excludes(file);
   failedOf->excludes(tasks);
+  // Taken unconverted: in typed values, the library would look for lists and comments.
+  return [=] {
+    if (*resume) record->resume = resume->results().empty() ? "" : resume->results().front();
+    if (*failedOf) record->failedOf = failedOf->results().front();
+    if (*file) record->file = file->results().front();
+    options->expected = expected->results();
+  };
 }
 
 }  // namespace
@@ -235,11 +243,12 @@ void addRun(CLI::App* app, Action* action) {
       ->transform(inDecimal)
       ->check(CLI::Range(1, INT32_MAX))
       ->type_name("K");
-  addRecordOptions(verb, options.get());
+  const std::function<void()> takeRecordOptions = addRecordOptions(verb, options.get());
   // Only for the arrays of `submit`, and hidden.
   verb->add_option("--tell-ends", options->endLinesId)->group("");
   addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);
   verb->callback([=] {
+    takeRecordOptions();
     // Only a record says which job it was.
     if (options->batch.job.empty() && !options->record.resume) throw CLI::RequiredError("job");
     *action = [=] { return runJob(*options); };

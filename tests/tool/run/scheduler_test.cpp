@@ -262,10 +262,9 @@ TEST_F(Scheduler, RunsNothingWhoseStartCannotBeRecorded) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "runlet-job: run: cannot record the start of a task: No space left on device; no "
             "further tasks are started\n");
-  expectOutcome(outcome,
-                {succeeded,
-                 {Ending::other, 0, "cannot record its start (No space left on device)"},
-                 notStarted});
+  expectOutcome(outcome, {succeeded,
+                          {Ending::other, 0, "cannot record its start (No space left on device)"},
+                          notStarted});
   EXPECT_EQ(outcome.stopReason, "cannot record the start of a task: No space left on device");
   ASSERT_EQ(told.ended.size(), 2U);
   EXPECT_EQ(told.ended[1].second.process, 0);

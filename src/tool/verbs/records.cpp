@@ -1,0 +1,146 @@
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tool/batch/prune.h"
+#include "tool/record/read.h"
+#include "tool/record/store.h"
+#include "tool/report/overview.h"
+#include "tool/report/units.h"
+#include "tool/system/exit_status.h"
+#include "tool/text/characters.h"
+#include "tool/text/fields.h"
+#include "tool/text/format.h"
+#include "tool/text/quoting.h"
+#include "tool/text/terminal.h"
+#include "tool/verbs.h"
+
+namespace runlet_tool {
+namespace {
+
+constexpr double secondsADay = 86400;
+
+struct PruneOptions {
+  std::vector<std::string> ids;
+  std::optional<int> days;
+  bool isDry = false;
+};
+
+int fail(const std::string& reason) {
+  std::fprintf(stderr, "runlet-job: records: %s\n", reason.c_str());
+  return exitUnreadable;
+}
+
+double secondsNow() {
+  const auto time = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration<double>(time).count();
+}
+
+// Reads a record. Returns why that fails; empty on success.
+std::string readOverview(const std::string& path, Overview* overview) {
+  Record record;
+  const std::string reason = readRecord(path, &record);
+  if (!reason.empty()) return reason;
+  const bool isRunning = mayBeRunning(record.sessions.back().process);
+  *overview = overviewOf(std::move(record), isRunning, secondsNow(), 0);
+  return "";
+}
+
+// "20261122-211530-3f2a  2026-11-22 21:15:30  finished: 4 tasks, 1 not succeeded  /jobs/shot.xml"
+std::string lineOf(const Overview& overview) {
+  const Session& last = overview.record.sessions.back();
+  std::string line = overview.record.id + "  " + timeText(overview.record.sessions.front().begin);
+  line.append("  ").append(stateText(overview)).append(": ");
+  line.append(quantity(overview.tasks.size(), "task")).append(", ");
+  line.append(std::to_string(overview.tasksWith(Standing::succeeded).count())).append(" succeeded");
+  return line.append("  ").append(visible(last.job)).append("\n");
+}
+
+int list() {
+  std::string folder;
+  const std::string complaint = findStateFolder(&folder);
+  if (!complaint.empty()) return fail("no folder for records: " + complaint);
+  int status = exitFine;
+  for (const std::string& id : recordIds(folder)) {
+    Overview overview;
+    const std::string reason = readOverview(recordPath(folder, id), &overview);
+    if (reason.empty()) {
+      put(lineOf(overview));
+    } else {
+      status = fail(id + ": " + reason);
+    }
+  }
+  return status;
+}
+
+// Removes a batch, or says what would be removed. Returns why that fails; empty on success.
+std::string pruneOne(const std::string& path, const PruneOptions& options) {
+  Overview overview;
+  const std::string reason = readOverview(path, &overview);
+  if (!reason.empty()) return reason;
+  if (overview.state == BatchState::running) return stateText(overview);
+  const double age = secondsNow() - overview.record.sessions.back().begin;
+  if (options.days && age < *options.days * secondsADay) return "";
+  if (!options.isDry) {
+    const std::string failure = removeBatch(overview.record, path);
+    if (!failure.empty()) return failure;
+  }
+  put((options.isDry ? "would remove " : "removed ") + lineOf(overview));
+  return "";
+}
+
+int prune(const PruneOptions& options) {
+  if (options.ids.empty() && !options.days)
+    return fail("prune: name records, or give --older-than");
+  std::string folder;
+  const std::string complaint = findStateFolder(&folder);
+  if (!complaint.empty()) return fail("no folder for records: " + complaint);
+  int status = exitFine;
+  for (const std::string& id : options.ids.empty() ? recordIds(folder) : options.ids) {
+    // Not by path: a record that somebody else wrote could name any file as a log.
+    const std::string reason =
+        isRecordId(id) ? pruneOne(recordPath(folder, id), options) : "not the id of a record";
+    if (!reason.empty()) status = fail(visible(id) + ": " + reason);
+  }
+  return status;
+}
+
+// The number of a text such as "30d"; none if it is not one.
+std::optional<int> daysOf(std::string_view text) {
+  if (!text.ends_with('d')) return std::nullopt;
+  text.remove_suffix(1);
+  return parseNumber<int>(text);
+}
+
+}  // namespace
+
+void addRecords(CLI::App* app, Action* action) {
+  CLI::App* verb = app->add_subcommand("records", "List or remove the records of batches");
+  verb->require_subcommand(1);
+  CLI::App* lister = verb->add_subcommand("list", "List all records, oldest first");
+  lister->callback([=] { *action = list; });
+
+  CLI::App* pruner = verb->add_subcommand("prune", "Remove records, and the logs of their tasks");
+  const auto options = std::make_shared<PruneOptions>();
+  pruner->add_option("id", options->ids, "Ids of batches")->type_name("ID");
+  const CLI::Option* age =
+      pruner->add_option("--older-than")
+          ->description("Only those that began that many days ago or earlier, such as 30d")
+          ->type_name("DAYS")
+          ->check([](const std::string& text) {
+            return daysOf(text) ? "" : "not a number of days such as 30d: " + visible(text);
+          });
+  pruner->add_flag("--dry-run", options->isDry, "Only show what would be removed");
+  pruner->callback([=] {
+    if (*age) options->days = daysOf(age->results().front());
+    *action = [=] { return prune(*options); };
+  });
+}
+
+}  // namespace runlet_tool

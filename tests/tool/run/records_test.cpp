@@ -1,0 +1,206 @@
+// Listing and removing records.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "adapter_test.h"
+#include "tool_run.h"
+
+namespace runlet_test {
+namespace {
+
+// Records of an ordinary user in a state folder of their own.
+class StoredRecords : public testing::Test {
+ protected:
+  StoredRecords() {
+    Job job;
+    job.arguments = "/bin/sh -c \"%tp1\"";
+    job.set("TaskTimeout", "30").set("LogFolder", "logs");
+    job.set("uid", std::to_string(user())).set("gid", std::to_string(user()));
+    job.tasks = {"true", "exit 3"};
+    folder_.write("shot.xml", job.text());
+    chmod(folder_.path().c_str(), 0777);
+  }
+
+  static unsigned user() {
+    return geteuid() == 0 ? otherId : geteuid();
+  }
+
+  ProcessResult run(const std::vector<std::string>& arguments, const char* state = nullptr) const {
+    ProcessOptions options = tool(arguments);
+    options.arguments = {ownTool()};
+    options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
+    options.environment.back().second = state != nullptr ? state : folder_.file("state");
+    options.prepare = [] {
+      if (geteuid() == 0 && (setgid(otherId) != 0 || setuid(otherId) != 0)) _exit(1);
+    };
+    return runProcess(options);
+  }
+
+  // A copy of the program that other users may execute.
+  std::string ownTool() const {
+    const std::string path = folder_.file("runlet-job");
+    std::filesystem::copy_file(toolPath, path, std::filesystem::copy_options::skip_existing);
+    return path;
+  }
+
+  // Runs the job, and returns the id of the batch.
+  std::string runBatch() const {
+    return batchOf(run({"run", folder_.file("shot.xml")}).error);
+  }
+
+  // The lines of the list without the times at which the batches began.
+  std::string list() const {
+    const ProcessResult result = run({"records", "list"});
+    EXPECT_EQ(result.error, "");
+    return withoutTimes(result.output);
+  }
+
+  static std::string withoutTimes(std::string text) {
+    constexpr std::size_t length = sizeof "2026-11-22 21:15:30 UTC  " - 1;
+    for (std::size_t at = text.find("  20"); at != std::string::npos;
+         at = text.find("  20", at + 1)) {
+      text.erase(at + 2, length);
+    }
+    return text;
+  }
+
+  std::string line(const std::string& id) const {
+    return id + "  finished: 2 tasks, 1 succeeded  " + folder_.file("shot.xml") + "\n";
+  }
+
+  bool hasLogs(const std::string& id) const {
+    return modeOf(folder_.file("logs/shot-" + id + "/shot-1.log")) != -1;
+  }
+
+  TempFolder folder_;
+};
+
+TEST_F(StoredRecords, AreListed) {
+  EXPECT_EQ(list(), "");
+  const std::string id = runBatch();
+  ASSERT_NE(id, "");
+  EXPECT_EQ(list(), line(id));
+}
+
+TEST_F(StoredRecords, AreRemovedWithTheirLogs) {
+  const std::string first = runBatch();
+  const std::string second = runBatch();
+  EXPECT_TRUE(hasLogs(first));
+  const ProcessResult shown = run({"records", "prune", first, "--dry-run"});
+  EXPECT_EQ(withoutTimes(shown.output), "would remove " + line(first));
+  EXPECT_TRUE(hasLogs(first));
+  const ProcessResult removed = run({"records", "prune", first});
+  EXPECT_EQ(withoutTimes(removed.output), "removed " + line(first));
+  EXPECT_EQ(modeOf(folder_.file("logs/shot-" + first)), -1);
+  EXPECT_TRUE(hasLogs(second));
+  EXPECT_EQ(list(), line(second));
+}
+
+TEST_F(StoredRecords, AreRemovedByAge) {
+  const std::string id = runBatch();
+  expectTool(run({"records", "prune", "--older-than", "1d"}), "", "", "exit 0");
+  EXPECT_EQ(list(), line(id));
+  EXPECT_EQ(withoutTimes(run({"records", "prune", "--older-than", "0d"}).output),
+            "removed " + line(id));
+  EXPECT_EQ(list(), "");
+}
+
+// Other files in the log folder stay, and logs that are gone do not matter.
+TEST_F(StoredRecords, AreRemovedWithoutAnythingElse) {
+  const std::string id = runBatch();
+  const std::string logs = "logs/shot-" + id;
+  ASSERT_EQ(unlink(folder_.file(logs + "/shot-1.log").c_str()), 0);
+  folder_.write(logs + "/other", "");
+  run({"records", "prune", id});
+  EXPECT_EQ(modeOf(folder_.file(logs + "/shot-2.log")), -1);
+  EXPECT_EQ(modeOf(folder_.file(logs + "/other")), 0644);
+}
+
+TEST_F(StoredRecords, AreNotRemovedIfTheirLogsCannotBe) {
+  const std::string id = runBatch();
+  const std::string logs = folder_.file("logs/shot-" + id);
+  ASSERT_EQ(chmod(logs.c_str(), 0500), 0);
+  expectTool(run({"records", "prune", id}), "",
+             "runlet-job: records: " + id + ": cannot remove its logs: Permission denied\n",
+             "exit 2");
+  EXPECT_EQ(list(), line(id));
+}
+
+TEST_F(StoredRecords, ThatAreDamagedOrMissingAreReported) {
+  const std::string id = runBatch();
+  const std::string state = folder_.file("state/runlet-job/");
+  const std::string bad = "20200101-000000-0000";
+  std::filesystem::copy_file(folder_.file("shot.xml"), state + bad + ".jsonl");
+  ASSERT_EQ(chmod((state + bad + ".jsonl").c_str(), 0644), 0);
+  const ProcessResult result = run({"records", "list"});
+  EXPECT_EQ(withoutTimes(result.output), line(id));
+  EXPECT_EQ(result.error, "runlet-job: records: " + bad + ": not a record of runlet-job\n");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+  struct Row {
+    std::string id;
+    const char* complaint;
+  };
+  const Row rows[] = {
+      {bad, "not a record of runlet-job"},
+      {"20200101-000000-0001", "No such file or directory"},
+      {state + bad + ".jsonl", "not the id of a record"},
+      {"last", "not the id of a record"},
+  };
+  for (const Row& row : rows) {
+    expectTool(run({"records", "prune", row.id}), "",
+               "runlet-job: records: " + row.id + ": " + row.complaint + "\n", "exit 2");
+  }
+}
+
+TEST_F(StoredRecords, NeedAPlace) {
+  const std::string job = folder_.file("shot.xml");
+  const ProcessResult elsewhere = run({"run", job, "--record", folder_.file("record")}, "/proc");
+  EXPECT_EQ(withoutKeyringNote(withoutBatchLine(elsewhere.error)),
+            "runlet-job: run: cannot find out whether the job is running already: "
+            "/proc/runlet-job: No such file or directory\n");
+  EXPECT_EQ(describeStatus(elsewhere.waitStatus), "exit 1");
+  EXPECT_EQ(modeOf(folder_.file("record")), 0600);
+  expectTool(run({"run", job}, "/proc"), "",
+             "runlet-job: run: no folder for records: /proc/runlet-job: No such file or directory; "
+             "--record FILE creates one elsewhere\n",
+             "exit 2");
+}
+
+// The last record of the same job.
+TEST_F(StoredRecords, AreFoundForTheJob) {
+  const std::string id = runBatch();
+  std::filesystem::copy_file(folder_.file("shot.xml"), folder_.file("other.xml"));
+  ASSERT_EQ(chmod(folder_.file("other.xml").c_str(), 0644), 0);
+  const std::string other = batchOf(run({"run", folder_.file("other.xml")}).error);
+  EXPECT_EQ(batchOf(run({"run", folder_.file("shot.xml"), "--resume"}).error), id);
+  EXPECT_EQ(batchOf(run({"run", "--resume"}).error), other);
+  EXPECT_EQ(batchOf(run({"run", "--resume", id}).error), id);
+  run({"records", "prune", "--older-than", "0d"});
+  expectTool(run({"run", folder_.file("shot.xml"), "--resume"}), "",
+             "runlet-job: run: --resume: there is no record of " + folder_.file("shot.xml") +
+                 " in " + folder_.file("state") + "/runlet-job\n",
+             "exit 2");
+}
+
+TEST_F(StoredRecords, AreNamedOrSelectedByAge) {
+  expectTool(run({"records", "prune"}), "",
+             "runlet-job: records: prune: name records, or give --older-than\n", "exit 2");
+  expectTool(run({"records", "prune", "--older-than", "3"}), "",
+             "runlet-job: --older-than: not a number of days such as 30d: 3\n"
+             "See: runlet-job --help\n",
+             "exit 2");
+  folder_.write("state", "");
+  expectTool(run({"records", "list"}), "",
+             "runlet-job: records: no folder for records: " + folder_.file("state") +
+                 "/runlet-job: Not a directory\n",
+             "exit 2");
+}
+
+}  // namespace
+}  // namespace runlet_test
