@@ -3,12 +3,10 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -23,6 +21,7 @@
 #include "tool/system/files.h"
 #include "tool/text/characters.h"
 #include "tool/text/fields.h"
+#include "tool/text/format.h"
 #include "tool/text/json.h"
 #include "tool/text/quoting.h"
 
@@ -75,12 +74,6 @@ std::string complaintAboutRoots(const std::string& folder) {
 std::string textOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::string randomDigits() {
-  std::array<unsigned char, 2> bytes{};
-  if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) std::abort();
-  return hexadecimal(bytes.data(), bytes.size());
 }
 
 // The names in the folder that begin so, ascending.
@@ -182,12 +175,16 @@ bool mayBeRunning(const ProcessName& name) {
 }
 
 std::string newRecordId() {
-  const std::time_t now = std::time(nullptr);
+  std::timespec now{};
+  std::timespec_get(&now, TIME_UTC);
   std::tm parts{};
-  gmtime_r(&now, &parts);
+  gmtime_r(&now.tv_sec, &parts);
   char text[sizeof "20261122-211530-"];
   std::strftime(text, sizeof text, "%Y%m%d-%H%M%S-", &parts);
-  return text + randomDigits();
+  constexpr std::int64_t partsOfASecond = 1 << 16;
+  constexpr std::int64_t second = 1'000'000'000;
+  return text +
+         withoutLineEnd("%04x", static_cast<unsigned>(now.tv_nsec * partsOfASecond / second));
 }
 
 bool isRecordId(const std::string& id) {

@@ -34,7 +34,8 @@ bool mayBeRunning(const ProcessName& name);
 // When the process began, as in ProcessName; 0 if it has ended.
 std::uint64_t processStart(pid_t process);
 
-// A new id, such as "20261122-211530-3f2a": the current date and time in UTC, and random digits.
+// A new id, such as "20261122-211530-3f2a": the current date and time in UTC, with the fraction of
+// the second in hexadecimal digits. A later id is greater.
 std::string newRecordId();
 
 // Whether `id` has the form of such an id, so that it is safe in the name of a file.

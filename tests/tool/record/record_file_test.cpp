@@ -124,9 +124,12 @@ TEST_F(RecordFile, IsReadAsItWasWritten) {
   create();
   Session session = someSession();
   ASSERT_EQ(writer_.beginSession(session), 0);
-  const TaskEnd ends[] = {{Ending::succeeded, 0, ""},   {Ending::failed, 3, ""},
-                          {Ending::killed, 9, ""},      {Ending::timedOut, 0, ""},
-                          {Ending::interrupted, 0, ""}, {Ending::other, 0, "end unknown"},
+  const TaskEnd ends[] = {{Ending::succeeded, 0, ""},
+                          {Ending::failed, 3, ""},
+                          {Ending::killed, 9, ""},
+                          {Ending::timedOut, 0, ""},
+                          {Ending::interrupted, 0, ""},
+                          {Ending::other, 0, "end unknown"},
                           {Ending::failed, 0, "did not make a.png"}};
   std::vector<Attempt> attempts;
   for (const TaskEnd& result : ends) {
