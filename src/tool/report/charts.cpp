@@ -116,7 +116,7 @@ std::size_t failuresIn(const Cell& cell) {
 std::optional<Look> usualLook(const Cell& cell) {
   Cell others = cell;
   others[static_cast<std::size_t>(Look::failed)] = 0;
-  const auto most = std::max_element(others.begin(), others.end());
+  const auto* const most = std::max_element(others.begin(), others.end());
   if (*most == 0) return {};
   return static_cast<Look>(most - others.begin());
 }

@@ -68,6 +68,7 @@ void setSlots(Overview* overview) {
   }
   for (const std::vector<std::size_t>& attempts : members) {
     std::vector<Span> spans;
+    spans.reserve(attempts.size());
     for (const std::size_t i : attempts) spans.push_back(overview->attempts[i].span);
     const std::vector<std::size_t> slots = assignSlots(spans);
     for (std::size_t i = 0; i < attempts.size(); ++i) {

@@ -93,8 +93,8 @@ std::string resultBar(const Overview& overview) {
     if (standing != Standing::succeeded) text += ": " + numbersText(tasks);
     keys += key(lookOf(standing), markup(text));
   }
-  return "<div class=\"results\" aria-hidden=\"true\">" + parts + "</div>\n<ul class=\"keys\">" +
-         keys + "</ul>\n";
+  return R"(<div class="results" aria-hidden="true">)" + parts + "</div>\n" +
+         element("ul", "keys", keys) + "\n";
 }
 
 std::string figure(const char* name, const std::string& value, const std::string& more) {
@@ -104,10 +104,10 @@ std::string figure(const char* name, const std::string& value, const std::string
 
 std::string figures(const Overview& overview) {
   const std::vector<double>& sorted = overview.durations;
-  const std::size_t sessions = overview.sessions.size();
+  const std::size_t count = overview.sessions.size();
   const auto allowed = static_cast<std::size_t>(overview.record.sessions.back().atATime);
   std::string text = figure("Ran for", durationText(overview.running),
-                            sessions > 1 ? "in " + quantity(sessions, "session") : "");
+                            count > 1 ? "in " + quantity(count, "session") : "");
   if (!sorted.empty()) {
     text += figure("Median duration", durationText(quantile(sorted, 0.5)),
                    "90 % within " + durationText(quantile(sorted, 0.9)));
@@ -200,14 +200,14 @@ std::string axisLabels(const TimeAxis& axis) {
               attribute("style", withoutLineEnd("left:%.2f%%", tick.place * 100)) + ">" +
               markup(tick.label) + "</span>";
   }
-  return "<div class=\"axis\" aria-hidden=\"true\">" + labels + "</div>\n";
+  return R"(<div class="axis" aria-hidden="true">)" + labels + "</div>\n";
 }
 
 std::string looksKeys(const Overview& overview) {
   std::string keys = key(Look::fine, "succeeded") + key(Look::failed, "failed") +
                      key(Look::stopped, "interrupted or cut off");
   if (overview.state == BatchState::running) keys += key(Look::open, "running");
-  return "<ul class=\"keys\">" + keys + "</ul>\n";
+  return element("ul", "keys", keys) + "\n";
 }
 
 // What the dashed lines in the charts mean.

@@ -67,8 +67,9 @@ TEST(Histogram, HasGrowingBucketsIfAFewValuesAreMuchGreater) {
             "60-1800: 2\n1800-86400: 0\n86400-3.456e+06: 1\n");
 }
 
-// Also where numbers are rounded.
+// Also where numbers are rounded: 0.145 / 0.005 is less than 29, and 29 * 0.005 is 0.145.
 TEST(Histogram, HasEveryValueInABucket) {
+  EXPECT_EQ(histogram({0.107, 0.145}, 8).back().count, 1U);
   for (const std::size_t most : {2U, 5U, 8U, 24U}) {
     for (int i = 0; i < 2000; ++i) {
       const double step = i * 0.0137;
