@@ -41,8 +41,8 @@ std::string_view endName(Ending ending);
 // have one. No value if there is no such end.
 std::optional<TaskEnd> endOfName(std::string_view name, int number, std::string word);
 
-// "succeeded", "failed with exit code 3" or the word if that is 0, "killed by signal 9 (Killed)", "timed out",
-// "interrupted", "not started", or the word.
+// "succeeded", "failed with exit code 3" or the word if that is 0, "killed by signal 9 (Killed)",
+// "timed out", "interrupted", "not started", or the word.
 std::string describe(const TaskEnd& end);
 
 // Whether `id` is valid in these lines: not empty, and only digits, letters, ":" and "_".
