@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "adapter/context.h"
+#include "tool/batch/expected.h"
 #include "tool/check/inspect.h"
 #include "tool/check/report.h"
 #include "tool/check/rules.h"
@@ -26,7 +28,20 @@ struct CheckOptions {
   bool inJson = false;
   bool isStrict = false;
   bool wantsAll = false;
+  std::vector<std::string> expected;  // patterns of files that tasks must make
 };
+
+// Reports patterns that run would refuse. Returns the exit status.
+int checkExpected(const runlet::AdapterContext& context, const std::vector<std::string>& patterns) {
+  int status = exitFine;
+  for (const std::string& pattern : patterns) {
+    const std::string complaint = complaintAboutPattern(context, pattern);
+    if (complaint.empty()) continue;
+    std::fprintf(stderr, "runlet-job: check: --expect: %s\n", complaint.c_str());
+    status = exitFailing;
+  }
+  return status;
+}
 
 int statusOf(const Report& report, bool isStrict) {
   if (!report.isReadable) return exitUnreadable;
@@ -39,9 +54,12 @@ int check(const CheckOptions& options) {
   int status = exitFine;
   Json jobs = Json::array();
   for (const std::string& job : options.jobs) {
+    runlet::AdapterContext context;
     const Report report = inspect({job, options.appPath, options.userName, options.isOfHost,
-                                   options.wantsAll, options.wantsAll});
+                                   options.wantsAll, options.wantsAll},
+                                  &context);
     status = std::max(status, statusOf(report, options.isStrict));
+    status = std::max(status, checkExpected(context, options.expected));
     if (options.inJson) {
       jobs.push_back(findingsJson(job, report));
     } else {
@@ -72,7 +90,11 @@ void addCheck(CLI::App* app, Action* action) {
   verb->add_flag("--all", options->wantsAll,
                  "Check all tasks and show all findings, not only 20 per code");
   verb->add_flag("--strict", options->isStrict, "Fail on warnings, too");
-  verb->callback([=] { *action = [=] { return check(*options); }; });
+  CLI::Option* expected = addExpected(verb, "Check a pattern for --expect of run; repeatable");
+  verb->callback([=] {
+    options->expected = expected->results();
+    *action = [=] { return check(*options); };
+  });
 }
 
 }  // namespace runlet_tool

@@ -42,4 +42,11 @@ void addKeptVariables(CLI::App* verb, const std::string& help, std::vector<std::
       ->type_name("NAME");
 }
 
+CLI::Option* addExpected(CLI::App* verb, const std::string& help) {
+  return verb->add_option("--expect")
+      ->description(help)
+      ->type_name("PATTERN")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
 }  // namespace runlet_tool

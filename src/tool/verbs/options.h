@@ -9,7 +9,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace runlet_tool {
 
@@ -30,5 +31,8 @@ void addBatchOptions(CLI::App* verb, BatchOptions* options);
 // Adds --keep-env to `verb`, which stores names of environment variables in `*names`. `help`
 // describes it.
 void addKeptVariables(CLI::App* verb, const std::string& help, std::vector<std::string>* names);
+
+// Adds --expect to `verb`, whose results are to be taken unconverted. `help` describes it.
+CLI::Option* addExpected(CLI::App* verb, const std::string& help);
 
 }  // namespace runlet_tool

@@ -212,13 +212,9 @@ std::function<void()> addRecordOptions(CLI::App* verb, RunOptions* options) {
                           ->description("Create the record of the batch as this file")
                           ->type_name("FILE");
   verb->add_flag("--json", record->asJson, "Print the record as it grows instead of a summary");
-  CLI::Option* expected =
-      verb->add_option("--expect")
-          ->description(
-              "A task that does not make this file has failed; placeholders as in the "
-              "job; repeatable")
-          ->type_name("PATTERN")
-          ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  CLI::Option* expected = addExpected(
+      verb,
+      "A task that does not make this file has failed; placeholders as in the job; repeatable");
   for (const char* range : {"-s", "-n"}) {
     for (CLI::Option* option : {tasks, resume, failedOf}) option->excludes(verb->get_option(range));
   }

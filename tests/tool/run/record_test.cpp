@@ -277,7 +277,14 @@ TEST_F(RecordedRun, FailsATaskWithoutItsFiles) {
                   "--expect: " + std::string(*pattern == '\0' ? "''" : pattern) +
                       " cannot be filled in for task 1",
                   "exit 2");
+    const ProcessResult checked = runTool({"check", jobFile_, "--expect", pattern});
+    EXPECT_EQ(checked.error,
+              "runlet-job: check: --expect: " + std::string(*pattern == '\0' ? "''" : pattern) +
+                  " cannot be filled in for task 1\n");
+    EXPECT_EQ(describeStatus(checked.waitStatus), "exit 1");
   }
+  EXPECT_EQ(describeStatus(runTool({"check", jobFile_, "--expect", "%tn.png"}).waitStatus),
+            "exit 0");
 }
 
 TEST_F(RecordedRun, RefusesAJobThatIsRunning) {
