@@ -161,10 +161,9 @@ StartAnswer startTask(const Links& links, StartRequest* request, const sigset_t&
   std::signal(SIGCHLD, SIG_DFL);
   openStreams();  // so that no received descriptor gets the number of a stream
   TaskGuard guard;
+  StartRequest request;
   bool isAnswered = true;
-  while (isAnswered) {
-    StartRequest request;
-    if (!receiveRequest(links.socket, &request)) break;
+  while (isAnswered && receiveRequest(links.socket, &request)) {
     const bool isComplete = request.log != -1 && request.leave != -1;
     const StartAnswer answer =
         isComplete ? startTask(links, &request, mask, kept, &guard) : StartAnswer{EMFILE, -1};
@@ -172,8 +171,9 @@ StartAnswer startTask(const Links& links, StartRequest* request, const sigset_t&
     close(request.leave);
     isAnswered = sendBytes(links.socket, &answer, sizeof answer);
   }
-  // The run was killed; at its own end it kills this process.
-  guard.endAll(grace);
+  // The run was killed; at its own end it kills this process. If only an answer could not be sent,
+  // the run takes this process for gone, and lets the other tasks run on.
+  if (isAnswered || errno == EPIPE) guard.endAll(grace);
   _exit(EXIT_SUCCESS);
 }
 
