@@ -1,5 +1,6 @@
 #include "tool/batch/recording.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -89,11 +90,21 @@ std::string changesText(const Remaining& remaining) {
          " gone or changed";
 }
 
+// What is wrong with the owner or the permissions of a record that decides what runs; empty if
+// nothing is.
+std::string complaintAboutOwner(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return "";  // reading it says why
+  if (status.st_uid != geteuid()) return "it belongs to user " + std::to_string(status.st_uid);
+  return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ? "others may write to it" : "";
+}
+
 // Reads the record that a user means. Returns why that fails, for a message; empty on success.
 std::string readMeant(const std::string& meant, std::string* path, Record* record) {
   const std::string complaint = findRecord(meant, path);
   if (!complaint.empty()) return complaint;
-  const std::string wrong = readRecord(*path, record);
+  std::string wrong = complaintAboutOwner(*path);
+  if (wrong.empty()) wrong = readRecord(*path, record);
   return wrong.empty() ? "" : shortShellWord(*path) + ": " + wrong;
 }
 

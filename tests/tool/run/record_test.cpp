@@ -235,6 +235,25 @@ TEST_F(RecordedRun, RefusesDamagedAndForeignRecords) {
   }
 }
 
+TEST_F(RecordedRun, RefusesRecordsThatOthersCanChange) {
+  writeJob({"exit 3"});
+  run();
+  const std::string record = recordFile_;
+  const std::string before = readFile(record);
+  for (const char* option : {"--resume", "--failed-of"}) {
+    ASSERT_EQ(chmod(record.c_str(), 0620), 0);
+    const std::string start = std::string(option) + ": " + record + ": ";
+    expectRefused(run({option, record}), start + "others may write to it", "exit 2");
+    ASSERT_EQ(chmod(record.c_str(), 0600), 0);
+    if (geteuid() != 0) continue;
+    ASSERT_EQ(chown(record.c_str(), otherId, 0), 0);
+    expectRefused(run({option, record}), start + "it belongs to user " + std::to_string(otherId),
+                  "exit 2");
+    ASSERT_EQ(chown(record.c_str(), 0, 0), 0);
+  }
+  EXPECT_EQ(readFile(record), before);
+}
+
 TEST_F(RecordedRun, RunsOnlyWhatFailedInAnotherBatch) {
   writeJob({"true", "exit 3", "exit 4"});
   run();
