@@ -1,7 +1,9 @@
 #include "tool/text/format.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
 
 namespace runlet_tool {
 // A C variadic function and not a template, so that the compiler checks the arguments.
@@ -20,6 +22,22 @@ std::string withoutLineEnd(const char* format, ...) {  // NOLINT(cert-dcl50-cpp)
 
 std::string quantity(std::size_t count, const std::string& what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+std::string durationText(double seconds) {
+  if (seconds < 59.95) return withoutLineEnd("%.1f s", seconds);
+  const auto whole = static_cast<long long>(std::min(seconds + 0.5, 1e15));
+  constexpr struct {
+    long long limit;  // for times below that
+    long long large;
+    const char* largeName;
+    long long small;
+    const char* smallName;
+  } rows[] = {{3600, 60, "min", 1, "s"}, {86400, 3600, "h", 60, "min"}, {0, 86400, "d", 3600, "h"}};
+  const auto row = std::find_if(std::begin(rows), std::end(rows) - 1,
+                                [=](const auto& candidate) { return whole < candidate.limit; });
+  return withoutLineEnd("%lld %s %lld %s", whole / row->large, row->largeName,
+                        whole % row->large / row->small, row->smallName);
 }
 
 void TaskNumbers::add(std::int32_t number) {

@@ -14,6 +14,9 @@ std::string withoutLineEnd(const char* format, ...) __attribute__((format(printf
 // "1 task", "2 tasks".
 std::string quantity(std::size_t count, const std::string& what);
 
+// A time of at least 0 seconds in at most two units: "0.3 s", "3 min 20 s", "5 h 7 min", "2 d 3 h".
+std::string durationText(double seconds);
+
 // A set of task numbers, stored as ranges. Numbers are added in ascending order.
 class TaskNumbers {
  public:
