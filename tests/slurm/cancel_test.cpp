@@ -20,11 +20,12 @@ TEST_F(SlurmCancel, IsReportedForEveryTaskThatHadNotEnded) {
   }));
   ask({"/usr/bin/scancel", id});
   const ProcessResult result = waiting.finish();
-  std::string summary = "task 1: succeeded: " + farmTask_ + "\n";
+  std::string summary;
   for (int task = 2; task <= 20; ++task) {
     summary += summaryOf(task, "cancelled", farmTask_ + " await:never",
                          folder_.file("job-" + padded(task, 2) + ".log"));
   }
+  summary += "task 1: succeeded: " + farmTask_ + "\n";
   EXPECT_EQ(result.error, summary + "20 tasks: 1 succeeded, 19 cancelled (2-20)\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
 }

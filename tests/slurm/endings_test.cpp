@@ -104,11 +104,10 @@ TEST_F(SlurmTimeLimit, EndsATaskAndIsReported) {
   Process waitingForChunks(inChunks);
 
   const ProcessResult result = waiting.finish();
-  const std::string end =
-      "task 3: succeeded: " + farmTask_ + "\n3 tasks: 2 succeeded, 1 timed out (2)\n";
-  EXPECT_EQ(result.error, "task 1: succeeded: " + farmTask_ + "\n" +
-                              summaryOf(2, "timed out", endless, folder_.file("alone/job-2.log")) +
-                              end);
+  const std::string end = "task 1: succeeded: " + farmTask_ + "\ntask 3: succeeded: " + farmTask_ +
+                          "\n3 tasks: 2 succeeded, 1 timed out (2)\n";
+  EXPECT_EQ(result.error,
+            summaryOf(2, "timed out", endless, folder_.file("alone/job-2.log")) + end);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   const std::string id = firstLine(result.output);
   EXPECT_EQ(elementsOf(id).at(2).state, "TIMEOUT");
@@ -116,9 +115,7 @@ TEST_F(SlurmTimeLimit, EndsATaskAndIsReported) {
   EXPECT_NE(again.find(" '--array=2' "), std::string::npos) << again;
 
   const ProcessResult chunks = waitingForChunks.finish();
-  EXPECT_EQ(chunks.error, "task 1: succeeded: " + farmTask_ + "\n" +
-                              summaryOf(2, "timed out", endless, folder_.file("chunked-2.log")) +
-                              end);
+  EXPECT_EQ(chunks.error, summaryOf(2, "timed out", endless, folder_.file("chunked-2.log")) + end);
   EXPECT_EQ(describeStatus(chunks.waitStatus), "exit 1");
 }
 

@@ -6,15 +6,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+#include <deque>
 #include <set>
 #include <unordered_map>
 #include <utility>
 
 #include "tool/batch/guard.h"
 #include "tool/batch/starter.h"
-#include "tool/text/terminal.h"
+#include "tool/text/characters.h"
+#include "tool/text/format.h"
 
 namespace runlet_tool {
 namespace {
@@ -42,11 +43,6 @@ double sinceEpoch() {
 
 double secondsOf(const timeval& time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-}
-
-// "signal 2 (Interrupt)"
-std::string signalText(int signal) {
-  return "signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
 }
 
 TaskEnd withoutProcess(const char* what, int error) {
@@ -90,7 +86,8 @@ void takeEnd(pid_t process, Running* running) {
 
 class Scheduler {
  public:
-  Scheduler(const TaskSource& source, const SchedulerLimits& limits, const HeldSignals& signals);
+  Scheduler(const TaskSource& source, const SchedulerLimits& limits, const HeldSignals& signals,
+            RunDisplay* display);
   ~Scheduler();
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
@@ -99,17 +96,23 @@ class Scheduler {
  private:
   using Processes = std::unordered_map<pid_t, Running>;
 
+  bool hasNext() const;
   bool mayStart() const;
   milliseconds waitingTime() const;
+  RunCounts counts() const;
 
+  std::size_t takeNext();
   void startNext();
   int start(std::size_t task, int log, TaskTry* attempt);
   void finish(std::size_t task, TaskTry* attempt);
   void finishRunning(Running* running);
+  bool willTryAgain(std::size_t task, Ending ending);
   void stop(const std::string& reason, const char* fate = "");
   void takeEnded();
   void loseSight(int error);
+  void haltIfDue();
   void interrupt(int signal);
+  void showInterrupt(int signal);
   void endOverdue();
   void askToEnd(Processes::value_type* process, Ending why);
   void killNow(Processes::value_type* process);
@@ -118,17 +121,21 @@ class Scheduler {
   const TaskSource& source_;
   const SchedulerLimits& limits_;
   const HeldSignals& signals_;
-  Progress progress_;
+  RunDisplay& display_;
   RunOutcome outcome_;
-  std::size_t next_ = 0;  // next task to start
-  bool isOver_ = false;   // no more tasks can be started
+  std::size_t next_ = 0;  // of the tasks that have not been tried
+  std::deque<std::size_t> again_;
+  std::unordered_map<std::size_t, std::int32_t> retries_;  // of tasks that have had any
+  std::size_t done_ = 0;
+  std::size_t failed_ = 0;
+  bool isOver_ = false;  // no more tasks can be started
   Processes processes_;
   std::set<std::pair<Instant, pid_t>> deadlines_;  // of all processes
 };
 
 Scheduler::Scheduler(const TaskSource& source, const SchedulerLimits& limits,
-                     const HeldSignals& signals)
-    : source_(source), limits_(limits), signals_(signals), progress_("running", source.count) {
+                     const HeldSignals& signals, RunDisplay* display)
+    : source_(source), limits_(limits), signals_(signals), display_(*display) {
   outcome_.ends.resize(source.count);
 }
 
@@ -142,28 +149,44 @@ RunOutcome Scheduler::run() {
     const int signal = signals_.await(waitingTime());
     takeEnded();  // first: a task that has ended in time needs no signal
     if (signal != 0 && signal != SIGCHLD) interrupt(signal);
+    haltIfDue();
     endOverdue();
     // Only one, then check for signals again: thousands of tasks may fail to open their logs.
     if (mayStart()) startNext();
-    progress_.showNow(next_ - processes_.size());
+    display_.refresh(counts());
   }
   return std::move(outcome_);
 }
 
+bool Scheduler::hasNext() const {
+  return next_ < source_.count || !again_.empty();
+}
+
 bool Scheduler::mayStart() const {
-  return !isOver_ && outcome_.signal == 0 && next_ < source_.count &&
+  return !isOver_ && outcome_.signal == 0 && hasNext() &&
          processes_.size() < static_cast<std::size_t>(limits_.atATime);
 }
 
 milliseconds Scheduler::waitingTime() const {
   if (mayStart()) return milliseconds(0);
-  const milliseconds longest = progress_.isOnTerminal() ? longestWaitOnTerminal : longestWait;
+  const milliseconds longest = display_.isOnTerminal() ? longestWaitOnTerminal : longestWait;
   if (deadlines_.empty()) return longest;
   return std::clamp(deadlines_.begin()->first - now(), milliseconds(0), longest);
 }
 
+RunCounts Scheduler::counts() const {
+  return {done_, failed_, processes_.size()};
+}
+
+std::size_t Scheduler::takeNext() {
+  if (next_ < source_.count) return next_++;
+  const std::size_t task = again_.front();
+  again_.pop_front();
+  return task;
+}
+
 void Scheduler::startNext() {
-  const std::size_t task = next_++;
+  const std::size_t task = takeNext();
   TaskTry attempt;
   attempt.beginTime = sinceEpoch();
   const int log = source_.openLog(task);
@@ -206,7 +229,23 @@ void Scheduler::finish(std::size_t task, TaskTry* attempt) {
   if (source_.ended && !source_.ended(task, attempt)) {
     stop(std::string("cannot record the end of a task: ") + std::strerror(errno));
   }
+  const Ending ending = attempt->end.ending;
   outcome_.ends[task] = attempt->end;
+  const bool isFinal = !willTryAgain(task, ending);
+  if (isFinal) ++done_;
+  if (isFinal && ending != Ending::succeeded) ++failed_;
+  display_.showEnd(task, *attempt, isFinal, counts());
+}
+
+// If so, the task is in the queue.
+bool Scheduler::willTryAgain(std::size_t task, Ending ending) {
+  if (isOver_ || outcome_.signal != 0 || ending == Ending::succeeded || limits_.retries == 0) {
+    return false;
+  }
+  if (retries_[task] == limits_.retries) return false;
+  ++retries_[task];
+  again_.push_back(task);
+  return true;
 }
 
 void Scheduler::finishRunning(Running* running) {
@@ -220,8 +259,7 @@ void Scheduler::stop(const std::string& reason, const char* fate) {
   if (isOver_) return;
   isOver_ = true;
   if (outcome_.stopReason.empty()) outcome_.stopReason = reason;
-  std::fprintf(stderr, "runlet-job: run: %s; %sno further tasks are started\n", reason.c_str(),
-               fate);
+  display_.showMessage(reason + "; " + fate + "no further tasks are started");
 }
 
 void Scheduler::takeEnded() {
@@ -261,10 +299,20 @@ void Scheduler::loseSight(int error) {
   deadlines_.clear();
 }
 
+void Scheduler::haltIfDue() {
+  if (!limits_.halt || isOver_ || failed_ < limits_.halt->failures) return;
+  const bool endsSome = limits_.halt->endsRunning && !processes_.empty();
+  if (!hasNext() && !endsSome) return;
+  stop(quantity(failed_, "task") + " failed (--halt " + visible(limits_.halt->option) + ")",
+       endsSome ? "running tasks are ended, and " : "");
+  for (Processes::value_type& process : processes_) {
+    if (endsSome && !process.second.forced) askToEnd(&process, Ending::interrupted);
+  }
+}
+
 void Scheduler::interrupt(int signal) {
   const bool isFirst = outcome_.signal == 0;
-  if (isFirst) outcome_.signal = signal;
-  if (outcome_.stopReason.empty()) outcome_.stopReason = "interrupted by " + signalText(signal);
+  if (isFirst) showInterrupt(signal);
   for (Processes::value_type& process : processes_) {
     if (!isFirst) {
       killNow(&process);
@@ -272,6 +320,14 @@ void Scheduler::interrupt(int signal) {
       askToEnd(&process, Ending::interrupted);
     }
   }
+}
+
+void Scheduler::showInterrupt(int signal) {
+  outcome_.signal = signal;
+  if (outcome_.stopReason.empty()) outcome_.stopReason = "interrupted by " + signalText(signal);
+  std::vector<std::size_t> running;
+  for (const Processes::value_type& process : processes_) running.push_back(process.second.task);
+  display_.showInterrupt(signal, limits_.grace, std::move(running));
 }
 
 void Scheduler::endOverdue() {
@@ -308,8 +364,8 @@ void Scheduler::setDeadline(Processes::value_type* process, std::optional<Instan
 }  // namespace
 
 RunOutcome runTasks(const TaskSource& source, const SchedulerLimits& limits,
-                    const HeldSignals& signals) {
-  return Scheduler(source, limits, signals).run();
+                    const HeldSignals& signals, RunDisplay* display) {
+  return Scheduler(source, limits, signals, display).run();
 }
 
 }  // namespace runlet_tool

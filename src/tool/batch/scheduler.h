@@ -11,23 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "tool/batch/display.h"
 #include "tool/batch/starter.h"
+#include "tool/batch/task_try.h"
 #include "tool/record/ends.h"
 #include "tool/system/signals.h"
 
 namespace runlet_tool {
-
-// One try to run a task. Points in time are seconds since 1970 in UTC, with a fraction.
-struct TaskTry {
-  TaskEnd end;
-  pid_t process = 0;  // 0 if the program was not allowed to run, or there was no process
-  double beginTime = 0;
-  double endTime = 0;
-  double wall = 0;              // seconds, by a clock that is never set
-  double cpu = 0;               // seconds, of the task and the children it has waited for
-  std::int64_t peakMemory = 0;  // bytes, of the largest of these processes, or of the starter
-                                // process if that is larger
-};
 
 // The tasks to run, numbered from 0 here.
 struct TaskSource {
@@ -47,22 +37,36 @@ struct TaskSource {
   std::function<bool(std::size_t, TaskTry*)> ended = {};
 };
 
+// When to stop early: after that many tasks have failed, counting only those that are not tried
+// again.
+struct HaltRule {
+  std::size_t failures = 1;
+  bool endsRunning = false;  // whether running tasks are ended, too
+  std::string option;        // as on the command line
+};
+
 struct SchedulerLimits {
   std::int32_t atATime = 1;                            // at least 1
   std::optional<std::chrono::milliseconds> timeLimit;  // of each task
   std::chrono::milliseconds grace;  // between SIGTERM and SIGKILL for tasks being ended
+  std::int32_t retries = 0;         // how often a task that did not succeed is tried again
+  std::optional<HaltRule> halt = {};
 };
 
 struct RunOutcome {
-  std::vector<TaskEnd> ends;  // of every task
+  std::vector<TaskEnd> ends;  // of every task, by its last try
   int signal = 0;             // that interrupted the run; 0 = none
   std::string stopReason;     // why no further tasks were started, for people; empty if they were
 };
 
-// Runs the tasks in order until all have ended, with a progress bar on a terminal. A task that
-// exceeds the time limit is ended: its group gets SIGTERM, after the grace period SIGKILL, and once
-// the task itself has ended, the rest of its group is killed. Background processes of a task that
-// ends by itself are left alone.
+// Runs the tasks in order until all have ended, and shows that. Those to be tried again come after
+// all others, each with a new log. A task that exceeds the time limit is ended: its group gets
+// SIGTERM, after the grace period SIGKILL, and once the task itself has ended, the rest of its
+// group is killed. Background processes of a task that ends by itself are left alone.
+//
+// When the halt rule applies and something would be left to start or, if it ends running tasks, to
+// end, standard error says so, and no further tasks are started; tasks that it ends count as
+// interrupted.
 //
 // After SIGINT, SIGTERM, SIGHUP or SIGQUIT no further tasks are started, and running tasks are
 // ended; a second signal kills them at once. If a task could not be started, or its program was not
@@ -76,6 +80,6 @@ struct RunOutcome {
 // running tasks are killed; but if they are no longer children of this process, their ids may
 // belong to any process, and they are left running. If an exception ends the run, they are killed.
 RunOutcome runTasks(const TaskSource& source, const SchedulerLimits& limits,
-                    const HeldSignals& signals);
+                    const HeldSignals& signals, RunDisplay* display);
 
 }  // namespace runlet_tool

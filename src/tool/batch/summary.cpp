@@ -55,17 +55,32 @@ std::string taskText(const Batch& batch, std::size_t index, const TaskEnd& end, 
   return text.append("  log: ").append(log).append("\n");
 }
 
+// Where the lines of a task come: the smaller, the earlier.
+int placeOf(const TaskEnd& end) {
+  if (end.ending == Ending::succeeded) return 2;
+  return end.ending == Ending::notStarted ? 1 : 0;
+}
+
 }  // namespace
 
-int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends, std::FILE* out) {
+int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends,
+                 const SummaryOptions& options, std::FILE* out) {
   const bool hasColour = wantsColour(out);
-  Totals totals;
   Preview preview;
+  const int places = options.isQuiet ? 2 : 3;
+  for (int place = 0; place < places; ++place) {
+    for (std::size_t i = 0; i < ends.size(); ++i) {
+      if (placeOf(ends[i]) != place) continue;
+      std::fputs(taskText(batch, i, ends[i], hasColour, &preview).c_str(), out);
+    }
+  }
+  Totals totals;
   for (std::size_t i = 0; i < ends.size(); ++i) {
-    std::fputs(taskText(batch, i, ends[i], hasColour, &preview).c_str(), out);
     const bool isOther = ends[i].ending == Ending::other;
     totals[{ends[i].ending, isOther ? ends[i].word : ""}].add(batch.tasks[i]);
   }
+  const std::string& reason = options.stopReason;
+  if (!reason.empty()) std::fprintf(out, "stopped early: %s\n", reason.c_str());
   std::fprintf(out, "%s\n", totalsText(batch, totals).c_str());
   return statusOf(ends);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 #include <vector>
 
 #include "tool/batch/batch.h"
@@ -9,11 +10,20 @@
 
 namespace runlet_tool {
 
+// What the summary says beyond the ends of tasks.
+struct SummaryOptions {
+  bool isQuiet = false;         // leaves out tasks that succeeded
+  std::string stopReason = {};  // why not all tasks were run; empty if they were
+};
+
 // Writes to `out` a line with the command of each task of the batch, followed by the path of its
-// log if it was started and did not succeed, and a line with the totals. `ends[i]` is the end of
-// `batch.tasks[i]`. Returns the exit status: exitFine if all tasks succeeded, otherwise
-// exitFailing.
-int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends, std::FILE* out);
+// log if it was started and did not succeed: first the tasks that were started and did not succeed,
+// then those that were not started, then those that succeeded. Then come a line with the stop
+// reason, if there is one, and a line with the totals. `ends[i]` is the end of `batch.tasks[i]`.
+//
+// Returns the exit status: exitFine if all tasks succeeded, otherwise exitFailing.
+int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends,
+                 const SummaryOptions& options, std::FILE* out);
 
 // exitFine if all tasks succeeded, otherwise exitFailing.
 int statusOf(const std::vector<TaskEnd>& ends);

@@ -9,8 +9,8 @@
 
 #include "tool/report/markup.h"
 #include "tool/report/slots.h"
-#include "tool/report/units.h"
 #include "tool/text/format.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {

@@ -9,10 +9,10 @@
 #include <cstring>
 #include <string_view>
 
-#include "tool/report/units.h"
 #include "tool/system/files.h"
 #include "tool/text/characters.h"
 #include "tool/text/fields.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {

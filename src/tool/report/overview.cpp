@@ -4,8 +4,8 @@
 #include <map>
 #include <utility>
 
-#include "tool/report/units.h"
 #include "tool/text/characters.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {

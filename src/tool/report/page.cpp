@@ -11,9 +11,9 @@
 #include "tool/report/page_style.h"
 #include "tool/report/statistics.h"
 #include "tool/report/time_axis.h"
-#include "tool/report/units.h"
 #include "tool/text/characters.h"
 #include "tool/text/format.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <iterator>
 
-#include "tool/report/units.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {

@@ -7,10 +7,10 @@
 
 #include "tool/report/log_end.h"
 #include "tool/report/statistics.h"
-#include "tool/report/units.h"
 #include "tool/text/characters.h"
 #include "tool/text/format.h"
 #include "tool/text/terminal.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "tool/report/statistics.h"
-#include "tool/report/units.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {

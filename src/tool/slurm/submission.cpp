@@ -70,7 +70,7 @@ int submitParts(const Batch& batch, const SubmitOptions& options,
   if (!options.isWaiting) return exitFine;
   const Farewell farewell(farewellText(arrays));
   hold.release();
-  return writeSummary(batch, awaitTasks(batch, arrays), stderr);
+  return writeSummary(batch, awaitTasks(batch, arrays), {}, stderr);
 }
 
 int showCommands(const Batch& batch, const SubmitOptions& options,

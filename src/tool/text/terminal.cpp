@@ -1,7 +1,9 @@
 #include "tool/text/terminal.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -11,7 +13,9 @@ namespace {
 
 constexpr auto patience = std::chrono::seconds(1);
 constexpr auto pause = std::chrono::milliseconds(100);
-constexpr std::size_t barWidth = 40;
+constexpr std::size_t widestBar = 40;
+constexpr std::size_t narrowestBar = 10;
+constexpr std::size_t usualWidth = 80;  // of a terminal that does not know its width
 
 // In the order of Colour.
 constexpr const char* codes[] = {"", "\033[1;31m", "\033[1;33m", "\033[1;36m", "\033[1;32m"};
@@ -19,6 +23,12 @@ constexpr const char* codes[] = {"", "\033[1;31m", "\033[1;33m", "\033[1;36m", "
 bool isSet(const char* variable) {
   const char* value = std::getenv(variable);
   return value != nullptr && *value != '\0';
+}
+
+std::size_t terminalWidth() {
+  winsize size{};
+  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return isKnown ? size.ws_col : usualWidth;
 }
 
 }  // namespace
@@ -34,6 +44,19 @@ std::string coloured(const std::string& text, Colour colour, bool wanted) {
   return codes[static_cast<std::size_t>(colour)] + text + "\033[0m";
 }
 
+std::string progressLine(const std::string& what, std::size_t done, std::size_t total,
+                         const std::string& details, std::size_t columns) {
+  const std::size_t room = columns - 1;  // a full line would move the cursor to the next one
+  const std::size_t others = what.size() + details.size() + std::strlen(" [] ");
+  const std::size_t width = std::min(room - std::min(room, others), widestBar);
+  const std::size_t filled = width * done / total;
+  std::string line = what + " ";
+  if (width >= narrowestBar) {
+    line.append("[").append(filled, '#').append(width - filled, ' ').append("] ");
+  }
+  return (line + details).substr(0, room);
+}
+
 Progress::Progress(std::string what, std::size_t total)
     : what_(std::move(what)),
       total_(total),
@@ -41,17 +64,23 @@ Progress::Progress(std::string what, std::size_t total)
       next_(Clock::now() + patience) {}
 
 Progress::~Progress() {
-  if (isShown_) std::fputs("\r\033[K", stderr);
+  erase();
 }
 
-void Progress::look(std::size_t done) {
-  const Clock::time_point now = Clock::now();
-  if (now < next_) return;
-  next_ = now + pause;
+void Progress::erase() {
+  if (isShown_) std::fputs("\r\033[K", stderr);
+  isShown_ = false;
+}
+
+std::string Progress::percentage(std::size_t done) const {
+  return std::to_string(100 * done / total_) + "%";
+}
+
+void Progress::draw(std::size_t done, const std::string& details) {
+  next_ = Clock::now() + pause;
   isShown_ = true;
-  const std::size_t filled = barWidth * done / total_;
-  const std::string bar = std::string(filled, '#') + std::string(barWidth - filled, ' ');
-  std::fprintf(stderr, "\r%s [%s] %zu%%", what_.c_str(), bar.c_str(), 100 * done / total_);
+  const std::string line = progressLine(what_, done, total_, details, terminalWidth());
+  std::fprintf(stderr, "\r%s\033[K", line.c_str());
 }
 
 }  // namespace runlet_tool

@@ -23,8 +23,13 @@ enum class Colour { none, red, yellow, cyan, green };
 // `text` in that colour, if `wanted`.
 std::string coloured(const std::string& text, Colour colour, bool wanted);
 
+// A line that fits into `columns`: `what`, a bar if there is room for one, and `details`.
+std::string progressLine(const std::string& what, std::size_t done, std::size_t total,
+                         const std::string& details, std::size_t columns);
+
 // A progress bar on standard error, if that is a terminal, shown after the work has taken over a
-// second and erased at the end. Nothing else may be written to the terminal meanwhile.
+// second and erased at the end. It fits into the terminal's current width. Before anything else is
+// written to the terminal, it must be erased.
 class Progress {
  public:
   // `what` is shown before the bar; `total` is the number of steps, 0 = no bar.
@@ -40,8 +45,19 @@ class Progress {
 
   // The same for slow steps, or when only time has passed.
   void showNow(std::size_t done) {
-    if (isTerminal_) look(done);
+    if (isDue()) draw(done, percentage(done));
   }
+
+  // Draws the bar with `details` after it instead of the percentage. Only if isDue().
+  void draw(std::size_t done, const std::string& details);
+
+  // Whether there may be a bar, and it is time to draw it.
+  bool isDue() const {
+    return isTerminal_ && Clock::now() >= next_;
+  }
+
+  // Erases the bar until it is drawn again.
+  void erase();
 
   // Whether there may be a bar.
   bool isOnTerminal() const {
@@ -52,7 +68,7 @@ class Progress {
   using Clock = std::chrono::steady_clock;
   static constexpr std::size_t stepsPerLook = 256;
 
-  void look(std::size_t done);
+  std::string percentage(std::size_t done) const;
 
   std::string what_;
   std::size_t total_;

@@ -12,13 +12,13 @@
 #include "tool/record/read.h"
 #include "tool/record/store.h"
 #include "tool/report/overview.h"
-#include "tool/report/units.h"
 #include "tool/system/exit_status.h"
 #include "tool/text/characters.h"
 #include "tool/text/fields.h"
 #include "tool/text/format.h"
 #include "tool/text/quoting.h"
 #include "tool/text/terminal.h"
+#include "tool/text/units.h"
 #include "tool/verbs.h"
 
 namespace runlet_tool {

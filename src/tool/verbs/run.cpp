@@ -14,7 +14,9 @@
 #include "exec/start.h"
 #include "tool/batch/batch.h"
 #include "tool/batch/become_task.h"
+#include "tool/batch/display.h"
 #include "tool/batch/expected.h"
+#include "tool/batch/limits.h"
 #include "tool/batch/logs.h"
 #include "tool/batch/recording.h"
 #include "tool/batch/scheduler.h"
@@ -22,6 +24,7 @@
 #include "tool/batch/summary.h"
 #include "tool/record/ends.h"
 #include "tool/system/exit_status.h"
+#include "tool/system/processors.h"
 #include "tool/system/signals.h"
 #include "tool/text/characters.h"
 #include "tool/text/fields.h"
@@ -34,19 +37,36 @@ namespace {
 
 constexpr char name[] = "run";
 
+// From this number of minutes on, a job's TaskTimeout is no limit.
+constexpr std::int32_t unlimitedTimeout = 35791;
+
 struct RunOptions {
   BatchOptions batch;
   std::int32_t jobs = 1;
+  std::int32_t retries = 0;
+  std::string halt;     // empty = never
+  std::string timeout;  // empty = only the job's
+  bool isQuiet = false;
   std::string endLinesId;  // empty = no end lines; otherwise there is no record
   RecordOptions record;
   std::vector<std::string> expected;  // patterns of files
   KeptVariables kept;
 };
 
-std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch) {
-  const std::int32_t limit = batch.context.taskTimeout;
-  if (limit <= 0) return {};
-  return std::chrono::minutes(limit);
+// The shorter one of the job's limit and that of the command line.
+std::optional<std::chrono::milliseconds> timeLimitOf(const Batch& batch,
+                                                     const RunOptions& options) {
+  const std::int32_t minutes = batch.context.taskTimeout;
+  const std::optional<std::chrono::milliseconds> own = parseTime(options.timeout);
+  if (minutes <= 0 || minutes >= unlimitedTimeout) return own;
+  const std::chrono::milliseconds ofJob = std::chrono::minutes(minutes);
+  return own ? std::min(*own, ofJob) : ofJob;
+}
+
+std::optional<HaltRule> haltRuleOf(const Batch& batch, const RunOptions& options) {
+  const std::optional<HaltOption> option = parseHalt(options.halt);
+  if (!option) return {};
+  return HaltRule{failuresOf(*option, batch.tasks.size()), option->isNow, options.halt};
 }
 
 // A task that has succeeded fails if one of its files is missing.
@@ -84,8 +104,7 @@ void addRecording(Recording* recording, Batch* batch, TaskSource* source) {
 
 std::string stopText(const RunOutcome& outcome) {
   if (outcome.signal == 0) return outcome.stopReason;
-  return "interrupted by signal " + std::to_string(outcome.signal) + " (" +
-         strsignal(outcome.signal) + ")";
+  return "interrupted by " + signalText(outcome.signal);
 }
 
 // Returns the exit status. `recording` may be null.
@@ -94,10 +113,19 @@ int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, St
   const HeldSignals signals;
   TaskSource source = taskSource(*batch, options, starter);
   if (recording != nullptr) addRecording(recording, batch, &source);
-  const RunOutcome outcome =
-      runTasks(source, {options.jobs, timeLimitOf(*batch), usualGrace}, signals);
+  const auto logOf = [batch](std::size_t index) {
+    return logPath(*batch, batch->tasks[index], batch->attempts[index]);
+  };
+  const SchedulerLimits limits = {options.jobs, timeLimitOf(*batch, options), usualGrace,
+                                  options.retries, haltRuleOf(*batch, options)};
+  const RunOutcome outcome = [&] {
+    RunDisplay display(batch->tasks, logOf, options.isQuiet);
+    return runTasks(source, limits, signals, &display);
+  }();
   const int status =
-      options.record.asJson ? statusOf(outcome.ends) : writeSummary(*batch, outcome.ends, stdout);
+      options.record.asJson
+          ? statusOf(outcome.ends)
+          : writeSummary(*batch, outcome.ends, {options.isQuiet, outcome.stopReason}, stdout);
   const bool isRecorded = recording == nullptr || recording->end(stopText(outcome));
   const std::string& id = options.endLinesId;
   if (!id.empty()) put(endLines(id, batch->tasks, outcome.ends));
@@ -110,7 +138,7 @@ int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, St
 }
 
 SessionLimits sessionLimits(const Batch& batch, const RunOptions& options) {
-  const auto limit = timeLimitOf(batch);
+  const auto limit = timeLimitOf(batch, options);
   return {options.jobs, limit ? std::chrono::duration<double>(*limit).count() : 0};
 }
 
@@ -229,17 +257,41 @@ std::function<void()> addRecordOptions(CLI::App* verb, RunOptions* options) {
   };
 }
 
+std::string processorsOrDecimal(const std::string& text) {
+  return text == "auto" ? std::to_string(usableProcessors()) : inDecimal(text);
+}
+
+void addLimits(CLI::App* verb, RunOptions* options) {
+  verb->add_option("--jobs", options->jobs,
+                   "Number of tasks to run at a time (default: 1), or auto: that of processors")
+      ->transform(processorsOrDecimal)
+      ->check(CLI::Range(1, INT32_MAX))
+      ->type_name("K");
+  verb->add_option("--retries", options->retries,
+                   "Try a task that does not succeed again, up to N times (default: 0)")
+      ->transform(inDecimal)
+      ->check(CLI::Range(0, INT32_MAX))
+      ->type_name("N");
+  verb->add_option("--halt", options->halt,
+                   "Stop early: soon starts no more tasks, now also ends running ones; "
+                   "after the first failure, or with ,fail=N or ,fail=N% after so many")
+      ->check(CLI::Validator(complaintAboutHalt, ""))
+      ->type_name("WHEN");
+  verb->add_option("--timeout", options->timeout,
+                   "Time limit per task if shorter than the job's, such as 90s, 5m, 2h or 1d")
+      ->check(CLI::Validator(complaintAboutTime, ""))
+      ->type_name("TIME");
+}
+
 }  // namespace
 
 void addRun(CLI::App* app, Action* action) {
   CLI::App* verb = app->add_subcommand(name, "Run a job's tasks on this machine");
   const auto options = std::make_shared<RunOptions>();
   addBatchOptions(verb, &options->batch);
-  verb->add_option("--jobs", options->jobs, "Number of tasks to run at a time (default: 1)")
-      ->transform(inDecimal)
-      ->check(CLI::Range(1, INT32_MAX))
-      ->type_name("K");
   const std::function<void()> takeRecordOptions = addRecordOptions(verb, options.get());
+  addLimits(verb, options.get());
+  verb->add_flag("--quiet", options->isQuiet, "Say nothing about tasks that succeed");
   // Only for the arrays of `submit`, and hidden.
   verb->add_option("--tell-ends", options->endLinesId)->group("");
   addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);

@@ -22,11 +22,12 @@ void fill(int taskCount, const std::vector<std::int32_t>& tasks, Batch* batch) {
   batch->logFolder = "/logs/of shots";
 }
 
-std::string summaryOf(const Batch& batch, const std::vector<TaskEnd>& ends, int* status) {
+std::string summaryOf(const Batch& batch, const std::vector<TaskEnd>& ends, int* status,
+                      const SummaryOptions& options = {}) {
   char* text = nullptr;
   std::size_t size = 0;
   std::FILE* out = open_memstream(&text, &size);
-  *status = writeSummary(batch, ends, out);
+  *status = writeSummary(batch, ends, options, out);
   std::fclose(out);
   const std::string summary(text, size);
   std::free(text);
@@ -52,7 +53,6 @@ TEST(Summary, HasALineForEveryTaskAndOneForAll) {
   };
   int status = -1;
   EXPECT_EQ(summaryOf(batch, ends, &status),
-            "task 1: succeeded: say 1 'of it'\n"
             "task 2: failed with exit code 3: say 2 'of it'\n"
             "  log: '/logs/of shots/shot-02.log'\n"
             "task 3: killed by signal 9 (Killed): say 3 'of it'\n"
@@ -68,10 +68,40 @@ TEST(Summary, HasALineForEveryTaskAndOneForAll) {
             "task 8: interrupted: say 8 'of it'\n"
             "  log: '/logs/of shots/shot-08.log'\n"
             "task 10: not started: say 10 'of it'\n"
+            "task 1: succeeded: say 1 'of it'\n"
             "task 12: succeeded: say 12 'of it'\n"
             "10 tasks: 2 succeeded, 3 failed (2, 6-7), 1 killed (3), 1 timed out (4), "
             "1 interrupted (8), 1 not started (10), 1 node_fail (5)\n");
   EXPECT_EQ(status, exitFailing);
+}
+
+TEST(Summary, PutsTasksThatRanBeforeThoseThatWereNotStarted) {
+  Batch batch;
+  fill(4, {1, 2, 3, 4}, &batch);
+  const TaskEnd notStarted = {Ending::notStarted, 0, ""};
+  int status = -1;
+  EXPECT_EQ(summaryOf(batch, {notStarted, succeeded, {Ending::failed, 3, ""}, notStarted}, &status,
+                      {false, "1 task failed (--halt soon)"}),
+            "task 3: failed with exit code 3: say 3 'of it'\n"
+            "  log: '/logs/of shots/shot-3.log'\n"
+            "task 1: not started: say 1 'of it'\n"
+            "task 4: not started: say 4 'of it'\n"
+            "task 2: succeeded: say 2 'of it'\n"
+            "stopped early: 1 task failed (--halt soon)\n"
+            "4 tasks: 1 succeeded, 1 failed (3), 2 not started (1, 4)\n");
+}
+
+TEST(Summary, LeavesOutWhatSucceededIfQuiet) {
+  Batch batch;
+  fill(3, {1, 2, 3}, &batch);
+  int status = -1;
+  EXPECT_EQ(summaryOf(batch, {succeeded, {Ending::failed, 3, ""}, succeeded}, &status, {true, ""}),
+            "task 2: failed with exit code 3: say 2 'of it'\n"
+            "  log: '/logs/of shots/shot-2.log'\n"
+            "3 tasks: 2 succeeded, 1 failed (2)\n");
+  EXPECT_EQ(summaryOf(batch, {succeeded, succeeded, succeeded}, &status, {true, ""}),
+            "3 tasks: 3 succeeded\n");
+  EXPECT_EQ(status, exitFine);
 }
 
 TEST(Summary, IsASuccessOnlyIfAllHaveSucceeded) {

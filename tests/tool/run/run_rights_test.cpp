@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <regex>
 
 #include "adapter_test.h"
 #include "pseudo_terminal.h"
@@ -48,8 +49,12 @@ class RunRights : public AdapterTest {
   }
 
   void expectSuccess(const ProcessOptions& started, const std::string& error = "") const {
-    expectTool(runProcess(started), "task 1: succeeded: " + command_ + "\n1 task: 1 succeeded\n",
-               error, "exit 0");
+    ProcessResult result = runProcess(started);
+    const std::string line = "task 1: succeeded in [0-9]+\\.[0-9] s \\(1 of 1\\)\n";
+    EXPECT_TRUE(std::regex_search(result.error, std::regex(line))) << result.error;
+    result.error = std::regex_replace(result.error, std::regex(line), "");
+    expectTool(result, "task 1: succeeded: " + command_ + "\n1 task: 1 succeeded\n", error,
+               "exit 0");
   }
 
   Report workReport() {

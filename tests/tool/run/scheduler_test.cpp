@@ -15,6 +15,7 @@
 #include <ctime>
 #include <fstream>
 #include <new>
+#include <numeric>
 #include <sstream>
 #include <thread>
 
@@ -44,6 +45,16 @@ const TaskEnd notStarted{Ending::notStarted, 0, ""};
 // For scripts: waits until there are that many files matching the pattern.
 constexpr char await[] =
     "await() { while [ $(ls $1 2>/dev/null | wc -l) -lt $2 ]; do sleep 0.01; done; }\n";
+
+// Shows nothing but messages.
+RunOutcome runQuietly(const TaskSource& tasks, const SchedulerLimits& limits,
+                      const HeldSignals& held) {
+  std::vector<std::int32_t> numbers(tasks.count);
+  std::iota(numbers.begin(), numbers.end(), 1);
+  RunDisplay display(
+      numbers, [](std::size_t) { return ""; }, true);
+  return runTasks(tasks, limits, held, &display);
+}
 
 // Signals have their default dispositions, whoever started the tests.
 class Scheduler : public testing::Test {
@@ -75,7 +86,7 @@ class Scheduler : public testing::Test {
   RunOutcome runCommands(const Strings& commands, const SchedulerLimits& limits) const {
     Starter starter;
     const HeldSignals held;
-    return runTasks(source(commands, &starter), limits, held);
+    return runQuietly(source(commands, &starter), limits, held);
   }
 
   // Runs shell scripts.
@@ -188,7 +199,7 @@ TEST_F(Scheduler, ContinuesIfATaskCannotBeStarted) {
     return index == 1 ? EAGAIN : start(index, log, announce, process);
   };
   const HeldSignals held;
-  expectOutcome(runTasks(tasks, {2, {}, shortTime}, held),
+  expectOutcome(runQuietly(tasks, {2, {}, shortTime}, held),
                 {succeeded,
                  {Ending::other, 0, "cannot be started (Resource temporarily unavailable)"},
                  succeeded});
@@ -202,7 +213,7 @@ TEST_F(Scheduler, ContinuesIfALogCannotBeOpened) {
     return index == 1 ? -1 : openLog(index);
   };
   const HeldSignals held;
-  expectOutcome(runTasks(tasks, {1, {}, shortTime}, held),
+  expectOutcome(runQuietly(tasks, {1, {}, shortTime}, held),
                 {succeeded, {Ending::other, 0, "cannot open log (Permission denied)"}, succeeded});
 }
 
@@ -243,7 +254,7 @@ TEST_F(Scheduler, RunsNoProgramBeforeItsStartIsRecorded) {
     return true;
   };
   const HeldSignals held;
-  expectOutcome(runTasks(tasks, {1, {}, shortTime}, held), {succeeded});
+  expectOutcome(runQuietly(tasks, {1, {}, shortTime}, held), {succeeded});
   EXPECT_EQ(access(folder_.file("ran").c_str(), F_OK), 0);
 }
 
@@ -258,7 +269,7 @@ TEST_F(Scheduler, RunsNothingWhoseStartCannotBeRecorded) {
   };
   const HeldSignals held;
   testing::internal::CaptureStderr();
-  const RunOutcome outcome = runTasks(tasks, {1, {}, shortTime}, held);
+  const RunOutcome outcome = runQuietly(tasks, {1, {}, shortTime}, held);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "runlet-job: run: cannot record the start of a task: No space left on device; no "
             "further tasks are started\n");
@@ -289,7 +300,7 @@ TEST_F(Scheduler, TellsHowEachTryWent) {
   listen(&tasks, &told);
   const HeldSignals held;
   const double begin = static_cast<double>(std::time(nullptr));
-  const RunOutcome outcome = runTasks(tasks, {1, {}, shortTime}, held);
+  const RunOutcome outcome = runQuietly(tasks, {1, {}, shortTime}, held);
   const double end = static_cast<double>(std::time(nullptr)) + 1;
   ASSERT_EQ(told.started.size(), 3U);
   ASSERT_EQ(told.ended.size(), 4U);
@@ -325,7 +336,7 @@ TEST_F(Scheduler, CountsTheEndThatTheRecordGives) {
     return true;
   };
   const HeldSignals held;
-  expectOutcome(runTasks(tasks, {1, {}, shortTime}, held),
+  expectOutcome(runQuietly(tasks, {1, {}, shortTime}, held),
                 {{Ending::other, 0, "lacks a file"}, succeeded});
 }
 
@@ -338,7 +349,7 @@ TEST_F(Scheduler, StartsNothingMoreIfAnEndCannotBeRecorded) {
   };
   const HeldSignals held;
   testing::internal::CaptureStderr();
-  const RunOutcome outcome = runTasks(tasks, {1, {}, shortTime}, held);
+  const RunOutcome outcome = runQuietly(tasks, {1, {}, shortTime}, held);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "runlet-job: run: cannot record the end of a task: Disk quota exceeded; no further "
             "tasks are started\n");
@@ -475,7 +486,7 @@ TEST_F(Scheduler, LeavesNothingBehindAfterAnException) {
     first = *process;
     return error;
   };
-  EXPECT_THROW(runTasks(tasks, {2, patience, shortTime}, held), std::bad_alloc);
+  EXPECT_THROW(runQuietly(tasks, {2, patience, shortTime}, held), std::bad_alloc);
   int status = 0;
   EXPECT_EQ(waitpid(first, &status, 0), first);
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
@@ -560,7 +571,7 @@ TEST_F(Scheduler, StartsNothingIfAlreadyInterrupted) {
   Starter starter;
   const HeldSignals held;
   raise(SIGTERM);
-  expectOutcome(runTasks(source(Strings(2, "/bin/true"), &starter), {1, {}, shortTime}, held),
+  expectOutcome(runQuietly(source(Strings(2, "/bin/true"), &starter), {1, {}, shortTime}, held),
                 {notStarted, notStarted}, SIGTERM);
 }
 
@@ -609,12 +620,89 @@ TEST_F(Scheduler, IsNotConfusedByChildrenThatAreNotItsOwn) {
   expectOutcome(run({"sleep 0.05", "exit 3"}), {succeeded, {Ending::failed, 3, ""}});
 }
 
+// Those that have not been tried come first.
+TEST_F(Scheduler, TriesAgainWhatDidNotSucceed) {
+  const Strings scripts = {
+      "echo 0 >>order; exit 3", "echo 1 >>order; [ -e second ] || { touch second; kill -9 $$; }",
+      "echo 2 >>order", "echo 3 >>order; [ -e fourth ] || { touch fourth; sleep 60; }"};
+  expectOutcome(run(scripts, {1, limit, shortTime, 2}),
+                {{Ending::failed, 3, ""}, succeeded, succeeded, succeeded});
+  EXPECT_EQ(readFile(folder_.file("order")), "0\n1\n2\n3\n0\n1\n3\n0\n");
+}
+
+TEST_F(Scheduler, GivesEachTryALogAndARecordOfItsOwn) {
+  Starter starter;
+  Told told;
+  TaskSource tasks = source({"/bin/true", "/bin/true"}, &starter);
+  std::size_t logs = 0;
+  tasks.openLog = [&](std::size_t) { return openLog(logs++); };
+  tasks.ended = [&told](std::size_t index, TaskTry* attempt) {
+    told.ended.emplace_back(index, *attempt);
+    if (index == 0 && told.ended.size() == 1) attempt->end = {Ending::other, 0, "lacks a file"};
+    return true;
+  };
+  const HeldSignals held;
+  expectOutcome(runQuietly(tasks, {1, {}, shortTime, 5}, held), Ends(2, succeeded));
+  EXPECT_EQ(logs, 3U);
+  ASSERT_EQ(told.ended.size(), 3U);
+  EXPECT_EQ(told.ended[1].first, 1U);
+  EXPECT_EQ(told.ended[2].first, 0U);
+  EXPECT_NE(told.ended[2].second.process, told.ended[0].second.process);
+}
+
+TEST_F(Scheduler, TriesNothingAgainAfterAnInterrupt) {
+  expectOutcome(run({"kill -INT $PPID; sleep 60", "exit 0"}, {1, {}, shortTime, 5}),
+                {interrupted, notStarted}, SIGINT);
+}
+
+TEST_F(Scheduler, StopsEarlyAfterFailuresIfItShould) {
+  const Strings scripts = {"exit 1", "exit 2", "echo run", "exit 4"};
+  const Ends stopped = {{Ending::failed, 1, ""}, {Ending::failed, 2, ""}, notStarted, notStarted};
+  const Ends all = {
+      {Ending::failed, 1, ""}, {Ending::failed, 2, ""}, succeeded, {Ending::failed, 4, ""}};
+  const struct {
+    HaltRule rule;
+    std::int32_t retries;
+    Ends ends;
+    std::string reason;
+  } rows[] = {
+      {{2, false, "soon,fail=2"}, 0, stopped, "2 tasks failed (--halt soon,fail=2)"},
+      {{2, true, "now,fail=2"}, 0, stopped, "2 tasks failed (--halt now,fail=2)"},
+      // Only what has failed for good counts, and by then nothing is left.
+      {{3, false, "soon,fail=3"}, 1, all, ""},
+      {{4, false, "soon,fail=4"}, 0, all, ""},
+  };
+  for (const auto& row : rows) {
+    const RunOutcome outcome = run(scripts, {1, patience, shortTime, row.retries, row.rule});
+    expectOutcome(outcome, row.ends);
+    EXPECT_EQ(outcome.stopReason, row.reason);
+  }
+}
+
+TEST_F(Scheduler, EndsRunningTasksEarlyOnlyIfItShould) {
+  const Strings scripts = {"await go 1; exit 1",
+                           "trap 'echo asked; exit 0' TERM; touch go; sleep 60 & wait", "exit 0"};
+  const struct {
+    bool isNow;
+    TaskEnd end;
+    std::string log;
+  } rows[] = {{true, interrupted, "asked\n"}, {false, {Ending::timedOut, 0, ""}, "asked\n"}};
+  for (const auto& row : rows) {
+    unlink(folder_.file("go").c_str());
+    const RunOutcome outcome =
+        run(scripts, {2, limit, never, 0, HaltRule{1, row.isNow, row.isNow ? "now" : "soon"}});
+    expectOutcome(outcome, {{Ending::failed, 1, ""}, row.end, notStarted});
+    EXPECT_EQ(outcome.signal, 0);
+    EXPECT_EQ(log(1), row.log);
+  }
+}
+
 TEST_F(Scheduler, IsQuickWithManyTasks) {
   constexpr std::size_t count = 300'000;
   const TaskSource tasks{count, [](std::size_t) { return -1; }, {}};
   const StopWatch watch;
   const HeldSignals held;
-  const RunOutcome outcome = runTasks(tasks, {4, {}, shortTime}, held);
+  const RunOutcome outcome = runQuietly(tasks, {4, {}, shortTime}, held);
   EXPECT_TRUE(std::all_of(outcome.ends.begin(), outcome.ends.end(),
                           [](const TaskEnd& end) { return end.ending == Ending::other; }));
   EXPECT_LT(watch.time(), patience);
@@ -625,7 +713,7 @@ TEST_F(Scheduler, RunsAThousandTasks) {
   TaskSource tasks = source(Strings(1000, "/bin/true"), &starter);
   tasks.openLog = [this](std::size_t) { return openLog(0); };
   const HeldSignals held;
-  expectOutcome(runTasks(tasks, {50, std::chrono::minutes(1), shortTime}, held),
+  expectOutcome(runQuietly(tasks, {50, std::chrono::minutes(1), shortTime}, held),
                 Ends(1000, succeeded));
 }
 

@@ -86,10 +86,10 @@ TEST_F(SubmitAndWait, ReportsHowTasksHaveFailed) {
                              element(2, "FAILED", 768) + element(4, "FAILED", 9) +
                              element(5, "OUT_OF_MEMORY", 9) + element(6, "CANCELLED"));
   expectSubmit({"--wait"}, "12\n",
-               line(1, "succeeded") + line(2, "failed with exit code 3", "job-2.log") +
-                   line(3, "timed out", "job-3.log") +
+               line(2, "failed with exit code 3", "job-2.log") + line(3, "timed out", "job-3.log") +
                    line(4, "killed by signal 9 (Killed)", "job-4.log") +
                    line(5, "out_of_memory", "job-5.log") + line(6, "cancelled", "job-6.log") +
+                   line(1, "succeeded") +
                    "6 tasks: 1 succeeded, 1 failed (2), 1 killed (4), 1 timed out (3), "
                    "1 cancelled (6), 1 out_of_memory (5)\n",
                "exit 1");
@@ -114,8 +114,8 @@ TEST_F(SubmitAndWait, AsksTheAccountsForWhatTheQueueHasForgotten) {
   slurm_.reply("sacct", 1, "printf '12_1|FAILED|1:0\\n12_2|FAILED|0:6\\n12_3|COMPLETED|0:0\\n'");
   slurm_.reply("sacct", 2, "echo '12_3|FAILED|2:0'");
   expectSubmit({"--wait"}, "12\n",
-               line(1, "succeeded") + line(2, "killed by signal 6 (Aborted)", "job-2.log") +
-                   line(3, "failed with exit code 2", "job-3.log") +
+               line(2, "killed by signal 6 (Aborted)", "job-2.log") +
+                   line(3, "failed with exit code 2", "job-3.log") + line(1, "succeeded") +
                    "3 tasks: 1 succeeded, 1 failed (3), 1 killed (2)\n",
                "exit 1");
   EXPECT_EQ(slurm_.calls("sacct"), (Calls{sacctArguments, sacctArguments}));
@@ -191,9 +191,9 @@ TEST_F(SubmitAndWait, AsksForAllArraysOfTheirClusterAtOnce) {
                states + "echo 14 0 FAILED 256; echo 14 1 COMPLETED 0; echo 15 2 FAILED 256");
   slurm_.reply("sacct", "echo '14_2|COMPLETED|0:0'");
   expectSubmit({"--wait", "-s", "8", "-n", "5"}, "12\n14\n",
-               line(8, "succeeded") + line(9, "succeeded") +
-                   line(10, "failed with exit code 1", "job-10.log") + line(11, "succeeded") +
-                   line(12, "succeeded") + "5 tasks: 4 succeeded, 1 failed (10)\n",
+               line(10, "failed with exit code 1", "job-10.log") + line(8, "succeeded") +
+                   line(9, "succeeded") + line(11, "succeeded") + line(12, "succeeded") +
+                   "5 tasks: 4 succeeded, 1 failed (10)\n",
                "exit 1");
   std::vector<std::string> squeueCall = squeueArguments;
   squeueCall[4] = "12,14";
@@ -234,11 +234,12 @@ TEST_F(SubmitAndWait, DistinguishesTheTasksOfAChunk) {
                              element(2, "COMPLETED") + element(3, "CANCELLED") +
                              element(4, "NODE_FAIL"));
   expectSubmit({"--wait", "--chunk", "2"}, "12\n",
-               line(1, "failed with exit code 7", "logs/job-1.log") + line(2, "succeeded") +
+               line(1, "failed with exit code 7", "logs/job-1.log") +
                    line(3, "failed with exit code 1", "logs/job-3.log") +
-                   line(4, "failed with exit code 1", "logs/job-4.log") + line(5, "succeeded") +
-                   line(6, "succeeded") + line(7, "cancelled", "logs/job-7.log") +
-                   line(8, "cancelled", "logs/job-8.log") + line(9, "node_fail", "logs/job-9.log") +
+                   line(4, "failed with exit code 1", "logs/job-4.log") +
+                   line(7, "cancelled", "logs/job-7.log") + line(8, "cancelled", "logs/job-8.log") +
+                   line(9, "node_fail", "logs/job-9.log") + line(2, "succeeded") +
+                   line(5, "succeeded") + line(6, "succeeded") +
                    "9 tasks: 3 succeeded, 3 failed (1, 3-4), 2 cancelled (7-8), "
                    "1 node_fail (9)\n",
                "exit 1");
@@ -251,13 +252,13 @@ TEST_F(SubmitAndWait, TakesTheElementsEndForTasksThatItsLogDoesNotName) {
   folder_.write("job-chunk-1.log", endLine("12_1", "succeeded 0 4"));
   folder_.makeFolder("job-chunk-2.log");
   slurm_.reply("squeue", element(0, "TIMEOUT") + element(1, "FAILED", 9) + element(2, "TIMEOUT"));
-  expectSubmit(
-      {"--wait", "--chunk", "3"}, "12\n",
-      line(1, "succeeded") + line(2, "timed out", "job-2.log") + line(3, "timed out", "job-3.log") +
-          line(4, "succeeded") + line(5, "killed by signal 9 (Killed)", "job-5.log") +
-          line(6, "killed by signal 9 (Killed)", "job-6.log") + line(7, "timed out", "job-7.log") +
-          "7 tasks: 2 succeeded, 2 killed (5-6), 3 timed out (2-3, 7)\n",
-      "exit 1");
+  expectSubmit({"--wait", "--chunk", "3"}, "12\n",
+               line(2, "timed out", "job-2.log") + line(3, "timed out", "job-3.log") +
+                   line(5, "killed by signal 9 (Killed)", "job-5.log") +
+                   line(6, "killed by signal 9 (Killed)", "job-6.log") +
+                   line(7, "timed out", "job-7.log") + line(1, "succeeded") + line(4, "succeeded") +
+                   "7 tasks: 2 succeeded, 2 killed (5-6), 3 timed out (2-3, 7)\n",
+               "exit 1");
 }
 
 // A log may be from another array with a reused number, another element, or another job file; and
@@ -288,9 +289,8 @@ TEST_F(SubmitAndWait, TakesNothingFromALogButItsVerdicts) {
   folder_.write("job-chunk-1.log", endLine("12_1", "succeeded 0 3-4"));
   slurm_.reply("squeue", element(0, "FAILED", 256) + element(1, "FAILED", 512));
   expectSubmit({"--wait", "--chunk", "2"}, "12\n",
-               line(1, "unknown", "job-1.log") + line(2, "succeeded") +
-                   line(3, "failed with exit code 2", "job-3.log") +
-                   line(4, "failed with exit code 2", "job-4.log") +
+               line(1, "unknown", "job-1.log") + line(3, "failed with exit code 2", "job-3.log") +
+                   line(4, "failed with exit code 2", "job-4.log") + line(2, "succeeded") +
                    "4 tasks: 1 succeeded, 2 failed (3-4), 1 unknown (1)\n",
                "exit 1");
 }
@@ -327,8 +327,8 @@ TEST_F(SubmitAndWait, ReadsOnlyTheEndOfALog) {
   ProcessOptions options = submit({"--wait", "--chunk", "2"});
   expectTool(runProcess(options), "12\n",
              withWarning(line(1, "failed with exit code 1", "job-1.log") +
-                         line(2, "failed with exit code 1", "job-2.log") + line(3, "succeeded") +
-                         line(4, "failed with exit code 1", "job-4.log") +
+                         line(2, "failed with exit code 1", "job-2.log") +
+                         line(4, "failed with exit code 1", "job-4.log") + line(3, "succeeded") +
                          "4 tasks: 1 succeeded, 3 failed (1-2, 4)\n"),
              "exit 1");
 }
@@ -380,7 +380,7 @@ TEST_F(SubmitAndWait, ShowsABarOnATerminalAndErasesIt) {
   EXPECT_NE(text.find("\r\033[Krunlet-job: submit: no answer"), std::string::npos) << text;
   EXPECT_NE(text.find("\rwaiting [####################                    ] 50%"),
             std::string::npos);
-  EXPECT_NE(text.find("%\r\033[Ktask 1: succeeded"), std::string::npos);
+  EXPECT_NE(text.find("%\033[K\r\033[Ktask 1: succeeded"), std::string::npos);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <thread>
@@ -89,7 +90,47 @@ TEST(ProgressBar, IsShownForWhatTakesOverASecondAndThenErased) {
     workFor(std::chrono::milliseconds(1050), 1024);
   }
   EXPECT_EQ(terminal.written(),
-            "\rworking [" + std::string(20, '#') + std::string(20, ' ') + "] 50%\r\033[K");
+            "\rworking [" + std::string(20, '#') + std::string(20, ' ') + "] 50%\033[K\r\033[K");
+}
+
+// A line that is as wide as the terminal would move the cursor to the next one.
+TEST(ProgressBar, FitsIntoTheTerminal) {
+  const struct {
+    std::size_t columns;
+    std::string line;
+  } rows[] = {
+      {80, "working [" + std::string(10, '#') + std::string(30, ' ') + "] 1 of 4"},
+      {58, "working [" + std::string(10, '#') + std::string(30, ' ') + "] 1 of 4"},
+      {57, "working [" + std::string(9, '#') + std::string(30, ' ') + "] 1 of 4"},
+      {29, "working [##         ] 1 of 4"},
+      {28, "working [##        ] 1 of 4"},
+      {27, "working 1 of 4"},
+      {15, "working 1 of 4"},
+      {14, "working 1 of "},
+      {1, ""},
+  };
+  for (const auto& row : rows) {
+    const std::string line = runlet_tool::progressLine("working", 1, 4, "1 of 4", row.columns);
+    EXPECT_EQ(line, row.line) << row.columns;
+    EXPECT_LT(line.size(), row.columns);
+  }
+}
+
+TEST(ProgressBar, FollowsTheWidthOfTheTerminal) {
+  const Terminal terminal;
+  {
+    const OnTerminal on(terminal);
+    runlet_tool::Progress progress("working", 4);
+    for (const int columns : {30, 20}) {
+      winsize size{};
+      size.ws_col = static_cast<unsigned short>(columns);
+      ASSERT_EQ(ioctl(STDERR_FILENO, TIOCSWINSZ, &size), 0);
+      progress.draw(2, "2 of 4");
+      progress.erase();
+    }
+  }
+  EXPECT_EQ(terminal.written(),
+            "\rworking [######      ] 2 of 4\033[K\r\033[K\rworking 2 of 4\033[K\r\033[K");
 }
 
 TEST(ProgressBar, IsNotShownForLessOrWithoutATerminal) {

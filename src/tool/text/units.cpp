@@ -1,4 +1,4 @@
-#include "tool/report/units.h"
+#include "tool/text/units.h"
 
 #include <cmath>
 #include <ctime>

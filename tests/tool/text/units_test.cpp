@@ -1,6 +1,6 @@
 // Durations, sizes and texts in reports.
 
-#include "tool/report/units.h"
+#include "tool/text/units.h"
 
 #include <gtest/gtest.h>
 
