@@ -51,7 +51,7 @@ TEST(RunDisplay, HasALineForEachTry) {
   } rows[] = {
       {tryOf({Ending::succeeded, 0, ""}, 1.23), true, "task 5: succeeded in 1.2 s (3 of 4)\n"},
       {tryOf({Ending::failed, 2, ""}, 0.3), true,
-       "task 5: failed with exit code 2 after 0.3 s (3 of 4), log: '/logs/of shot-1'\n"},
+       "task 5: failed with exit code 2 after 300 ms (3 of 4), log: '/logs/of shot-1'\n"},
       {tryOf({Ending::killed, SIGKILL, ""}, 200), false,
        "task 5: killed by signal 9 (Killed) after 3 min 20 s, will be tried again, log: '/logs/of "
        "shot-1'\n"},

@@ -50,11 +50,15 @@ class RunRights : public AdapterTest {
 
   void expectSuccess(const ProcessOptions& started, const std::string& error = "") const {
     ProcessResult result = runProcess(started);
-    const std::string line = "task 1: succeeded in [0-9]+\\.[0-9] s \\(1 of 1\\)\n";
+    const std::string line = "task 1: succeeded in ([0-9]+ ms|[0-9.]+ s) \\(1 of 1\\)\n";
     EXPECT_TRUE(std::regex_search(result.error, std::regex(line))) << result.error;
     result.error = std::regex_replace(result.error, std::regex(line), "");
     expectTool(result, "task 1: succeeded: " + command_ + "\n1 task: 1 succeeded\n", error,
                "exit 0");
+  }
+
+  std::string log() const {
+    return batchFolder(work_, "job") + "/job-1.log";
   }
 
   Report workReport() {
@@ -64,7 +68,6 @@ class RunRights : public AdapterTest {
   }
 
   const std::string work_ = folder_.makeFolder("work", 0777);
-  const std::string log_ = work_ + "/job-1.log";
   const std::string probe_ = folder_.file("probe");
   const std::string command_ = probe_ + " report";
   Job job_;
@@ -78,7 +81,7 @@ TEST_F(RunRights, IncludeNoVariableWithoutAName) {
         "runlet-job: --keep-env: " + name + " is not a variable name\nSee: runlet-job --help\n",
         "exit 2");
   }
-  EXPECT_FALSE(std::filesystem::exists(log_));
+  EXPECT_FALSE(std::filesystem::exists(log()));
 }
 
 class RunRightsOfRoot : public RunRights {
@@ -126,7 +129,7 @@ TEST_F(RunRightsOfRoot, CloseOpenFilesOfRoot) {
     ProcessOptions started = options();
     started.prepare = [&] { openAs(6, secret, O_RDONLY); };
     expectSuccess(started);
-    EXPECT_EQ(workReport()["descriptor"], (Strings{"0 /dev/null", "1 " + log_, "2 " + log_}));
+    EXPECT_EQ(workReport()["descriptor"], (Strings{"0 /dev/null", "1 " + log(), "2 " + log()}));
   }
 }
 
@@ -144,7 +147,7 @@ TEST_F(RunRightsOfRoot, IncludeNoTerminal) {
     };
     EXPECT_EQ(describeStatus(runProcess(started).waitStatus), "exit 0");
     Report lines = workReport();
-    EXPECT_EQ(lines["descriptor"], (Strings{"0 /dev/null", "1 " + log_, "2 " + log_})) << uid;
+    EXPECT_EQ(lines["descriptor"], (Strings{"0 /dev/null", "1 " + log(), "2 " + log()})) << uid;
     EXPECT_EQ(lines["terminal"], Strings{"no"}) << uid;
     EXPECT_EQ(lines["session"], lines["pid"]) << uid;
   }
@@ -171,14 +174,14 @@ TEST_F(RunRightsOfRoot, IncludeASessionKeyringOfTheirOwn) {
     ProcessOptions started = options();
     started.prepare = [&] { joinNewKeyring(keyring); };
     EXPECT_EQ(describeStatus(runProcess(started).waitStatus), "exit 0");
-    expectKeyring(keyring, workReport(), readFile(log_), std::string(uid) != "0");
+    expectKeyring(keyring, workReport(), readFile(log()), std::string(uid) != "0");
   }
 }
 
 // For a moment the process belongs to the user while its memory is still root's.
 TEST_F(RunRightsOfRoot, LeaveNoCoreFileOfRootsMemory) {
   EXPECT_EQ(describeStatus(runProcess(withFault("core-files")).waitStatus), "exit 0");
-  EXPECT_EQ(withoutKeyringNote(readFile(log_)), calling(command_, work_) + noCoreFiles);
+  EXPECT_EQ(withoutKeyringNote(readFile(log())), calling(command_, work_) + noCoreFiles);
 }
 
 }  // namespace

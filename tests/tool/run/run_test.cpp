@@ -71,7 +71,7 @@ void expectEnds(const std::string& error, const std::string& summary) {
   for (std::sregex_iterator i(error.begin(), error.end(), lineOfAnEnd), end; i != end; ++i) {
     const std::string number = "(" + std::to_string(++count) + " of ";
     std::string text = std::regex_replace(
-        i->str(), std::regex("(in|after) ([0-9]+\\.[0-9]|[0-9]+ min [0-9]+) s "), "$1 T ");
+        i->str(), std::regex("(in|after) ([0-9]+ ms|[0-9.]+ s|[0-9]+ min( [0-9]+ s)?) "), "$1 T ");
     const std::size_t place = text.find(number);
     EXPECT_NE(place, std::string::npos) << text;
     if (place != std::string::npos) text.replace(place, number.size(), "(N of ");
@@ -126,7 +126,7 @@ class Run : public testing::Test {
   // error has the warnings and `messages`.
   void expectRun(const ProcessResult& result, const std::string& output, const std::string& status,
                  const std::string& messages = "") const {
-    expectEnds(result.error, output);
+    expectEnds(withoutBatchIds(result.error), output);
     ProcessResult rest = result;
     rest.error = withoutEnds(result.error);
     expectTool(rest, output, warnings() + messages, status);
@@ -137,11 +137,19 @@ class Run : public testing::Test {
     std::string text =
         "task " + std::to_string(task) + ": " + end + ": /bin/sh -c '" + script + "'\n";
     if (end == "succeeded" || end == "not started") return text;
-    return text.append("  log: ").append(logPath(task)).append("\n");
+    return text.append("  log: ").append(shownLog(task)).append("\n");
+  }
+
+  // The path of the log, as it is shown with "ID" for the batch.
+  std::string shownLog(int task) const {
+    const std::string folder = folder_.file(isOfChunk_ ? "logs" : "logs/shot-ID");
+    return folder + "/shot-" + std::to_string(task) + ".log";
   }
 
   std::string logPath(int task) const {
-    return folder_.file("logs/shot-" + std::to_string(task) + ".log");
+    const std::string logs = folder_.file("logs");
+    return (isOfChunk_ ? logs : batchFolder(logs, "shot")) + "/shot-" + std::to_string(task) +
+           ".log";
   }
 
   void expectLog(int task, const std::string& script, const std::string& text) const {
@@ -151,7 +159,8 @@ class Run : public testing::Test {
 
   std::set<std::string> logs() const {
     std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_.file("logs"))) {
+    const std::string folder = batchFolder(folder_.file("logs"), "shot");
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
       names.insert(entry.path().filename());
     }
     return names;
@@ -161,6 +170,7 @@ class Run : public testing::Test {
   Job job_;
   const std::string jobFile_ = folder_.file("shot.xml");
   bool isOfAnother_ = false;
+  bool isOfChunk_ = false;  // of an array element, whose logs are in no folder of their own
 };
 
 using Names = std::set<std::string>;
@@ -227,17 +237,19 @@ TEST_F(Run, DoesNothingIfThereCanBeNoLogs) {
   job_.set("LogFolder", folder_.write("file", "") + "/logs");
   expectTool(run({"touch ran"}), "",
              warnings() + "runlet-job: run: cannot write logs to " + folder_.file("file") +
-                 "/logs: Not a directory\n",
+                 "/logs/shot-ID: Not a directory\n",
              "exit 2");
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
 
 TEST_F(Run, ContinuesIfALogCannotBeOpened) {
+  isOfChunk_ = true;
   folder_.makeFolder("logs");
   folder_.makeFolder("logs/shot-1.log");
-  expectRun(run({"exit 0", "exit 0"}),
+  expectRun(run({"exit 0", "exit 0"}, {"--tell-ends", "1"}),
             line(1, "cannot open log (Is a directory)", "exit 0") + line(2, "succeeded", "exit 0") +
-                "2 tasks: 1 succeeded, 1 cannot open log (Is a directory) (1)\n",
+                "2 tasks: 1 succeeded, 1 cannot open log (Is a directory) (1)\n"
+                "runlet-job-ends 1 succeeded 0 2\nrunlet-job-ends 1 other 0 1\n",
             "exit 1");
 }
 
@@ -249,7 +261,7 @@ TEST_F(Run, ResolvesPathsInTheFolderWhereItIsStarted) {
   started.folder = folder_.path();
   const ProcessResult result = runProcess(started);
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
-  EXPECT_EQ(readFile(work + "/logs/shot-1.log"),
+  EXPECT_EQ(readFile(batchFolder(work + "/logs", "shot") + "/shot-1.log"),
             calling("/bin/sh -c \"pwd\"", "work") + work + "\n");
 }
 
@@ -475,6 +487,7 @@ TEST_F(Run, EndsByTheInterruptingSignalAfterReportingWhatIsLeft) {
 // For `submit`, which runs it on a cluster.
 TEST_F(Run, WritesEndLinesOnRequest) {
   const Strings tasks = {"exit 3", "kill -9 $$", "exit 3", "kill -TERM $PPID; sleep 60", "exit 0"};
+  isOfChunk_ = true;
   expectRun(run(tasks, {"--tell-ends", "ab:12_3"}),
             line(1, "failed with exit code 3", tasks[0]) +
                 line(2, "killed by signal 9 (Killed)", tasks[1]) +
@@ -522,17 +535,20 @@ TEST_F(Run, TriesAgainAsOftenAsItMay) {
   const Strings tasks = {"echo run >>first; exit 3",
                          "echo run >>second; [ $(grep -c run second) = 2 ]"};
   const ProcessResult result = run(tasks, {"--retries", "2"});
-  EXPECT_EQ(result.output, line(1, "failed with exit code 3", tasks[0]) +
-                               line(2, "succeeded", tasks[1]) +
-                               "2 tasks: 1 succeeded, 1 failed (1)\n");
-  EXPECT_EQ(
-      std::regex_replace(result.error, std::regex("[0-9]+\\.[0-9] s"), "T"),
-      warnings() +
-          "task 1: failed with exit code 3 after T, will be tried again, log: " + logPath(1) +
-          "\ntask 2: failed with exit code 1 after T, will be tried again, log: " + logPath(2) +
-          "\ntask 1: failed with exit code 3 after T, will be tried again, log: " + logPath(1) +
-          "\ntask 2: succeeded in T (1 of 2)\n" +
-          "task 1: failed with exit code 3 after T (2 of 2), log: " + logPath(1) + "\n");
+  const auto log = [this](const std::string& attempt) {
+    return folder_.file("logs/shot-ID/shot-" + attempt + ".log");
+  };
+  EXPECT_EQ(withoutBatchIds(result.output),
+            "task 1: failed with exit code 3: /bin/sh -c '" + tasks[0] + "'\n  log: " + log("1.3") +
+                "\n" + line(2, "succeeded", tasks[1]) + "2 tasks: 1 succeeded, 1 failed (1)\n");
+  EXPECT_EQ(std::regex_replace(withoutBatchIds(withoutBatchLine(result.error)),
+                               std::regex("[0-9]+ ms|[0-9.]+ s"), "T"),
+            warnings() +
+                "task 1: failed with exit code 3 after T, will be tried again, log: " + log("1") +
+                "\ntask 2: failed with exit code 1 after T, will be tried again, log: " + log("2") +
+                "\ntask 1: failed with exit code 3 after T, will be tried again, log: " +
+                log("1.2") + "\ntask 2: succeeded in T (1 of 2)\n" +
+                "task 1: failed with exit code 3 after T (2 of 2), log: " + log("1.3") + "\n");
   EXPECT_EQ(readFile(folder_.file("first")), "run\nrun\nrun\n");
 }
 
@@ -575,7 +591,7 @@ TEST_F(Run, EndsTasksOverTheShorterTimeLimit) {
     job_.set("TaskTimeout", row.ofJob);
     const ProcessResult result =
         runProcess(withFault("fast-clock", {task}, {"--timeout", row.option}));
-    EXPECT_TRUE(result.output.starts_with(line(1, row.end, task)))
+    EXPECT_TRUE(withoutBatchIds(result.output).starts_with(line(1, row.end, task)))
         << row.ofJob << " " << row.option;
   }
 }
@@ -666,18 +682,21 @@ TEST_F(RunAsAnother, RunsNoTaskAsRootBecauseOfAnEditOfTheJob) {
   ProcessOptions started = options({"edit", "who"});
   chmod(jobFile_.c_str(), 0666);
   const ProcessResult result = runProcess(started);
-  EXPECT_EQ(withoutEnds(result.error), "");
+  EXPECT_EQ(withoutEnds(withoutBatchLine(result.error)), "");
   EXPECT_TRUE(readFile(logPath(1)).ends_with("\n0\n")) << readFile(logPath(1));
   EXPECT_TRUE(readFile(logPath(2)).ends_with("\n65534\n")) << readFile(logPath(2));
 }
 
 TEST_F(RunAsAnother, DoesNotWriteWhereALinkOfThatUserLeads) {
+  isOfChunk_ = true;  // so that the name of the log can be guessed
   const std::string secret = folder_.write("of root", "kept");
   chmod(folder_.path().c_str(), 0777);
   folder_.makeFolder("logs", 0777);
   ASSERT_EQ(symlink(secret.c_str(), logPath(1).c_str()), 0);
-  expectRun(run({"echo ran"}), line(1, "succeeded", "echo ran") + "1 task: 1 succeeded\n",
-            "exit 0");
+  expectRun(
+      run({"echo ran"}, {"--tell-ends", "1"}),
+      line(1, "succeeded", "echo ran") + "1 task: 1 succeeded\nrunlet-job-ends 1 succeeded 0 1\n",
+      "exit 0");
   expectLog(1, "echo ran", "ran\n");
   EXPECT_EQ(readFile(secret), "kept");
 }

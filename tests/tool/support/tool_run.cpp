@@ -11,8 +11,11 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <limits>
+#include <regex>
 #include <string_view>
+#include <system_error>
 
 #include "programs.h"
 #include "temp_folder.h"
@@ -81,6 +84,22 @@ ProcessResult runTool(const std::vector<std::string>& arguments) {
   return runProcess(tool(arguments));
 }
 
+std::string withoutBatchIds(const std::string& text) {
+  static const std::regex id("-[0-9]{8}-[0-9]{6}-[0-9a-f]{4}");
+  return std::regex_replace(text, id, "-ID");
+}
+
+std::string batchFolder(const std::string& logFolder, const std::string& name) {
+  std::string latest = logFolder + "/none";
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(logFolder, error)) {
+    const std::string path = entry.path();
+    const bool isOfBatch = withoutBatchIds(path) == logFolder + "/" + name + "-ID";
+    if (isOfBatch && (latest.ends_with("/none") || latest < path)) latest = path;
+  }
+  return latest;
+}
+
 std::string withoutKeyringNote(std::string text) {
   static const std::string note = [] {
     // Only queries the id of a keyring, without changing any.
@@ -97,8 +116,8 @@ std::string withoutKeyringNote(std::string text) {
 
 void expectTool(const ProcessResult& result, const std::string& output, const std::string& error,
                 const std::string& status) {
-  EXPECT_EQ(result.output, output);
-  EXPECT_EQ(withoutKeyringNote(withoutBatchLine(result.error)), error);
+  EXPECT_EQ(withoutBatchIds(result.output), output);
+  EXPECT_EQ(withoutBatchIds(withoutKeyringNote(withoutBatchLine(result.error))), error);
   EXPECT_EQ(describeStatus(result.waitStatus), status);
 }
 

@@ -24,11 +24,18 @@ std::string batchOf(const std::string& error);
 // `text` without that line.
 std::string withoutBatchLine(std::string text);
 
+// `text` with "ID" for the ids of batches in paths.
+std::string withoutBatchIds(const std::string& text);
+
+// The folder of the latest batch of the job NAME.xml in its log folder; if there is none, a path
+// that does not exist.
+std::string batchFolder(const std::string& logFolder, const std::string& name);
+
 // `text` without the note about the session keyring that a task of another user gets if the system
 // forbids keyrings, as in some containers.
 std::string withoutKeyringNote(std::string text);
 
-// Asserts the whole result of a process, except that note and the line about the batch. `status` is
+// Asserts the whole result of a process, except that note, the line about the batch and its id. `status` is
 // as from describeStatus.
 void expectTool(const ProcessResult& result, const std::string& output, const std::string& error,
                 const std::string& status);
