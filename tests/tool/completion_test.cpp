@@ -109,7 +109,9 @@ std::set<std::string> linesOf(const std::string& text) {
 }
 
 const Row rows[] = {
-    {{""}, "--help\n--version\ncheck\nexec\nexpand\nexplain\nmake\nreport\nrun\nschema\nsubmit\n"},
+    {{""},
+     "--help\n--"
+     "version\ncheck\nexec\nexpand\nexplain\nmake\nrecords\nreport\nrun\nschema\nsubmit\n"},
     {{"ex"}, "exec\nexpand\nexplain\n"},
     {{"--v"}, "--version\n"},
     {{"x"}, ""},
@@ -121,7 +123,7 @@ const Row rows[] = {
     {{"expand", "-a", "f"}, "frames.tsv\n"},
     {{"expand", "-u", "roo"}, "root\n"},
     {{"check", "dawn.xml", ""}, "dawn.xml\ndusk light.xml\nshots\n"},
-    {{"check", "--"}, "--all\n--help\n--host\n--json\n--strict\n"},
+    {{"check", "--"}, "--all\n--expect\n--help\n--host\n--json\n--strict\n"},
     {{"check", "--strict", "d"}, "dawn.xml\ndusk light.xml\n"},
     {{"explain", "RJ00"}, "RJ001\nRJ002\nRJ003\nRJ004\nRJ005\nRJ006\nRJ007\nRJ008\nRJ009\n"},
     {{"explain", "RJ001", "RJ002"}, "RJ002\n"},
@@ -149,7 +151,20 @@ const Row rows[] = {
     {{"exec", "--task", ""}, ""},
     {{"run", "du"}, "dusk light.xml\n"},
     {{"run", "-"},
-     "--halt\n--help\n--jobs\n--keep-env\n--quiet\n--retries\n--timeout\n-a\n-n\n-s\n"},
+     "--accept-changes\n--expect\n--failed-of\n--halt\n--help\n--jobs\n--json\n--keep-env\n"
+     "--quiet\n--record\n--resume\n--retries\n--tasks\n--timeout\n-a\n-n\n-s\n"},
+    {{"run", "--tasks", ""}, ""},
+    {{"run", "--resume", ""}, "20261122-211530-3f2a\nlast\nold.jsonl\nshots\n"},
+    {{"run", "--failed-of", "o"}, "old.jsonl\n"},
+    {{"run", "--record", "f"}, "frames.tsv\n"},
+    {{"run", "--expect", ""}, ""},
+    {{"records", ""}, "list\nprune\n"},
+    {{"records", "-"}, "--help\n"},
+    {{"records", "list", "-"}, "--help\n"},
+    {{"records", "list", ""}, ""},
+    {{"records", "prune", ""}, "20261122-211530-3f2a\n"},
+    {{"records", "prune", "-"}, "--dry-run\n--help\n--older-than\n"},
+    {{"records", "prune", "--older-than", ""}, ""},
     {{"run", "--jobs", ""}, "auto\n"},
     {{"run", "--halt", ""}, "now\nsoon\n"},
     {{"run", "--retries", ""}, ""},
@@ -193,7 +208,7 @@ std::set<std::string> wordsOfHelp(const std::string& help, const std::string& he
 TEST_F(Completion, ProposesAllVerbsAndOptionsOfTheHelp) {
   const std::string help = runTool({"--help"}).output;
   const std::set<std::string> verbs = wordsOfHelp(help, "Subcommands:");
-  EXPECT_EQ(verbs.size(), 9U);
+  EXPECT_EQ(verbs.size(), 10U);
   std::set<std::string> words = verbs;
   words.merge(wordsOfHelp(help, "Options:"));
   EXPECT_EQ(linesOf(proposalsFor({""})), words);
