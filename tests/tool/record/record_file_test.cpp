@@ -192,7 +192,7 @@ TEST_F(RecordFile, KeepsTextsOfAnyBytes) {
 
 // A line of the plan has a thousand tasks.
 TEST_F(RecordFile, HasAnyNumberOfTasks) {
-  for (const std::size_t count : {0, 1, 999, 1000, 1001, 2500}) {
+  for (const std::size_t count : {0U, 1U, 999U, 1000U, 1001U, 2500U}) {
     SCOPED_TRACE(count);
     ASSERT_EQ(unlink(path().c_str()) == 0 || errno == ENOENT, true);
     create();
