@@ -118,7 +118,8 @@ TEST_F(RecordedRun, HasWhatRanAndHowItEnded) {
   const std::string logs = folder_.file("logs/shot-" + read.id + "/shot-");
   for (const Attempt& attempt : read.attempts) {
     SCOPED_TRACE(attempt.task);
-    EXPECT_EQ(attempt.words, (Strings{"/bin/sh", "-c", job_.tasks[attempt.task - 1]}));
+    EXPECT_EQ(attempt.words, (Strings{"/bin/sh", "-c",
+                                      job_.tasks.at(static_cast<std::size_t>(attempt.task) - 1)}));
     EXPECT_EQ(attempt.log, logs + std::to_string(attempt.task) + ".log");
     EXPECT_GE(modeOf(attempt.log), 0);
     EXPECT_GE(attempt.begin, session.begin);
