@@ -36,9 +36,9 @@ class KilledRun : public AdapterTest {
     close(life_);
   }
 
-  // A run of shell scripts, all at a time, which call `ready`, and whose clock is sixty times as
+  // A run of shell scripts, all at a time, which call `ready`, and whose clock is six times as
   // fast.
-  ProcessOptions options(const Strings& scripts, const std::string& fault = "fast-clock") {
+  ProcessOptions options(const Strings& scripts, const std::string& fault = "quick-clock") {
     Job job;
     job.arguments = "/bin/sh -c \"%tp1\"";
     job.tasks = scripts;
@@ -80,7 +80,7 @@ class KilledRun : public AdapterTest {
 // A task that ends when asked to, one that does not, one that is stopped, and one whose child does
 // not end when asked to.
 const Strings longTasks = {
-    "trap 'touch asked; exit 0' TERM; touch a; while :; do sleep 60; done",
+    "trap ': >asked; exit 0' TERM; touch a; while :; do sleep 60; done",
     "trap '' TERM; touch b; while :; do sleep 60; done",
     "touch c; kill -STOP $$; sleep 60",
     "(trap '' TERM; touch d; sleep 60; sleep 60) & wait",
@@ -94,7 +94,7 @@ TEST_F(KilledRun, LeavesNoTaskBehind) {
 
 TEST_F(KilledRun, LeavesNoTaskBehindOnASystemWithoutPidfds) {
   killWhenThereAre({"a", "b", "d"}, options({longTasks[0], longTasks[1], longTasks[3]},
-                                            "fast-clock-without-pidfds"));
+                                            "quick-clock-without-pidfds"));
   EXPECT_TRUE(isAllGone());
   EXPECT_TRUE(exists("asked"));
 }
