@@ -101,7 +101,7 @@ std::string complaintAboutOwner(const std::string& path) {
 
 // Reads the record that a user means. Returns why that fails, for a message; empty on success.
 std::string readMeant(const std::string& meant, std::string* path, Record* record) {
-  const std::string complaint = findRecord(meant, path);
+  std::string complaint = findRecord(meant, path);
   if (!complaint.empty()) return complaint;
   std::string wrong = complaintAboutOwner(*path);
   if (wrong.empty()) wrong = readRecord(*path, record);
@@ -111,7 +111,7 @@ std::string readMeant(const std::string& meant, std::string* path, Record* recor
 // The latest record in the state folder of a job.
 std::string lastRecordOf(const std::string& job, std::string* id) {
   std::string folder;
-  const std::string complaint = findStateFolder(&folder);
+  std::string complaint = findStateFolder(&folder);
   if (!complaint.empty()) return complaint;
   const std::vector<std::string> ids = recordIds(folder);
   const auto last = std::find_if(ids.rbegin(), ids.rend(), [&](const std::string& candidate) {

@@ -293,7 +293,7 @@ std::string damageIn(std::size_t line) {
 
 std::string readRecord(const std::string& path, Record* record) {
   std::string text;
-  const std::string complaint = readFile(path, &text);
+  std::string complaint = readFile(path, &text);
   if (!complaint.empty()) return complaint;
   text.resize(text.rfind('\n') + 1);  // what follows is incomplete
   if (text.empty()) return "not a record of runlet-job";
@@ -304,7 +304,7 @@ std::string readRecord(const std::string& path, Record* record) {
     ++line;
     const Json event = Json::parse(part, nullptr, false);
     if (line == 1) {
-      const std::string wrong = complaintAboutFirst(event);
+      std::string wrong = complaintAboutFirst(event);
       if (!wrong.empty()) return wrong;
       record->id = event.at("id");
     }

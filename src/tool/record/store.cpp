@@ -134,7 +134,7 @@ std::string makeStateFolder(const std::string& folder) {
     const std::string part = folder.substr(0, end);
     if (mkdir(part.c_str(), S_IRWXU) != 0 && errno != EEXIST) return reasonFor(part, errno);
     if (geteuid() != 0) continue;
-    const std::string complaint = complaintAboutRoots(part);
+    std::string complaint = complaintAboutRoots(part);
     if (!complaint.empty()) return complaint;
   }
   return "";
@@ -191,7 +191,8 @@ bool isRecordId(const std::string& id) {
   constexpr std::string_view form = "dddddddd-dddddd-xxxx";
   constexpr std::string_view digits = "0123456789abcdef";
   return std::equal(id.begin(), id.end(), form.begin(), form.end(), [=](char c, char kind) {
-    return kind == '-' ? c == '-' : digits.substr(0, kind == 'd' ? 10 : 16).find(c) != digits.npos;
+    return kind == '-' ? c == '-'
+                       : digits.substr(0, kind == 'd' ? 10 : 16).find(c) != std::string_view::npos;
   });
 }
 
@@ -242,7 +243,7 @@ Claim::Claim(const std::string& stateFolder, const std::string& what) {
   if (error != 0) return;
   for (const std::string& other : namesIn(folder, beginning)) {
     if (other == name || !complaint_.empty()) continue;
-    const std::string path = folder + "/" + other;
+    const std::string path = fullPath(folder, other);
     const ProcessName process = claimant(textOf(path));
     if (!mayBeRunning(process)) {
       unlink(path.c_str());

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "adapter/context.h"
-#include "tool/batch/expected.h"
 #include "tool/check/inspect.h"
 #include "tool/check/report.h"
 #include "tool/check/rules.h"
@@ -31,18 +30,6 @@ struct CheckOptions {
   std::vector<std::string> expected;  // patterns of files that tasks must make
 };
 
-// Reports patterns that run would refuse. Returns the exit status.
-int checkExpected(const runlet::AdapterContext& context, const std::vector<std::string>& patterns) {
-  int status = exitFine;
-  for (const std::string& pattern : patterns) {
-    const std::string complaint = complaintAboutPattern(context, pattern);
-    if (complaint.empty()) continue;
-    std::fprintf(stderr, "runlet-job: check: --expect: %s\n", complaint.c_str());
-    status = exitFailing;
-  }
-  return status;
-}
-
 int statusOf(const Report& report, bool isStrict) {
   if (!report.isReadable) return exitUnreadable;
   const std::size_t failing =
@@ -59,7 +46,7 @@ int check(const CheckOptions& options) {
                                    options.wantsAll, options.wantsAll},
                                   &context);
     status = std::max(status, statusOf(report, options.isStrict));
-    status = std::max(status, checkExpected(context, options.expected));
+    if (!areFit(options.expected, "check", context)) status = std::max(status, exitFailing);
     if (options.inJson) {
       jobs.push_back(findingsJson(job, report));
     } else {

@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdio>
 
+#include "tool/batch/expected.h"
 #include "tool/batch/task_rights.h"
 
 namespace runlet_tool {
@@ -47,6 +49,18 @@ CLI::Option* addExpected(CLI::App* verb, const std::string& help) {
       ->description(help)
       ->type_name("PATTERN")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+bool areFit(const std::vector<std::string>& patterns, const char* verb,
+            const runlet::AdapterContext& context) {
+  bool areFit = true;
+  for (const std::string& pattern : patterns) {
+    const std::string complaint = complaintAboutPattern(context, pattern);
+    if (complaint.empty()) continue;
+    std::fprintf(stderr, "runlet-job: %s: --expect: %s\n", verb, complaint.c_str());
+    areFit = false;
+  }
+  return areFit;
 }
 
 }  // namespace runlet_tool

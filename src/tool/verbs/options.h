@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "adapter/context.h"
 #include "tool/batch/batch.h"
 #include "tool/job/range.h"
 
@@ -34,5 +35,10 @@ void addKeptVariables(CLI::App* verb, const std::string& help, std::vector<std::
 
 // Adds --expect to `verb`, whose results are to be taken unconverted. `help` describes it.
 CLI::Option* addExpected(CLI::App* verb, const std::string& help);
+
+// Reports the patterns for --expect that cannot be filled in on standard error. True if there are
+// none.
+bool areFit(const std::vector<std::string>& patterns, const char* verb,
+            const runlet::AdapterContext& context);
 
 }  // namespace runlet_tool

@@ -37,6 +37,10 @@ int fail(const std::string& reason) {
   return exitUnreadable;
 }
 
+int failAt(const std::string& id, const std::string& reason) {
+  return fail(visible(id).append(": ").append(reason));
+}
+
 double secondsNow() {
   const auto time = std::chrono::system_clock::now().time_since_epoch();
   return std::chrono::duration<double>(time).count();
@@ -45,7 +49,7 @@ double secondsNow() {
 // Reads a record. Returns why that fails; empty on success.
 std::string readOverview(const std::string& path, Overview* overview) {
   Record record;
-  const std::string reason = readRecord(path, &record);
+  std::string reason = readRecord(path, &record);
   if (!reason.empty()) return reason;
   const bool isRunning = mayBeRunning(record.sessions.back().process);
   *overview = overviewOf(std::move(record), isRunning, secondsNow(), 0);
@@ -73,7 +77,7 @@ int list() {
     if (reason.empty()) {
       put(lineOf(overview));
     } else {
-      status = fail(id + ": " + reason);
+      status = failAt(id, reason);
     }
   }
   return status;
@@ -82,13 +86,13 @@ int list() {
 // Removes a batch, or says what would be removed. Returns why that fails; empty on success.
 std::string pruneOne(const std::string& path, const PruneOptions& options) {
   Overview overview;
-  const std::string reason = readOverview(path, &overview);
+  std::string reason = readOverview(path, &overview);
   if (!reason.empty()) return reason;
   if (overview.state == BatchState::running) return stateText(overview);
   const double age = secondsNow() - overview.record.sessions.back().begin;
   if (options.days && age < *options.days * secondsADay) return "";
   if (!options.isDry) {
-    const std::string failure = removeBatch(overview.record, path);
+    std::string failure = removeBatch(overview.record, path);
     if (!failure.empty()) return failure;
   }
   put((options.isDry ? "would remove " : "removed ") + lineOf(overview));
@@ -106,7 +110,7 @@ int prune(const PruneOptions& options) {
     // Not by path: a record that somebody else wrote could name any file as a log.
     const std::string reason =
         isRecordId(id) ? pruneOne(recordPath(folder, id), options) : "not the id of a record";
-    if (!reason.empty()) status = fail(visible(id) + ": " + reason);
+    if (!reason.empty()) status = failAt(id, reason);
   }
   return status;
 }

@@ -142,19 +142,9 @@ SessionLimits sessionLimits(const Batch& batch, const RunOptions& options) {
   return {options.jobs, limit ? std::chrono::duration<double>(*limit).count() : 0};
 }
 
-bool areFit(const std::vector<std::string>& patterns, const Batch& batch) {
-  for (const std::string& pattern : patterns) {
-    const std::string complaint = complaintAboutPattern(batch.context, pattern);
-    if (complaint.empty()) continue;
-    std::fprintf(stderr, "runlet-job: run: --expect: %s\n", complaint.c_str());
-    return false;
-  }
-  return true;
-}
-
 // Whether the tasks can be run, after a message on standard error if not.
 bool isReady(const Batch& batch, const RunOptions& options) {
-  return areFit(options.expected, batch) && requireFullApplication(batch.context) &&
+  return areFit(options.expected, name, batch.context) && requireFullApplication(batch.context) &&
          requireRunFolder(batch, name);
 }
 

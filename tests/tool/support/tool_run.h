@@ -35,8 +35,8 @@ std::string batchFolder(const std::string& logFolder, const std::string& name);
 // forbids keyrings, as in some containers.
 std::string withoutKeyringNote(std::string text);
 
-// Asserts the whole result of a process, except that note, the line about the batch and its id. `status` is
-// as from describeStatus.
+// Asserts the whole result of a process, except that note, the line about the batch and its id.
+// `status` is as from describeStatus.
 void expectTool(const ProcessResult& result, const std::string& output, const std::string& error,
                 const std::string& status);
 
