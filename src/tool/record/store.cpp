@@ -239,8 +239,10 @@ Claim::Claim(const std::string& stateFolder, const std::string& what) {
   // Renamed when it is complete, so that nobody reads half a claim.
   path_ = folder + "/" + name;
   if (error == 0 && rename(draft.c_str(), path_.c_str()) != 0) error = errno;
-  if (error != 0) complaint_ = reasonFor(draft, error);
-  if (error != 0) return;
+  if (error != 0) {
+    complaint_ = reasonFor(draft, error);
+    return;
+  }
   for (const std::string& other : namesIn(folder, beginning)) {
     if (other == name || !complaint_.empty()) continue;
     const std::string path = fullPath(folder, other);
