@@ -44,9 +44,9 @@ Number number(const Json& event, const char* key, std::int64_t lowest, std::int6
 
 // Seconds, as a duration or since 1970.
 double seconds(const Json& event, const char* key) {
-  constexpr double most = 1e11;
+  constexpr double longest = 1e11;
   const double value = event.at(key).get<double>();
-  require(value >= 0 && value <= most);
+  require(value >= 0 && value <= longest);
   return value;
 }
 
@@ -150,18 +150,6 @@ class Reader {
     return !record_->sessions.empty() && record_->sessions.back().tasks.size() == count_;
   }
 
- private:
-  struct Handler {
-    const char* name;
-    void (Reader::*take)(const Json& event);
-  };
-  static const Handler handlers[5];
-
-  Session& session() {
-    require(!record_->sessions.empty());
-    return record_->sessions.back();
-  }
-
   void takeSession(const Json& event) {
     record_->sessions.push_back(sessionOf(event));
     count_ = number<std::size_t>(event, "count", 0, mostTasks);
@@ -181,24 +169,6 @@ class Reader {
     for (std::size_t i = 0; i < added; ++i) {
       session().identities.push_back(identityOf(std::string_view(identities).substr(i * length)));
     }
-  }
-
-  // The attempt that an event is about, which is new if there is none yet.
-  Attempt& attempt(const Json& event, bool* isNew) {
-    require(isComplete());
-    const auto task = number<std::int32_t>(event, "task", 1, mostTasks);
-    const std::vector<std::int32_t>& tasks = session().tasks;
-    require(std::binary_search(tasks.begin(), tasks.end(), task));
-    const auto tried = number<std::int32_t>(event, "attempt", 1, mostTasks);
-    const auto [position, isInserted] =
-        positions_.insert({{task, tried}, record_->attempts.size()});
-    *isNew = isInserted;
-    if (!isInserted) return record_->attempts[position->second];
-    Attempt& added = record_->attempts.emplace_back();
-    added.task = task;
-    added.number = tried;
-    added.session = record_->sessions.size() - 1;
-    return added;
   }
 
   void takeStart(const Json& event) {
@@ -237,6 +207,36 @@ class Reader {
   void takeStop(const Json& event) {
     session().end = seconds(event, "time");
     if (event.contains("reason")) session().stopReason = Texts(event)("reason");
+  }
+
+ private:
+  struct Handler {
+    const char* name;
+    void (Reader::*take)(const Json& event);
+  };
+  static const Handler handlers[5];
+
+  Session& session() {
+    require(!record_->sessions.empty());
+    return record_->sessions.back();
+  }
+
+  // The attempt that an event is about, which is new if there is none yet.
+  Attempt& attempt(const Json& event, bool* isNew) {
+    require(isComplete());
+    const auto task = number<std::int32_t>(event, "task", 1, mostTasks);
+    const std::vector<std::int32_t>& tasks = session().tasks;
+    require(std::binary_search(tasks.begin(), tasks.end(), task));
+    const auto tried = number<std::int32_t>(event, "attempt", 1, mostTasks);
+    const auto [position, isInserted] =
+        positions_.insert({{task, tried}, record_->attempts.size()});
+    *isNew = isInserted;
+    if (!isInserted) return record_->attempts[position->second];
+    Attempt& added = record_->attempts.emplace_back();
+    added.task = task;
+    added.number = tried;
+    added.session = record_->sessions.size() - 1;
+    return added;
   }
 
   Record* record_;

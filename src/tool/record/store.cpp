@@ -29,6 +29,7 @@ namespace runlet_tool {
 namespace {
 
 constexpr char extension[] = ".jsonl";
+constexpr char claimsFolder[] = "/claims";  // in the state folder
 
 std::string reasonFor(const std::string& path, int error) {
   return shortShellWord(path) + ": " + std::strerror(error);
@@ -116,6 +117,26 @@ ProcessName claimant(const std::string& text) {
     return {};
   }
   return name;
+}
+
+// Who else has a claim whose name begins so, for a message; empty if nobody has. Claims of
+// processes that have ended are removed.
+std::string complaintAboutOthers(const std::string& folder, const std::string& beginning,
+                                 const std::string& ownName) {
+  for (const std::string& name : namesIn(folder, beginning)) {
+    if (name == ownName) continue;
+    const std::string path = fullPath(folder, name);
+    const ProcessName process = claimant(textOf(path));
+    if (process.host.empty()) {
+      return wholeWord(path) + " is damaged; remove it if nothing is running";
+    }
+    if (mayBeRunning(process)) {
+      return "process " + std::to_string(process.process) + " on " + visible(process.host) +
+             " is running it; if it has ended, remove " + wholeWord(path);
+    }
+    unlink(path.c_str());
+  }
+  return "";
 }
 
 }  // namespace
@@ -226,10 +247,10 @@ std::string findRecord(const std::string& meant, std::string* path) {
   return isThere ? "" : "no record " + shortShellWord(id) + " in " + shortShellWord(folder);
 }
 
-Claim::Claim(const std::string& stateFolder, const std::string& what) {
-  const std::string folder = stateFolder + "/claims";
-  complaint_ = makeStateFolder(folder);
+Claim::Claim(const std::string& stateFolder, const std::string& what)
+    : complaint_(makeStateFolder(stateFolder + claimsFolder)) {
   if (!complaint_.empty()) return;
+  const std::string folder = stateFolder + claimsFolder;
   const std::string beginning = digestOf(what).substr(0, 32) + ".";
   const std::string name = beginning + newRecordId();
   const std::string draft = folder + "/new." + name;
@@ -239,25 +260,7 @@ Claim::Claim(const std::string& stateFolder, const std::string& what) {
   // Renamed when it is complete, so that nobody reads half a claim.
   path_ = folder + "/" + name;
   if (error == 0 && rename(draft.c_str(), path_.c_str()) != 0) error = errno;
-  if (error != 0) {
-    complaint_ = reasonFor(draft, error);
-    return;
-  }
-  for (const std::string& other : namesIn(folder, beginning)) {
-    if (other == name || !complaint_.empty()) continue;
-    const std::string path = fullPath(folder, other);
-    const ProcessName process = claimant(textOf(path));
-    if (!mayBeRunning(process)) {
-      unlink(path.c_str());
-      continue;
-    }
-    if (process.host.empty()) {
-      complaint_ = wholeWord(path) + " is damaged; remove it if nothing is running";
-      continue;
-    }
-    complaint_ = "process " + std::to_string(process.process) + " on " + visible(process.host) +
-                 " is running it; if it has ended, remove " + wholeWord(path);
-  }
+  complaint_ = error == 0 ? complaintAboutOthers(folder, beginning, name) : reasonFor(draft, error);
 }
 
 Claim::~Claim() {
