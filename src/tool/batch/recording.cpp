@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <numeric>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -41,15 +42,24 @@ RecordTime now() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
-std::vector<TaskIdentity> identitiesOf(const Batch& batch) {
+// What the tasks run. Takes time for each of them, so that only tasks that were checked may be
+// asked for: the others could take very long.
+std::vector<TaskIdentity> identitiesOf(const Batch& batch, const std::vector<std::int32_t>& tasks) {
   const runlet::AdapterContext& context = batch.context;
-  std::vector<TaskIdentity> identities(context.taskList.size());
+  std::vector<TaskIdentity> identities;
+  identities.reserve(tasks.size());
   Preview preview;
-  for (std::size_t i = 0; i < identities.size(); ++i) {
-    previewCommand(context, static_cast<std::int32_t>(i), &preview);
-    identities[i] = identityOf(preview.words, batch.folder, context.uid, context.gid);
+  for (const std::int32_t task : tasks) {
+    previewCommand(context, task - 1, &preview);
+    identities.push_back(identityOf(preview.words, batch.folder, context.uid, context.gid));
   }
   return identities;
+}
+
+std::vector<TaskIdentity> identitiesOfAll(const Batch& batch) {
+  std::vector<std::int32_t> all(batch.context.taskList.size());
+  std::iota(all.begin(), all.end(), 1);
+  return identitiesOf(batch, all);
 }
 
 void describeSession(const Batch& batch, const SessionLimits& limits, Session* session) {
@@ -151,10 +161,6 @@ std::string writeFailure(const std::string& path, int error) {
   return "cannot write the record " + shortShellWord(path) + ": " + std::strerror(error);
 }
 
-std::size_t positionOf(std::int32_t task) {
-  return static_cast<std::size_t>(task) - 1;
-}
-
 }  // namespace
 
 int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch) {
@@ -181,7 +187,6 @@ int Recording::choose(const RecordOptions& options, Batch* batch) {
   }
   const std::string taken = claim(batch->context.jobFile);
   if (!taken.empty()) return giveUp(shortShellWord(batch->context.jobFile) + ": " + taken);
-  job_ = identitiesOf(*batch);
   id_ = newRecordId();
   path_ = options.file.empty() ? recordPath(stateFolder_, id_) : options.file;
   session_.isWhole = batch->isWhole;
@@ -189,9 +194,7 @@ int Recording::choose(const RecordOptions& options, Batch* batch) {
   const int status = options.resume             ? resume(options, batch)
                      : options.failedOf.empty() ? exitFine
                                                 : selectFailed(options.failedOf, batch);
-  for (const std::int32_t task : session_.tasks) {
-    session_.identities.push_back(job_[positionOf(task)]);
-  }
+  session_.identities = identitiesOf(*batch, session_.tasks);
   batch->attempts.assign(batch->tasks.size(), 1);
   batch->logFolder = fullPath(batch->logFolder, batch->name + "-" + id_);
   return status;
@@ -222,7 +225,7 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
     return giveUp("--resume: task " + std::to_string(task) + " of batch " + id_ +
                   " is still running: see runlet-job report " + id_);
   }
-  const Remaining remaining = remainingOf(record, job_);
+  const Remaining remaining = remainingOf(record, identitiesOfAll(*batch));
   const std::string changes = changesText(remaining);
   if (!changes.empty() && !options.acceptChanges) {
     say("--resume: the job is not what batch " + id_ + " has run: " + changes +
@@ -245,13 +248,12 @@ int Recording::selectFailed(const std::string& meant, Batch* batch) {
   Record record;
   const std::string complaint = readMeant(meant, &path, &record);
   if (!complaint.empty()) return giveUp("--failed-of: " + complaint);
-  batch->tasks = failedOf(record, job_);
+  batch->tasks = failedOf(record, identitiesOfAll(*batch));
   session_.tasks = batch->tasks;
   session_.isWhole = false;
   if (batch->tasks.empty()) {
     say("--failed-of: nothing to do: no task of batch " + record.id +
-        " has failed, or the job no "
-        "longer has it");
+        " has failed, or the job no longer has it");
   }
   return exitFine;
 }

@@ -72,7 +72,6 @@ class Recording {
 
   std::string stateFolder_;
   std::vector<std::unique_ptr<Claim>> claims_;
-  std::vector<TaskIdentity> job_;  // of all tasks of the job
   std::string id_;
   std::string path_;
   bool isResumed_ = false;
