@@ -188,6 +188,7 @@ int Recording::choose(const RecordOptions& options, Batch* batch) {
   const std::string taken = claim(batch->context.jobFile);
   if (!taken.empty()) return giveUp(shortShellWord(batch->context.jobFile) + ": " + taken);
   id_ = newRecordId();
+  if (!options.resume) claim(id_);  // nobody else can know it yet
   path_ = options.file.empty() ? recordPath(stateFolder_, id_) : options.file;
   session_.isWhole = batch->isWhole;
   session_.tasks = batch->tasks;
@@ -214,6 +215,7 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
   if (!complaint.empty()) return giveUp("--resume: " + complaint);
   id_ = record.id;
   isResumed_ = true;
+  // Even for another copy of the job.
   const std::string taken = claim(id_);
   if (!taken.empty()) return giveUp("--resume: " + id_ + ": " + taken);
   // Read again: until now, another process may have continued it.

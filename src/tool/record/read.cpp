@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <map>
 #include <optional>
@@ -285,6 +286,18 @@ std::string readFile(const std::string& path, std::string* text) {
   return "";
 }
 
+// Calls `read`, which reads an event. False if the event is damaged.
+bool isSound(const std::function<void()>& read) {
+  try {
+    read();
+  } catch (const Json::exception&) {
+    return false;
+  } catch (const Damage&) {
+    return false;
+  }
+  return true;
+}
+
 std::string damageIn(std::size_t line) {
   return "damaged in line " + std::to_string(line);
 }
@@ -312,13 +325,7 @@ std::string readRecord(const std::string& path, Record* record) {
     if (broken != 0 && !isSession(event)) return damageIn(broken);
     broken = event.is_discarded() ? line : 0;
     if (broken != 0) continue;
-    try {
-      reader.take(event);
-    } catch (const Json::exception&) {
-      return damageIn(line);
-    } catch (const Damage&) {
-      return damageIn(line);
-    }
+    if (!isSound([&] { reader.take(event); })) return damageIn(line);
   }
   if (broken != 0) return damageIn(broken);
   return reader.isComplete() ? "" : "incomplete: the tasks of its last session are missing";
@@ -330,13 +337,9 @@ std::string jobOfRecord(const std::string& path) {
   std::getline(file, line);
   const Json event = Json::parse(line, nullptr, false);
   if (!complaintAboutFirst(event).empty()) return "";
-  try {
-    return sessionOf(event).job;
-  } catch (const Json::exception&) {
-    return "";
-  } catch (const Damage&) {
-    return "";
-  }
+  std::string job;
+  isSound([&] { job = sessionOf(event).job; });
+  return job;
 }
 
 }  // namespace runlet_tool

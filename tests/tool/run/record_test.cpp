@@ -7,11 +7,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <regex>
 #include <string>
 #include <thread>
 
 #include "adapter_test.h"
 #include "mounts.h"
+#include "programs.h"
 #include "tool/record/read.h"
 #include "tool/record/store.h"
 #include "tool_run.h"
@@ -319,9 +321,41 @@ TEST_F(RecordedRun, RefusesAJobThatIsRunning) {
             0)
       << second.error;
   EXPECT_EQ(describeStatus(second.waitStatus), "exit 2");
+  // A copy of the job is another job, but its record is the same one.
+  folder_.write("copy.xml", readFile(jobFile_));
+  const ProcessResult resumed = runTool({"run", folder_.file("copy.xml"), "--resume", first});
+  EXPECT_TRUE(std::regex_search(resumed.error,
+                                std::regex("runlet-job: run: --resume: [-0-9a-f]+: process " +
+                                           std::to_string(running.pid()) + " on .* is running it")))
+      << resumed.error;
+  EXPECT_EQ(describeStatus(resumed.waitStatus), "exit 2");
   folder_.write("go", "");
   EXPECT_EQ(describeStatus(running.finish().waitStatus), "exit 0");
   EXPECT_EQ(describeStatus(run().waitStatus), "exit 0");
+}
+
+// A task of a killed run that nothing has ended: here, this process.
+TEST_F(RecordedRun, IsNotResumedWhileATaskIsRunning) {
+  writeJob({"exit 3"});
+  run();
+  std::string text = readFile(recordFile_);
+  text.resize(text.find("{\"event\":\"end\""));
+  const std::regex process("\"pid\":[0-9]+,\"pidStart\":[0-9]+\\}");
+  const runlet_tool::ProcessName own = runlet_tool::ownProcess();
+  text = std::regex_replace(text, process,
+                            "\"pid\":" + std::to_string(own.process) +
+                                ",\"pidStart\":" + std::to_string(own.start) + "}");
+  folder_.write("record.jsonl", text, 0600);
+  ProcessOptions options = tool({"run", jobFile_, "--resume", folder_.file("record.jsonl")});
+  options.environment.insert(options.environment.end(),
+                             {{"LD_PRELOAD", faultsPath},
+                              {"RUNLET_FAULT", "fast-clock"},
+                              {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  const std::string id = record().id;
+  expectRefused(
+      runProcess(options),
+      "--resume: task 1 of batch " + id + " is still running: see runlet-job report " + id,
+      "exit 2");
 }
 
 // A run that is killed leaves its claim and no end.
