@@ -38,7 +38,7 @@ int giveUp(const std::string& text) {
   return exitUnreadable;
 }
 
-RecordTime now() {
+RecordTime presentTime() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
@@ -63,7 +63,7 @@ std::vector<TaskIdentity> identitiesOfAll(const Batch& batch) {
 }
 
 void describeSession(const Batch& batch, const SessionLimits& limits, Session* session) {
-  session->begin = now();
+  session->begin = presentTime();
   session->toolVersion = RUNLET_VERSION;
   session->verb = "run";
   session->options = ownArguments();
@@ -314,7 +314,7 @@ bool Recording::taskEnded(std::size_t index, const TaskTry& tried) {
 }
 
 bool Recording::end(const std::string& stopReason) {
-  session_.end = now();
+  session_.end = presentTime();
   session_.stopReason = stopReason;
   const int error = writer_->endSession(session_);
   if (error != 0) say(writeFailure(path_, error));

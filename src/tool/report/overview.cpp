@@ -1,9 +1,12 @@
 #include "tool/report/overview.h"
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <utility>
 
+#include "tool/record/read.h"
+#include "tool/record/store.h"
 #include "tool/text/characters.h"
 #include "tool/text/units.h"
 
@@ -197,6 +200,17 @@ Overview overviewOf(Record record, bool isRunning, RecordTime now, std::size_t m
   setDurations(mostSlowest, &overview);
   addUp(&overview);
   return overview;
+}
+
+std::string readOverview(const std::string& path, std::size_t mostSlowest, Overview* overview) {
+  Record record;
+  std::string reason = readRecord(path, &record);
+  if (!reason.empty()) return reason;
+  const bool isRunning = mayBeRunning(record.sessions.back().process);
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  *overview = overviewOf(std::move(record), isRunning, std::chrono::duration<double>(now).count(),
+                         mostSlowest);
+  return "";
 }
 
 std::string stateText(const Overview& overview) {

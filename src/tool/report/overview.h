@@ -100,6 +100,10 @@ struct Overview {
 // `now` is in seconds since 1970. `mostSlowest` limits `slowest`.
 Overview overviewOf(Record record, bool isRunning, RecordTime now, std::size_t mostSlowest);
 
+// Reads the record in the file `path`. Returns why that fails, as readRecord does; empty on
+// success.
+std::string readOverview(const std::string& path, std::size_t mostSlowest, Overview* overview);
+
 // For people; each is one line that is safe to print.
 
 // "running on HOST as process 4711", "finished", "ended early (REASON)", "killed, without ...".

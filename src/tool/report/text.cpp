@@ -19,12 +19,12 @@ namespace {
 constexpr std::size_t shownSessions = 4;
 constexpr std::size_t failuresWithLogs = 3;
 constexpr std::size_t shownFailures = 8;
-constexpr std::size_t shownLogLines = 5;
+constexpr std::size_t logLinesInText = 5;
 constexpr std::size_t shownSlowest = 5;
 constexpr std::size_t shownBuckets = 8;
 constexpr std::size_t longestBar = 40;
-constexpr std::size_t longestCommand = 100;  // bytes
-constexpr std::size_t longestPath = 200;     // bytes
+constexpr std::size_t longestCommandInText = 100;  // bytes
+constexpr std::size_t longestPathInText = 200;     // bytes
 
 std::string padded(std::string text, std::size_t width) {
   text.resize(std::max(text.size(), width), ' ');
@@ -35,8 +35,8 @@ std::string row(const std::string& label, const std::string& value) {
   return padded(label, 10) + " " + value + "\n";
 }
 
-std::string pathText(const std::string& path) {
-  return shortened(visible(path), longestPath);
+std::string shownPath(const std::string& path) {
+  return shortened(visible(path), longestPathInText);
 }
 
 std::string sessionRows(const Overview& overview) {
@@ -54,12 +54,12 @@ std::string sessionRows(const Overview& overview) {
   return text;
 }
 
-std::string head(const Overview& overview) {
+std::string headLines(const Overview& overview) {
   const Session& last = overview.record.sessions.back();
   std::string text = row("batch", visible(overview.record.id));
   text += row("state", stateText(overview));
-  text += row("job", pathText(last.job));
-  text += row("command", sessionCommand(last, longestPath));
+  text += row("job", shownPath(last.job));
+  text += row("command", sessionCommand(last, longestPathInText));
   text += row("version", shortened(visible(last.toolVersion), 40));
   text += row("began", timeText(overview.sessions.front().begin));
   text += row("ran for", durationText(overview.running));
@@ -83,8 +83,8 @@ std::string counts(const Overview& overview) {
 
 std::string logText(const std::string& path) {
   if (path.empty()) return "";
-  std::string text = "    log: " + pathText(path) + "\n";
-  const LogEnd end = readLogEnd(path, shownLogLines);
+  std::string text = "    log: " + shownPath(path) + "\n";
+  const LogEnd end = readLogEnd(path, logLinesInText);
   if (!end.error.empty()) return text + "      cannot be read: " + end.error + "\n";
   for (const std::string& line : end.lines) text += "      | " + line + "\n";
   return text;
@@ -99,7 +99,7 @@ std::string attemptLine(const Overview& overview, std::size_t attempt, bool hasC
   text += coloured(endText(overview, attempt), isFine ? Colour::none : Colour::red, hasColour);
   if (recorded.process != 0) {
     text += " after " + durationText(state.wall) + ": ";
-    text += commandText(recorded.words, longestCommand);
+    text += commandText(recorded.words, longestCommandInText);
   }
   return text + "\n";
 }
@@ -156,7 +156,7 @@ std::string bars(const std::vector<double>& durations) {
   return text;
 }
 
-std::string durations(const Overview& overview) {
+std::string durationLines(const Overview& overview) {
   const std::vector<double>& sorted = overview.durations;
   if (sorted.empty()) return "";
   std::string text = "\nDurations of " + quantity(sorted.size(), "attempt") + "\n";
@@ -185,8 +185,8 @@ std::string totals(const Overview& overview) {
 }  // namespace
 
 std::string reportText(const Overview& overview, bool hasColour) {
-  return head(overview) + counts(overview) + failures(overview, hasColour) +
-         slowest(overview, hasColour) + durations(overview) + totals(overview);
+  return headLines(overview) + counts(overview) + failures(overview, hasColour) +
+         slowest(overview, hasColour) + durationLines(overview) + totals(overview);
 }
 
 }  // namespace runlet_tool

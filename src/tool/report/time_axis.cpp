@@ -8,7 +8,7 @@
 namespace runlet_tool {
 namespace {
 
-constexpr std::size_t mostSessions = 50;
+constexpr std::size_t mostSessionsOnAxis = 50;
 constexpr double allGaps = 0.02;      // the part of the axis that is between sessions
 constexpr std::size_t mostTicks = 5;  // beyond the one at the begin
 
@@ -16,7 +16,7 @@ constexpr std::size_t mostTicks = 5;  // beyond the one at the begin
 
 TimeAxis timeAxis(const Overview& overview) {
   TimeAxis axis;
-  const std::size_t count = std::min(overview.sessions.size(), mostSessions);
+  const std::size_t count = std::min(overview.sessions.size(), mostSessionsOnAxis);
   axis.first = overview.sessions.size() - count;
   axis.times.assign(overview.sessions.end() - static_cast<std::ptrdiff_t>(count),
                     overview.sessions.end());

@@ -1,15 +1,12 @@
 #include <CLI/CLI.hpp>
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "tool/batch/prune.h"
-#include "tool/record/read.h"
 #include "tool/record/store.h"
 #include "tool/report/overview.h"
 #include "tool/system/exit_status.h"
@@ -32,28 +29,13 @@ struct PruneOptions {
   bool isDry = false;
 };
 
-int fail(const std::string& reason) {
+int complain(const std::string& reason) {
   std::fprintf(stderr, "runlet-job: records: %s\n", reason.c_str());
   return exitUnreadable;
 }
 
-int failAt(const std::string& id, const std::string& reason) {
-  return fail(visible(id).append(": ").append(reason));
-}
-
-double secondsNow() {
-  const auto time = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration<double>(time).count();
-}
-
-// Reads a record. Returns why that fails; empty on success.
-std::string readOverview(const std::string& path, Overview* overview) {
-  Record record;
-  std::string reason = readRecord(path, &record);
-  if (!reason.empty()) return reason;
-  const bool isRunning = mayBeRunning(record.sessions.back().process);
-  *overview = overviewOf(std::move(record), isRunning, secondsNow(), 0);
-  return "";
+int complainAbout(const std::string& id, const std::string& reason) {
+  return complain(visible(id).append(": ").append(reason));
 }
 
 // "20261122-211530-3f2a  2026-11-22 21:15:30  finished: 4 tasks, 1 not succeeded  /jobs/shot.xml"
@@ -69,15 +51,15 @@ std::string lineOf(const Overview& overview) {
 int list() {
   std::string folder;
   const std::string complaint = findStateFolder(&folder);
-  if (!complaint.empty()) return fail("no folder for records: " + complaint);
+  if (!complaint.empty()) return complain("no folder for records: " + complaint);
   int status = exitFine;
   for (const std::string& id : recordIds(folder)) {
     Overview overview;
-    const std::string reason = readOverview(recordPath(folder, id), &overview);
+    const std::string reason = readOverview(recordPath(folder, id), 0, &overview);
     if (reason.empty()) {
       put(lineOf(overview));
     } else {
-      status = failAt(id, reason);
+      status = complainAbout(id, reason);
     }
   }
   return status;
@@ -86,10 +68,10 @@ int list() {
 // Removes a batch, or says what would be removed. Returns why that fails; empty on success.
 std::string pruneOne(const std::string& path, const PruneOptions& options) {
   Overview overview;
-  std::string reason = readOverview(path, &overview);
+  std::string reason = readOverview(path, 0, &overview);
   if (!reason.empty()) return reason;
   if (overview.state == BatchState::running) return stateText(overview);
-  const double age = secondsNow() - overview.record.sessions.back().begin;
+  const double age = overview.now - overview.record.sessions.back().begin;
   if (options.days && age < *options.days * secondsADay) return "";
   if (!options.isDry) {
     std::string failure = removeBatch(overview.record, path);
@@ -101,16 +83,16 @@ std::string pruneOne(const std::string& path, const PruneOptions& options) {
 
 int prune(const PruneOptions& options) {
   if (options.ids.empty() && !options.days)
-    return fail("prune: name records, or give --older-than");
+    return complain("prune: name records, or give --older-than");
   std::string folder;
   const std::string complaint = findStateFolder(&folder);
-  if (!complaint.empty()) return fail("no folder for records: " + complaint);
+  if (!complaint.empty()) return complain("no folder for records: " + complaint);
   int status = exitFine;
   for (const std::string& id : options.ids.empty() ? recordIds(folder) : options.ids) {
     // Not by path: a record that somebody else wrote could name any file as a log.
     const std::string reason =
         isRecordId(id) ? pruneOne(recordPath(folder, id), options) : "not the id of a record";
-    if (!reason.empty()) status = failAt(id, reason);
+    if (!reason.empty()) status = complainAbout(id, reason);
   }
   return status;
 }

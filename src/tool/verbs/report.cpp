@@ -1,12 +1,10 @@
 #include <CLI/CLI.hpp>
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 
-#include "tool/record/read.h"
 #include "tool/record/store.h"
 #include "tool/report/json.h"
 #include "tool/report/overview.h"
@@ -47,21 +45,13 @@ int fail(const std::string& reason) {
   return exitUnreadable;
 }
 
-double secondsNow() {
-  const auto time = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration<double>(time).count();
-}
-
-std::string readOverview(const std::string& id, Overview* overview) {
+// Returns why that fails, for a message; empty on success.
+std::string findOverview(const std::string& id, Overview* overview) {
   std::string path;
   std::string reason = findRecord(id, &path);
   if (!reason.empty()) return reason;
-  Record record;
-  reason = readRecord(path, &record);
-  if (!reason.empty()) return shortShellWord(path) + ": " + reason;
-  const bool isRunning = mayBeRunning(record.sessions.back().process);
-  *overview = overviewOf(std::move(record), isRunning, secondsNow(), mostSlowest);
-  return "";
+  reason = readOverview(path, mostSlowest, overview);
+  return reason.empty() ? "" : shortShellWord(path) + ": " + reason;
 }
 
 bool isStandardOutput(const std::optional<std::string>& path) {
@@ -85,7 +75,7 @@ int report(const ReportOptions& options) {
                                static_cast<int>(isStandardOutput(options.trace));
   if (toStandardOutput > 1) return fail("only one report can go to standard output");
   Overview overview;
-  const std::string reason = readOverview(options.id, &overview);
+  const std::string reason = findOverview(options.id, &overview);
   if (!reason.empty()) return fail(reason);
   const Output outputs[] = {{"--html", &options.html, reportPage},
                             {"--trace", &options.trace, traceJson}};
