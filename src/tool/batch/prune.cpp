@@ -9,7 +9,6 @@
 
 #include "adapter/context.h"
 #include "tool/batch/task_user.h"
-#include "tool/text/quoting.h"
 
 namespace runlet_tool {
 namespace {
@@ -44,7 +43,7 @@ std::string removeBatch(const Record& record, const std::string& path) {
     close(done);
   }
   if (unlink(path.c_str()) == 0) return "";
-  return "cannot remove " + shortShellWord(path) + ": " + std::strerror(errno);
+  return std::string("cannot remove it: ") + std::strerror(errno);
 }
 
 }  // namespace runlet_tool

@@ -130,6 +130,12 @@ TEST_F(StoredRecords, AreNotRemovedIfTheirLogsCannotBe) {
              "runlet-job: records: " + id + ": cannot remove its logs: Permission denied\n",
              "exit 2");
   EXPECT_EQ(list(), line(id));
+  ASSERT_EQ(chmod(logs.c_str(), 0700), 0);
+  const std::string state = folder_.file("state/runlet-job");
+  ASSERT_EQ(chmod(state.c_str(), 0500), 0);
+  expectTool(run({"records", "prune", id}), "",
+             "runlet-job: records: " + id + ": cannot remove it: Permission denied\n", "exit 2");
+  EXPECT_EQ(list(), line(id));
 }
 
 TEST_F(StoredRecords, ThatAreDamagedOrMissingAreReported) {
