@@ -115,6 +115,9 @@ std::string readMeant(const std::string& meant, std::string* path, Record* recor
   if (!complaint.empty()) return complaint;
   std::string wrong = complaintAboutOwner(*path);
   if (wrong.empty()) wrong = readRecord(*path, record);
+  if (wrong.empty() && !record->sessions.back().isPlanned) {
+    wrong = "its run ended before any task was started: run the job anew";
+  }
   return wrong.empty() ? "" : shortShellWord(*path) + ": " + wrong;
 }
 

@@ -147,11 +147,25 @@ class Reader {
   }
 
   // Whether the last session has all its tasks.
-  bool isComplete() const {
+  bool isPlanned() const {
     return !record_->sessions.empty() && record_->sessions.back().tasks.size() == count_;
   }
 
+  // A session that was killed before it had recorded all its tasks has run none of them. What the
+  // batch is, the session before it says.
+  void finishSession() {
+    if (record_->sessions.empty() || isPlanned()) return;
+    if (record_->sessions.size() > 1) {
+      record_->sessions.pop_back();
+    } else {
+      session().isPlanned = false;
+      session().tasks.clear();
+      session().identities.clear();
+    }
+  }
+
   void takeSession(const Json& event) {
+    finishSession();
     record_->sessions.push_back(sessionOf(event));
     count_ = number<std::size_t>(event, "count", 0, mostTasks);
   }
@@ -224,7 +238,7 @@ class Reader {
 
   // The attempt that an event is about, which is new if there is none yet.
   Attempt& attempt(const Json& event, bool* isNew) {
-    require(isComplete());
+    require(isPlanned());
     const auto task = number<std::int32_t>(event, "task", 1, mostTasks);
     const std::vector<std::int32_t>& tasks = session().tasks;
     require(std::binary_search(tasks.begin(), tasks.end(), task));
@@ -321,14 +335,15 @@ std::string readRecord(const std::string& path, Record* record) {
       if (!wrong.empty()) return wrong;
       record->id = event.at("id");
     }
-    // Only what a killed writer left incomplete may be broken, and then a new session follows.
+    // Only what a killed writer left incomplete may be broken. Then a new session or nothing
+    // follows.
     if (broken != 0 && !isSession(event)) return damageIn(broken);
     broken = event.is_discarded() ? line : 0;
     if (broken != 0) continue;
     if (!isSound([&] { reader.take(event); })) return damageIn(line);
   }
-  if (broken != 0) return damageIn(broken);
-  return reader.isComplete() ? "" : "incomplete: the tasks of its last session are missing";
+  reader.finishSession();
+  return "";
 }
 
 std::string jobOfRecord(const std::string& path) {

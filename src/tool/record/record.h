@@ -56,7 +56,8 @@ struct Session {
   double timeLimit = 0;      // of each task, in seconds; 0 = none
   // The tasks of the batch, ascending, whether this session has to run them or not, and what each
   // of them runs.
-  bool isWhole = true;  // they are all tasks of the job
+  bool isWhole = true;    // they are all tasks of the job
+  bool isPlanned = true;  // false: they are not yet, or were never, recorded; nothing has run
   std::vector<std::int32_t> tasks;
   std::vector<TaskIdentity> identities;
 

@@ -338,16 +338,45 @@ TEST_F(DamagedRecord, IsRefusedWithItsLine) {
   EXPECT_EQ(readWith(sound + "{\"event\":\"of a later program\"}\n"), "");
 }
 
-TEST_F(DamagedRecord, MayHaveABrokenLineOnlyBeforeASession) {
+TEST_F(DamagedRecord, MayHaveABrokenLineOnlyBeforeASessionAndAtTheEnd) {
   const std::string sound = soundText();
   const std::string first = sound.substr(0, sound.find('\n') + 1);
   const std::string plan =
       sound.substr(first.size(), sound.find('\n', first.size()) + 1 - first.size());
   EXPECT_EQ(readWith(sound + "{\"event\n" + first + plan), "");
   EXPECT_EQ(readWith(sound + "{\"event\n" + plan), "damaged in line 6");
-  EXPECT_EQ(readWith(sound + "{\"event\n"), "damaged in line 6");
+  EXPECT_EQ(readWith(sound + "{\"event\n"), "");
   EXPECT_EQ(readWith(sound + "{\"event"), "");
-  EXPECT_EQ(readWith(first), "incomplete: the tasks of its last session are missing");
+}
+
+// Such a session has run nothing.
+TEST_F(DamagedRecord, MayHaveSessionsWithoutTheirTasks) {
+  const std::string sound = soundText();
+  const std::string first = sound.substr(0, sound.find('\n') + 1);
+  ASSERT_EQ(readWith(first), "");
+  ASSERT_EQ(record_.sessions.size(), 1);
+  EXPECT_FALSE(record_.sessions.back().isPlanned);
+  EXPECT_TRUE(record_.sessions.back().tasks.empty());
+
+  ASSERT_EQ(readWith(sound + first), "");
+  ASSERT_EQ(record_.sessions.size(), 1);
+  EXPECT_TRUE(record_.sessions.back().isPlanned);
+  EXPECT_EQ(record_.sessions.back().tasks, (std::vector<std::int32_t>{2, 3, 9}));
+
+  std::string secondAttempt = sound;
+  for (const char* event : {"\"start\"", "\"end\""}) {
+    const std::size_t position = secondAttempt.find("\"attempt\":1", secondAttempt.find(event));
+    ASSERT_NE(position, std::string::npos);
+    secondAttempt.replace(position, 11, "\"attempt\":2");
+  }
+  ASSERT_EQ(readWith(sound + first + secondAttempt), "");
+  ASSERT_EQ(record_.sessions.size(), 2);
+  ASSERT_EQ(record_.attempts.size(), 2);
+  EXPECT_EQ(record_.attempts.back().session, 1);
+
+  ASSERT_EQ(readWith(first + sound), "");
+  EXPECT_FALSE(record_.sessions.front().isPlanned);
+  EXPECT_TRUE(record_.sessions.back().isPlanned);
 }
 
 TEST_F(DamagedRecord, MayBeNoRecordAtAll) {

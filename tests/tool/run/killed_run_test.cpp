@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <map>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -41,23 +42,43 @@ class KilledRuns : public testing::Test {
     folder_.write("job.xml", job.text());
   }
 
-  // Starts or resumes the batch, and kills it after that time. True if it has ended before.
-  bool runFor(std::chrono::microseconds time) {
+  // Starts or resumes the batch. `time` is how long until it is killed; none = never. True if it
+  // has ended before.
+  bool runFor(std::optional<std::chrono::microseconds> time) {
     std::vector<std::string> arguments = {"run", folder_.file("job.xml"), "--jobs", "3"};
     const bool isNew = modeOf(record_) == -1;
     arguments.insert(arguments.end(), {isNew ? "--record" : "--resume", record_});
     Process run(tool(arguments));
-    std::this_thread::sleep_for(time);
-    kill(run.pid(), SIGKILL);
+    if (time) {
+      std::this_thread::sleep_for(*time);
+      kill(run.pid(), SIGKILL);
+    }
     const ProcessResult result = run.finish();
     if (describeStatus(result.waitStatus) == "signal 9") return false;
-    // Nothing can be resumed of a batch that was killed before it had a plan.
-    const bool isFine = describeStatus(result.waitStatus) == "exit 0";
-    const bool isCut = result.error.find(": incomplete: ") != std::string::npos ||
-                       result.error.find(": not a record") != std::string::npos;
-    EXPECT_TRUE(isFine || isCut) << result.error;
-    if (isCut) unlink(record_.c_str());
-    return isFine;
+    if (describeStatus(result.waitStatus) == "exit 0") return true;
+    // Only a batch that was killed before it had recorded its tasks cannot be resumed, and it has
+    // run none of them.
+    EXPECT_TRUE(result.error.find(": its run ended before any task was started: ") !=
+                    std::string::npos ||
+                result.error.find(": not a record of runlet-job") != std::string::npos)
+        << result.error;
+    EXPECT_EQ(modeOf(folder_.file("done")), -1);
+    unlink(record_.c_str());
+    return HasFailure();
+  }
+
+  void removeTraces() {
+    unlink(record_.c_str());
+    unlink(folder_.file("done").c_str());
+  }
+
+  // How long a batch takes that nobody kills.
+  std::chrono::microseconds usualTime() {
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(runFor(std::nullopt));
+    const auto time = std::chrono::steady_clock::now() - begin;
+    removeTraces();
+    return std::chrono::duration_cast<std::chrono::microseconds>(time);
   }
 
   // How often each task has written its line.
@@ -94,14 +115,12 @@ class KilledRuns : public testing::Test {
 
 TEST_F(KilledRuns, AreResumedWithoutLossOrRepetition) {
   std::mt19937 random(setting("RUNLET_KILLS_SEED", 1));
-  std::uniform_int_distribution<int> microseconds(0, 60'000);
+  std::uniform_int_distribution<long> microseconds(0, usualTime().count());
   unsigned killed = 0;
-  while (killed < setting("RUNLET_KILLS", usualKills)) {
-    unlink(record_.c_str());
-    unlink(folder_.file("done").c_str());
+  while (killed < setting("RUNLET_KILLS", usualKills) && !HasFailure()) {
     while (!runFor(std::chrono::microseconds(microseconds(random)))) ++killed;
     expectComplete();
-    if (HasFailure()) break;
+    removeTraces();
   }
 }
 
