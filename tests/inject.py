@@ -191,6 +191,7 @@ class Scene:
         self.write(self.job, self.job_text(scenario.command or f"{self.work}/task"))
         self.write(self.work / "job-chunk-0.log", self.end_lines())
         self.write(self.work / "tasks", "a\nb\n")
+        self.write(self.work / "1.made", "")
         self.former = "what was there before\n"
         self.write(self.work / "old.xml", self.former)
 
@@ -233,6 +234,10 @@ class Scene:
     def report(self, task):
         return self.text(self.work / f"report.{task}")
 
+    def remove_reports(self):
+        for task in (1, 2):
+            (self.work / f"report.{task}").unlink(missing_ok=True)
+
     def call_count(self, program):
         return len(self.text(self.calls / program) or "") // 2
 
@@ -259,6 +264,7 @@ class Outcome:
     is_task: bool  # whether the process became the task
     injected: bool
     left: int  # processes that outlived the run
+    after: int = 0  # the exit status of the scenario's command `after`
     is_mute: bool = False  # whether all writes failed from some point on
 
 
@@ -271,6 +277,8 @@ class Scenario:
     # Returns a complaint or None, whatever the status is.
     complaint: callable = lambda outcome, baseline: None
     environment: dict = dataclasses.field(default_factory=dict)
+    before: list = ()  # a command that prepares it, and is not traced
+    after: list = ()  # a command for what it leaves, which is not traced
     status: int = 0  # the exit status without a fault
     command: str = None  # the job's command; None = the path of the task
     sleeps: bool = False  # the tasks do not end; once one has begun, the program is asked to end
@@ -340,6 +348,12 @@ def other_array(outcome, baseline):
     return unreported_array(outcome, baseline)
 
 
+def lost_record(outcome, baseline):
+    if outcome.reports[1]:
+        return "a task that had succeeded was run again"
+    return None if outcome.after == 0 else "a record that cannot be resumed"
+
+
 def never(outcome, baseline):
     return False
 
@@ -358,7 +372,11 @@ def in_work(name):
 
 MAKE = ["--frames", "1-3", "--timeout", "5", "--", "/bin/echo", "%tp1"]
 
-RECORD = ["--record", lambda scene: str(scene.folder / "record.jsonl")]
+def record(scene):
+    return str(scene.folder / "record.jsonl")
+
+
+RECORD = ["--record", record]
 
 SCENARIOS = [
     Scenario("GetInfo", [ADAPTER, "-o", "GetInfo"], has_no_other_output),
@@ -382,6 +400,11 @@ SCENARIOS = [
              has_all_reports, command="task"),
     Scenario("run that is interrupted", [TOOL, "run", job, "--jobs", "2", *RECORD], never,
              status=-signal.SIGTERM, sleeps=True),
+    # The second task has failed before; there is a file 1.made only.
+    Scenario("run that is resumed", [TOOL, "run", job, "--resume", record], has_all_reports,
+             complaint=lost_record,
+             before=[TOOL, "run", job, "--expect", "%tn.made", *RECORD],
+             after=[TOOL, "run", job, "--resume", record, "--quiet"]),
     Scenario("submit", [TOOL, "submit", job], has_all_arrays, complaint=unreported_array),
     Scenario("submit in parts", [TOOL, "submit", job], has_all_arrays,
              complaint=unreported_array, environment={"MAX_ARRAY_SIZE": "2"}),
@@ -491,12 +514,26 @@ def be_on_terminal():
     fcntl.ioctl(0, termios.TIOCSCTTY, 0)
 
 
+def environment_of(scenario, scene):
+    return {"PATH": f"{scene.slurm}:/usr/bin:/bin", "LC_ALL": "C",
+            **{name: resolved(text, scene) for name, text in scenario.environment.items()}}
+
+
+def run_untraced(arguments, scenario, scene, folder):
+    """Returns the exit status; 0 if there is nothing to run."""
+    if not arguments:
+        return 0
+    words = [resolved(word, scene) for word in arguments]
+    return subprocess.run(
+        [str(folder / words[0]), *words[1:]], cwd=scene.work, env=environment_of(scenario, scene),
+        stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+        check=False).returncode
+
+
 def start(scenario, scene, command, terminal):
-    environment = {"PATH": f"{scene.slurm}:/usr/bin:/bin", "LC_ALL": "C",
-                   **{name: resolved(text, scene) for name, text in scenario.environment.items()}}
     return subprocess.Popen(
-        command, cwd=scene.work, env=environment, start_new_session=True, text=True,
-        errors="replace", stdin=terminal.end if terminal else subprocess.DEVNULL,
+        command, cwd=scene.work, env=environment_of(scenario, scene), start_new_session=True,
+        text=True, errors="replace", stdin=terminal.end if terminal else subprocess.DEVNULL,
         stdout=terminal.end if terminal else subprocess.PIPE, stderr=subprocess.PIPE,
         preexec_fn=be_on_terminal if terminal else None)
 
@@ -517,6 +554,8 @@ def run(scenario, folder, inject=(), patience=PATIENCE):
     scene = Scene(scenario)
     terminal = Terminal() if scenario.has_terminal else None
     try:
+        run_untraced(scenario.before, scenario, scene, folder)
+        scene.remove_reports()
         log = str(scene.folder / "trace")
         begin = time.monotonic()
         process = start(scenario, scene, command_of(scenario, scene, folder, log, inject), terminal)
@@ -535,13 +574,15 @@ def run(scenario, folder, inject=(), patience=PATIENCE):
             output = terminal.written()
         left = reap(GRACE)
         trace = scene.text(pathlib.Path(log)) or ""
+        files, reports = scene.files(), {n: scene.report(n) for n in (1, 2)}
+        after = run_untraced(scenario.after, scenario, scene, folder)
         outcome = Outcome(
-            status, output, error, scene.files(), {n: scene.report(n) for n in (1, 2)},
+            status, output, error, files, reports,
             scene.text(scene.work / "new.xml"), scene.text(scene.work / "old.xml"),
             {name: scene.call_count(name) for name in ("sbatch", "scancel")},
             scene.text(scene.calls / "arrays"), seconds,
             scenario.becomes_program and re.search(STARTED_TASK, trace) is not None,
-            "(INJECTED)" in trace, left)
+            "(INJECTED)" in trace, left, after)
         return outcome, trace
     finally:
         if terminal:

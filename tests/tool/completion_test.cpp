@@ -152,6 +152,7 @@ const Row rows[] = {
     {{"run", "du"}, "dusk light.xml\n"},
     {{"run", "-"},
      "--accept-changes\n--expect\n--failed-of\n--halt\n--help\n--jobs\n--json\n--keep-env\n"
+     "--keep-logs\n"
      "--quiet\n--record\n--resume\n--retries\n--tasks\n--timeout\n-a\n-n\n-s\n"},
     {{"run", "--tasks", ""}, ""},
     {{"run", "--resume", ""}, "20261122-211530-3f2a\nlast\nold.jsonl\nshots\n"},
@@ -167,6 +168,7 @@ const Row rows[] = {
     {{"records", "prune", "--older-than", ""}, ""},
     {{"run", "--jobs", ""}, "auto\n"},
     {{"run", "--halt", ""}, "now\nsoon\n"},
+    {{"run", "--keep-logs", ""}, "all\nfailed\n"},
     {{"run", "--retries", ""}, ""},
     {{"run", "--keep-env", ""}, ""},
     {{"submit", ""}, "dawn.xml\ndusk light.xml\nshots\n"},

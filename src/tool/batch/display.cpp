@@ -36,6 +36,12 @@ RunDisplay::RunDisplay(const std::vector<std::int32_t>& numbers,
 
 void RunDisplay::showEnd(std::size_t task, const TaskTry& attempt, bool isFinal,
                          const RunCounts& counts) {
+  if (attempt.isDiskFull) {
+    std::string log;
+    appendShellWord(logOf_(task), &log);
+    showMessage("task " + std::to_string(numbers_[task]) +
+                ": its log may be incomplete, the disk is full: " + log);
+  }
   if (!hasLines_) return;
   std::string line = "task " + std::to_string(numbers_[task]) + ": ";
   line += visible(describe(attempt.end)) + timeOf(attempt);

@@ -33,7 +33,8 @@ class RunDisplay {
     return bar_.isOnTerminal();
   }
 
-  // Called when a try has ended; `isFinal` unless the task will be tried again.
+  // Called when a try has ended; `isFinal` unless the task will be tried again. If the disk of its
+  // log is full, a line says so, also if quiet.
   void showEnd(std::size_t task, const TaskTry& attempt, bool isFinal, const RunCounts& counts);
 
   // Called after the first signal, with the tasks that still run, in any order.

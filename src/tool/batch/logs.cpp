@@ -2,14 +2,16 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "tool/batch/task_user.h"
-#include "tool/system/files.h"
 #include "tool/text/characters.h"
 #include "tool/text/format.h"
 
@@ -54,6 +56,17 @@ int openNew(const std::string& path, mode_t mode) {
   return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
 }
 
+// As the user that the tasks run as. `remove` is like unlink. Returns 0, or the error number.
+int removeAsTaskUser(const Batch& batch, const std::string& path, int (*remove)(const char*)) {
+  const int done = doAsTaskUser(batch.context, [&] {
+    // What a descriptor is of means nothing here, but there has to be one.
+    return remove(path.c_str()) == 0 ? open("/", O_PATH | O_CLOEXEC) : -1;
+  });
+  if (done == -1) return errno;
+  close(done);
+  return 0;
+}
+
 }  // namespace
 
 int logDigits(const Batch& batch) {
@@ -66,11 +79,11 @@ std::string logPath(const Batch& batch, std::int32_t task, std::int32_t attempt)
   return fullPath(batch.logFolder, file + ".log");
 }
 
-bool makeLogFolder(const Batch& batch, const char* verb) {
-  const int folder = doAsTaskUser(
-      batch.context, [&] { return makeWritable(batch.logFolder, 0777 & ~maskFor(batch)); });
-  if (folder != -1) {
-    close(folder);
+bool makeLogFolder(const Batch& batch, const char* verb, OwnDescriptor* opened) {
+  OwnDescriptor folder(doAsTaskUser(
+      batch.context, [&] { return makeWritable(batch.logFolder, 0777 & ~maskFor(batch)); }));
+  if (folder.number() != -1) {
+    if (opened != nullptr) *opened = std::move(folder);
     return true;
   }
   std::fprintf(stderr, "runlet-job: %s: cannot write logs to %s: %s\n", verb,
@@ -82,6 +95,21 @@ int openLog(const Batch& batch, std::int32_t task, std::int32_t attempt) {
   return doAsTaskUser(batch.context, [&] {
     return openNew(logPath(batch, task, attempt), 0666 & ~maskFor(batch));
   });
+}
+
+int removeLog(const Batch& batch, std::int32_t task, std::int32_t attempt) {
+  return removeAsTaskUser(batch, logPath(batch, task, attempt), unlink);
+}
+
+void removeEmptyLogFolder(const Batch& batch) {
+  removeAsTaskUser(batch, batch.logFolder, rmdir);
+}
+
+bool isDiskFull(int logFolder) {
+  struct statvfs disk {};
+  constexpr std::uint64_t little = 64 << 10;  // some systems refuse writes before all is used up
+  if (fstatvfs(logFolder, &disk) != 0 || disk.f_blocks == 0) return false;  // has no such limit
+  return std::uint64_t{disk.f_bavail} * disk.f_frsize < little;
 }
 
 }  // namespace runlet_tool

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tool/batch/batch.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 
@@ -15,13 +16,24 @@ int logDigits(const Batch& batch);
 std::string logPath(const Batch& batch, std::int32_t task, std::int32_t attempt = 1);
 
 // Creates the log folder and its parents, if missing, as the user that the tasks run as. The job's
-// mask decides who may enter them; only that user may write to them. False, after a message on
+// mask decides who may enter them; only that user may write to them. Sets `*opened`, which may be
+// null, to a descriptor of the folder that was opened with O_PATH. False, after a message on
 // standard error, if that fails.
-bool makeLogFolder(const Batch& batch, const char* verb);
+bool makeLogFolder(const Batch& batch, const char* verb, OwnDescriptor* opened = nullptr);
 
 // Creates the task's log and opens it for writing, as the user that the tasks run as. An existing
 // file of that name is removed first. The job's mask decides who may read the log; only that user
 // may write to it. Returns -1, with the reason in errno, on failure. The descriptor closes on exec.
 int openLog(const Batch& batch, std::int32_t task, std::int32_t attempt = 1);
+
+// Removes the task's log as the user that the tasks run as. Returns 0, or the error number.
+int removeLog(const Batch& batch, std::int32_t task, std::int32_t attempt);
+
+// Removes the log folder, as that user, unless there is anything in it.
+void removeEmptyLogFolder(const Batch& batch);
+
+// Whether the disk of the log folder, given as a descriptor, has so little space left that what a
+// task writes may be lost. A quota is not noticed.
+bool isDiskFull(int logFolder);
 
 }  // namespace runlet_tool

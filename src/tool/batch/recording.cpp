@@ -310,6 +310,8 @@ bool Recording::taskEnded(std::size_t index, const TaskTry& tried) {
   attempt.wall = tried.wall;
   attempt.cpu = tried.cpu;
   attempt.peakMemory = tried.peakMemory;
+  if (tried.isLogRemoved) attempt.log.clear();
+  attempt.isDiskFull = tried.isDiskFull;
   const int error = writer_->endAttempt(attempt);
   running_.erase(index);
   errno = error;

@@ -49,16 +49,10 @@ std::string taskText(const Batch& batch, std::size_t index, const TaskEnd& end, 
   std::string text = "task " + std::to_string(task) + ": ";
   text += coloured(visible(describe(end)), isFine ? Colour::none : Colour::red, hasColour);
   text.append(": ").append(shellCommand(preview->words)).append("\n");
-  if (isFine || end.ending == Ending::notStarted) return text;
+  if (isFine) return text;
   std::string log;
   appendShellWord(logPath(batch, task, batch.attempts[index]), &log);
   return text.append("  log: ").append(log).append("\n");
-}
-
-// Where the lines of a task come: the smaller, the earlier.
-int placeOf(const TaskEnd& end) {
-  if (end.ending == Ending::succeeded) return 2;
-  return end.ending == Ending::notStarted ? 1 : 0;
 }
 
 }  // namespace
@@ -67,13 +61,15 @@ int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends,
                  const SummaryOptions& options, std::FILE* out) {
   const bool hasColour = wantsColour(out);
   Preview preview;
-  const int places = options.isQuiet ? 2 : 3;
-  for (int place = 0; place < places; ++place) {
+  const auto showAll = [&](bool areFine) {
     for (std::size_t i = 0; i < ends.size(); ++i) {
-      if (placeOf(ends[i]) != place) continue;
+      const bool isFine = ends[i].ending == Ending::succeeded;
+      if (isFine != areFine || ends[i].ending == Ending::notStarted) continue;
       std::fputs(taskText(batch, i, ends[i], hasColour, &preview).c_str(), out);
     }
-  }
+  };
+  showAll(false);
+  if (!options.isQuiet) showAll(true);
   Totals totals;
   for (std::size_t i = 0; i < ends.size(); ++i) {
     const bool isOther = ends[i].ending == Ending::other;

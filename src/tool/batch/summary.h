@@ -16,10 +16,10 @@ struct SummaryOptions {
   std::string stopReason = {};  // why not all tasks were run; empty if they were
 };
 
-// Writes to `out` a line with the command of each task of the batch, followed by the path of its
-// log if it was started and did not succeed: first the tasks that were started and did not succeed,
-// then those that were not started, then those that succeeded. Then come a line with the stop
-// reason, if there is one, and a line with the totals. `ends[i]` is the end of `batch.tasks[i]`.
+// Writes to `out` a line with the command of each task of the batch that was started: first those
+// that did not succeed, each followed by the path of its log, then the others. Then come a line with
+// the stop reason, if there is one, and a line with the totals, which has the numbers of all tasks
+// that did not succeed. `ends[i]` is the end of `batch.tasks[i]`.
 //
 // Returns the exit status: exitFine if all tasks succeeded, otherwise exitFailing.
 int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends,

@@ -19,6 +19,8 @@ struct TaskTry {
   double cpu = 0;   // seconds, of the task and the children it has waited for
   // Bytes, of the largest of these processes, but at least those of the starter process.
   std::int64_t peakMemory = 0;
+  bool isLogRemoved = false;
+  bool isDiskFull = false;  // that of its log, which may therefore be incomplete
 };
 
 }  // namespace runlet_tool

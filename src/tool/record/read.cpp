@@ -217,6 +217,8 @@ class Reader {
     ended.wall = seconds(event, "wall");
     ended.cpu = seconds(event, "cpu");
     ended.peakMemory = runlet_tool::number<std::int64_t>(event, "peakMemory", 0, most);
+    if (event.value("logRemoved", false)) ended.log.clear();
+    ended.isDiskFull = event.value("diskFull", false);
   }
 
   void takeStop(const Json& event) {

@@ -72,7 +72,7 @@ struct Attempt {
   std::int32_t number = 1;         // of the attempts with this task number in this record, from 1
   std::size_t session = 0;         // the position in the record's `sessions`
   std::vector<std::string> words;  // the argument vector
-  std::string log;                 // the path of the log; empty if there is none
+  std::string log;                 // the path of the log; empty if there is none (any more)
   RecordTime begin = 0;
   pid_t process = 0;  // 0 if the task could not be started
   std::uint64_t processStart = 0;
@@ -83,6 +83,7 @@ struct Attempt {
   double wall = 0;              // seconds, by a clock that is never set
   double cpu = 0;               // seconds, of the task and the children it waited for
   std::int64_t peakMemory = 0;  // bytes, of the largest of these processes
+  bool isDiskFull = false;      // that of its log, which may therefore be incomplete
 };
 
 struct Record {

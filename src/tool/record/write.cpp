@@ -113,6 +113,8 @@ Json endOf(const Attempt& attempt) {
   event["wall"] = attempt.wall;
   event["cpu"] = attempt.cpu;
   event["peakMemory"] = attempt.peakMemory;
+  if (attempt.log.empty()) event["logRemoved"] = true;
+  if (attempt.isDiskFull) event["diskFull"] = true;
   return event;
 }
 

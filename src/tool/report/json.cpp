@@ -88,6 +88,7 @@ Json attemptJson(const Overview& overview, std::size_t number,
   row["wall"] = state.wall;
   row["cpu"] = attempt.cpu;
   row["peakMemory"] = attempt.peakMemory;
+  row["diskFull"] = attempt.isDiskFull;
   row["slot"] = state.slot + 1;
   row["bytes"] = inBytes;
   return row;

@@ -130,6 +130,8 @@ void setTasks(Overview* overview) {
     if (state.attempt) state.standing = overview->attempts[*state.attempt].standing;
     if (isFailure(state.standing)) overview->failures.push_back(i);
     overview->tasksByStanding[static_cast<std::size_t>(state.standing)].add(state.task);
+    const bool isDiskFull = state.attempt && overview->record.attempts[*state.attempt].isDiskFull;
+    if (isDiskFull) overview->onFullDisk.add(state.task);
   }
 }
 
@@ -247,6 +249,13 @@ std::string endText(const Overview& overview, std::size_t attempt) {
   const Standing standing = overview.attempts[attempt].standing;
   if (!overview.record.attempts[attempt].end) return standingName(standing);
   return shortened(visible(describe(overview.record.attempts[attempt].result)), 200);
+}
+
+std::string fullDiskText(const Overview& overview) {
+  const auto count = static_cast<std::size_t>(overview.onFullDisk.count());
+  if (count == 0) return "";
+  return "The disk was full: the logs of " + quantity(count, "task") + " (" +
+         numbersText(overview.onFullDisk) + ") may be incomplete";
 }
 
 std::string numbersText(const TaskNumbers& numbers) {

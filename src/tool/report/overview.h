@@ -70,6 +70,7 @@ struct Overview {
   std::vector<TaskState> tasks;        // ascending
   std::array<TaskNumbers, standingCount> tasksByStanding;
   std::vector<std::size_t> failures;  // positions in `tasks`
+  TaskNumbers onFullDisk;             // whose latest attempt's log may be incomplete
 
   // Of the attempts that ran and whose end is known: their durations in seconds, ascending, and the
   // positions of the slowest, slowest first.
@@ -117,6 +118,9 @@ std::string attemptTaskText(const Overview& overview, std::size_t attempt);
 
 // "failed with exit code 3", "running": at most 200 bytes and "...".
 std::string endText(const Overview& overview, std::size_t attempt);
+
+// "The disk was full: the logs of 2 tasks (3, 9) may be incomplete"; empty if it never was.
+std::string fullDiskText(const Overview& overview);
 
 // The numbers as in "3-5, 9", as far as they fit into about 40 bytes, and then "...".
 std::string numbersText(const TaskNumbers& numbers);

@@ -145,6 +145,11 @@ std::string logMarkup(const std::string& path) {
   return lines.empty() ? text : text + element("pre", lines);
 }
 
+std::string fullDisk(const Overview& overview) {
+  const std::string text = fullDiskText(overview);
+  return text.empty() ? "" : element("p", "note", markup(text) + ".") + "\n";
+}
+
 std::string failureRow(const Overview& overview, std::size_t attempt) {
   const Attempt& recorded = overview.record.attempts[attempt];
   std::string text = "<tr><th scope=\"row\">" + std::to_string(recorded.task);
@@ -339,7 +344,8 @@ std::string reportPage(const Overview& overview) {
   std::string page(head);
   page += element("title", markup(jobName(overview) + ": " + headline(overview))) + "\n";
   page += element("style", "\n" + std::string(pageStyle)) + "\n</head>\n<body>\n<main>\n";
-  page += top(overview) + failures(overview) + charts(overview) + durations(overview);
+  page += top(overview) + fullDisk(overview) + failures(overview) + charts(overview) +
+          durations(overview);
   page += slowest(overview) + sessions(overview);
   page += "</main>\n" +
           element("footer", "Made by runlet-job report, " + markup(timeText(overview.now)));

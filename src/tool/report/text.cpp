@@ -78,7 +78,9 @@ std::string counts(const Overview& overview) {
     if (standing != Standing::succeeded) text += " (" + numbersText(tasks) + ")";
     separator = ", ";
   }
-  return "\n" + text + "\n";
+  text += "\n";
+  const std::string full = fullDiskText(overview);
+  return "\n" + text + (full.empty() ? "" : full + "\n");
 }
 
 std::string logText(const std::string& path) {

@@ -24,6 +24,7 @@
 #include "tool/batch/summary.h"
 #include "tool/record/ends.h"
 #include "tool/system/exit_status.h"
+#include "tool/system/files.h"
 #include "tool/system/processors.h"
 #include "tool/system/signals.h"
 #include "tool/text/characters.h"
@@ -47,7 +48,8 @@ struct RunOptions {
   std::string halt;     // empty = never
   std::string timeout;  // empty = only the job's
   bool isQuiet = false;
-  std::string endLinesId;  // empty = no end lines; otherwise there is no record
+  bool keepsAllLogs = true;  // otherwise only those of tries that did not succeed
+  std::string endLinesId;    // empty = no end lines; otherwise there is no record
   RecordOptions record;
   std::vector<std::string> expected;  // patterns of files
   KeptVariables kept;
@@ -76,7 +78,14 @@ void lookForFiles(const Batch& batch, const RunOptions& options, std::size_t ind
   if (!missing.empty()) *end = {Ending::failed, 0, "did not make " + missing};
 }
 
-TaskSource taskSource(const Batch& batch, const RunOptions& options, Starter* starter) {
+// A log that cannot be removed stays, and the record says so.
+void removeLogOfSuccess(const Batch& batch, std::size_t index, TaskTry* tried) {
+  if (tried->end.ending != Ending::succeeded) return;
+  tried->isLogRemoved = removeLog(batch, batch.tasks[index], batch.attempts[index]) == 0;
+}
+
+TaskSource taskSource(const Batch& batch, const RunOptions& options, int logFolder,
+                      Starter* starter) {
   return {batch.tasks.size(),
           [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); },
           [&batch, starter](std::size_t index, int log, const Announce& announce, pid_t* process) {
@@ -86,8 +95,11 @@ TaskSource taskSource(const Batch& batch, const RunOptions& options, Starter* st
             return starter->start(start, log, announce, process);
           },
           {},
-          [&batch, &options](std::size_t index, TaskTry* tried) {
+          [&batch, &options, logFolder](std::size_t index, TaskTry* tried) {
             lookForFiles(batch, options, index, &tried->end);
+            if (!options.keepsAllLogs) removeLogOfSuccess(batch, index, tried);
+            tried->isDiskFull =
+                tried->process != 0 && !tried->isLogRemoved && isDiskFull(logFolder);
             return true;
           }};
 }
@@ -107,11 +119,12 @@ std::string stopText(const RunOutcome& outcome) {
   return "interrupted by " + signalText(outcome.signal);
 }
 
-// Returns the exit status. `recording` may be null.
-int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, Starter* starter) {
+// Returns the exit status. `logFolder` is an open descriptor. `recording` may be null.
+int runTasksOf(Batch* batch, const RunOptions& options, int logFolder, Recording* recording,
+               Starter* starter) {
   // Held until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;
-  TaskSource source = taskSource(*batch, options, starter);
+  TaskSource source = taskSource(*batch, options, logFolder, starter);
   if (recording != nullptr) addRecording(recording, batch, &source);
   const auto logOf = [batch](std::size_t index) {
     return logPath(*batch, batch->tasks[index], batch->attempts[index]);
@@ -122,6 +135,7 @@ int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, St
     RunDisplay display(batch->tasks, logOf, options.isQuiet);
     return runTasks(source, limits, signals, &display);
   }();
+  if (!options.keepsAllLogs) removeEmptyLogFolder(*batch);
   const int status =
       options.record.asJson
           ? statusOf(outcome.ends)
@@ -152,12 +166,16 @@ int runRecorded(const RunOptions& options, Batch* batch, Starter* starter) {
   Recording recording;
   int status = recording.choose(options.record, batch);
   if (status != exitFine || batch->tasks.empty()) return status;
-  if (!makeLogFolder(*batch, name)) return exitUnreadable;
+  OwnDescriptor logFolder;
+  if (!makeLogFolder(*batch, name, &logFolder)) return exitUnreadable;
   status = recording.open(options.record, sessionLimits(*batch, options), *batch);
-  if (status != exitFine) return status;
+  if (status != exitFine) {
+    removeEmptyLogFolder(*batch);
+    return status;
+  }
   std::fprintf(stderr, "runlet-job: run: batch %s, logs in %s\n", recording.id().c_str(),
                visible(batch->logFolder).c_str());
-  return runTasksOf(batch, options, &recording, starter);
+  return runTasksOf(batch, options, logFolder.number(), &recording, starter);
 }
 
 int runJob(const RunOptions& options) {
@@ -180,8 +198,9 @@ int runJob(const RunOptions& options) {
   if (status != exitFine) return status;
   if (!isReady(batch, options)) return exitUnreadable;
   if (id.empty()) return runRecorded(options, &batch, &starter);
-  return makeLogFolder(batch, name) ? runTasksOf(&batch, options, nullptr, &starter)
-                                    : exitUnreadable;
+  OwnDescriptor logFolder;
+  if (!makeLogFolder(batch, name, &logFolder)) return exitUnreadable;
+  return runTasksOf(&batch, options, logFolder.number(), nullptr, &starter);
 }
 
 // Numbers and ranges, such as "2,5-9", in any order.
@@ -282,6 +301,11 @@ void addRun(CLI::App* app, Action* action) {
   const std::function<void()> takeRecordOptions = addRecordOptions(verb, options.get());
   addLimits(verb, options.get());
   verb->add_flag("--quiet", options->isQuiet, "Say nothing about tasks that succeed");
+  verb->add_option_function<std::string>(
+          "--keep-logs", [=](const std::string& text) { options->keepsAllLogs = text == "all"; },
+          "Keep all logs (the default), or only those of tries that failed")
+      ->check(CLI::IsMember({"all", "failed"}))
+      ->type_name("all|failed");
   // Only for the arrays of `submit`, and hidden.
   verb->add_option("--tell-ends", options->endLinesId)->group("");
   addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);

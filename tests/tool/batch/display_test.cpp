@@ -67,6 +67,17 @@ TEST(RunDisplay, HasALineForEachTry) {
   }
 }
 
+TEST(RunDisplay, SaysWhenADiskIsFull) {
+  TaskTry attempt = tryOf({Ending::succeeded, 0, ""}, 1.23);
+  attempt.isDiskFull = true;
+  EXPECT_EQ(shown(true,
+                  [&](RunDisplay* display) {
+                    display->showEnd(1, attempt, true, {3, 1, 0});
+                  }),
+            "runlet-job: run: task 5: its log may be incomplete, the disk is full: "
+            "'/logs/of shot-1'\n");
+}
+
 TEST(RunDisplay, SaysWhatAnInterruptWaitsFor) {
   const struct {
     std::vector<std::size_t> running;

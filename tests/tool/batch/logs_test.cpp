@@ -70,6 +70,32 @@ TEST(Logs, AreReplaced) {
   EXPECT_EQ(runlet_test::readFile(folder.file("shot-1.log")), "new");
 }
 
+TEST(Logs, AreRemovedAsTheUserOfTheTasks) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
+  Batch batch;
+  fillForAnother(folder.path(), &batch);
+  folder.write("shot-1.log", "");
+  EXPECT_EQ(removeLog(batch, 1, 1), EACCES);
+  EXPECT_EQ(removeLog(batch, 1, 2), ENOENT);
+  ASSERT_EQ(chown(folder.path().c_str(), otherId, otherId), 0);
+  EXPECT_EQ(removeLog(batch, 1, 1), 0);
+  EXPECT_EQ(runlet_test::modeOf(folder.file("shot-1.log")), -1);
+}
+
+TEST(Logs, LeaveNoEmptyFolder) {
+  const TempFolder folder;
+  Batch batch;
+  fill(1, folder.file("logs"), &batch);
+  ASSERT_TRUE(makeLogFolder(batch, "run"));
+  close(openLog(batch, 1));
+  removeEmptyLogFolder(batch);
+  EXPECT_GT(runlet_test::modeOf(batch.logFolder), 0);
+  EXPECT_EQ(removeLog(batch, 1, 1), 0);
+  removeEmptyLogFolder(batch);
+  EXPECT_EQ(runlet_test::modeOf(batch.logFolder), -1);
+}
+
 // A run blocked on a pipe without a reader could not even be interrupted, and a link may lead to
 // the starter's terminal.
 TEST(Logs, AreNewFilesWhateverIsThere) {

@@ -67,7 +67,6 @@ TEST(Summary, HasALineForEveryTaskAndOneForAll) {
             "  log: '/logs/of shots/shot-07.log'\n"
             "task 8: interrupted: say 8 'of it'\n"
             "  log: '/logs/of shots/shot-08.log'\n"
-            "task 10: not started: say 10 'of it'\n"
             "task 1: succeeded: say 1 'of it'\n"
             "task 12: succeeded: say 12 'of it'\n"
             "10 tasks: 2 succeeded, 3 failed (2, 6-7), 1 killed (3), 1 timed out (4), "
@@ -75,7 +74,7 @@ TEST(Summary, HasALineForEveryTaskAndOneForAll) {
   EXPECT_EQ(status, exitFailing);
 }
 
-TEST(Summary, PutsTasksThatRanBeforeThoseThatWereNotStarted) {
+TEST(Summary, HasNoLinesForTasksThatWereNotStarted) {
   Batch batch;
   fill(4, {1, 2, 3, 4}, &batch);
   const TaskEnd notStarted = {Ending::notStarted, 0, ""};
@@ -84,8 +83,6 @@ TEST(Summary, PutsTasksThatRanBeforeThoseThatWereNotStarted) {
                       {false, "1 task failed (--halt soon)"}),
             "task 3: failed with exit code 3: say 3 'of it'\n"
             "  log: '/logs/of shots/shot-3.log'\n"
-            "task 1: not started: say 1 'of it'\n"
-            "task 4: not started: say 4 'of it'\n"
             "task 2: succeeded: say 2 'of it'\n"
             "stopped early: 1 task failed (--halt soon)\n"
             "4 tasks: 1 succeeded, 1 failed (3), 2 not started (1, 4)\n");

@@ -155,6 +155,18 @@ TEST_F(ReportVerb, ShowsABatchThatRuns) {
 }
 
 // As an ordinary user: for root it would be a folder in root's home.
+TEST_F(ReportVerb, SaysWhichLogsMayBeIncomplete) {
+  record_.attempts[0].isDiskFull = record_.attempts[1].isDiskFull = true;
+  writeRecord(record_, path());
+  const std::string text = "The disk was full: the logs of 2 tasks (1-2) may be incomplete";
+  const std::string report = this->report({path()}).output;
+  EXPECT_NE(report.find(" succeeded, 1 failed (3)\n" + text + "\n\nFailures\n"), std::string::npos)
+      << report;
+  EXPECT_NE(
+      this->report({path(), "--html", "-"}).output.find("<p class=\"note\">" + text + ".</p>"),
+      std::string::npos);
+}
+
 TEST_F(ReportVerb, FindsRecordsByTheirIds) {
   const std::string record = folder_.makeFolder("runlet-job") + "/" + id + ".jsonl";
   writeRecord(record_, record);
@@ -286,6 +298,7 @@ TEST_F(ReportVerb, WritesSeveralReportsAtOnce) {
 TEST_F(ReportVerb, WritesJson) {
   record_.attempts.erase(record_.attempts.begin(), record_.attempts.end() - 2);
   record_.attempts[0].words.push_back("\xff");
+  record_.attempts[0].isDiskFull = true;
   record_.attempts[1].end.reset();
   writeRecord(record_, path());
   const ProcessResult result = report({path(), "--json"});
@@ -305,10 +318,11 @@ TEST_F(ReportVerb, WritesJson) {
 ], "attempts": [
  {"task":3,"attempt":2,"session":2,"countsFor":3,"argv":["/bin/render","3","ÿ"],"log":"LOG",)x"
       R"x("begin":1795385730.0,"end":1795385741.0,"result":"failed","code":3,"signal":null,)x"
-      R"x("reason":null,"wall":11.0,"cpu":5.5,"peakMemory":11534336,"slot":1,"bytes":true},
+      R"x("reason":null,"wall":11.0,"cpu":5.5,"peakMemory":11534336,"diskFull":true,"slot":1,)x"
+      R"x("bytes":true},
  {"task":4,"attempt":1,"session":2,"countsFor":4,"argv":["/bin/render","4"],"log":null,)x"
       R"x("begin":1795385730.0,"end":null,"result":"cut-off","code":null,"signal":null,)x"
-      R"x("reason":null,"wall":50.0,"cpu":0.0,"peakMemory":0,"slot":2,"bytes":false}
+      R"x("reason":null,"wall":50.0,"cpu":0.0,"peakMemory":0,"diskFull":false,"slot":2,"bytes":false}
 ], "totals": {"tasks":4,"results":{"succeeded":0,"failed":1,"killed":0,"timed-out":0,)x"
       R"x("interrupted":0,"not-started":2,"other":0,"cut-off":1,"running":0,"waiting":0},)x"
       R"x("attempts":2,"seconds":90.5,"wall":61.0,"cpu":5.5,"peakMemory":11534336,)x"

@@ -80,7 +80,8 @@ class KilledRun : public AdapterTest {
 // A task that ends when asked to, one that does not, one that is stopped, and one whose child does
 // not end when asked to.
 const Strings longTasks = {
-    "trap ': >asked; exit 0' TERM; touch a; while :; do sleep 60; done",
+    "trap ': >asked; exit 0' TERM; sleep 60 & touch a; wait",  // in the foreground it might begin
+                                                               // late
     "trap '' TERM; touch b; while :; do sleep 60; done",
     "touch c; kill -STOP $$; sleep 60",
     "(trap '' TERM; touch d; sleep 60; sleep 60) & wait",

@@ -1,12 +1,15 @@
 // What run records of a batch, and what it does with a record.
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <string>
 #include <thread>
@@ -25,6 +28,16 @@ using runlet_tool::Attempt;
 using runlet_tool::Ending;
 using runlet_tool::Record;
 using Strings = std::vector<std::string>;
+
+// The names of the files in the folder, sorted.
+Strings filesIn(const std::string& folder) {
+  Strings names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
 
 // A job whose tasks are shell scripts.
 class RecordedRun : public testing::Test {
@@ -131,6 +144,20 @@ TEST_F(RecordedRun, HasWhatRanAndHowItEnded) {
     EXPECT_GT(attempt.processStart, 0);
     EXPECT_GT(attempt.wall, 0);
     EXPECT_GT(attempt.peakMemory, 0);
+  }
+}
+
+// A missing limit means "at once" to the farm server, so jobs without one have a huge one.
+TEST_F(RecordedRun, HasNoTimeLimitIfThatOfTheJobIsHuge) {
+  const std::map<std::string, double> rows = {
+      {"35790", 35790 * 60}, {"35791", 0}, {"35792", 0}, {"2147483647", 0}};
+  for (const auto& [minutes, seconds] : rows) {
+    job_.set("TaskTimeout", minutes);
+    writeJob({"true"});
+    run();
+    EXPECT_EQ(record().sessions[0].timeLimit, seconds) << minutes;
+    run({"--timeout", "90s"});
+    EXPECT_EQ(record().sessions[0].timeLimit, 90) << minutes;
   }
 }
 
@@ -307,6 +334,51 @@ TEST_F(RecordedRun, FailsATaskWithoutItsFiles) {
   }
   EXPECT_EQ(describeStatus(runTool({"check", jobFile_, "--expect", "%tn.png"}).waitStatus),
             "exit 0");
+}
+
+TEST_F(RecordedRun, KeepsOnlyLogsOfFailuresOnRequest) {
+  writeJob({"true", "test -e good || { touch good; exit 3; }", "touch x.png", "true"});
+  job_.set("umask", "511");  // not even its owner has any rights by it
+  folder_.write("shot.xml", job_.text());
+  run({"--keep-logs", "failed", "--retries", "1", "--expect", "x.png", "--tasks", "2-3"});
+  std::map<std::string, std::string> logs;
+  for (const Attempt& attempt : record().attempts) {
+    const std::string name = std::to_string(attempt.task) + "." + std::to_string(attempt.number);
+    logs[name] = attempt.log.substr(attempt.log.rfind('/') + 1);
+  }
+  EXPECT_EQ(logs,
+            (std::map<std::string, std::string>{{"2.1", "shot-2.log"}, {"2.2", ""}, {"3.1", ""}}));
+  const std::string folder = folder_.file("logs/shot-" + record().id);
+  EXPECT_EQ(filesIn(folder), Strings{"shot-2.log"});
+
+  // Without any log there is no folder.
+  run({"--keep-logs", "failed", "--tasks", "1,4"});
+  EXPECT_EQ(modeOf(folder_.file("logs/shot-" + record().id)), -1);
+  run({"--keep-logs", "all", "--tasks", "1,4"});
+  EXPECT_EQ(filesIn(folder_.file("logs/shot-" + record().id)),
+            (Strings{"shot-1.log", "shot-4.log"}));
+}
+
+TEST_F(RecordedRun, SaysWhenTheDiskOfALogIsFull) {
+  REQUIRE_MOUNTS();
+  writeJob({"true", "head -c 1000000 /dev/zero; true", "true"});
+  const std::string disk = folder_.makeFolder("logs");
+  ProcessOptions options = tool({"run", jobFile_, "--quiet", "--jobs", "1", "--keep-logs", "all"});
+  options.prepare = [&] {
+    if (!enterOwnMounts() || mount("none", disk.c_str(), "tmpfs", 0, "size=256k") != 0) _exit(95);
+  };
+  recordFile_ = options.arguments.back();
+  const ProcessResult result = runProcess(options);
+  const std::string log = disk + "/shot-ID/shot-";
+  const auto line = [&](int task) {
+    const std::string number = std::to_string(task);
+    return "runlet-job: run: task " + number +
+           ": its log may be incomplete, the disk is full: " + log + number + ".log\n";
+  };
+  expectTool(result, "3 tasks: 3 succeeded\n", warnings() + line(2) + line(3), "exit 0");
+  const std::vector<Attempt>& attempts = record().attempts;
+  ASSERT_EQ(attempts.size(), 3);
+  for (const Attempt& attempt : attempts) EXPECT_EQ(attempt.isDiskFull, attempt.task > 1);
 }
 
 TEST_F(RecordedRun, RefusesAJobThatIsRunning) {
