@@ -78,10 +78,9 @@ class KilledRun : public AdapterTest {
 };
 
 // A task that ends when asked to, one that does not, one that is stopped, and one whose child does
-// not end when asked to.
+// not end when asked to. A sleep in the foreground of the first one might begin after the signal.
 const Strings longTasks = {
-    "trap ': >asked; exit 0' TERM; sleep 60 & touch a; wait",  // in the foreground it might begin
-                                                               // late
+    "trap ': >asked; exit 0' TERM; sleep 60 & touch a; wait",
     "trap '' TERM; touch b; while :; do sleep 60; done",
     "touch c; kill -STOP $$; sleep 60",
     "(trap '' TERM; touch d; sleep 60; sleep 60) & wait",
