@@ -199,7 +199,7 @@ int Recording::choose(const RecordOptions& options, Batch* batch) {
                      : options.failedOf.empty() ? exitFine
                                                 : selectFailed(options.failedOf, batch);
   session_.identities = identitiesOf(*batch, session_.tasks);
-  batch->attempts.assign(batch->tasks.size(), 1);
+  if (!options.resume) batch->attempts.assign(batch->tasks.size(), 0);
   batch->logFolder = fullPath(batch->logFolder, batch->name + "-" + id_);
   return status;
 }
@@ -239,8 +239,10 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
   }
   session_.isWhole = record.sessions.back().isWhole;
   session_.tasks = remaining.tasks;
-  lastAttempts_ = lastAttempts(record);
   batch->tasks = remaining.toRun;
+  batch->attempts.clear();
+  std::map<std::int32_t, std::int32_t> last = lastAttempts(record);
+  for (const std::int32_t number : batch->tasks) batch->attempts.push_back(last[number]);
   if (batch->tasks.empty()) {
     say("--resume: nothing to do: " + quantity(remaining.tasks.size(), "task") + " of batch " +
         id_ + (remaining.tasks.size() == 1 ? " has succeeded" : " have succeeded"));
@@ -285,9 +287,8 @@ int Recording::openLog(std::size_t index, Batch* batch) {
   const std::int32_t task = batch->tasks[index];
   Attempt& attempt = running_[index];
   attempt.task = task;
-  attempt.number = ++lastAttempts_[task];
+  attempt.number = ++batch->attempts[index];
   attempt.log = logPath(*batch, task, attempt.number);
-  batch->attempts[index] = attempt.number;
   return runlet_tool::openLog(*batch, task, attempt.number);
 }
 

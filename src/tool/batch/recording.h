@@ -77,8 +77,7 @@ class Recording {
   bool isResumed_ = false;
   Session session_;
   std::unique_ptr<RecordWriter> writer_;
-  std::map<std::int32_t, std::int32_t> lastAttempts_;  // by task number
-  std::map<std::size_t, Attempt> running_;             // by index of the task
+  std::map<std::size_t, Attempt> running_;  // by index of the task
 };
 
 }  // namespace runlet_tool

@@ -17,9 +17,9 @@ struct SummaryOptions {
 };
 
 // Writes to `out` a line with the command of each task of the batch that was started: first those
-// that did not succeed, each followed by the path of its log, then the others. Then come a line with
-// the stop reason, if there is one, and a line with the totals, which has the numbers of all tasks
-// that did not succeed. `ends[i]` is the end of `batch.tasks[i]`.
+// that did not succeed, each followed by the path of its log, then the others. Then come a line
+// with the stop reason, if there is one, and a line with the totals, which has the numbers of all
+// tasks that did not succeed. `ends[i]` is the end of `batch.tasks[i]`.
 //
 // Returns the exit status: exitFine if all tasks succeeded, otherwise exitFailing.
 int writeSummary(const Batch& batch, const std::vector<TaskEnd>& ends,

@@ -99,7 +99,7 @@ Report inspect(const Question& question, runlet::AdapterContext* job) {
     findLoadError(document, loaded.message, &report);
     return report;
   }
-  const Source source(document.text());
+  const Source source(document.takeText());
   Inspection inspection{};
   inspection.question = &question;
   inspection.source = &source;

@@ -73,6 +73,7 @@ Source::Source(std::string text) : text_(std::move(text)) {
 
 void Source::markLines() {
   const std::size_t start = text_.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;
+  marks_.reserve(static_cast<std::size_t>(std::count(text_.begin(), text_.end(), '\n')) + 1);
   marks_.push_back({start, {1, 1}});
   for (std::size_t end = text_.find('\n'); end != std::string::npos;
        end = text_.find('\n', end + 1)) {

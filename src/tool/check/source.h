@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tool/check/report.h"
@@ -28,8 +29,9 @@ class SourceDocument : public TiXmlDocument {
     return TiXmlDocument::Parse(text, data, encoding);
   }
 
-  const std::string& text() const {
-    return text_;
+  // Leaves none.
+  std::string takeText() {
+    return std::move(text_);
   }
 
  private:
