@@ -260,7 +260,8 @@ Claim::Claim(const std::string& stateFolder, const std::string& what)
   // Renamed when it is complete, so that nobody reads half a claim.
   path_ = folder + "/" + name;
   if (error == 0 && rename(draft.c_str(), path_.c_str()) != 0) error = errno;
-  complaint_ = error == 0 ? complaintAboutOthers(folder, beginning, name) : reasonFor(folder, error);
+  complaint_ =
+      error == 0 ? complaintAboutOthers(folder, beginning, name) : reasonFor(folder, error);
 }
 
 Claim::~Claim() {

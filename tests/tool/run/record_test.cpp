@@ -253,6 +253,8 @@ TEST_F(RecordedRun, RefusesDamagedAndForeignRecords) {
       {"{\"event\":\"session\",\"version\":2}\n",
        "a record of version 2, and this program reads version 1"},
       {sound + "garbage\n" + "garbage\n", "damaged in line 6"},
+      {sound.substr(0, sound.find('\n') + 1),
+       "its run ended before any task was started: run the job anew"},
   };
   for (const Row& row : rows) {
     folder_.write("x.jsonl", row.text, 0600);

@@ -138,6 +138,20 @@ TEST_F(StoredRecords, AreNotRemovedIfTheirLogsCannotBe) {
   EXPECT_EQ(list(), line(id));
 }
 
+// Nothing has run of a batch that was killed before it had recorded its tasks.
+TEST_F(StoredRecords, WithoutTasksAreListedAndRemoved) {
+  const std::string id = runBatch();
+  const std::string record = folder_.file("state/runlet-job/" + id + ".jsonl");
+  const std::string text = readFile(record);
+  ASSERT_EQ(truncate(record.c_str(), static_cast<off_t>(text.find('\n') + 1)), 0);
+  const std::string line = id +
+                           "  killed, without having recorded its end: 0 tasks, 0 succeeded  " +
+                           folder_.file("shot.xml") + "\n";
+  EXPECT_EQ(list(), line);
+  EXPECT_EQ(withoutTimes(run({"records", "prune", id}).output), "removed " + line);
+  EXPECT_EQ(list(), "");
+}
+
 TEST_F(StoredRecords, ThatAreDamagedOrMissingAreReported) {
   const std::string id = runBatch();
   const std::string state = folder_.file("state/runlet-job/");
