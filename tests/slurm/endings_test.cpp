@@ -26,8 +26,8 @@ TEST_F(SlurmEnding, OfEveryKindIsSeenBySlurmAndReported) {
       {farmTask_ + " exit:255", "FAILED 255:0", "failed with exit code 255"},
       {farmTask_ + " kill:9", "FAILED 0:9", "killed by signal 9 (Killed)"},
       {farmTask_ + " kill:11", "FAILED 0:11", "killed by signal 11 (Segmentation fault)"},
-      {"./missing -x", "FAILED 127:0", "failed with exit code 127"},
-      {plain_, "FAILED 126:0", "failed with exit code 126"},
+      {"./missing -x", "FAILED 127:0", "failed with exit code 127 (program not found)"},
+      {plain_, "FAILED 126:0", "failed with exit code 126 (program not executable)"},
       {farmTask_, "COMPLETED 0:0", "succeeded"},
   };
   std::vector<std::string> commands;
@@ -69,9 +69,9 @@ TEST_F(SlurmEnding, WithoutTheRunFolderIsNotThatOfTheProgram) {
   job.set("WorkingFolder", folder_.file("gone")).set("LogFolder", folder_.file("logs"));
   write(job);
   const ProcessResult result = submit({"--wait"});
-  EXPECT_EQ(result.error,
-            summaryOf(1, "failed with exit code 125", farmTask_, folder_.file("logs/job-1.log")) +
-                "1 task: 1 failed (1)\n");
+  EXPECT_EQ(result.error, summaryOf(1, "failed with exit code 125 (task not set up)", farmTask_,
+                                    folder_.file("logs/job-1.log")) +
+                              "1 task: 1 failed (1)\n");
   EXPECT_EQ(describeStatus(result.waitStatus), "exit 1");
   EXPECT_EQ(elementsOf(firstLine(result.output)).at(1).exitCode, "125:0");
   const std::string expected = "Runlet adapter: Could not set working folder : '" +

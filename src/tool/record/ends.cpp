@@ -11,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tool/system/exit_status.h"
 #include "tool/text/fields.h"
 #include "tool/text/format.h"
 
@@ -37,6 +38,20 @@ struct EndName {
   int lowest;  // allowed number
   int highest;
 };
+
+// What the statuses of exec mean, and those of shells and similar programs.
+const char* meaningOf(int code) {
+  switch (code) {
+    case exitNoTask:
+      return " (task not set up)";
+    case exitCannotExecute:
+      return " (program not executable)";
+    case exitNotFound:
+      return " (program not found)";
+    default:
+      return "";
+  }
+}
 
 // In the order of Ending.
 constexpr EndName endNames[] = {
@@ -109,6 +124,7 @@ std::string describe(const TaskEnd& end) {
                     [&](const EndingText& candidate) { return candidate.ending == end.ending; });
   std::string text(row.text);
   if (row.hasNumber) text += std::to_string(end.number);
+  if (end.ending == Ending::failed) text += meaningOf(end.number);
   if (end.ending == Ending::killed) text.append(" (").append(strsignal(end.number)).append(")");
   return text;
 }

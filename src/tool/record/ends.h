@@ -42,7 +42,8 @@ std::string_view endName(Ending ending);
 std::optional<TaskEnd> endOfName(std::string_view name, int number, std::string word);
 
 // "succeeded", "failed with exit code 3" or the word if that is 0, "killed by signal 9 (Killed)",
-// "timed out", "interrupted", "not started", or the word.
+// "timed out", "interrupted", "not started", or the word. For the exit codes 125 to 127, also what
+// they usually mean: "failed with exit code 127 (program not found)".
 std::string describe(const TaskEnd& end);
 
 // Whether `id` is valid in these lines: not empty, and only digits, letters, ":" and "_".

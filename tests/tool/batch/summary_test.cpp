@@ -61,7 +61,7 @@ TEST(Summary, HasALineForEveryTaskAndOneForAll) {
             "  log: '/logs/of shots/shot-04.log'\n"
             "task 5: node_fail: say 5 'of it'\n"
             "  log: '/logs/of shots/shot-05.log'\n"
-            "task 6: failed with exit code 127: say 6 'of it'\n"
+            "task 6: failed with exit code 127 (program not found): say 6 'of it'\n"
             "  log: '/logs/of shots/shot-06.log'\n"
             "task 7: failed with exit code 1: say 7 'of it'\n"
             "  log: '/logs/of shots/shot-07.log'\n"

@@ -358,7 +358,9 @@ TEST_F(Run, StartsNoTaskThatItDoesNotKnowOf) {
 
 TEST_F(Run, ReportsInTheLogWhyATaskIsNotStarted) {
   expectRun(runProcess(withFault("no-session", {"touch ran"})),
-            line(1, "failed with exit code 125", "touch ran") + "1 task: 1 failed (1)\n", "exit 1");
+            line(1, "failed with exit code 125 (task not set up)", "touch ran") +
+                "1 task: 1 failed (1)\n",
+            "exit 1");
   EXPECT_EQ(readFile(logPath(1)), "runlet-job: task not started: Operation not permitted\n");
   EXPECT_FALSE(exists(folder_.file("ran")));
 }
