@@ -700,6 +700,24 @@ TEST_F(RunAsAnother, DoesNotWriteWhereALinkOfThatUserLeads) {
   EXPECT_EQ(readFile(secret), "kept");
 }
 
+// An earlier task may have turned the run folder into a link.
+TEST_F(RunAsAnother, EntersNoFolderThatIsClosedToThatUser) {
+  chmod(folder_.path().c_str(), 0777);
+  folder_.makeFolder("open", 0755);
+  const std::string closed = folder_.makeFolder("closed", 0700);
+  folder_.makeFolder("closed/inner", 0755);
+  folder_.write("closed/inner/file", "of root");
+  const std::string link = folder_.file("link");
+  ASSERT_EQ(symlink("open", link.c_str()), 0);
+  job_.set("WorkingFolder", link).set("LogFolder", folder_.file("logs"));
+  const std::string task = "ln -sfn closed/inner " + link;
+  const ProcessResult result = run({task, "cat file"});
+  EXPECT_TRUE(result.output.ends_with("2 tasks: 1 succeeded, 1 failed (2)\n")) << result.output;
+  EXPECT_EQ(readFile(logPath(2)), "Calling '/bin/sh -c \"cat file\"' from '" + link +
+                                      "'\nRunlet adapter: Could not set working folder : '" + link +
+                                      "': Permission denied\n");
+}
+
 TEST_F(RunAsAnother, NeedsTheFolderOfTheApplication) {
   chmod(folder_.path().c_str(), 0777);
   expectTool(run({"touch ran"}, {"-a", "tool"}), "",
