@@ -18,6 +18,13 @@ struct BatchOptions {
   std::vector<std::int32_t> tasks = {};  // ascending; empty = as the range says
 };
 
+// Which log folder may be used.
+enum class LogFolder {
+  shared,   // any that the user of the tasks can write to
+  created,  // none that exists already
+  owned,    // one that exists has to belong to the user of the tasks, and be closed to others
+};
+
 // A loaded and checked job.
 struct Batch {
   // `jobFile` is a full path; `uid` and `gid` are those the tasks will run with.
@@ -29,6 +36,7 @@ struct Batch {
   std::string name;       // of the job, usable in a file name
   std::string folder;     // the run folder, as a full path
   std::string logFolder;  // as a full path
+  LogFolder logFolderKind = LogFolder::shared;
 };
 
 // Loads the job, checks it as `check` does, and selects the tasks to run. The file is read once:

@@ -9,9 +9,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <utility>
 
 #include "tool/batch/task_user.h"
+#include "tool/system/files.h"
 #include "tool/text/characters.h"
 #include "tool/text/format.h"
 
@@ -27,22 +27,35 @@ mode_t maskFor(const Batch& batch) {
 }
 
 // Creates the folder and its parents. Returns 0, or the error number.
-int makeFolders(const std::string& folder, mode_t mode) {
+int makeFolders(const std::string& folder, mode_t mode, LogFolder kind) {
   for (std::size_t end = 0; end != std::string::npos;) {
     end = folder.find('/', end + 1);
-    if (mkdir(folder.substr(0, end).c_str(), mode) != 0 && errno != EEXIST) return errno;
+    const bool mayExist = end != std::string::npos || kind != LogFolder::created;
+    const bool isThere = mkdir(folder.substr(0, end).c_str(), mode) == 0;
+    if (!isThere && !(mayExist && errno == EEXIST)) return errno;
   }
   return 0;
 }
 
+// Whether the folder belongs to the calling user and is closed to others, or need not be.
+bool isFit(int folder, LogFolder kind) {
+  struct stat status {};
+  if (kind == LogFolder::shared) return true;
+  errno = EPERM;
+  return fstat(folder, &status) == 0 && status.st_uid == geteuid() &&
+         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
 // Creates the folder if missing. Returns its descriptor if logs can be created in it; else -1 with
 // the reason in errno.
-int makeWritable(const std::string& folder, mode_t mode) {
-  errno = makeFolders(folder, mode);
+int makeWritable(const std::string& folder, mode_t mode, LogFolder kind) {
+  errno = makeFolders(folder, mode, kind);
   if (errno != 0) return -1;
-  const int descriptor = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  const int links = kind == LogFolder::shared ? 0 : O_NOFOLLOW;
+  const int descriptor = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC | links);
   if (descriptor == -1) return -1;
-  if (faccessat(descriptor, ".", W_OK | X_OK, AT_EACCESS) == 0) return descriptor;
+  const bool isWritable = faccessat(descriptor, ".", W_OK | X_OK, AT_EACCESS) == 0;
+  if (isWritable && isFit(descriptor, kind)) return descriptor;
   const int error = errno;
   close(descriptor);
   errno = error;
@@ -79,11 +92,12 @@ std::string logPath(const Batch& batch, std::int32_t task, std::int32_t attempt)
   return fullPath(batch.logFolder, file + ".log");
 }
 
-bool makeLogFolder(const Batch& batch, const char* verb, OwnDescriptor* opened) {
-  OwnDescriptor folder(doAsTaskUser(
-      batch.context, [&] { return makeWritable(batch.logFolder, 0777 & ~maskFor(batch)); }));
-  if (folder.number() != -1) {
-    if (opened != nullptr) *opened = std::move(folder);
+bool makeLogFolder(const Batch& batch, const char* verb) {
+  const int folder = doAsTaskUser(batch.context, [&] {
+    return makeWritable(batch.logFolder, 0777 & ~maskFor(batch), batch.logFolderKind);
+  });
+  if (folder != -1) {
+    close(folder);
     return true;
   }
   std::fprintf(stderr, "runlet-job: %s: cannot write logs to %s: %s\n", verb,
@@ -105,11 +119,18 @@ void removeEmptyLogFolder(const Batch& batch) {
   removeAsTaskUser(batch, batch.logFolder, rmdir);
 }
 
-bool isDiskFull(int logFolder) {
-  struct statvfs disk {};
-  constexpr std::uint64_t little = 64 << 10;  // some systems refuse writes before all is used up
-  if (fstatvfs(logFolder, &disk) != 0 || disk.f_blocks == 0) return false;  // has no such limit
-  return std::uint64_t{disk.f_bavail} * disk.f_frsize < little;
+bool isDiskFull(const Batch& batch) {
+  const int notFull = doAsTaskUser(batch.context, [&] {
+    struct statvfs disk {};
+    constexpr std::uint64_t little = 64 << 10;  // some systems refuse writes before all is used up
+    const bool isKnown = statvfs(batch.logFolder.c_str(), &disk) == 0 && disk.f_blocks > 0;
+    errno = ENOSPC;
+    if (isKnown && std::uint64_t{disk.f_bavail} * disk.f_frsize < little) return -1;
+    return open("/", O_PATH | O_CLOEXEC);
+  });
+  const bool isFull = notFull == -1 && errno == ENOSPC;
+  if (notFull != -1) close(notFull);
+  return isFull;
 }
 
 }  // namespace runlet_tool

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "tool/batch/batch.h"
-#include "tool/system/files.h"
 
 namespace runlet_tool {
 
@@ -16,10 +15,9 @@ int logDigits(const Batch& batch);
 std::string logPath(const Batch& batch, std::int32_t task, std::int32_t attempt = 1);
 
 // Creates the log folder and its parents, if missing, as the user that the tasks run as. The job's
-// mask decides who may enter them; only that user may write to them. Sets `*opened`, which may be
-// null, to a descriptor of the folder that was opened with O_PATH. False, after a message on
-// standard error, if that fails.
-bool makeLogFolder(const Batch& batch, const char* verb, OwnDescriptor* opened = nullptr);
+// mask decides who may enter them; only that user may write to them. False, after a message on
+// standard error, if that fails or the folder is not of the batch's kind.
+bool makeLogFolder(const Batch& batch, const char* verb);
 
 // Creates the task's log and opens it for writing, as the user that the tasks run as. An existing
 // file of that name is removed first. The job's mask decides who may read the log; only that user
@@ -32,8 +30,8 @@ int removeLog(const Batch& batch, std::int32_t task, std::int32_t attempt);
 // Removes the log folder, as that user, unless there is anything in it.
 void removeEmptyLogFolder(const Batch& batch);
 
-// Whether the disk of the log folder, given as a descriptor, has so little space left that what a
-// task writes may be lost. A quota is not noticed.
-bool isDiskFull(int logFolder);
+// Whether the disk of the log folder has so little space left that what a task writes may be lost.
+// A quota is not noticed.
+bool isDiskFull(const Batch& batch);
 
 }  // namespace runlet_tool

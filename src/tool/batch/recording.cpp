@@ -109,59 +109,80 @@ std::string complaintAboutOwner(const std::string& path) {
   return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ? "others may write to it" : "";
 }
 
-// Reads the record that a user means. Returns why that fails, for a message; empty on success.
-std::string readMeant(const std::string& meant, std::string* path, Record* record) {
-  std::string complaint = findRecord(meant, path);
-  if (!complaint.empty()) return complaint;
-  std::string wrong = complaintAboutOwner(*path);
-  if (wrong.empty()) wrong = readRecord(*path, record);
-  if (wrong.empty() && !record->sessions.back().isPlanned) {
-    wrong = "its run ended before any task was started: run the job anew";
-  }
-  return wrong.empty() ? "" : shortShellWord(*path) + ": " + wrong;
+// Nothing can be resumed of a run that ended before it had tasks.
+bool hasTasks(const std::string& path) {
+  Record record;
+  return !readRecord(path, &record).empty() || record.sessions.back().isPlanned;
 }
 
-// The latest record in the state folder of a job.
+// The latest record in the state folder, of any job if `job` is empty.
 std::string lastRecordOf(const std::string& job, std::string* id) {
   std::string folder;
   std::string complaint = findStateFolder(&folder);
   if (!complaint.empty()) return complaint;
   const std::vector<std::string> ids = recordIds(folder);
   const auto last = std::find_if(ids.rbegin(), ids.rend(), [&](const std::string& candidate) {
-    return jobOfRecord(recordPath(folder, candidate)) == job;
+    const std::string path = recordPath(folder, candidate);
+    return (job.empty() || realPath(jobOfRecord(path)) == realPath(job)) && hasTasks(path);
   });
-  if (last == ids.rend()) return "there is no record of " + shortShellWord(job) + " in " + folder;
+  if (last == ids.rend()) {
+    return "there is no record" + (job.empty() ? "" : " of " + shortShellWord(job)) + " in " +
+           folder;
+  }
   *id = *last;
   return "";
 }
 
-// The first task of a killed run that is still running on this machine, or is being ended by the
-// process that outlives the run for that; 0 if there is none.
-std::int32_t runningTask(const Record& record) {
+// Reads the record that an option means: by its id or path, or the last one, of `job` if it does
+// not say "last".
+std::string readMeant(std::string meant, const std::string& job, std::string* path,
+                      Record* record) {
+  const bool isLast = meant == "last";
+  std::string complaint;
+  if (isLast || meant.empty()) complaint = lastRecordOf(isLast ? "" : job, &meant);
+  if (complaint.empty()) complaint = findRecord(meant, path);
+  if (!complaint.empty()) return complaint;
+  *path = fullPath(currentFolder(), *path);
+  std::string wrong = complaintAboutOwner(*path);
+  if (wrong.empty()) wrong = readRecord(*path, record);
+  if (wrong.empty() && !record->sessions.back().isPlanned) {
+    wrong = "its run ended before any task was started: run the job anew";
+  }
+  return wrong.empty() ? "" : wholeWord(*path) + ": " + wrong;
+}
+
+// The first task of a killed run that is still running here, or is being ended by the process that
+// outlives the run for that; null if there is none.
+const Attempt* runningTask(const Record& record) {
   for (const Attempt& attempt : record.attempts) {
     if (attempt.end) continue;
     ProcessName name = record.sessions[attempt.session].process;
-    const bool isHere = name.host == ownProcess().host;
     name.process = attempt.process;
     name.start = attempt.processStart;
-    if (isHere && mayBeRunning(name)) return attempt.task;
+    if (isRunningHere(name)) return &attempt;
   }
-  return 0;
+  return nullptr;
 }
 
-// A task must not run twice at the same time. False if one has not ended after a while.
-bool awaitTasks(const Record& record, std::int32_t* task) {
+// A task must not run twice at the same time. Returns which task of the record has not ended after
+// a while, for a message; empty if none is running.
+std::string awaitTasks(const Record& record) {
   constexpr auto longest = std::chrono::seconds(15);
   const auto deadline = std::chrono::steady_clock::now() + longest;
-  while ((*task = runningTask(record)) != 0) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
+  for (bool isFirst = true; const Attempt* attempt = runningTask(record); isFirst = false) {
+    const std::string task = "task " + std::to_string(attempt->task) + " (process " +
+                             std::to_string(attempt->process) + ") of batch " + record.id;
+    if (isFirst) say("waiting for " + task + ", whose run was killed");
+    if (std::chrono::steady_clock::now() > deadline) {
+      return task + " is still running: see runlet-job report " + record.id;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  return true;
+  return "";
 }
 
 std::string writeFailure(const std::string& path, int error) {
-  return "cannot write the record " + shortShellWord(path) + ": " + std::strerror(error);
+  return "cannot write the record " + wholeWord(path) + ": " + std::strerror(error);
 }
 
 }  // namespace
@@ -170,8 +191,7 @@ int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch) {
   if (!options.resume || !batch->job.empty()) return exitFine;
   std::string path;
   Record record;
-  const std::string complaint =
-      readMeant(options.resume->empty() ? "last" : *options.resume, &path, &record);
+  const std::string complaint = readMeant(*options.resume, "", &path, &record);
   if (!complaint.empty()) return giveUp("--resume: " + complaint);
   batch->job = record.sessions.back().job;
   if (batch->appPath.empty()) batch->appPath = record.sessions.back().appPath;
@@ -188,54 +208,61 @@ int Recording::choose(const RecordOptions& options, Batch* batch) {
     say("cannot find out whether the job is running already: " + complaint);
     stateFolder_.clear();
   }
-  const std::string taken = claim(batch->context.jobFile);
-  if (!taken.empty()) return giveUp(shortShellWord(batch->context.jobFile) + ": " + taken);
   id_ = newRecordId();
-  if (!options.resume) claim(id_);  // nobody else can know it yet
   path_ = options.file.empty() ? recordPath(stateFolder_, id_) : options.file;
+  path_ = fullPath(currentFolder(), path_);
+  Record resumed;
+  if (options.resume) {
+    const std::string wrong = readMeant(*options.resume, batch->context.jobFile, &path_, &resumed);
+    if (!wrong.empty()) return giveUp("--resume: " + wrong);
+    id_ = resumed.id;
+    isResumed_ = true;
+  }
+  const std::string taken = claim(realPath(batch->context.jobFile));
+  if (!taken.empty()) return giveUp(shortShellWord(batch->context.jobFile) + ": " + taken);
+  // Also for another copy of the job. Nobody else can know a new id yet.
+  const std::string isClaimed = claim(id_);
+  if (!isClaimed.empty()) return giveUp("--resume: " + id_ + ": " + isClaimed);
   session_.isWhole = batch->isWhole;
   session_.tasks = batch->tasks;
   const int status = options.resume             ? resume(options, batch)
                      : options.failedOf.empty() ? exitFine
                                                 : selectFailed(options.failedOf, batch);
+  if (status != exitFine) return status;
   session_.identities = identitiesOf(*batch, session_.tasks);
   if (!options.resume) batch->attempts.assign(batch->tasks.size(), 0);
   batch->logFolder = fullPath(batch->logFolder, batch->name + "-" + id_);
+  batch->logFolderKind = isResumed_ ? LogFolder::owned : LogFolder::created;
   return status;
 }
 
 std::string Recording::claim(const std::string& what) {
   if (stateFolder_.empty()) return "";
-  claims_.push_back(std::make_unique<Claim>(stateFolder_, what));
-  return claims_.back()->complaint();
+  Claim& claim = *claims_.emplace_back(std::make_unique<Claim>(stateFolder_, what, path_));
+  if (!claim.complaint().empty()) return claim.complaint();
+  for (const std::string& path : claim.abandoned()) {
+    Record record;
+    if (!readRecord(path, &record).empty()) continue;  // it is gone, or had no tasks yet
+    std::string running = awaitTasks(record);
+    if (!running.empty()) return running;
+  }
+  claim.removeAbandoned();
+  return "";
 }
 
 int Recording::resume(const RecordOptions& options, Batch* batch) {
-  std::string meant = *options.resume;
-  std::string complaint = meant.empty() ? lastRecordOf(batch->context.jobFile, &meant) : "";
+  // Read again: until it was claimed, another process may have continued it.
   Record record;
-  if (complaint.empty()) complaint = readMeant(meant, &path_, &record);
-  if (!complaint.empty()) return giveUp("--resume: " + complaint);
-  id_ = record.id;
-  isResumed_ = true;
-  // Even for another copy of the job.
-  const std::string taken = claim(id_);
-  if (!taken.empty()) return giveUp("--resume: " + id_ + ": " + taken);
-  // Read again: until now, another process may have continued it.
-  record = {};
-  complaint = readRecord(path_, &record);
-  if (!complaint.empty()) return giveUp("--resume: " + shortShellWord(path_) + ": " + complaint);
-  std::int32_t task = 0;
-  if (!awaitTasks(record, &task)) {
-    return giveUp("--resume: task " + std::to_string(task) + " of batch " + id_ +
-                  " is still running: see runlet-job report " + id_);
-  }
+  const std::string complaint = readRecord(path_, &record);
+  if (!complaint.empty()) return giveUp("--resume: " + wholeWord(path_) + ": " + complaint);
+  const std::string running = awaitTasks(record);
+  if (!running.empty()) return giveUp("--resume: " + running);
   const Remaining remaining = remainingOf(record, identitiesOfAll(*batch));
   const std::string changes = changesText(remaining);
   if (!changes.empty() && !options.acceptChanges) {
     say("--resume: the job is not what batch " + id_ + " has run: " + changes +
         "; nothing is run. --accept-changes resumes it as it is now");
-    return exitFailing;
+    return exitUnreadable;
   }
   session_.isWhole = record.sessions.back().isWhole;
   session_.tasks = remaining.tasks;
@@ -253,8 +280,11 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
 int Recording::selectFailed(const std::string& meant, Batch* batch) {
   std::string path;
   Record record;
-  const std::string complaint = readMeant(meant, &path, &record);
+  const std::string complaint = readMeant(meant, batch->context.jobFile, &path, &record);
   if (!complaint.empty()) return giveUp("--failed-of: " + complaint);
+  // What is running there has not failed yet.
+  const std::string taken = claim(record.id);
+  if (!taken.empty()) return giveUp("--failed-of: " + record.id + ": " + taken);
   batch->tasks = failedOf(record, identitiesOfAll(*batch));
   session_.tasks = batch->tasks;
   session_.isWhole = false;
@@ -279,8 +309,11 @@ int Recording::open(const RecordOptions& options, const SessionLimits& limits, c
   const std::string complaint = isResumed_ ? "" : findOutputPlace(path_, &place);
   if (!complaint.empty()) return giveUp("cannot create the record: " + complaint);
   int error = isResumed_ ? writer_->append(path_) : writer_->create(place);
+  const bool isNew = error == 0 && !isResumed_;
   if (error == 0) error = writer_->beginSession(session_);
-  return error == 0 ? exitFine : giveUp(writeFailure(path_, error));
+  if (error == 0) return exitFine;
+  if (isNew) unlinkat(place.folder.number(), place.name.c_str(), 0);  // nothing has run
+  return giveUp(writeFailure(path_, error));
 }
 
 int Recording::openLog(std::size_t index, Batch* batch) {
@@ -324,6 +357,7 @@ bool Recording::end(const std::string& stopReason) {
   session_.stopReason = stopReason;
   const int error = writer_->endSession(session_);
   if (error != 0) say(writeFailure(path_, error));
+  claims_.clear();
   return error == 0;
 }
 

@@ -62,7 +62,8 @@ class Recording {
   bool taskStarted(const Batch& batch, std::size_t index, const TaskTry& tried);
   bool taskEnded(std::size_t index, const TaskTry& tried);
 
-  // Records the end of the session. False, after a message on standard error, if that fails.
+  // Records the end of the session, and claims nothing any more. False, after a message on standard
+  // error, if that fails.
   bool end(const std::string& stopReason);
 
  private:

@@ -63,6 +63,7 @@ struct Running {
   std::chrono::steady_clock::time_point begin;
   std::optional<Instant> deadline = {};  // of the next step to end it
   std::optional<Ending> forced = {};     // why it is being ended, if it is
+  bool isKilled = false;
 };
 
 // Reaps the process, and completes its attempt.
@@ -116,6 +117,7 @@ class Scheduler {
   void endOverdue();
   void askToEnd(Processes::value_type* process, Ending why);
   void killNow(Processes::value_type* process);
+  void giveUp(Processes::value_type* process);
   void setDeadline(Processes::value_type* process, std::optional<Instant> deadline);
 
   const TaskSource& source_;
@@ -334,7 +336,9 @@ void Scheduler::endOverdue() {
   const Instant time = now();
   while (!deadlines_.empty() && deadlines_.begin()->first <= time) {
     Processes::value_type& process = *processes_.find(deadlines_.begin()->second);
-    if (process.second.forced) {
+    if (process.second.isKilled) {
+      giveUp(&process);
+    } else if (process.second.forced) {
       killNow(&process);
     } else {
       askToEnd(&process, Ending::timedOut);
@@ -351,7 +355,18 @@ void Scheduler::askToEnd(Processes::value_type* process, Ending why) {
 
 void Scheduler::killNow(Processes::value_type* process) {
   signalGroup(process->first, SIGKILL);
+  process->second.isKilled = true;
+  setDeadline(process, after(limits_.grace));
+}
+
+// A process that hangs in a dead file system does not end, and one that its user traces is not
+// reported as ended. Neither must hold up the run.
+void Scheduler::giveUp(Processes::value_type* process) {
   setDeadline(process, {});
+  Running running = std::move(process->second);
+  processes_.erase(process->first);
+  running.attempt.end = {Ending::other, 0, "did not end after SIGKILL"};
+  finishRunning(&running);
 }
 
 void Scheduler::setDeadline(Processes::value_type* process, std::optional<Instant> deadline) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -154,6 +155,9 @@ StartAnswer startTask(const Links& links, StartRequest* request, const sigset_t&
 // the tasks.
 [[noreturn]] void serve(const Links& links, const KeptVariables& kept,
                         std::chrono::milliseconds grace) noexcept {
+  // What ends the run and its group, or everything of its name, must leave who ends the tasks then.
+  setsid();
+  prctl(PR_SET_NAME, "runlet-starter");
   sigset_t all;
   sigset_t mask;
   sigfillset(&all);

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "tool/system/files.h"
+
 namespace runlet_tool {
 
 std::string hexadecimal(const unsigned char* bytes, std::size_t count) {
@@ -24,8 +26,8 @@ std::string digestOf(std::string_view text) {
 }
 
 std::string digestOfFile(const std::string& path) {
-  char digits[SHA256_DIGEST_STRING_LENGTH];
-  return SHA256File(path.c_str(), digits) != nullptr ? digits : "";
+  std::string text;
+  return readRegularFile(path, &text) ? digestOf(text) : "";
 }
 
 TaskIdentity identityOf(const std::vector<char*>& words, const std::string& folder,

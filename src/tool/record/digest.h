@@ -13,7 +13,7 @@ namespace runlet_tool {
 // In 64 hexadecimal digits.
 std::string digestOf(std::string_view text);
 
-// That of the file's content; empty if it cannot be read.
+// That of the file's content; empty if it cannot be read or is not a regular file.
 std::string digestOfFile(const std::string& path);
 
 TaskIdentity identityOf(const std::vector<char*>& words, const std::string& folder,

@@ -13,8 +13,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fstream>
-#include <iterator>
 #include <string_view>
 
 #include "tool/record/digest.h"
@@ -33,13 +31,6 @@ constexpr char claimsFolder[] = "/claims";  // in the state folder
 
 std::string reasonFor(const std::string& path, int error) {
   return shortShellWord(path) + ": " + std::strerror(error);
-}
-
-// For a path that people copy.
-std::string wholeWord(const std::string& path) {
-  std::string word;
-  appendShellWord(path, &word);
-  return word;
 }
 
 std::string homeOf(uid_t uid) {
@@ -62,19 +53,34 @@ std::string stateHome() {
   return isAbsolute(folder.c_str()) ? folder + "/.local/state" : "";
 }
 
-// What is wrong with a folder of root's, which may be a link; empty if nothing is.
-std::string complaintAboutRoots(const std::string& folder) {
-  struct stat status {};
-  if (lstat(folder.c_str(), &status) != 0) return reasonFor(folder, errno);
+// What is wrong with the status of a folder of the caller's; empty if nothing is.
+std::string complaintAbout(const std::string& folder, const struct stat& status) {
   if (!S_ISDIR(status.st_mode)) return shortShellWord(folder) + " is not a folder";
-  if (status.st_uid != 0) return shortShellWord(folder) + " does not belong to root";
+  if (status.st_uid != geteuid()) {
+    return shortShellWord(folder) + " does not belong to " + (geteuid() == 0 ? "root" : "you");
+  }
   const bool isOpen = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
   return isOpen ? "others may write to " + shortShellWord(folder) : "";
 }
 
+// What is wrong with a folder on the way to root's records, which may be a link.
+std::string complaintAboutRoots(const std::string& folder) {
+  struct stat status {};
+  if (lstat(folder.c_str(), &status) != 0) return reasonFor(folder, errno);
+  return complaintAbout(folder, status);
+}
+
+// What is wrong with the folder of other callers' records, to which their own links may lead.
+std::string complaintAboutOwn(const std::string& folder) {
+  struct stat status {};
+  if (stat(folder.c_str(), &status) != 0) return reasonFor(folder, errno);
+  return complaintAbout(folder, status);
+}
+
+// Empty if the file cannot be read.
 std::string textOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::string text;
+  return readRegularFile(path, &text) ? text : "";
 }
 
 // The names in the folder that begin so, ascending.
@@ -91,9 +97,18 @@ std::vector<std::string> namesIn(const std::string& folder, std::string_view beg
   return names;
 }
 
-std::string jsonOf(const ProcessName& name) {
-  const bool inBytes = !isUtf8(name.host);
+// What a claim says.
+struct Claimant {
+  ProcessName process;
+  std::string record;
+};
+
+std::string jsonOf(const Claimant& claimant) {
+  const ProcessName& name = claimant.process;
+  const bool inBytes = !isUtf8(name.host) || !isUtf8(claimant.record);
   Json all;
+  all["bytes"] = inBytes;
+  all["record"] = JsonStrings(inBytes)(claimant.record);
   all["host"] = JsonStrings(inBytes)(name.host);
   all["boot"] = name.boot;
   all["pidSpace"] = name.space;
@@ -102,41 +117,23 @@ std::string jsonOf(const ProcessName& name) {
   return all.dump() + "\n";
 }
 
-// Who has claimed something, from the text of the claim. A text that is none names nobody, who may
-// be running.
-ProcessName claimant(const std::string& text) {
-  ProcessName name;
+// Who has claimed something, from the text of the claim. A text that is none names nobody.
+Claimant claimantOf(const std::string& text) {
+  Claimant claimant;
   const Json all = Json::parse(text, nullptr, false);
   try {
-    name.host = all.at("host");
-    name.boot = all.at("boot");
-    name.space = all.at("pidSpace");
-    name.start = all.at("pidStart");
-    name.process = all.at("pid");
+    claimant.process.boot = all.at("boot");
+    claimant.process.space = all.at("pidSpace");
+    claimant.process.start = all.at("pidStart");
+    claimant.process.process = all.at("pid");
+    claimant.process.host = all.at("host");
+    claimant.record = all.at("record");
+    const std::string characters = claimant.record;
+    const bool isSound = !all.at("bytes") || charactersAsBytes(characters, &claimant.record);
+    return isSound ? claimant : Claimant();
   } catch (const Json::exception&) {
     return {};
   }
-  return name;
-}
-
-// Who else has a claim whose name begins so, for a message; empty if nobody has. Claims of
-// processes that have ended are removed.
-std::string complaintAboutOthers(const std::string& folder, const std::string& beginning,
-                                 const std::string& ownName) {
-  for (const std::string& name : namesIn(folder, beginning)) {
-    if (name == ownName) continue;
-    const std::string path = fullPath(folder, name);
-    const ProcessName process = claimant(textOf(path));
-    if (process.host.empty()) {
-      return wholeWord(path) + " is damaged; remove it if nothing is running";
-    }
-    if (mayBeRunning(process)) {
-      return "process " + std::to_string(process.process) + " on " + visible(process.host) +
-             " is running it; if it has ended, remove " + wholeWord(path);
-    }
-    unlink(path.c_str());
-  }
-  return "";
 }
 
 }  // namespace
@@ -158,7 +155,7 @@ std::string makeStateFolder(const std::string& folder) {
     std::string complaint = complaintAboutRoots(part);
     if (!complaint.empty()) return complaint;
   }
-  return "";
+  return geteuid() == 0 ? "" : complaintAboutOwn(folder);
 }
 
 std::uint64_t processStart(pid_t process) {
@@ -187,12 +184,17 @@ ProcessName ownProcess() {
   return name;
 }
 
+bool isRunningHere(const ProcessName& name) {
+  const ProcessName own = ownProcess();
+  const bool isHere = name.host == own.host && name.boot == own.boot && name.space == own.space;
+  return isHere && name.start != 0 && processStart(name.process) == name.start;
+}
+
 bool mayBeRunning(const ProcessName& name) {
   const ProcessName own = ownProcess();
-  if (name.host != own.host) return true;
-  if (name.boot != own.boot) return false;
-  if (name.space != own.space) return true;
-  return processStart(name.process) == name.start && name.start != 0;
+  const bool isElsewhere =
+      name.host != own.host || (name.boot == own.boot && name.space != own.space);
+  return isElsewhere || isRunningHere(name);
 }
 
 std::string newRecordId() {
@@ -247,7 +249,7 @@ std::string findRecord(const std::string& meant, std::string* path) {
   return isThere ? "" : "no record " + shortShellWord(id) + " in " + shortShellWord(folder);
 }
 
-Claim::Claim(const std::string& stateFolder, const std::string& what)
+Claim::Claim(const std::string& stateFolder, const std::string& what, const std::string& record)
     : complaint_(makeStateFolder(stateFolder + claimsFolder)) {
   if (!complaint_.empty()) return;
   const std::string folder = stateFolder + claimsFolder;
@@ -256,12 +258,40 @@ Claim::Claim(const std::string& stateFolder, const std::string& what)
   const std::string draft = folder + "/new." + name;
   const OwnDescriptor file(
       open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-  int error = file.number() == -1 ? errno : writeAll(file.number(), jsonOf(ownProcess()));
+  const std::string text = jsonOf({ownProcess(), record});
+  int error = file.number() == -1 ? errno : writeAll(file.number(), text);
   // Renamed when it is complete, so that nobody reads half a claim.
   path_ = folder + "/" + name;
   if (error == 0 && rename(draft.c_str(), path_.c_str()) != 0) error = errno;
-  complaint_ =
-      error == 0 ? complaintAboutOthers(folder, beginning, name) : reasonFor(folder, error);
+  if (error == 0) {
+    lookAtOthers(folder, beginning);
+  } else {
+    complaint_ = reasonFor(folder, error);
+    unlink(draft.c_str());
+  }
+}
+
+// The complaint is about the first one that may be running.
+void Claim::lookAtOthers(const std::string& folder, const std::string& beginning) {
+  for (const std::string& name : namesIn(folder, beginning)) {
+    const std::string path = fullPath(folder, name);
+    if (path == path_) continue;
+    const auto [process, record] = claimantOf(textOf(path));
+    if (process.host.empty()) {
+      complaint_ = wholeWord(path) + " is damaged; remove it if nothing is running";
+    } else if (mayBeRunning(process)) {
+      complaint_ = "process " + std::to_string(process.process) + " on " + visible(process.host) +
+                   " is running it; if it has ended, remove " + wholeWord(path);
+    } else {
+      abandoned_.push_back(record);
+      abandonedPaths_.push_back(path);
+    }
+    if (!complaint_.empty()) return;
+  }
+}
+
+void Claim::removeAbandoned() {
+  for (const std::string& path : abandonedPaths_) unlink(path.c_str());
 }
 
 Claim::~Claim() {

@@ -16,8 +16,8 @@ namespace runlet_tool {
 // it is in the home folder that the user database has for root, whatever the environment says.
 // Creates what is missing, for the caller alone.
 //
-// Returns why there is none, for a message; empty on success. Root's is refused if anybody else
-// could replace or write to it or to a folder above it.
+// Returns why there is none, for a message; empty on success. It is refused if it belongs to
+// anybody else or others may write to it; root's, also if that applies to a folder above it.
 std::string findStateFolder(std::string* folder);
 
 // Creates the folder and those above it, for the caller alone. Returns why that fails, for a
@@ -27,8 +27,10 @@ std::string makeStateFolder(const std::string& folder);
 // The name of this process.
 ProcessName ownProcess();
 
-// Whether that process may still be running: it is, or it is one of another host or container, of
-// which this cannot be found out.
+// Whether that process is running on this host, in this container.
+bool isRunningHere(const ProcessName& name);
+
+// The same, or it is one of another host or container, of which this cannot be found out.
 bool mayBeRunning(const ProcessName& name);
 
 // When the process began, as in ProcessName; 0 if it has ended.
@@ -55,12 +57,12 @@ std::vector<std::string> recordIds(const std::string& stateFolder);
 // Claims what must be used by one process at a time, such as a job's path, during its lifetime.
 //
 // A claim is a file in the state folder that names the process. It needs no locks, which network
-// file systems do not have everywhere. The claim of a process that has ended is ignored and
-// removed. If two processes claim the same thing at the same moment, both may be refused.
+// file systems do not have everywhere. If two processes claim the same thing at the same moment,
+// both may be refused.
 class Claim {
  public:
-  // Check complaint() before going on.
-  Claim(const std::string& stateFolder, const std::string& what);
+  // `record` is the path of the record that this process writes. Check complaint() before going on.
+  Claim(const std::string& stateFolder, const std::string& what, const std::string& record);
   ~Claim();
   Claim(const Claim&) = delete;
   Claim& operator=(const Claim&) = delete;
@@ -70,9 +72,22 @@ class Claim {
     return complaint_;
   }
 
+  // The records of processes that claimed the same thing and were killed. Their tasks may be
+  // running.
+  const std::vector<std::string>& abandoned() const {
+    return abandoned_;
+  }
+
+  // Removes the claims of these processes.
+  void removeAbandoned();
+
  private:
+  void lookAtOthers(const std::string& folder, const std::string& beginning);
+
   std::string path_;
   std::string complaint_;
+  std::vector<std::string> abandoned_;
+  std::vector<std::string> abandonedPaths_;  // of their claims
 };
 
 }  // namespace runlet_tool

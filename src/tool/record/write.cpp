@@ -165,7 +165,10 @@ int RecordWriter::endSession(const Session& session) {
 
 int RecordWriter::put(const std::string& event) {
   const std::string line = event + "\n";
+  const off_t size = lseek(file_.number(), 0, SEEK_END);
   const int error = writeAll(file_.number(), line);
+  // Nothing may follow the part of the line that has been written.
+  if (error != 0 && ftruncate(file_.number(), size) != 0) file_ = OwnDescriptor();
   if (error == 0 && mirror_) mirror_(line);
   return error;
 }

@@ -27,7 +27,8 @@ class RecordWriter {
   // Continues an existing file, whose last line may be incomplete. Returns 0, or the error number.
   int append(const std::string& path);
 
-  // Each returns 0, or the error number; after a failure, part of the line may be in the file.
+  // Each returns 0, or the error number; after a failure, the file is as before, or, if that fails,
+  // too, no other event can follow.
   int beginSession(const Session& session);
   int beginAttempt(const Attempt& attempt);
   // For a task that could not be started, this is the only event of the attempt.

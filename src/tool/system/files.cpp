@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +15,13 @@ namespace fs = std::filesystem;
 std::string fullPath(const std::string& folder, const std::string& path) {
   if (path.empty() || path.front() == '/' || folder.empty()) return path;
   return folder.ends_with('/') ? folder + path : folder + "/" + path;
+}
+
+std::string realPath(const std::string& path) {
+  char* const real = realpath(path.c_str(), nullptr);
+  std::string result = real == nullptr ? path : real;
+  std::free(real);
+  return result;
 }
 
 std::string currentFolder() {
@@ -64,6 +72,22 @@ int aboveStreams(int descriptor) {
   close(descriptor);
   errno = error;
   return above;
+}
+
+bool readRegularFile(const std::string& path, std::string* text) {
+  const OwnDescriptor place(open(path.c_str(), O_PATH | O_CLOEXEC));
+  struct stat status {};
+  if (fstat(place.number(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  const std::string link = "/proc/self/fd/" + std::to_string(place.number());
+  const OwnDescriptor file(open(link.c_str(), O_RDONLY | O_CLOEXEC));
+  // Files such as those in /proc do not know their size.
+  char part[1 << 16];
+  text->clear();
+  ssize_t count = -1;
+  while ((count = read(file.number(), part, sizeof part)) > 0) {
+    text->append(part, static_cast<std::size_t>(count));
+  }
+  return count == 0;
 }
 
 int writeAll(int descriptor, std::string_view text) {

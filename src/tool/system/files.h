@@ -11,6 +11,9 @@ namespace runlet_tool {
 // `folder`. Links and dots are not resolved.
 std::string fullPath(const std::string& folder, const std::string& path);
 
+// The path without links and dots; `path` itself if there is no such file.
+std::string realPath(const std::string& path);
+
 // The path of the current folder; empty if it has been deleted.
 std::string currentFolder();
 
@@ -67,6 +70,10 @@ class OwnDescriptor {
 // Moves `descriptor`, which may be -1, above the standard streams, which may be closed. The result
 // closes on exec. Returns -1, with the reason in errno, on failure.
 int aboveStreams(int descriptor);
+
+// Reads the whole file. False if it is not a regular one, which is not even opened, or cannot be
+// read.
+bool readRegularFile(const std::string& path, std::string* text);
 
 // Writes all of the text. Returns 0, or the error number.
 int writeAll(int descriptor, std::string_view text);

@@ -107,4 +107,10 @@ std::string shortShellWord(const std::string& word) {
   return isLong ? text + "..." : text;
 }
 
+std::string wholeWord(const std::string& word) {
+  std::string text;
+  appendShellWord(word, &text);
+  return text;
+}
+
 }  // namespace runlet_tool

@@ -19,4 +19,7 @@ std::string shellCommand(const std::vector<char*>& words);
 // `word` alone, quoted for a message: if it has more than 60 bytes, only its start and "...".
 std::string shortShellWord(const std::string& word);
 
+// The whole word, for what people copy.
+std::string wholeWord(const std::string& word);
+
 }  // namespace runlet_tool

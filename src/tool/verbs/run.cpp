@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -22,9 +23,9 @@
 #include "tool/batch/scheduler.h"
 #include "tool/batch/starter.h"
 #include "tool/batch/summary.h"
+#include "tool/batch/task_rights.h"
 #include "tool/record/ends.h"
 #include "tool/system/exit_status.h"
-#include "tool/system/files.h"
 #include "tool/system/processors.h"
 #include "tool/system/signals.h"
 #include "tool/text/characters.h"
@@ -84,7 +85,28 @@ void removeLogOfSuccess(const Batch& batch, std::size_t index, TaskTry* tried) {
   tried->isLogRemoved = removeLog(batch, batch.tasks[index], batch.attempts[index]) == 0;
 }
 
-TaskSource taskSource(const Batch& batch, const RunOptions& options, int logFolder,
+// Looks whether the disk of the logs is full.
+class DiskLook {
+ public:
+  explicit DiskLook(const Batch& batch) : batch_(batch) {}
+
+  bool isFull() {
+    // With the rights of another user this takes a process, and so is not done for each task.
+    const auto pause = std::chrono::seconds(isOfAnother(batch_.context.uid) ? 1 : 0);
+    const auto now = std::chrono::steady_clock::now();
+    if (now < last_ + pause) return isFull_;
+    last_ = now;
+    isFull_ = isDiskFull(batch_);
+    return isFull_;
+  }
+
+ private:
+  const Batch& batch_;
+  std::chrono::steady_clock::time_point last_;
+  bool isFull_ = false;
+};
+
+TaskSource taskSource(const Batch& batch, const RunOptions& options, DiskLook* disk,
                       Starter* starter) {
   return {batch.tasks.size(),
           [&batch](std::size_t index) { return openLog(batch, batch.tasks[index]); },
@@ -95,11 +117,10 @@ TaskSource taskSource(const Batch& batch, const RunOptions& options, int logFold
             return starter->start(start, log, announce, process);
           },
           {},
-          [&batch, &options, logFolder](std::size_t index, TaskTry* tried) {
+          [&batch, &options, disk](std::size_t index, TaskTry* tried) {
             lookForFiles(batch, options, index, &tried->end);
             if (!options.keepsAllLogs) removeLogOfSuccess(batch, index, tried);
-            tried->isDiskFull =
-                tried->process != 0 && !tried->isLogRemoved && isDiskFull(logFolder);
+            tried->isDiskFull = tried->process != 0 && !tried->isLogRemoved && disk->isFull();
             return true;
           }};
 }
@@ -119,12 +140,12 @@ std::string stopText(const RunOutcome& outcome) {
   return "interrupted by " + signalText(outcome.signal);
 }
 
-// Returns the exit status. `logFolder` is an open descriptor. `recording` may be null.
-int runTasksOf(Batch* batch, const RunOptions& options, int logFolder, Recording* recording,
-               Starter* starter) {
+// Returns the exit status. `recording` may be null.
+int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, Starter* starter) {
   // Held until the end: another signal must not cost an interrupted run its summary.
   const HeldSignals signals;
-  TaskSource source = taskSource(*batch, options, logFolder, starter);
+  DiskLook disk(*batch);
+  TaskSource source = taskSource(*batch, options, &disk, starter);
   if (recording != nullptr) addRecording(recording, batch, &source);
   const auto logOf = [batch](std::size_t index) {
     return logPath(*batch, batch->tasks[index], batch->attempts[index]);
@@ -136,11 +157,12 @@ int runTasksOf(Batch* batch, const RunOptions& options, int logFolder, Recording
     return runTasks(source, limits, signals, &display);
   }();
   if (!options.keepsAllLogs) removeEmptyLogFolder(*batch);
+  // Before the summary, which may be read slowly.
+  const bool isRecorded = recording == nullptr || recording->end(stopText(outcome));
   const int status =
       options.record.asJson
           ? statusOf(outcome.ends)
           : writeSummary(*batch, outcome.ends, {options.isQuiet, outcome.stopReason}, stdout);
-  const bool isRecorded = recording == nullptr || recording->end(stopText(outcome));
   const std::string& id = options.endLinesId;
   if (!id.empty()) put(endLines(id, batch->tasks, outcome.ends));
   if (outcome.signal != 0) {
@@ -166,8 +188,7 @@ int runRecorded(const RunOptions& options, Batch* batch, Starter* starter) {
   Recording recording;
   int status = recording.choose(options.record, batch);
   if (status != exitFine || batch->tasks.empty()) return status;
-  OwnDescriptor logFolder;
-  if (!makeLogFolder(*batch, name, &logFolder)) return exitUnreadable;
+  if (!makeLogFolder(*batch, name)) return exitUnreadable;
   status = recording.open(options.record, sessionLimits(*batch, options), *batch);
   if (status != exitFine) {
     removeEmptyLogFolder(*batch);
@@ -175,7 +196,7 @@ int runRecorded(const RunOptions& options, Batch* batch, Starter* starter) {
   }
   std::fprintf(stderr, "runlet-job: run: batch %s, logs in %s\n", recording.id().c_str(),
                visible(batch->logFolder).c_str());
-  return runTasksOf(batch, options, logFolder.number(), &recording, starter);
+  return runTasksOf(batch, options, &recording, starter);
 }
 
 int runJob(const RunOptions& options) {
@@ -191,6 +212,8 @@ int runJob(const RunOptions& options) {
                  std::strerror(starter.error()));
     return exitUnreadable;
   }
+  // Who reads the output may leave. This is not for the tasks, which the starter begins.
+  std::signal(SIGPIPE, SIG_IGN);
   Batch batch;
   BatchOptions selected = options.batch;
   int status = takeJobFromRecord(options.record, &selected);
@@ -198,9 +221,8 @@ int runJob(const RunOptions& options) {
   if (status != exitFine) return status;
   if (!isReady(batch, options)) return exitUnreadable;
   if (id.empty()) return runRecorded(options, &batch, &starter);
-  OwnDescriptor logFolder;
-  if (!makeLogFolder(batch, name, &logFolder)) return exitUnreadable;
-  return runTasksOf(&batch, options, logFolder.number(), nullptr, &starter);
+  return makeLogFolder(batch, name) ? runTasksOf(&batch, options, nullptr, &starter)
+                                    : exitUnreadable;
 }
 
 // Numbers and ranges, such as "2,5-9", in any order.

@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <string>
 
 #include "temp_folder.h"
@@ -231,6 +233,25 @@ TEST_F(RecordFile, GoesToItsMirrorToo) {
 TEST_F(RecordFile, ReportsWhatCannotBeWritten) {
   EXPECT_EQ(RecordWriter(id).beginAttempt(someAttempt(2)), EBADF);
   EXPECT_EQ(RecordWriter(id).beginSession(someSession()), EBADF);
+}
+
+// Nothing may be glued to half a line.
+TEST_F(RecordFile, HasNoPartOfALineThatCouldNotBeWritten) {
+  create();
+  ASSERT_EQ(writer_.beginSession(someSession()), 0);
+  const std::string before = readFile(path());
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit whole{};
+  getrlimit(RLIMIT_FSIZE, &whole);
+  const rlimit tight{before.size() + 10, whole.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &tight);
+  const int error = writer_.beginAttempt(someAttempt(2));
+  setrlimit(RLIMIT_FSIZE, &whole);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(error, EFBIG);
+  EXPECT_EQ(readFile(path()), before);
+  EXPECT_EQ(writer_.beginAttempt(someAttempt(3)), 0);
+  EXPECT_EQ(read(), "");
 }
 
 // A writer that is killed in the middle of a line leaves it incomplete, and the next one begins a

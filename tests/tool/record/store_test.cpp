@@ -82,6 +82,22 @@ TEST(StateFolder, MayBeImpossible) {
             "!" + denied + "/runlet-job: Permission denied");
 }
 
+TEST(StateFolder, MustBelongToTheCallerAndBeClosedToOthers) {
+  const TempFolder folder;
+  ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
+  const std::string state = folder.path() + "/runlet-job";
+  const auto makeOpen = [&] {
+    return mkdir(state.c_str(), 0700) == 0 && chmod(state.c_str(), 0720) == 0 ? "made" : "";
+  };
+  EXPECT_EQ(inChild(nullptr, nullptr, makeOpen), "made");
+  EXPECT_EQ(inChild(folder.path().c_str(), nullptr, stateFolder), "!others may write to " + state);
+  if (geteuid() != 0) return;
+  ASSERT_EQ(chown(state.c_str(), 0, 0), 0);
+  ASSERT_EQ(chmod(state.c_str(), 0755), 0);
+  EXPECT_EQ(inChild(folder.path().c_str(), nullptr, stateFolder),
+            "!" + state + " does not belong to you");
+}
+
 TEST(StateFolder, OfRootIgnoresTheEnvironment) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -203,50 +219,55 @@ class Claims : public testing::Test {
 
 TEST_F(Claims, AreForOneProcess) {
   {
-    const Claim first(folder_.path(), "/job.xml");
+    const Claim first(folder_.path(), "/job.xml", "/r.jsonl");
     EXPECT_EQ(first.complaint(), "");
     const std::string path = onlyClaim();
-    const Claim second(folder_.path(), "/job.xml");
+    const Claim second(folder_.path(), "/job.xml", "/r.jsonl");
     EXPECT_EQ(second.complaint(), "process " + std::to_string(getpid()) + " on " +
                                       ownProcess().host +
                                       " is running it; if it has ended, remove " + path);
-    EXPECT_EQ(Claim(folder_.path(), "/other.xml").complaint(), "");
+    EXPECT_EQ(Claim(folder_.path(), "/other.xml", "/r.jsonl").complaint(), "");
   }
   EXPECT_EQ(onlyClaim(), "");
-  EXPECT_EQ(Claim(folder_.path(), "/job.xml").complaint(), "");
+  EXPECT_EQ(Claim(folder_.path(), "/job.xml", "/r.jsonl").complaint(), "");
 }
 
 // Of a process that was killed, and so could not remove its claim.
-TEST_F(Claims, OfAnEndedProcessAreIgnoredAndRemoved) {
+TEST_F(Claims, OfAnEndedProcessNameItsRecordAndCanBeRemoved) {
   const pid_t child = fork();
   if (child == 0) {
-    const Claim claim(folder_.path(), "/job.xml");
+    const Claim claim(folder_.path(), "/job.xml", "/r\xff.jsonl");
     _exit(claim.complaint().empty() ? 0 : 1);
   }
   int status = -1;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   ASSERT_EQ(status, 0);
   EXPECT_NE(onlyClaim(), "");
-  EXPECT_EQ(Claim(folder_.path(), "/job.xml").complaint(), "");
+  for (int i = 0; i < 2; ++i) {
+    Claim claim(folder_.path(), "/job.xml", "/r\xff.jsonl");
+    EXPECT_EQ(claim.complaint(), "");
+    EXPECT_EQ(claim.abandoned(), std::vector<std::string>{"/r\xff.jsonl"});
+    if (i > 0) claim.removeAbandoned();
+  }
   EXPECT_EQ(onlyClaim(), "");
 }
 
 TEST_F(Claims, ThatAreDamagedAreReported) {
   std::string path;
   {
-    const Claim claim(folder_.path(), "/job.xml");
+    const Claim claim(folder_.path(), "/job.xml", "/r.jsonl");
     path = onlyClaim();
     ASSERT_EQ(rename(path.c_str(), (path + "x").c_str()), 0);
   }
   path += "x";
   ASSERT_EQ(truncate(path.c_str(), 10), 0);
-  EXPECT_EQ(Claim(folder_.path(), "/job.xml").complaint(),
+  EXPECT_EQ(Claim(folder_.path(), "/job.xml", "/r.jsonl").complaint(),
             path + " is damaged; remove it if nothing is running");
 }
 
 TEST_F(Claims, MayBeImpossible) {
   folder_.write("claims", "");
-  EXPECT_EQ(Claim(folder_.path(), "/job.xml").complaint(),
+  EXPECT_EQ(Claim(folder_.path(), "/job.xml", "/r.jsonl").complaint(),
             geteuid() == 0 ? folder_.file("claims") + " is not a folder"
                            : folder_.file("claims") + ": Not a directory");
 }

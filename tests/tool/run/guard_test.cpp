@@ -99,6 +99,17 @@ TEST_F(KilledRun, LeavesNoTaskBehindOnASystemWithoutPidfds) {
   EXPECT_TRUE(exists("asked"));
 }
 
+// As by a shell or a batch system that kills the group.
+TEST_F(KilledRun, LeavesNoTaskBehindIfItsGroupIsKilled) {
+  Process process(options({longTasks[0], longTasks[1]}));
+  for (const char* file : {"a", "b"}) ASSERT_TRUE(eventually([&] { return exists(file); })) << file;
+  ASSERT_EQ(getpgid(process.pid()), process.pid());
+  ASSERT_EQ(kill(-process.pid(), SIGKILL), 0);
+  EXPECT_EQ(describeStatus(process.finish().waitStatus), "signal 9");
+  EXPECT_TRUE(isAllGone());
+  EXPECT_TRUE(exists("asked"));
+}
+
 // They are left alone, however the run ends.
 TEST_F(KilledRun, DoesNotEndTheBackgroundProcessesOfTasksThatHaveEnded) {
   const std::string later = "(touch a; until [ -e go ]; do sleep 0.01; done; touch later) & exit 0";

@@ -221,7 +221,7 @@ TEST_F(RecordedRun, IsNotResumedIfTheJobHasChanged) {
     expectRefused(resume(),
                   "--resume: the job is not what batch " + record().id + " has run: " +
                       row.changes + "; nothing is run. --accept-changes resumes it as it is now",
-                  "exit 1");
+                  "exit 2");
     EXPECT_EQ(readFile(recordFile_), before);
     resume({"--accept-changes"});
     Strings expected = {"1.1 succeeded", "2.1 failed with exit code 3"};
@@ -426,10 +426,11 @@ TEST_F(RecordedRun, IsNotResumedWhileATaskIsRunning) {
                               {"RUNLET_FAULT", "fast-clock"},
                               {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
   const std::string id = record().id;
-  expectRefused(
-      runProcess(options),
-      "--resume: task 1 of batch " + id + " is still running: see runlet-job report " + id,
-      "exit 2");
+  const std::string task = "task 1 (process " + std::to_string(own.process) + ") of batch " + id;
+  expectRefused(runProcess(options),
+                "waiting for " + task + ", whose run was killed\nrunlet-job: run: --resume: " +
+                    task + " is still running: see runlet-job report " + id,
+                "exit 2");
 }
 
 // A run that is killed leaves its claim and no end.

@@ -320,7 +320,7 @@ pid_t starterOf(pid_t process) {
     const std::string status = other > 0 ? readFile(entry.path() / "status") : "";
     const bool isChild =
         status.find("\nPPid:\t" + std::to_string(process) + "\n") != std::string::npos;
-    if (isChild && getsid(other) != other) return other;
+    if (isChild && status.starts_with("Name:\trunlet-starter\n")) return other;
   }
   return -1;
 }
@@ -339,6 +339,25 @@ TEST_F(Run, StartsNothingMoreWhenItsStarterHasEnded) {
             line(1, "failed with exit code 4", tasks[0]) + starterGoneReason +
                 "3 tasks: 1 failed (1), 2 not started (2-3)\n",
             "exit 1", starterGone);
+}
+
+// It records and ends everything as usual.
+TEST_F(Run, ContinuesIfNobodyReadsItsOutput) {
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+    ProcessOptions started = options({"exit 0", "sleep 0.1", "exit 0"}, {"--jobs", "1"});
+    started.prepare = [stream] {
+      int ends[2];
+      if (pipe(ends) != 0 || close(ends[0]) != 0 || dup2(ends[1], stream) != stream) _exit(95);
+    };
+    const ProcessResult result = runProcess(started);
+    EXPECT_EQ(describeStatus(result.waitStatus), stream == STDOUT_FILENO ? "exit 2" : "exit 0");
+    EXPECT_EQ(withoutEnds(withoutBatchLine(result.error)),
+              stream == STDERR_FILENO
+                  ? ""
+                  : warnings() + "runlet-job: cannot write to standard output: Broken pipe\n");
+    const std::string record = readFile(started.arguments.back());
+    EXPECT_NE(record.find("{\"event\":\"stop\""), std::string::npos) << record;
+  }
 }
 
 TEST_F(Run, StartsNoTaskThatItDoesNotKnowOf) {

@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -706,6 +708,47 @@ TEST_F(Scheduler, IsQuickWithManyTasks) {
   EXPECT_TRUE(std::all_of(outcome.ends.begin(), outcome.ends.end(),
                           [](const TaskEnd& end) { return end.ending == Ending::other; }));
   EXPECT_LT(watch.time(), patience);
+}
+
+// Starts a process that has ended at once, of which its tracer, another process, does not let
+// anybody know. `*tracer` is that of the tracer.
+pid_t startTraced(pid_t* tracer) {
+  int ends[2];
+  EXPECT_EQ(pipe(ends), 0);
+  const pid_t process = fork();
+  if (process == 0) {
+    prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);
+    const pid_t own = getpid();
+    const pid_t child = fork();
+    if (child == 0) {
+      const pid_t result = ptrace(PTRACE_SEIZE, own, 0, 0) == 0 ? getpid() : -1;
+      _exit(write(ends[1], &result, sizeof result) == sizeof result && pause() == 0 ? 0 : 1);
+    }
+    // Once it is traced, the answer can be read, here or by the test.
+    pollfd answer{ends[0], POLLIN, 0};
+    static_cast<void>(poll(&answer, 1, 5000));
+    _exit(0);
+  }
+  EXPECT_EQ(read(ends[0], tracer, sizeof *tracer), static_cast<ssize_t>(sizeof *tracer));
+  close(ends[0]);
+  close(ends[1]);
+  return process;
+}
+
+TEST_F(Scheduler, GoesOnWithoutATaskThatDoesNotEnd) {
+  pid_t process = 0;
+  pid_t tracer = 0;
+  const TaskSource tasks = {1, [this](std::size_t index) { return openLog(index); },
+                            [&](std::size_t, int, const Announce&, pid_t* started) {
+                              *started = process = startTraced(&tracer);
+                              return 0;
+                            }};
+  const HeldSignals held;
+  const RunOutcome outcome = runQuietly(tasks, {1, shortTime, shortTime}, held);
+  expectOutcome(outcome, {{Ending::other, 0, "did not end after SIGKILL"}});
+  ASSERT_GT(tracer, 0);
+  kill(tracer, SIGKILL);
+  EXPECT_EQ(waitpid(process, nullptr, 0), process);
 }
 
 TEST_F(Scheduler, RunsAThousandTasks) {
