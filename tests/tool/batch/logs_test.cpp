@@ -83,6 +83,36 @@ TEST(Logs, AreRemovedAsTheUserOfTheTasks) {
   EXPECT_EQ(runlet_test::modeOf(folder.file("shot-1.log")), -1);
 }
 
+// The folder of one batch is that batch's alone.
+TEST(Logs, OfABatchAreInAFolderThatNobodyElseHasMade) {
+  const TempFolder folder;
+  Batch batch;
+  fill(1, folder.file("a/shot-ID"), &batch);
+  batch.logFolderKind = LogFolder::created;
+  EXPECT_TRUE(makeLogFolder(batch, "run"));
+  const auto refusal = [&batch] {
+    testing::internal::CaptureStderr();
+    const bool isMade = makeLogFolder(batch, "run");
+    const std::string text = testing::internal::GetCapturedStderr();
+    const std::string start = "runlet-job: run: cannot write logs to " + batch.logFolder + ": ";
+    return isMade ? "" : text.substr(text.starts_with(start) ? start.size() : 0);
+  };
+  EXPECT_EQ(refusal(), "File exists\n");
+  batch.logFolderKind = LogFolder::owned;
+  EXPECT_EQ(refusal(), "");
+  ASSERT_EQ(chmod(batch.logFolder.c_str(), 0777), 0);
+  EXPECT_EQ(refusal(), "Operation not permitted\n");
+  ASSERT_EQ(rename(batch.logFolder.c_str(), folder.file("other").c_str()), 0);
+  ASSERT_EQ(symlink("../other", batch.logFolder.c_str()), 0);
+  ASSERT_EQ(chmod(folder.file("other").c_str(), 0755), 0);
+  EXPECT_EQ(refusal(), "Not a directory\n");
+  if (geteuid() != 0) return;
+  ASSERT_EQ(unlink(batch.logFolder.c_str()), 0);
+  ASSERT_EQ(mkdir(batch.logFolder.c_str(), 0755), 0);
+  ASSERT_EQ(chown(batch.logFolder.c_str(), otherId, otherId), 0);
+  EXPECT_EQ(refusal(), "Operation not permitted\n");
+}
+
 TEST(Logs, LeaveNoEmptyFolder) {
   const TempFolder folder;
   Batch batch;

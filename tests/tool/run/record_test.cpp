@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <thread>
 
 #include "adapter_test.h"
+#include "fault_test.h"
 #include "mounts.h"
 #include "programs.h"
 #include "tool/record/read.h"
@@ -447,6 +449,98 @@ TEST_F(RecordedRun, IsResumedAfterItWasKilled) {
   folder_.write("go", "");
   EXPECT_EQ(totals(resume()), "2 tasks: 2 succeeded\n");
   EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 no end", "2.2 succeeded", "3.1 succeeded"}));
+}
+
+// No task may run twice at the same time, whatever option is used.
+TEST_F(RecordedRun, WaitsForTasksOfARunThatWasKilled) {
+  writeJob({"touch begun; until test -e go; do sleep 0.01; done"});
+  ProcessOptions options = tool({"run", jobFile_, "--jobs", "1"});
+  recordFile_ = options.arguments.back();
+  Process running(options);
+  ASSERT_TRUE(eventually([&] { return modeOf(folder_.file("begun")) != -1; }));
+  // With the process that would end the task.
+  const pid_t starter = starterOf(running.pid());
+  ASSERT_GT(starter, 0);
+  kill(running.pid(), SIGSTOP);
+  kill(starter, SIGKILL);
+  kill(running.pid(), SIGKILL);
+  running.finish();
+  const Record killed = record();
+  ASSERT_EQ(killed.attempts.size(), 1);
+
+  ProcessOptions again = tool({"run", jobFile_});
+  again.environment.insert(again.environment.end(), {{"LD_PRELOAD", faultsPath},
+                                                     {"RUNLET_FAULT", "fast-clock"},
+                                                     {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+  const std::string task =
+      "task 1 (process " + std::to_string(killed.attempts[0].process) + ") of batch " + killed.id;
+  for (int i = 0; i < 2; ++i) {
+    expectRefused(runProcess(again),
+                  "waiting for " + task + ", whose run was killed\nrunlet-job: run: " + jobFile_ +
+                      ": " + task + " is still running: see runlet-job report " + killed.id,
+                  "exit 2");
+  }
+  folder_.write("go", "");
+  EXPECT_EQ(totals(run()), "1 task: 1 succeeded\n");
+}
+
+TEST_F(RecordedRun, RefusesAJobThatIsRunningWhateverItsPath) {
+  writeJob({"touch begun; until test -e go; do sleep 0.01; done"});
+  Process running(tool({"run", jobFile_}));
+  ASSERT_TRUE(eventually([&] { return modeOf(folder_.file("begun")) != -1; }));
+  ASSERT_EQ(symlink("shot.xml", folder_.file("link.xml").c_str()), 0);
+  for (const char* path : {"link.xml", "./shot.xml"}) {
+    const ProcessResult second = runTool({"run", folder_.file(path)});
+    EXPECT_NE(second.error.find(": process " + std::to_string(running.pid()) + " on "),
+              std::string::npos)
+        << second.error;
+    EXPECT_EQ(describeStatus(second.waitStatus), "exit 2");
+  }
+  folder_.write("go", "");
+  running.finish();
+}
+
+TEST_F(RecordedRun, ClaimsNothingAfterItsEnd) {
+  writeJob({"touch begun; sleep 30"});
+  ProcessOptions options = tool({"run", jobFile_});
+  std::string state;
+  for (const auto& [name, value] : options.environment) {
+    if (name == "XDG_STATE_HOME") state = value;
+  }
+  if (geteuid() == 0) state = "/root/.local/state";
+  const auto claims = [&] { return filesIn(state + "/runlet-job/claims"); };
+  Process running(options);
+  ASSERT_TRUE(eventually([&] { return modeOf(folder_.file("begun")) != -1; }));
+  const Strings during = claims();
+  kill(running.pid(), SIGTERM);
+  EXPECT_EQ(describeStatus(running.finish().waitStatus), "signal 15");
+  const Strings after = claims();
+  EXPECT_EQ(std::count_if(during.begin(), during.end(),
+                          [&](const std::string& name) {
+                            return std::find(after.begin(), after.end(), name) == after.end();
+                          }),
+            2);
+}
+
+// A record without tasks would be the last one of its job.
+TEST_F(RecordedRun, LeavesNoRecordThatCouldNotBeBegun) {
+  writeJob({"touch ran"});
+  ProcessOptions options = tool({"run", jobFile_});
+  recordFile_ = options.arguments.back();
+  options.prepare = [] {
+    constexpr rlim_t size = 1 << 10;
+    const rlimit tight{.rlim_cur = size, .rlim_max = size};
+    std::signal(SIGXFSZ, SIG_IGN);
+    if (setrlimit(RLIMIT_FSIZE, &tight) != 0) _exit(95);
+  };
+  // Coverage counters do not fit either.
+  options.environment.emplace_back("LLVM_PROFILE_FILE", "/dev/null");
+  job_.set("WorkingFolder", folder_.path() + std::string(600, '/'));
+  writeJob({"touch ran"});
+  expectRefused(runProcess(options), "cannot write the record " + recordFile_ + ": File too large",
+                "exit 2");
+  EXPECT_EQ(modeOf(recordFile_), -1);
+  EXPECT_EQ(filesIn(folder_.file("logs")), Strings());
 }
 
 TEST_F(RecordedRun, NeedsItsRunFolder) {

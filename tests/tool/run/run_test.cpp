@@ -313,18 +313,6 @@ constexpr char starterGoneReason[] = "stopped early: the process that starts the
 constexpr char starterGone[] =
     "runlet-job: run: the process that starts the tasks has ended; no further tasks are started\n";
 
-// The child of that process that is not a task: a task leads a session. -1 if there is none.
-pid_t starterOf(pid_t process) {
-  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    const pid_t other = std::atoi(entry.path().filename().c_str());
-    const std::string status = other > 0 ? readFile(entry.path() / "status") : "";
-    const bool isChild =
-        status.find("\nPPid:\t" + std::to_string(process) + "\n") != std::string::npos;
-    if (isChild && status.starts_with("Name:\trunlet-starter\n")) return other;
-  }
-  return -1;
-}
-
 TEST_F(Run, StartsNothingMoreWhenItsStarterHasEnded) {
   const Strings tasks = {"touch ready; until [ -e go ]; do sleep 0.01; done; exit 4", "exit 0",
                          "exit 0"};

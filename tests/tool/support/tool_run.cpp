@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <limits>
@@ -123,6 +124,16 @@ void expectTool(const ProcessResult& result, const std::string& output, const st
 
 std::string notPositive(const std::string& value) {
   return CLI::Range(1, std::numeric_limits<std::int32_t>::max())(value);
+}
+
+pid_t starterOf(pid_t run) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const pid_t other = std::atoi(entry.path().filename().c_str());
+    const std::string status = other > 0 ? readFile(entry.path() / "status") : "";
+    const bool isChild = status.find("\nPPid:\t" + std::to_string(run) + "\n") != std::string::npos;
+    if (isChild && status.starts_with("Name:\trunlet-starter\n")) return other;
+  }
+  return -1;
 }
 
 }  // namespace runlet_test

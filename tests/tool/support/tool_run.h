@@ -18,6 +18,9 @@ ProcessResult runTool(const std::vector<std::string>& arguments);
 // The path of the record that the last such options name.
 std::string lastRecord();
 
+// The process that starts the tasks of that run; -1 if there is none.
+pid_t starterOf(pid_t run);
+
 // The id in the line of `run` that begins "runlet-job: run: batch ID"; empty if there is none.
 std::string batchOf(const std::string& error);
 
