@@ -368,10 +368,10 @@ TEST_F(RecordedRun, RunsGivenTasks) {
 TEST_F(RecordedRun, FailsATaskWithoutItsFiles) {
   writeJob({"touch out_1.png", "true", "exit 3"});
   const ProcessResult result = run({"--expect", "out_%tn.png", "--expect", "./shot.xml"});
-  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 did not make out_2.png",
+  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 no file out_2.png at its end",
                                  "3.1 failed with exit code 3"}));
   EXPECT_EQ(totals(result), "3 tasks: 1 succeeded, 2 failed (2-3)\n");
-  for (const char* pattern : {"%tx", "", "%jp1%j"}) {
+  for (const char* pattern : {"%tx", "", "%jp1%j", "%tp9"}) {
     expectRefused(run({"--expect", pattern}),
                   "--expect: " + std::string(*pattern == '\0' ? "''" : pattern) +
                       " cannot be filled in for task 1",
