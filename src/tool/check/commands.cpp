@@ -108,18 +108,6 @@ void inspectWidth(const Use& use) {
   }
 }
 
-// Whether the field or parameter does not exist.
-bool isUndefined(const Use& use) {
-  const PlaceholderUse& placeholder = use.placeholder;
-  const AdapterContext& context = use.inspection->context;
-  if (placeholder.form == PlaceholderForm::jobParam) {
-    return placeholder.number <= 0 ||
-           placeholder.number > static_cast<std::int32_t>(context.paramNames.size());
-  }
-  if (placeholder.form != PlaceholderForm::taskField) return false;
-  return placeholder.number < 1 || placeholder.number > use.fieldCount;
-}
-
 void findUndefined(const Use& use) {
   const AdapterContext& context = use.inspection->context;
   if (use.placeholder.form == PlaceholderForm::jobParam) {
@@ -143,7 +131,10 @@ void inspectPlaceholderNumber(const Use& use) {
     return;
   }
   inspectLongDigits(use, use.own.number);
-  if (isUndefined(use) && !addUseToFinding(use, RuleId::undefinedValue)) findUndefined(use);
+  if (isUndefined(placeholder, use.inspection->context, use.fieldCount) &&
+      !addUseToFinding(use, RuleId::undefinedValue)) {
+    findUndefined(use);
+  }
 }
 
 void inspectForm(const Use& use) {
@@ -172,19 +163,11 @@ OwnDigits ownDigits(const PlaceholderUse& use, const std::string& argumentTempla
   return digits;
 }
 
-// The number of fields in the part of the entry that counts, without an empty last field. Counted
-// once for all placeholders of the task.
-std::int32_t fieldCountOf(std::string_view entry) {
-  entry = entry.substr(0, runlet::maxLookupLength);
-  const auto tabs = static_cast<std::int32_t>(std::count(entry.begin(), entry.end(), '\t'));
-  return entry.empty() || entry.ends_with('\t') ? tabs : tabs + 1;
-}
-
 // The placeholders are the same for all tasks, up to where a fill-in fails, so `*digits` is reused.
 void inspectUses(const Preview& preview, std::int32_t number, std::vector<OwnDigits>* digits,
                  Inspection* inspection) {
   const std::string& entry = inspection->context.taskList[static_cast<std::size_t>(number) - 1];
-  const std::int32_t fieldCount = fieldCountOf(entry);
+  const std::int32_t fieldCount = fieldCountOf(entry);  // once for all placeholders of the task
   for (std::size_t i = 0; i < preview.uses.size(); ++i) {
     const PlaceholderUse& placeholder = preview.uses[i];
     if (i == digits->size()) {

@@ -202,6 +202,21 @@ std::string_view placeholderText(const PlaceholderUse& use, std::string_view arg
   return argumentTemplate.substr(use.begin, end - use.begin);
 }
 
+std::int32_t fieldCountOf(std::string_view entry) {
+  entry = entry.substr(0, runlet::maxLookupLength);
+  const auto tabs = static_cast<std::int32_t>(std::count(entry.begin(), entry.end(), '\t'));
+  return entry.empty() || entry.ends_with('\t') ? tabs : tabs + 1;
+}
+
+bool isUndefined(const PlaceholderUse& use, const AdapterContext& context,
+                 std::int32_t fieldCount) {
+  if (use.form == PlaceholderForm::jobParam) {
+    return use.number <= 0 || use.number > static_cast<std::int32_t>(context.paramNames.size());
+  }
+  if (use.form != PlaceholderForm::taskField) return false;
+  return use.number < 1 || use.number > fieldCount;
+}
+
 std::string_view raisingPlaceholder(const std::vector<PlaceholderUse>& uses,
                                     std::string_view argumentTemplate) {
   const std::size_t begin = argumentTemplate.find('%', uses.empty() ? 0 : uses.back().end);

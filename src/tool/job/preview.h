@@ -69,6 +69,14 @@ FolderKind kindOfFolder(const runlet::AdapterContext& context);
 std::string_view placeholderText(const runlet::PlaceholderUse& use,
                                  std::string_view argumentTemplate);
 
+// The number of fields in the part of a task's entry that counts, without an empty last field.
+std::int32_t fieldCountOf(std::string_view entry);
+
+// Whether the placeholder asks for a field or parameter that does not exist, and so gives
+// "Undefined". `fieldCount` is that of the task's entry.
+bool isUndefined(const runlet::PlaceholderUse& use, const runlet::AdapterContext& context,
+                 std::int32_t fieldCount);
+
 // The placeholder after the last of `uses`, on which the fill-in raised an exception.
 std::string_view raisingPlaceholder(const std::vector<runlet::PlaceholderUse>& uses,
                                     std::string_view argumentTemplate);

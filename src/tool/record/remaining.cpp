@@ -2,12 +2,19 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
+#include <numeric>
+#include <set>
+#include <utility>
 
 namespace runlet_tool {
 namespace {
 
 // How many tasks have an identity.
 using Counts = std::map<TaskIdentity, std::size_t>;
+
+// A task number, and what ran as that task.
+using Place = std::pair<std::int32_t, TaskIdentity>;
 
 // Removes one of that identity. False if there is none.
 bool takeOne(const TaskIdentity& identity, Counts* counts) {
@@ -28,11 +35,30 @@ bool hasSucceeded(const Attempt& attempt) {
   return attempt.end && attempt.result.ending == Ending::succeeded;
 }
 
-// The last attempt of each task, with the session that it counts in.
-std::map<std::int32_t, const Attempt*> lastOfEach(const Record& record) {
-  std::map<std::int32_t, const Attempt*> last;
-  for (const Attempt& attempt : record.attempts) last[attempt.task] = &attempt;
-  return last;
+// Whether the last attempt at each place succeeded.
+std::map<Place, bool> successAtPlaces(const Record& record) {
+  std::map<Place, bool> success;
+  for (const Attempt& attempt : record.attempts) {
+    success[{attempt.task, identityOf(record, attempt)}] = hasSucceeded(attempt);
+  }
+  return success;
+}
+
+// The places that have succeeded, or those that have not.
+std::set<Place> placesWith(bool success, const Record& record) {
+  std::set<Place> places;
+  for (const auto& [place, hasSucceeded] : successAtPlaces(record)) {
+    if (hasSucceeded == success) places.insert(place);
+  }
+  return places;
+}
+
+std::set<Place> placesOf(const Session& session) {
+  std::set<Place> places;
+  for (std::size_t i = 0; i < session.tasks.size(); ++i) {
+    places.emplace(session.tasks[i], session.identities[i]);
+  }
+  return places;
 }
 
 Counts countsOf(const std::vector<TaskIdentity>& identities) {
@@ -41,47 +67,77 @@ Counts countsOf(const std::vector<TaskIdentity>& identities) {
   return counts;
 }
 
-std::vector<std::int32_t> tasksNow(const Session& session, std::size_t jobSize) {
-  std::vector<std::int32_t> tasks = session.tasks;
-  if (session.isWhole) {
-    tasks.resize(jobSize);
-    std::int32_t number = 0;
-    for (std::int32_t& task : tasks) task = ++number;
+Counts successesOf(const Record& record) {
+  Counts counts;
+  for (const Attempt& attempt : record.attempts) {
+    if (hasSucceeded(attempt)) ++counts[identityOf(record, attempt)];
   }
-  std::erase_if(tasks, [=](std::int32_t task) { return static_cast<std::size_t>(task) > jobSize; });
+  return counts;
+}
+
+// Of the ascending `tasks` of the job as many of each identity as there are in `counts`: first
+// those at one of the places, then those with the lowest numbers.
+std::vector<std::int32_t> select(const std::vector<TaskIdentity>& job,
+                                 const std::vector<std::int32_t>& tasks, Counts counts,
+                                 const std::set<Place>& places) {
+  std::vector<std::int32_t> selected;
+  std::vector<std::int32_t> others;
+  const auto identity = [&](std::int32_t task) -> const TaskIdentity& {
+    return job[static_cast<std::size_t>(task) - 1];
+  };
+  for (const std::int32_t task : tasks) {
+    const bool isFirst =
+        places.contains({task, identity(task)}) && takeOne(identity(task), &counts);
+    (isFirst ? selected : others).push_back(task);
+  }
+  for (const std::int32_t task : others) {
+    if (takeOne(identity(task), &counts)) selected.push_back(task);
+  }
+  std::sort(selected.begin(), selected.end());
+  return selected;
+}
+
+// Of both ascending lists, what is in the first one only.
+std::vector<std::int32_t> without(const std::vector<std::int32_t>& tasks,
+                                  const std::vector<std::int32_t>& others) {
+  std::vector<std::int32_t> rest;
+  std::set_difference(tasks.begin(), tasks.end(), others.begin(), others.end(),
+                      std::back_inserter(rest));
+  return rest;
+}
+
+std::vector<std::int32_t> allOf(const std::vector<TaskIdentity>& job) {
+  std::vector<std::int32_t> tasks(job.size());
+  std::iota(tasks.begin(), tasks.end(), 1);
   return tasks;
 }
 
 }  // namespace
 
 Remaining remainingOf(const Record& record, const std::vector<TaskIdentity>& job) {
-  Counts succeeded;
-  for (const Attempt& attempt : record.attempts) {
-    if (hasSucceeded(attempt)) ++succeeded[identityOf(record, attempt)];
-  }
   const Session& last = record.sessions.back();
-  Counts known = countsOf(last.identities);
+  const std::vector<std::int32_t> known =
+      select(job, allOf(job), countsOf(last.identities), placesOf(last));
   Remaining result;
-  result.tasks = tasksNow(last, job.size());
-  for (const std::int32_t task : result.tasks) {
-    const TaskIdentity& identity = job[static_cast<std::size_t>(task) - 1];
-    if (!takeOne(identity, &succeeded)) result.toRun.push_back(task);
-    if (!takeOne(identity, &known)) result.changed.push_back(task);
-  }
-  for (const auto& [identity, count] : known) result.gone += count;
+  result.tasks = last.isWhole ? allOf(job) : known;
+  result.toRun = without(result.tasks,
+                         select(job, result.tasks, successesOf(record), placesWith(true, record)));
+  result.changed = without(result.tasks, known);
+  result.gone = last.tasks.size() - known.size();
   return result;
 }
 
 std::vector<std::int32_t> failedOf(const Record& record, const std::vector<TaskIdentity>& job) {
+  Counts unfinished = countsOf(record.sessions.back().identities);
+  for (const Attempt& attempt : record.attempts) {
+    if (hasSucceeded(attempt)) takeOne(identityOf(record, attempt), &unfinished);
+  }
+  const std::set<Place> places = placesWith(false, record);
   Counts failed;
-  for (const auto& [task, attempt] : lastOfEach(record)) {
-    if (!hasSucceeded(*attempt)) ++failed[identityOf(record, *attempt)];
+  for (const Place& place : places) {
+    if (takeOne(place.second, &unfinished)) ++failed[place.second];
   }
-  std::vector<std::int32_t> tasks;
-  for (std::size_t i = 0; i < job.size(); ++i) {
-    if (takeOne(job[i], &failed)) tasks.push_back(static_cast<std::int32_t>(i + 1));
-  }
-  return tasks;
+  return select(job, allOf(job), failed, places);
 }
 
 std::map<std::int32_t, std::int32_t> lastAttempts(const Record& record) {

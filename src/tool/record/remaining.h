@@ -18,12 +18,18 @@ struct Remaining {
   std::size_t gone = 0;               // how many tasks of the batch the job no longer has
 };
 
-// `job` has the identities of all tasks of the job, in order. The tasks of the batch are those of
-// its last session: all of the job, if that session had all, else those with the same numbers.
+// `job` has the identities of all tasks of the job, in order. If the last session had all tasks of
+// the job, the batch is all tasks that the job has now. Otherwise, it is the tasks that run the
+// same as those of that session: as many of them, first those with the same number, then those with
+// the lowest numbers. Likewise, of tasks that run the same, a success counts for the one that had
+// it.
 Remaining remainingOf(const Record& record, const std::vector<TaskIdentity>& job);
 
-// The tasks, ascending, whose last attempt in the record did not succeed, although it began or
-// could not be started.
+// The tasks of the job, ascending, that have failed in the batch as its last session had it: of
+// tasks that run the same, as many as have not succeeded in any session, but at most as many as
+// were tried in vain. A try was in vain if it was the last one of something as a task of that
+// number, and has not succeeded: it failed, was interrupted or cut off, or could not be started.
+// First come the tasks with these numbers, then those with the lowest ones.
 std::vector<std::int32_t> failedOf(const Record& record, const std::vector<TaskIdentity>& job);
 
 // The greatest number of an attempt with each task number.

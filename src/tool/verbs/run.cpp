@@ -75,8 +75,8 @@ std::optional<HaltRule> haltRuleOf(const Batch& batch, const RunOptions& options
 // A task that has succeeded fails if one of its files is missing.
 void lookForFiles(const Batch& batch, const RunOptions& options, std::size_t index, TaskEnd* end) {
   if (end->ending != Ending::succeeded) return;
-  const std::string missing = missingFile(batch, batch.tasks[index], options.expected);
-  if (!missing.empty()) *end = {Ending::failed, 0, "did not make " + missing};
+  const std::string complaint = complaintAboutFiles(batch, batch.tasks[index], options.expected);
+  if (!complaint.empty()) *end = {Ending::failed, 0, complaint};
 }
 
 // A log that cannot be removed stays, and the record says so.
@@ -273,7 +273,7 @@ std::function<void()> addRecordOptions(CLI::App* verb, RunOptions* options) {
   verb->add_flag("--json", record->asJson, "Print the record as it grows instead of a summary");
   CLI::Option* expected = addExpected(
       verb,
-      "A task that does not make this file has failed; placeholders as in the job; repeatable");
+      "A task fails if there is no such file at its end; placeholders as in the job; repeatable");
   for (const char* range : {"-s", "-n"}) {
     for (CLI::Option* option : {tasks, resume, failedOf}) option->excludes(verb->get_option(range));
   }

@@ -132,7 +132,7 @@ TEST_F(RecordFile, IsReadAsItWasWritten) {
                           {Ending::timedOut, 0, ""},
                           {Ending::interrupted, 0, ""},
                           {Ending::other, 0, "end unknown"},
-                          {Ending::failed, 0, "did not make a.png"}};
+                          {Ending::failed, 0, "no file a.png at its end"}};
   std::vector<Attempt> attempts;
   for (const TaskEnd& result : ends) {
     Attempt attempt = someAttempt(3);

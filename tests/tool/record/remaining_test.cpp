@@ -97,6 +97,45 @@ TEST(Remaining, IsOfTheSelectedTasks) {
   EXPECT_EQ(shorter.gone, 1);
 }
 
+// A task is known by what it runs, wherever it is now.
+TEST(Remaining, IsOfTheSelectedTasksWhereverTheyAre) {
+  struct Row {
+    const char* jobNow;
+    Numbers tasks;
+    Numbers toRun;
+    std::size_t gone;
+  };
+  // Tasks 2 to 4 of "abbcb": b and c, of which the first b has succeeded.
+  Record record;
+  record.sessions = {session("bbc", {2, 3, 4})};
+  record.attempts = {attempt(0, 2, 1, How::succeeded), attempt(0, 3, 1, How::failed)};
+  const Row rows[] = {
+      {"abbcb", {2, 3, 4}, {3, 4}, 0},    // as many as before, with their numbers
+      {"xabbcb", {3, 4, 5}, {4, 5}, 0},   // the success counts for one of two that moved
+      {"bbabbcb", {1, 2, 6}, {1, 6}, 0},  // task 2 stays; task 1 is the next b
+      {"axbcx", {3, 4}, {4}, 1},          // the success counts for the b that is left
+      {"cbb", {1, 2, 3}, {1, 3}, 0},     {"a", {}, {}, 3}, {"", {}, {}, 3},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.jobNow);
+    const Remaining remaining = remainingOf(record, job(row.jobNow));
+    EXPECT_EQ(remaining.tasks, row.tasks);
+    EXPECT_EQ(remaining.toRun, row.toRun);
+    EXPECT_EQ(remaining.changed, Numbers{});
+    EXPECT_EQ(remaining.gone, row.gone);
+  }
+}
+
+// Of tasks that run the same, the one that has failed is run again.
+TEST(Remaining, LeavesSuccessesToTheirTasks) {
+  Record record;
+  record.sessions = {session("aaa")};
+  record.attempts = {attempt(0, 1, 1, How::failed), attempt(0, 2, 1, How::succeeded)};
+  EXPECT_EQ(remainingOf(record, job("aaa")).toRun, (Numbers{1, 3}));
+  EXPECT_EQ(remainingOf(record, job("xaa")).toRun, (Numbers{1, 3}));
+  EXPECT_EQ(remainingOf(record, job("axa")).toRun, (Numbers{2, 3}));
+}
+
 // A success of any session counts, whatever the number of the task was then.
 TEST(Remaining, LooksAtAllSessions) {
   Record record = halfDone();
@@ -115,6 +154,53 @@ TEST(Failed, AreTasksWhoseLastAttemptDidNotSucceed) {
   EXPECT_EQ(failedOf(record, job("axyz")), Numbers{});
   record.attempts.push_back(attempt(0, 2, 2, How::succeeded));
   EXPECT_EQ(failedOf(record, job("abcd")), (Numbers{3}));
+}
+
+// What failed before the job changed is neither forgotten nor taken for what has its number now.
+TEST(Failed, AreKnownByWhatTheyRun) {
+  Record reordered;
+  reordered.sessions = {session("abcd"), session("cdab")};
+  reordered.attempts = {attempt(0, 1, 1, How::succeeded), attempt(0, 2, 1, How::succeeded),
+                        attempt(0, 3, 1, How::failed), attempt(0, 4, 1, How::succeeded),
+                        attempt(1, 1, 2, How::succeeded)};
+  EXPECT_EQ(failedOf(reordered, job("cdab")), Numbers{});
+  EXPECT_EQ(failedOf(reordered, job("abcd")), Numbers{});
+
+  Record longer;
+  longer.sessions = {session("abc"), session("xzabc")};
+  longer.attempts = {attempt(0, 1, 1, How::failed), attempt(0, 2, 1, How::cutOff),
+                     attempt(0, 3, 1, How::succeeded), attempt(1, 1, 2, How::succeeded),
+                     attempt(1, 2, 2, How::failed)};
+  EXPECT_EQ(failedOf(longer, job("xzabc")), (Numbers{2, 3, 4}));
+  EXPECT_EQ(failedOf(longer, job("abc")), (Numbers{1, 2}));
+}
+
+TEST(Failed, AreCountedAmongTasksThatRunTheSame) {
+  struct Row {
+    std::vector<Attempt> attempts;  // of tasks that all run a
+    Numbers failed;                 // of three
+    Numbers failedOfOne;            // if the job has only one of them now
+  };
+  const Row rows[] = {
+      {{attempt(0, 2, 1, How::failed)}, {2}, {1}},
+      {{attempt(0, 2, 1, How::failed), attempt(0, 2, 2, How::failed)}, {2}, {1}},
+      {{attempt(0, 2, 1, How::failed), attempt(0, 2, 2, How::succeeded)}, {}, {}},
+      {{attempt(0, 1, 1, How::succeeded), attempt(0, 3, 1, How::cutOff)}, {3}, {1}},
+      {{attempt(0, 1, 1, How::failed), attempt(0, 3, 1, How::failed)}, {1, 3}, {1}},
+      {{}, {}, {}},
+  };
+  for (const Row& row : rows) {
+    Record record;
+    record.sessions = {session("aaa")};
+    record.attempts = row.attempts;
+    EXPECT_EQ(failedOf(record, job("aaa")), row.failed);
+    EXPECT_EQ(failedOf(record, job("a")), row.failedOfOne);
+  }
+  // A second task that runs the same as one that succeeded elsewhere in the end.
+  Record moved;
+  moved.sessions = {session("a"), session("xa")};
+  moved.attempts = {attempt(0, 1, 1, How::failed), attempt(1, 2, 1, How::succeeded)};
+  EXPECT_EQ(failedOf(moved, job("xaa")), Numbers{});
 }
 
 TEST(LastAttempts, AreTheGreatestNumbers) {

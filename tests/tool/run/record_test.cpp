@@ -303,6 +303,54 @@ TEST_F(RecordedRun, RunsOnlyWhatFailedInAnotherBatch) {
                 "exit 0");
 }
 
+// Also after the job has changed: tasks are known by what they run.
+TEST_F(RecordedRun, RunsWhatFailedWhereverItIsNow) {
+  writeJob({"true 1", "true 2", "test -e good", "true 4"});
+  EXPECT_EQ(totals(run()), "4 tasks: 3 succeeded, 1 failed (3)\n");
+  const std::string first = recordFile_;
+  folder_.write("good", "");
+  writeJob({"test -e good", "true 4", "true 1", "true 2"});
+  EXPECT_EQ(totals(resume({"--accept-changes"})), "1 task: 1 succeeded\n");
+  expectRefused(run({"--failed-of", first}),
+                "--failed-of: nothing to do: no task of batch " + record().id +
+                    " has failed, or the job no longer has it",
+                "exit 0");
+
+  writeJob({"exit 3", "exit 4", "true"});
+  EXPECT_EQ(totals(run()), "3 tasks: 1 succeeded, 2 failed (1-2)\n");
+  writeJob({"true x", "exit 5", "exit 3", "exit 4", "true"});
+  EXPECT_EQ(totals(resume({"--accept-changes", "--halt", "soon"})),
+            "4 tasks: 1 succeeded, 1 failed (2), 2 not started (3-4)\n");
+  const std::string second = recordFile_;
+  EXPECT_NE(runTool({"report", second}).output.find("5 tasks: 2 succeeded, 3 failed (2-4)\n"),
+            std::string::npos);
+  EXPECT_EQ(totals(run({"--failed-of", second})), "3 tasks: 3 failed (2-4)\n");
+}
+
+// Tasks that were not given are not run, wherever they are now.
+TEST_F(RecordedRun, IsResumedWithTheGivenTasks) {
+  const Strings tasks = {"true 1", "true 2", "test -e good", "true 4", "true 5", "true 6"};
+  writeJob(tasks);
+  run({"--tasks", "2-3"});
+  Strings longer = {"touch ran"};
+  longer.insert(longer.end(), tasks.begin(), tasks.end());
+  writeJob(longer);
+  EXPECT_EQ(totals(resume()), "1 task: 1 failed (4)\n");
+  folder_.write("good", "");
+  writeJob(tasks);
+  EXPECT_EQ(totals(resume()), "1 task: 1 succeeded\n");
+  EXPECT_EQ(attempts(), (Strings{"2.1 succeeded", "3.1 failed with exit code 1",
+                                 "4.1 failed with exit code 1", "3.2 succeeded"}));
+  EXPECT_EQ(record().sessions[1].tasks, (std::vector<std::int32_t>{3, 4}));
+  EXPECT_EQ(modeOf(folder_.file("ran")), -1);
+  writeJob({"true 1", "true 2"});
+  expectRefused(resume(),
+                "--resume: the job is not what batch " + record().id +
+                    " has run: 1 task is gone or changed; nothing is run. --accept-changes resumes "
+                    "it as it is now",
+                "exit 1");
+}
+
 TEST_F(RecordedRun, RunsGivenTasks) {
   writeJob({"true", "true", "true", "true", "true", "true"});
   run({"--tasks", "5-6,2"});
@@ -322,10 +370,10 @@ TEST_F(RecordedRun, RunsGivenTasks) {
 TEST_F(RecordedRun, FailsATaskWithoutItsFiles) {
   writeJob({"touch out_1.png", "true", "exit 3"});
   const ProcessResult result = run({"--expect", "out_%tn.png", "--expect", "./shot.xml"});
-  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 did not make out_2.png",
+  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 no file out_2.png at its end",
                                  "3.1 failed with exit code 3"}));
   EXPECT_EQ(totals(result), "3 tasks: 1 succeeded, 2 failed (2-3)\n");
-  for (const char* pattern : {"%tx", "", "%jp1%j"}) {
+  for (const char* pattern : {"%tx", "", "%jp1%j", "%tp9"}) {
     expectRefused(run({"--expect", pattern}),
                   "--expect: " + std::string(*pattern == '\0' ? "''" : pattern) +
                       " cannot be filled in for task 1",
