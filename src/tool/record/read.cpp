@@ -12,6 +12,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -21,10 +22,14 @@
 #include "tool/system/files.h"
 #include "tool/text/characters.h"
 #include "tool/text/fields.h"
-#include "tool/text/json.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {
+
+// Not the kind that keeps the order of members: that one copies values when an object grows, by
+// recursion, which would exhaust the stack if one is nested a million deep.
+using Event = nlohmann::json;
 
 // Thrown for an event that this program would not have written.
 struct Damage {};
@@ -34,8 +39,8 @@ void require(bool isFine) {
 }
 
 template <typename Number>
-Number number(const Json& event, const char* key, std::int64_t lowest, std::int64_t highest) {
-  const Json& value = event.at(key);
+Number number(const Event& event, const char* key, std::int64_t lowest, std::int64_t highest) {
+  const Event& value = event.at(key);
   require(value.is_number_integer());
   const bool isHuge =
       value.is_number_unsigned() && value.get<std::uint64_t>() > std::uint64_t{INT64_MAX};
@@ -44,7 +49,7 @@ Number number(const Json& event, const char* key, std::int64_t lowest, std::int6
 }
 
 // Seconds, as a duration or since 1970.
-double seconds(const Json& event, const char* key) {
+double seconds(const Event& event, const char* key) {
   constexpr double longest = 1e11;
   const double value = event.at(key).get<double>();
   require(value >= 0 && value <= longest);
@@ -54,7 +59,7 @@ double seconds(const Json& event, const char* key) {
 // The texts of an event.
 class Texts {
  public:
-  explicit Texts(const Json& event) : event_(event), inBytes_(event.value("bytes", false)) {}
+  explicit Texts(const Event& event) : event_(event), inBytes_(event.value("bytes", false)) {}
 
   std::string operator()(const char* key) const {
     return of(event_.at(key));
@@ -63,12 +68,12 @@ class Texts {
   std::vector<std::string> list(const char* key) const {
     std::vector<std::string> all;
     require(event_.at(key).is_array());
-    for (const Json& text : event_.at(key)) all.push_back(of(text));
+    for (const Event& text : event_.at(key)) all.push_back(of(text));
     return all;
   }
 
  private:
-  std::string of(const Json& text) const {
+  std::string of(const Event& text) const {
     const auto& characters = text.get_ref<const std::string&>();
     if (!inBytes_) return characters;
     std::string bytes;
@@ -76,7 +81,7 @@ class Texts {
     return bytes;
   }
 
-  const Json& event_;
+  const Event& event_;
   bool inBytes_;
 };
 
@@ -84,7 +89,7 @@ constexpr std::int64_t mostTasks = std::numeric_limits<std::int32_t>::max();
 constexpr std::int64_t mostPids = std::numeric_limits<pid_t>::max();
 constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
 
-Session sessionOf(const Json& event) {
+Session sessionOf(const Event& event) {
   const Texts text(event);
   Session session;
   session.begin = seconds(event, "time");
@@ -139,7 +144,7 @@ class Reader {
  public:
   explicit Reader(Record* record) : record_(record) {}
 
-  void take(const Json& event) {
+  void take(const Event& event) {
     const auto& name = event.at(eventKey).get_ref<const std::string&>();
     for (const Handler& row : handlers) {
       if (name == row.name) return (this->*row.take)(event);
@@ -164,13 +169,13 @@ class Reader {
     }
   }
 
-  void takeSession(const Json& event) {
+  void takeSession(const Event& event) {
     finishSession();
     record_->sessions.push_back(sessionOf(event));
     count_ = number<std::size_t>(event, "count", 0, mostTasks);
   }
 
-  void takePlan(const Json& event) {
+  void takePlan(const Event& event) {
     const std::string identities = Texts(event)("identities");
     constexpr std::size_t length = 2 * TaskIdentity().size();
     require(identities.size() % length == 0);
@@ -186,7 +191,7 @@ class Reader {
     }
   }
 
-  void takeStart(const Json& event) {
+  void takeStart(const Event& event) {
     bool isNew = false;
     Attempt& started = attempt(event, &isNew);
     require(isNew);
@@ -198,7 +203,7 @@ class Reader {
     started.processStart = number<std::uint64_t>(event, "pidStart", 0, most);
   }
 
-  void takeEnd(const Json& event) {
+  void takeEnd(const Event& event) {
     bool isNew = false;
     Attempt& ended = attempt(event, &isNew);
     require(!ended.end);
@@ -221,7 +226,7 @@ class Reader {
     ended.isDiskFull = event.value("diskFull", false);
   }
 
-  void takeStop(const Json& event) {
+  void takeStop(const Event& event) {
     session().end = seconds(event, "time");
     if (event.contains("reason")) session().stopReason = Texts(event)("reason");
   }
@@ -229,7 +234,7 @@ class Reader {
  private:
   struct Handler {
     const char* name;
-    void (Reader::*take)(const Json& event);
+    void (Reader::*take)(const Event& event);
   };
   static const Handler handlers[5];
 
@@ -239,7 +244,7 @@ class Reader {
   }
 
   // The attempt that an event is about, which is new if there is none yet.
-  Attempt& attempt(const Json& event, bool* isNew) {
+  Attempt& attempt(const Event& event, bool* isNew) {
     require(isPlanned());
     const auto task = number<std::int32_t>(event, "task", 1, mostTasks);
     const std::vector<std::int32_t>& tasks = session().tasks;
@@ -267,21 +272,44 @@ const Reader::Handler Reader::handlers[] = {{sessionEvent, &Reader::takeSession}
                                             {endEvent, &Reader::takeEnd},
                                             {stopEvent, &Reader::takeStop}};
 
-bool isSession(const Json& event) {
-  return event.is_object() && event.value(eventKey, Json()) == sessionEvent;
+// The member of that name; null if there is none or `event` is no object. Not a copy, as from
+// Event::value(): copying and dumping work by recursion, too.
+const Event* member(const Event& event, const char* key) {
+  if (!event.is_object()) return nullptr;
+  const auto found = event.find(key);
+  return found == event.end() ? nullptr : &*found;
 }
 
+// The text of that member; null if there is none.
+const std::string* textMember(const Event& event, const char* key) {
+  const Event* const value = member(event, key);
+  return value == nullptr ? nullptr : value->get_ptr<const std::string*>();
+}
+
+bool isSession(const Event& event) {
+  const std::string* const name = textMember(event, eventKey);
+  return name != nullptr && *name == sessionEvent;
+}
+
+std::string damageIn(std::size_t line) {
+  return "damaged in line " + std::to_string(line);
+}
+
+constexpr std::size_t longestVersion = 100;  // bytes, in a message
+
 // Why the first event does not begin a record of this version; empty if it does.
-std::string complaintAboutFirst(const Json& event) {
+std::string complaintAboutFirst(const Event& event) {
   if (!isSession(event)) return "not a record of runlet-job";
-  const Json version = event.value("version", Json());
-  if (version != recordVersion) {
-    return "a record of version " +
-           visible(version.dump(-1, ' ', true, Json::error_handler_t::replace)) +
+  const Event* const version = member(event, "version");
+  if (version != nullptr && version->is_structured()) return damageIn(1);
+  if (version == nullptr || *version != recordVersion) {
+    const std::string text =
+        version == nullptr ? "null" : version->dump(-1, ' ', true, Event::error_handler_t::replace);
+    return "a record of version " + shortened(visible(text), longestVersion) +
            ", and this program reads version " + std::to_string(recordVersion);
   }
-  const Json id = event.value("id", Json());
-  return id.is_string() && isRecordId(id) ? "" : "damaged in line 1";
+  const std::string* const id = textMember(event, "id");
+  return id != nullptr && isRecordId(*id) ? "" : damageIn(1);
 }
 
 // Reads the whole file; only a regular file has an end.
@@ -306,16 +334,12 @@ std::string readFile(const std::string& path, std::string* text) {
 bool isSound(const std::function<void()>& read) {
   try {
     read();
-  } catch (const Json::exception&) {
+  } catch (const Event::exception&) {
     return false;
   } catch (const Damage&) {
     return false;
   }
   return true;
-}
-
-std::string damageIn(std::size_t line) {
-  return "damaged in line " + std::to_string(line);
 }
 
 }  // namespace
@@ -331,11 +355,11 @@ std::string readRecord(const std::string& path, Record* record) {
   std::size_t broken = 0;  // the number of a preceding line that is no JSON; 0 = none
   for (const std::string_view part : split('\n', text)) {
     ++line;
-    const Json event = Json::parse(part, nullptr, false);
+    const Event event = Event::parse(part, nullptr, false);
     if (line == 1) {
       std::string wrong = complaintAboutFirst(event);
       if (!wrong.empty()) return wrong;
-      record->id = event.at("id");
+      record->id = *textMember(event, "id");
     }
     // Only what a killed writer left incomplete may be broken. Then a new session or nothing
     // follows.
@@ -352,7 +376,7 @@ std::string jobOfRecord(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::string line;
   std::getline(file, line);
-  const Json event = Json::parse(line, nullptr, false);
+  const Event event = Event::parse(line, nullptr, false);
   if (!complaintAboutFirst(event).empty()) return "";
   std::string job;
   isSound([&] { job = sessionOf(event).job; });

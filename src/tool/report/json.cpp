@@ -142,18 +142,18 @@ std::string reportJson(const Overview& overview) {
   head["version"] = version;
   head["id"] = overview.record.id;
   head["state"] = stateNames[static_cast<std::size_t>(overview.state)];
-  std::string text = head.dump();
+  std::string text = asciiText(head);
   text.pop_back();  // the closing brace, since the rest follows
   text += ", \"sessions\": [";
   for (std::size_t i = 0; i < overview.sessions.size(); ++i) {
-    text += (i == 0 ? "\n " : ",\n ") + sessionJson(overview, i).dump();
+    text += (i == 0 ? "\n " : ",\n ") + asciiText(sessionJson(overview, i));
   }
   text += "\n], \"attempts\": [";
   const std::vector<std::optional<std::int32_t>> tasks = tasksOfAttempts(overview);
   for (std::size_t i = 0; i < overview.attempts.size(); ++i) {
-    text += (i == 0 ? "\n " : ",\n ") + attemptJson(overview, i, tasks[i]).dump();
+    text += (i == 0 ? "\n " : ",\n ") + asciiText(attemptJson(overview, i, tasks[i]));
   }
-  return text + "\n], \"totals\": " + totalsJson(overview).dump() + "}\n";
+  return text + "\n], \"totals\": " + asciiText(totalsJson(overview)) + "}\n";
 }
 
 }  // namespace runlet_tool

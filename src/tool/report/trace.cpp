@@ -77,8 +77,8 @@ std::string traceJson(const Overview& overview) {
   const RecordTime begin = beginOf(overview);
   const std::string& job = overview.record.sessions.back().job;
   std::string text = "{\"displayTimeUnit\": \"ms\", \"traceEvents\": [\n";
-  text += nameOf("process_name", 0, visible(job)).dump();
-  const auto add = [&](const Json& row) { text += ",\n" + row.dump(); };
+  text += asciiText(nameOf("process_name", 0, visible(job)));
+  const auto add = [&](const Json& row) { text += ",\n" + asciiText(row); };
   for (std::size_t slot = 1; slot <= overview.slots; ++slot) {
     add(nameOf("thread_name", slot, "slot " + std::to_string(slot)));
   }

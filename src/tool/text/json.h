@@ -11,6 +11,12 @@ namespace runlet_tool {
 
 using Json = nlohmann::ordered_json;
 
+// The text of a value without a line break, in ASCII: other characters, some of which act on a
+// terminal, are escaped. Every string in it is UTF-8.
+inline std::string asciiText(const Json& value) {
+  return value.dump(-1, ' ', true);
+}
+
 // Converts the strings of one object to JSON: unchanged, or, if one of them is not UTF-8, all of
 // them with one character, U+0000 to U+00FF, for each byte. The object says which in its member
 // "bytes".

@@ -359,6 +359,56 @@ TEST_F(DamagedRecord, IsRefusedWithItsLine) {
   EXPECT_EQ(readWith(sound + "{\"event\":\"of a later program\"}\n"), "");
 }
 
+// What is nested that deep must not be copied or printed, each of which works by recursion.
+TEST_F(DamagedRecord, MayBeNestedMillionsDeep) {
+  const auto lists = [](std::size_t levels) {
+    return std::string(levels, '[') + std::string(levels, ']');
+  };
+  const std::string deepest = lists(2'000'000);
+  const std::string deep = lists(200'000);
+  const std::string sound = soundText();
+  const struct {
+    const char* from;
+    std::string to;
+    const char* complaint;
+  } rows[] = {
+      {"\"version\":1,", "\"version\":" + deepest + ",", "damaged in line 1"},
+      {"\"event\":\"session\"", "\"event\":" + deepest, "not a record of runlet-job"},
+      {"\"id\":\"20261122-211530-3f2a\"", "\"id\":" + deepest, "damaged in line 1"},
+      {"\"options\":[", "\"options\":[" + deep + ",", "damaged in line 1"},
+      {"\"whole\":false", "\"whole\":" + deep, "damaged in line 1"},
+      {"\"event\":\"plan\"", "\"event\":" + deep, "damaged in line 2"},
+      {"\"event\":\"session\",", "\"event\":\"session\",\"x\":" + deepest + ",", ""},
+      {"\"event\":\"plan\",", "\"event\":\"plan\",\"x\":" + deepest + ",", ""},
+      {"\"event\":\"start\",", "\"event\":\"start\",\"x\":" + deepest + ",", ""},
+      {"\"event\":\"end\",", "\"event\":\"end\",\"x\":" + deepest + ",", ""},
+      {"\"event\":\"end\",", "\"event\":\"end\",\"logRemoved\":" + deep + ",", "damaged in line 4"},
+      {"\"event\":\"stop\",", "\"event\":\"stop\",\"x\":" + deepest + ",", ""},
+      {"\"event\":\"stop\",", "\"event\":\"later\",\"x\":" + deepest + ",", ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.from + row.to.substr(0, 40));
+    std::string text = sound;
+    const std::size_t position = text.find(row.from);
+    ASSERT_NE(position, std::string::npos) << text;
+    text.replace(position, std::string(row.from).size(), row.to);
+    EXPECT_EQ(readWith(text), row.complaint);
+  }
+  EXPECT_EQ(readWith(deep + "\n"), "not a record of runlet-job");
+  EXPECT_EQ(readWith(sound + deep + "\n"), "damaged in line 6");
+  EXPECT_EQ(readWith(sound + deep.substr(1) + "\n" + deep + "\n"), "damaged in line 6");
+  folder_.write("record.jsonl", sound);
+  EXPECT_EQ(jobOfRecord(folder_.write("deep", "{\"event\":" + deep + "}\n")), "");
+  EXPECT_EQ(jobOfRecord(path()), "/jobs/job.xml");
+}
+
+TEST_F(DamagedRecord, HasALongVersionThatIsShortened) {
+  std::string text = soundText();
+  text.replace(text.find("\"version\":1"), 11, "\"version\":\"" + std::string(99999, 'x') + "\"");
+  EXPECT_EQ(readWith(text), "a record of version \"" + std::string(99, 'x') +
+                                "..., and this program reads version 1");
+}
+
 TEST_F(DamagedRecord, MayHaveABrokenLineOnlyBeforeASessionAndAtTheEnd) {
   const std::string sound = soundText();
   const std::string first = sound.substr(0, sound.find('\n') + 1);
