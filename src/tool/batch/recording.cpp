@@ -77,6 +77,7 @@ void describeSession(const Batch& batch, const SessionLimits& limits, Session* s
   session->process = ownProcess();
   session->atATime = limits.atATime;
   session->timeLimit = limits.timeLimit;
+  session->expected = batch.expected;
 }
 
 std::string numbersText(const std::vector<std::int32_t>& tasks) {
@@ -265,6 +266,8 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
     return exitUnreadable;
   }
   session_.isWhole = record.sessions.back().isWhole;
+  // A success means the same as before.
+  if (batch->expected.empty()) batch->expected = record.sessions.back().expected;
   session_.tasks = remaining.tasks;
   batch->tasks = remaining.toRun;
   batch->attempts.clear();

@@ -62,8 +62,8 @@ struct RunOutcome {
 // Runs the tasks in order until all have ended, and shows that. Those to be tried again come after
 // all others, each with a new log. A task that exceeds the time limit is ended: its group gets
 // SIGTERM, after the grace period SIGKILL, and once the task itself has ended, the rest of its
-// group is killed. If after another grace period it still has not ended, the run goes on without it.
-// Background processes of a task that ends by itself are left alone.
+// group is killed. If after another grace period it still has not ended, the run goes on without
+// it. Background processes of a task that ends by itself are left alone.
 //
 // When the halt rule applies and something would be left to start or, if it ends running tasks, to
 // end, standard error says so, and no further tasks are started; tasks that it ends count as

@@ -96,6 +96,7 @@ Session sessionOf(const Event& event) {
   session.toolVersion = text("tool");
   session.verb = text("verb");
   session.options = text.list("options");
+  session.expected = text.list("expect");
   session.job = text("job");
   session.appPath = text("application");
   session.digest = text("sha256");

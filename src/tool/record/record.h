@@ -51,9 +51,10 @@ struct Session {
   std::string folder;                // that the tasks run in, as a full path
   std::int32_t uid = -1;             // that the tasks run as
   std::int32_t gid = -1;
-  ProcessName process;       // the `run` itself; the tasks run on its host
-  std::int32_t atATime = 1;  // how many tasks may run at a time
-  double timeLimit = 0;      // of each task, in seconds; 0 = none
+  ProcessName process;                // the `run` itself; the tasks run on its host
+  std::int32_t atATime = 1;           // how many tasks may run at a time
+  double timeLimit = 0;               // of each task, in seconds; 0 = none
+  std::vector<std::string> expected;  // patterns of the files that tasks must make
   // The tasks of the batch, ascending, whether this session has to run them or not, and what each
   // of them runs.
   bool isWhole = true;    // they are all tasks of the job

@@ -60,9 +60,9 @@ Json planOf(const Session& session, std::size_t first) {
 }
 
 Json eventOf(const std::string& id, const Session& session) {
-  const bool inBytes = !areUtf8(session.options) || !isUtf8(session.job) ||
-                       !isUtf8(session.appPath) || !isUtf8(session.folder) ||
-                       !isUtf8(session.process.host);
+  const bool inBytes = !areUtf8(session.options) || !areUtf8(session.expected) ||
+                       !isUtf8(session.job) || !isUtf8(session.appPath) ||
+                       !isUtf8(session.folder) || !isUtf8(session.process.host);
   const JsonStrings string(inBytes);
   Json event = eventWith(sessionEvent, session.begin, inBytes);
   event["version"] = recordVersion;
@@ -83,6 +83,7 @@ Json eventOf(const std::string& id, const Session& session) {
   event["pidStart"] = session.process.start;
   event["atATime"] = session.atATime;
   event["timeLimit"] = session.timeLimit;
+  event["expect"] = array(session.expected, string);
   event["count"] = session.tasks.size();
   event["whole"] = session.isWhole;
   return event;
@@ -141,30 +142,31 @@ int RecordWriter::append(const std::string& path) {
 }
 
 int RecordWriter::beginSession(const Session& session) {
-  int error = put(eventOf(id_, session).dump());
+  int error = put(eventOf(id_, session));
   for (std::size_t i = 0; error == 0 && i < session.tasks.size(); i += mostTasksInALine) {
-    error = put(planOf(session, i).dump());
+    error = put(planOf(session, i));
   }
   return error;
 }
 
 int RecordWriter::beginAttempt(const Attempt& attempt) {
-  return put(startOf(attempt).dump());
+  return put(startOf(attempt));
 }
 
 int RecordWriter::endAttempt(const Attempt& attempt) {
-  return put(endOf(attempt).dump());
+  return put(endOf(attempt));
 }
 
 int RecordWriter::endSession(const Session& session) {
   const bool inBytes = !isUtf8(session.stopReason);
   Json event = eventWith(stopEvent, *session.end, inBytes);
   if (!session.stopReason.empty()) event["reason"] = JsonStrings(inBytes)(session.stopReason);
-  return put(event.dump());
+  return put(event);
 }
 
-int RecordWriter::put(const std::string& event) {
-  const std::string line = event + "\n";
+int RecordWriter::put(const Json& event) {
+  // In ASCII, so that the line is safe in a terminal.
+  const std::string line = event.dump(-1, ' ', true) + "\n";
   const off_t size = lseek(file_.number(), 0, SEEK_END);
   const int error = writeAll(file_.number(), line);
   // Nothing may follow the part of the line that has been written.

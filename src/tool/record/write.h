@@ -8,6 +8,7 @@
 #include "tool/record/record.h"
 #include "tool/system/files.h"
 #include "tool/system/output_place.h"
+#include "tool/text/json.h"
 
 namespace runlet_tool {
 
@@ -36,7 +37,7 @@ class RecordWriter {
   int endSession(const Session& session);
 
  private:
-  int put(const std::string& event);
+  int put(const Json& event);
 
   std::string id_;
   Mirror mirror_;

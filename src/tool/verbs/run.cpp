@@ -73,9 +73,9 @@ std::optional<HaltRule> haltRuleOf(const Batch& batch, const RunOptions& options
 }
 
 // A task that has succeeded fails if one of its files is missing.
-void lookForFiles(const Batch& batch, const RunOptions& options, std::size_t index, TaskEnd* end) {
+void lookForFiles(const Batch& batch, std::size_t index, TaskEnd* end) {
   if (end->ending != Ending::succeeded) return;
-  const std::string complaint = complaintAboutFiles(batch, batch.tasks[index], options.expected);
+  const std::string complaint = complaintAboutFiles(batch, batch.tasks[index], batch.expected);
   if (!complaint.empty()) *end = {Ending::failed, 0, complaint};
 }
 
@@ -118,7 +118,7 @@ TaskSource taskSource(const Batch& batch, const RunOptions& options, DiskLook* d
           },
           {},
           [&batch, &options, disk](std::size_t index, TaskTry* tried) {
-            lookForFiles(batch, options, index, &tried->end);
+            lookForFiles(batch, index, &tried->end);
             if (!options.keepsAllLogs) removeLogOfSuccess(batch, index, tried);
             tried->isDiskFull = tried->process != 0 && !tried->isLogRemoved && disk->isFull();
             return true;
@@ -179,8 +179,8 @@ SessionLimits sessionLimits(const Batch& batch, const RunOptions& options) {
 }
 
 // Whether the tasks can be run, after a message on standard error if not.
-bool isReady(const Batch& batch, const RunOptions& options) {
-  return areFit(options.expected, name, batch.context) && requireFullApplication(batch.context) &&
+bool isReady(const Batch& batch) {
+  return areFit(batch.expected, name, batch.context) && requireFullApplication(batch.context) &&
          requireRunFolder(batch, name);
 }
 
@@ -188,6 +188,8 @@ int runRecorded(const RunOptions& options, Batch* batch, Starter* starter) {
   Recording recording;
   int status = recording.choose(options.record, batch);
   if (status != exitFine || batch->tasks.empty()) return status;
+  // A batch that is resumed may have patterns that do not fit the job any more.
+  if (!areFit(batch->expected, name, batch->context)) return exitUnreadable;
   if (!makeLogFolder(*batch, name)) return exitUnreadable;
   status = recording.open(options.record, sessionLimits(*batch, options), *batch);
   if (status != exitFine) {
@@ -219,7 +221,8 @@ int runJob(const RunOptions& options) {
   int status = takeJobFromRecord(options.record, &selected);
   if (status == exitFine) status = prepareBatch(selected, name, &batch);
   if (status != exitFine) return status;
-  if (!isReady(batch, options)) return exitUnreadable;
+  batch.expected = options.expected;
+  if (!isReady(batch)) return exitUnreadable;
   if (id.empty()) return runRecorded(options, &batch, &starter);
   return makeLogFolder(batch, name) ? runTasksOf(&batch, options, nullptr, &starter)
                                     : exitUnreadable;

@@ -35,6 +35,7 @@ Session someSession() {
   session.gid = -5;
   session.process = {"node", "boot", 7, 4242, 99};
   session.atATime = 2;
+  session.expected = {"out_%tn.png"};
   session.timeLimit = 90;
   session.isWhole = false;
   session.tasks = {2, 3, 9};
@@ -114,6 +115,7 @@ void expectEqual(const Session& left, const Session& right) {
   EXPECT_EQ(left.gid, right.gid);
   EXPECT_EQ(left.process, right.process);
   EXPECT_EQ(left.atATime, right.atATime);
+  EXPECT_EQ(left.expected, right.expected);
   EXPECT_EQ(left.timeLimit, right.timeLimit);
   EXPECT_EQ(left.isWhole, right.isWhole);
   EXPECT_EQ(left.tasks, right.tasks);

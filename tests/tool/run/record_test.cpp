@@ -348,7 +348,7 @@ TEST_F(RecordedRun, IsResumedWithTheGivenTasks) {
                 "--resume: the job is not what batch " + record().id +
                     " has run: 1 task is gone or changed; nothing is run. --accept-changes resumes "
                     "it as it is now",
-                "exit 1");
+                "exit 2");
 }
 
 TEST_F(RecordedRun, RunsGivenTasks) {
@@ -386,6 +386,16 @@ TEST_F(RecordedRun, FailsATaskWithoutItsFiles) {
   }
   EXPECT_EQ(describeStatus(runTool({"check", jobFile_, "--expect", "%tn.png"}).waitStatus),
             "exit 0");
+}
+
+TEST_F(RecordedRun, ExpectsTheSameFilesWhenItIsResumed) {
+  writeJob({"true", "test ! -e late || touch made.2"});
+  run({"--expect", "made.%tn", "--tasks", "2"});
+  EXPECT_EQ(totals(resume()), "1 task: 1 failed (2)\n");
+  folder_.write("late", "");
+  EXPECT_EQ(totals(resume()), "1 task: 1 succeeded\n");
+  EXPECT_EQ(attempts(), (Strings{"2.1 no file made.2 at its end", "2.2 no file made.2 at its end",
+                                 "2.3 succeeded"}));
 }
 
 TEST_F(RecordedRun, KeepsOnlyLogsOfFailuresOnRequest) {
