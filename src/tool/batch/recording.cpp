@@ -120,7 +120,7 @@ bool hasTasks(const std::string& path) {
 std::string lastRecordOf(const std::string& job, std::string* id) {
   std::string folder;
   std::string complaint = findStateFolder(&folder);
-  if (!complaint.empty()) return complaint;
+  if (!complaint.empty()) return "no folder for records: " + complaint;
   const std::vector<std::string> ids = recordIds(folder);
   const auto last = std::find_if(ids.rbegin(), ids.rend(), [&](const std::string& candidate) {
     const std::string path = recordPath(folder, candidate);
@@ -128,7 +128,7 @@ std::string lastRecordOf(const std::string& job, std::string* id) {
   });
   if (last == ids.rend()) {
     return "there is no record" + (job.empty() ? "" : " of " + shortShellWord(job)) + " in " +
-           folder;
+           shortShellWord(folder);
   }
   *id = *last;
   return "";
@@ -189,52 +189,66 @@ std::string writeFailure(const std::string& path, int error) {
 }  // namespace
 
 int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch) {
-  if (!options.resume || !batch->job.empty()) return exitFine;
+  if (!options.resume) return exitFine;
   std::string path;
   Record record;
-  const std::string complaint = readMeant(*options.resume, "", &path, &record);
-  if (!complaint.empty()) return giveUp("--resume: " + complaint);
-  batch->job = record.sessions.back().job;
+  const bool hasJob = !batch->job.empty();
+  const std::string job = hasJob ? fullPath(currentFolder(), batch->job) : "";
+  const std::string complaint = readMeant(*options.resume, job, &path, &record);
+  if (!complaint.empty()) return hasJob ? exitFine : giveUp("--resume: " + complaint);
+  if (!hasJob) batch->job = record.sessions.back().job;
   if (batch->appPath.empty()) batch->appPath = record.sessions.back().appPath;
   return exitFine;
 }
 
 int Recording::choose(const RecordOptions& options, Batch* batch) {
-  const std::string complaint = findStateFolder(&stateFolder_);
-  if (!complaint.empty()) {
-    if (options.file.empty() && !options.resume) {
-      return giveUp("no folder for records: " + complaint +
-                    "; --record FILE creates one elsewhere");
-    }
-    say("cannot find out whether the job is running already: " + complaint);
-    stateFolder_.clear();
+  int status = claimBatch(options, *batch);
+  if (status != exitFine) return status;
+  session_.isWhole = batch->isWhole;
+  session_.tasks = batch->tasks;
+  if (options.resume) {
+    status = resume(options, batch);
+  } else {
+    if (!options.failedOf.empty()) status = selectFailed(options.failedOf, batch);
+    batch->attempts.assign(batch->tasks.size(), 0);
   }
+  if (status != exitFine) return status;
+  session_.identities = identitiesOf(*batch, session_.tasks);
+  batch->logFolder = fullPath(batch->logFolder, batch->name + "-" + id_);
+  batch->logFolderKind = isResumed_ ? LogFolder::owned : LogFolder::created;
+  return exitFine;
+}
+
+int Recording::useStateFolder(const RecordOptions& options) {
+  const std::string complaint = findStateFolder(&stateFolder_);
+  if (complaint.empty()) return exitFine;
+  if (options.file.empty() && !options.resume) {
+    return giveUp("no folder for records: " + complaint + "; --record FILE creates one elsewhere");
+  }
+  say("cannot find out whether the job is running already: " + complaint);
+  stateFolder_.clear();
+  return exitFine;
+}
+
+int Recording::claimBatch(const RecordOptions& options, const Batch& batch) {
+  const int status = useStateFolder(options);
+  if (status != exitFine) return status;
   id_ = newRecordId();
   path_ = options.file.empty() ? recordPath(stateFolder_, id_) : options.file;
   path_ = fullPath(currentFolder(), path_);
   Record resumed;
   if (options.resume) {
-    const std::string wrong = readMeant(*options.resume, batch->context.jobFile, &path_, &resumed);
+    const std::string wrong = readMeant(*options.resume, batch.context.jobFile, &path_, &resumed);
     if (!wrong.empty()) return giveUp("--resume: " + wrong);
     id_ = resumed.id;
     isResumed_ = true;
   }
-  const std::string taken = claim(realPath(batch->context.jobFile));
-  if (!taken.empty()) return giveUp(shortShellWord(batch->context.jobFile) + ": " + taken);
+  const std::string taken = claim(realPath(batch.context.jobFile));
+  if (!taken.empty()) return giveUp(shortShellWord(batch.context.jobFile) + ": " + taken);
   // Also for another copy of the job. Nobody else can know a new id yet.
   const std::string isClaimed = claim(id_);
   if (!isClaimed.empty()) return giveUp("--resume: " + id_ + ": " + isClaimed);
-  session_.isWhole = batch->isWhole;
-  session_.tasks = batch->tasks;
-  const int status = options.resume             ? resume(options, batch)
-                     : options.failedOf.empty() ? exitFine
-                                                : selectFailed(options.failedOf, batch);
-  if (status != exitFine) return status;
-  session_.identities = identitiesOf(*batch, session_.tasks);
-  if (!options.resume) batch->attempts.assign(batch->tasks.size(), 0);
-  batch->logFolder = fullPath(batch->logFolder, batch->name + "-" + id_);
-  batch->logFolderKind = isResumed_ ? LogFolder::owned : LogFolder::created;
-  return status;
+  return exitFine;
 }
 
 std::string Recording::claim(const std::string& what) {

@@ -32,8 +32,9 @@ struct SessionLimits {
   double timeLimit = 0;  // seconds; 0 = none
 };
 
-// If `options` continue a record and `batch` names no job, completes `batch` with the job and the
-// application of the record. Returns exitFine, or the status to exit with after a message.
+// If `options` continue a record, completes `batch` with its application and, if `batch` names no
+// job, with its job. Returns exitFine, or the status to exit with after a message. If `batch` names
+// a job, `Recording::choose` says what is wrong with the record.
 int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch);
 
 // The record of a batch, from its start to its end.
@@ -67,6 +68,8 @@ class Recording {
   bool end(const std::string& stopReason);
 
  private:
+  int useStateFolder(const RecordOptions& options);
+  int claimBatch(const RecordOptions& options, const Batch& batch);
   int resume(const RecordOptions& options, Batch* batch);
   int selectFailed(const std::string& meant, Batch* batch);
   std::string claim(const std::string& what);

@@ -135,11 +135,6 @@ void addRecording(Recording* recording, Batch* batch, TaskSource* source) {
   };
 }
 
-std::string stopText(const RunOutcome& outcome) {
-  if (outcome.signal == 0) return outcome.stopReason;
-  return "interrupted by " + signalText(outcome.signal);
-}
-
 // Returns the exit status. `recording` may be null.
 int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, Starter* starter) {
   // Held until the end: another signal must not cost an interrupted run its summary.
@@ -158,7 +153,7 @@ int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, St
   }();
   if (!options.keepsAllLogs) removeEmptyLogFolder(*batch);
   // Before the summary, which may be read slowly.
-  const bool isRecorded = recording == nullptr || recording->end(stopText(outcome));
+  const bool isRecorded = recording == nullptr || recording->end(outcome.stopReason);
   const int status =
       options.record.asJson
           ? statusOf(outcome.ends)

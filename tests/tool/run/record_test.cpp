@@ -388,6 +388,17 @@ TEST_F(RecordedRun, FailsATaskWithoutItsFiles) {
             "exit 0");
 }
 
+// With or without the job on the command line.
+TEST_F(RecordedRun, IsResumedWithItsApplication) {
+  folder_.write("tool", "#!/bin/sh\ntest -e good\n", 0755);
+  job_.arguments = "tool %tp1";
+  writeJob({"1"});
+  EXPECT_EQ(totals(run({"-a", folder_.file("app")})), "1 task: 1 failed (1)\n");
+  EXPECT_EQ(totals(resume()), "1 task: 1 failed (1)\n");
+  folder_.write("good", "");
+  EXPECT_EQ(totals(runTool({"run", "--resume", recordFile_})), "1 task: 1 succeeded\n");
+}
+
 TEST_F(RecordedRun, ExpectsTheSameFilesWhenItIsResumed) {
   writeJob({"true", "test ! -e late || touch made.2"});
   run({"--expect", "made.%tn", "--tasks", "2"});
