@@ -22,6 +22,11 @@ std::string timeOf(const TaskTry& attempt) {
   return (isFine ? " in " : " after ") + durationText(attempt.wall);
 }
 
+bool isOwnFailure(Ending ending) {
+  return ending != Ending::succeeded && ending != Ending::interrupted &&
+         ending != Ending::notStarted;
+}
+
 }  // namespace
 
 std::string signalText(int signal) {
@@ -30,9 +35,11 @@ std::string signalText(int signal) {
 
 RunDisplay::RunDisplay(const std::vector<std::int32_t>& numbers,
                        std::function<std::string(std::size_t)> logOf, bool isQuiet)
-    : numbers_(numbers), logOf_(std::move(logOf)), bar_("running", numbers.size()) {
-  hasLines_ = !isQuiet && !bar_.isOnTerminal();
-}
+    : numbers_(numbers),
+      logOf_(std::move(logOf)),
+      isQuiet_(isQuiet),
+      hasColour_(wantsColour(stderr)),
+      bar_("running", numbers.size()) {}
 
 void RunDisplay::showEnd(std::size_t task, const TaskTry& attempt, bool isFinal,
                          const RunCounts& counts) {
@@ -42,9 +49,11 @@ void RunDisplay::showEnd(std::size_t task, const TaskTry& attempt, bool isFinal,
     showMessage("task " + std::to_string(numbers_[task]) +
                 ": its log may be incomplete, the disk is full: " + log);
   }
-  if (!hasLines_) return;
+  const bool hasFailed = isFinal && isOwnFailure(attempt.end.ending);
+  if (isQuiet_ || (isOnTerminal() && !hasFailed)) return;
   std::string line = "task " + std::to_string(numbers_[task]) + ": ";
-  line += visible(describe(attempt.end)) + timeOf(attempt);
+  // There are colours on a terminal only, and there only lines of failures.
+  line += coloured(visible(describe(attempt.end)), Colour::red, hasColour_) + timeOf(attempt);
   if (isFinal) {
     line += " (" + std::to_string(counts.done) + " of " + std::to_string(numbers_.size()) + ")";
   } else {
@@ -54,6 +63,7 @@ void RunDisplay::showEnd(std::size_t task, const TaskTry& attempt, bool isFinal,
     line += ", log:";
     appendShellWord(logOf_(task), &line);
   }
+  bar_.erase();
   std::fprintf(stderr, "%s\n", line.c_str());
 }
 

@@ -20,8 +20,8 @@ struct RunCounts {
   std::size_t running = 0;  // processes of tasks
 };
 
-// Writes to standard error: on a terminal a bar, otherwise, unless quiet, a line for each task that
-// ends.
+// Writes to standard error: unless quiet, a line for each try that ends. On a terminal there is a
+// bar, and only tasks that have failed for good, not interrupted ones, have a line above it.
 class RunDisplay {
  public:
   // `numbers` are those of the tasks in the job, and must outlive the object. `logOf` yields the
@@ -51,7 +51,8 @@ class RunDisplay {
 
   const std::vector<std::int32_t>& numbers_;
   std::function<std::string(std::size_t)> logOf_;
-  bool hasLines_;
+  bool isQuiet_;
+  bool hasColour_;
   std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
   Progress bar_;
 };

@@ -54,7 +54,9 @@ std::string progressLine(const std::string& what, std::size_t done, std::size_t 
   if (width >= narrowestBar) {
     line.append("[").append(filled, '#').append(width - filled, ' ').append("] ");
   }
-  return (line + details).substr(0, room);
+  line += details;
+  if (line.size() <= room) return line;
+  return line.substr(0, std::min(line.rfind(", ", room), room));
 }
 
 Progress::Progress(std::string what, std::size_t total)

@@ -23,7 +23,8 @@ enum class Colour { none, red, yellow, cyan, green };
 // `text` in that colour, if `wanted`.
 std::string coloured(const std::string& text, Colour colour, bool wanted);
 
-// A line that fits into `columns`: `what`, a bar if there is room for one, and `details`.
+// A line that fits into `columns`: `what`, a bar if there is room for one, and `details`. Where
+// these consist of parts with ", " between them, those that do not fit are left out.
 std::string progressLine(const std::string& what, std::size_t done, std::size_t total,
                          const std::string& details, std::size_t columns);
 

@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <regex>
+#include <string>
 #include <thread>
 
 #include "process.h"
@@ -103,27 +105,93 @@ TEST(RunDisplay, SaysWhatAnInterruptWaitsFor) {
   }
 }
 
-// Messages do not run into the bar.
-TEST(RunDisplay, HasABarOnATerminal) {
+// A variable of the environment during its lifetime.
+class Variable {
+ public:
+  Variable(const char* name, const char* value) : name_(name) {
+    const char* const before = std::getenv(name);
+    isSet_ = before != nullptr;
+    if (isSet_) before_ = before;
+    setenv(name, value, 1);
+  }
+  ~Variable() {
+    isSet_ ? setenv(name_, before_.c_str(), 1) : unsetenv(name_);
+  }
+  Variable(const Variable&) = delete;
+  Variable& operator=(const Variable&) = delete;
+
+ private:
+  const char* name_;
+  bool isSet_ = false;
+  std::string before_;
+};
+
+// What `show` writes to a terminal.
+template <typename Show>
+std::string shownOnTerminal(bool isQuiet, bool hasColour, const Show& show) {
+  const Variable terminalKind("TERM", "xterm");
+  const Variable noColour("NO_COLOR", hasColour ? "" : "1");
   const runlet_test::Terminal terminal;
   const int before = dup(STDERR_FILENO);
   runlet_test::openAs(STDERR_FILENO, terminal.name(), O_WRONLY | O_NOCTTY);
   {
-    RunDisplay display(numbers, logOf, false);
-    display.refresh({0, 0, 2});
-    display.showEnd(1, tryOf({Ending::failed, 2, ""}, 0.3), true, {1, 1, 1});
-    std::this_thread::sleep_for(milliseconds(1050));
-    display.refresh({2, 1, 1});
-    display.showMessage("no");
-    display.showInterrupt(SIGINT, milliseconds(10'000), {});
+    RunDisplay display(numbers, logOf, isQuiet);
+    show(&display);
   }
   dup2(before, STDERR_FILENO);
   close(before);
+  return terminal.written();
+}
+
+// Messages do not run into the bar.
+TEST(RunDisplay, HasABarOnATerminal) {
+  const std::string written = shownOnTerminal(false, false, [](RunDisplay* display) {
+    display->refresh({0, 0, 2});
+    display->showEnd(1, tryOf({Ending::succeeded, 0, ""}, 0.3), true, {1, 0, 1});
+    std::this_thread::sleep_for(milliseconds(1050));
+    display->refresh({1, 0, 1});
+    display->showEnd(1, tryOf({Ending::failed, 2, ""}, 0.3), true, {2, 1, 1});
+    std::this_thread::sleep_for(milliseconds(150));
+    display->refresh({2, 1, 1});
+    display->showMessage("no");
+    display->showInterrupt(SIGINT, milliseconds(10'000), {});
+  });
+  const std::string left = "[^,]+ left\033\\[K\r\033\\[K";
   const std::regex form(
-      "\rrunning \\[#{10,20} {10,20}\\] 2 of 4, 1 running, 1 failed, [0-9]+\\.[0-9] s left\033\\[K"
-      "\r\033\\[Krunlet-job: run: no\r\ninterrupted by signal 2 \\(Interrupt\\)\r\n");
-  const std::string written = terminal.written();
+      "\rrunning \\[#{5,10} {15,30}\\] 1 of 4, 1 running, " + left +
+      "task 5: failed with exit code 2 after 300 ms \\(2 of 4\\), log: '/logs/of shot-1'\r\n"
+      "\rrunning \\[#{10,20} {10,20}\\] 2 of 4, 1 running, 1 failed, " +
+      left + "runlet-job: run: no\r\ninterrupted by signal 2 \\(Interrupt\\)\r\n");
   EXPECT_TRUE(std::regex_match(written, form)) << written;
+}
+
+// Only they have lines there, and only when they are not tried again.
+TEST(RunDisplay, ShowsFailuresOnATerminal) {
+  const struct {
+    TaskEnd end;
+    bool isFinal;
+    std::string what;  // empty = no line
+  } rows[] = {
+      {{Ending::failed, 2, ""}, true, "failed with exit code 2"},
+      {{Ending::failed, 2, ""}, false, ""},
+      {{Ending::timedOut, 0, ""}, true, "timed out"},
+      {{Ending::killed, SIGKILL, ""}, true, "killed by signal 9 (Killed)"},
+      {{Ending::other, 0, "cannot open log (\033)"}, true, "cannot open log (\\x1b)"},
+      {{Ending::succeeded, 0, ""}, true, ""},
+      {{Ending::interrupted, 0, ""}, true, ""},
+      {{Ending::notStarted, 0, ""}, true, ""},
+  };
+  for (const auto& row : rows) {
+    const auto show = [&](RunDisplay* display) {
+      display->showEnd(1, tryOf(row.end, 0.3), row.isFinal, {3, 1, 0});
+    };
+    const std::string end = " after 300 ms (3 of 4), log: '/logs/of shot-1'\r\n";
+    const bool hasLine = !row.what.empty();
+    EXPECT_EQ(shownOnTerminal(false, false, show), hasLine ? "task 5: " + row.what + end : "");
+    EXPECT_EQ(shownOnTerminal(false, true, show),
+              hasLine ? "task 5: \033[1;31m" + row.what + "\033[0m" + end : "");
+    EXPECT_EQ(shownOnTerminal(true, true, show), "");
+  }
 }
 
 }  // namespace

@@ -116,6 +116,29 @@ TEST(ProgressBar, FitsIntoTheTerminal) {
   }
 }
 
+// As many details as fit, each of them whole.
+TEST(ProgressBar, LeavesOutDetails) {
+  const struct {
+    std::size_t columns;
+    const char* line;
+  } rows[] = {
+      {36, "running 1 of 4, 3 running, 2 failed"},
+      {35, "running 1 of 4, 3 running"},
+      {28, "running 1 of 4, 3 running"},
+      {27, "running 1 of 4, 3 running"},
+      {26, "running 1 of 4, 3 running"},
+      {25, "running 1 of 4"},
+      {15, "running 1 of 4"},
+      {14, "running 1 of "},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(
+        runlet_tool::progressLine("running", 1, 4, "1 of 4, 3 running, 2 failed", row.columns),
+        row.line)
+        << row.columns;
+  }
+}
+
 TEST(ProgressBar, FollowsTheWidthOfTheTerminal) {
   const Terminal terminal;
   {
