@@ -134,12 +134,11 @@ std::string top(const Overview& overview) {
 
 // --- Failures
 
-std::string logMarkup(const std::string& path) {
-  if (path.empty()) return "";
-  std::string text = element("p", "log", "Log: " + markup(pathText(path)));
-  const LogEnd end = readLogEnd(path, shownLogLines);
-  if (!end.error.empty())
-    return text + element("p", "log", "It cannot be read: " + markup(end.error));
+std::string logMarkup(const Record& record, const Attempt& attempt) {
+  if (attempt.log.empty()) return "";
+  std::string text = element("p", "log", "Log: " + markup(pathText(attempt.log)));
+  const LogEnd end = readLogEnd(record, attempt, shownLogLines);
+  if (!end.note.empty()) return text + element("p", "log", markup(end.note));
   std::string lines;
   for (const std::string& line : end.lines) lines += markup(line) + "\n";
   return lines.empty() ? text : text + element("pre", lines);
@@ -161,7 +160,7 @@ std::string failureRow(const Overview& overview, std::size_t attempt) {
       "td", recorded.process == 0 ? "" : "after " + durationText(overview.attempts[attempt].wall));
   const std::string command = commandText(recorded.words, longestCommand);
   return text + "<td>" + (command.empty() ? "" : element("code", markup(command))) +
-         logMarkup(recorded.log) + "</td></tr>\n";
+         logMarkup(overview.record, recorded) + "</td></tr>\n";
 }
 
 // The table of the failures from `first` on, at most up to `end`; sets `*shown` to the first that

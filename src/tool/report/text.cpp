@@ -83,11 +83,11 @@ std::string counts(const Overview& overview) {
   return "\n" + text + (full.empty() ? "" : full + "\n");
 }
 
-std::string logText(const std::string& path) {
-  if (path.empty()) return "";
-  std::string text = "    log: " + shownPath(path) + "\n";
-  const LogEnd end = readLogEnd(path, logLinesInText);
-  if (!end.error.empty()) return text + "      cannot be read: " + end.error + "\n";
+std::string logText(const Record& record, const Attempt& attempt) {
+  if (attempt.log.empty()) return "";
+  std::string text = "    log: " + shownPath(attempt.log) + "\n";
+  const LogEnd end = readLogEnd(record, attempt, logLinesInText);
+  if (!end.note.empty()) return text + "      " + end.note + "\n";
   for (const std::string& line : end.lines) text += "      | " + line + "\n";
   return text;
 }
@@ -113,7 +113,7 @@ std::string failures(const Overview& overview, bool hasColour) {
   for (std::size_t i = 0; i < std::min(count, shownFailures); ++i) {
     const std::size_t attempt = *overview.tasks[overview.failures[i]].attempt;
     text += attemptLine(overview, attempt, hasColour);
-    if (i < failuresWithLogs) text += logText(overview.record.attempts[attempt].log);
+    if (i < failuresWithLogs) text += logText(overview.record, overview.record.attempts[attempt]);
   }
   if (count <= shownFailures) return text;
   return text + "  and " + std::to_string(count - shownFailures) + " more\n";

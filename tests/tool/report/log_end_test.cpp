@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -16,6 +17,17 @@ namespace {
 
 using runlet_test::TempFolder;
 using Lines = std::vector<std::string>;
+
+// The end of the log of a task of this process's user.
+LogEnd endOf(const std::string& path, std::size_t mostLines) {
+  Record record;
+  Session& session = record.sessions.emplace_back();
+  session.uid = static_cast<std::int32_t>(geteuid());
+  session.gid = static_cast<std::int32_t>(getegid());
+  Attempt attempt;
+  attempt.log = path;
+  return readLogEnd(record, attempt, mostLines);
+}
 
 TEST(LogEnd, IsItsLastLines) {
   const TempFolder folder;
@@ -36,8 +48,8 @@ TEST(LogEnd, IsItsLastLines) {
       {"one\n" + std::string(4094, 'x') + "\n", {std::string(200, 'x') + "..."}},
   };
   for (const auto& row : rows) {
-    const LogEnd end = readLogEnd(folder.write("log", row.text), 2);
-    EXPECT_EQ(end.error, "");
+    const LogEnd end = endOf(folder.write("log", row.text), 2);
+    EXPECT_EQ(end.note, "");
     EXPECT_EQ(end.lines, row.lines) << row.text.substr(0, 40);
   }
 }
@@ -47,17 +59,21 @@ TEST(LogEnd, IsReadFromRegularFilesOnly) {
   folder.write("log", "text");
   std::filesystem::create_symlink(folder.file("log"), folder.file("link"));
   ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
+  const std::string unreadable = "cannot be read: ";
   const struct {
     std::string path;
-    std::string error;
+    std::string note;
   } rows[] = {
-      {folder.file("none"), std::strerror(ENOENT)}, {folder.file("link"), std::strerror(ELOOP)},
-      {folder.file("pipe"), "not a regular file"},  {folder.path(), "not a regular file"},
-      {"/dev/zero", "not a regular file"},          {"/proc/self/mem", ""},  // of no size
+      {folder.file("none"), unreadable + std::strerror(ENOENT)},
+      {folder.file("link"), unreadable + std::strerror(ELOOP)},
+      {folder.file("pipe"), unreadable + "not a regular file"},
+      {folder.path(), unreadable + "not a regular file"},
+      {"/dev/zero", unreadable + "not a regular file"},
+      {"/proc/self/mem", ""},  // of no size
   };
   for (const auto& row : rows) {
-    const LogEnd end = readLogEnd(row.path, 5);
-    EXPECT_EQ(end.error, row.error) << row.path;
+    const LogEnd end = endOf(row.path, 5);
+    EXPECT_EQ(end.note, row.note) << row.path;
     EXPECT_EQ(end.lines, Lines()) << row.path;
   }
 }
