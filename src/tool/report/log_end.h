@@ -17,10 +17,13 @@ struct LogEnd {
   std::vector<std::string> lines;
 };
 
-// Reads at most the last 4 KiB of the log of an attempt of `record`, unless the record is not to be
-// trusted. For root, with only the rights of the user and group that the task ran as: that user may
-// have replaced the log's folder by a link. The log itself must not be a link, and nothing but a
-// regular file is opened. A file system that does not respond costs at most half a minute.
-LogEnd readLogEnd(const Record& record, const Attempt& attempt, std::size_t mostLines);
+// Reads at most the last 4 KiB of each log of these attempts, given by their positions in `record`,
+// unless the record is not to be trusted. For root, with only the rights of the user and group that
+// the tasks ran as: that user may have replaced the logs' folder by a link. A log itself must not
+// be a link, and nothing but a regular file is opened. Parallel to `attempts`.
+//
+// A file system of that user that does not respond costs at most half a minute for each session.
+std::vector<LogEnd> readLogEnds(const Record& record, const std::vector<std::size_t>& attempts,
+                                std::size_t mostLines);
 
 }  // namespace runlet_tool

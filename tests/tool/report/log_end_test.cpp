@@ -3,14 +3,18 @@
 #include "tool/report/log_end.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 
+#include "adapter_test.h"
 #include "temp_folder.h"
+#include "tool/system/files.h"
 
 namespace runlet_tool {
 namespace {
@@ -24,9 +28,8 @@ LogEnd endOf(const std::string& path, std::size_t mostLines) {
   Session& session = record.sessions.emplace_back();
   session.uid = static_cast<std::int32_t>(geteuid());
   session.gid = static_cast<std::int32_t>(getegid());
-  Attempt attempt;
-  attempt.log = path;
-  return readLogEnd(record, attempt, mostLines);
+  record.attempts.emplace_back().log = path;
+  return readLogEnds(record, {0}, mostLines).at(0);
 }
 
 TEST(LogEnd, IsItsLastLines) {
@@ -52,6 +55,42 @@ TEST(LogEnd, IsItsLastLines) {
     EXPECT_EQ(end.note, "");
     EXPECT_EQ(end.lines, row.lines) << row.text.substr(0, 40);
   }
+}
+
+// What is in place of a log is not even opened: opening this one would fail with another reason.
+TEST(LogEnd, IsLookedAtFirst) {
+  const TempFolder folder;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  folder.file("socket").copy(address.sun_path, sizeof address.sun_path - 1);
+  const OwnDescriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
+  ASSERT_EQ(bind(socket.number(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(endOf(folder.file("socket"), 5).note, "cannot be read: not a regular file");
+}
+
+// Those of each session with the rights of its user.
+TEST(LogEnd, IsReadForSeveralAttemptsAtOnce) {
+  REQUIRE_ROOT();
+  const TempFolder folder;
+  Record record;
+  for (const std::int32_t uid : {0, 62001, -1}) {
+    record.sessions.emplace_back().uid = uid;
+    record.sessions.back().gid = 0;
+    for (const char* name : {"root", "all"}) {
+      Attempt& attempt = record.attempts.emplace_back();
+      attempt.session = record.sessions.size() - 1;
+      attempt.log = folder.write(name, name, *name == 'r' ? 0600 : 0644);
+    }
+  }
+  std::string text;
+  for (const LogEnd& end : readLogEnds(record, {5, 2, 1, 0, 3, 4, 3}, 5)) {
+    text += end.note;
+    for (const std::string& line : end.lines) text += line;
+    text += "\n";
+  }
+  const std::string invalid = "cannot be read: " + std::string(std::strerror(EINVAL)) + "\n";
+  EXPECT_EQ(text, invalid + "cannot be read: " + std::strerror(EACCES) + "\nall\nroot\nall\n" +
+                      invalid + "all\n");
 }
 
 TEST(LogEnd, IsReadFromRegularFilesOnly) {
