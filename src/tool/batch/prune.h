@@ -12,7 +12,12 @@ namespace runlet_tool {
 // that user's folders must not make root remove anything else. Logs that are already gone are
 // ignored.
 //
-// Returns why that fails, for a message; the record is then still there. Empty on success.
-std::string removeBatch(const Record& record, const std::string& path);
+// Logs of another user than the caller that cannot be removed stay, as that user could prevent it
+// forever: `*remaining` is then "2 logs could not be removed: Permission denied", with the first
+// reason, otherwise empty.
+//
+// Returns why that fails, for a message; the record is then still there, and `*remaining` is
+// unspecified. Empty on success. `record` has no `distrust`.
+std::string removeBatch(const Record& record, const std::string& path, std::string* remaining);
 
 }  // namespace runlet_tool

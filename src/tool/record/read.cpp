@@ -313,12 +313,23 @@ std::string complaintAboutFirst(const Event& event) {
   return id != nullptr && isRecordId(*id) ? "" : damageIn(1);
 }
 
+// See Record::distrust.
+std::string distrustOf(const struct stat& status) {
+  if (status.st_uid != geteuid()) {
+    return "the record belongs to user " + std::to_string(status.st_uid);
+  }
+  // With an access control list, the group's bits are the most that it grants.
+  const bool isOpen = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  return isOpen ? "others may write to the record" : "";
+}
+
 // Reads the whole file; only a regular file has an end.
-std::string readFile(const std::string& path, std::string* text) {
+std::string readFile(const std::string& path, std::string* text, std::string* distrust) {
   const OwnDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (file.number() == -1 || fstat(file.number(), &status) != 0) return std::strerror(errno);
   if (!S_ISREG(status.st_mode)) return "not a regular file";
+  *distrust = distrustOf(status);
   text->resize(static_cast<std::size_t>(status.st_size));
   std::size_t size = 0;
   while (size < text->size()) {
@@ -347,7 +358,7 @@ bool isSound(const std::function<void()>& read) {
 
 std::string readRecord(const std::string& path, Record* record) {
   std::string text;
-  std::string complaint = readFile(path, &text);
+  std::string complaint = readFile(path, &text, &record->distrust);
   if (!complaint.empty()) return complaint;
   text.resize(text.rfind('\n') + 1);  // what follows is incomplete
   if (text.empty()) return "not a record of runlet-job";

@@ -91,6 +91,10 @@ struct Record {
   std::string id;  // as isRecordId requires
   std::vector<Session> sessions;
   std::vector<Attempt> attempts;  // in the order of their starts
+
+  // Why the files that it names must not be used, since somebody else may have chosen them: "the
+  // record belongs to user 1001". Empty if only the caller can have written it.
+  std::string distrust;
 };
 
 }  // namespace runlet_tool

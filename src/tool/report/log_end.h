@@ -5,16 +5,25 @@
 #include <string>
 #include <vector>
 
+#include "tool/record/record.h"
+
 namespace runlet_tool {
 
 struct LogEnd {
-  std::string error;  // why there are no lines; empty if the log could be read
+  // Why there are no lines: "cannot be read: No such file or directory", or "not read: " and the
+  // record's `distrust`. Empty if the log was read.
+  std::string note;
   // Safe to print, without newlines, at most 200 bytes of each and "...".
   std::vector<std::string> lines;
 };
 
-// Reads at most the last 4 KiB of the file at `path`, with the rights of this process. A link is
-// not followed, and only a regular file is read. Never waits for another process.
-LogEnd readLogEnd(const std::string& path, std::size_t mostLines);
+// Reads at most the last 4 KiB of each log of these attempts, given by their positions in `record`,
+// unless the record is not to be trusted. For root, with only the rights of the user and group that
+// the tasks ran as: that user may have replaced the logs' folder by a link. A log itself must not
+// be a link, and nothing but a regular file is opened. Parallel to `attempts`.
+//
+// A file system of that user that does not respond costs at most half a minute for each session.
+std::vector<LogEnd> readLogEnds(const Record& record, const std::vector<std::size_t>& attempts,
+                                std::size_t mostLines);
 
 }  // namespace runlet_tool

@@ -215,6 +215,15 @@ std::string readOverview(const std::string& path, std::size_t mostSlowest, Overv
   return "";
 }
 
+std::vector<std::size_t> attemptsOfFailures(const Overview& overview, std::size_t first,
+                                            std::size_t end) {
+  std::vector<std::size_t> attempts;
+  for (std::size_t i = first; i < end; ++i) {
+    attempts.push_back(*overview.tasks[overview.failures[i]].attempt);
+  }
+  return attempts;
+}
+
 std::string stateText(const Overview& overview) {
   const Session& last = overview.record.sessions.back();
   switch (overview.state) {

@@ -105,6 +105,10 @@ Overview overviewOf(Record record, bool isRunning, RecordTime now, std::size_t m
 // success.
 std::string readOverview(const std::string& path, std::size_t mostSlowest, Overview* overview);
 
+// The positions of the attempts of the failures from `first` up to, but not including, `end`.
+std::vector<std::size_t> attemptsOfFailures(const Overview& overview, std::size_t first,
+                                            std::size_t end);
+
 // For people; each is one line that is safe to print.
 
 // "running on HOST as process 4711", "finished", "ended early (REASON)", "killed, without ...".

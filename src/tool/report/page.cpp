@@ -134,12 +134,10 @@ std::string top(const Overview& overview) {
 
 // --- Failures
 
-std::string logMarkup(const std::string& path) {
+std::string logMarkup(const std::string& path, const LogEnd& end) {
   if (path.empty()) return "";
   std::string text = element("p", "log", "Log: " + markup(pathText(path)));
-  const LogEnd end = readLogEnd(path, shownLogLines);
-  if (!end.error.empty())
-    return text + element("p", "log", "It cannot be read: " + markup(end.error));
+  if (!end.note.empty()) return text + element("p", "log", markup(end.note));
   std::string lines;
   for (const std::string& line : end.lines) lines += markup(line) + "\n";
   return lines.empty() ? text : text + element("pre", lines);
@@ -150,7 +148,7 @@ std::string fullDisk(const Overview& overview) {
   return text.empty() ? "" : element("p", "note", markup(text) + ".") + "\n";
 }
 
-std::string failureRow(const Overview& overview, std::size_t attempt) {
+std::string failureRow(const Overview& overview, std::size_t attempt, const LogEnd& end) {
   const Attempt& recorded = overview.record.attempts[attempt];
   std::string text = "<tr><th scope=\"row\">" + std::to_string(recorded.task);
   if (recorded.number > 1) {
@@ -161,17 +159,21 @@ std::string failureRow(const Overview& overview, std::size_t attempt) {
       "td", recorded.process == 0 ? "" : "after " + durationText(overview.attempts[attempt].wall));
   const std::string command = commandText(recorded.words, longestCommand);
   return text + "<td>" + (command.empty() ? "" : element("code", markup(command))) +
-         logMarkup(recorded.log) + "</td></tr>\n";
+         logMarkup(recorded.log, end) + "</td></tr>\n";
 }
 
 // The table of the failures from `first` on, at most up to `end`; sets `*shown` to the first that
 // is not in it.
 std::string failureTable(const Overview& overview, std::size_t first, std::size_t end,
                          std::size_t* shown) {
+  const std::vector<std::size_t> attempts = attemptsOfFailures(overview, first, end);
+  const std::vector<LogEnd> logs = readLogEnds(overview.record, attempts, shownLogLines);
   std::string rows;
-  for (*shown = first; *shown < end && rows.size() < mostFailureBytes; ++*shown) {
-    rows += failureRow(overview, *overview.tasks[overview.failures[*shown]].attempt);
+  std::size_t i = 0;
+  for (; i < attempts.size() && rows.size() < mostFailureBytes; ++i) {
+    rows += failureRow(overview, attempts[i], logs[i]);
   }
+  *shown = first + i;
   return "<table class=\"failures\">\n" +
          tableHead({"Task", "End", "Duration", "Command and end of the log"}) +
          element("tbody", "\n" + rows) + "</table>\n";

@@ -83,11 +83,10 @@ std::string counts(const Overview& overview) {
   return "\n" + text + (full.empty() ? "" : full + "\n");
 }
 
-std::string logText(const std::string& path) {
+std::string logText(const std::string& path, const LogEnd& end) {
   if (path.empty()) return "";
   std::string text = "    log: " + shownPath(path) + "\n";
-  const LogEnd end = readLogEnd(path, logLinesInText);
-  if (!end.error.empty()) return text + "      cannot be read: " + end.error + "\n";
+  if (!end.note.empty()) return text + "      " + end.note + "\n";
   for (const std::string& line : end.lines) text += "      | " + line + "\n";
   return text;
 }
@@ -109,11 +108,15 @@ std::string attemptLine(const Overview& overview, std::size_t attempt, bool hasC
 std::string failures(const Overview& overview, bool hasColour) {
   const std::size_t count = overview.failures.size();
   if (count == 0) return "";
+  const std::vector<std::size_t> attempts =
+      attemptsOfFailures(overview, 0, std::min(count, shownFailures));
+  const std::vector<LogEnd> ends = readLogEnds(
+      overview.record, attemptsOfFailures(overview, 0, std::min(count, failuresWithLogs)),
+      logLinesInText);
   std::string text = "\nFailures\n";
-  for (std::size_t i = 0; i < std::min(count, shownFailures); ++i) {
-    const std::size_t attempt = *overview.tasks[overview.failures[i]].attempt;
-    text += attemptLine(overview, attempt, hasColour);
-    if (i < failuresWithLogs) text += logText(overview.record.attempts[attempt].log);
+  for (std::size_t i = 0; i < attempts.size(); ++i) {
+    text += attemptLine(overview, attempts[i], hasColour);
+    if (i < ends.size()) text += logText(overview.record.attempts[attempts[i]].log, ends[i]);
   }
   if (count <= shownFailures) return text;
   return text + "  and " + std::to_string(count - shownFailures) + " more\n";

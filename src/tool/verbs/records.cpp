@@ -55,7 +55,8 @@ int list() {
   int status = exitFine;
   for (const std::string& id : recordIds(folder)) {
     Overview overview;
-    const std::string reason = readOverview(recordPath(folder, id), 0, &overview);
+    std::string reason = readOverview(recordPath(folder, id), 0, &overview);
+    if (reason.empty()) reason = overview.record.distrust;
     if (reason.empty()) {
       put(lineOf(overview));
     } else {
@@ -66,16 +67,19 @@ int list() {
 }
 
 // Removes a batch, or says what would be removed. Returns why that fails; empty on success.
-std::string pruneOne(const std::string& path, const PruneOptions& options) {
+std::string pruneOne(const std::string& id, const std::string& path, const PruneOptions& options) {
   Overview overview;
   std::string reason = readOverview(path, 0, &overview);
+  if (reason.empty()) reason = overview.record.distrust;
   if (!reason.empty()) return reason;
   if (overview.state == BatchState::running) return stateText(overview);
   const double age = overview.now - overview.record.sessions.back().begin;
   if (options.days && age < *options.days * secondsADay) return "";
   if (!options.isDry) {
-    std::string failure = removeBatch(overview.record, path);
+    std::string remaining;
+    std::string failure = removeBatch(overview.record, path, &remaining);
     if (!failure.empty()) return failure;
+    if (!remaining.empty()) complainAbout(id, remaining);
   }
   put((options.isDry ? "would remove " : "removed ") + lineOf(overview));
   return "";
@@ -91,7 +95,7 @@ int prune(const PruneOptions& options) {
   for (const std::string& id : options.ids.empty() ? recordIds(folder) : options.ids) {
     // Not by path: a record that somebody else wrote could name any file as a log.
     const std::string reason =
-        isRecordId(id) ? pruneOne(recordPath(folder, id), options) : "not the id of a record";
+        isRecordId(id) ? pruneOne(id, recordPath(folder, id), options) : "not the id of a record";
     if (!reason.empty()) status = complainAbout(id, reason);
   }
   return status;

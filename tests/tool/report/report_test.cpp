@@ -167,6 +167,69 @@ TEST_F(ReportVerb, SaysWhichLogsMayBeIncomplete) {
       std::string::npos);
 }
 
+// Root must not be made to show a file that the task's user could not read.
+TEST_F(ReportVerb, ReadsLogsWithTheRightsOfTheirTasks) {
+  REQUIRE_ROOT();
+  Attempt& failed = record_.attempts[3];
+  const std::string log = "    log: ";
+  const auto shown = [&](const std::string& path, unsigned uid, unsigned gid) {
+    failed.log = path;
+    record_.sessions[1].uid = static_cast<std::int32_t>(uid);
+    record_.sessions[1].gid = static_cast<std::int32_t>(gid);
+    unlink(this->path().c_str());
+    writeRecord(record_, this->path());
+    const std::string text = report({this->path()}).output;
+    const std::size_t begin = text.find(log + path + "\n");
+    return begin == std::string::npos
+               ? text
+               : text.substr(begin + log.size() + path.size() + 1,
+                             text.find("\n\nSlowest") - begin - log.size() - path.size());
+  };
+  const std::string denied = "      cannot be read: Permission denied\n";
+  const std::string secret = folder_.write("secret", "of root\n", 0600);
+  EXPECT_EQ(shown(secret, 0, 0), "      | of root\n");
+  EXPECT_EQ(shown(secret, otherId, otherId), denied);
+
+  // The folder of the logs is replaced by a link to one that only root can enter.
+  const std::string closed = folder_.makeFolder("closed", 0700);
+  folder_.write("closed/3.log", "of root\n", 0644);
+  std::filesystem::create_directory_symlink(closed, folder_.file("logs"));
+  EXPECT_EQ(shown(folder_.file("logs/3.log"), otherId, otherId), denied);
+  EXPECT_EQ(shown(folder_.file("logs/3.log"), 0, 0), "      | of root\n");
+
+  // With the task's group, and without root's groups.
+  ASSERT_EQ(chown(secret.c_str(), 0, otherId), 0);
+  ASSERT_EQ(chmod(secret.c_str(), 0640), 0);
+  EXPECT_EQ(shown(secret, otherId, otherId), "      | of root\n");
+  EXPECT_EQ(shown(secret, otherId, otherId - 1), denied);
+  ASSERT_EQ(chown(secret.c_str(), 0, 0), 0);
+  EXPECT_EQ(shown(secret, otherId, otherId), denied);
+}
+
+// Such a record may name any file as a log.
+TEST_F(ReportVerb, ReadsNoLogsOfARecordThatOthersMayHaveWritten) {
+  const std::string log = "    log: " + folder_.file("harbour-3.log") + "\n";
+  const auto expectNote = [&](const std::string& note) {
+    const std::string text = report({path()}).output;
+    EXPECT_NE(text.find("\n" + log + "      " + note + "\n\nSlowest\n"), std::string::npos) << text;
+    const std::string page = report({path(), "--html", "-"}).output;
+    EXPECT_NE(page.find("harbour-3.log</p><p class=\"log\">" + note + "</p></td></tr>"),
+              std::string::npos)
+        << page;
+    EXPECT_EQ((text + page).find("no such texture"), std::string::npos);
+  };
+  writeRecord(record_, path());
+  for (const mode_t mode : {0620, 0602, 0666}) {
+    ASSERT_EQ(chmod(path().c_str(), mode), 0);
+    expectNote("not read: others may write to the record");
+  }
+  REQUIRE_ROOT();
+  ASSERT_EQ(chown(path().c_str(), 62001, 0), 0);
+  expectNote("not read: the record belongs to user 62001");
+  ASSERT_EQ(chmod(path().c_str(), 0600), 0);
+  expectNote("not read: the record belongs to user 62001");
+}
+
 TEST_F(ReportVerb, FindsRecordsByTheirIds) {
   const std::string record = folder_.makeFolder("runlet-job") + "/" + id + ".jsonl";
   writeRecord(record_, record);

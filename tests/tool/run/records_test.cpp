@@ -138,6 +138,33 @@ TEST_F(StoredRecords, AreNotRemovedIfTheirLogsCannotBe) {
   EXPECT_EQ(list(), line(id));
 }
 
+// Such a record may name any file as a log. The others are listed and removed.
+TEST_F(StoredRecords, ThatOthersMayHaveWrittenAreRefused) {
+  const std::string id = runBatch();
+  const std::string other = runBatch();
+  const std::string record = folder_.file("state/runlet-job/" + id + ".jsonl");
+  const auto expectRefusal = [&](const std::string& reason) {
+    const std::string error = "runlet-job: records: " + id + ": " + reason + "\n";
+    const ProcessResult listed = run({"records", "list"});
+    EXPECT_EQ(listed.error, error);
+    EXPECT_EQ(withoutTimes(listed.output), line(other));
+    EXPECT_EQ(describeStatus(listed.waitStatus), "exit 2");
+    expectTool(run({"records", "prune", id, "--dry-run"}), "", error, "exit 2");
+    const ProcessResult pruned = run({"records", "prune", "--dry-run", "--older-than", "0d"});
+    EXPECT_EQ(pruned.error, error);
+    EXPECT_EQ(withoutTimes(pruned.output), "would remove " + line(other));
+    expectTool(run({"records", "prune", id}), "", error, "exit 2");
+    EXPECT_TRUE(hasLogs(id));
+    EXPECT_NE(modeOf(record), -1);
+  };
+  ASSERT_EQ(chmod(record.c_str(), 0622), 0);
+  expectRefusal("others may write to the record");
+  REQUIRE_ROOT();
+  ASSERT_EQ(chmod(record.c_str(), 0644), 0);
+  ASSERT_EQ(chown(record.c_str(), 62001, 62001), 0);
+  expectRefusal("the record belongs to user 62001");
+}
+
 // Nothing has run of a batch that was killed before it had recorded its tasks.
 TEST_F(StoredRecords, WithoutTasksAreListedAndRemoved) {
   const std::string id = runBatch();
