@@ -24,7 +24,7 @@ bool isGone(int error) {
 
 // Logs that could not be removed, and why the first of them could not, as an error number. Passed
 // between processes.
-struct Remaining {
+struct KeptLogs {
   std::size_t count = 0;
   int error = 0;
 
@@ -42,11 +42,11 @@ std::vector<std::string> logsOf(const Record& record, std::size_t session) {
   return logs;
 }
 
-// Returns a file in memory with the Remaining; -1 with the reason in errno on failure, which is the
+// Returns a file in memory with the KeptLogs; -1 with the reason in errno on failure, which is the
 // first log that cannot be removed unless `goesOn`.
 int removeLogs(const std::vector<std::string>& logs, bool goesOn) {
   std::set<std::string> folders;
-  Remaining remaining;
+  KeptLogs remaining;
   for (const std::string& log : logs) {
     if (unlink(log.c_str()) != 0 && !isGone(errno)) {
       if (!goesOn) return -1;
@@ -61,7 +61,7 @@ int removeLogs(const std::vector<std::string>& logs, bool goesOn) {
 }
 
 // The same for all logs of a session. Returns 0, or the error number on failure.
-int removeLogsOf(const Record& record, std::size_t session, Remaining* remaining) {
+int removeLogsOf(const Record& record, std::size_t session, KeptLogs* remaining) {
   const std::vector<std::string> logs = logsOf(record, session);
   if (logs.empty()) return 0;
   runlet::AdapterContext context;
@@ -71,7 +71,7 @@ int removeLogsOf(const Record& record, std::size_t session, Remaining* remaining
   const bool isOther = isOfAnother(context.uid);
   const OwnDescriptor answer(doAsTaskUser(context, [&] { return removeLogs(logs, isOther); }));
   const int error = errno;
-  Remaining told;
+  KeptLogs told;
   const bool isDone = pread(answer.number(), &told, sizeof told, 0) == sizeof told;
   if (!isDone && !isOther) return error;
   // The other user can also stop or kill the process.
@@ -83,7 +83,7 @@ int removeLogsOf(const Record& record, std::size_t session, Remaining* remaining
 }  // namespace
 
 std::string removeBatch(const Record& record, const std::string& path, std::string* remaining) {
-  Remaining all;
+  KeptLogs all;
   for (std::size_t i = 0; i < record.sessions.size(); ++i) {
     const int error = removeLogsOf(record, i, &all);
     if (error != 0) return std::string("cannot remove its logs: ") + std::strerror(error);
