@@ -101,13 +101,15 @@ std::string changesText(const Remaining& remaining) {
          " gone or changed";
 }
 
-// What is wrong with the owner or the permissions of a record that decides what runs; empty if
-// nothing is.
-std::string complaintAboutOwner(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) return "";  // reading it says why
-  if (status.st_uid != geteuid()) return "it belongs to user " + std::to_string(status.st_uid);
-  return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ? "others may write to it" : "";
+// Reads a record that decides what runs. Returns what is wrong with it; empty on success.
+std::string readTrusted(const std::string& path, Record* record) {
+  *record = {};
+  std::string wrong = readRecord(path, record);
+  if (wrong.empty()) wrong = record->distrust;
+  if (wrong.empty() && !record->sessions.back().isPlanned) {
+    wrong = "its run ended before any task was started: run the job anew";
+  }
+  return wrong.empty() ? "" : wholeWord(path) + ": " + wrong;
 }
 
 // Nothing can be resumed of a run that ended before it had tasks.
@@ -144,23 +146,14 @@ std::string readMeant(std::string meant, const std::string& job, std::string* pa
   if (complaint.empty()) complaint = findRecord(meant, path);
   if (!complaint.empty()) return complaint;
   *path = fullPath(currentFolder(), *path);
-  std::string wrong = complaintAboutOwner(*path);
-  if (wrong.empty()) wrong = readRecord(*path, record);
-  if (wrong.empty() && !record->sessions.back().isPlanned) {
-    wrong = "its run ended before any task was started: run the job anew";
-  }
-  return wrong.empty() ? "" : wholeWord(*path) + ": " + wrong;
+  return readTrusted(*path, record);
 }
 
 // The first task of a killed run that is still running here, or is being ended by the process that
 // outlives the run for that; null if there is none.
 const Attempt* runningTask(const Record& record) {
   for (const Attempt& attempt : record.attempts) {
-    if (attempt.end) continue;
-    ProcessName name = record.sessions[attempt.session].process;
-    name.process = attempt.process;
-    name.start = attempt.processStart;
-    if (isRunningHere(name)) return &attempt;
+    if (isRunningHere(record, attempt)) return &attempt;
   }
   return nullptr;
 }
@@ -268,8 +261,9 @@ std::string Recording::claim(const std::string& what) {
 int Recording::resume(const RecordOptions& options, Batch* batch) {
   // Read again: until it was claimed, another process may have continued it.
   Record record;
-  const std::string complaint = readRecord(path_, &record);
-  if (!complaint.empty()) return giveUp("--resume: " + wholeWord(path_) + ": " + complaint);
+  const std::string complaint = readTrusted(path_, &record);
+  if (!complaint.empty()) return giveUp("--resume: " + complaint);
+  file_ = record.file;
   const std::string running = awaitTasks(record);
   if (!running.empty()) return giveUp("--resume: " + running);
   const Remaining remaining = remainingOf(record, identitiesOfAll(*batch));
@@ -325,7 +319,7 @@ int Recording::open(const RecordOptions& options, const SessionLimits& limits, c
   OutputPlace place;
   const std::string complaint = isResumed_ ? "" : findOutputPlace(path_, &place);
   if (!complaint.empty()) return giveUp("cannot create the record: " + complaint);
-  int error = isResumed_ ? writer_->append(path_) : writer_->create(place);
+  int error = isResumed_ ? writer_->append(path_, file_) : writer_->create(place);
   const bool isNew = error == 0 && !isResumed_;
   if (error == 0) error = writer_->beginSession(session_);
   if (error == 0) return exitFine;

@@ -79,6 +79,7 @@ class Recording {
   std::string id_;
   std::string path_;
   bool isResumed_ = false;
+  FileId file_;  // of the record that is resumed
   Session session_;
   std::unique_ptr<RecordWriter> writer_;
   std::map<std::size_t, Attempt> running_;  // by index of the task

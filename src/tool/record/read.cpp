@@ -324,12 +324,13 @@ std::string distrustOf(const struct stat& status) {
 }
 
 // Reads the whole file; only a regular file has an end.
-std::string readFile(const std::string& path, std::string* text, std::string* distrust) {
+std::string readFile(const std::string& path, std::string* text, Record* record) {
   const OwnDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (file.number() == -1 || fstat(file.number(), &status) != 0) return std::strerror(errno);
   if (!S_ISREG(status.st_mode)) return "not a regular file";
-  *distrust = distrustOf(status);
+  record->distrust = distrustOf(status);
+  record->file = {status.st_dev, status.st_ino};
   text->resize(static_cast<std::size_t>(status.st_size));
   std::size_t size = 0;
   while (size < text->size()) {
@@ -358,7 +359,7 @@ bool isSound(const std::function<void()>& read) {
 
 std::string readRecord(const std::string& path, Record* record) {
   std::string text;
-  std::string complaint = readFile(path, &text, &record->distrust);
+  std::string complaint = readFile(path, &text, record);
   if (!complaint.empty()) return complaint;
   text.resize(text.rfind('\n') + 1);  // what follows is incomplete
   if (text.empty()) return "not a record of runlet-job";

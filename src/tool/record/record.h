@@ -78,7 +78,9 @@ struct Attempt {
   pid_t process = 0;  // 0 if the task could not be started
   std::uint64_t processStart = 0;
 
-  // Without an end, the attempt is running or was cut off by the end of the session.
+  // Without an end, the attempt is running or was cut off by the end of the session. The record
+  // does not say whether the process lives on: see isRunningHere.
+  bool isAlive = false;
   std::optional<RecordTime> end;
   TaskEnd result;
   double wall = 0;              // seconds, by a clock that is never set
@@ -87,7 +89,16 @@ struct Attempt {
   bool isDiskFull = false;      // that of its log, which may therefore be incomplete
 };
 
+// A file, whatever its path.
+struct FileId {
+  dev_t device = 0;
+  ino_t inode = 0;
+
+  bool operator==(const FileId&) const = default;
+};
+
 struct Record {
+  FileId file;     // that it was read from
   std::string id;  // as isRecordId requires
   std::vector<Session> sessions;
   std::vector<Attempt> attempts;  // in the order of their starts

@@ -77,6 +77,11 @@ std::string complaintAboutOwn(const std::string& folder) {
   return complaintAbout(folder, status);
 }
 
+// How the names of claims on it begin.
+std::string claimName(const std::string& what) {
+  return digestOf(what).substr(0, 32) + ".";
+}
+
 // Empty if the file cannot be read.
 std::string textOf(const std::string& path) {
   std::string text;
@@ -190,6 +195,17 @@ bool isRunningHere(const ProcessName& name) {
   return isHere && name.start != 0 && processStart(name.process) == name.start;
 }
 
+bool isRunningHere(const Record& record, const Attempt& attempt) {
+  ProcessName name = record.sessions[attempt.session].process;
+  name.process = attempt.process;
+  name.start = attempt.processStart;
+  return !attempt.end && isRunningHere(name);
+}
+
+bool isClaimed(const std::string& stateFolder, const std::string& what) {
+  return !namesIn(stateFolder + claimsFolder, claimName(what)).empty();
+}
+
 bool mayBeRunning(const ProcessName& name) {
   const ProcessName own = ownProcess();
   const bool isElsewhere =
@@ -253,7 +269,7 @@ Claim::Claim(const std::string& stateFolder, const std::string& what, const std:
     : complaint_(makeStateFolder(stateFolder + claimsFolder)) {
   if (!complaint_.empty()) return;
   const std::string folder = stateFolder + claimsFolder;
-  const std::string beginning = digestOf(what).substr(0, 32) + ".";
+  const std::string beginning = claimName(what);
   const std::string name = beginning + newRecordId();
   const std::string draft = folder + "/new." + name;
   const OwnDescriptor file(

@@ -33,6 +33,13 @@ bool isRunningHere(const ProcessName& name);
 // The same, or it is one of another host or container, of which this cannot be found out.
 bool mayBeRunning(const ProcessName& name);
 
+// Whether the process of the attempt is running on this host, in this container, as it may after
+// its run was killed. False if the attempt has ended.
+bool isRunningHere(const Record& record, const Attempt& attempt);
+
+// Whether any process, running or not, has claimed it: see Claim.
+bool isClaimed(const std::string& stateFolder, const std::string& what);
+
 // When the process began, as in ProcessName; 0 if it has ended.
 std::uint64_t processStart(pid_t process);
 

@@ -131,9 +131,12 @@ int RecordWriter::create(const OutputPlace& place) {
   return file_.number() == -1 ? errno : 0;
 }
 
-int RecordWriter::append(const std::string& path) {
-  file_ = OwnDescriptor(open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
-  if (file_.number() == -1) return errno;
+int RecordWriter::append(const std::string& path, const FileId& file) {
+  const int flags = O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  file_ = OwnDescriptor(open(path.c_str(), flags));
+  struct stat status {};
+  if (file_.number() == -1 || fstat(file_.number(), &status) != 0) return errno;
+  if (FileId{status.st_dev, status.st_ino} != file) return ESTALE;
   // An incomplete last line, left by a writer that was killed, must not continue in the next one.
   const off_t size = lseek(file_.number(), 0, SEEK_END);
   char last = '\n';

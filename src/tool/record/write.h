@@ -25,8 +25,9 @@ class RecordWriter {
   // Creates the file, which must not exist, for the caller alone. Returns 0, or the error number.
   int create(const OutputPlace& place);
 
-  // Continues an existing file, whose last line may be incomplete. Returns 0, or the error number.
-  int append(const std::string& path);
+  // Continues an existing file, whose last line may be incomplete. Returns 0, or the error number:
+  // ESTALE if it is not `file` any more.
+  int append(const std::string& path, const FileId& file);
 
   // Each returns 0, or the error number; after a failure, the file is as before, or, if that fails,
   // too, no other event can follow.

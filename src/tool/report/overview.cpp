@@ -50,6 +50,7 @@ void setSessions(Overview* overview) {
 
 Standing standingOf(const Overview& overview, const Attempt& attempt) {
   if (attempt.end) return static_cast<Standing>(attempt.result.ending);
+  if (attempt.isAlive) return Standing::running;
   const bool isOfLast = attempt.session + 1 == overview.sessions.size();
   return isOfLast && overview.state == BatchState::running ? Standing::running : Standing::cutOff;
 }
@@ -173,6 +174,14 @@ void addUp(Overview* overview) {
   }
 }
 
+// About tasks of a run that was killed.
+std::string livingText(const Overview& overview) {
+  const auto count = static_cast<std::size_t>(overview.tasksWith(Standing::running).count());
+  if (count == 0) return "";
+  return "; " + quantity(count, "task") + (count == 1 ? " of it is" : " of it are") +
+         " still running";
+}
+
 }  // namespace
 
 const char* standingName(Standing standing) {
@@ -208,6 +217,7 @@ std::string readOverview(const std::string& path, std::size_t mostSlowest, Overv
   Record record;
   std::string reason = readRecord(path, &record);
   if (!reason.empty()) return reason;
+  for (Attempt& attempt : record.attempts) attempt.isAlive = isRunningHere(record, attempt);
   const bool isRunning = mayBeRunning(record.sessions.back().process);
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   *overview = overviewOf(std::move(record), isRunning, std::chrono::duration<double>(now).count(),
@@ -231,7 +241,7 @@ std::string stateText(const Overview& overview) {
       return "running on " + shortened(visible(last.process.host), 100) + " as process " +
              std::to_string(last.process.process);
     case BatchState::killed:
-      return "killed, without having recorded its end";
+      return "ended without having recorded that" + livingText(overview);
     default:
       return sessionEndText(overview, overview.sessions.size() - 1);
   }

@@ -17,7 +17,7 @@ namespace runlet_tool {
 enum class BatchState {
   running,
   finished,
-  killed,  // ended without having recorded its end
+  killed,  // ended without having recorded that
 };
 
 // How an attempt, or a task, ended; the first ones as in Ending.
@@ -111,7 +111,8 @@ std::vector<std::size_t> attemptsOfFailures(const Overview& overview, std::size_
 
 // For people; each is one line that is safe to print.
 
-// "running on HOST as process 4711", "finished", "ended early (REASON)", "killed, without ...".
+// "running on HOST as process 4711", "finished", "ended early (REASON)", "ended without having
+// ...".
 std::string stateText(const Overview& overview);
 
 // "running", "finished", "ended early (REASON)", "killed".

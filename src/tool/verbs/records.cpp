@@ -1,4 +1,7 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -66,13 +69,33 @@ int list() {
   return status;
 }
 
+// Why the batch must stay, since it or a task of it may be running; empty if it need not.
+std::string reasonToStay(const std::string& folder, const Overview& overview) {
+  const Record& record = overview.record;
+  const bool isAlive = std::any_of(record.attempts.begin(), record.attempts.end(),
+                                   [](const Attempt& attempt) { return attempt.isAlive; });
+  // If its process may be running elsewhere, the caller may have removed its claim to say it is
+  // not.
+  const bool isRunning =
+      overview.state == BatchState::running &&
+      (isRunningHere(record.sessions.back().process) || isClaimed(folder, record.id));
+  return isAlive || isRunning ? stateText(overview) : "";
+}
+
 // Removes a batch, or says what would be removed. Returns why that fails; empty on success.
-std::string pruneOne(const std::string& id, const std::string& path, const PruneOptions& options) {
+std::string pruneOne(const std::string& id, const std::string& folder,
+                     const PruneOptions& options) {
+  const std::string path = recordPath(folder, id);
   Overview overview;
   std::string reason = readOverview(path, 0, &overview);
+  const bool isUnreadable = !reason.empty() && !options.ids.empty() && !options.isDry;
+  if (isUnreadable && unlink(path.c_str()) == 0) {
+    put("removed " + id + ", but no logs: " + reason + "\n");
+    return "";
+  }
   if (reason.empty()) reason = overview.record.distrust;
+  if (reason.empty()) reason = reasonToStay(folder, overview);
   if (!reason.empty()) return reason;
-  if (overview.state == BatchState::running) return stateText(overview);
   const double age = overview.now - overview.record.sessions.back().begin;
   if (options.days && age < *options.days * secondsADay) return "";
   if (!options.isDry) {
@@ -95,7 +118,7 @@ int prune(const PruneOptions& options) {
   for (const std::string& id : options.ids.empty() ? recordIds(folder) : options.ids) {
     // Not by path: a record that somebody else wrote could name any file as a log.
     const std::string reason =
-        isRecordId(id) ? pruneOne(id, recordPath(folder, id), options) : "not the id of a record";
+        isRecordId(id) ? pruneOne(id, folder, options) : "not the id of a record";
     if (!reason.empty()) status = complainAbout(id, reason);
   }
   return status;

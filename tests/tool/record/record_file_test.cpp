@@ -220,8 +220,9 @@ TEST_F(RecordFile, IsForItsWriterAlone) {
   ASSERT_EQ(findOutputPlace(path(), &place), "");
   EXPECT_EQ(RecordWriter(id).create(place), EEXIST);
   ASSERT_EQ(symlink("/nowhere", folder_.file("link").c_str()), 0);
-  EXPECT_EQ(RecordWriter(id).append(folder_.file("link")), ELOOP);
-  EXPECT_EQ(RecordWriter(id).append(folder_.file("none")), ENOENT);
+  EXPECT_EQ(RecordWriter(id).append(folder_.file("link"), {}), ELOOP);
+  EXPECT_EQ(RecordWriter(id).append(folder_.file("none"), {}), ENOENT);
+  EXPECT_EQ(RecordWriter(id).append(path(), {}), ESTALE);  // another file than was read
 }
 
 TEST_F(RecordFile, GoesToItsMirrorToo) {
@@ -270,7 +271,7 @@ TEST_F(RecordFile, CanBeContinuedAfterAnIncompleteLine) {
     ASSERT_EQ(read(), "");
     EXPECT_EQ(record_.attempts.size(), cut == size ? 1 : 0);
     RecordWriter second(id);
-    ASSERT_EQ(second.append(path()), 0);
+    ASSERT_EQ(second.append(path(), record_.file), 0);
     ASSERT_EQ(second.beginSession(someSession()), 0);
     // Without its newline the line is complete, and counts as soon as the next one begins.
     const bool isThere = cut + 1 >= size;

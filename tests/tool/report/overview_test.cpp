@@ -119,7 +119,7 @@ TEST(Overview, KnowsWhetherTheBatchRuns) {
        20},
       {false, true, "", "running on farm04 as process 4711", "succeeded 1, running 2, waiting 3",
        1000, 970},
-      {false, false, "", "killed, without having recorded its end",
+      {false, false, "", "ended without having recorded that",
        "succeeded 1, not-started 3, cut-off 2", 30, 0},
   };
   for (const auto& row : rows) {

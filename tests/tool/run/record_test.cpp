@@ -277,12 +277,12 @@ TEST_F(RecordedRun, RefusesRecordsThatOthersCanChange) {
   for (const char* option : {"--resume", "--failed-of"}) {
     ASSERT_EQ(chmod(record.c_str(), 0620), 0);
     const std::string start = std::string(option) + ": " + record + ": ";
-    expectRefused(run({option, record}), start + "others may write to it", "exit 2");
+    expectRefused(run({option, record}), start + "others may write to the record", "exit 2");
     ASSERT_EQ(chmod(record.c_str(), 0600), 0);
     if (geteuid() != 0) continue;
     ASSERT_EQ(chown(record.c_str(), otherId, 0), 0);
-    expectRefused(run({option, record}), start + "it belongs to user " + std::to_string(otherId),
-                  "exit 2");
+    expectRefused(run({option, record}),
+                  start + "the record belongs to user " + std::to_string(otherId), "exit 2");
     ASSERT_EQ(chown(record.c_str(), 0, 0), 0);
   }
   EXPECT_EQ(readFile(record), before);

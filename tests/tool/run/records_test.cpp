@@ -1,5 +1,6 @@
 // Listing and removing records.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <string>
 
 #include "adapter_test.h"
+#include "tool/record/store.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -171,8 +173,7 @@ TEST_F(StoredRecords, WithoutTasksAreListedAndRemoved) {
   const std::string record = folder_.file("state/runlet-job/" + id + ".jsonl");
   const std::string text = readFile(record);
   ASSERT_EQ(truncate(record.c_str(), static_cast<off_t>(text.find('\n') + 1)), 0);
-  const std::string line = id +
-                           "  killed, without having recorded its end: 0 tasks, 0 succeeded  " +
+  const std::string line = id + "  ended without having recorded that: 0 tasks, 0 succeeded  " +
                            folder_.file("shot.xml") + "\n";
   EXPECT_EQ(list(), line);
   EXPECT_EQ(withoutTimes(run({"records", "prune", id}).output), "removed " + line);
@@ -194,7 +195,6 @@ TEST_F(StoredRecords, ThatAreDamagedOrMissingAreReported) {
     const char* complaint;
   };
   const Row rows[] = {
-      {bad, "not a record of runlet-job"},
       {"20200101-000000-0001", "No such file or directory"},
       {state + bad + ".jsonl", "not the id of a record"},
       {"last", "not the id of a record"},
@@ -203,6 +203,47 @@ TEST_F(StoredRecords, ThatAreDamagedOrMissingAreReported) {
     expectTool(run({"records", "prune", row.id}), "",
                "runlet-job: records: " + row.id + ": " + row.complaint + "\n", "exit 2");
   }
+  expectTool(run({"records", "prune", bad}),
+             "removed " + bad + ", but no logs: not a record of runlet-job\n", "", "exit 0");
+  EXPECT_EQ(list(), line(id));
+}
+
+// After its run was killed, together with the process that would have ended them.
+TEST_F(StoredRecords, OfBatchesWithTasksThatLiveOnStay) {
+  const std::string id = runBatch();
+  const std::string record = folder_.file("state/runlet-job/" + id + ".jsonl");
+  std::string text = readFile(record);
+  text.resize(text.rfind("{\"event\":\"end\""));
+  const runlet_tool::ProcessName own = runlet_tool::ownProcess();
+  const std::string process =
+      "\"pid\":" + std::to_string(own.process) + ",\"pidStart\":" + std::to_string(own.start) + "}";
+  const std::size_t last = text.rfind("\"pid\":");
+  text.replace(last, text.find('}', last) + 1 - last, process);
+  const int file = open(record.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+  ASSERT_EQ(write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  close(file);
+  const std::string state = "ended without having recorded that; 1 task of it is still running";
+  expectTool(run({"records", "prune", id}), "", "runlet-job: records: " + id + ": " + state + "\n",
+             "exit 2");
+  const std::string report = run({"report", id}).output;
+  EXPECT_NE(report.find("\nstate      " + state + "\n"), std::string::npos) << report;
+  EXPECT_NE(report.find("\n2 tasks: 1 succeeded, 1 running (2)\n"), std::string::npos) << report;
+}
+
+// If nobody claims it, the caller has said that it is not running there any more.
+TEST_F(StoredRecords, OfOtherMachinesAreRemovedIfNobodyClaimsThem) {
+  const std::string id = runBatch();
+  const std::string record = folder_.file("state/runlet-job/" + id + ".jsonl");
+  std::string text = readFile(record);
+  text.resize(text.rfind("{\"event\":\"stop\""));
+  const std::size_t host = text.find("\"host\":\"") + 8;
+  text.insert(host, "far-away-");
+  const int file = open(record.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+  ASSERT_EQ(write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  close(file);
+  EXPECT_TRUE(withoutTimes(run({"records", "prune", id}).output)
+                  .starts_with("removed " + id + "  running on far-away-"));
+  EXPECT_EQ(list(), "");
 }
 
 TEST_F(StoredRecords, NeedAPlace) {
