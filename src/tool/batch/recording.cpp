@@ -163,7 +163,8 @@ const Attempt* runningTask(const Record& record) {
 std::string awaitTasks(const Record& record) {
   constexpr auto longest = std::chrono::seconds(15);
   const auto deadline = std::chrono::steady_clock::now() + longest;
-  for (bool isFirst = true; const Attempt* attempt = runningTask(record); isFirst = false) {
+  const Attempt* attempt = runningTask(record);
+  for (bool isFirst = true; attempt != nullptr; isFirst = false) {
     const std::string task = "task " + std::to_string(attempt->task) + " (process " +
                              std::to_string(attempt->process) + ") of batch " + record.id;
     if (isFirst) say("waiting for " + task + ", whose run was killed");
@@ -171,6 +172,7 @@ std::string awaitTasks(const Record& record) {
       return task + " is still running: see runlet-job report " + record.id;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    attempt = runningTask(record);
   }
   return "";
 }

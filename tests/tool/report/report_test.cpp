@@ -219,7 +219,7 @@ TEST_F(ReportVerb, ReadsNoLogsOfARecordThatOthersMayHaveWritten) {
     EXPECT_EQ((text + page).find("no such texture"), std::string::npos);
   };
   writeRecord(record_, path());
-  for (const mode_t mode : {0620, 0602, 0666}) {
+  for (const mode_t mode : {0620U, 0602U, 0666U}) {
     ASSERT_EQ(chmod(path().c_str(), mode), 0);
     expectNote("not read: others may write to the record");
   }

@@ -311,8 +311,9 @@ TEST_F(RecordedRun, RunsWhatFailedWhereverItIsNow) {
   folder_.write("good", "");
   writeJob({"test -e good", "true 4", "true 1", "true 2"});
   EXPECT_EQ(totals(resume({"--accept-changes"})), "1 task: 1 succeeded\n");
+  const std::string id = record().id;
   expectRefused(run({"--failed-of", first}),
-                "--failed-of: nothing to do: no task of batch " + record().id +
+                "--failed-of: nothing to do: no task of batch " + id +
                     " has failed, or the job no longer has it",
                 "exit 0");
 
