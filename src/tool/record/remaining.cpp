@@ -86,9 +86,11 @@ std::vector<std::int32_t> select(const std::vector<TaskIdentity>& job,
     return job[static_cast<std::size_t>(task) - 1];
   };
   for (const std::int32_t task : tasks) {
-    const bool isFirst =
-        places.contains({task, identity(task)}) && takeOne(identity(task), &counts);
-    (isFirst ? selected : others).push_back(task);
+    if (places.contains({task, identity(task)}) && takeOne(identity(task), &counts)) {
+      selected.push_back(task);
+    } else {
+      others.push_back(task);
+    }
   }
   for (const std::int32_t task : others) {
     if (takeOne(identity(task), &counts)) selected.push_back(task);

@@ -46,7 +46,7 @@ TEST(Summary, HasALineForEveryTaskAndOneForAll) {
       {Ending::timedOut, 0, ""},
       {Ending::other, 0, "node_fail"},
       {Ending::failed, 127, ""},
-      {Ending::failed, 1, ""},
+      {Ending::failed, 126, ""},
       {Ending::interrupted, 0, ""},
       {Ending::notStarted, 0, ""},
       succeeded,
@@ -63,7 +63,7 @@ TEST(Summary, HasALineForEveryTaskAndOneForAll) {
             "  log: '/logs/of shots/shot-05.log'\n"
             "task 6: failed with exit code 127 (program not found): say 6 'of it'\n"
             "  log: '/logs/of shots/shot-06.log'\n"
-            "task 7: failed with exit code 1: say 7 'of it'\n"
+            "task 7: failed with exit code 126 (program not executable): say 7 'of it'\n"
             "  log: '/logs/of shots/shot-07.log'\n"
             "task 8: interrupted: say 8 'of it'\n"
             "  log: '/logs/of shots/shot-08.log'\n"

@@ -4,11 +4,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -266,6 +268,18 @@ TEST_F(Claims, ThatAreDamagedAreReported) {
 }
 
 TEST_F(Claims, MayBeImpossible) {
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit whole{};
+  getrlimit(RLIMIT_FSIZE, &whole);
+  const rlimit tight{0, whole.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &tight);
+  const std::string complaint = Claim(folder_.path(), "/job.xml", "/r.jsonl").complaint();
+  setrlimit(RLIMIT_FSIZE, &whole);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(complaint, folder_.file("claims") + ": File too large");
+  EXPECT_EQ(onlyClaim(), "");
+  ASSERT_EQ(rmdir(folder_.file("claims").c_str()), 0);
+
   folder_.write("claims", "");
   EXPECT_EQ(Claim(folder_.path(), "/job.xml", "/r.jsonl").complaint(),
             geteuid() == 0 ? folder_.file("claims") + " is not a folder"
