@@ -162,11 +162,10 @@ int becomeTask(AdapterContext* context, std::int32_t number, const KeptVariables
 
 int becomeStart(TaskStart* start, const KeptVariables& kept) {
   const bool isOther = isOfAnother(start->rights.uid);
-  const auto enter = [start] { return enterFolder(start->folder); };
   // Unlike the adapter and `exec`, with the rights of another user: an earlier task may have turned
   // the folder into a link to one that is closed to that user.
-  const bool isReady = isOther ? setUp(start, kept) && enter() : enter() && setUp(start, kept);
-  if (!isReady) return exitNoTask;
+  if (!isOther && !enterFolder(start->folder)) return exitNoTask;
+  if (!setUp(start, kept) || (isOther && !enterFolder(start->folder))) return exitNoTask;
   return becomeProgramOf(*start, isOther);
 }
 

@@ -241,8 +241,8 @@ int Recording::claimBatch(const RecordOptions& options, const Batch& batch) {
   const std::string taken = claim(realPath(batch.context.jobFile));
   if (!taken.empty()) return giveUp(shortShellWord(batch.context.jobFile) + ": " + taken);
   // Also for another copy of the job. Nobody else can know a new id yet.
-  const std::string isClaimed = claim(id_);
-  if (!isClaimed.empty()) return giveUp("--resume: " + id_ + ": " + isClaimed);
+  const std::string resuming = claim(id_);
+  if (!resuming.empty()) return giveUp("--resume: " + id_ + ": " + resuming);
   return exitFine;
 }
 

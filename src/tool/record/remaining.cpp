@@ -47,8 +47,8 @@ std::map<Place, bool> successAtPlaces(const Record& record) {
 // The places that have succeeded, or those that have not.
 std::set<Place> placesWith(bool success, const Record& record) {
   std::set<Place> places;
-  for (const auto& [place, hasSucceeded] : successAtPlaces(record)) {
-    if (hasSucceeded == success) places.insert(place);
+  for (const auto& [place, isSuccess] : successAtPlaces(record)) {
+    if (isSuccess == success) places.insert(place);
   }
   return places;
 }
