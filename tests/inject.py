@@ -234,9 +234,11 @@ class Scene:
     def report(self, task):
         return self.text(self.work / f"report.{task}")
 
-    def remove_reports(self):
+    def prepare_resumption(self):
+        """Removes what tasks have left, and makes what the second one had to make."""
         for task in (1, 2):
             (self.work / f"report.{task}").unlink(missing_ok=True)
+        self.write(self.work / "2.made", "")
 
     def call_count(self, program):
         return len(self.text(self.calls / program) or "") // 2
@@ -400,7 +402,7 @@ SCENARIOS = [
              has_all_reports, command="task"),
     Scenario("run that is interrupted", [TOOL, "run", job, "--jobs", "2", *RECORD], never,
              status=-signal.SIGTERM, sleeps=True),
-    # The second task has failed before; there is a file 1.made only.
+    # The second task has failed before, as there was a file 1.made only.
     Scenario("run that is resumed", [TOOL, "run", job, "--resume", record], has_all_reports,
              complaint=lost_record,
              before=[TOOL, "run", job, "--expect", "%tn.made", *RECORD],
@@ -555,7 +557,7 @@ def run(scenario, folder, inject=(), patience=PATIENCE):
     terminal = Terminal() if scenario.has_terminal else None
     try:
         run_untraced(scenario.before, scenario, scene, folder)
-        scene.remove_reports()
+        scene.prepare_resumption()
         log = str(scene.folder / "trace")
         begin = time.monotonic()
         process = start(scenario, scene, command_of(scenario, scene, folder, log, inject), terminal)
