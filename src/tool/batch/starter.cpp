@@ -155,8 +155,8 @@ StartAnswer startTask(const Links& links, StartRequest* request, const sigset_t&
 // the tasks.
 [[noreturn]] void serve(const Links& links, const KeptVariables& kept,
                         std::chrono::milliseconds grace) noexcept {
-  // A signal to the run's group, or to every process of its name, must not end this one, too: it then
-  // ends the tasks.
+  // A signal to the run's group, or to every process of its name, must not end this one, too: it
+  // then ends the tasks.
   setsid();
   prctl(PR_SET_NAME, "runlet-starter");
   sigset_t all;
