@@ -22,7 +22,7 @@ constexpr int slowness = 1;
 constexpr std::size_t size = 1'000'000;  // approximate bytes of each file
 #else
 constexpr int slowness = 20;
-constexpr std::size_t size = 300'000;
+constexpr std::size_t size = 150'000;
 #endif
 
 constexpr std::size_t mostMemory = 300'000'000;
