@@ -14,6 +14,7 @@
 #include "tool/check/inspect.h"
 #include "tool/check/report.h"
 #include "tool/check/rules.h"
+#include "tool/record/digest.h"
 #include "tool/system/exit_status.h"
 #include "tool/system/files.h"
 #include "tool/text/characters.h"
@@ -117,8 +118,15 @@ int prepareBatch(const BatchOptions& options, const char* verb, Batch* batch) {
   const std::string jobFile = fullPath(currentFolder(), options.job);
   Question question = {jobFile, options.appPath, requestUser()};
   question.range = rangeOf(options);
+  batch->digest = digestOfFile(jobFile);
   const int status = checkJob(question, verb, &context);
   if (status != exitFine) return status;
+  // Otherwise the digest might not be that of the job that was loaded.
+  if (digestOfFile(jobFile) != batch->digest) {
+    std::fprintf(stderr, "runlet-job: %s: %s changed while it was read; nothing is run\n", verb,
+                 visible(jobFile).c_str());
+    return exitUnreadable;
+  }
   context.userName.clear();  // was only for the check
   setRange(question.range, &context);
   settle(&context, verb);

@@ -33,6 +33,7 @@ struct Batch {
   bool isWhole = true;                 // they are all tasks of the job
   std::vector<std::int32_t> attempts;  // numbers of their last ones, or 0; parallel to `tasks`
   std::vector<std::string> expected;   // patterns of the files that tasks must make
+  std::string digest;                  // the SHA-256 of the job file, in hexadecimal digits
   std::string name;                    // of the job, usable in a file name
   std::string folder;                  // the run folder, as a full path
   std::string logFolder;               // as a full path

@@ -51,7 +51,7 @@ std::vector<TaskIdentity> identitiesOf(const Batch& batch, const std::vector<std
   Preview preview;
   for (const std::int32_t task : tasks) {
     previewCommand(context, task - 1, &preview);
-    identities.push_back(identityOf(preview.words, batch.folder, context.uid, context.gid));
+    identities.push_back(taskIdentity(preview.words, batch.folder, context.uid, context.gid));
   }
   return identities;
 }
@@ -70,7 +70,7 @@ void describeSession(const Batch& batch, const SessionLimits& limits, Session* s
   if (!session->options.empty()) session->options.erase(session->options.begin());  // the verb
   session->job = batch.context.jobFile;
   session->appPath = batch.context.appPath;
-  session->digest = digestOfFile(session->job);
+  session->digest = batch.digest;
   session->folder = batch.folder;
   session->uid = batch.context.uid;
   session->gid = batch.context.gid;
@@ -80,18 +80,12 @@ void describeSession(const Batch& batch, const SessionLimits& limits, Session* s
   session->expected = batch.expected;
 }
 
-std::string numbersText(const std::vector<std::int32_t>& tasks) {
-  TaskNumbers numbers;
-  for (const std::int32_t task : tasks) numbers.add(task);
-  return numbers.text();
-}
-
-// "tasks 3, 5-9 run something else now, and 2 tasks are gone"
+// "tasks 3, 5-9 are new or run something else, and 2 tasks are gone or changed"
 std::string changesText(const Remaining& remaining) {
   std::string text;
   if (!remaining.changed.empty()) {
     text = remaining.changed.size() == 1 ? "task " : "tasks ";
-    text += numbersText(remaining.changed);
+    text += TaskNumbers(remaining.changed).text();
     text += remaining.changed.size() == 1 ? " is new or runs something else"
                                           : " are new or run something else";
   }
@@ -184,13 +178,15 @@ std::string writeFailure(const std::string& path, int error) {
 }  // namespace
 
 int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch) {
-  if (!options.resume) return exitFine;
+  const bool hasJob = !batch->job.empty();
+  if (!options.resume && (options.failedOf.empty() || hasJob)) return exitFine;
+  const char* const option = options.resume ? "--resume: " : "--failed-of: ";
   std::string path;
   Record record;
-  const bool hasJob = !batch->job.empty();
   const std::string job = hasJob ? fullPath(currentFolder(), batch->job) : "";
-  const std::string complaint = readMeant(*options.resume, job, &path, &record);
-  if (!complaint.empty()) return hasJob ? exitFine : giveUp("--resume: " + complaint);
+  const std::string complaint =
+      readMeant(options.resume.value_or(options.failedOf), job, &path, &record);
+  if (!complaint.empty()) return hasJob ? exitFine : giveUp(option + complaint);
   if (!hasJob) batch->job = record.sessions.back().job;
   if (batch->appPath.empty()) batch->appPath = record.sessions.back().appPath;
   return exitFine;

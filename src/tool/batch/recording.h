@@ -32,9 +32,9 @@ struct SessionLimits {
   double timeLimit = 0;  // seconds; 0 = none
 };
 
-// If `options` continue a record, completes `batch` with its application and, if `batch` names no
-// job, with its job. Returns exitFine, or the status to exit with after a message. If `batch` names
-// a job, `Recording::choose` says what is wrong with the record.
+// If `options` continue a record, or refer to one and `batch` names no job, completes `batch` with
+// what it lacks of that record's job and application. Returns exitFine, or the status to exit with
+// after a message. If `batch` names a job, `Recording::choose` says what is wrong with the record.
 int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch);
 
 // The record of a batch, from its start to its end.

@@ -30,8 +30,8 @@ std::string digestOfFile(const std::string& path) {
   return readRegularFile(path, &text) ? digestOf(text) : "";
 }
 
-TaskIdentity identityOf(const std::vector<char*>& words, const std::string& folder,
-                        std::int32_t uid, std::int32_t gid) {
+TaskIdentity taskIdentity(const std::vector<char*>& words, const std::string& folder,
+                          std::int32_t uid, std::int32_t gid) {
   SHA2_CTX context;
   SHA256Init(&context);
   const auto add = [&context](const void* bytes, std::size_t size) {

@@ -16,8 +16,9 @@ std::string digestOf(std::string_view text);
 // That of the file's content; empty if it cannot be read or is not a regular file.
 std::string digestOfFile(const std::string& path);
 
-TaskIdentity identityOf(const std::vector<char*>& words, const std::string& folder,
-                        std::int32_t uid, std::int32_t gid);
+// Of a task with that argument vector, folder, user and group.
+TaskIdentity taskIdentity(const std::vector<char*>& words, const std::string& folder,
+                          std::int32_t uid, std::int32_t gid);
 
 std::string hexadecimal(const unsigned char* bytes, std::size_t count);
 

@@ -80,15 +80,14 @@ void setRanges(std::string_view ranges, const TaskEnd& end, const std::vector<st
                std::vector<TaskEnd>* ends) {
   auto task = tasks.begin();
   std::int32_t before = 0;
-  for (std::string_view range : split(',', ranges)) {
-    const std::optional first = parseNumber<std::int32_t>(takeUntil('-', &range));
-    const std::optional last = range.empty() ? first : parseNumber<std::int32_t>(range);
-    if (!first || !last || *first <= before || *last < *first) return;
-    task = std::lower_bound(task, tasks.end(), *first);
-    for (; task != tasks.end() && *task <= *last; ++task) {
+  for (const std::string_view part : split(',', ranges)) {
+    const std::optional<NumberRange> range = parseRange(part);
+    if (!range || range->first <= before) return;
+    task = std::lower_bound(task, tasks.end(), range->first);
+    for (; task != tasks.end() && *task <= range->last; ++task) {
       (*ends)[static_cast<std::size_t>(task - tasks.begin())] = end;
     }
-    before = *last;
+    before = range->last;
   }
 }
 

@@ -120,7 +120,7 @@ unsigned valueOfDigit(char digit) {
   return static_cast<unsigned>(value);
 }
 
-TaskIdentity identityOf(std::string_view digits) {
+TaskIdentity identityOfDigits(std::string_view digits) {
   TaskIdentity identity;
   for (std::size_t i = 0; i < identity.size(); ++i) {
     identity[i] = static_cast<unsigned char>(valueOfDigit(digits[2 * i]) * 16U +
@@ -129,13 +129,12 @@ TaskIdentity identityOf(std::string_view digits) {
   return identity;
 }
 
-void appendRange(std::string_view range, std::size_t mostNew, std::vector<std::int32_t>* tasks) {
-  const std::optional first = parseNumber<std::int32_t>(takeUntil('-', &range));
-  const std::optional last = range.empty() ? first : parseNumber<std::int32_t>(range);
-  require(first && last && *first >= 1 && *last >= *first);
-  require(tasks->empty() || *first > tasks->back());
-  require(static_cast<std::size_t>(*last - *first) < mostNew);
-  for (std::int64_t task = *first; task <= *last; ++task) {
+void appendRange(std::string_view text, std::size_t mostNew, std::vector<std::int32_t>* tasks) {
+  const std::optional<NumberRange> range = parseRange(text);
+  require(range && range->first >= 1);
+  require(tasks->empty() || range->first > tasks->back());
+  require(static_cast<std::size_t>(range->last - range->first) < mostNew);
+  for (std::int64_t task = range->first; task <= range->last; ++task) {
     tasks->push_back(static_cast<std::int32_t>(task));
   }
 }
@@ -188,7 +187,8 @@ class Reader {
     }
     require(session().tasks.size() == before + added && session().tasks.size() <= count_);
     for (std::size_t i = 0; i < added; ++i) {
-      session().identities.push_back(identityOf(std::string_view(identities).substr(i * length)));
+      session().identities.push_back(
+          identityOfDigits(std::string_view(identities).substr(i * length)));
     }
   }
 

@@ -55,12 +55,12 @@ struct Session {
   std::int32_t atATime = 1;           // how many tasks may run at a time
   double timeLimit = 0;               // of each task, in seconds; 0 = none
   std::vector<std::string> expected;  // patterns of the files that tasks must make
-  // The tasks of the batch, ascending, whether this session has to run them or not, and what each
-  // of them runs.
-  bool isWhole = true;    // they are all tasks of the job
+
+  // The tasks of the batch, whether this session had to run them or not.
+  std::vector<std::int32_t> tasks;       // ascending
+  std::vector<TaskIdentity> identities;  // what each of them runs
+  bool isWhole = true;                   // they are all tasks of the job
   bool isPlanned = true;  // false: they are not yet, or were never, recorded; nothing has run
-  std::vector<std::int32_t> tasks;
-  std::vector<TaskIdentity> identities;
 
   // At the end of the session; without it, the session is running or was killed.
   std::optional<RecordTime> end;

@@ -8,6 +8,13 @@
 #include <utility>
 
 namespace runlet_tool {
+
+const TaskIdentity& identityOf(const Record& record, const Attempt& attempt) {
+  const Session& session = record.sessions[attempt.session];
+  const auto position = std::lower_bound(session.tasks.begin(), session.tasks.end(), attempt.task);
+  return session.identities[static_cast<std::size_t>(position - session.tasks.begin())];
+}
+
 namespace {
 
 // How many tasks have an identity.
@@ -22,13 +29,6 @@ bool takeOne(const TaskIdentity& identity, Counts* counts) {
   if (position == counts->end()) return false;
   if (--position->second == 0) counts->erase(position);
   return true;
-}
-
-// What the attempt ran.
-const TaskIdentity& identityOf(const Record& record, const Attempt& attempt) {
-  const Session& session = record.sessions[attempt.session];
-  const auto position = std::lower_bound(session.tasks.begin(), session.tasks.end(), attempt.task);
-  return session.identities[static_cast<std::size_t>(position - session.tasks.begin())];
 }
 
 bool hasSucceeded(const Attempt& attempt) {

@@ -9,6 +9,9 @@
 
 namespace runlet_tool {
 
+// What the attempt ran.
+const TaskIdentity& identityOf(const Record& record, const Attempt& attempt);
+
 // The tasks of a batch as its job has them now. A task is known by what it runs, not by its number:
 // where the job has changed, a success counts for the task that has the same identity now.
 struct Remaining {

@@ -19,10 +19,6 @@ namespace {
 
 constexpr std::size_t mostTasksInALine = 1000;
 
-bool areUtf8(const std::vector<std::string>& texts) {
-  return std::all_of(texts.begin(), texts.end(), isUtf8);
-}
-
 // An event whose texts are all UTF-8 or, if not, one character for each byte.
 Json eventWith(const char* name, RecordTime time, bool inBytes) {
   Json event;
@@ -32,13 +28,7 @@ Json eventWith(const char* name, RecordTime time, bool inBytes) {
   return event;
 }
 
-Json array(const std::vector<std::string>& texts, const JsonStrings& string) {
-  Json all = Json::array();
-  for (const std::string& text : texts) all.push_back(string(text));
-  return all;
-}
-
-void addTry(const Attempt& attempt, Json* event) {
+void addAttempt(const Attempt& attempt, Json* event) {
   (*event)["task"] = attempt.task;
   (*event)["attempt"] = attempt.number;
 }
@@ -69,7 +59,7 @@ Json eventOf(const std::string& id, const Session& session) {
   event["id"] = id;
   event["tool"] = session.toolVersion;
   event["verb"] = session.verb;
-  event["options"] = array(session.options, string);
+  event["options"] = string.list(session.options);
   event["job"] = string(session.job);
   event["application"] = string(session.appPath);
   event["sha256"] = session.digest;
@@ -83,7 +73,7 @@ Json eventOf(const std::string& id, const Session& session) {
   event["pidStart"] = session.process.start;
   event["atATime"] = session.atATime;
   event["timeLimit"] = session.timeLimit;
-  event["expect"] = array(session.expected, string);
+  event["expect"] = string.list(session.expected);
   event["count"] = session.tasks.size();
   event["whole"] = session.isWhole;
   return event;
@@ -93,8 +83,8 @@ Json startOf(const Attempt& attempt) {
   const bool inBytes = !areUtf8(attempt.words) || !isUtf8(attempt.log);
   const JsonStrings string(inBytes);
   Json event = eventWith(startEvent, attempt.begin, inBytes);
-  addTry(attempt, &event);
-  event["argv"] = array(attempt.words, string);
+  addAttempt(attempt, &event);
+  event["argv"] = string.list(attempt.words);
   event["log"] = string(attempt.log);
   event["pid"] = attempt.process;
   event["pidStart"] = attempt.processStart;
@@ -105,7 +95,7 @@ Json endOf(const Attempt& attempt) {
   const TaskEnd& result = attempt.result;
   const bool inBytes = !isUtf8(result.word);
   Json event = eventWith(endEvent, *attempt.end, inBytes);
-  addTry(attempt, &event);
+  addAttempt(attempt, &event);
   event["end"] = endName(result.ending);
   if (result.ending == Ending::failed) event["code"] = result.number;
   if (result.ending == Ending::killed) event["signal"] = result.number;

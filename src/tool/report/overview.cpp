@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "tool/record/read.h"
+#include "tool/record/remaining.h"
 #include "tool/record/store.h"
 #include "tool/text/characters.h"
 #include "tool/text/units.h"
@@ -85,11 +86,6 @@ void setSlots(Overview* overview) {
 std::size_t placeOf(const std::vector<std::int32_t>& tasks, std::int32_t task) {
   return static_cast<std::size_t>(std::lower_bound(tasks.begin(), tasks.end(), task) -
                                   tasks.begin());
-}
-
-const TaskIdentity& identityOf(const Record& record, const Attempt& attempt) {
-  const Session& session = record.sessions[attempt.session];
-  return session.identities[placeOf(session.tasks, attempt.task)];
 }
 
 // The latest attempt of each task of the batch. The job may have changed between two sessions: then
@@ -174,6 +170,16 @@ void addUp(Overview* overview) {
   }
 }
 
+bool wasKilled(const Overview& overview, std::size_t session) {
+  const bool isLast = session + 1 == overview.sessions.size();
+  const bool isRunning = isLast && overview.state == BatchState::running;
+  return !overview.record.sessions[session].end && !isRunning;
+}
+
+std::string lengthText(double seconds, bool isKnown) {
+  return (isKnown ? "" : "at least ") + durationText(seconds);
+}
+
 // About tasks of a run that was killed.
 std::string livingText(const Overview& overview) {
   const auto count = static_cast<std::size_t>(overview.tasksWith(Standing::running).count());
@@ -249,12 +255,28 @@ std::string stateText(const Overview& overview) {
 
 std::string sessionEndText(const Overview& overview, std::size_t session) {
   const Session& recorded = overview.record.sessions[session];
-  const bool isLast = session + 1 == overview.sessions.size();
-  if (!recorded.end) {
-    return isLast && overview.state == BatchState::running ? "running" : "killed";
-  }
+  if (!recorded.end) return wasKilled(overview, session) ? "killed" : "running";
   if (recorded.stopReason.empty()) return "finished";
   return "ended early (" + shortened(visible(recorded.stopReason), 200) + ")";
+}
+
+std::string sessionLengthText(const Overview& overview, std::size_t session) {
+  return lengthText(overview.sessions[session].length(), !wasKilled(overview, session));
+}
+
+std::string runningText(const Overview& overview) {
+  bool isKnown = true;
+  for (std::size_t i = 0; i < overview.sessions.size(); ++i) {
+    if (wasKilled(overview, i)) isKnown = false;
+  }
+  return lengthText(overview.running, isKnown);
+}
+
+std::string lostText(const Overview& overview) {
+  const bool isKnown = std::none_of(
+      overview.attempts.begin(), overview.attempts.end(),
+      [](const AttemptState& attempt) { return attempt.standing == Standing::cutOff; });
+  return lengthText(overview.lost, isKnown);
 }
 
 std::string attemptTaskText(const Overview& overview, std::size_t attempt) {

@@ -67,11 +67,10 @@ void addElements(std::string_view text, const std::string& array, const std::opt
                  ElementStates* states) {
   if (text.starts_with('[')) text.remove_prefix(1);
   text = text.substr(0, text.find_first_of("]%"));
-  for (std::string_view range : split(',', text)) {
-    const std::optional first = parseNumber<std::int32_t>(takeUntil('-', &range));
-    const std::optional last = range.empty() ? first : parseNumber<std::int32_t>(range);
-    if (!first || !last || *last > highestElement) continue;
-    for (std::int32_t i = *first; i <= *last; ++i) states->insert({{array, i}, end});
+  for (const std::string_view part : split(',', text)) {
+    const std::optional<NumberRange> range = parseRange(part);
+    if (!range || range->last > highestElement) continue;
+    for (std::int32_t i = range->first; i <= range->last; ++i) states->insert({{array, i}, end});
   }
 }
 

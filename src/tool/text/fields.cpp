@@ -20,4 +20,12 @@ bool isNumber(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+std::optional<NumberRange> parseRange(std::string_view text) {
+  const bool isSingle = text.find('-') == std::string_view::npos;
+  const std::optional first = parseNumber<std::int32_t>(takeUntil('-', &text));
+  const std::optional last = isSingle ? first : parseNumber<std::int32_t>(text);
+  if (!first || !last || *last < *first) return std::nullopt;
+  return NumberRange{*first, *last};
+}
+
 }  // namespace runlet_tool

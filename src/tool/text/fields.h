@@ -2,6 +2,7 @@
 #pragma once
 
 #include <charconv>
+#include <cstdint>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -27,5 +28,13 @@ std::optional<Number> parseNumber(std::string_view text) {
       std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc();
   return isFit ? std::optional(number) : std::nullopt;
 }
+
+struct NumberRange {
+  std::int32_t first;
+  std::int32_t last;
+};
+
+// From "3" or "3-5". No value if the text is neither or `last` would be below `first`.
+std::optional<NumberRange> parseRange(std::string_view text);
 
 }  // namespace runlet_tool

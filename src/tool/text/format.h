@@ -17,6 +17,11 @@ std::string quantity(std::size_t count, const std::string& what);
 // A set of task numbers, stored as ranges. Numbers are added in ascending order.
 class TaskNumbers {
  public:
+  TaskNumbers() = default;
+  explicit TaskNumbers(const std::vector<std::int32_t>& ascending) {
+    for (const std::int32_t number : ascending) add(number);
+  }
+
   void add(std::int32_t number);
 
   std::int32_t count() const {

@@ -226,15 +226,13 @@ int runJob(const RunOptions& options) {
 // Numbers and ranges, such as "2,5-9", in any order.
 std::string readTasks(const std::string& text, std::vector<std::int32_t>* tasks) {
   tasks->clear();
-  for (std::string_view range : split(',', text)) {
-    const std::string_view shown = range;
-    const std::optional first = parseNumber<std::int32_t>(takeUntil('-', &range));
-    const std::optional last = range.empty() ? first : parseNumber<std::int32_t>(range);
-    constexpr std::int64_t most = 10'000'000;
-    if (!first || !last || *first < 1 || *last < *first || *last > most || shown.ends_with('-')) {
+  for (const std::string_view part : split(',', text)) {
+    const std::optional<NumberRange> range = parseRange(part);
+    constexpr std::int32_t most = 10'000'000;
+    if (!range || range->first < 1 || range->last > most) {
       return "not a list of task numbers such as 2,5-9: " + visible(text);
     }
-    for (std::int32_t task = *first; task <= *last; ++task) tasks->push_back(task);
+    for (std::int32_t task = range->first; task <= range->last; ++task) tasks->push_back(task);
   }
   std::sort(tasks->begin(), tasks->end());
   tasks->erase(std::unique(tasks->begin(), tasks->end()), tasks->end());
@@ -262,9 +260,10 @@ std::function<void()> addRecordOptions(CLI::App* verb, RunOptions* options) {
   verb->add_flag("--accept-changes", record->acceptChanges,
                  "Resume although the job has changed since")
       ->needs(resume);
-  CLI::Option* failedOf = verb->add_option("--failed-of")
-                              ->description("Run only the tasks that failed in the batch ID")
-                              ->type_name("ID");
+  CLI::Option* failedOf =
+      verb->add_option("--failed-of")
+          ->description("Run only the tasks that failed in the batch ID; JOB defaults to its job")
+          ->type_name("ID");
   CLI::Option* file = verb->add_option("--record")
                           ->description("Create the record of the batch as this file")
                           ->type_name("FILE");
@@ -331,8 +330,8 @@ void addRun(CLI::App* app, Action* action) {
   addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);
   verb->callback([=] {
     takeRecordOptions();
-    // Only a record says which job it was.
-    if (options->batch.job.empty() && !options->record.resume) throw CLI::RequiredError("job");
+    const bool isInRecord = options->record.resume || !options->record.failedOf.empty();
+    if (options->batch.job.empty() && !isInRecord) throw CLI::RequiredError("job");
     *action = [=] { return runJob(*options); };
   });
 }

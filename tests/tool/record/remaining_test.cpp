@@ -227,8 +227,8 @@ TEST(Identity, DependsOnEverythingThatATaskRuns) {
     std::vector<std::string> copies = row.words;
     std::vector<char*> words;
     for (std::string& copy : copies) words.push_back(copy.data());
-    const TaskIdentity identity = identityOf(words, row.folder, row.uid, row.gid);
-    EXPECT_EQ(identity, identityOf(words, row.folder, row.uid, row.gid));
+    const TaskIdentity identity = taskIdentity(words, row.folder, row.uid, row.gid);
+    EXPECT_EQ(identity, taskIdentity(words, row.folder, row.uid, row.gid));
     EXPECT_TRUE(seen.insert({identity, seen.size()}).second) << seen.size();
   }
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -19,6 +20,7 @@
 #include "fault_test.h"
 #include "mounts.h"
 #include "programs.h"
+#include "tool/record/digest.h"
 #include "tool/record/read.h"
 #include "tool/record/store.h"
 #include "tool_run.h"
@@ -295,6 +297,10 @@ TEST_F(RecordedRun, RunsOnlyWhatFailedInAnotherBatch) {
   EXPECT_EQ(totals(run({"--failed-of", first})), "2 tasks: 2 failed (2-3)\n");
   EXPECT_NE(recordFile_, first);
   EXPECT_EQ(attempts(), (Strings{"2.1 failed with exit code 3", "3.1 failed with exit code 4"}));
+  EXPECT_EQ(totals(runTool({"run", "--failed-of", first})), "2 tasks: 2 failed (2-3)\n");
+  EXPECT_EQ(runTool({"run", "--failed-of", folder_.file("none.jsonl")}).error,
+            "runlet-job: run: --failed-of: " + folder_.file("none.jsonl") +
+                ": No such file or directory\n");
   writeJob({"true", "true", "true"});
   const std::string id = record().id;
   expectRefused(run({"--failed-of", recordFile_}),
@@ -326,6 +332,34 @@ TEST_F(RecordedRun, RunsWhatFailedWhereverItIsNow) {
   EXPECT_NE(runTool({"report", second}).output.find("5 tasks: 2 succeeded, 3 failed (2-4)\n"),
             std::string::npos);
   EXPECT_EQ(totals(run({"--failed-of", second})), "3 tasks: 3 failed (2-4)\n");
+}
+
+// The job file is replaced at different moments, also while it is read.
+TEST_F(RecordedRun, HasTheDigestOfTheJobThatRan) {
+  const std::string padding(2'000'000, '\n');  // so that reading takes a while
+  writeJob({"true new"});
+  const std::string newJob = readFile(jobFile_) + padding;
+  writeJob({"true old"});
+  const std::string oldJob = readFile(jobFile_) + padding;
+  bool isRefused = false;
+  for (int delay = 0; delay < 2000 && !isRefused; delay += 5) {
+    folder_.write("shot.xml", oldJob);
+    const std::string other = folder_.write("other.xml", newJob);
+    std::thread replacing([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+      std::filesystem::rename(other, jobFile_);
+    });
+    const ProcessResult result = run();
+    replacing.join();
+    isRefused = describeStatus(result.waitStatus) == "exit 2";
+    if (isRefused) {
+      expectRefused(result, jobFile_ + " changed while it was read; nothing is run", "exit 2");
+    } else {
+      const bool isNew = record().attempts.at(0).words.back() == "true new";
+      EXPECT_EQ(record().sessions.at(0).digest, runlet_tool::digestOf(isNew ? newJob : oldJob));
+    }
+  }
+  EXPECT_TRUE(isRefused);
 }
 
 // Tasks that were not given are not run, wherever they are now.
@@ -363,7 +397,7 @@ TEST_F(RecordedRun, RunsGivenTasks) {
     const ProcessResult result = run({"--tasks", list});
     expectTool(result, "",
                "runlet-job: --tasks: not a list of task numbers such as 2,5-9: " +
-                   std::string(list) + "\nSee: runlet-job --help\n",
+                   std::string(list) + "\nSee: runlet-job run --help\n",
                "exit 2");
   }
 }
