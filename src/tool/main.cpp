@@ -27,8 +27,12 @@ int finish(int status) {
 
 // One line about what is wrong with the command line, and one on where to find help.
 std::string complaint(const CLI::App* app, const CLI::Error& error) {
-  std::string text = "runlet-job: ";
-  return text.append(visible(error.what())) + "\nSee: " + app->get_name() + " --help\n";
+  std::string program = app->get_name();
+  while (!app->get_subcommands().empty()) {
+    app = app->get_subcommands().front();
+    program += " " + app->get_name();
+  }
+  return "runlet-job: " + visible(error.what()) + "\nSee: " + program + " --help\n";
 }
 
 // The exit status for a wrong command line.

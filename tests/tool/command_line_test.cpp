@@ -47,13 +47,14 @@ TEST(ToolCommandLine, IsRefusedInOneLineAndWithStatus2) {
   const Row rows[] = {
       {{}, "runlet-job: A subcommand is required\nSee: runlet-job --help\n"},
       {{"chek", "job.xml"}, "runlet-job: unknown verb: chek\nSee: runlet-job --help\n"},
-      {{"check"}, "runlet-job: job is required\nSee: runlet-job --help\n"},
+      {{"check"}, "runlet-job: job is required\nSee: runlet-job check --help\n"},
       {{"expand", "job.xml", "-s", "x"},
-       "runlet-job: Could not convert: -s = x\nSee: runlet-job --help\n"},
+       "runlet-job: Could not convert: -s = x\nSee: runlet-job expand --help\n"},
       {{"expand", "job.xml", "-n", "99999999999"},
-       "runlet-job: Could not convert: -n = 99999999999\nSee: runlet-job --help\n"},
+       "runlet-job: Could not convert: -n = 99999999999\nSee: runlet-job expand --help\n"},
       {{"check", "--jsn", "job.xml"},
-       "runlet-job: The following argument was not expected: --jsn\nSee: runlet-job --help\n"},
+       "runlet-job: The following argument was not expected: --jsn\nSee: runlet-job check "
+       "--help\n"},
   };
   for (const Row& row : rows) expectTool(runTool(row.arguments), "", row.error, "exit 2");
 }
@@ -67,7 +68,8 @@ TEST(ToolCommandLine, ReadsNumbersWithLeadingZerosAsDecimal) {
               {"0x1", "x1"}, {"08", "8"}, {"", ""},    {"100", "100"},  {"-", "-"}};
   for (const auto& row : rows) EXPECT_EQ(runlet_tool::inDecimal(row.text), row.number);
   expectTool(runTool({"exec", "/none.xml", "--task", "0x1"}), "",
-             "runlet-job: Could not convert: --task = x1\nSee: runlet-job --help\n", "exit 125");
+             "runlet-job: Could not convert: --task = x1\nSee: runlet-job exec --help\n",
+             "exit 125");
 }
 
 TEST(ToolCommandLine, ReportsThatItsOutputIsLost) {

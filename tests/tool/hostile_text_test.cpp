@@ -134,7 +134,7 @@ TEST_F(HostileText, IsShownAsEscapes) {
              "runlet-job: unknown verb: \\x1b[2J\nSee: runlet-job --help\n", "exit 2");
   expectTool(runTool({"check", "--\xe2\x80\xae", "job.xml"}), "",
              "runlet-job: The following argument was not expected: --\\u202e\n"
-             "See: runlet-job --help\n",
+             "See: runlet-job check --help\n",
              "exit 2");
   expectTool(runTool({"explain", "\xff"}), "", "runlet-job: explain: unknown code: \\xff\n",
              "exit 2");

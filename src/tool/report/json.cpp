@@ -18,17 +18,6 @@ constexpr int version = 1;
 // In the order of BatchState.
 constexpr const char* stateNames[] = {"running", "finished", "killed"};
 
-bool areUtf8(const std::vector<std::string>& texts) {
-  return std::all_of(texts.begin(), texts.end(),
-                     [](const std::string& text) { return isUtf8(text); });
-}
-
-Json listOf(const std::vector<std::string>& texts, const JsonStrings& string) {
-  Json list = Json::array();
-  for (const std::string& text : texts) list.push_back(string(text));
-  return list;
-}
-
 template <typename Value>
 Json orNull(const std::optional<Value>& value) {
   return value ? Json(*value) : Json();
@@ -47,7 +36,7 @@ Json sessionJson(const Overview& overview, std::size_t number) {
   row["stopReason"] = string.orNull(!session.stopReason.empty(), session.stopReason);
   row["tool"] = string(session.toolVersion);
   row["verb"] = string(session.verb);
-  row["options"] = listOf(session.options, string);
+  row["options"] = string.list(session.options);
   row["job"] = string(session.job);
   row["folder"] = string(session.folder);
   row["uid"] = session.uid;
@@ -77,7 +66,7 @@ Json attemptJson(const Overview& overview, std::size_t number,
   row["attempt"] = attempt.number;
   row["session"] = attempt.session + 1;
   row["countsFor"] = orNull(countsFor);
-  row["argv"] = listOf(attempt.words, string);
+  row["argv"] = string.list(attempt.words);
   row["log"] = string.orNull(!attempt.log.empty(), attempt.log);
   row["begin"] = attempt.begin;
   row["end"] = orNull(attempt.end);

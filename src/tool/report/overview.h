@@ -48,7 +48,8 @@ bool isFailure(Standing standing);
 struct TaskState {
   std::int32_t task = 0;
   Standing standing = Standing::notStarted;
-  std::optional<std::size_t> attempt;  // that counts: its latest; none if there was none
+  std::optional<std::size_t>
+      attempt;  // its latest one, whatever number it had then; none if not started
 };
 
 // An attempt beyond what its record says.
@@ -117,6 +118,12 @@ std::string stateText(const Overview& overview);
 
 // "running", "finished", "ended early (REASON)", "killed".
 std::string sessionEndText(const Overview& overview, std::size_t session);
+
+// How long a session ran, all of them together, and the attempts that ended without success:
+// "3.2 s", or "at least 3.2 s" if the end of one of them is not known.
+std::string sessionLengthText(const Overview& overview, std::size_t session);
+std::string runningText(const Overview& overview);
+std::string lostText(const Overview& overview);
 
 // "task 7", or with the number of an attempt that is not the first: "task 7, attempt 2".
 std::string attemptTaskText(const Overview& overview, std::size_t attempt);

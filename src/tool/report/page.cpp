@@ -106,8 +106,8 @@ std::string figures(const Overview& overview) {
   const std::vector<double>& sorted = overview.durations;
   const std::size_t count = overview.sessions.size();
   const auto allowed = static_cast<std::size_t>(overview.record.sessions.back().atATime);
-  std::string text = figure("Ran for", durationText(overview.running),
-                            count > 1 ? "in " + quantity(count, "session") : "");
+  std::string text =
+      figure("Ran for", runningText(overview), count > 1 ? "in " + quantity(count, "session") : "");
   if (!sorted.empty()) {
     text += figure("Median duration", durationText(quantile(sorted, 0.5)),
                    "90 % within " + durationText(quantile(sorted, 0.9)));
@@ -118,7 +118,7 @@ std::string figures(const Overview& overview) {
   text +=
       figure("Peak memory", sizeText(overview.peakMemory),
              overview.peakAttempt ? "in " + attemptTaskText(overview, *overview.peakAttempt) : "");
-  text += figure("Lost", durationText(overview.lost),
+  text += figure("Lost", lostText(overview),
                  "in " + quantity(overview.lostAttempts, "attempt") + " without success");
   return "<dl class=\"figures\">\n" + text + "</dl>\n";
 }
@@ -315,7 +315,7 @@ std::string sessionRow(const Overview& overview, std::size_t number) {
   const Session& session = overview.record.sessions[number];
   return "<tr><th scope=\"row\">" + std::to_string(number + 1) + "</th>" +
          element("td", markup(timeText(overview.sessions[number].begin))) +
-         element("td", durationText(overview.sessions[number].length())) +
+         element("td", sessionLengthText(overview, number)) +
          element("td", markup(sessionEndText(overview, number))) +
          element("td", element("code", markup(sessionCommand(session, longestCommand)))) +
          element("td", markup(shortened(visible(session.process.host), 100))) +

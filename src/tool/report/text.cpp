@@ -46,12 +46,18 @@ std::string sessionRows(const Overview& overview) {
   std::string text;
   if (first > 0) text += row("sessions", quantity(first, "earlier session") + " not shown");
   for (std::size_t i = first; i < count; ++i) {
-    text +=
-        row("session " + std::to_string(i + 1), timeText(overview.sessions[i].begin) + ", " +
-                                                    durationText(overview.sessions[i].length()) +
-                                                    ", " + sessionEndText(overview, i));
+    text += row("session " + std::to_string(i + 1), timeText(overview.sessions[i].begin) + ", " +
+                                                        sessionLengthText(overview, i) + ", " +
+                                                        sessionEndText(overview, i));
   }
   return text;
+}
+
+// The folder of the latest log; empty if there is none.
+std::string logFolder(const Record& record) {
+  const auto last = std::find_if(record.attempts.rbegin(), record.attempts.rend(),
+                                 [](const Attempt& attempt) { return !attempt.log.empty(); });
+  return last == record.attempts.rend() ? "" : last->log.substr(0, last->log.rfind('/'));
 }
 
 std::string headLines(const Overview& overview) {
@@ -60,9 +66,11 @@ std::string headLines(const Overview& overview) {
   text += row("state", stateText(overview));
   text += row("job", shownPath(last.job));
   text += row("command", sessionCommand(last, longestPathInText));
+  const std::string logs = logFolder(overview.record);
+  if (!logs.empty()) text += row("logs", shownPath(logs));
   text += row("version", shortened(visible(last.toolVersion), 40));
   text += row("began", timeText(overview.sessions.front().begin));
-  text += row("ran for", durationText(overview.running));
+  text += row("ran for", runningText(overview));
   return text + sessionRows(overview);
 }
 
@@ -182,7 +190,7 @@ std::string totals(const Overview& overview) {
   }
   text += "\n  at a time on average   " + withoutLineEnd("%.1f", overview.atATime()) + " of " +
           std::to_string(overview.record.sessions.back().atATime) + "\n";
-  text += "  lost without success   " + durationText(overview.lost) + " in " +
+  text += "  lost without success   " + lostText(overview) + " in " +
           quantity(overview.lostAttempts, "attempt") + "\n";
   return text;
 }

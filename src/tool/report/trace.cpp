@@ -63,7 +63,7 @@ Json attemptEvent(const Overview& overview, std::size_t number, RecordTime begin
   return row;
 }
 
-Json sessionEvent(const Overview& overview, std::size_t number, RecordTime begin) {
+Json sessionMark(const Overview& overview, std::size_t number, RecordTime begin) {
   Json row = event("i", "session " + std::to_string(number + 1));
   row["ts"] = microseconds(overview.sessions[number].begin - begin);
   row["tid"] = 1;
@@ -82,7 +82,7 @@ std::string traceJson(const Overview& overview) {
   for (std::size_t slot = 1; slot <= overview.slots; ++slot) {
     add(nameOf("thread_name", slot, "slot " + std::to_string(slot)));
   }
-  for (std::size_t i = 1; i < overview.sessions.size(); ++i) add(sessionEvent(overview, i, begin));
+  for (std::size_t i = 1; i < overview.sessions.size(); ++i) add(sessionMark(overview, i, begin));
   for (std::size_t i = 0; i < overview.attempts.size(); ++i) add(attemptEvent(overview, i, begin));
   return text + "\n]}\n";
 }

@@ -41,7 +41,7 @@ int complainAbout(const std::string& id, const std::string& reason) {
   return complain(visible(id).append(": ").append(reason));
 }
 
-// "20261122-211530-3f2a  2026-11-22 21:15:30  finished: 4 tasks, 1 not succeeded  /jobs/shot.xml"
+// "20261122-211530-3f2a  2026-11-22 21:15:30  finished: 4 tasks, 3 succeeded  /jobs/shot.xml"
 std::string lineOf(const Overview& overview) {
   const Session& last = overview.record.sessions.back();
   std::string line = overview.record.id + "  " + timeText(overview.record.sessions.front().begin);

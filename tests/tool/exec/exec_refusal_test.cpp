@@ -135,7 +135,7 @@ TEST_F(ExecRefusal, IsForAnInvalidCommandLine) {
   };
   for (const auto& row : rows) {
     expectTool(runProcess(exec(row.words)), "",
-               "runlet-job: " + row.error + "\nSee: runlet-job --help\n", "exit 125");
+               "runlet-job: " + row.error + "\nSee: runlet-job exec --help\n", "exit 125");
   }
   expectNotMade();
 }

@@ -235,7 +235,7 @@ TEST_F(Make, RefusesWhatCheckFindsAnErrorIn) {
 }
 
 TEST_F(Make, NeedsAValidCommandLine) {
-  const std::string help = "\nSee: runlet-job --help\n";
+  const std::string help = "\nSee: runlet-job make --help\n";
   expectRefused({}, "runlet-job: COMMAND is required" + help, 2);
   expectRefused({"--"}, "runlet-job: COMMAND is required" + help, 2);
   expectRefused({"run", "now"}, "runlet-job: The following argument was not expected: now" + help,

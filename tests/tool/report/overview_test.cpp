@@ -145,6 +145,14 @@ TEST(Overview, EstimatesWhenASessionWasKilled) {
   EXPECT_EQ(sessionEndText(all, 0), "killed");
   EXPECT_EQ(sessionEndText(all, 1), "finished");
   EXPECT_EQ(endText(all, 1), "cut off");
+  EXPECT_EQ(sessionLengthText(all, 0), "at least 6 s");
+  EXPECT_EQ(sessionLengthText(all, 1), "30 s");
+  EXPECT_EQ(runningText(all), "at least 36 s");
+  EXPECT_EQ(lostText(all), "at least 3 s");
+  record.sessions[0].end = batchBegin + 6;
+  record.attempts.pop_back();
+  EXPECT_EQ(runningText(overview(record)), "36 s");
+  EXPECT_EQ(lostText(overview(record)), "0 s");
 }
 
 TEST(Overview, AddsUpWhatAttemptsTook) {

@@ -77,18 +77,21 @@ TEST_F(ReportVerb, ShowsTheBatchInATerminal) {
              "state      finished\n"
              "job        /srv/harbour.xml\n"
              "command    runlet-job run --resume last --jobs 2\n"
-             "version    1.2.0\n"
-             "began      2026-11-22 21:15:30 UTC\n"
-             "ran for    1 min 31 s\n"
-             "session 1  2026-11-22 21:15:30 UTC, 41 s, ended early (interrupted by signal 2 "
-             "(Interrupt))\n"
-             "session 2  2026-11-22 22:15:30 UTC, 50 s, finished\n"
-             "\n"
-             "4 tasks: 3 succeeded, 1 failed (3)\n"
-             "\n"
-             "Failures\n"
-             "  task 3, attempt 2: failed with exit code 3 after 11 s: /bin/render 3\n"
-             "    log: " +
+             "logs       " +
+                 folder_.path() +
+                 "\n"
+                 "version    1.2.0\n"
+                 "began      2026-11-22 21:15:30 UTC\n"
+                 "ran for    1 min 31 s\n"
+                 "session 1  2026-11-22 21:15:30 UTC, 41 s, ended early (interrupted by signal 2 "
+                 "(Interrupt))\n"
+                 "session 2  2026-11-22 22:15:30 UTC, 50 s, finished\n"
+                 "\n"
+                 "4 tasks: 3 succeeded, 1 failed (3)\n"
+                 "\n"
+                 "Failures\n"
+                 "  task 3, attempt 2: failed with exit code 3 after 11 s: /bin/render 3\n"
+                 "    log: " +
                  folder_.file("harbour-3.log") +
                  "\n"
                  "      | frame 3\n"

@@ -282,7 +282,7 @@ TEST_F(StoredRecords, AreNamedOrSelectedByAge) {
              "runlet-job: records: prune: name records, or give --older-than\n", "exit 2");
   expectTool(run({"records", "prune", "--older-than", "3"}), "",
              "runlet-job: --older-than: not a number of days such as 30d: 3\n"
-             "See: runlet-job --help\n",
+             "See: runlet-job records prune --help\n",
              "exit 2");
   folder_.write("state", "");
   expectTool(run({"records", "list"}), "",

@@ -78,7 +78,7 @@ TEST_F(RunRights, IncludeNoVariableWithoutAName) {
   for (const std::string name : {"A=b", "=", ""}) {
     expectTool(
         runProcess(options({"--keep-env", name})), "",
-        "runlet-job: --keep-env: " + name + " is not a variable name\nSee: runlet-job --help\n",
+        "runlet-job: --keep-env: " + name + " is not a variable name\nSee: runlet-job run --help\n",
         "exit 2");
   }
   EXPECT_FALSE(std::filesystem::exists(log()));

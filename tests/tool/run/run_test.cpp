@@ -219,7 +219,7 @@ TEST_F(Run, RunsOneTaskAtATimeUnlessMoreAreRequested) {
 TEST_F(Run, NeedsAPositiveNumberOfTasksAtATime) {
   for (const char* number : {"0", "-1", "two", "1.5", "2147483648"}) {
     expectTool(run({"exit 0"}, {std::string("--jobs=") + number}), "",
-               "runlet-job: --jobs: " + notPositive(number) + "\nSee: runlet-job --help\n",
+               "runlet-job: --jobs: " + notPositive(number) + "\nSee: runlet-job run --help\n",
                "exit 2");
   }
   EXPECT_FALSE(exists(folder_.file("logs")));
@@ -614,7 +614,7 @@ TEST_F(Run, RefusesLimitsThatAreNone) {
   for (const auto& row : rows) {
     expectTool(run({"exit 0"}, {row.option, row.value}), "",
                std::string("runlet-job: ") + row.option + ": " + row.value + " " + row.complaint +
-                   "\nSee: runlet-job --help\n",
+                   "\nSee: runlet-job run --help\n",
                "exit 2");
   }
   EXPECT_EQ(describeStatus(run({"exit 0"}, {"--retries=-1"}).waitStatus), "exit 2");

@@ -730,8 +730,8 @@ TEST_F(Submit, RefusesAnInvalidCommandLine) {
       {{"other.xml"}, "The following argument was not expected: other.xml"},
   };
   for (const WrongCase& row : cases) {
-    expectTool(run(row.arguments), "", "runlet-job: " + row.error + "\nSee: runlet-job --help\n",
-               "exit 2");
+    expectTool(run(row.arguments), "",
+               "runlet-job: " + row.error + "\nSee: runlet-job submit --help\n", "exit 2");
   }
   for (const char* program : {"sbatch", "scontrol", "squeue"}) {
     EXPECT_EQ(slurm_.calls(program), Calls{});
