@@ -22,11 +22,6 @@ std::string timeOf(const TaskTry& attempt) {
   return (isFine ? " in " : " after ") + durationText(attempt.wall);
 }
 
-bool isOwnFailure(Ending ending) {
-  return ending != Ending::succeeded && ending != Ending::interrupted &&
-         ending != Ending::notStarted;
-}
-
 }  // namespace
 
 std::string signalText(int signal) {
@@ -49,7 +44,7 @@ void RunDisplay::showEnd(std::size_t task, const TaskTry& attempt, bool isFinal,
     showMessage("task " + std::to_string(numbers_[task]) +
                 ": its log may be incomplete, the disk is full: " + log);
   }
-  const bool hasFailed = isFinal && isOwnFailure(attempt.end.ending);
+  const bool hasFailed = isFinal && isFailure(attempt.end.ending);
   if (isQuiet_ || (isOnTerminal() && !hasFailed)) return;
   std::string line = "task " + std::to_string(numbers_[task]) + ": ";
   // There are colours on a terminal only, and there only lines of failures.
@@ -96,7 +91,7 @@ std::string RunDisplay::details(const RunCounts& counts) const {
   std::string text = std::to_string(counts.done) + " of " + std::to_string(numbers_.size());
   text += ", " + std::to_string(counts.running) + " running";
   if (counts.failed > 0) text += ", " + std::to_string(counts.failed) + " failed";
-  if (counts.done == 0) return text;
+  if (counts.done == 0 || counts.isEnding) return text;
   const Seconds passed = std::chrono::steady_clock::now() - begin_;
   const auto left = static_cast<double>(numbers_.size() - counts.done);
   return text + ", " + durationText(passed.count() * left / static_cast<double>(counts.done)) +

@@ -16,8 +16,9 @@ namespace runlet_tool {
 // How far a run has got.
 struct RunCounts {
   std::size_t done = 0;     // tasks that have ended and are not tried again
-  std::size_t failed = 0;   // of these
+  std::size_t failed = 0;   // of these, but not those that were interrupted
   std::size_t running = 0;  // processes of tasks
+  bool isEnding = false;    // no more tasks are started
 };
 
 // Writes to standard error: unless quiet, a line for each try that ends. On a terminal there is a

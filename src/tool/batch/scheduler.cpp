@@ -130,7 +130,8 @@ class Scheduler {
   std::unordered_map<std::size_t, std::int32_t> retries_;  // of tasks that have had any
   std::size_t done_ = 0;
   std::size_t failed_ = 0;
-  bool isOver_ = false;  // no more tasks can be started
+  bool mayHaveEnded_ = false;  // there may be more children to reap
+  bool isOver_ = false;        // no more tasks can be started
   Processes processes_;
   std::set<std::pair<Instant, pid_t>> deadlines_;  // of all processes
 };
@@ -154,7 +155,8 @@ RunOutcome Scheduler::run() {
     haltIfDue();
     endOverdue();
     // Only one, then check for signals again: thousands of tasks may fail to open their logs.
-    if (mayStart()) startNext();
+    // A signal that has arrived meanwhile comes first, too.
+    if (mayStart() && !isStopSignalPending()) startNext();
     display_.refresh(counts());
   }
   return std::move(outcome_);
@@ -170,14 +172,14 @@ bool Scheduler::mayStart() const {
 }
 
 milliseconds Scheduler::waitingTime() const {
-  if (mayStart()) return milliseconds(0);
+  if (mayStart() || mayHaveEnded_) return milliseconds(0);
   const milliseconds longest = display_.isOnTerminal() ? longestWaitOnTerminal : longestWait;
   if (deadlines_.empty()) return longest;
   return std::clamp(deadlines_.begin()->first - now(), milliseconds(0), longest);
 }
 
 RunCounts Scheduler::counts() const {
-  return {done_, failed_, processes_.size()};
+  return {done_, failed_, processes_.size(), isOver_ || outcome_.signal != 0};
 }
 
 std::size_t Scheduler::takeNext() {
@@ -235,7 +237,7 @@ void Scheduler::finish(std::size_t task, TaskTry* attempt) {
   outcome_.ends[task] = attempt->end;
   const bool isFinal = !willTryAgain(task, ending);
   if (isFinal) ++done_;
-  if (isFinal && ending != Ending::succeeded) ++failed_;
+  if (isFinal && isFailure(ending)) ++failed_;
   display_.showEnd(task, *attempt, isFinal, counts());
 }
 
@@ -264,8 +266,14 @@ void Scheduler::stop(const std::string& reason, const char* fate) {
   display_.showMessage(reason + "; " + fate + "no further tasks are started");
 }
 
+// Not all at once: a task can make children of this process faster than they are reaped, which must
+// hold up neither signals nor time limits.
 void Scheduler::takeEnded() {
-  while (const pid_t process = endedChild()) {
+  constexpr int most = 64;
+  mayHaveEnded_ = false;
+  for (int i = 0; i < most; ++i) {
+    const pid_t process = endedChild();
+    if (process == 0) return;
     if (process == -1) {
       const bool isFine = errno == ECHILD && processes_.empty();
       if (!isFine) loseSight(errno);
@@ -284,6 +292,7 @@ void Scheduler::takeEnded() {
     takeEnd(process, &running);
     finishRunning(&running);
   }
+  mayHaveEnded_ = true;
 }
 
 // If tasks cannot be waited for, they are not left running.

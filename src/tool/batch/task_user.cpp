@@ -68,14 +68,6 @@ void sendAnswer(int socket, int descriptor, int error) {
   sendMessage(socket, &result, sizeof result, error == 0 ? std::span(&descriptor, 1) : none);
 }
 
-bool isAskedToEnd() {
-  sigset_t pending;
-  sigpending(&pending);
-  const auto signals = stopSignals();
-  return std::any_of(signals.begin(), signals.end(),
-                     [&](int signal) { return sigismember(&pending, signal) == 1; });
-}
-
 // False with the reason in errno if that takes too long or this process is asked to end: the user
 // can stop the child, and a folder may be on a server that does not respond.
 bool awaitAnswer(int socket) {
@@ -83,7 +75,7 @@ bool awaitAnswer(int socket) {
   pollfd event{socket, POLLIN, 0};
   for (int left = 30'000; poll(&event, 1, slice) <= 0; left -= slice) {
     errno = ETIMEDOUT;
-    if (left <= 0 || isAskedToEnd()) return false;
+    if (left <= 0 || isStopSignalPending()) return false;
   }
   return true;
 }

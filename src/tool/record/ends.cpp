@@ -93,6 +93,11 @@ void setRanges(std::string_view ranges, const TaskEnd& end, const std::vector<st
 
 }  // namespace
 
+bool isFailure(Ending ending) {
+  return ending != Ending::succeeded && ending != Ending::interrupted &&
+         ending != Ending::notStarted;
+}
+
 bool hasWord(const TaskEnd& end) {
   return end.ending == Ending::other || (end.ending == Ending::failed && end.number == 0);
 }
@@ -117,7 +122,7 @@ std::optional<TaskEnd> endOfName(std::string_view name, int number, std::string 
 }
 
 std::string describe(const TaskEnd& end) {
-  if (hasWord(end)) return end.word;
+  if (hasWord(end)) return (end.ending == Ending::failed ? "failed: " : "") + end.word;
   const EndingText& row =
       *std::find_if(std::begin(endingTexts), std::end(endingTexts),
                     [&](const EndingText& candidate) { return candidate.ending == end.ending; });

@@ -27,6 +27,9 @@ struct TaskEnd {
   bool operator==(const TaskEnd&) const = default;
 };
 
+// Whether it is the task that failed: not if it was interrupted or not started.
+bool isFailure(Ending ending);
+
 // Whether `word` describes the end.
 bool hasWord(const TaskEnd& end);
 
@@ -41,9 +44,9 @@ std::string_view endName(Ending ending);
 // have one. No value if there is no such end.
 std::optional<TaskEnd> endOfName(std::string_view name, int number, std::string word);
 
-// "succeeded", "failed with exit code 3" or the word if that is 0, "killed by signal 9 (Killed)",
-// "timed out", "interrupted", "not started", or the word. For the exit codes 125 to 127, also what
-// they usually mean: "failed with exit code 127 (program not found)".
+// "succeeded", "failed with exit code 3", "failed: " and the word if that is 0, "killed by signal 9
+// (Killed)", "timed out", "interrupted", "not started", or the word. For the exit codes 125 to 127,
+// also what they usually mean: "failed with exit code 127 (program not found)".
 std::string describe(const TaskEnd& end);
 
 // Whether `id` is valid in these lines: not empty, and only digits, letters, ":" and "_".

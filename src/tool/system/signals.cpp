@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <ctime>
 
@@ -41,6 +42,14 @@ std::vector<int> stopSignals() {
   std::vector<int> signals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
   std::erase_if(signals, isIgnored);
   return signals;
+}
+
+bool isStopSignalPending() {
+  sigset_t pending;
+  sigpending(&pending);
+  const auto signals = stopSignals();
+  return std::any_of(signals.begin(), signals.end(),
+                     [&](int signal) { return sigismember(&pending, signal) == 1; });
 }
 
 DefaultSigchld::DefaultSigchld() {

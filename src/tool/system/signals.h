@@ -46,6 +46,9 @@ class HeldSignals {
   DefaultSigchld children_;
 };
 
+// Whether one of stopSignals(), which are blocked, has arrived.
+bool isStopSignalPending();
+
 // Ends the process by `signal`, so that its parent sees that. Returns only if the signal does not
 // end the process, as in the init process of a container.
 void endBySignal(int signal);

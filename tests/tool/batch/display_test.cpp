@@ -154,6 +154,8 @@ TEST(RunDisplay, HasABarOnATerminal) {
     std::this_thread::sleep_for(milliseconds(150));
     display->refresh({2, 1, 1});
     display->showMessage("no");
+    std::this_thread::sleep_for(milliseconds(150));
+    display->refresh({2, 1, 1, true});
     display->showInterrupt(SIGINT, milliseconds(10'000), {});
   });
   const std::string left = "[^,]+ left\033\\[K\r\033\\[K";
@@ -161,7 +163,9 @@ TEST(RunDisplay, HasABarOnATerminal) {
       "\rrunning \\[#{5,10} {15,30}\\] 1 of 4, 1 running, " + left +
       "task 5: failed with exit code 2 after 300 ms \\(2 of 4\\), log: '/logs/of shot-1'\r\n"
       "\rrunning \\[#{10,20} {10,20}\\] 2 of 4, 1 running, 1 failed, " +
-      left + "runlet-job: run: no\r\ninterrupted by signal 2 \\(Interrupt\\)\r\n");
+      left +
+      "runlet-job: run: no\r\n\rrunning \\[#{10,20} {10,20}\\] 2 of 4, 1 running, 1 failed"
+      "\033\\[K\r\033\\[Kinterrupted by signal 2 \\(Interrupt\\)\r\n");
   EXPECT_TRUE(std::regex_match(written, form)) << written;
 }
 
