@@ -386,13 +386,17 @@ std::string readRecord(const std::string& path, Record* record) {
 }
 
 std::string jobOfRecord(const std::string& path) {
+  // As it is written: the kind of an event comes first.
+  const std::string beginning = std::string("{\"") + eventKey + "\":\"" + sessionEvent + "\"";
   std::ifstream file(path, std::ios::binary);
-  std::string line;
-  std::getline(file, line);
-  const Event event = Event::parse(line, nullptr, false);
-  if (!complaintAboutFirst(event).empty()) return "";
   std::string job;
-  isSound([&] { job = sessionOf(event).job; });
+  bool isFirst = true;
+  for (std::string line; std::getline(file, line); isFirst = false) {
+    if (!isFirst && !line.starts_with(beginning)) continue;
+    const Event event = Event::parse(line, nullptr, false);
+    if (isFirst && !complaintAboutFirst(event).empty()) return "";
+    isSound([&] { job = sessionOf(event).job; });
+  }
   return job;
 }
 

@@ -16,8 +16,8 @@ namespace runlet_tool {
 // After a failure, the content of `*record` is unspecified.
 std::string readRecord(const std::string& path, Record* record);
 
-// The path of the job whose record the file `path` is; empty if it is no record. Reads its first
-// line only.
+// The path of the job that the last session of the record in the file `path` has run; empty if it
+// is no record. Looks only at the lines of sessions.
 std::string jobOfRecord(const std::string& path);
 
 }  // namespace runlet_tool

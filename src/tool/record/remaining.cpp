@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <deque>
 #include <iterator>
 #include <numeric>
 #include <set>
@@ -114,6 +115,29 @@ std::vector<std::int32_t> allOf(const std::vector<TaskIdentity>& job) {
   return tasks;
 }
 
+// The tasks that have the numbers of tasks of the session that the job no longer has. `known` are
+// those that it has.
+std::vector<std::int32_t> replacements(const Session& session, const std::vector<TaskIdentity>& job,
+                                       const std::vector<std::int32_t>& known) {
+  Counts missing = countsOf(session.identities);
+  for (const std::int32_t task : known) takeOne(job[static_cast<std::size_t>(task) - 1], &missing);
+  std::vector<std::int32_t> tasks;
+  for (std::size_t i = 0; i < session.tasks.size(); ++i) {
+    const auto place = static_cast<std::size_t>(session.tasks[i]) - 1;
+    const bool isThere = place < job.size() && job[place] == session.identities[i];
+    if (isThere || !takeOne(session.identities[i], &missing) || place >= job.size()) continue;
+    tasks.push_back(session.tasks[i]);
+  }
+  return without(tasks, known);
+}
+
+std::vector<std::int32_t> merged(const std::vector<std::int32_t>& tasks,
+                                 const std::vector<std::int32_t>& others) {
+  std::vector<std::int32_t> all;
+  std::merge(tasks.begin(), tasks.end(), others.begin(), others.end(), std::back_inserter(all));
+  return all;
+}
+
 }  // namespace
 
 Remaining remainingOf(const Record& record, const std::vector<TaskIdentity>& job) {
@@ -121,7 +145,7 @@ Remaining remainingOf(const Record& record, const std::vector<TaskIdentity>& job
   const std::vector<std::int32_t> known =
       select(job, allOf(job), countsOf(last.identities), placesOf(last));
   Remaining result;
-  result.tasks = last.isWhole ? allOf(job) : known;
+  result.tasks = last.isWhole ? allOf(job) : merged(known, replacements(last, job, known));
   result.toRun = without(result.tasks,
                          select(job, result.tasks, successesOf(record), placesWith(true, record)));
   result.changed = without(result.tasks, known);
@@ -129,17 +153,61 @@ Remaining remainingOf(const Record& record, const std::vector<TaskIdentity>& job
   return result;
 }
 
-std::vector<std::int32_t> failedOf(const Record& record, const std::vector<TaskIdentity>& job) {
+FailedTasks failedOf(const Record& record, const std::vector<TaskIdentity>& job) {
   Counts unfinished = countsOf(record.sessions.back().identities);
   for (const Attempt& attempt : record.attempts) {
     if (hasSucceeded(attempt)) takeOne(identityOf(record, attempt), &unfinished);
   }
   const std::set<Place> places = placesWith(false, record);
   Counts failed;
+  std::size_t count = 0;
   for (const Place& place : places) {
-    if (takeOne(place.second, &unfinished)) ++failed[place.second];
+    if (!takeOne(place.second, &unfinished)) continue;
+    ++failed[place.second];
+    ++count;
   }
-  return select(job, allOf(job), failed, places);
+  FailedTasks result;
+  result.tasks = select(job, allOf(job), failed, places);
+  result.gone = count - result.tasks.size();
+  return result;
+}
+
+std::vector<std::optional<std::size_t>> countingAttempts(const Record& record) {
+  const Session& last = record.sessions.back();
+  std::map<Place, std::size_t> attempts;  // the last one at each place
+  for (std::size_t i = 0; i < record.attempts.size(); ++i) {
+    attempts[{record.attempts[i].task, identityOf(record, record.attempts[i])}] = i;
+  }
+  std::vector<std::optional<std::size_t>> counting(last.tasks.size());
+  const auto takeOwn = [&](bool isSuccess) {
+    for (std::size_t i = 0; i < counting.size(); ++i) {
+      const auto own = attempts.find({last.tasks[i], last.identities[i]});
+      if (counting[i] || own == attempts.end()) continue;
+      if (hasSucceeded(record.attempts[own->second]) != isSuccess) continue;
+      counting[i] = own->second;
+      attempts.erase(own);
+    }
+  };
+  const auto takeOthers = [&](bool isSuccess) {
+    std::map<TaskIdentity, std::deque<std::size_t>> others;
+    for (const auto& [place, attempt] : attempts) {
+      if (hasSucceeded(record.attempts[attempt]) == isSuccess) {
+        others[place.second].push_back(attempt);
+      }
+    }
+    for (std::size_t i = 0; i < counting.size() && !others.empty(); ++i) {
+      const auto found = others.find(last.identities[i]);
+      if (counting[i] || found == others.end()) continue;
+      counting[i] = found->second.front();
+      found->second.pop_front();
+      if (found->second.empty()) others.erase(found);
+    }
+  };
+  takeOwn(true);
+  takeOthers(true);
+  takeOwn(false);
+  takeOthers(false);
+  return counting;
 }
 
 std::map<std::int32_t, std::int32_t> lastAttempts(const Record& record) {

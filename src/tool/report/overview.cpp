@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <map>
+#include <optional>
 #include <utility>
 
 #include "tool/record/read.h"
@@ -59,7 +59,7 @@ Standing standingOf(const Overview& overview, const Attempt& attempt) {
 AttemptState attemptState(const Overview& overview, const Attempt& attempt) {
   AttemptState state;
   state.standing = standingOf(overview, attempt);
-  const RecordTime known = overview.sessions[attempt.session].end;
+  const RecordTime known = attempt.isAlive ? overview.now : overview.sessions[attempt.session].end;
   state.span = {attempt.begin, std::max(attempt.begin, attempt.end.value_or(known))};
   state.wall = attempt.end ? attempt.wall : state.span.length();
   return state;
@@ -83,43 +83,14 @@ void setSlots(Overview* overview) {
   }
 }
 
-std::size_t placeOf(const std::vector<std::int32_t>& tasks, std::int32_t task) {
-  return static_cast<std::size_t>(std::lower_bound(tasks.begin(), tasks.end(), task) -
-                                  tasks.begin());
-}
-
-// The latest attempt of each task of the batch. The job may have changed between two sessions: then
-// an attempt counts for a task that runs the same now, not for the one that has its number now.
-void setLatestAttempts(Overview* overview) {
-  const Session& batch = overview->record.sessions.back();
-  // By identity, the attempts of tasks that run something else now, the latest for each number.
-  std::map<TaskIdentity, std::map<std::int32_t, std::size_t>> moved;
-  for (std::size_t i = 0; i < overview->attempts.size(); ++i) {
-    const Attempt& attempt = overview->record.attempts[i];
-    const TaskIdentity& identity = identityOf(overview->record, attempt);
-    const std::size_t place = placeOf(batch.tasks, attempt.task);
-    const bool isThere = place < batch.tasks.size() && batch.tasks[place] == attempt.task &&
-                         batch.identities[place] == identity;
-    if (isThere) {
-      overview->tasks[place].attempt = i;
-    } else {
-      moved[identity][attempt.task] = i;
-    }
-  }
-  for (std::size_t i = 0; i < overview->tasks.size() && !moved.empty(); ++i) {
-    const auto found = moved.find(batch.identities[i]);
-    if (overview->tasks[i].attempt || found == moved.end()) continue;
-    overview->tasks[i].attempt = found->second.begin()->second;
-    found->second.erase(found->second.begin());
-    if (found->second.empty()) moved.erase(found);
-  }
-}
-
 void setTasks(Overview* overview) {
-  for (const std::int32_t task : overview->record.sessions.back().tasks) {
-    overview->tasks.push_back({task, Standing::notStarted, {}});
+  // The job may have changed between two sessions: what has still to be done decides.
+  const std::vector<std::optional<std::size_t>> attempts = countingAttempts(overview->record);
+  for (std::size_t i = 0; i < attempts.size(); ++i) {
+    const std::int32_t task = overview->record.sessions.back().tasks[i];
+    overview->tasks.push_back({task, Standing::notStarted, attempts[i]});
+    if (attempts[i]) overview->attempts[*attempts[i]].countsFor = task;
   }
-  setLatestAttempts(overview);
   const bool isRunning = overview->state == BatchState::running;
   for (std::size_t i = 0; i < overview->tasks.size(); ++i) {
     TaskState& state = overview->tasks[i];
@@ -184,8 +155,7 @@ std::string lengthText(double seconds, bool isKnown) {
 std::string livingText(const Overview& overview) {
   const auto count = static_cast<std::size_t>(overview.tasksWith(Standing::running).count());
   if (count == 0) return "";
-  return "; " + quantity(count, "task") + (count == 1 ? " of it is" : " of it are") +
-         " still running";
+  return ", but " + quantity(count, "task") + (count == 1 ? " is" : " are") + " still running";
 }
 
 }  // namespace
@@ -247,7 +217,7 @@ std::string stateText(const Overview& overview) {
       return "running on " + shortened(visible(last.process.host), 100) + " as process " +
              std::to_string(last.process.process);
     case BatchState::killed:
-      return "ended without having recorded that" + livingText(overview);
+      return "killed" + livingText(overview);
     default:
       return sessionEndText(overview, overview.sessions.size() - 1);
   }
@@ -281,7 +251,9 @@ std::string lostText(const Overview& overview) {
 
 std::string attemptTaskText(const Overview& overview, std::size_t attempt) {
   const Attempt& recorded = overview.record.attempts[attempt];
-  std::string text = "task " + std::to_string(recorded.task);
+  const std::int32_t task = overview.attempts[attempt].countsFor.value_or(recorded.task);
+  std::string text = "task " + std::to_string(task);
+  if (task != recorded.task) text += " (then task " + std::to_string(recorded.task) + ")";
   if (recorded.number > 1) text += ", attempt " + std::to_string(recorded.number);
   return text;
 }

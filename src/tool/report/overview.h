@@ -48,15 +48,15 @@ bool isFailure(Standing standing);
 struct TaskState {
   std::int32_t task = 0;
   Standing standing = Standing::notStarted;
-  std::optional<std::size_t>
-      attempt;  // its latest one, whatever number it had then; none if not started
+  std::optional<std::size_t> attempt;  // that counts for it, see countingAttempts
 };
 
 // An attempt beyond what its record says.
 struct AttemptState {
   Standing standing = Standing::running;
-  Span span;             // when it ran, as far as it is known
-  double wall = 0;       // seconds
+  Span span;                              // when it ran, as far as it is known
+  double wall = 0;                        // seconds
+  std::optional<std::int32_t> countsFor;  // the task that it counts for, see countingAttempts
   std::size_t slot = 0;  // from 0; no two attempts of a session have the same at the same time
 };
 
@@ -112,8 +112,8 @@ std::vector<std::size_t> attemptsOfFailures(const Overview& overview, std::size_
 
 // For people; each is one line that is safe to print.
 
-// "running on HOST as process 4711", "finished", "ended early (REASON)", "ended without having
-// ...".
+// "running on HOST as process 4711", "finished", "ended early (REASON)", "killed", "killed, but 2
+// tasks are still running".
 std::string stateText(const Overview& overview);
 
 // "running", "finished", "ended early (REASON)", "killed".
@@ -125,7 +125,8 @@ std::string sessionLengthText(const Overview& overview, std::size_t session);
 std::string runningText(const Overview& overview);
 std::string lostText(const Overview& overview);
 
-// "task 7", or with the number of an attempt that is not the first: "task 7, attempt 2".
+// "task 7", or with the number of an attempt that is not the first: "task 7, attempt 2"; if it
+// counts for a task that has another number now, "task 9 (then task 7)".
 std::string attemptTaskText(const Overview& overview, std::size_t attempt);
 
 // "failed with exit code 3", "running": at most 200 bytes and "...".

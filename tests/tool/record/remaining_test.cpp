@@ -103,6 +103,7 @@ TEST(Remaining, IsOfTheSelectedTasksWhereverTheyAre) {
     const char* jobNow;
     Numbers tasks;
     Numbers toRun;
+    Numbers changed;
     std::size_t gone;
   };
   // Tasks 2 to 4 of "abbcb": b and c, of which the first b has succeeded.
@@ -110,18 +111,22 @@ TEST(Remaining, IsOfTheSelectedTasksWhereverTheyAre) {
   record.sessions = {session("bbc", {2, 3, 4})};
   record.attempts = {attempt(0, 2, 1, How::succeeded), attempt(0, 3, 1, How::failed)};
   const Row rows[] = {
-      {"abbcb", {2, 3, 4}, {3, 4}, 0},    // as many as before, with their numbers
-      {"xabbcb", {3, 4, 5}, {4, 5}, 0},   // the success counts for one of two that moved
-      {"bbabbcb", {1, 2, 6}, {1, 6}, 0},  // task 2 stays; task 1 is the next b
-      {"axbcx", {3, 4}, {4}, 1},          // the success counts for the b that is left
-      {"cbb", {1, 2, 3}, {1, 3}, 0},     {"a", {}, {}, 3}, {"", {}, {}, 3},
+      {"abbcb", {2, 3, 4}, {3, 4}, {}, 0},    // as many as before, with their numbers
+      {"xabbcb", {3, 4, 5}, {4, 5}, {}, 0},   // the success counts for one of two that moved
+      {"bbabbcb", {1, 2, 6}, {1, 6}, {}, 0},  // task 2 stays; task 1 is the next b
+      {"axbcx", {2, 3, 4}, {2, 4}, {2}, 1},   // the success counts for the b that is left
+      {"abbxb", {2, 3, 4}, {3, 4}, {4}, 1},   // the c was edited
+      {"cbb", {1, 2, 3}, {1, 3}, {}, 0},
+      {"cxx", {1, 2, 3}, {1, 2, 3}, {2, 3}, 2},
+      {"a", {}, {}, {}, 3},
+      {"", {}, {}, {}, 3},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.jobNow);
     const Remaining remaining = remainingOf(record, job(row.jobNow));
     EXPECT_EQ(remaining.tasks, row.tasks);
     EXPECT_EQ(remaining.toRun, row.toRun);
-    EXPECT_EQ(remaining.changed, Numbers{});
+    EXPECT_EQ(remaining.changed, row.changed);
     EXPECT_EQ(remaining.gone, row.gone);
   }
 }
@@ -149,11 +154,13 @@ TEST(Remaining, LooksAtAllSessions) {
 
 TEST(Failed, AreTasksWhoseLastAttemptDidNotSucceed) {
   Record record = halfDone();
-  EXPECT_EQ(failedOf(record, job("abcd")), (Numbers{2, 3}));
-  EXPECT_EQ(failedOf(record, job("dcba")), (Numbers{2, 3}));
-  EXPECT_EQ(failedOf(record, job("axyz")), Numbers{});
+  EXPECT_EQ(failedOf(record, job("abcd")).tasks, (Numbers{2, 3}));
+  EXPECT_EQ(failedOf(record, job("dcba")).tasks, (Numbers{2, 3}));
+  EXPECT_EQ(failedOf(record, job("axyz")).tasks, Numbers{});
+  EXPECT_EQ(failedOf(record, job("axyz")).gone, 2);
+  EXPECT_EQ(failedOf(record, job("abxy")).gone, 1);
   record.attempts.push_back(attempt(0, 2, 2, How::succeeded));
-  EXPECT_EQ(failedOf(record, job("abcd")), (Numbers{3}));
+  EXPECT_EQ(failedOf(record, job("abcd")).tasks, (Numbers{3}));
 }
 
 // What failed before the job changed is neither forgotten nor taken for what has its number now.
@@ -163,16 +170,16 @@ TEST(Failed, AreKnownByWhatTheyRun) {
   reordered.attempts = {attempt(0, 1, 1, How::succeeded), attempt(0, 2, 1, How::succeeded),
                         attempt(0, 3, 1, How::failed), attempt(0, 4, 1, How::succeeded),
                         attempt(1, 1, 2, How::succeeded)};
-  EXPECT_EQ(failedOf(reordered, job("cdab")), Numbers{});
-  EXPECT_EQ(failedOf(reordered, job("abcd")), Numbers{});
+  EXPECT_EQ(failedOf(reordered, job("cdab")).tasks, Numbers{});
+  EXPECT_EQ(failedOf(reordered, job("abcd")).tasks, Numbers{});
 
   Record longer;
   longer.sessions = {session("abc"), session("xzabc")};
   longer.attempts = {attempt(0, 1, 1, How::failed), attempt(0, 2, 1, How::cutOff),
                      attempt(0, 3, 1, How::succeeded), attempt(1, 1, 2, How::succeeded),
                      attempt(1, 2, 2, How::failed)};
-  EXPECT_EQ(failedOf(longer, job("xzabc")), (Numbers{2, 3, 4}));
-  EXPECT_EQ(failedOf(longer, job("abc")), (Numbers{1, 2}));
+  EXPECT_EQ(failedOf(longer, job("xzabc")).tasks, (Numbers{2, 3, 4}));
+  EXPECT_EQ(failedOf(longer, job("abc")).tasks, (Numbers{1, 2}));
 }
 
 TEST(Failed, AreCountedAmongTasksThatRunTheSame) {
@@ -193,14 +200,42 @@ TEST(Failed, AreCountedAmongTasksThatRunTheSame) {
     Record record;
     record.sessions = {session("aaa")};
     record.attempts = row.attempts;
-    EXPECT_EQ(failedOf(record, job("aaa")), row.failed);
-    EXPECT_EQ(failedOf(record, job("a")), row.failedOfOne);
+    EXPECT_EQ(failedOf(record, job("aaa")).tasks, row.failed);
+    EXPECT_EQ(failedOf(record, job("a")).tasks, row.failedOfOne);
   }
   // A second task that runs the same as one that succeeded elsewhere in the end.
   Record moved;
   moved.sessions = {session("a"), session("xa")};
   moved.attempts = {attempt(0, 1, 1, How::failed), attempt(1, 2, 1, How::succeeded)};
-  EXPECT_EQ(failedOf(moved, job("xaa")), Numbers{});
+  EXPECT_EQ(failedOf(moved, job("xaa")).tasks, Numbers{});
+}
+
+// So that the report never contradicts what is resumed.
+TEST(CountingAttempts, AreSuccessesFirst) {
+  using Positions = std::vector<std::optional<std::size_t>>;
+  // What X ran as task 1 failed, and then succeeded as task 2; now it is task 1 again.
+  Record back;
+  back.sessions = {session("xy"), session("yx"), session("xyz")};
+  back.attempts = {attempt(0, 1, 1, How::failed), attempt(0, 2, 1, How::succeeded),
+                   attempt(1, 2, 2, How::succeeded), attempt(2, 3, 1, How::cutOff)};
+  EXPECT_EQ(countingAttempts(back), (Positions{2, 1, 3}));
+  EXPECT_EQ(remainingOf(back, job("xyz")).toRun, (Numbers{3}));
+
+  // Of two that run the same, 1 failed and 2 succeeded; now they are tasks 3 and 4.
+  Record equal;
+  equal.sessions = {session("aa"), session("nmaa")};
+  equal.attempts = {attempt(0, 1, 1, How::failed), attempt(0, 2, 1, How::succeeded),
+                    attempt(1, 1, 2, How::succeeded), attempt(1, 4, 1, How::succeeded)};
+  EXPECT_EQ(countingAttempts(equal), (Positions{2, {}, 1, 3}));
+  equal.attempts.pop_back();
+  EXPECT_EQ(countingAttempts(equal), (Positions{2, {}, 1, 0}));
+  EXPECT_EQ(remainingOf(equal, job("nmaa")).toRun, (Numbers{2, 4}));
+
+  // The last attempt of a task counts, and each for one task.
+  Record again;
+  again.sessions = {session("abc")};
+  again.attempts = {attempt(0, 1, 1, How::failed), attempt(0, 1, 2, How::cutOff)};
+  EXPECT_EQ(countingAttempts(again), (Positions{1, {}, {}}));
 }
 
 TEST(LastAttempts, AreTheGreatestNumbers) {

@@ -119,8 +119,7 @@ TEST(Overview, KnowsWhetherTheBatchRuns) {
        20},
       {false, true, "", "running on farm04 as process 4711", "succeeded 1, running 2, waiting 3",
        1000, 970},
-      {false, false, "", "ended without having recorded that",
-       "succeeded 1, not-started 3, cut-off 2", 30, 0},
+      {false, false, "", "killed", "succeeded 1, not-started 3, cut-off 2", 30, 0},
   };
   for (const auto& row : rows) {
     if (!row.isEnded) record.sessions[0].end.reset();
@@ -153,6 +152,36 @@ TEST(Overview, EstimatesWhenASessionWasKilled) {
   record.attempts.pop_back();
   EXPECT_EQ(runningText(overview(record)), "36 s");
   EXPECT_EQ(lostText(overview(record)), "0 s");
+}
+
+// They may outlive the run.
+TEST(Overview, CountsTheTimeOfLivingTasksUpToNow) {
+  Record record;
+  record.sessions = {finishedSession(0, 50, 2)};
+  record.sessions[0].end.reset();
+  record.attempts = {openAttempt(1, 3), openAttempt(2, 4)};
+  record.attempts[0].isAlive = true;
+  const Overview all = overview(record);
+  EXPECT_EQ(stateText(all), "killed, but 1 task is still running");
+  EXPECT_EQ(all.attempts[0].wall, 997);
+  EXPECT_EQ(all.attempts[1].wall, 0);
+  record.attempts[1].isAlive = true;
+  EXPECT_EQ(stateText(overview(record)), "killed, but 2 tasks are still running");
+}
+
+// The number that people look for in the job.
+TEST(Overview, NamesTheTaskThatAnAttemptCountsFor) {
+  Record record;
+  record.sessions = {finishedSession(0, 50, 2), finishedSession(100, 130, 3)};
+  std::vector<TaskIdentity>& now = record.sessions[1].identities;
+  now = {now[2], record.sessions[0].identities[1], record.sessions[0].identities[0]};
+  record.attempts = {endedAttempt(1, 1, 5, failed), endedAttempt(2, 1, 5, failed)};
+  record.attempts.push_back(endedAttempt(2, 7, 5, failed));
+  record.attempts[2].number = 2;
+  const Overview all = overview(record);
+  EXPECT_EQ(tasksText(all), "failed 2-3, not-started 1");
+  EXPECT_EQ(attemptTaskText(all, 0), "task 3 (then task 1)");
+  EXPECT_EQ(attemptTaskText(all, 2), "task 2, attempt 2");
 }
 
 TEST(Overview, AddsUpWhatAttemptsTook) {
