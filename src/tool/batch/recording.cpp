@@ -143,30 +143,42 @@ std::string readMeant(std::string meant, const std::string& job, std::string* pa
   return readTrusted(*path, record);
 }
 
-// The first task of a killed run that is still running here, or is being ended by the process that
-// outlives the run for that; null if there is none.
-const Attempt* runningTask(const Record& record) {
-  for (const Attempt& attempt : record.attempts) {
-    if (isRunningHere(record, attempt)) return &attempt;
-  }
-  return nullptr;
+// A success means the same as before.
+void takeExpected(const RecordOptions& options, const Record& record, Batch* batch) {
+  if (options.takesExpected) batch->expected = record.sessions.back().expected;
 }
 
-// A task must not run twice at the same time. Returns which task of the record has not ended after
-// a while, for a message; empty if none is running.
-std::string awaitTasks(const Record& record) {
+// The tasks of a killed run that are still running here, or are being ended by the process that
+// outlives the run for that.
+std::vector<std::int32_t> runningTasks(const Record& record) {
+  std::vector<std::int32_t> tasks;
+  for (const Attempt& attempt : record.attempts) {
+    if (isRunningHere(record, attempt)) tasks.push_back(attempt.task);
+  }
+  std::sort(tasks.begin(), tasks.end());
+  return tasks;
+}
+
+// A task must not run twice at the same time. Waits for a while, after a message, for the tasks of
+// the record that are running. Returns which have not ended, for a message; empty if none is
+// running.
+std::string awaitTasks(const Record& record, const std::string& path) {
   constexpr auto longest = std::chrono::seconds(15);
   const auto deadline = std::chrono::steady_clock::now() + longest;
-  const Attempt* attempt = runningTask(record);
-  for (bool isFirst = true; attempt != nullptr; isFirst = false) {
-    const std::string task = "task " + std::to_string(attempt->task) + " (process " +
-                             std::to_string(attempt->process) + ") of batch " + record.id;
-    if (isFirst) say("waiting for " + task + ", whose run was killed");
+  std::vector<std::int32_t> tasks = runningTasks(record);
+  for (bool isFirst = true; !tasks.empty(); isFirst = false) {
+    const std::string shown = (tasks.size() == 1 ? "task " : "tasks ") + TaskNumbers(tasks).text() +
+                              " of batch " + record.id;
+    if (isFirst) {
+      say("waiting up to " + std::to_string(longest.count()) + " s for " + shown +
+          ", whose run was killed");
+    }
     if (std::chrono::steady_clock::now() > deadline) {
-      return task + " is still running: see runlet-job report " + record.id;
+      return shown + (tasks.size() == 1 ? " is" : " are") +
+             " still running: see runlet-job report " + wholeWord(path);
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    attempt = runningTask(record);
+    tasks = runningTasks(record);
   }
   return "";
 }
@@ -177,16 +189,17 @@ std::string writeFailure(const std::string& path, int error) {
 
 }  // namespace
 
-int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch) {
-  const bool hasJob = !batch->job.empty();
-  if (!options.resume && (options.failedOf.empty() || hasJob)) return exitFine;
-  const char* const option = options.resume ? "--resume: " : "--failed-of: ";
+int takeJobFromRecord(RecordOptions* options, BatchOptions* batch) {
+  if (!options->resume && !options->failedOf) return exitFine;
+  const char* const option = options->resume ? "--resume: " : "--failed-of: ";
+  std::string& meant = options->resume ? *options->resume : *options->failedOf;
   std::string path;
   Record record;
+  const bool hasJob = !batch->job.empty();
   const std::string job = hasJob ? fullPath(currentFolder(), batch->job) : "";
-  const std::string complaint =
-      readMeant(options.resume.value_or(options.failedOf), job, &path, &record);
+  const std::string complaint = readMeant(meant, job, &path, &record);
   if (!complaint.empty()) return hasJob ? exitFine : giveUp(option + complaint);
+  meant = path;
   if (!hasJob) batch->job = record.sessions.back().job;
   if (batch->appPath.empty()) batch->appPath = record.sessions.back().appPath;
   return exitFine;
@@ -200,7 +213,7 @@ int Recording::choose(const RecordOptions& options, Batch* batch) {
   if (options.resume) {
     status = resume(options, batch);
   } else {
-    if (!options.failedOf.empty()) status = selectFailed(options.failedOf, batch);
+    if (options.failedOf) status = selectFailed(options, batch);
     batch->attempts.assign(batch->tasks.size(), 0);
   }
   if (status != exitFine) return status;
@@ -249,7 +262,7 @@ std::string Recording::claim(const std::string& what) {
   for (const std::string& path : claim.abandoned()) {
     Record record;
     if (!readRecord(path, &record).empty()) continue;  // it is gone, or had no tasks yet
-    std::string running = awaitTasks(record);
+    std::string running = awaitTasks(record, path);
     if (!running.empty()) return running;
   }
   claim.removeAbandoned();
@@ -262,7 +275,7 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
   const std::string complaint = readTrusted(path_, &record);
   if (!complaint.empty()) return giveUp("--resume: " + complaint);
   file_ = record.file;
-  const std::string running = awaitTasks(record);
+  const std::string running = awaitTasks(record, path_);
   if (!running.empty()) return giveUp("--resume: " + running);
   const Remaining remaining = remainingOf(record, identitiesOfAll(*batch));
   const std::string changes = changesText(remaining);
@@ -271,9 +284,12 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
         "; nothing is run. --accept-changes resumes it as it is now");
     return exitUnreadable;
   }
+  if (remaining.tasks.empty()) {
+    return giveUp("--resume: the job has none of the tasks of batch " + id_ + " any more");
+  }
+  hasChanged_ = !changes.empty();
   session_.isWhole = record.sessions.back().isWhole;
-  // A success means the same as before.
-  if (batch->expected.empty()) batch->expected = record.sessions.back().expected;
+  takeExpected(options, record, batch);
   session_.tasks = remaining.tasks;
   batch->tasks = remaining.toRun;
   batch->attempts.clear();
@@ -286,20 +302,32 @@ int Recording::resume(const RecordOptions& options, Batch* batch) {
   return exitFine;
 }
 
-int Recording::selectFailed(const std::string& meant, Batch* batch) {
+int Recording::selectFailed(const RecordOptions& options, Batch* batch) {
   std::string path;
   Record record;
-  const std::string complaint = readMeant(meant, batch->context.jobFile, &path, &record);
+  const std::string complaint =
+      readMeant(*options.failedOf, batch->context.jobFile, &path, &record);
   if (!complaint.empty()) return giveUp("--failed-of: " + complaint);
   // What is running there has not failed yet.
   const std::string taken = claim(record.id);
   if (!taken.empty()) return giveUp("--failed-of: " + record.id + ": " + taken);
-  batch->tasks = failedOf(record, identitiesOfAll(*batch));
+  const FailedTasks failed = failedOf(record, identitiesOfAll(*batch));
+  if (failed.gone > 0 && !options.acceptChanges) {
+    say("--failed-of: " + quantity(failed.gone, "task") + " that failed in batch " + record.id +
+        (failed.gone == 1 ? " is" : " are") +
+        " gone or changed; nothing is run. --accept-changes runs the others");
+    return exitUnreadable;
+  }
+  takeExpected(options, record, batch);
+  batch->tasks = failed.tasks;
   session_.tasks = batch->tasks;
   session_.isWhole = false;
   if (batch->tasks.empty()) {
-    say("--failed-of: nothing to do: no task of batch " + record.id +
-        " has failed, or the job no longer has it");
+    say(failed.gone == 0
+            ? "--failed-of: nothing to do: no task of batch " + record.id + " has failed"
+            : "--failed-of: nothing to do: the job no longer has any task that failed "
+              "in batch " +
+                  record.id);
   }
   return exitFine;
 }

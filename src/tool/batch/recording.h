@@ -19,11 +19,12 @@ namespace runlet_tool {
 
 // The command-line options about records.
 struct RecordOptions {
-  std::string file;                   // where to create the record; empty = in the state folder
-  std::optional<std::string> resume;  // the record to continue; empty = the last one of the job
-  std::string failedOf;               // only the tasks that failed in that record; empty = all
-  bool acceptChanges = false;         // resume although the job has changed
-  bool asJson = false;                // copy the events to standard output
+  std::string file;                     // where to create the record; empty = in the state folder
+  std::optional<std::string> resume;    // the record to continue; empty = the last one of the job
+  std::optional<std::string> failedOf;  // only the tasks that failed in that record
+  bool acceptChanges = false;           // although the job has changed
+  bool takesExpected = true;            // of these records; false: others were given, or none
+  bool asJson = false;                  // copy the events to standard output
 };
 
 // What is recorded of the options that say how to run the tasks.
@@ -32,10 +33,11 @@ struct SessionLimits {
   double timeLimit = 0;  // seconds; 0 = none
 };
 
-// If `options` continue a record, or refer to one and `batch` names no job, completes `batch` with
-// what it lacks of that record's job and application. Returns exitFine, or the status to exit with
-// after a message. If `batch` names a job, `Recording::choose` says what is wrong with the record.
-int takeJobFromRecord(const RecordOptions& options, BatchOptions* batch);
+// If `*options` continue a record or refer to one, completes `batch` with what it lacks of that
+// record's job and application, and `*options` with the path of the record, so that it remains the
+// same one. Returns exitFine, or the status to exit with after a message. If `batch` names a job,
+// `Recording::choose` says what is wrong with the record.
+int takeJobFromRecord(RecordOptions* options, BatchOptions* batch);
 
 // The record of a batch, from its start to its end.
 class Recording {
@@ -49,6 +51,12 @@ class Recording {
   // Creates the record, or continues the one to resume. Returns exitFine, or the status to exit
   // with after a message on standard error; then nothing may run.
   int open(const RecordOptions& options, const SessionLimits& limits, const Batch& batch);
+
+  // Whether the batch that is resumed has other tasks than before, which are then to be recorded
+  // even if none of them has to run.
+  bool hasChanged() const {
+    return hasChanged_;
+  }
 
   // The id of the record.
   const std::string& id() const {
@@ -71,7 +79,7 @@ class Recording {
   int useStateFolder(const RecordOptions& options);
   int claimBatch(const RecordOptions& options, const Batch& batch);
   int resume(const RecordOptions& options, Batch* batch);
-  int selectFailed(const std::string& meant, Batch* batch);
+  int selectFailed(const RecordOptions& options, Batch* batch);
   std::string claim(const std::string& what);
 
   std::string stateFolder_;
@@ -79,6 +87,7 @@ class Recording {
   std::string id_;
   std::string path_;
   bool isResumed_ = false;
+  bool hasChanged_ = false;
   FileId file_;  // of the record that is resumed
   Session session_;
   std::unique_ptr<RecordWriter> writer_;

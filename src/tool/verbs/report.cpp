@@ -51,7 +51,7 @@ std::string findOverview(const std::string& id, Overview* overview) {
   std::string reason = findRecord(id, &path);
   if (!reason.empty()) return reason;
   reason = readOverview(path, mostSlowest, overview);
-  return reason.empty() ? "" : shortShellWord(path) + ": " + reason;
+  return reason.empty() ? "" : wholeWord(path) + ": " + reason;
 }
 
 bool isStandardOutput(const std::optional<std::string>& path) {

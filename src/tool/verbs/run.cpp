@@ -76,7 +76,10 @@ std::optional<HaltRule> haltRuleOf(const Batch& batch, const RunOptions& options
 void lookForFiles(const Batch& batch, std::size_t index, TaskEnd* end) {
   if (end->ending != Ending::succeeded) return;
   const std::string complaint = complaintAboutFiles(batch, batch.tasks[index], batch.expected);
-  if (!complaint.empty()) *end = {Ending::failed, 0, complaint};
+  if (complaint.empty()) return;
+  // A stop signal may have cut the look short.
+  const bool isCut = isStopSignalPending();
+  *end = isCut ? TaskEnd{Ending::interrupted, 0, ""} : TaskEnd{Ending::failed, 0, complaint};
 }
 
 // A log that cannot be removed stays, and the record says so.
@@ -179,11 +182,21 @@ bool isReady(const Batch& batch) {
          requireRunFolder(batch, name);
 }
 
+// For a batch of which nothing has to run. Otherwise it would differ from its job the next time,
+// too.
+int recordChanges(const RunOptions& options, const Batch& batch, Recording* recording) {
+  if (!recording->hasChanged()) return exitFine;
+  const int status = recording->open(options.record, sessionLimits(batch, options), batch);
+  if (status != exitFine) return status;
+  return recording->end("") ? exitFine : exitUnreadable;
+}
+
 int runRecorded(const RunOptions& options, Batch* batch, Starter* starter) {
   Recording recording;
   int status = recording.choose(options.record, batch);
-  if (status != exitFine || batch->tasks.empty()) return status;
-  // A batch that is resumed may have patterns that do not fit the job any more.
+  if (status != exitFine) return status;
+  if (batch->tasks.empty()) return recordChanges(options, *batch, &recording);
+  // Those that it takes from a record may not fit the job any more.
   if (!areFit(batch->expected, name, batch->context)) return exitUnreadable;
   if (!makeLogFolder(*batch, name)) return exitUnreadable;
   status = recording.open(options.record, sessionLimits(*batch, options), *batch);
@@ -196,7 +209,7 @@ int runRecorded(const RunOptions& options, Batch* batch, Starter* starter) {
   return runTasksOf(batch, options, &recording, starter);
 }
 
-int runJob(const RunOptions& options) {
+int runJob(RunOptions options) {
   const std::string& id = options.endLinesId;
   if (!id.empty() && !isEndLinesId(id)) {
     std::fprintf(stderr, "runlet-job: run: --tell-ends: %s is not a valid id\n",
@@ -211,10 +224,11 @@ int runJob(const RunOptions& options) {
   }
   // Who reads the output may leave. This is not for the tasks, which the starter begins.
   std::signal(SIGPIPE, SIG_IGN);
+  // A limit on the size of files makes a write fail, which is reported.
+  std::signal(SIGXFSZ, SIG_IGN);
   Batch batch;
-  BatchOptions selected = options.batch;
-  int status = takeJobFromRecord(options.record, &selected);
-  if (status == exitFine) status = prepareBatch(selected, name, &batch);
+  int status = takeJobFromRecord(&options.record, &options.batch);
+  if (status == exitFine) status = prepareBatch(options.batch, name, &batch);
   if (status != exitFine) return status;
   batch.expected = options.expected;
   if (!isReady(batch)) return exitUnreadable;
@@ -239,6 +253,14 @@ std::string readTasks(const std::string& text, std::vector<std::int32_t>* tasks)
   return tasks->empty() ? "not a list of task numbers such as 2,5-9: " + visible(text) : "";
 }
 
+// A variable of a script that is not set must not select something else.
+std::string valueOf(const CLI::Option* option) {
+  if (option->results().front().empty()) {
+    throw CLI::ValidationError(option->get_name(), "the value is empty");
+  }
+  return option->results().front();
+}
+
 // Returns what takes the values once the command line has been parsed.
 std::function<void()> addRecordOptions(CLI::App* verb, RunOptions* options) {
   RecordOptions* const record = &options->record;
@@ -254,15 +276,18 @@ std::function<void()> addRecordOptions(CLI::App* verb, RunOptions* options) {
           ->type_name("LIST");
   CLI::Option* resume =
       verb->add_option("--resume")
-          ->description("Run what has not succeeded in the batch ID (default: the job's last one)")
+          ->description(
+              "Run what has not succeeded in the batch ID (default: the last one of JOB, or of "
+              "all without JOB)")
           ->type_name("ID")
           ->expected(0, 1);
   verb->add_flag("--accept-changes", record->acceptChanges,
-                 "Resume although the job has changed since")
-      ->needs(resume);
+                 "Go on although the job has changed since that batch");
   CLI::Option* failedOf =
       verb->add_option("--failed-of")
-          ->description("Run only the tasks that failed in the batch ID; JOB defaults to its job")
+          ->description(
+              "Run only what was started and did not succeed in the batch ID; JOB "
+              "defaults to its job")
           ->type_name("ID");
   CLI::Option* file = verb->add_option("--record")
                           ->description("Create the record of the batch as this file")
@@ -279,9 +304,14 @@ std::function<void()> addRecordOptions(CLI::App* verb, RunOptions* options) {
   // Taken unconverted: in typed values, the library would look for lists and comments.
   return [=] {
     if (*resume) record->resume = resume->results().empty() ? "" : resume->results().front();
-    if (*failedOf) record->failedOf = failedOf->results().front();
-    if (*file) record->file = file->results().front();
+    if (*failedOf) record->failedOf = valueOf(failedOf);
+    if (*file) record->file = valueOf(file);
     options->expected = expected->results();
+    record->takesExpected = options->expected.empty();
+    std::erase(options->expected, "");  // only says that nothing is expected
+    if (record->acceptChanges && !*resume && !*failedOf) {
+      throw CLI::RequiresError("--accept-changes", "--resume or --failed-of");
+    }
   };
 }
 
@@ -319,7 +349,8 @@ void addRun(CLI::App* app, Action* action) {
   addBatchOptions(verb, &options->batch);
   const std::function<void()> takeRecordOptions = addRecordOptions(verb, options.get());
   addLimits(verb, options.get());
-  verb->add_flag("--quiet", options->isQuiet, "Say nothing about tasks that succeed");
+  verb->add_flag("--quiet", options->isQuiet,
+                 "Say nothing while tasks run, and nothing about tasks that succeed");
   verb->add_option_function<std::string>(
           "--keep-logs", [=](const std::string& text) { options->keepsAllLogs = text == "all"; },
           "Keep all logs (the default), or only those of tries that failed")
@@ -330,7 +361,7 @@ void addRun(CLI::App* app, Action* action) {
   addKeptVariables(verb, "Variable to keep for tasks of another user; repeatable", &options->kept);
   verb->callback([=] {
     takeRecordOptions();
-    const bool isInRecord = options->record.resume || !options->record.failedOf.empty();
+    const bool isInRecord = options->record.resume || options->record.failedOf;
     if (options->batch.job.empty() && !isInRecord) throw CLI::RequiredError("job");
     *action = [=] { return runJob(*options); };
   });

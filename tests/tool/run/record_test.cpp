@@ -301,11 +301,32 @@ TEST_F(RecordedRun, RunsOnlyWhatFailedInAnotherBatch) {
   EXPECT_EQ(runTool({"run", "--failed-of", folder_.file("none.jsonl")}).error,
             "runlet-job: run: --failed-of: " + folder_.file("none.jsonl") +
                 ": No such file or directory\n");
-  writeJob({"true", "true", "true"});
+}
+
+// What has failed does not vanish because it was edited.
+TEST_F(RecordedRun, SaysWhatFailedAndIsNoLongerInTheJob) {
+  writeJob({"true", "exit 3", "exit 4"});
+  run();
+  const std::string first = recordFile_;
   const std::string id = record().id;
+  writeJob({"true", "exit 3", "true"});
+  expectRefused(run({"--failed-of", first}),
+                "--failed-of: 1 task that failed in batch " + id +
+                    " is gone or changed; nothing is run. --accept-changes runs the others",
+                "exit 2");
+  EXPECT_EQ(totals(run({"--failed-of", first, "--accept-changes"})), "1 task: 1 failed (2)\n");
+  writeJob({"true", "true", "true"});
+  expectRefused(run({"--failed-of", first}),
+                "--failed-of: 2 tasks that failed in batch " + id +
+                    " are gone or changed; nothing is run. --accept-changes runs the others",
+                "exit 2");
+  expectRefused(
+      run({"--failed-of", first, "--accept-changes"}),
+      "--failed-of: nothing to do: the job no longer has any task that failed in batch " + id,
+      "exit 0");
+  run();
   expectRefused(run({"--failed-of", recordFile_}),
-                "--failed-of: nothing to do: no task of batch " + id +
-                    " has failed, or the job no longer has it",
+                "--failed-of: nothing to do: no task of batch " + record().id + " has failed",
                 "exit 0");
 }
 
@@ -319,9 +340,7 @@ TEST_F(RecordedRun, RunsWhatFailedWhereverItIsNow) {
   EXPECT_EQ(totals(resume({"--accept-changes"})), "1 task: 1 succeeded\n");
   const std::string id = record().id;
   expectRefused(run({"--failed-of", first}),
-                "--failed-of: nothing to do: no task of batch " + id +
-                    " has failed, or the job no longer has it",
-                "exit 0");
+                "--failed-of: nothing to do: no task of batch " + id + " has failed", "exit 0");
 
   writeJob({"exit 3", "exit 4", "true"});
   EXPECT_EQ(totals(run()), "3 tasks: 1 succeeded, 2 failed (1-2)\n");
@@ -405,18 +424,15 @@ TEST_F(RecordedRun, RunsGivenTasks) {
 TEST_F(RecordedRun, FailsATaskWithoutItsFiles) {
   writeJob({"touch out_1.png", "true", "exit 3"});
   const ProcessResult result = run({"--expect", "out_%tn.png", "--expect", "./shot.xml"});
-  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 no file out_2.png at its end",
+  EXPECT_EQ(attempts(), (Strings{"1.1 succeeded", "2.1 failed: no file out_2.png at its end",
                                  "3.1 failed with exit code 3"}));
   EXPECT_EQ(totals(result), "3 tasks: 1 succeeded, 2 failed (2-3)\n");
-  for (const char* pattern : {"%tx", "", "%jp1%j", "%tp9"}) {
+  for (const std::string pattern : {"%tx", "%jp1%j", "%tp9"}) {
     expectRefused(run({"--expect", pattern}),
-                  "--expect: " + std::string(*pattern == '\0' ? "''" : pattern) +
-                      " cannot be filled in for task 1",
-                  "exit 2");
+                  "--expect: " + pattern + " cannot be filled in for task 1", "exit 2");
     const ProcessResult checked = runTool({"check", jobFile_, "--expect", pattern});
     EXPECT_EQ(checked.error,
-              "runlet-job: check: --expect: " + std::string(*pattern == '\0' ? "''" : pattern) +
-                  " cannot be filled in for task 1\n");
+              "runlet-job: check: --expect: " + pattern + " cannot be filled in for task 1\n");
     EXPECT_EQ(describeStatus(checked.waitStatus), "exit 1");
   }
   EXPECT_EQ(describeStatus(runTool({"check", jobFile_, "--expect", "%tn.png"}).waitStatus),
@@ -440,8 +456,104 @@ TEST_F(RecordedRun, ExpectsTheSameFilesWhenItIsResumed) {
   EXPECT_EQ(totals(resume()), "1 task: 1 failed (2)\n");
   folder_.write("late", "");
   EXPECT_EQ(totals(resume()), "1 task: 1 succeeded\n");
-  EXPECT_EQ(attempts(), (Strings{"2.1 no file made.2 at its end", "2.2 no file made.2 at its end",
-                                 "2.3 succeeded"}));
+  EXPECT_EQ(attempts(), (Strings{"2.1 failed: no file made.2 at its end",
+                                 "2.2 failed: no file made.2 at its end", "2.3 succeeded"}));
+}
+
+// Otherwise the same tasks would succeed without their files or their program.
+TEST_F(RecordedRun, RunsWhatFailedWithTheSameExpectationAndApplication) {
+  folder_.write("tool", "#!/bin/sh\nexit 0\n", 0755);
+  job_.arguments = "tool %tp1";
+  writeJob({"1"});
+  const std::string failed = "1 task: 1 failed (1)\n";
+  EXPECT_EQ(totals(run({"-a", folder_.file("app"), "--expect", "none.%tn"})), failed);
+  const std::string first = recordFile_;
+  EXPECT_EQ(totals(run({"--failed-of", first})), failed);
+  EXPECT_EQ(attempts(), Strings{"1.1 failed: no file none.1 at its end"});
+  EXPECT_EQ(totals(runTool({"run", "--failed-of", first})), failed);
+  // An empty pattern expects nothing, from then on.
+  EXPECT_EQ(totals(run({"--failed-of", first, "--expect", ""})), "1 task: 1 succeeded\n");
+  recordFile_ = first;
+  EXPECT_EQ(totals(resume({"--expect", ""})), "1 task: 1 succeeded\n");
+}
+
+// A signal that arrives while files are looked for neither fails the task nor starts another.
+TEST_F(RecordedRun, TakesNoFileForMissingWhenItIsInterrupted) {
+  // The task itself signals the run, right before it ends.
+  writeJob({"kill -TERM $(cut -d' ' -f4 /proc/$$/stat)", "true"});
+  const ProcessResult result = run({"--expect", "none", "--jobs", "1"});
+  EXPECT_EQ(describeStatus(result.waitStatus), "signal 15");
+  const Strings all = attempts();
+  ASSERT_EQ(all.size(), 1);
+  // If the signal is taken before the end of the task, the look is complete.
+  EXPECT_TRUE(all[0] == "1.1 interrupted" || all[0] == "1.1 failed: no file none at its end")
+      << all[0];
+}
+
+// A variable of a script that is not set must not run the whole job.
+TEST_F(RecordedRun, RefusesEmptyValues) {
+  writeJob({"true"});
+  for (const char* option : {"--failed-of", "--record"}) {
+    expectTool(
+        run({option, ""}), "",
+        "runlet-job: " + std::string(option) + ": the value is empty\nSee: runlet-job run --help\n",
+        "exit 2");
+  }
+  expectTool(run({"--accept-changes"}), "",
+             "runlet-job: --accept-changes requires --resume or --failed-of\n"
+             "See: runlet-job run --help\n",
+             "exit 2");
+}
+
+// Where the edited task was, its successor is now.
+TEST_F(RecordedRun, IsResumedWithAnEditedTaskOfSeveral) {
+  writeJob({"true", "exit 3", "true"});
+  EXPECT_EQ(totals(run({"--tasks", "2-3"})), "2 tasks: 1 succeeded, 1 failed (2)\n");
+  writeJob({"true", "true mended", "true"});
+  expectRefused(resume(),
+                "--resume: the job is not what batch " + record().id +
+                    " has run: task 2 is new or runs something else, and 1 task is gone or "
+                    "changed; nothing is run. --accept-changes resumes it as it is now",
+                "exit 2");
+  EXPECT_EQ(totals(resume({"--accept-changes"})), "1 task: 1 succeeded\n");
+  EXPECT_EQ(record().sessions.back().tasks, (std::vector<std::int32_t>{2, 3}));
+  writeJob({"exit 1"});
+  expectRefused(resume({"--accept-changes"}),
+                "--resume: the job has none of the tasks of batch " + record().id + " any more",
+                "exit 2");
+}
+
+// Otherwise the report would go on showing what is gone, and the next resume be refused again.
+TEST_F(RecordedRun, RecordsAcceptedChangesEvenIfNothingIsLeftToRun) {
+  writeJob({"true", "exit 3"});
+  run();
+  writeJob({"true"});
+  const std::string done =
+      "--resume: nothing to do: 1 task of batch " + record().id + " has succeeded";
+  expectRefused(resume({"--accept-changes"}), done, "exit 0");
+  EXPECT_EQ(record().sessions.size(), 2);
+  EXPECT_TRUE(record().sessions.back().end);
+  EXPECT_EQ(record().sessions.back().tasks, std::vector<std::int32_t>{1});
+  expectRefused(resume(), done, "exit 0");
+  EXPECT_EQ(record().sessions.size(), 2);
+}
+
+TEST_F(RecordedRun, ReportsALimitOnTheSizeOfFiles) {
+  writeJob(Strings(40, "true"));
+  ProcessOptions options = tool({"run", jobFile_});
+  options.prepare = [] {
+    constexpr rlim_t size = 8 << 10;
+    const rlimit tight{.rlim_cur = size, .rlim_max = size};
+    if (setrlimit(RLIMIT_FSIZE, &tight) != 0) _exit(95);
+  };
+  // Coverage counters do not fit either.
+  options.environment.emplace_back("LLVM_PROFILE_FILE", "/dev/null");
+  const ProcessResult result = runProcess(options);
+  EXPECT_TRUE(WIFEXITED(result.waitStatus)) << describeStatus(result.waitStatus);
+  EXPECT_NE(result.error.find("cannot record the "), std::string::npos) << result.error;
+  EXPECT_NE(result.error.find(": File too large; no further tasks are started\n"),
+            std::string::npos)
+      << result.error;
 }
 
 TEST_F(RecordedRun, KeepsOnlyLogsOfFailuresOnRequest) {
@@ -532,10 +644,11 @@ TEST_F(RecordedRun, IsNotResumedWhileATaskIsRunning) {
                               {"RUNLET_FAULT", "fast-clock"},
                               {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
   const std::string id = record().id;
-  const std::string task = "task 1 (process " + std::to_string(own.process) + ") of batch " + id;
+  const std::string task = "task 1 of batch " + id;
   expectRefused(runProcess(options),
-                "waiting for " + task + ", whose run was killed\nrunlet-job: run: --resume: " +
-                    task + " is still running: see runlet-job report " + id,
+                "waiting up to 15 s for " + task +
+                    ", whose run was killed\nrunlet-job: run: --resume: " + task +
+                    " is still running: see runlet-job report " + folder_.file("record.jsonl"),
                 "exit 2");
 }
 
@@ -570,18 +683,19 @@ TEST_F(RecordedRun, WaitsForTasksOfARunThatWasKilled) {
   kill(running.pid(), SIGKILL);
   running.finish();
   const Record killed = record();
+  const std::string killedFile = recordFile_;
   ASSERT_EQ(killed.attempts.size(), 1);
 
   ProcessOptions again = tool({"run", jobFile_});
   again.environment.insert(again.environment.end(), {{"LD_PRELOAD", faultsPath},
                                                      {"RUNLET_FAULT", "fast-clock"},
                                                      {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
-  const std::string task =
-      "task 1 (process " + std::to_string(killed.attempts[0].process) + ") of batch " + killed.id;
+  const std::string task = "task 1 of batch " + killed.id;
   for (int i = 0; i < 2; ++i) {
     expectRefused(runProcess(again),
-                  "waiting for " + task + ", whose run was killed\nrunlet-job: run: " + jobFile_ +
-                      ": " + task + " is still running: see runlet-job report " + killed.id,
+                  "waiting up to 15 s for " + task +
+                      ", whose run was killed\nrunlet-job: run: " + jobFile_ + ": " + task +
+                      " is still running: see runlet-job report " + killedFile,
                   "exit 2");
   }
   folder_.write("go", "");

@@ -173,8 +173,8 @@ TEST_F(StoredRecords, WithoutTasksAreListedAndRemoved) {
   const std::string record = folder_.file("state/runlet-job/" + id + ".jsonl");
   const std::string text = readFile(record);
   ASSERT_EQ(truncate(record.c_str(), static_cast<off_t>(text.find('\n') + 1)), 0);
-  const std::string line = id + "  ended without having recorded that: 0 tasks, 0 succeeded  " +
-                           folder_.file("shot.xml") + "\n";
+  const std::string line =
+      id + "  killed: 0 tasks, 0 succeeded  " + folder_.file("shot.xml") + "\n";
   EXPECT_EQ(list(), line);
   EXPECT_EQ(withoutTimes(run({"records", "prune", id}).output), "removed " + line);
   EXPECT_EQ(list(), "");
@@ -222,7 +222,7 @@ TEST_F(StoredRecords, OfBatchesWithTasksThatLiveOnStay) {
   const int file = open(record.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
   ASSERT_EQ(write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
   close(file);
-  const std::string state = "ended without having recorded that; 1 task of it is still running";
+  const std::string state = "killed, but 1 task is still running";
   expectTool(run({"records", "prune", id}), "", "runlet-job: records: " + id + ": " + state + "\n",
              "exit 2");
   const std::string report = run({"report", id}).output;
@@ -270,6 +270,11 @@ TEST_F(StoredRecords, AreFoundForTheJob) {
   EXPECT_EQ(batchOf(run({"run", folder_.file("shot.xml"), "--resume"}).error), id);
   EXPECT_EQ(batchOf(run({"run", "--resume"}).error), other);
   EXPECT_EQ(batchOf(run({"run", "--resume", id}).error), id);
+  // The job that was run last counts, not the one of the first session.
+  ASSERT_EQ(rename(folder_.file("shot.xml").c_str(), folder_.file("new.xml").c_str()), 0);
+  EXPECT_EQ(batchOf(run({"run", folder_.file("new.xml"), "--resume", id}).error), id);
+  EXPECT_EQ(batchOf(run({"run", folder_.file("new.xml"), "--resume"}).error), id);
+  ASSERT_EQ(rename(folder_.file("new.xml").c_str(), folder_.file("shot.xml").c_str()), 0);
   run({"records", "prune", "--older-than", "0d"});
   expectTool(run({"run", folder_.file("shot.xml"), "--resume"}), "",
              "runlet-job: run: --resume: there is no record of " + folder_.file("shot.xml") +
