@@ -13,7 +13,7 @@ namespace runlet_tool {
 // What the summary says beyond the ends of tasks.
 struct SummaryOptions {
   bool isQuiet = false;         // leaves out tasks that succeeded
-  std::string stopReason = {};  // why not all tasks were run; empty if they were
+  std::string stopReason = {};  // why no more tasks were started; empty if nothing did
 };
 
 // Writes to `out` a line with the command of each task of the batch that was started: first those

@@ -64,7 +64,8 @@ struct Session {
 
   // At the end of the session; without it, the session is running or was killed.
   std::optional<RecordTime> end;
-  std::string stopReason;  // why not all tasks were run, for people; empty if they were
+  std::string
+      stopReason;  // why no more tasks were started, for people; empty if nothing stopped it
 };
 
 // One try of a task.

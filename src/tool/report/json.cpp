@@ -25,9 +25,9 @@ Json orNull(const std::optional<Value>& value) {
 
 Json sessionJson(const Overview& overview, std::size_t number) {
   const Session& session = overview.record.sessions[number];
-  const bool inBytes =
-      !areUtf8(session.options) || !areUtf8({session.stopReason, session.toolVersion, session.verb,
-                                             session.job, session.folder, session.process.host});
+  const bool inBytes = !areUtf8(session.options) || !areUtf8(session.expected) ||
+                       !areUtf8({session.stopReason, session.toolVersion, session.verb, session.job,
+                                 session.appPath, session.folder, session.process.host});
   const JsonStrings string(inBytes);
   Json row;
   row["begin"] = session.begin;
@@ -38,6 +38,8 @@ Json sessionJson(const Overview& overview, std::size_t number) {
   row["verb"] = string(session.verb);
   row["options"] = string.list(session.options);
   row["job"] = string(session.job);
+  row["application"] = string(session.appPath);
+  row["expect"] = string.list(session.expected);
   row["folder"] = string(session.folder);
   row["uid"] = session.uid;
   row["gid"] = session.gid;

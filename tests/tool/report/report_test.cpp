@@ -377,11 +377,11 @@ TEST_F(ReportVerb, WritesJson) {
       R"x("state":"finished", "sessions": [
  {"begin":1795382130.0,"end":1795382170.5,"seconds":40.5,)x"
       R"x("stopReason":"interrupted by signal 2 (Interrupt)","tool":"1.2.0","verb":"run",)x"
-      R"x("options":["harbour.xml","--jobs","2"],"job":"/srv/harbour.xml","folder":"/srv",)x"
+      R"x("options":["harbour.xml","--jobs","2"],"job":"/srv/harbour.xml","application":"","expect":[],"folder":"/srv",)x"
       R"x("uid":1000,"gid":100,"host":"farm04","pid":4711,"atATime":2,"timeLimit":0.0,)x"
       R"x("bytes":false},
  {"begin":1795385730.0,"end":1795385780.0,"seconds":50.0,"stopReason":null,"tool":"1.2.0",)x"
-      R"x("verb":"run","options":["--resume","last","--jobs","2"],"job":"/srv/harbour.xml",)x"
+      R"x("verb":"run","options":["--resume","last","--jobs","2"],"job":"/srv/harbour.xml","application":"","expect":[],)x"
       R"x("folder":"/srv","uid":1000,"gid":100,"host":"farm04","pid":4711,"atATime":2,)x"
       R"x("timeLimit":0.0,"bytes":false}
 ], "attempts": [
