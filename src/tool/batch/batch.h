@@ -29,14 +29,15 @@ enum class LogFolder {
 struct Batch {
   // `jobFile` is a full path; `uid` and `gid` are those the tasks will run with.
   runlet::AdapterContext context;
-  std::vector<std::int32_t> tasks;     // numbers from 1, ascending; at least one
-  bool isWhole = true;                 // they are all tasks of the job
-  std::vector<std::int32_t> attempts;  // numbers of their last ones, or 0; parallel to `tasks`
-  std::vector<std::string> expected;   // patterns of the files that tasks must make
-  std::string digest;                  // the SHA-256 of the job file, in hexadecimal digits
-  std::string name;                    // of the job, usable in a file name
-  std::string folder;                  // the run folder, as a full path
-  std::string logFolder;               // as a full path
+  std::vector<std::int32_t> tasks;  // numbers from 1, ascending; empty: nothing is left to do
+  bool isWhole = true;              // they are all tasks of the job
+  std::vector<std::int32_t>
+      attempts;  // numbers of the last ones or, recorded, 0; parallel to `tasks`
+  std::vector<std::string> expected;  // patterns of the files that tasks must make
+  std::string digest;                 // the SHA-256 of the job file, in hexadecimal digits
+  std::string name;                   // of the job, usable in a file name
+  std::string folder;                 // the run folder, as a full path
+  std::string logFolder;              // as a full path
   LogFolder logFolderKind = LogFolder::shared;
 };
 

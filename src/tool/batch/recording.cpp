@@ -25,6 +25,7 @@
 #include "tool/text/format.h"
 #include "tool/text/quoting.h"
 #include "tool/text/terminal.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {
@@ -36,10 +37,6 @@ void say(const std::string& text) {
 int giveUp(const std::string& text) {
   say(text);
   return exitUnreadable;
-}
-
-RecordTime presentTime() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 // What the tasks run. Takes time for each of them, so that only tasks that were checked may be

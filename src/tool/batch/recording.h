@@ -64,7 +64,7 @@ class Recording {
   }
 
   // Opens the log of a new attempt of the task at `index` of the batch's tasks: see openLog. The
-  // attempt then ends with taskEnded, also if that fails.
+  // attempt then ends with taskEnded, also if that fails, unless the starter process has ended.
   int openLog(std::size_t index, Batch* batch);
 
   // Record what a scheduler reports. False, with the reason in errno, if that fails.

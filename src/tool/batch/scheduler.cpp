@@ -16,6 +16,7 @@
 #include "tool/batch/starter.h"
 #include "tool/text/characters.h"
 #include "tool/text/format.h"
+#include "tool/text/units.h"
 
 namespace runlet_tool {
 namespace {
@@ -35,10 +36,6 @@ Instant now() {
 // At least `time` from now.
 Instant after(milliseconds time) {
   return std::chrono::ceil<milliseconds>(std::chrono::steady_clock::now()) + time;
-}
-
-double sinceEpoch() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 double secondsOf(const timeval& time) {
@@ -192,7 +189,7 @@ std::size_t Scheduler::takeNext() {
 void Scheduler::startNext() {
   const std::size_t task = takeNext();
   TaskTry attempt;
-  attempt.beginTime = sinceEpoch();
+  attempt.beginTime = presentTime();
   const int log = source_.openLog(task);
   if (log == -1) {
     attempt.end = withoutProcess("cannot open log", errno);
@@ -211,7 +208,7 @@ int Scheduler::start(std::size_t task, int log, TaskTry* attempt) {
   const auto announce = [&](pid_t process) {
     TaskTry begun = *attempt;
     begun.process = process;
-    begun.beginTime = attempt->beginTime = sinceEpoch();
+    begun.beginTime = attempt->beginTime = presentTime();
     if (!source_.started || source_.started(task, begun)) return true;
     attempt->end = withoutProcess("cannot record its start", errno);
     stop(std::string("cannot record the start of a task: ") + std::strerror(errno));
@@ -229,7 +226,7 @@ int Scheduler::start(std::size_t task, int log, TaskTry* attempt) {
 
 // Takes the end of an attempt that has one.
 void Scheduler::finish(std::size_t task, TaskTry* attempt) {
-  attempt->endTime = sinceEpoch();
+  attempt->endTime = presentTime();
   if (source_.ended && !source_.ended(task, attempt)) {
     stop(std::string("cannot record the end of a task: ") + std::strerror(errno));
   }

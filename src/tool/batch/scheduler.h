@@ -32,8 +32,9 @@ struct TaskSource {
   // it returns false, with the reason in errno, the program does not run, and no further tasks are
   // started.
   std::function<bool(std::size_t, const TaskTry&)> started = {};
-  // May be empty. Called once for each try that has ended or could not be started, and may change
-  // its `end`. If it returns false, with the reason in errno, no further tasks are started.
+  // May be empty. Called once for each try that has ended or could not be started, unless because
+  // the starter has ended, and may change its `end`. If it returns false, with the reason in errno,
+  // no further tasks are started.
   std::function<bool(std::size_t, TaskTry*)> ended = {};
 };
 

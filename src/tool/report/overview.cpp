@@ -1,7 +1,6 @@
 #include "tool/report/overview.h"
 
 #include <algorithm>
-#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -195,9 +194,7 @@ std::string readOverview(const std::string& path, std::size_t mostSlowest, Overv
   if (!reason.empty()) return reason;
   for (Attempt& attempt : record.attempts) attempt.isAlive = isRunningHere(record, attempt);
   const bool isRunning = mayBeRunning(record.sessions.back().process);
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  *overview = overviewOf(std::move(record), isRunning, std::chrono::duration<double>(now).count(),
-                         mostSlowest);
+  *overview = overviewOf(std::move(record), isRunning, presentTime(), mostSlowest);
   return "";
 }
 

@@ -1,5 +1,6 @@
 #include "tool/text/units.h"
 
+#include <chrono>
 #include <cmath>
 #include <ctime>
 
@@ -59,6 +60,10 @@ double durationStep(double seconds) {
   if (seconds < 10) return 0.1;
   if (seconds < hour) return 1;
   return seconds < day ? minute : hour;
+}
+
+double presentTime() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 std::string timeText(double time) {

@@ -16,6 +16,9 @@ std::string durationText(double seconds);
 // The smallest step that durationText shows for durations of about that many seconds, in seconds.
 double durationStep(double seconds);
 
+// Now, in seconds since 1970 in UTC, with a fraction.
+double presentTime();
+
 // "2026-11-22 21:15:30 CET", in the time zone of the caller. `time` is in seconds since 1970, from
 // 0 to the end of the year 9999.
 std::string timeText(double time);

@@ -102,9 +102,10 @@ void addReport(CLI::App* app, Action* action) {
   const CLI::Option* html = verb->add_option("--html")
                                 ->description("Write a page to FILE; - is standard output")
                                 ->type_name("FILE");
-  const CLI::Option* trace = verb->add_option("--trace")
-                                 ->description("Write a trace for a time line viewer to FILE")
-                                 ->type_name("FILE");
+  const CLI::Option* trace =
+      verb->add_option("--trace")
+          ->description("Write a trace for a time line viewer to FILE; - is standard output")
+          ->type_name("FILE");
   verb->add_flag("--json", options->inJson, "Write JSON; see docs/records.md");
   // Values are taken unconverted: in typed values, the library would look for lists and comments.
   verb->callback([=] {

@@ -138,6 +138,27 @@ void addRecording(Recording* recording, Batch* batch, TaskSource* source) {
   };
 }
 
+// What remains to be done after the tasks have been run. Returns the exit status, or ends the
+// process by the signal that interrupted the run. `recording` may be null.
+int endRun(const Batch& batch, const RunOptions& options, const RunOutcome& outcome,
+           Recording* recording, Starter* starter) {
+  if (!options.keepsAllLogs) removeEmptyLogFolder(batch);
+  // Before the summary, which may be read slowly.
+  const bool isRecorded = recording == nullptr || recording->end(outcome.stopReason);
+  const int status =
+      options.record.asJson
+          ? statusOf(outcome.ends)
+          : writeSummary(batch, outcome.ends, {options.isQuiet, outcome.stopReason}, stdout);
+  const std::string& id = options.endLinesId;
+  if (!id.empty()) put(endLines(id, batch.tasks, outcome.ends));
+  if (outcome.signal != 0) {
+    std::fflush(stdout);  // whether it worked no longer matters to the status
+    starter->end();       // otherwise it would end what is deliberately left running
+    endBySignal(outcome.signal);
+  }
+  return isRecorded ? status : exitUnreadable;
+}
+
 // Returns the exit status. `recording` may be null.
 int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, Starter* starter) {
   // Held until the end: another signal must not cost an interrupted run its summary.
@@ -154,21 +175,7 @@ int runTasksOf(Batch* batch, const RunOptions& options, Recording* recording, St
     RunDisplay display(batch->tasks, logOf, options.isQuiet);
     return runTasks(source, limits, signals, &display);
   }();
-  if (!options.keepsAllLogs) removeEmptyLogFolder(*batch);
-  // Before the summary, which may be read slowly.
-  const bool isRecorded = recording == nullptr || recording->end(outcome.stopReason);
-  const int status =
-      options.record.asJson
-          ? statusOf(outcome.ends)
-          : writeSummary(*batch, outcome.ends, {options.isQuiet, outcome.stopReason}, stdout);
-  const std::string& id = options.endLinesId;
-  if (!id.empty()) put(endLines(id, batch->tasks, outcome.ends));
-  if (outcome.signal != 0) {
-    std::fflush(stdout);  // whether it worked no longer matters to the status
-    starter->end();       // otherwise it would end what is deliberately left running
-    endBySignal(outcome.signal);
-  }
-  return isRecorded ? status : exitUnreadable;
+  return endRun(*batch, options, outcome, recording, starter);
 }
 
 SessionLimits sessionLimits(const Batch& batch, const RunOptions& options) {
