@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 
 #include "tool/batch/task_user.h"
 #include "tool/system/files.h"
@@ -37,47 +38,55 @@ int makeFolders(const std::string& folder, mode_t mode, LogFolder kind) {
   return 0;
 }
 
-// Whether the folder belongs to the calling user and is closed to others, or need not be.
-bool isFit(int folder, LogFolder kind) {
-  struct stat status {};
-  if (kind == LogFolder::shared) return true;
-  errno = EPERM;
-  return fstat(folder, &status) == 0 && status.st_uid == geteuid() &&
-         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+// Opens the log folder, for openat and the like. Returns -1, with a reason in errno, if it is not
+// of the batch's kind: see openOwnFolder for `*refusal`.
+int openFolder(const Batch& batch, std::string* refusal) {
+  if (batch.logFolderKind != LogFolder::shared) {
+    return openOwnFolder(batch.logFolder, "it", refusal);
+  }
+  return open(batch.logFolder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
 }
 
-// Creates the folder if missing. Returns its descriptor if logs can be created in it; else -1 with
-// the reason in errno.
-int makeWritable(const std::string& folder, mode_t mode, LogFolder kind) {
-  errno = makeFolders(folder, mode, kind);
-  if (errno != 0) return -1;
-  const int links = kind == LogFolder::shared ? 0 : O_NOFOLLOW;
-  const int descriptor = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC | links);
-  if (descriptor == -1) return -1;
-  const bool isWritable = faccessat(descriptor, ".", W_OK | X_OK, AT_EACCESS) == 0;
-  if (isWritable && isFit(descriptor, kind)) return descriptor;
-  const int error = errno;
-  close(descriptor);
-  errno = error;
-  return -1;
+// The same without the refusal.
+int openFolder(const Batch& batch) {
+  std::string unused;
+  return openFolder(batch, &unused);
+}
+
+// Creates the folder if missing. Returns why logs cannot be created in it; empty if they can.
+std::string complaintAboutFolder(const Batch& batch) {
+  errno = makeFolders(batch.logFolder, 0777 & ~maskFor(batch), batch.logFolderKind);
+  if (errno != 0) return std::strerror(errno);
+  std::string refusal;
+  const OwnDescriptor folder(openFolder(batch, &refusal));
+  if (!refusal.empty()) return refusal;
+  const bool isWritable =
+      folder.number() != -1 && faccessat(folder.number(), ".", W_OK | X_OK, AT_EACCESS) == 0;
+  return isWritable ? "" : std::strerror(errno);
+}
+
+std::string logName(const Batch& batch, std::int32_t task, std::int32_t attempt) {
+  std::string name = batch.name + withoutLineEnd("-%0*d", logDigits(batch), static_cast<int>(task));
+  if (attempt > 1) name.append(".").append(std::to_string(attempt));
+  return name + ".log";
 }
 
 // A log is always a new file: an existing one may belong to another user, be accessible to others,
 // or be a link or pipe to somebody's terminal.
-int openNew(const std::string& path, mode_t mode) {
-  if (unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
-  return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+int openNew(int folder, const std::string& name, mode_t mode) {
+  if (unlinkat(folder, name.c_str(), 0) != 0 && errno != ENOENT) return -1;
+  return openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
 }
 
-// As the user that the tasks run as. `remove` is like unlink. Returns 0, or the error number.
-int removeAsTaskUser(const Batch& batch, const std::string& path, int (*remove)(const char*)) {
-  const int done = doAsTaskUser(batch.context, [&] {
+// Calls `remove`, which is given the log folder's descriptor and is otherwise like unlink, as the
+// user that the tasks run as. Returns 0, or the error number.
+int removeAsTaskUser(const Batch& batch, const std::function<int(int)>& remove) {
+  const OwnDescriptor done(doAsTaskUser(batch.context, [&] {
     // What a descriptor is of means nothing here, but there has to be one.
-    return remove(path.c_str()) == 0 ? open("/", O_PATH | O_CLOEXEC) : -1;
-  });
-  if (done == -1) return errno;
-  close(done);
-  return 0;
+    OwnDescriptor folder(openFolder(batch));
+    return folder.number() != -1 && remove(folder.number()) == 0 ? folder.release() : -1;
+  }));
+  return done.number() == -1 ? errno : 0;
 }
 
 }  // namespace
@@ -87,50 +96,50 @@ int logDigits(const Batch& batch) {
 }
 
 std::string logPath(const Batch& batch, std::int32_t task, std::int32_t attempt) {
-  std::string file = batch.name + withoutLineEnd("-%0*d", logDigits(batch), static_cast<int>(task));
-  if (attempt > 1) file.append(".").append(std::to_string(attempt));
-  return fullPath(batch.logFolder, file + ".log");
+  return fullPath(batch.logFolder, logName(batch, task, attempt));
 }
 
 bool makeLogFolder(const Batch& batch, const char* verb) {
-  const int folder = doAsTaskUser(batch.context, [&] {
-    return makeWritable(batch.logFolder, 0777 & ~maskFor(batch), batch.logFolderKind);
-  });
-  if (folder != -1) {
-    close(folder);
-    return true;
-  }
+  const OwnDescriptor answer(
+      doAsTaskUser(batch.context, [&] { return textInMemory(complaintAboutFolder(batch)); }));
+  const int error = errno;
+  const std::string complaint =
+      answer.number() == -1 ? std::strerror(error) : textOfMemory(answer.number());
+  if (complaint.empty()) return true;
   std::fprintf(stderr, "runlet-job: %s: cannot write logs to %s: %s\n", verb,
-               visible(batch.logFolder).c_str(), std::strerror(errno));
+               visible(batch.logFolder).c_str(), complaint.c_str());
   return false;
 }
 
 int openLog(const Batch& batch, std::int32_t task, std::int32_t attempt) {
   return doAsTaskUser(batch.context, [&] {
-    return openNew(logPath(batch, task, attempt), 0666 & ~maskFor(batch));
+    const OwnDescriptor folder(openFolder(batch));
+    if (folder.number() == -1) return -1;
+    return openNew(folder.number(), logName(batch, task, attempt), 0666 & ~maskFor(batch));
   });
 }
 
 int removeLog(const Batch& batch, std::int32_t task, std::int32_t attempt) {
-  return removeAsTaskUser(batch, logPath(batch, task, attempt), unlink);
+  return removeAsTaskUser(batch, [&](int folder) {
+    return unlinkat(folder, logName(batch, task, attempt).c_str(), 0);
+  });
 }
 
 void removeEmptyLogFolder(const Batch& batch) {
-  removeAsTaskUser(batch, batch.logFolder, rmdir);
+  removeAsTaskUser(batch, [&](int) { return rmdir(batch.logFolder.c_str()); });
 }
 
 bool isDiskFull(const Batch& batch) {
-  const int notFull = doAsTaskUser(batch.context, [&] {
+  const OwnDescriptor notFull(doAsTaskUser(batch.context, [&] {
+    OwnDescriptor folder(openFolder(batch));
     struct statvfs disk {};
     constexpr std::uint64_t little = 64 << 10;  // some systems refuse writes before all is used up
-    const bool isKnown = statvfs(batch.logFolder.c_str(), &disk) == 0 && disk.f_blocks > 0;
-    errno = ENOSPC;
-    if (isKnown && std::uint64_t{disk.f_bavail} * disk.f_frsize < little) return -1;
-    return open("/", O_PATH | O_CLOEXEC);
-  });
-  const bool isFull = notFull == -1 && errno == ENOSPC;
-  if (notFull != -1) close(notFull);
-  return isFull;
+    const bool isKnown = fstatvfs(folder.number(), &disk) == 0 && disk.f_blocks > 0;
+    const bool isFull = isKnown && std::uint64_t{disk.f_bavail} * disk.f_frsize < little;
+    if (isFull) errno = ENOSPC;
+    return isFull ? -1 : folder.release();
+  }));
+  return notFull.number() == -1 && errno == ENOSPC;
 }
 
 }  // namespace runlet_tool

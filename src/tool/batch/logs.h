@@ -1,4 +1,8 @@
 // The log files of tasks.
+//
+// Unless the log folder may be shared, it must belong to the user that the tasks run as and be
+// closed to others: see openOwnFolder. The logs are used through it alone, never by their paths, as
+// others may be able to exchange it for something else.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +20,8 @@ std::string logPath(const Batch& batch, std::int32_t task, std::int32_t attempt 
 
 // Creates the log folder and its parents, if missing, as the user that the tasks run as. The job's
 // mask decides who may enter them; only that user may write to them. False, after a message on
-// standard error, if that fails or the folder is not of the batch's kind.
+// standard error, if that fails or the folder is not of the batch's kind: then with the reason that
+// openOwnFolder gives.
 bool makeLogFolder(const Batch& batch, const char* verb);
 
 // Creates the task's log and opens it for writing, as the user that the tasks run as. An existing

@@ -1,12 +1,11 @@
 #include "tool/batch/prune.h"
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <set>
+#include <map>
 #include <vector>
 
 #include "adapter/context.h"
@@ -22,17 +21,29 @@ bool isGone(int error) {
   return error == ENOENT || error == ENOTDIR;
 }
 
-// Logs that could not be removed, and why the first of them could not, as an error number. Passed
-// between processes.
+// Logs that could not be removed, and why the first of them could not.
 struct KeptLogs {
   std::size_t count = 0;
-  int error = 0;
+  std::string reason;
 
-  void add(std::size_t more, int reason) {
-    if (count == 0) error = reason;
+  void add(std::size_t more, const std::string& why) {
+    if (count == 0) reason = why;
     count += more;
   }
 };
+
+// As it is passed between processes.
+std::string packed(const KeptLogs& logs) {
+  return std::string(reinterpret_cast<const char*>(&logs.count), sizeof logs.count) + logs.reason;
+}
+
+// False if `text` is none.
+bool unpack(const std::string& text, KeptLogs* logs) {
+  if (text.size() < sizeof logs->count) return false;
+  std::memcpy(&logs->count, text.data(), sizeof logs->count);
+  logs->reason = text.substr(sizeof logs->count);
+  return true;
+}
 
 std::vector<std::string> logsOf(const Record& record, std::size_t session) {
   std::vector<std::string> logs;
@@ -42,22 +53,41 @@ std::vector<std::string> logsOf(const Record& record, std::size_t session) {
   return logs;
 }
 
+using Names = std::vector<std::string>;
+
+// Removes the logs of these names in the folder, and the folder itself if it is then empty. Not if
+// the folder must not be used: then it is not the one where they are. Returns 0; unless `goesOn`,
+// the error number for the first log that cannot be removed.
+int removeFrom(const std::string& folder, const Names& names, bool goesOn, KeptLogs* remaining) {
+  std::string refusal;
+  const OwnDescriptor opened(openOwnFolder(folder, "their folder", &refusal));
+  const int error = opened.number() == -1 ? errno : 0;
+  if (!refusal.empty()) remaining->add(names.size(), refusal);
+  if (!refusal.empty() || isGone(error)) return 0;
+  for (const std::string& name : names) {
+    if (error == 0 && (unlinkat(opened.number(), name.c_str(), 0) == 0 || isGone(errno))) continue;
+    if (!goesOn) return error == 0 ? errno : error;
+    remaining->add(1, std::strerror(error == 0 ? errno : error));
+  }
+  // Not if anything else is in it, such as logs of another session.
+  rmdir(folder.c_str());
+  return 0;
+}
+
 // Returns a file in memory with the KeptLogs; -1 with the reason in errno on failure, which is the
 // first log that cannot be removed unless `goesOn`.
 int removeLogs(const std::vector<std::string>& logs, bool goesOn) {
-  std::set<std::string> folders;
-  KeptLogs remaining;
+  std::map<std::string, Names> byFolder;
   for (const std::string& log : logs) {
-    if (unlink(log.c_str()) != 0 && !isGone(errno)) {
-      if (!goesOn) return -1;
-      remaining.add(1, errno);
-    }
-    folders.insert(log.substr(0, log.rfind('/')));
+    const std::size_t nameBegin = log.rfind('/') + 1;
+    byFolder[log.substr(0, nameBegin)].push_back(log.substr(nameBegin));
   }
-  // Not if anything else is in them, such as logs of another session.
-  for (const std::string& folder : folders) rmdir(folder.c_str());
-  const int answer = memfd_create("remaining", MFD_CLOEXEC);
-  return write(answer, &remaining, sizeof remaining) == sizeof remaining ? answer : -1;
+  KeptLogs remaining;
+  for (const auto& [folder, names] : byFolder) {
+    errno = removeFrom(folder, names, goesOn, &remaining);
+    if (errno != 0) return -1;
+  }
+  return textInMemory(packed(remaining));
 }
 
 // The same for all logs of a session. Returns 0, or the error number on failure.
@@ -72,11 +102,11 @@ int removeLogsOf(const Record& record, std::size_t session, KeptLogs* remaining)
   const OwnDescriptor answer(doAsTaskUser(context, [&] { return removeLogs(logs, isOther); }));
   const int error = errno;
   KeptLogs told;
-  const bool isDone = pread(answer.number(), &told, sizeof told, 0) == sizeof told;
+  const bool isDone = unpack(textOfMemory(answer.number()), &told);
   if (!isDone && !isOther) return error;
   // The other user can also stop or kill the process.
-  if (!isDone) told.add(logs.size(), error);
-  remaining->add(told.count, told.error);
+  if (!isDone) told.add(logs.size(), std::strerror(error));
+  remaining->add(told.count, told.reason);
   return 0;
 }
 
@@ -88,8 +118,7 @@ std::string removeBatch(const Record& record, const std::string& path, std::stri
     const int error = removeLogsOf(record, i, &all);
     if (error != 0) return std::string("cannot remove its logs: ") + std::strerror(error);
   }
-  const std::string text =
-      quantity(all.count, "log") + " could not be removed: " + std::strerror(all.error);
+  const std::string text = quantity(all.count, "log") + " could not be removed: " + all.reason;
   *remaining = all.count > 0 ? text : "";
   if (unlink(path.c_str()) == 0) return "";
   return std::string("cannot remove it: ") + std::strerror(errno);

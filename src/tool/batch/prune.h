@@ -13,8 +13,8 @@ namespace runlet_tool {
 // ignored.
 //
 // Logs of another user than the caller that cannot be removed stay, as that user could prevent it
-// forever: `*remaining` is then "2 logs could not be removed: Permission denied", with the first
-// reason, otherwise empty.
+// forever, and so do those whose folder must not be used (see openOwnFolder): `*remaining` is then
+// "2 logs could not be removed: Permission denied", with the first reason, otherwise empty.
 //
 // Returns why that fails, for a message; the record is then still there, and `*remaining` is
 // unspecified. Empty on success. `record` has no `distrust`.

@@ -1,7 +1,6 @@
 #include "tool/report/log_end.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,10 +27,10 @@ constexpr std::size_t mostOfALine = 200;  // bytes
 // The reason in errno for what is no regular file; opening a file never fails with it.
 constexpr int notRegular = EMEDIUMTYPE;
 
-// Returns a descriptor of the file; -1 with the reason in errno on failure.
-int openRegular(const std::string& path) {
+// Returns a descriptor of the file in that folder; -1 with the reason in errno on failure.
+int openRegular(int folder, const std::string& name) {
   // Opening a device may already do something, so look first, and then open what was looked at.
-  const OwnDescriptor place(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const OwnDescriptor place(openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   if (place.number() == -1 || fstat(place.number(), &status) != 0) return -1;
   errno = S_ISLNK(status.st_mode) ? ELOOP : notRegular;
@@ -42,8 +41,8 @@ int openRegular(const std::string& path) {
 
 // Reads the end of the log, without the rest of a line that begins before it. Returns 0, or why it
 // cannot be read as an error number.
-int readEnd(const std::string& path, std::string* text) {
-  const OwnDescriptor log(openRegular(path));
+int readEnd(int folder, const std::string& name, std::string* text) {
+  const OwnDescriptor log(openRegular(folder, name));
   struct stat status {};
   if (log.number() == -1 || fstat(log.number(), &status) != 0) return errno;
   const off_t begin = std::max<off_t>(0, status.st_size - mostBytes);
@@ -57,10 +56,27 @@ int readEnd(const std::string& path, std::string* text) {
   return error;
 }
 
-// What precedes the end of a log when it is passed between processes.
+const char* reasonOf(int error) {
+  return error == notRegular ? "not a regular file" : std::strerror(error);
+}
+
+// The same, if the folder that it is in may be used. Returns why it cannot be read; empty if it
+// can.
+std::string complaintAboutEnd(const std::string& path, std::string* text) {
+  const std::size_t nameBegin = path.rfind('/') + 1;
+  std::string refusal;
+  const OwnDescriptor folder(openOwnFolder(path.substr(0, nameBegin), "its folder", &refusal));
+  if (!refusal.empty()) return refusal;
+  const int error =
+      folder.number() == -1 ? errno : readEnd(folder.number(), path.substr(nameBegin), text);
+  return error == 0 ? "" : reasonOf(error);
+}
+
+// What precedes the end of a log when it is passed between processes: the sizes of why it cannot be
+// read, and of the text, which follow in this order.
 struct EndHead {
-  int error = 0;  // why it cannot be read
-  std::size_t size = 0;
+  std::size_t reason = 0;
+  std::size_t text = 0;
 };
 
 // Returns a file in memory with the ends of the logs; -1 with the reason in errno on failure. The
@@ -70,27 +86,11 @@ int copyEnds(const std::vector<std::string>& paths) {
   std::string all;
   for (const std::string& path : paths) {
     std::string text;
-    EndHead head;
-    head.error = readEnd(path, &text);
-    head.size = text.size();
-    all.append(reinterpret_cast<const char*>(&head), sizeof head).append(text);
+    const std::string reason = complaintAboutEnd(path, &text);
+    const EndHead head{reason.size(), text.size()};
+    all.append(reinterpret_cast<const char*>(&head), sizeof head).append(reason).append(text);
   }
-  const int copy = memfd_create("logs", MFD_CLOEXEC);
-  return copy == -1 || writeAll(copy, all) == 0 ? copy : -1;
-}
-
-// The content of a file in memory; empty if there is none.
-std::string contentOf(int descriptor) {
-  struct stat status {};
-  fstat(descriptor, &status);
-  std::string content(static_cast<std::size_t>(status.st_size), '\0');
-  const ssize_t length = pread(descriptor, content.data(), content.size(), 0);
-  content.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-  return content;
-}
-
-const char* reasonOf(int error) {
-  return error == notRegular ? "not a regular file" : std::strerror(error);
+  return textInMemory(all);
 }
 
 std::string lineText(std::string_view line) {
@@ -98,8 +98,8 @@ std::string lineText(std::string_view line) {
   return shortened(visible(line), mostOfALine);
 }
 
-LogEnd endOf(int error, std::string_view text, std::size_t mostLines) {
-  if (error != 0) return {std::string("cannot be read: ") + reasonOf(error), {}};
+LogEnd endOf(std::string_view reason, std::string_view text, std::size_t mostLines) {
+  if (!reason.empty()) return {"cannot be read: " + std::string(reason), {}};
   const std::vector<std::string_view> lines = split('\n', text);
   const auto count = static_cast<std::ptrdiff_t>(std::min(lines.size(), mostLines));
   LogEnd end;
@@ -115,16 +115,17 @@ std::vector<LogEnd> endsOf(const Session& session, const std::vector<std::string
   context.gid = session.gid;
   settleTaskUser(&context);
   const OwnDescriptor copy(doAsTaskUser(context, [&] { return copyEnds(paths); }));
-  const int error = errno;
-  const std::string content = contentOf(copy.number());
+  const std::string failure = copy.number() == -1 ? std::strerror(errno) : "";
+  const std::string content = textOfMemory(copy.number());
   std::string_view rest = content;
   std::vector<LogEnd> ends;
   for (std::size_t i = 0; i < paths.size(); ++i) {
-    EndHead head{error, 0};  // if nothing was passed on
+    EndHead head;
     rest.remove_prefix(rest.copy(reinterpret_cast<char*>(&head), sizeof head));
-    const std::string_view text = rest.substr(0, head.size);
-    rest.remove_prefix(text.size());
-    ends.push_back(endOf(head.error, text, mostLines));
+    const std::string_view reason = rest.substr(0, head.reason);
+    const std::string_view text = rest.substr(reason.size(), head.text);
+    rest.remove_prefix(reason.size() + text.size());
+    ends.push_back(endOf(failure.empty() ? reason : failure, text, mostLines));
   }
   return ends;
 }

@@ -19,7 +19,8 @@ struct LogEnd {
 
 // Reads at most the last 4 KiB of each log of these attempts, given by their positions in `record`,
 // unless the record is not to be trusted. For root, with only the rights of the user and group that
-// the tasks ran as: that user may have replaced the logs' folder by a link. A log itself must not
+// the tasks ran as: that user may have replaced the logs' folder by a link. The folder of a log
+// must be that user's and closed to others, and no link: see openOwnFolder. A log itself must not
 // be a link, and nothing but a regular file is opened. Parallel to `attempts`.
 //
 // A file system of that user that does not respond costs at most half a minute for each session.

@@ -5,12 +5,28 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 
 namespace runlet_tool {
 namespace fs = std::filesystem;
+namespace {
+
+// Why a folder or link must not be used by openOwnFolder; empty if it may.
+std::string refusalOf(const struct stat& status, const std::string& called) {
+  if (S_ISLNK(status.st_mode)) return called + " is a link";
+  if (!S_ISDIR(status.st_mode)) return "";
+  if (status.st_uid != geteuid()) {
+    return called + " belongs to user " + std::to_string(status.st_uid);
+  }
+  // With an access control list, the group's bits are the most that it grants.
+  const bool isOpen = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  return isOpen ? "others may write to " + called : "";
+}
+
+}  // namespace
 
 std::string fullPath(const std::string& folder, const std::string& path) {
   if (path.empty() || path.front() == '/' || folder.empty()) return path;
@@ -72,6 +88,32 @@ int aboveStreams(int descriptor) {
   close(descriptor);
   errno = error;
   return above;
+}
+
+int openOwnFolder(std::string path, const std::string& called, std::string* refusal) {
+  refusal->clear();
+  // With a slash at the end, a link would be followed.
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  OwnDescriptor place(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status {};
+  if (place.number() == -1 || fstat(place.number(), &status) != 0) return -1;
+  *refusal = refusalOf(status, called);
+  errno = refusal->empty() ? ENOTDIR : EPERM;
+  return S_ISDIR(status.st_mode) && refusal->empty() ? place.release() : -1;
+}
+
+int textInMemory(std::string_view text) {
+  OwnDescriptor file(memfd_create("runlet-job", MFD_CLOEXEC));
+  return file.number() != -1 && writeAll(file.number(), text) == 0 ? file.release() : -1;
+}
+
+std::string textOfMemory(int descriptor) {
+  struct stat status {};
+  fstat(descriptor, &status);
+  std::string text(static_cast<std::size_t>(status.st_size), '\0');
+  const ssize_t length = pread(descriptor, text.data(), text.size(), 0);
+  text.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+  return text;
 }
 
 bool readRegularFile(const std::string& path, std::string* text) {

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace runlet_tool {
@@ -63,6 +64,11 @@ class OwnDescriptor {
     return number_;
   }
 
+  // Gives it up without closing it.
+  int release() {
+    return std::exchange(number_, -1);
+  }
+
  private:
   int number_;
 };
@@ -70,6 +76,22 @@ class OwnDescriptor {
 // Moves `descriptor`, which may be -1, above the standard streams, which may be closed. The result
 // closes on exec. Returns -1, with the reason in errno, on failure.
 int aboveStreams(int descriptor);
+
+// Opens the folder that `path` names, for openat and the like: not what a link in its place leads
+// to, and only if it belongs to the calling user and nobody else may write to it. Whoever may write
+// to the folder above could otherwise exchange it for another one.
+//
+// Returns -1, with a reason in errno, on failure. If there is a folder or link that must not be
+// used, `*refusal` then says why, calling it `called`: "it is a link", "it belongs to user 1001" or
+// "others may write to it"; otherwise it is empty.
+int openOwnFolder(std::string path, const std::string& called, std::string* refusal);
+
+// Returns a file in memory with that text, to be passed between processes; -1 with the reason in
+// errno on failure.
+int textInMemory(std::string_view text);
+
+// The text of such a file; empty if there is none.
+std::string textOfMemory(int descriptor);
 
 // Reads the whole file. False if it is not a regular one, which is not even opened, or cannot be
 // read.

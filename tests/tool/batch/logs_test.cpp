@@ -101,16 +101,48 @@ TEST(Logs, OfABatchAreInAFolderThatNobodyElseHasMade) {
   batch.logFolderKind = LogFolder::owned;
   EXPECT_EQ(refusal(), "");
   ASSERT_EQ(chmod(batch.logFolder.c_str(), 0777), 0);
-  EXPECT_EQ(refusal(), "Operation not permitted\n");
+  EXPECT_EQ(refusal(), "others may write to it\n");
+  ASSERT_EQ(chmod(batch.logFolder.c_str(), 0775), 0);
+  EXPECT_EQ(refusal(), "others may write to it\n");
   ASSERT_EQ(rename(batch.logFolder.c_str(), folder.file("other").c_str()), 0);
   ASSERT_EQ(symlink("../other", batch.logFolder.c_str()), 0);
   ASSERT_EQ(chmod(folder.file("other").c_str(), 0755), 0);
-  EXPECT_EQ(refusal(), "Not a directory\n");
+  EXPECT_EQ(refusal(), "it is a link\n");
   if (geteuid() != 0) return;
   ASSERT_EQ(unlink(batch.logFolder.c_str()), 0);
   ASSERT_EQ(mkdir(batch.logFolder.c_str(), 0755), 0);
   ASSERT_EQ(chown(batch.logFolder.c_str(), otherId, otherId), 0);
-  EXPECT_EQ(refusal(), "Operation not permitted\n");
+  EXPECT_EQ(refusal(), "it belongs to user " + std::to_string(otherId) + "\n");
+}
+
+// Who can write to the folder above can exchange it while the batch runs.
+TEST(Logs, OfABatchAreUsedInTheirOwnFolderOnly) {
+  const TempFolder folder;
+  Batch batch;
+  fill(1, folder.file("logs"), &batch);
+  batch.logFolderKind = LogFolder::created;
+  ASSERT_TRUE(makeLogFolder(batch, "run"));
+  close(openLog(batch, 1));
+  EXPECT_FALSE(isDiskFull(batch));
+  ASSERT_EQ(chmod(batch.logFolder.c_str(), 0775), 0);
+  EXPECT_EQ(openLog(batch, 1), -1);
+  EXPECT_EQ(errno, EPERM);
+  EXPECT_EQ(removeLog(batch, 1, 1), EPERM);
+  ASSERT_EQ(chmod(batch.logFolder.c_str(), 0755), 0);
+  ASSERT_EQ(rename(batch.logFolder.c_str(), folder.file("real").c_str()), 0);
+  folder.write("real/shot-1.log", "kept");
+  for (const char* target : {"real", "real/", "nowhere"}) {
+    ASSERT_EQ(symlink(target, batch.logFolder.c_str()), 0);
+    EXPECT_EQ(openLog(batch, 1), -1);
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(removeLog(batch, 1, 1), EPERM);
+    EXPECT_FALSE(isDiskFull(batch));
+    removeEmptyLogFolder(batch);
+    ASSERT_EQ(unlink(batch.logFolder.c_str()), 0);
+  }
+  EXPECT_EQ(runlet_test::readFile(folder.file("real/shot-1.log")), "kept");
+  EXPECT_EQ(openLog(batch, 1), -1);
+  EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(Logs, LeaveNoEmptyFolder) {

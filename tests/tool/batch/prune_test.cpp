@@ -24,19 +24,19 @@ using runlet_test::TempFolder;
 class PrunedBatch : public testing::Test {
  protected:
   // Two logs of each of two sessions, in a folder of their tasks' user.
-  void make(std::int32_t uid) {
+  void make(std::int32_t uid, unsigned owner = otherId) {
     for (std::size_t session = 0; session < 2; ++session) {
       record_.sessions.emplace_back().uid = uid;
-      record_.sessions.back().gid = static_cast<std::int32_t>(otherId);
+      record_.sessions.back().gid = static_cast<std::int32_t>(owner);
     }
     folder_.makeFolder("logs");
     for (std::size_t i = 0; i < 4; ++i) {
       Attempt& attempt = record_.attempts.emplace_back();
       attempt.session = i / 2;
       attempt.log = folder_.write("logs/" + std::to_string(i), "", 0600);
-      ASSERT_EQ(chown(attempt.log.c_str(), otherId, otherId), 0);
+      ASSERT_EQ(chown(attempt.log.c_str(), owner, owner), 0);
     }
-    ASSERT_EQ(chown(logs().c_str(), otherId, otherId), 0);
+    ASSERT_EQ(chown(logs().c_str(), owner, owner), 0);
     folder_.write("record", "");
   }
 
@@ -91,7 +91,26 @@ TEST_F(PrunedBatch, IsRemovedEvenIfLogsOfAnotherUserCannotBe) {
          ASSERT_EQ(chown(folder_.file("real").c_str(), 0, 0), 0);
          std::filesystem::create_directory_symlink("real", logs());
        },
-       stay("4 logs", EACCES), true},
+       "|4 logs could not be removed: their folder is a link", true},
+      {"a folder of root", [&] { ASSERT_EQ(chown(logs().c_str(), 0, 0), 0); },
+       "|4 logs could not be removed: their folder belongs to user 0", true},
+      {"a folder for all", [&] { ASSERT_EQ(chmod(logs().c_str(), 0777), 0); },
+       "|4 logs could not be removed: others may write to their folder", true},
+      {"no folder", [&] { std::filesystem::remove_all(logs()); }, "|", false},
+      {"a file",
+       [&] {
+         std::filesystem::remove_all(logs());
+         folder_.write("logs", "");
+       },
+       "|", false},
+      {"no way",
+       [&] {
+         folder_.makeFolder("real", 0700);
+         std::filesystem::remove_all(logs());
+         std::filesystem::create_directory_symlink("real", logs());
+         for (Attempt& attempt : record_.attempts) attempt.log = logs() + "/logs/1";
+       },
+       stay("4 logs", EACCES), false},
       {"no such user", [&] { record_.sessions[0].uid = -1; }, stay("2 logs", EINVAL), true},
   };
   for (const auto& row : rows) {
@@ -110,10 +129,32 @@ TEST_F(PrunedBatch, IsRemovedEvenIfLogsOfAnotherUserCannotBe) {
 TEST_F(PrunedBatch, StaysIfOwnLogsCannotBeRemoved) {
   REQUIRE_ROOT();
   make(0);
+  ASSERT_EQ(chown(logs().c_str(), 0, 0), 0);
   replaceByFolder(1);
   EXPECT_EQ(remove(), std::string("cannot remove its logs: ") + std::strerror(EISDIR) + "|");
   EXPECT_TRUE(hasRecord());
   EXPECT_NE(modeOf(log(2)), -1);
+}
+
+// Own logs, too, are only removed from the folder that they are in: somebody else may have put a
+// link in its place.
+TEST_F(PrunedBatch, RemovesNothingThroughALink) {
+  make(static_cast<std::int32_t>(geteuid()), geteuid());
+  ASSERT_EQ(rename(logs().c_str(), folder_.file("real").c_str()), 0);
+  std::filesystem::create_directory_symlink("real", logs());
+  EXPECT_EQ(remove(), "|4 logs could not be removed: their folder is a link");
+  EXPECT_FALSE(hasRecord());
+  EXPECT_NE(modeOf(log(0)), -1);
+}
+
+// The record is not: its own user can give access again.
+TEST_F(PrunedBatch, StaysIfTheWayToOwnLogsIsClosed) {
+  if (geteuid() == 0) GTEST_SKIP() << "root may enter every folder";
+  make(static_cast<std::int32_t>(geteuid()), geteuid());
+  for (Attempt& attempt : record_.attempts) attempt.log = logs() + "/logs/1";
+  ASSERT_EQ(chmod(logs().c_str(), 0600), 0);
+  EXPECT_EQ(remove(), std::string("cannot remove its logs: ") + std::strerror(EACCES) + "|");
+  EXPECT_TRUE(hasRecord());
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -76,11 +77,14 @@ TEST(LogEnd, IsReadForSeveralAttemptsAtOnce) {
   for (const std::int32_t uid : {0, 62001, -1}) {
     record.sessions.emplace_back().uid = uid;
     record.sessions.back().gid = 0;
-    for (const char* name : {"root", "all"}) {
+    const std::string own = std::to_string(uid);
+    folder.makeFolder(own);
+    for (const std::string name : {"root", "all"}) {
       Attempt& attempt = record.attempts.emplace_back();
       attempt.session = record.sessions.size() - 1;
-      attempt.log = folder.write(name, name, *name == 'r' ? 0600 : 0644);
+      attempt.log = folder.write(own + "/" + name, name, name == "root" ? 0600 : 0644);
     }
+    ASSERT_EQ(chown(folder.file(own).c_str(), static_cast<uid_t>(std::max(uid, 0)), 0), 0);
   }
   std::string text;
   for (const LogEnd& end : readLogEnds(record, {5, 2, 1, 0, 3, 4, 3}, 5)) {
@@ -106,9 +110,11 @@ TEST(LogEnd, IsReadFromRegularFilesOnly) {
       {folder.file("none"), unreadable + std::strerror(ENOENT)},
       {folder.file("link"), unreadable + std::strerror(ELOOP)},
       {folder.file("pipe"), unreadable + "not a regular file"},
-      {folder.path(), unreadable + "not a regular file"},
-      {"/dev/zero", unreadable + "not a regular file"},
-      {"/proc/self/mem", ""},  // of no size
+      {folder.makeFolder("folder"), unreadable + "not a regular file"},
+      {"none", unreadable + std::strerror(ENOENT)},
+      {"/dev/zero",
+       unreadable + (geteuid() == 0 ? "not a regular file" : "its folder belongs to user 0")},
+      {"/proc/" + std::to_string(getpid()) + "/mem", ""},  // of no size
   };
   for (const auto& row : rows) {
     const LogEnd end = endOf(row.path, 5);

@@ -3,6 +3,7 @@
 #include "tool/report/page.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "batch_record.h"
 #include "process.h"
@@ -35,7 +36,13 @@ class Page : public testing::Test {
   }
 
   std::string page() const {
-    return reportPage(overviewOf(record_, false, batchBegin + 9, 10));
+    Record record = record_;
+    for (Session& session : record.sessions) {
+      // That of the folder of the logs.
+      session.uid = static_cast<std::int32_t>(geteuid());
+      session.gid = static_cast<std::int32_t>(getegid());
+    }
+    return reportPage(overviewOf(record, false, batchBegin + 9, 10));
   }
 
   // Asserts that the page is XML, loads nothing and runs nothing.

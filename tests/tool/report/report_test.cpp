@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -39,6 +41,9 @@ class ReportVerb : public testing::Test {
     record_.sessions = {finishedSession(0, 40.5, 4), finishedSession(3600, 3650, 4)};
     record_.sessions[0].stopReason = "interrupted by signal 2 (Interrupt)";
     record_.sessions[1].options = {"--resume", "last", "--jobs", "2"};
+    // The folder of the log belongs to the user of the tasks.
+    record_.sessions[1].uid = static_cast<std::int32_t>(geteuid());
+    record_.sessions[1].gid = static_cast<std::int32_t>(getegid());
     Attempt again = endedAttempt(3, 3600, 11, {Ending::failed, 3, ""});
     again.session = 1;
     again.number = 2;
@@ -189,16 +194,21 @@ TEST_F(ReportVerb, ReadsLogsWithTheRightsOfTheirTasks) {
                              text.find("\n\nSlowest") - begin - log.size() - path.size());
   };
   const std::string denied = "      cannot be read: Permission denied\n";
-  const std::string secret = folder_.write("secret", "of root\n", 0600);
+  const std::string logs = folder_.makeFolder("logs");
+  const std::string secret = folder_.write("logs/secret", "of root\n", 0600);
   EXPECT_EQ(shown(secret, 0, 0), "      | of root\n");
+  EXPECT_EQ(shown(secret, otherId, otherId),
+            "      cannot be read: its folder belongs to user 0\n");
+  ASSERT_EQ(chown(logs.c_str(), otherId, otherId), 0);
   EXPECT_EQ(shown(secret, otherId, otherId), denied);
 
-  // The folder of the logs is replaced by a link to one that only root can enter.
-  const std::string closed = folder_.makeFolder("closed", 0700);
-  folder_.write("closed/3.log", "of root\n", 0644);
-  std::filesystem::create_directory_symlink(closed, folder_.file("logs"));
-  EXPECT_EQ(shown(folder_.file("logs/3.log"), otherId, otherId), denied);
-  EXPECT_EQ(shown(folder_.file("logs/3.log"), 0, 0), "      | of root\n");
+  // On the way to the folder there is a link to one that only root can enter.
+  folder_.makeFolder("closed", 0700);
+  folder_.makeFolder("closed/logs", 0700);
+  folder_.write("closed/logs/3.log", "of root\n", 0644);
+  std::filesystem::create_directory_symlink("closed", folder_.file("way"));
+  EXPECT_EQ(shown(folder_.file("way/logs/3.log"), otherId, otherId), denied);
+  EXPECT_EQ(shown(folder_.file("way/logs/3.log"), 0, 0), "      | of root\n");
 
   // With the task's group, and without root's groups.
   ASSERT_EQ(chown(secret.c_str(), 0, otherId), 0);
@@ -207,6 +217,34 @@ TEST_F(ReportVerb, ReadsLogsWithTheRightsOfTheirTasks) {
   EXPECT_EQ(shown(secret, otherId, otherId - 1), denied);
   ASSERT_EQ(chown(secret.c_str(), 0, 0), 0);
   EXPECT_EQ(shown(secret, otherId, otherId), denied);
+}
+
+// Who can write to the folder above can exchange that of the logs.
+TEST_F(ReportVerb, ReadsNoLogThroughAFolderOfOthers) {
+  const std::string logs = folder_.makeFolder("logs");
+  folder_.makeFolder("real");
+  folder_.write("real/3.log", "of somebody\n");
+  folder_.write("logs/3.log", "of the task\n");
+  record_.attempts[3].log = logs + "/3.log";
+  writeRecord(record_, path());
+  const auto shown = [this] {
+    const std::string text = report({path()}).output;
+    const std::size_t begin = text.find("logs/3.log\n      ");
+    const std::size_t end = text.find("\n\nSlowest");
+    return begin < end ? text.substr(begin + 17, end - begin - 17) : text;
+  };
+  EXPECT_EQ(shown(), "| of the task");
+  ASSERT_EQ(chmod(logs.c_str(), 0775), 0);
+  EXPECT_EQ(shown(), "cannot be read: others may write to its folder");
+  ASSERT_EQ(rename(logs.c_str(), folder_.file("moved").c_str()), 0);
+  EXPECT_EQ(shown(), std::string("cannot be read: ") + std::strerror(ENOENT));
+  std::filesystem::create_directory_symlink("real", logs);
+  EXPECT_EQ(shown(), "cannot be read: its folder is a link");
+  REQUIRE_ROOT();
+  ASSERT_EQ(unlink(logs.c_str()), 0);
+  ASSERT_EQ(rename(folder_.file("real").c_str(), logs.c_str()), 0);
+  ASSERT_EQ(chown(logs.c_str(), 62001, 62001), 0);
+  EXPECT_EQ(shown(), "cannot be read: its folder belongs to user 62001");
 }
 
 // Such a record may name any file as a log.
@@ -365,6 +403,8 @@ TEST_F(ReportVerb, WritesSeveralReportsAtOnce) {
 }
 
 TEST_F(ReportVerb, WritesJson) {
+  record_.sessions[1].uid = 1000;
+  record_.sessions[1].gid = 100;
   record_.attempts.erase(record_.attempts.begin(), record_.attempts.end() - 2);
   record_.attempts[0].words.push_back("\xff");
   record_.attempts[0].isDiskFull = true;

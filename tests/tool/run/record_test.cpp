@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -577,6 +579,30 @@ TEST_F(RecordedRun, KeepsOnlyLogsOfFailuresOnRequest) {
   run({"--keep-logs", "all", "--tasks", "1,4"});
   EXPECT_EQ(filesIn(folder_.file("logs/shot-" + record().id)),
             (Strings{"shot-1.log", "shot-4.log"}));
+}
+
+// Who can write to the folder above the logs can exchange theirs while the batch runs.
+TEST_F(RecordedRun, UsesNoLinkInPlaceOfItsLogFolder) {
+  const std::string script =
+      folder_.write("script", "cd " + folder_.file("logs") +
+                                  "; name=$(echo shot-*); mv $name moved; ln -s ../kept $name\n"
+                                  "exit 3\n");
+  writeJob({". " + script, "true"});
+  folder_.makeFolder("kept");
+  for (const char* name : {"kept/shot-1.log", "kept/shot-2.log"}) folder_.write(name, "kept\n");
+  run({"--keep-logs", "failed"});
+  EXPECT_EQ(attempts(),
+            (Strings{"1.1 failed with exit code 3",
+                     std::string("2.1 cannot open log (") + std::strerror(EPERM) + ")"}));
+  EXPECT_EQ(readFile(folder_.file("kept/shot-1.log")), "kept\n");
+  EXPECT_EQ(readFile(folder_.file("kept/shot-2.log")), "kept\n");
+  EXPECT_EQ(filesIn(folder_.file("logs/moved")), Strings{"shot-1.log"});
+  const std::string report = runTool({"report", recordFile_}).output;
+  EXPECT_NE(report.find("/shot-1.log\n      cannot be read: its folder is a link\n"),
+            std::string::npos)
+      << report;
+  expectRefused(resume(), "cannot write logs to " + folder_.file("logs/shot-ID") + ": it is a link",
+                "exit 2");
 }
 
 TEST_F(RecordedRun, SaysWhenTheDiskOfALogIsFull) {

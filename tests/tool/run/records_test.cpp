@@ -140,6 +140,20 @@ TEST_F(StoredRecords, AreNotRemovedIfTheirLogsCannotBe) {
   EXPECT_EQ(list(), line(id));
 }
 
+// Another user who could write to the folder above could otherwise keep the record there forever.
+TEST_F(StoredRecords, AreRemovedWithoutLogsThatALinkLeadsTo) {
+  const std::string id = runBatch();
+  const std::string logs = folder_.file("logs/shot-" + id);
+  ASSERT_EQ(rename(logs.c_str(), folder_.file("logs/moved").c_str()), 0);
+  std::filesystem::create_directory_symlink("moved", logs);
+  const ProcessResult removed = run({"records", "prune", id});
+  EXPECT_EQ(withoutTimes(removed.output), "removed " + line(id));
+  EXPECT_EQ(removed.error, "runlet-job: records: " + id +
+                               ": 2 logs could not be removed: their folder is a link\n");
+  EXPECT_TRUE(hasLogs(id));
+  EXPECT_EQ(list(), "");
+}
+
 // Such a record may name any file as a log. The others are listed and removed.
 TEST_F(StoredRecords, ThatOthersMayHaveWrittenAreRefused) {
   const std::string id = runBatch();
