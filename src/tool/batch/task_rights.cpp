@@ -33,12 +33,6 @@ std::vector<gid_t> groupsOf(uid_t uid) {
   return groups;
 }
 
-// 0, or the error number.
-int setGroups(uid_t uid) {
-  const std::vector<gid_t> groups = groupsOf(uid);
-  return setgroups(groups.size(), groups.data()) == 0 ? 0 : errno;
-}
-
 bool hasIds(const UserRights& rights) {
   const auto wantedUser = static_cast<uid_t>(rights.uid);
   const auto wantedGroup = static_cast<gid_t>(rights.gid);
@@ -130,6 +124,11 @@ void leaveNoCore() {
   prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
 }
 
+int setGroupsOf(uid_t uid) {
+  const std::vector<gid_t> groups = groupsOf(uid);
+  return setgroups(groups.size(), groups.data()) == 0 ? 0 : errno;
+}
+
 bool keepsNothing(const UserRights& rights) {
   return hasIds(rights) && (rights.uid == 0 || dropCapabilities());
 }
@@ -137,7 +136,7 @@ bool keepsNothing(const UserRights& rights) {
 bool takeTaskRights(UserRights* rights) {
   const bool isOther = isOfAnother(rights->uid);
   if (isOther) leaveNoCore();
-  const int groupsError = isOther ? setGroups(static_cast<uid_t>(rights->uid)) : 0;
+  const int groupsError = isOther ? setGroupsOf(static_cast<uid_t>(rights->uid)) : 0;
   // Before reporting that error: if no group can be set at all, the job's own is the one to report.
   if (!takeUserRights(rights)) {
     std::fputc('\n', stderr);  // the adapter's text has no newline

@@ -20,6 +20,10 @@ bool isOfAnother(std::int32_t uid);
 // core file, and that user cannot trace it. Must be repeated after a change of ids.
 void leaveNoCore();
 
+// Replaces the supplementary groups of this process, which needs the right to do so, by those that
+// the user database gives that user; none for a user not in it. Returns 0, or the error number.
+int setGroupsOf(uid_t uid);
+
 // Drops all capabilities, unless the user of `rights` is root, and returns whether this process has
 // kept none of its former rights: the real, effective and saved ids are those of `rights`, and
 // there are no capabilities.

@@ -1,6 +1,5 @@
 #include "tool/batch/task_user.h"
 
-#include <grp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -35,9 +34,10 @@ std::string idsText(std::int32_t uid, std::int32_t gid) {
 
 bool becomeTaskUser(const AdapterContext& context) {
   leaveNoCore();
-  const bool isSwitched = setgroups(0, nullptr) == 0 &&
-                          setgid(static_cast<gid_t>(context.gid)) == 0 &&
-                          setuid(static_cast<uid_t>(context.uid)) == 0;
+  const auto user = static_cast<uid_t>(context.uid);
+  // With the groups that the task gets, too.
+  const bool isSwitched =
+      setGroupsOf(user) == 0 && setgid(static_cast<gid_t>(context.gid)) == 0 && setuid(user) == 0;
   if (!isSwitched) return false;
   leaveNoCore();
   errno = EPERM;  // unless the ids and capabilities are as they should be

@@ -18,8 +18,9 @@ std::string settleTaskUser(runlet::AdapterContext* context);
 // Calls `work`, which inspects, creates or opens files. `context` has been settled.
 //
 // For root, unless the tasks have root's own user and group, `work` has only the rights of the
-// tasks' user and group: if a folder belongs to that user, links in it must not make root write
-// elsewhere. It then runs in a child process, so that this process never changes its rights: in
+// tasks' user and group, and of the supplementary groups that the tasks get: if a folder belongs to
+// that user, links in it must not make root write elsewhere. It then runs in a child process, so
+// that this process never changes its rights: in
 // "/", without a controlling terminal, and with no descriptors but the standard streams.
 //
 // Files are created with exactly the modes that `work` gives: no mask applies.

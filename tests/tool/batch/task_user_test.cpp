@@ -136,14 +136,15 @@ TEST(AsTaskUser, IsAProcessOfItsOwnForRoot) {
   const mode_t mask = ownMask();
   bool ranInThisProcess = false;
   const int open = fcntl(STDERR_FILENO, F_DUPFD, STDERR_FILENO + 2);
-  const int descriptor = doAsTaskUser(contextOf(71, 72), [&] {
+  constexpr uid_t unknown = 4200071;  // has no supplementary groups
+  const int descriptor = doAsTaskUser(contextOf(unknown, 72), [&] {
     ranInThisProcess = true;
     uid_t user[3];
     gid_t group[3];
     getresuid(&user[0], &user[1], &user[2]);
     getresgid(&group[0], &group[1], &group[2]);
     for (int i = 0; i < 3; ++i) {
-      if (user[i] != 71 || group[i] != 72) _exit(2);
+      if (user[i] != unknown || group[i] != 72) _exit(2);
     }
     if (getgroups(0, nullptr) != 0 || ownMask() != 0) _exit(3);
     if (getsid(0) != getpid() || currentFolder() != "/") _exit(4);

@@ -110,6 +110,17 @@ TEST_F(RunRightsOfRoot, AreThoseOfTheUserAlone) {
   }
 }
 
+// Where the task can enter and write, so can the process that prepares its folders.
+TEST_F(RunRightsOfRoot, IncludeFoldersOfTheGroupsOfTheUser) {
+  setIds("4200071", "72");
+  ASSERT_EQ(chown(work_.c_str(), 0, 7), 0);
+  ASSERT_EQ(chmod(work_.c_str(), 0770), 0);
+  expectSuccess(withFault("known-user"));
+  expectTool(runProcess(withFault("none")), "",
+             "runlet-job: run: cannot enter the run folder " + work_ + ": Permission denied\n",
+             "exit 2");
+}
+
 TEST_F(RunRightsOfRoot, HaveTheEnvironmentOfTheUser) {
   setIds("4200071", "72");
   expectEnvironmentOfTheUser(
