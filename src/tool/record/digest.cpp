@@ -1,11 +1,15 @@
 #include "tool/record/digest.h"
 
+#include <fcntl.h>
 #include <sha2.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 
 #include "tool/system/files.h"
+#include "xml/limits.h"
 
 namespace runlet_tool {
 
@@ -26,8 +30,22 @@ std::string digestOf(std::string_view text) {
 }
 
 std::string digestOfFile(const std::string& path) {
-  std::string text;
-  return readRegularFile(path, &text) ? digestOf(text) : "";
+  const OwnDescriptor file(openRegularFile(path, O_RDONLY));
+  struct stat status {};
+  constexpr auto mostBytes = static_cast<off_t>(runlet::maxFileSize);
+  if (fstat(file.number(), &status) != 0 || status.st_size > mostBytes) return "";
+  SHA2_CTX context;
+  SHA256Init(&context);
+  std::uint8_t part[1 << 16];
+  ssize_t count = 0;
+  off_t size = 0;  // the file may grow while it is read
+  while (size <= mostBytes && (count = read(file.number(), part, sizeof part)) > 0) {
+    SHA256Update(&context, part, static_cast<std::size_t>(count));
+    size += count;
+  }
+  char digits[SHA256_DIGEST_STRING_LENGTH];
+  SHA256End(&context, digits);
+  return count == 0 ? digits : "";
 }
 
 TaskIdentity taskIdentity(const std::vector<char*>& words, const std::string& folder,

@@ -13,7 +13,8 @@ namespace runlet_tool {
 // In 64 hexadecimal digits.
 std::string digestOf(std::string_view text);
 
-// That of the file's content; empty if it cannot be read or is not a regular file.
+// That of the file's content; empty if it cannot be read, is not a regular file, or has more bytes
+// than a job file may have (runlet::maxFileSize). Holds only a small part of it in memory.
 std::string digestOfFile(const std::string& path);
 
 // Of a task with that argument vector, folder, user and group.

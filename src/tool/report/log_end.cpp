@@ -24,25 +24,10 @@ namespace {
 constexpr off_t mostBytes = 4096;
 constexpr std::size_t mostOfALine = 200;  // bytes
 
-// The reason in errno for what is no regular file; opening a file never fails with it.
-constexpr int notRegular = EMEDIUMTYPE;
-
-// Returns a descriptor of the file in that folder; -1 with the reason in errno on failure.
-int openRegular(int folder, const std::string& name) {
-  // Opening a device may already do something, so look first, and then open what was looked at.
-  const OwnDescriptor place(openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  struct stat status {};
-  if (place.number() == -1 || fstat(place.number(), &status) != 0) return -1;
-  errno = S_ISLNK(status.st_mode) ? ELOOP : notRegular;
-  if (!S_ISREG(status.st_mode)) return -1;
-  const std::string link = "/proc/self/fd/" + std::to_string(place.number());
-  return open(link.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-}
-
 // Reads the end of the log, without the rest of a line that begins before it. Returns 0, or why it
 // cannot be read as an error number.
 int readEnd(int folder, const std::string& name, std::string* text) {
-  const OwnDescriptor log(openRegular(folder, name));
+  const OwnDescriptor log(openRegularFile(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, folder));
   struct stat status {};
   if (log.number() == -1 || fstat(log.number(), &status) != 0) return errno;
   const off_t begin = std::max<off_t>(0, status.st_size - mostBytes);
@@ -56,10 +41,6 @@ int readEnd(int folder, const std::string& name, std::string* text) {
   return error;
 }
 
-const char* reasonOf(int error) {
-  return error == notRegular ? "not a regular file" : std::strerror(error);
-}
-
 // The same, if the folder that it is in may be used. Returns why it cannot be read; empty if it
 // can.
 std::string complaintAboutEnd(const std::string& path, std::string* text) {
@@ -69,7 +50,7 @@ std::string complaintAboutEnd(const std::string& path, std::string* text) {
   if (!refusal.empty()) return refusal;
   const int error =
       folder.number() == -1 ? errno : readEnd(folder.number(), path.substr(nameBegin), text);
-  return error == 0 ? "" : reasonOf(error);
+  return error == 0 ? "" : openFailure(error);
 }
 
 // What precedes the end of a log when it is passed between processes: the sizes of why it cannot be

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -116,12 +117,28 @@ std::string textOfMemory(int descriptor) {
   return text;
 }
 
-bool readRegularFile(const std::string& path, std::string* text) {
-  const OwnDescriptor place(open(path.c_str(), O_PATH | O_CLOEXEC));
+int openRegularFile(const std::string& path, int flags, int folder) {
+  const int links = flags & O_NOFOLLOW;
+  const OwnDescriptor place(openat(folder, path.c_str(), O_PATH | O_CLOEXEC | links));
   struct stat status {};
-  if (fstat(place.number(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  if (place.number() == -1 || fstat(place.number(), &status) != 0) return -1;
+  errno = S_ISLNK(status.st_mode) ? ELOOP : notRegular;
+  if (!S_ISREG(status.st_mode)) return -1;
   const std::string link = "/proc/self/fd/" + std::to_string(place.number());
-  const OwnDescriptor file(open(link.c_str(), O_RDONLY | O_CLOEXEC));
+  return open(link.c_str(), (flags & ~O_NOFOLLOW) | O_CLOEXEC);
+}
+
+int openRegularFile(const std::string& path, int flags) {
+  return openRegularFile(path, flags, AT_FDCWD);
+}
+
+const char* openFailure(int error) {
+  return error == notRegular ? "not a regular file" : std::strerror(error);
+}
+
+bool readRegularFile(const std::string& path, std::string* text) {
+  const OwnDescriptor file(openRegularFile(path, O_RDONLY));
+  if (file.number() == -1) return false;
   // Files such as those in /proc do not know their size.
   char part[1 << 16];
   text->clear();

@@ -1,6 +1,7 @@
 // Paths, descriptors, and files in memory.
 #pragma once
 
+#include <cerrno>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -92,6 +93,22 @@ int textInMemory(std::string_view text);
 
 // The text of such a file; empty if there is none.
 std::string textOfMemory(int descriptor);
+
+// The reason in errno for what is no regular file; opening a file never fails with it.
+inline constexpr int notRegular = EMEDIUMTYPE;
+
+// Opens a regular file. A path that is not absolute is looked for in `folder`, a descriptor.
+// `flags` are those of open; with O_NOFOLLOW, a link in its place fails with ELOOP. Opening
+// anything else, such as a device, may already do something, so the file is looked at first, and
+// then opened is what was looked at. The descriptor closes on exec. Returns -1, with the reason in
+// errno, on failure.
+int openRegularFile(const std::string& path, int flags, int folder);
+
+// The same in the current folder.
+int openRegularFile(const std::string& path, int flags);
+
+// The text for an error number of these functions.
+const char* openFailure(int error);
 
 // Reads the whole file. False if it is not a regular one, which is not even opened, or cannot be
 // read.

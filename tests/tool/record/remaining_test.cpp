@@ -3,10 +3,13 @@
 #include "tool/record/remaining.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 
+#include "temp_folder.h"
 #include "tool/record/digest.h"
+#include "xml/limits.h"
 
 namespace runlet_tool {
 namespace {
@@ -266,6 +269,20 @@ TEST(Identity, DependsOnEverythingThatATaskRuns) {
     EXPECT_EQ(identity, taskIdentity(words, row.folder, row.uid, row.gid));
     EXPECT_TRUE(seen.insert({identity, seen.size()}).second) << seen.size();
   }
+}
+
+TEST(DigestOfAFile, IsThatOfItsContentUpToTheLimitForJobs) {
+  const runlet_test::TempFolder folder;
+  for (const std::size_t size : {0U, 1U, 65535U, 65536U, 65537U, 200000U}) {
+    const std::string text(size, 'x');
+    EXPECT_EQ(digestOfFile(folder.write("file", text)), digestOf(text)) << size;
+  }
+  // With a hole, which takes no space on the disk.
+  const off_t tooMuch = static_cast<off_t>(runlet::maxFileSize) + 1;
+  ASSERT_EQ(truncate(folder.file("file").c_str(), tooMuch), 0);
+  EXPECT_EQ(digestOfFile(folder.file("file")), "");
+  EXPECT_EQ(digestOfFile(folder.file("none")), "");
+  EXPECT_EQ(digestOfFile(folder.path()), "");
 }
 
 }  // namespace
