@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <map>
@@ -323,24 +322,51 @@ std::string distrustOf(const struct stat& status) {
   return isOpen ? "others may write to the record" : "";
 }
 
-// Reads the whole file; only a regular file has an end.
-std::string readFile(const std::string& path, std::string* text, Record* record) {
-  const OwnDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+// A file that is being read from its beginning.
+struct RecordFile {
+  OwnDescriptor descriptor;
+  std::size_t size = 0;  // when it was opened
+  std::string text;      // what has been read
+};
+
+// Reads on until there are `size` bytes, or the end of the file. Returns 0, or the error number.
+int readUpTo(std::size_t size, RecordFile* file) {
+  std::string& text = file->text;
+  std::size_t done = text.size();
+  text.resize(std::max(done, size));
+  ssize_t count = 0;
+  while ((count = read(file->descriptor.number(), text.data() + done, text.size() - done)) > 0) {
+    done += static_cast<std::size_t>(count);
+  }
+  text.resize(done);
+  return count == -1 ? errno : 0;
+}
+
+// The first line may have all the words of a command line, and nobody knows the longest one.
+constexpr std::size_t longestFirstLine = 64 << 20;  // bytes
+
+// Opens a file and reads at least its first line. Returns why it is no record of this version;
+// empty if it may be one. A file of another kind may be of any size and is not read further.
+std::string openRecord(const std::string& path, Record* record, RecordFile* file) {
+  file->descriptor = OwnDescriptor(openRegularFile(path, O_RDONLY | O_NONBLOCK));
   struct stat status {};
-  if (file.number() == -1 || fstat(file.number(), &status) != 0) return std::strerror(errno);
-  if (!S_ISREG(status.st_mode)) return "not a regular file";
+  if (file->descriptor.number() == -1) return openFailure(errno);
+  fstat(file->descriptor.number(), &status);
   record->distrust = distrustOf(status);
   record->file = {status.st_dev, status.st_ino};
-  text->resize(static_cast<std::size_t>(status.st_size));
-  std::size_t size = 0;
-  while (size < text->size()) {
-    const ssize_t count = read(file.number(), text->data() + size, text->size() - size);
-    if (count == -1) return std::strerror(errno);
-    if (count == 0) break;
-    size += static_cast<std::size_t>(count);
+  file->size = static_cast<std::size_t>(status.st_size);
+  std::string& text = file->text;
+  constexpr std::size_t firstPart = 1 << 16;
+  const std::size_t limit = std::min(file->size, longestFirstLine);
+  while (text.find('\n') == std::string::npos && text.size() < limit) {
+    const std::size_t before = text.size();
+    const int error = readUpTo(std::min(limit, 2 * before + firstPart), file);
+    if (error != 0) return std::strerror(error);
+    if (text.size() == before) break;
   }
-  text->resize(size);
-  return "";
+  // A line without an end is incomplete.
+  const Event event = Event::parse(text.substr(0, text.find('\n') + 1), nullptr, false);
+  return complaintAboutFirst(event);
 }
 
 // Calls `read`, which reads an event. False if the event is damaged.
@@ -358,22 +384,20 @@ bool isSound(const std::function<void()>& read) {
 }  // namespace
 
 std::string readRecord(const std::string& path, Record* record) {
-  std::string text;
-  std::string complaint = readFile(path, &text, record);
+  RecordFile file;
+  std::string complaint = openRecord(path, record, &file);
   if (!complaint.empty()) return complaint;
+  const int error = readUpTo(file.size, &file);
+  if (error != 0) return std::strerror(error);
+  std::string& text = file.text;
   text.resize(text.rfind('\n') + 1);  // what follows is incomplete
-  if (text.empty()) return "not a record of runlet-job";
   Reader reader(record);
   std::size_t line = 0;
   std::size_t broken = 0;  // the number of a preceding line that is no JSON; 0 = none
   for (const std::string_view part : split('\n', text)) {
     ++line;
     const Event event = Event::parse(part, nullptr, false);
-    if (line == 1) {
-      std::string wrong = complaintAboutFirst(event);
-      if (!wrong.empty()) return wrong;
-      record->id = *textMember(event, "id");
-    }
+    if (line == 1) record->id = *textMember(event, "id");
     // Only what a killed writer left incomplete may be broken. Then a new session or nothing
     // follows.
     if (broken != 0 && !isSession(event)) return damageIn(broken);
@@ -388,13 +412,13 @@ std::string readRecord(const std::string& path, Record* record) {
 std::string jobOfRecord(const std::string& path) {
   // As it is written: the kind of an event comes first.
   const std::string beginning = std::string("{\"") + eventKey + "\":\"" + sessionEvent + "\"";
-  std::ifstream file(path, std::ios::binary);
+  Record unused;
+  RecordFile file;
+  if (!openRecord(path, &unused, &file).empty() || readUpTo(file.size, &file) != 0) return "";
   std::string job;
-  bool isFirst = true;
-  for (std::string line; std::getline(file, line); isFirst = false) {
-    if (!isFirst && !line.starts_with(beginning)) continue;
+  for (const std::string_view line : split('\n', file.text)) {
+    if (!line.starts_with(beginning)) continue;
     const Event event = Event::parse(line, nullptr, false);
-    if (isFirst && !complaintAboutFirst(event).empty()) return "";
     isSound([&] { job = sessionOf(event).job; });
   }
   return job;

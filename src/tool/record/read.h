@@ -9,7 +9,8 @@ namespace runlet_tool {
 
 // Reads the record in the file `path`, which may be growing. An incomplete line, such as the last
 // one of a writer that was killed, is ignored, and so is a session that was killed before it had
-// recorded its tasks, unless it is the only one: see Session::isPlanned.
+// recorded its tasks, unless it is the only one: see Session::isPlanned. Of a file that is none, at
+// most the first line is read, or 64 MiB of it, and what is no regular file is not opened.
 //
 // Returns why the file is no record of this version, as a sentence without the file's name; empty
 // on success. The texts in `*record` are those of the file: any bytes, to be shown with `visible`.

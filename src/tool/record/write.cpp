@@ -122,8 +122,8 @@ int RecordWriter::create(const OutputPlace& place) {
 }
 
 int RecordWriter::append(const std::string& path, const FileId& file) {
-  const int flags = O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  file_ = OwnDescriptor(open(path.c_str(), flags));
+  file_ = OwnDescriptor(openRegularFile(path, O_RDWR | O_APPEND | O_NOFOLLOW | O_NONBLOCK));
+  if (file_.number() == -1 && errno == notRegular) return ESTALE;
   struct stat status {};
   if (file_.number() == -1 || fstat(file_.number(), &status) != 0) return errno;
   if (FileId{status.st_dev, status.st_ino} != file) return ESTALE;

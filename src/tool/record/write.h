@@ -26,7 +26,7 @@ class RecordWriter {
   int create(const OutputPlace& place);
 
   // Continues an existing file, whose last line may be incomplete. Returns 0, or the error number:
-  // ESTALE if it is not `file` any more.
+  // ESTALE if it is not `file` any more. What is no regular file is not opened.
   int append(const std::string& path, const FileId& file);
 
   // Each returns 0, or the error number; after a failure, the file is as before, or, if that fails,

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -223,6 +225,19 @@ TEST_F(RecordFile, IsForItsWriterAlone) {
   EXPECT_EQ(RecordWriter(id).append(folder_.file("link"), {}), ELOOP);
   EXPECT_EQ(RecordWriter(id).append(folder_.file("none"), {}), ENOENT);
   EXPECT_EQ(RecordWriter(id).append(path(), {}), ESTALE);  // another file than was read
+}
+
+// What is in place of a record is not even opened: opening this one would fail with another reason.
+TEST_F(RecordFile, IsLookedAtFirst) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  folder_.file("socket").copy(address.sun_path, sizeof address.sun_path - 1);
+  const OwnDescriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
+  ASSERT_EQ(bind(socket.number(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(symlink("socket", folder_.file("link").c_str()), 0);
+  EXPECT_EQ(readRecord(folder_.file("link"), &record_), "not a regular file");
+  EXPECT_EQ(jobOfRecord(folder_.file("link")), "");
+  EXPECT_EQ(RecordWriter(id).append(folder_.file("socket"), {}), ESTALE);
 }
 
 TEST_F(RecordFile, GoesToItsMirrorToo) {
@@ -451,6 +466,16 @@ TEST_F(DamagedRecord, MayHaveSessionsWithoutTheirTasks) {
   ASSERT_EQ(readWith(first + sound), "");
   EXPECT_FALSE(record_.sessions.front().isPlanned);
   EXPECT_TRUE(record_.sessions.back().isPlanned);
+}
+
+// Most of these files is a hole, which takes no space on the disk.
+TEST_F(DamagedRecord, MayBeAFileOfAnySize) {
+  for (const char* text : {"a text\n", ""}) {
+    folder_.write("huge", text);
+    ASSERT_EQ(truncate(folder_.file("huge").c_str(), off_t{1} << 40), 0);
+    EXPECT_EQ(readRecord(folder_.file("huge"), &record_), "not a record of runlet-job") << text;
+    EXPECT_EQ(jobOfRecord(folder_.file("huge")), "") << text;
+  }
 }
 
 TEST_F(DamagedRecord, MayBeNoRecordAtAll) {
