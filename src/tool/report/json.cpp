@@ -132,6 +132,8 @@ std::string reportJson(const Overview& overview) {
   head["format"] = "runlet-job report";
   head["version"] = version;
   head["id"] = overview.record.id;
+  const std::string caution = cautionText(overview);
+  head["caution"] = JsonStrings(false).orNull(!caution.empty(), caution);
   head["state"] = stateNames[static_cast<std::size_t>(overview.state)];
   std::string text = asciiText(head);
   text.pop_back();  // the closing brace, since the rest follows

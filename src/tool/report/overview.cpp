@@ -268,6 +268,11 @@ std::string fullDiskText(const Overview& overview) {
          numbersText(overview.onFullDisk) + ") may be incomplete";
 }
 
+std::string cautionText(const Overview& overview) {
+  const std::string& distrust = overview.record.distrust;
+  return distrust.empty() ? "" : distrust + ": what it says may be wrong";
+}
+
 std::string numbersText(const TaskNumbers& numbers) {
   constexpr std::size_t most = 40;
   const std::string text = numbers.text();

@@ -135,6 +135,10 @@ std::string endText(const Overview& overview, std::size_t attempt);
 // "The disk was full: the logs of 2 tasks (3, 9) may be incomplete"; empty if it never was.
 std::string fullDiskText(const Overview& overview);
 
+// "the record belongs to user 1001: what it says may be wrong"; empty if only the caller can have
+// written the record (see Record::distrust).
+std::string cautionText(const Overview& overview);
+
 // The numbers as in "3-5, 9", as far as they fit into about 40 bytes, and then "...".
 std::string numbersText(const TaskNumbers& numbers);
 

@@ -143,6 +143,11 @@ std::string logMarkup(const std::string& path, const LogEnd& end) {
   return lines.empty() ? text : text + element("pre", lines);
 }
 
+std::string caution(const Overview& overview) {
+  const std::string text = cautionText(overview);
+  return text.empty() ? "" : element("p", "note", "Caution: " + markup(text) + ".") + "\n";
+}
+
 std::string fullDisk(const Overview& overview) {
   const std::string text = fullDiskText(overview);
   return text.empty() ? "" : element("p", "note", markup(text) + ".") + "\n";
@@ -346,8 +351,8 @@ std::string reportPage(const Overview& overview) {
   std::string page(head);
   page += element("title", markup(jobName(overview) + ": " + headline(overview))) + "\n";
   page += element("style", "\n" + std::string(pageStyle)) + "\n</head>\n<body>\n<main>\n";
-  page += top(overview) + fullDisk(overview) + failures(overview) + charts(overview) +
-          durations(overview);
+  page += top(overview) + caution(overview) + fullDisk(overview) + failures(overview) +
+          charts(overview) + durations(overview);
   page += slowest(overview) + sessions(overview);
   page += "</main>\n" +
           element("footer", "Made by runlet-job report, " + markup(timeText(overview.now)));

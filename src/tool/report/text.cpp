@@ -63,6 +63,8 @@ std::string logFolder(const Record& record) {
 std::string headLines(const Overview& overview) {
   const Session& last = overview.record.sessions.back();
   std::string text = row("batch", visible(overview.record.id));
+  const std::string caution = cautionText(overview);
+  if (!caution.empty()) text += row("caution", caution);
   text += row("state", stateText(overview));
   text += row("job", shownPath(last.job));
   text += row("command", sessionCommand(last, longestPathInText));

@@ -248,6 +248,29 @@ TEST_F(ReportVerb, ReadsNoLogThroughAFolderOfOthers) {
   EXPECT_EQ(shown(), "cannot be read: its folder belongs to user 62001");
 }
 
+// Also if no log is shown.
+TEST_F(ReportVerb, SaysWhenOthersMayHaveWrittenTheRecord) {
+  record_.attempts.resize(2);  // both succeeded
+  writeRecord(record_, path());
+  const auto expectCaution = [&](const std::string& caution) {
+    const std::string text = report({path()}).output;
+    const std::string row = caution.empty() ? "" : "caution    " + caution + "\n";
+    EXPECT_TRUE(text.starts_with("batch      " + std::string(id) + "\n" + row + "state ")) << text;
+    const std::string page = report({path(), "--html", "-"}).output;
+    const std::string note = "<p class=\"note\">Caution: " + caution + ".</p>\n";
+    EXPECT_EQ(page.find(note) != std::string::npos, !caution.empty()) << page;
+    EXPECT_EQ(page.find("Caution") != std::string::npos, !caution.empty()) << page;
+    const Json json = Json::parse(report({path(), "--json"}).output);
+    EXPECT_EQ(json.at("caution"), caution.empty() ? Json() : Json(caution));
+  };
+  expectCaution("");
+  ASSERT_EQ(chmod(path().c_str(), 0620), 0);
+  expectCaution("others may write to the record: what it says may be wrong");
+  REQUIRE_ROOT();
+  ASSERT_EQ(chown(path().c_str(), 62001, 0), 0);
+  expectCaution("the record belongs to user 62001: what it says may be wrong");
+}
+
 // Such a record may name any file as a log.
 TEST_F(ReportVerb, ReadsNoLogsOfARecordThatOthersMayHaveWritten) {
   const std::string log = "    log: " + folder_.file("harbour-3.log") + "\n";
@@ -415,7 +438,7 @@ TEST_F(ReportVerb, WritesJson) {
   EXPECT_EQ(result.error, "");
   std::string expected =
       R"x({"format":"runlet-job report","version":1,"id":"20261122-211530-3f2a",)x"
-      R"x("state":"finished", "sessions": [
+      R"x("caution":null,"state":"finished", "sessions": [
  {"begin":1795382130.0,"end":1795382170.5,"seconds":40.5,)x"
       R"x("stopReason":"interrupted by signal 2 (Interrupt)","tool":"1.2.0","verb":"run",)x"
       R"x("options":["harbour.xml","--jobs","2"],"job":"/srv/harbour.xml","application":"","expect":[],"folder":"/srv",)x"
