@@ -424,4 +424,9 @@ std::string jobOfRecord(const std::string& path) {
   return job;
 }
 
+std::string distrustOfFile(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? distrustOf(status) : std::strerror(errno);
+}
+
 }  // namespace runlet_tool

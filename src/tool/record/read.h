@@ -21,4 +21,7 @@ std::string readRecord(const std::string& path, Record* record);
 // is no record. Looks only at the lines of sessions.
 std::string jobOfRecord(const std::string& path);
 
+// As Record::distrust, also for a file that is no record, or why nothing is known about it.
+std::string distrustOfFile(const std::string& path);
+
 }  // namespace runlet_tool

@@ -141,6 +141,36 @@ Claimant claimantOf(const std::string& text) {
   }
 }
 
+// What the claims of other processes on the same thing say.
+struct ClaimsOfOthers {
+  std::string complaint;             // about the first one that may be running
+  std::vector<std::string> records;  // of those that were killed
+  std::vector<std::string> paths;    // of the claims of these
+};
+
+// `own` is the path of the caller's own claim; empty if there is none.
+ClaimsOfOthers lookAtOthers(const std::string& folder, const std::string& beginning,
+                            const std::string& own) {
+  ClaimsOfOthers others;
+  for (const std::string& name : namesIn(folder, beginning)) {
+    const std::string path = fullPath(folder, name);
+    if (path == own) continue;
+    const auto [process, record] = claimantOf(textOf(path));
+    if (process.host.empty()) {
+      others.complaint = wholeWord(path) + " is damaged; remove it if nothing is running";
+    } else if (mayBeRunning(process)) {
+      others.complaint = "process " + std::to_string(process.process) + " on " +
+                         visible(process.host) + " is running it; if it has ended, remove " +
+                         wholeWord(path);
+    } else {
+      others.records.push_back(record);
+      others.paths.push_back(path);
+    }
+    if (!others.complaint.empty()) break;
+  }
+  return others;
+}
+
 }  // namespace
 
 std::string findStateFolder(std::string* folder) {
@@ -202,8 +232,8 @@ bool isRunningHere(const Record& record, const Attempt& attempt) {
   return !attempt.end && isRunningHere(name);
 }
 
-bool isClaimed(const std::string& stateFolder, const std::string& what) {
-  return !namesIn(stateFolder + claimsFolder, claimName(what)).empty();
+std::string complaintAboutClaims(const std::string& stateFolder, const std::string& what) {
+  return lookAtOthers(stateFolder + claimsFolder, claimName(what), "").complaint;
 }
 
 bool mayBeRunning(const ProcessName& name) {
@@ -233,6 +263,12 @@ bool isRecordId(const std::string& id) {
     return kind == '-' ? c == '-'
                        : digits.substr(0, kind == 'd' ? 10 : 16).find(c) != std::string_view::npos;
   });
+}
+
+RecordTime timeOfId(const std::string& id) {
+  std::tm parts{};
+  strptime(id.c_str(), "%Y%m%d-%H%M%S", &parts);
+  return static_cast<RecordTime>(timegm(&parts));
 }
 
 std::string recordPath(const std::string& stateFolder, const std::string& id) {
@@ -280,29 +316,13 @@ Claim::Claim(const std::string& stateFolder, const std::string& what, const std:
   path_ = folder + "/" + name;
   if (error == 0 && rename(draft.c_str(), path_.c_str()) != 0) error = errno;
   if (error == 0) {
-    lookAtOthers(folder, beginning);
+    ClaimsOfOthers others = lookAtOthers(folder, beginning, path_);
+    complaint_ = others.complaint;
+    abandoned_ = others.records;
+    abandonedPaths_ = others.paths;
   } else {
     complaint_ = reasonFor(folder, error);
     unlink(draft.c_str());
-  }
-}
-
-// The complaint is about the first one that may be running.
-void Claim::lookAtOthers(const std::string& folder, const std::string& beginning) {
-  for (const std::string& name : namesIn(folder, beginning)) {
-    const std::string path = fullPath(folder, name);
-    if (path == path_) continue;
-    const auto [process, record] = claimantOf(textOf(path));
-    if (process.host.empty()) {
-      complaint_ = wholeWord(path) + " is damaged; remove it if nothing is running";
-    } else if (mayBeRunning(process)) {
-      complaint_ = "process " + std::to_string(process.process) + " on " + visible(process.host) +
-                   " is running it; if it has ended, remove " + wholeWord(path);
-    } else {
-      abandoned_.push_back(record);
-      abandonedPaths_.push_back(path);
-    }
-    if (!complaint_.empty()) return;
   }
 }
 

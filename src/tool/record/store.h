@@ -37,8 +37,8 @@ bool mayBeRunning(const ProcessName& name);
 // its run was killed. False if the attempt has ended.
 bool isRunningHere(const Record& record, const Attempt& attempt);
 
-// Whether any process, running or not, has claimed it: see Claim.
-bool isClaimed(const std::string& stateFolder, const std::string& what);
+// Why nobody can claim it now, as Claim::complaint() would say; empty if it can be claimed.
+std::string complaintAboutClaims(const std::string& stateFolder, const std::string& what);
 
 // When the process began, as in ProcessName; 0 if it has ended.
 std::uint64_t processStart(pid_t process);
@@ -49,6 +49,9 @@ std::string newRecordId();
 
 // Whether `id` has the form of such an id, so that it is safe in the name of a file.
 bool isRecordId(const std::string& id);
+
+// When a batch with that id, as isRecordId requires, began: a whole second.
+RecordTime timeOfId(const std::string& id);
 
 // The path of the record with that id in the state folder, whether it exists or not.
 std::string recordPath(const std::string& stateFolder, const std::string& id);
@@ -89,8 +92,6 @@ class Claim {
   void removeAbandoned();
 
  private:
-  void lookAtOthers(const std::string& folder, const std::string& beginning);
-
   std::string path_;
   std::string complaint_;
   std::vector<std::string> abandoned_;

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "tool/batch/prune.h"
+#include "tool/record/read.h"
 #include "tool/record/store.h"
 #include "tool/report/overview.h"
 #include "tool/system/exit_status.h"
@@ -31,6 +33,10 @@ struct PruneOptions {
   std::optional<int> days;
   bool isDry = false;
 };
+
+RecordTime presentTime() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
 
 int complain(const std::string& reason) {
   std::fprintf(stderr, "runlet-job: records: %s\n", reason.c_str());
@@ -69,42 +75,71 @@ int list() {
   return status;
 }
 
-// Why the batch must stay, since it or a task of it may be running; empty if it need not.
-std::string reasonToStay(const std::string& folder, const Overview& overview) {
-  const Record& record = overview.record;
-  const bool isAlive = std::any_of(record.attempts.begin(), record.attempts.end(),
+// A record in the state folder, as far as it can be read.
+struct StoredRecord {
+  Overview overview;
+  std::string damage;  // why it cannot be read; empty if it can
+};
+
+// Why the batch must stay, since it or a task of it is running here; empty if it need not.
+std::string reasonToStay(const Overview& overview) {
+  const std::vector<Attempt>& attempts = overview.record.attempts;
+  const bool isAlive = std::any_of(attempts.begin(), attempts.end(),
                                    [](const Attempt& attempt) { return attempt.isAlive; });
-  // If its process may be running elsewhere, the caller may have removed its claim to say it is
-  // not.
-  const bool isRunning =
-      overview.state == BatchState::running &&
-      (isRunningHere(record.sessions.back().process) || isClaimed(folder, record.id));
+  const bool isRunning = overview.state == BatchState::running &&
+                         isRunningHere(overview.record.sessions.back().process);
   return isAlive || isRunning ? stateText(overview) : "";
+}
+
+// Whether the record may be removed, as far as it can be seen without its claims. If not, `*reason`
+// is for a message; it is empty if the record is only too young.
+bool isToRemove(const std::string& id, const std::string& path, const PruneOptions& options,
+                StoredRecord* stored, std::string* reason) {
+  *stored = {};
+  stored->damage = readOverview(path, 0, &stored->overview);
+  const Overview& overview = stored->overview;
+  const bool isSound = stored->damage.empty();
+  *reason = isSound ? overview.record.distrust : distrustOfFile(path);
+  if (!reason->empty()) return false;
+  const RecordTime begin = isSound ? overview.record.sessions.back().begin : timeOfId(id);
+  if (options.days && presentTime() - begin < *options.days * secondsADay) return false;
+  // What it ran is not known, so the logs would stay: only somebody who names it wants that.
+  if (!isSound && options.ids.empty()) *reason = stored->damage;
+  if (isSound) *reason = reasonToStay(overview);
+  return reason->empty();
+}
+
+// "removed LINE", or of a record that cannot be read, "removed ID, but no logs: REASON".
+std::string removalText(const char* what, const std::string& id, const StoredRecord& stored) {
+  if (stored.damage.empty()) return what + lineOf(stored.overview);
+  return what + id + ", but no logs: " + stored.damage + "\n";
+}
+
+// Returns why the record, or else its logs, could not be removed; empty on success.
+std::string removeStored(const std::string& id, const std::string& path,
+                         const StoredRecord& stored) {
+  // Without a record there are no logs to remove.
+  std::string remaining;
+  std::string failure =
+      removeBatch(stored.damage.empty() ? stored.overview.record : Record(), path, &remaining);
+  if (failure.empty() && !remaining.empty()) complainAbout(id, remaining);
+  return failure;
 }
 
 // Removes a batch, or says what would be removed. Returns why that fails; empty on success.
 std::string pruneOne(const std::string& id, const std::string& folder,
                      const PruneOptions& options) {
   const std::string path = recordPath(folder, id);
-  Overview overview;
-  std::string reason = readOverview(path, 0, &overview);
-  const bool isUnreadable = !reason.empty() && !options.ids.empty() && !options.isDry;
-  if (isUnreadable && unlink(path.c_str()) == 0) {
-    put("removed " + id + ", but no logs: " + reason + "\n");
-    return "";
-  }
-  if (reason.empty()) reason = overview.record.distrust;
-  if (reason.empty()) reason = reasonToStay(folder, overview);
-  if (!reason.empty()) return reason;
-  const double age = overview.now - overview.record.sessions.back().begin;
-  if (options.days && age < *options.days * secondsADay) return "";
-  if (!options.isDry) {
-    std::string remaining;
-    std::string failure = removeBatch(overview.record, path, &remaining);
-    if (!failure.empty()) return failure;
-    if (!remaining.empty()) complainAbout(id, remaining);
-  }
-  put((options.isDry ? "would remove " : "removed ") + lineOf(overview));
+  StoredRecord stored;
+  std::string reason;
+  if (!isToRemove(id, path, options, &stored, &reason)) return reason;
+  // A claim counts whether the record can be read or not, and wherever its process is.
+  const std::string& claim = stored.damage.empty() ? stored.overview.record.id : id;
+  std::string claimed = complaintAboutClaims(folder, claim);
+  if (!claimed.empty()) return claimed;
+  std::string failure = options.isDry ? "" : removeStored(id, path, stored);
+  if (!failure.empty()) return failure;
+  put(removalText(options.isDry ? "would remove " : "removed ", id, stored));
   return "";
 }
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "adapter_test.h"
+#include "tool/record/digest.h"
 #include "tool/record/store.h"
 #include "tool_run.h"
 
@@ -78,6 +79,25 @@ class StoredRecords : public testing::Test {
 
   bool hasLogs(const std::string& id) const {
     return modeOf(folder_.file("logs/shot-" + id + "/shot-1.log")) != -1;
+  }
+
+  // A file in the state folder that is no record, as the user would have it.
+  std::string writeDamaged(const std::string& id) const {
+    const std::string path = folder_.write("state/runlet-job/" + id + ".jsonl", "{}\n");
+    EXPECT_EQ(chown(path.c_str(), user(), user()), 0);
+    EXPECT_EQ(chmod(path.c_str(), 0600), 0);
+    return path;
+  }
+
+  // A claim on it by a process of another machine. Returns its path.
+  std::string claimElsewhere(const std::string& what) const {
+    const std::string name = runlet_tool::digestOf(what).substr(0, 32) + ".0.7.1";
+    const std::string path = folder_.write(
+        "state/runlet-job/claims/" + name,
+        R"({"bytes":false,"record":"/r","host":"far-away","boot":"b","pidSpace":1,"pid":7,"pidStart":1})"
+        "\n");
+    EXPECT_EQ(chmod(path.c_str(), 0644), 0);
+    return path;
   }
 
   TempFolder folder_;
@@ -198,8 +218,7 @@ TEST_F(StoredRecords, ThatAreDamagedOrMissingAreReported) {
   const std::string id = runBatch();
   const std::string state = folder_.file("state/runlet-job/");
   const std::string bad = "20200101-000000-0000";
-  std::filesystem::copy_file(folder_.file("shot.xml"), state + bad + ".jsonl");
-  ASSERT_EQ(chmod((state + bad + ".jsonl").c_str(), 0644), 0);
+  writeDamaged(bad);
   const ProcessResult result = run({"records", "list"});
   EXPECT_EQ(withoutTimes(result.output), line(id));
   EXPECT_EQ(result.error, "runlet-job: records: " + bad + ": not a record of runlet-job\n");
@@ -220,6 +239,59 @@ TEST_F(StoredRecords, ThatAreDamagedOrMissingAreReported) {
   expectTool(run({"records", "prune", bad}),
              "removed " + bad + ", but no logs: not a record of runlet-job\n", "", "exit 0");
   EXPECT_EQ(list(), line(id));
+}
+
+// Such a record may be that of a newer version, or of a batch that is running.
+TEST_F(StoredRecords, ThatAreDamagedAreRemovedOnlyIfNamed) {
+  runBatch();
+  const std::string id = "20200101-000000-0000";
+  const std::string record = writeDamaged(id);
+  const std::string damage = id + ": not a record of runlet-job\n";
+  const std::string text = id + ", but no logs: not a record of runlet-job\n";
+  expectTool(run({"records", "prune", "--older-than", "1d"}), "", "runlet-job: records: " + damage,
+             "exit 2");
+  expectTool(run({"records", "prune", id, "--older-than", "9999d"}), "", "", "exit 0");
+  expectTool(run({"records", "prune", id, "--older-than", "1d", "--dry-run"}),
+             "would remove " + text, "", "exit 0");
+  EXPECT_NE(modeOf(record), -1);
+  expectTool(run({"records", "prune", id, "--older-than", "1d"}), "removed " + text, "", "exit 0");
+  EXPECT_EQ(modeOf(record), -1);
+}
+
+TEST_F(StoredRecords, ThatAreDamagedMustBeTheCallersToo) {
+  runBatch();
+  const std::string id = "20200101-000000-0000";
+  const std::string record = writeDamaged(id);
+  const auto expectRefusal = [&](const std::string& reason) {
+    expectTool(run({"records", "prune", id}), "",
+               "runlet-job: records: " + id + ": " + reason + "\n", "exit 2");
+    EXPECT_NE(modeOf(record), -1);
+  };
+  ASSERT_EQ(chmod(record.c_str(), 0646), 0);
+  expectRefusal("others may write to the record");
+  REQUIRE_ROOT();
+  for (const mode_t mode : {mode_t{0644}, mode_t{0600}}) {
+    ASSERT_EQ(chmod(record.c_str(), mode), 0);
+    ASSERT_EQ(chown(record.c_str(), 62001, 62001), 0);
+    expectRefusal("the record belongs to user 62001");
+  }
+}
+
+TEST_F(StoredRecords, ThatAreDamagedStayWhileTheirBatchIsClaimed) {
+  const std::string id = runBatch();
+  const std::string state = folder_.file("state/runlet-job");
+  const std::string record = state + "/" + id + ".jsonl";
+  folder_.write("state/runlet-job/" + id + ".jsonl", readFile(record) + "{\n{\n{\n");
+  const std::string path = claimElsewhere(id);
+  expectTool(run({"records", "prune", id}), "",
+             "runlet-job: records: " + id +
+                 ": process 7 on far-away is running it; if it has ended, remove " + path + "\n",
+             "exit 2");
+  EXPECT_NE(modeOf(record), -1);
+  ASSERT_EQ(unlink(path.c_str()), 0);
+  EXPECT_TRUE(
+      run({"records", "prune", id}).output.starts_with("removed " + id + ", but no logs: "));
+  EXPECT_EQ(modeOf(record), -1);
 }
 
 // After its run was killed, together with the process that would have ended them.
