@@ -32,6 +32,11 @@ struct PruneOptions {
   std::vector<std::string> ids;
   std::optional<int> days;
   bool isDry = false;
+
+  // Otherwise all records of that age are meant.
+  bool areNamed() const {
+    return !ids.empty();
+  }
 };
 
 RecordTime presentTime() {
@@ -91,22 +96,31 @@ std::string reasonToStay(const Overview& overview) {
   return isAlive || isRunning ? stateText(overview) : "";
 }
 
+// When it began, or was last resumed; only its name is believed if it is not trusted.
+RecordTime beginOf(const std::string& id, const StoredRecord& stored, const std::string& distrust) {
+  const bool isKnown = stored.damage.empty() && distrust.empty();
+  return isKnown ? stored.overview.record.sessions.back().begin : timeOfId(id);
+}
+
 // Whether the record may be removed, as far as it can be seen without its claims. If not, `*reason`
-// is for a message; it is empty if the record is only too young.
+// is for a message; it is empty if the record is too young, or, unless it is named, running: that
+// is no error.
 bool isToRemove(const std::string& id, const std::string& path, const PruneOptions& options,
                 StoredRecord* stored, std::string* reason) {
   *stored = {};
   stored->damage = readOverview(path, 0, &stored->overview);
   const Overview& overview = stored->overview;
   const bool isSound = stored->damage.empty();
-  *reason = isSound ? overview.record.distrust : distrustOfFile(path);
-  if (!reason->empty()) return false;
-  const RecordTime begin = isSound ? overview.record.sessions.back().begin : timeOfId(id);
-  if (options.days && presentTime() - begin < *options.days * secondsADay) return false;
+  const std::string distrust = isSound ? overview.record.distrust : distrustOfFile(path);
+  const bool isYoung =
+      options.days && presentTime() - beginOf(id, *stored, distrust) < *options.days * secondsADay;
+  *reason = isYoung && !options.areNamed() ? "" : distrust;
+  if (isYoung || !reason->empty()) return false;
   // What it ran is not known, so the logs would stay: only somebody who names it wants that.
-  if (!isSound && options.ids.empty()) *reason = stored->damage;
-  if (isSound) *reason = reasonToStay(overview);
-  return reason->empty();
+  if (!isSound && !options.areNamed()) *reason = stored->damage;
+  const std::string running = isSound ? reasonToStay(overview) : "";
+  if (options.areNamed()) *reason = running;
+  return reason->empty() && running.empty();
 }
 
 // "removed LINE", or of a record that cannot be read, "removed ID, but no logs: REASON".
@@ -136,7 +150,7 @@ std::string pruneOne(const std::string& id, const std::string& folder,
   // A claim counts whether the record can be read or not, and wherever its process is.
   const std::string& claim = stored.damage.empty() ? stored.overview.record.id : id;
   std::string claimed = complaintAboutClaims(folder, claim);
-  if (!claimed.empty()) return claimed;
+  if (!claimed.empty()) return options.areNamed() ? claimed : "";
   std::string failure = options.isDry ? "" : removeStored(id, path, stored);
   if (!failure.empty()) return failure;
   put(removalText(options.isDry ? "would remove " : "removed ", id, stored));

@@ -258,6 +258,30 @@ TEST_F(StoredRecords, ThatAreDamagedAreRemovedOnlyIfNamed) {
   EXPECT_EQ(modeOf(record), -1);
 }
 
+// A regular call with --older-than must not fail each time that something runs.
+TEST_F(StoredRecords, ThatAreYoungOrRunningAreNoErrorByAge) {
+  const std::string id = runBatch();
+  const std::string text = "runlet-job: records: " + id + ": ";
+  const std::string record = folder_.file("state/runlet-job/" + id + ".jsonl");
+  const std::string path = claimElsewhere(id);
+  const std::string claimed =
+      text + "process 7 on far-away is running it; if it has ended, remove " + path + "\n";
+  expectTool(run({"records", "prune", "--older-than", "0d"}), "", "", "exit 0");
+  expectTool(run({"records", "prune", id, "--older-than", "0d"}), "", claimed, "exit 2");
+  expectTool(run({"records", "prune", id, "--older-than", "1d"}), "", "", "exit 0");
+  ASSERT_EQ(unlink(path.c_str()), 0);
+  ASSERT_EQ(chmod(record.c_str(), 0622), 0);
+  const std::string distrusted = text + "others may write to the record\n";
+  expectTool(run({"records", "prune", "--older-than", "1d"}), "", "", "exit 0");
+  expectTool(run({"records", "prune", id, "--older-than", "1d"}), "", distrusted, "exit 2");
+  expectTool(run({"records", "prune", "--older-than", "0d"}), "", distrusted, "exit 2");
+  ASSERT_EQ(chmod(record.c_str(), 0600), 0);
+  ASSERT_EQ(truncate(record.c_str(), 10), 0);
+  expectTool(run({"records", "prune", "--older-than", "1d"}), "", "", "exit 0");
+  expectTool(run({"records", "prune", "--older-than", "0d"}), "",
+             text + "not a record of runlet-job\n", "exit 2");
+}
+
 TEST_F(StoredRecords, ThatAreDamagedMustBeTheCallersToo) {
   runBatch();
   const std::string id = "20200101-000000-0000";
