@@ -322,6 +322,7 @@ Claim::Claim(const std::string& stateFolder, const std::string& what, const std:
     abandonedPaths_ = others.paths;
   } else {
     complaint_ = reasonFor(folder, error);
+    isDiskFull_ = error == ENOSPC || error == EDQUOT;
     unlink(draft.c_str());
   }
 }

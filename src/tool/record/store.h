@@ -82,6 +82,11 @@ class Claim {
     return complaint_;
   }
 
+  // Whether that is because its file did not fit on the disk.
+  bool isDiskFull() const {
+    return isDiskFull_;
+  }
+
   // The records of processes that claimed the same thing and were killed. Their tasks may be
   // running.
   const std::vector<std::string>& abandoned() const {
@@ -94,6 +99,7 @@ class Claim {
  private:
   std::string path_;
   std::string complaint_;
+  bool isDiskFull_ = false;
   std::vector<std::string> abandoned_;
   std::vector<std::string> abandonedPaths_;  // of their claims
 };

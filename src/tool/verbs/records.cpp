@@ -147,10 +147,17 @@ std::string pruneOne(const std::string& id, const std::string& folder,
   StoredRecord stored;
   std::string reason;
   if (!isToRemove(id, path, options, &stored, &reason)) return reason;
-  // A claim counts whether the record can be read or not, and wherever its process is.
-  const std::string& claim = stored.damage.empty() ? stored.overview.record.id : id;
-  std::string claimed = complaintAboutClaims(folder, claim);
+  // A claim counts whether the record can be read or not, and wherever its process is. Nobody may
+  // resume the batch while it is removed.
+  const std::string what = stored.damage.empty() ? stored.overview.record.id : id;
+  std::unique_ptr<Claim> claim;
+  if (!options.isDry) claim = std::make_unique<Claim>(folder, what, path);
+  // On a full disk there must be a way to remove something.
+  const bool isClaimed = claim != nullptr && !claim->isDiskFull();
+  std::string claimed = isClaimed ? claim->complaint() : complaintAboutClaims(folder, what);
   if (!claimed.empty()) return options.areNamed() ? claimed : "";
+  // Until it was claimed, another process may have continued or removed it.
+  if (!isToRemove(id, path, options, &stored, &reason)) return reason;
   std::string failure = options.isDry ? "" : removeStored(id, path, stored);
   if (!failure.empty()) return failure;
   put(removalText(options.isDry ? "would remove " : "removed ", id, stored));

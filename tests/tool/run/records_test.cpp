@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <string>
 
 #include "adapter_test.h"
+#include "mounts.h"
 #include "tool/record/digest.h"
 #include "tool/record/store.h"
 #include "tool_run.h"
@@ -280,6 +282,45 @@ TEST_F(StoredRecords, ThatAreYoungOrRunningAreNoErrorByAge) {
   expectTool(run({"records", "prune", "--older-than", "1d"}), "", "", "exit 0");
   expectTool(run({"records", "prune", "--older-than", "0d"}), "",
              text + "not a record of runlet-job\n", "exit 2");
+}
+
+// So that nobody resumes the batch meanwhile.
+TEST_F(StoredRecords, AreClaimedWhileTheyAreRemoved) {
+  const std::string id = runBatch();
+  const std::string claims = folder_.file("state/runlet-job/claims");
+  ASSERT_EQ(chmod(claims.c_str(), 0500), 0);
+  EXPECT_EQ(withoutTimes(run({"records", "prune", id, "--dry-run"}).output),
+            "would remove " + line(id));
+  expectTool(run({"records", "prune", id}), "",
+             "runlet-job: records: " + id + ": " + claims + ": Permission denied\n", "exit 2");
+  EXPECT_EQ(list(), line(id));
+  ASSERT_EQ(chmod(claims.c_str(), 0700), 0);
+  EXPECT_EQ(withoutTimes(run({"records", "prune", id}).output), "removed " + line(id));
+  EXPECT_TRUE(std::filesystem::is_empty(claims));
+}
+
+// Then no claim can be written either.
+TEST_F(StoredRecords, AreRemovedFromAFullDisk) {
+  REQUIRE_ROOT();
+  REQUIRE_MOUNTS();
+  const std::string disk = folder_.makeFolder("disk");
+  const std::string command =
+      folder_.write("fill.sh", "cd " + folder_.path() + " && " + ownTool() +
+                                   " run shot.xml --quiet >run.out 2>&1\n"
+                                   "head -c 1000000 /dev/zero >disk/rest 2>/dev/null\n" +
+                                   ownTool() + " records prune --older-than 0d >prune.out 2>&1\n" +
+                                   ownTool() + " records list\n");
+  ProcessOptions options;
+  options.arguments = {"/bin/sh", command};
+  options.environment = {{"PATH", "/usr/bin:/bin"}, {"XDG_STATE_HOME", disk}};
+  options.prepare = [&] {
+    if (!enterOwnMounts() || mount("none", disk.c_str(), "tmpfs", 0, "size=64k,mode=0777") != 0 ||
+        setgid(otherId) != 0 || setuid(otherId) != 0) {
+      _exit(95);
+    }
+  };
+  expectTool(runProcess(options), "", "", "exit 0");
+  EXPECT_TRUE(readFile(folder_.file("prune.out")).starts_with("removed "));
 }
 
 TEST_F(StoredRecords, ThatAreDamagedMustBeTheCallersToo) {
