@@ -145,6 +145,28 @@ void takeExpected(const RecordOptions& options, const Record& record, Batch* bat
   if (options.takesExpected) batch->expected = record.sessions.back().expected;
 }
 
+// Whether the record was removed from the state folder, by `records prune` or before it had a line.
+// One that others may have removed elsewhere is not gone: its tasks may be running.
+bool isGone(const std::string& stateFolder, const std::string& path) {
+  const bool isInFolder = realPath(path.substr(0, path.rfind('/'))) == realPath(stateFolder);
+  struct stat status {};
+  return isInFolder && lstat(path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
+// Reads the record of a killed run, which decides whether a task is running. Returns why that is
+// not known, for a message with the record's path; empty on success. A record that has no line yet
+// has no tasks.
+std::string readAbandoned(const std::string& path, Record* record) {
+  std::string wrong = readRecord(path, record);
+  if (wrong.empty()) {
+    wrong = record->distrust;
+  } else if (distrustOfFile(path).empty() && !hasWholeLine(path)) {
+    *record = {};
+    wrong.clear();
+  }
+  return wrong.empty() ? "" : "its record " + wholeWord(path) + " cannot be used: " + wrong;
+}
+
 // The tasks of a killed run that are still running here, or are being ended by the process that
 // outlives the run for that.
 std::vector<std::int32_t> runningTasks(const Record& record) {
@@ -256,9 +278,15 @@ std::string Recording::claim(const std::string& what) {
   if (stateFolder_.empty()) return "";
   Claim& claim = *claims_.emplace_back(std::make_unique<Claim>(stateFolder_, what, path_));
   if (!claim.complaint().empty()) return claim.complaint();
-  for (const std::string& path : claim.abandoned()) {
+  for (std::size_t i = 0; i < claim.abandoned().size(); ++i) {
+    const std::string& path = claim.abandoned()[i];
     Record record;
-    if (!readRecord(path, &record).empty()) continue;  // it is gone, or had no tasks yet
+    const std::string wrong = isGone(stateFolder_, path) ? "" : readAbandoned(path, &record);
+    if (!wrong.empty()) {
+      return "its run was killed, and " + wrong +
+             "; once no task of that batch is running, remove " +
+             wholeWord(claim.abandonedPaths()[i]);
+    }
     std::string running = awaitTasks(record, path);
     if (!running.empty()) return running;
   }

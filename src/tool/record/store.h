@@ -93,6 +93,11 @@ class Claim {
     return abandoned_;
   }
 
+  // The files of their claims, in the same order.
+  const std::vector<std::string>& abandonedPaths() const {
+    return abandonedPaths_;
+  }
+
   // Removes the claims of these processes.
   void removeAbandoned();
 
@@ -101,7 +106,7 @@ class Claim {
   std::string complaint_;
   bool isDiskFull_ = false;
   std::vector<std::string> abandoned_;
-  std::vector<std::string> abandonedPaths_;  // of their claims
+  std::vector<std::string> abandonedPaths_;
 };
 
 }  // namespace runlet_tool

@@ -748,25 +748,12 @@ TEST_F(RecordedRun, ClaimsNothingAfterItsEnd) {
   writeJob({"touch begun; sleep 30"});
   ProcessOptions options = tool({"run", jobFile_});
   recordFile_ = options.arguments.back();
-  std::string state;
-  for (const auto& [name, value] : options.environment) {
-    if (name == "XDG_STATE_HOME") state = value;
-  }
-  if (geteuid() == 0) state = "/root/.local/state";
   Process running(options);
-  // As root, there may be claims of other processes.
-  const auto claims = [&, name = "\"record\":\"" + recordFile_ + "\""] {
-    const std::string folder = state + "/runlet-job/claims/";
-    const Strings files = filesIn(folder);
-    return std::count_if(files.begin(), files.end(), [&](const std::string& file) {
-      return readFile(folder + file).find(name) != std::string::npos;
-    });
-  };
   ASSERT_TRUE(eventually([&] { return modeOf(folder_.file("begun")) != -1; }));
-  EXPECT_EQ(claims(), 2);
+  EXPECT_EQ(claimsOf(recordFile_).size(), 2);
   kill(running.pid(), SIGTERM);
   EXPECT_EQ(describeStatus(running.finish().waitStatus), "signal 15");
-  EXPECT_EQ(claims(), 0);
+  EXPECT_EQ(claimsOf(recordFile_), Strings());
 }
 
 // A record without tasks would be the last one of its job.

@@ -91,6 +91,21 @@ class StoredRecords : public testing::Test {
     return path;
   }
 
+  // A claim on it by a process that has ended. Returns its path.
+  std::string claimOfEnded(const std::string& what, const std::string& record) const {
+    const runlet_tool::ProcessName own = runlet_tool::ownProcess();
+    const std::string name = runlet_tool::digestOf(what).substr(0, 32) + ".0.0.1";
+    const std::string path =
+        folder_.write("state/runlet-job/claims/" + name,
+                      R"({"bytes":false,"record":")" + record + R"(","host":")" + own.host +
+                          R"(","boot":")" + own.boot + R"(","pidSpace":)" +
+                          std::to_string(own.space) + R"(,"pid":)" + std::to_string(own.process) +
+                          R"(,"pidStart":)" + std::to_string(own.start + 1) + "}\n");
+    EXPECT_EQ(chmod(path.c_str(), 0644), 0);
+    EXPECT_EQ(chown(path.c_str(), user(), user()), 0);
+    return path;
+  }
+
   // A claim on it by a process of another machine. Returns its path.
   std::string claimElsewhere(const std::string& what) const {
     const std::string name = runlet_tool::digestOf(what).substr(0, 32) + ".0.7.1";
@@ -410,6 +425,46 @@ TEST_F(StoredRecords, NeedAPlace) {
              "runlet-job: run: no folder for records: /proc/runlet-job: No such file or directory; "
              "--record FILE creates one elsewhere\n",
              "exit 2");
+}
+
+// Its tasks may be running: whoever can write to its folder may have removed or exchanged it.
+TEST_F(StoredRecords, OfKilledRunsMustBeReadable) {
+  const std::string id = runBatch();
+  const std::string job = folder_.file("shot.xml");
+  const std::string record = folder_.file("elsewhere.jsonl");
+  const std::string claim = claimOfEnded(job, record);
+  const auto expectRefusal = [&](const std::string& reason) {
+    expectTool(run({"run", job}), "",
+               "runlet-job: run: " + job + ": its run was killed, and its record " + record +
+                   " cannot be used: " + reason +
+                   "; once no task of that batch is running, remove " + claim + "\n",
+               "exit 2");
+    EXPECT_NE(modeOf(claim), -1);
+  };
+  expectRefusal("No such file or directory");
+  folder_.write("elsewhere.jsonl", "{}\n");
+  ASSERT_EQ(chown(record.c_str(), user(), user()), 0);
+  expectRefusal("not a record of runlet-job");
+  folder_.write("elsewhere.jsonl", readFile(folder_.file("state/runlet-job/" + id + ".jsonl")));
+  ASSERT_EQ(chmod(record.c_str(), 0622), 0);
+  expectRefusal("others may write to the record");
+  ASSERT_EQ(truncate(record.c_str(), 10), 0);
+  expectRefusal("not a record of runlet-job");
+  ASSERT_EQ(unlink(claim.c_str()), 0);
+  EXPECT_NE(runBatch(), "");
+}
+
+// Or without a line, when nothing had run.
+TEST_F(StoredRecords, OfKilledRunsMayHaveBeenRemoved) {
+  runBatch();
+  const std::string id = "20200101-000000-0000";
+  const std::string record = folder_.file("state/runlet-job/" + id + ".jsonl");
+  for (const bool isThere : {false, true}) {
+    const std::string claim = claimOfEnded(folder_.file("shot.xml"), record);
+    if (isThere) std::filesystem::resize_file(writeDamaged(id), 1);
+    EXPECT_NE(runBatch(), "");
+    EXPECT_EQ(modeOf(claim), -1);
+  }
 }
 
 // The last record of the same job.

@@ -126,6 +126,20 @@ std::string notPositive(const std::string& value) {
   return CLI::Range(1, std::numeric_limits<std::int32_t>::max())(value);
 }
 
+std::vector<std::string> claimsOf(const std::string& record) {
+  // As root, there may be claims of other processes.
+  const std::string home = geteuid() == 0 ? "/root/.local/state" : state().path();
+  const std::string name = "\"record\":\"" + record + "\"";
+  std::vector<std::string> claims;
+  std::error_code error;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(home + "/runlet-job/claims", error)) {
+    const std::string path = entry.path();
+    if (readFile(path).find(name) != std::string::npos) claims.push_back(path);
+  }
+  return claims;
+}
+
 pid_t starterOf(pid_t run) {
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
     const pid_t other = std::atoi(entry.path().filename().c_str());

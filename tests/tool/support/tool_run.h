@@ -18,6 +18,9 @@ ProcessResult runTool(const std::vector<std::string>& arguments);
 // The path of the record that the last such options name.
 std::string lastRecord();
 
+// The claims of the processes that write that record.
+std::vector<std::string> claimsOf(const std::string& record);
+
 // The process that starts the tasks of that run; -1 if there is none.
 pid_t starterOf(pid_t run);
 
