@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <numeric>
 #include <string_view>
 #include <thread>
@@ -278,6 +279,7 @@ std::string Recording::claim(const std::string& what) {
   if (stateFolder_.empty()) return "";
   Claim& claim = *claims_.emplace_back(std::make_unique<Claim>(stateFolder_, what, path_));
   if (!claim.complaint().empty()) return claim.complaint();
+  std::vector<std::string> ids;
   for (std::size_t i = 0; i < claim.abandoned().size(); ++i) {
     const std::string& path = claim.abandoned()[i];
     Record record;
@@ -289,8 +291,12 @@ std::string Recording::claim(const std::string& what) {
     }
     std::string running = awaitTasks(record, path);
     if (!running.empty()) return running;
+    // A record in the state folder has its id as its name.
+    ids.push_back(record.id.empty() ? std::filesystem::path(path).stem().string() : record.id);
   }
   claim.removeAbandoned();
+  // Nobody may ever resume these batches, and so come across the claims on them.
+  for (const std::string& id : ids) removeAbandonedClaims(stateFolder_, id);
   return "";
 }
 

@@ -156,17 +156,17 @@ ClaimsOfOthers lookAtOthers(const std::string& folder, const std::string& beginn
     const std::string path = fullPath(folder, name);
     if (path == own) continue;
     const auto [process, record] = claimantOf(textOf(path));
+    std::string complaint;
     if (process.host.empty()) {
-      others.complaint = wholeWord(path) + " is damaged; remove it if nothing is running";
+      complaint = wholeWord(path) + " is damaged; remove it if nothing is running";
     } else if (mayBeRunning(process)) {
-      others.complaint = "process " + std::to_string(process.process) + " on " +
-                         visible(process.host) + " is running it; if it has ended, remove " +
-                         wholeWord(path);
+      complaint = "process " + std::to_string(process.process) + " on " + visible(process.host) +
+                  " is running it; if it has ended, remove " + wholeWord(path);
     } else {
       others.records.push_back(record);
       others.paths.push_back(path);
     }
-    if (!others.complaint.empty()) break;
+    if (others.complaint.empty()) others.complaint = complaint;
   }
   return others;
 }
@@ -234,6 +234,13 @@ bool isRunningHere(const Record& record, const Attempt& attempt) {
 
 std::string complaintAboutClaims(const std::string& stateFolder, const std::string& what) {
   return lookAtOthers(stateFolder + claimsFolder, claimName(what), "").complaint;
+}
+
+void removeAbandonedClaims(const std::string& stateFolder, const std::string& what) {
+  for (const std::string& path :
+       lookAtOthers(stateFolder + claimsFolder, claimName(what), "").paths) {
+    unlink(path.c_str());
+  }
 }
 
 bool mayBeRunning(const ProcessName& name) {

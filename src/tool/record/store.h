@@ -50,6 +50,9 @@ std::string newRecordId();
 // Whether `id` has the form of such an id, so that it is safe in the name of a file.
 bool isRecordId(const std::string& id);
 
+// Removes the claims on it of processes that have ended.
+void removeAbandonedClaims(const std::string& stateFolder, const std::string& what);
+
 // When a batch with that id, as isRecordId requires, began: a whole second.
 RecordTime timeOfId(const std::string& id);
 

@@ -160,6 +160,7 @@ std::string pruneOne(const std::string& id, const std::string& folder,
   if (!isToRemove(id, path, options, &stored, &reason)) return reason;
   std::string failure = options.isDry ? "" : removeStored(id, path, stored);
   if (!failure.empty()) return failure;
+  if (!options.isDry) removeAbandonedClaims(folder, what);
   put(removalText(options.isDry ? "would remove " : "removed ", id, stored));
   return "";
 }

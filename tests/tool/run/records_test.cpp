@@ -462,9 +462,25 @@ TEST_F(StoredRecords, OfKilledRunsMayHaveBeenRemoved) {
   for (const bool isThere : {false, true}) {
     const std::string claim = claimOfEnded(folder_.file("shot.xml"), record);
     if (isThere) std::filesystem::resize_file(writeDamaged(id), 1);
+    const std::string claimOfBatch = claimOfEnded(id, record);
     EXPECT_NE(runBatch(), "");
     EXPECT_EQ(modeOf(claim), -1);
+    EXPECT_EQ(modeOf(claimOfBatch), -1);
   }
+}
+
+TEST_F(StoredRecords, LeaveNoClaimsOfKilledRuns) {
+  const std::string first = runBatch();
+  const std::string state = folder_.file("state/runlet-job/");
+  claimOfEnded(folder_.file("shot.xml"), state + first + ".jsonl");
+  claimOfEnded(first, state + first + ".jsonl");
+  const std::string second = runBatch();
+  EXPECT_TRUE(std::filesystem::is_empty(state + "claims"));
+  const std::string claim = claimOfEnded(second, state + second + ".jsonl");
+  run({"records", "prune", second, "--dry-run"});
+  EXPECT_NE(modeOf(claim), -1);
+  EXPECT_EQ(withoutTimes(run({"records", "prune", second}).output), "removed " + line(second));
+  EXPECT_TRUE(std::filesystem::is_empty(state + "claims"));
 }
 
 // The last record of the same job.
