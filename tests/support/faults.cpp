@@ -229,6 +229,14 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) {
   return result;
 }
 
+// A clock that only knows whole seconds.
+extern "C" int timespec_get(timespec* time, int base) noexcept {
+  using Function = int (*)(timespec*, int);
+  const int result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "timespec_get"))(time, base);
+  if (faultIs("coarse-clock")) time->tv_nsec = 0;
+  return result;
+}
+
 extern "C" int sigtimedwait(const sigset_t* signals, siginfo_t* info, const timespec* time) {
   const long rest = time->tv_sec % speedup() * nanosecondsPerSecond + time->tv_nsec;
   const timespec real = {time->tv_sec / speedup(), rest / speedup()};

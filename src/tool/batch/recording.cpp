@@ -257,11 +257,11 @@ int Recording::useStateFolder(const RecordOptions& options) {
 int Recording::claimBatch(const RecordOptions& options, const Batch& batch) {
   const int status = useStateFolder(options);
   if (status != exitFine) return status;
-  id_ = newRecordId();
-  path_ = options.file.empty() ? recordPath(stateFolder_, id_) : options.file;
-  path_ = fullPath(currentFolder(), path_);
   Record resumed;
-  if (options.resume) {
+  if (!options.resume) {
+    const std::string failure = claimNewId(options);
+    if (!failure.empty()) return giveUp(failure);
+  } else {
     const std::string wrong = readMeant(*options.resume, batch.context.jobFile, &path_, &resumed);
     if (!wrong.empty()) return giveUp("--resume: " + wrong);
     id_ = resumed.id;
@@ -269,10 +269,27 @@ int Recording::claimBatch(const RecordOptions& options, const Batch& batch) {
   }
   const std::string taken = claim(realPath(batch.context.jobFile));
   if (!taken.empty()) return giveUp(shortShellWord(batch.context.jobFile) + ": " + taken);
-  // Also for another copy of the job. Nobody else can know a new id yet.
-  const std::string resuming = claim(id_);
+  // Also for another copy of the job.
+  const std::string resuming = isResumed_ ? claim(id_) : "";
   if (!resuming.empty()) return giveUp("--resume: " + id_ + ": " + resuming);
   return exitFine;
+}
+
+std::string Recording::claimNewId(const RecordOptions& options) {
+  constexpr auto longest = std::chrono::seconds(5);
+  const auto deadline = std::chrono::steady_clock::now() + longest;
+  while (true) {
+    id_ = newRecordId();
+    path_ = options.file.empty() ? recordPath(stateFolder_, id_) : options.file;
+    path_ = fullPath(currentFolder(), path_);
+    std::string taken = claim(id_);
+    // Another batch may have begun at the same moment, or before the clock was set back.
+    const bool isUsed = !taken.empty() ? claims_.back()->isTaken()
+                                       : access(recordPath(stateFolder_, id_).c_str(), F_OK) == 0;
+    if (!isUsed || std::chrono::steady_clock::now() > deadline) return taken;
+    claims_.pop_back();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 std::string Recording::claim(const std::string& what) {

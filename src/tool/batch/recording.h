@@ -81,6 +81,7 @@ class Recording {
   int resume(const RecordOptions& options, Batch* batch);
   int selectFailed(const RecordOptions& options, Batch* batch);
   std::string claim(const std::string& what);
+  std::string claimNewId(const RecordOptions& options);
 
   std::string stateFolder_;
   std::vector<std::unique_ptr<Claim>> claims_;

@@ -8,12 +8,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string_view>
+#include <thread>
 
 #include "tool/record/digest.h"
 #include "tool/system/files.h"
@@ -82,6 +84,13 @@ std::string claimName(const std::string& what) {
   return digestOf(what).substr(0, 32) + ".";
 }
 
+// The present time and that process, for the name of a claim. A later one is greater.
+std::string momentOf(const ProcessName& own) {
+  const std::chrono::nanoseconds now = std::chrono::system_clock::now().time_since_epoch();
+  return withoutLineEnd("%020lld", static_cast<long long>(now.count())) + "." +
+         std::to_string(own.process) + "." + std::to_string(own.start);
+}
+
 // Empty if the file cannot be read.
 std::string textOf(const std::string& path) {
   std::string text;
@@ -144,6 +153,7 @@ Claimant claimantOf(const std::string& text) {
 // What the claims of other processes on the same thing say.
 struct ClaimsOfOthers {
   std::string complaint;             // about the first one that may be running
+  std::string path;                  // of the claim that it is about
   std::vector<std::string> records;  // of those that were killed
   std::vector<std::string> paths;    // of the claims of these
 };
@@ -166,7 +176,9 @@ ClaimsOfOthers lookAtOthers(const std::string& folder, const std::string& beginn
       others.records.push_back(record);
       others.paths.push_back(path);
     }
-    if (others.complaint.empty()) others.complaint = complaint;
+    if (complaint.empty() || !others.complaint.empty()) continue;
+    others.complaint = complaint;
+    others.path = path;
   }
   return others;
 }
@@ -313,25 +325,42 @@ Claim::Claim(const std::string& stateFolder, const std::string& what, const std:
   if (!complaint_.empty()) return;
   const std::string folder = stateFolder + claimsFolder;
   const std::string beginning = claimName(what);
-  const std::string name = beginning + newRecordId();
+  const ProcessName own = ownProcess();
+  const std::string name = beginning + momentOf(own);
   const std::string draft = folder + "/new." + name;
   const OwnDescriptor file(
       open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-  const std::string text = jsonOf({ownProcess(), record});
-  int error = file.number() == -1 ? errno : writeAll(file.number(), text);
+  const bool isDrafted = file.number() != -1;
+  int error = isDrafted ? writeAll(file.number(), jsonOf({own, record})) : errno;
   // Renamed when it is complete, so that nobody reads half a claim.
   path_ = folder + "/" + name;
   if (error == 0 && rename(draft.c_str(), path_.c_str()) != 0) error = errno;
   if (error == 0) {
-    ClaimsOfOthers others = lookAtOthers(folder, beginning, path_);
-    complaint_ = others.complaint;
-    abandoned_ = others.records;
-    abandonedPaths_ = others.paths;
+    awaitOthers(folder, beginning);
   } else {
     complaint_ = reasonFor(folder, error);
     isDiskFull_ = error == ENOSPC || error == EDQUOT;
-    unlink(draft.c_str());
+    if (isDrafted) unlink(draft.c_str());
+    path_.clear();
   }
+}
+
+// Whoever sees no other claim while its own is there has succeeded, so never two processes have.
+void Claim::awaitOthers(const std::string& folder, const std::string& beginning) {
+  constexpr auto longest = std::chrono::seconds(1);
+  const auto deadline = std::chrono::steady_clock::now() + longest;
+  ClaimsOfOthers others = lookAtOthers(folder, beginning, path_);
+  while (others.path > path_ && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    others = lookAtOthers(folder, beginning, path_);
+  }
+  complaint_ = others.complaint;
+  isTaken_ = !complaint_.empty();
+  abandoned_ = others.records;
+  abandonedPaths_ = others.paths;
+  if (!isTaken_) return;
+  unlink(path_.c_str());
+  path_.clear();
 }
 
 void Claim::removeAbandoned() {

@@ -70,8 +70,9 @@ std::vector<std::string> recordIds(const std::string& stateFolder);
 // Claims what must be used by one process at a time, such as a job's path, during its lifetime.
 //
 // A claim is a file in the state folder that names the process. It needs no locks, which network
-// file systems do not have everywhere. If two processes claim the same thing at the same moment,
-// both may be refused.
+// file systems do not have everywhere. If several processes claim the same thing at the same
+// moment, the first of them gets it, by the time and process id in the file's name: it waits up to
+// a second until the others have withdrawn. In rare cases all are refused, but never two succeed.
 class Claim {
  public:
   // `record` is the path of the record that this process writes. Check complaint() before going on.
@@ -83,6 +84,11 @@ class Claim {
   // Why the claim failed, for a message that names the other process; empty if it has succeeded.
   const std::string& complaint() const {
     return complaint_;
+  }
+
+  // Whether that is because of another process.
+  bool isTaken() const {
+    return isTaken_;
   }
 
   // Whether that is because its file did not fit on the disk.
@@ -105,8 +111,11 @@ class Claim {
   void removeAbandoned();
 
  private:
+  void awaitOthers(const std::string& folder, const std::string& beginning);
+
   std::string path_;
   std::string complaint_;
+  bool isTaken_ = false;
   bool isDiskFull_ = false;
   std::vector<std::string> abandoned_;
   std::vector<std::string> abandonedPaths_;

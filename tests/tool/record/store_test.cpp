@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -19,6 +21,7 @@
 
 #include "adapter_test.h"
 #include "temp_folder.h"
+#include "tool/record/digest.h"
 
 namespace runlet_tool {
 namespace {
@@ -200,6 +203,12 @@ TEST(ProcessName, OfAProcessThatHasEndedIsNotRunning) {
   EXPECT_EQ(processStart(child), 0);
 }
 
+// Waits until all writing ends of the pipe are closed.
+void awaitEnd(int descriptor) {
+  char unused = 0;
+  EXPECT_EQ(read(descriptor, &unused, 1), 0);
+}
+
 class Claims : public testing::Test {
  protected:
   // A place that is closed to others if the tests run as root.
@@ -232,6 +241,56 @@ TEST_F(Claims, AreForOneProcess) {
   }
   EXPECT_EQ(onlyClaim(), "");
   EXPECT_EQ(Claim(folder_.path(), "/job.xml", "/r.jsonl").complaint(), "");
+}
+
+// A process whose claim comes later withdraws it.
+TEST_F(Claims, OfTheFirstProcessSucceedWhenTheOthersHaveWithdrawn) {
+  { const Claim sample(folder_.path(), "/job.xml", "/r.jsonl"); }
+  const std::string folder = folder_.file("claims/");
+  const std::string beginning = digestOf("/job.xml").substr(0, 32);
+  folder_.write("claims/" + beginning + ".99999999999999999999.1.1", "");
+  std::atomic<bool> isDone = false;
+  std::thread other([&] {
+    while (!isDone && onlyClaim().ends_with(".1.1")) std::this_thread::yield();
+    unlink((folder + beginning + ".99999999999999999999.1.1").c_str());
+  });
+  EXPECT_EQ(Claim(folder_.path(), "/job.xml", "/r.jsonl").complaint(), "");
+  isDone = true;
+  other.join();
+}
+
+TEST_F(Claims, AreForOneOfManyProcessesAtTheSameMoment) {
+  constexpr int rounds = 20;
+  int successes = 0;
+  constexpr std::size_t count = 8;
+  for (int round = 0; round < rounds; ++round) {
+    int begin[2];
+    int answers[2];
+    int end[2];
+    ASSERT_EQ(pipe(begin) + pipe(answers) + pipe(end), 0);
+    for (std::size_t i = 0; i < count; ++i) {
+      if (fork() != 0) continue;
+      close(begin[1]);
+      close(end[1]);
+      awaitEnd(begin[0]);
+      const Claim claim(folder_.path(), "/job.xml", "/r.jsonl");
+      const bool isTaken = claim.complaint().find(" is running it; ") != std::string::npos;
+      const char answer = claim.complaint().empty() ? 'y' : isTaken ? 'n' : '!';
+      // The one that has it keeps it until all have answered.
+      if (write(answers[1], &answer, 1) == 1) awaitEnd(end[0]);
+      _exit(0);
+    }
+    close(begin[1]);
+    std::string all(count, ' ');
+    for (char& answer : all) ASSERT_EQ(read(answers[0], &answer, 1), 1);
+    close(end[1]);
+    std::sort(all.begin(), all.end());
+    EXPECT_TRUE(all == "nnnnnnny" || all == "nnnnnnnn") << all;
+    successes += all.back() == 'y' ? 1 : 0;
+    while (waitpid(-1, nullptr, 0) > 0) continue;
+    for (const int descriptor : {begin[0], answers[0], answers[1], end[0]}) close(descriptor);
+  }
+  EXPECT_GT(successes, 0);
 }
 
 // Of a process that was killed, and so could not remove its claim.

@@ -12,6 +12,7 @@
 
 #include "adapter_test.h"
 #include "mounts.h"
+#include "programs.h"
 #include "tool/record/digest.h"
 #include "tool/record/store.h"
 #include "tool_run.h"
@@ -36,11 +37,19 @@ class StoredRecords : public testing::Test {
     return geteuid() == 0 ? otherId : geteuid();
   }
 
-  ProcessResult run(const std::vector<std::string>& arguments, const char* state = nullptr) const {
+  // `isCoarse`: with a clock that only knows whole seconds.
+  ProcessResult run(const std::vector<std::string>& arguments, const char* state = nullptr,
+                    bool isCoarse = false) const {
     ProcessOptions options = tool(arguments);
     options.arguments = {ownTool()};
     options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
     options.environment.back().second = state != nullptr ? state : folder_.file("state");
+    if (isCoarse) {
+      options.environment.insert(options.environment.end(),
+                                 {{"LD_PRELOAD", folder_.file("faults.so")},
+                                  {"RUNLET_FAULT", "coarse-clock"},
+                                  {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+    }
     options.prepare = [] {
       if (geteuid() == 0 && (setgid(otherId) != 0 || setuid(otherId) != 0)) _exit(1);
     };
@@ -481,6 +490,15 @@ TEST_F(StoredRecords, LeaveNoClaimsOfKilledRuns) {
   EXPECT_NE(modeOf(claim), -1);
   EXPECT_EQ(withoutTimes(run({"records", "prune", second}).output), "removed " + line(second));
   EXPECT_TRUE(std::filesystem::is_empty(state + "claims"));
+}
+
+// Two batches may begin at the same moment.
+TEST_F(StoredRecords, HaveDifferentIds) {
+  ASSERT_TRUE(std::filesystem::copy_file(faultsPath, folder_.file("faults.so")));
+  const std::string first = batchOf(run({"run", folder_.file("shot.xml")}, nullptr, true).error);
+  const ProcessResult second = run({"run", folder_.file("shot.xml")}, nullptr, true);
+  EXPECT_NE(batchOf(second.error), "") << second.error;
+  EXPECT_EQ(list(), line(first) + line(batchOf(second.error)));
 }
 
 // The last record of the same job.
