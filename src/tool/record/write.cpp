@@ -135,10 +135,13 @@ int RecordWriter::append(const std::string& path, const FileId& file) {
 }
 
 int RecordWriter::beginSession(const Session& session) {
+  const off_t size = lseek(file_.number(), 0, SEEK_END);
   int error = put(eventOf(id_, session));
   for (std::size_t i = 0; error == 0 && i < session.tasks.size(); i += mostTasksInALine) {
     error = put(planOf(session, i));
   }
+  // Otherwise each try on a full disk would leave its lines.
+  if (error != 0) cut(size);
   return error;
 }
 
@@ -157,13 +160,17 @@ int RecordWriter::endSession(const Session& session) {
   return put(event);
 }
 
+void RecordWriter::cut(off_t size) {
+  if (ftruncate(file_.number(), size) != 0) file_ = OwnDescriptor();
+}
+
 int RecordWriter::put(const Json& event) {
   // In ASCII, so that the line is safe in a terminal.
   const std::string line = event.dump(-1, ' ', true) + "\n";
   const off_t size = lseek(file_.number(), 0, SEEK_END);
   const int error = writeAll(file_.number(), line);
   // Nothing may follow the part of the line that has been written.
-  if (error != 0 && ftruncate(file_.number(), size) != 0) file_ = OwnDescriptor();
+  if (error != 0) cut(size);
   if (error == 0 && mirror_) mirror_(line);
   return error;
 }

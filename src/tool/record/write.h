@@ -29,8 +29,8 @@ class RecordWriter {
   // ESTALE if it is not `file` any more. What is no regular file is not opened.
   int append(const std::string& path, const FileId& file);
 
-  // Each returns 0, or the error number; after a failure, the file is as before, or, if that fails,
-  // too, no other event can follow.
+  // Each returns 0, or the error number; after a failure, the file is as before, without any line
+  // of a session that could not be begun, or, if that fails, too, no other event can follow.
   int beginSession(const Session& session);
   int beginAttempt(const Attempt& attempt);
   // For a task that could not be started, this is the only event of the attempt.
@@ -39,6 +39,7 @@ class RecordWriter {
 
  private:
   int put(const Json& event);
+  void cut(off_t size);
 
   std::string id_;
   Mirror mirror_;

@@ -272,6 +272,24 @@ TEST_F(RecordFile, HasNoPartOfALineThatCouldNotBeWritten) {
   EXPECT_EQ(read(), "");
 }
 
+// Each try on a full disk would take more of it.
+TEST_F(RecordFile, HasNoPartOfASessionThatCouldNotBeBegun) {
+  create();
+  ASSERT_EQ(writer_.beginSession(someSession()), 0);
+  const std::string before = readFile(path());
+  const std::size_t session = before.find('\n') + 1;
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit whole{};
+  getrlimit(RLIMIT_FSIZE, &whole);
+  const rlimit tight{before.size() + session + 10, whole.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &tight);
+  const int error = writer_.beginSession(someSession());
+  setrlimit(RLIMIT_FSIZE, &whole);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(error, EFBIG);
+  EXPECT_EQ(readFile(path()), before);
+}
+
 // A writer that is killed in the middle of a line leaves it incomplete, and the next one begins a
 // line of its own.
 TEST_F(RecordFile, CanBeContinuedAfterAnIncompleteLine) {
