@@ -432,6 +432,7 @@ bool Recording::taskEnded(std::size_t index, const TaskTry& tried) {
   if (tried.isLogRemoved) attempt.log.clear();
   attempt.isDiskFull = tried.isDiskFull;
   const int error = writer_->endAttempt(attempt);
+  isWhole_ = isWhole_ && error == 0;
   running_.erase(index);
   errno = error;
   return error == 0;
@@ -443,7 +444,7 @@ bool Recording::end(const std::string& stopReason) {
   const int error = writer_->endSession(session_);
   if (error != 0) say(writeFailure(path_, error));
   claims_.clear();
-  return error == 0;
+  return isWhole_ && error == 0;
 }
 
 }  // namespace runlet_tool

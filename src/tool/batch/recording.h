@@ -71,8 +71,8 @@ class Recording {
   bool taskStarted(const Batch& batch, std::size_t index, const TaskTry& tried);
   bool taskEnded(std::size_t index, const TaskTry& tried);
 
-  // Records the end of the session, and claims nothing any more. False, after a message on standard
-  // error, if that fails.
+  // Records the end of the session, and claims nothing any more. False if that fails, after a
+  // message on standard error, or if the end of a task could not be recorded.
   bool end(const std::string& stopReason);
 
  private:
@@ -92,6 +92,7 @@ class Recording {
   FileId file_;  // of the record that is resumed
   Session session_;
   std::unique_ptr<RecordWriter> writer_;
+  bool isWhole_ = true;                     // so far, each end of a task was recorded
   std::map<std::size_t, Attempt> running_;  // by index of the task
 };
 

@@ -756,6 +756,33 @@ TEST_F(RecordedRun, ClaimsNothingAfterItsEnd) {
   EXPECT_EQ(claimsOf(recordFile_), Strings());
 }
 
+// Even if the end of the session still fits, as its line is shorter.
+TEST_F(RecordedRun, FailsIfTheEndOfATaskIsNotRecorded) {
+  writeJob({"true"});
+  const std::string missing = folder_.path() + std::string(300, '/') + "none";
+  run({"--expect", missing});
+  const std::size_t end = readFile(recordFile_).find("{\"event\":\"end\"");
+  ProcessOptions options = tool({"run", jobFile_, "--quiet", "--expect", missing});
+  recordFile_ = options.arguments.back();
+  options.prepare = [=] {
+    const rlim_t size = end + 250;
+    const rlimit tight{.rlim_cur = size, .rlim_max = size};
+    std::signal(SIGXFSZ, SIG_IGN);
+    if (setrlimit(RLIMIT_FSIZE, &tight) != 0) _exit(95);
+  };
+  // Coverage counters do not fit either.
+  options.environment.emplace_back("LLVM_PROFILE_FILE", "/dev/null");
+  const ProcessResult result = runProcess(options);
+  EXPECT_EQ(withoutBatchLine(result.error),
+            warnings() +
+                "runlet-job: run: cannot record the end of a task: File too large; "
+                "no further tasks are started\n");
+  EXPECT_EQ(totals(result), "1 task: 1 failed (1)\n");
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 2");
+  EXPECT_EQ(attempts(), Strings{"1.1 no end"});
+  EXPECT_EQ(record().sessions[0].stopReason, "cannot record the end of a task: File too large");
+}
+
 // A record without tasks would be the last one of its job.
 TEST_F(RecordedRun, LeavesNoRecordThatCouldNotBeBegun) {
   writeJob({"touch ran"});
