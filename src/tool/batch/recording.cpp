@@ -107,6 +107,7 @@ std::string readTrusted(const std::string& path, Record* record) {
 // Nothing can be resumed of a run that ended before it had tasks.
 bool hasTasks(const std::string& path) {
   Record record;
+  if (!hasWholeLine(path)) return false;
   return !readRecord(path, &record).empty() || record.sessions.back().isPlanned;
 }
 

@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "tool/record/digest.h"
+#include "tool/record/read.h"
 #include "tool/system/files.h"
 #include "tool/text/characters.h"
 #include "tool/text/fields.h"
@@ -313,8 +314,11 @@ std::string findRecord(const std::string& meant, std::string* path) {
   if (!complaint.empty()) return "no state folder: " + complaint;
   const std::vector<std::string> ids = recordIds(folder);
   const bool isLast = meant == "last";
-  if (isLast && ids.empty()) return "there are no records in " + shortShellWord(folder);
-  const std::string id = isLast ? ids.back() : meant;
+  const auto last = std::find_if(ids.rbegin(), ids.rend(), [&](const std::string& candidate) {
+    return hasWholeLine(recordPath(folder, candidate));
+  });
+  if (isLast && last == ids.rend()) return "there are no records in " + shortShellWord(folder);
+  const std::string id = isLast ? *last : meant;
   *path = recordPath(folder, id);
   const bool isThere = std::binary_search(ids.begin(), ids.end(), id);
   return isThere ? "" : "no record " + shortShellWord(id) + " in " + shortShellWord(folder);

@@ -59,9 +59,9 @@ RecordTime timeOfId(const std::string& id);
 // The path of the record with that id in the state folder, whether it exists or not.
 std::string recordPath(const std::string& stateFolder, const std::string& id);
 
-// Finds the record that a user means: by its id, by "last" for the latest one, or by the path of a
-// file, which contains a slash or ends in ".jsonl". Returns why there is none, for a message; empty
-// on success.
+// Finds the record that a user means: by its id, by "last" for the latest one that has a line, or
+// by the path of a file, which contains a slash or ends in ".jsonl". Returns why there is none, for
+// a message; empty on success.
 std::string findRecord(const std::string& meant, std::string* path);
 
 // The ids of all records in the state folder, ascending.

@@ -152,9 +152,15 @@ TEST(Records, AreFoundByIdOrPath) {
   };
   const std::string own = state + "/runlet-job";
   EXPECT_EQ(inChild(state.c_str(), nullptr, find("last")), "!there are no records in " + own);
-  for (const char* name : {"20261122-211530-3f2a.jsonl", "20261123-000000-0000.jsonl", "zzz.jsonl",
-                           "20261124-000000-0000.other", "20261124-000000-0000.jsonl.x"}) {
-    ASSERT_EQ(close(open((own + "/" + name).c_str(), O_CREAT | O_WRONLY, 0644)), 0);
+  for (const char* name :
+       {"20261122-211530-3f2a.jsonl", "20261123-000000-0000.jsonl", "20261123-000001-0000.jsonl",
+        "zzz.jsonl", "20261124-000000-0000.other", "20261124-000000-0000.jsonl.x"}) {
+    const int file = open((own + "/" + name).c_str(), O_CREAT | O_WRONLY, 0644);
+    // The last one is empty, as after a power failure.
+    const bool isLast = std::string(name).starts_with("20261123-000001");
+    ASSERT_EQ(write(file, "{}\n", 3), 3);
+    ASSERT_EQ(isLast ? ftruncate(file, 0) : 0, 0);
+    ASSERT_EQ(close(file), 0);
   }
   struct Row {
     const char* meant;

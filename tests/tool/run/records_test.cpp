@@ -522,6 +522,16 @@ TEST_F(StoredRecords, AreFoundForTheJob) {
              "exit 2");
 }
 
+// As after a power failure: nothing is known of its batch.
+TEST_F(StoredRecords, AreNotTheLastOnesIfTheyAreEmpty) {
+  const std::string id = runBatch();
+  for (const off_t size : {0, 2}) {
+    std::filesystem::resize_file(writeDamaged("99990101-000000-0000"), static_cast<unsigned>(size));
+    EXPECT_EQ(batchOf(run({"run", "--resume"}).error), id);
+    EXPECT_TRUE(run({"report", "last"}).output.starts_with("batch      " + id));
+  }
+}
+
 TEST_F(StoredRecords, AreNamedOrSelectedByAge) {
   expectTool(run({"records", "prune"}), "",
              "runlet-job: records: prune: name records, or give --older-than\n", "exit 2");
