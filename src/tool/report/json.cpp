@@ -15,9 +15,6 @@ namespace {
 
 constexpr int version = 1;
 
-// In the order of BatchState.
-constexpr const char* stateNames[] = {"running", "finished", "killed"};
-
 template <typename Value>
 Json orNull(const std::optional<Value>& value) {
   return value ? Json(*value) : Json();
@@ -134,7 +131,7 @@ std::string reportJson(const Overview& overview) {
   head["id"] = overview.record.id;
   const std::string caution = cautionText(overview);
   head["caution"] = JsonStrings(false).orNull(!caution.empty(), caution);
-  head["state"] = stateNames[static_cast<std::size_t>(overview.state)];
+  head["state"] = stateKey(overview.state);
   std::string text = asciiText(head);
   text.pop_back();  // the closing brace, since the rest follows
   text += ", \"sessions\": [";

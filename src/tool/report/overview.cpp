@@ -163,6 +163,11 @@ const char* standingName(Standing standing) {
   return standingTexts[static_cast<std::size_t>(standing)].name;
 }
 
+const char* stateKey(BatchState state) {
+  constexpr const char* keys[] = {"running", "finished", "killed"};
+  return keys[static_cast<std::size_t>(state)];
+}
+
 const char* standingKey(Standing standing) {
   return standingTexts[static_cast<std::size_t>(standing)].key;
 }

@@ -20,6 +20,9 @@ enum class BatchState {
   killed,  // ended without having recorded that
 };
 
+// The same in files: "running", "finished", "killed".
+const char* stateKey(BatchState state);
+
 // How an attempt, or a task, ended; the first ones as in Ending.
 enum class Standing {
   succeeded,

@@ -18,6 +18,7 @@
 #include "tool/text/characters.h"
 #include "tool/text/fields.h"
 #include "tool/text/format.h"
+#include "tool/text/json.h"
 #include "tool/text/quoting.h"
 #include "tool/text/terminal.h"
 #include "tool/text/units.h"
@@ -62,17 +63,34 @@ std::string lineOf(const Overview& overview) {
   return line.append("  ").append(visible(last.job)).append("\n");
 }
 
-int list() {
+std::string jsonOf(const Overview& overview, const std::string& path) {
+  const std::string& job = overview.record.sessions.back().job;
+  const bool inBytes = !isUtf8(job) || !isUtf8(path);
+  const JsonStrings string(inBytes);
+  Json row;
+  row["id"] = overview.record.id;
+  row["begin"] = overview.record.sessions.front().begin;
+  row["state"] = stateKey(overview.state);
+  row["tasks"] = overview.tasks.size();
+  row["succeeded"] = overview.tasksWith(Standing::succeeded).count();
+  row["job"] = string(job);
+  row["path"] = string(path);
+  row["bytes"] = inBytes;
+  return asciiText(row) + "\n";
+}
+
+int list(bool inJson) {
   std::string folder;
   const std::string complaint = findStateFolder(&folder);
   if (!complaint.empty()) return complain("no folder for records: " + complaint);
   int status = exitFine;
   for (const std::string& id : recordIds(folder)) {
     Overview overview;
-    std::string reason = readOverview(recordPath(folder, id), 0, &overview);
+    const std::string path = recordPath(folder, id);
+    std::string reason = readOverview(path, 0, &overview);
     if (reason.empty()) reason = overview.record.distrust;
     if (reason.empty()) {
-      put(lineOf(overview));
+      put(inJson ? jsonOf(overview, path) : lineOf(overview));
     } else {
       status = complainAbout(id, reason);
     }
@@ -194,7 +212,9 @@ void addRecords(CLI::App* app, Action* action) {
   CLI::App* verb = app->add_subcommand("records", "List or remove the records of batches");
   verb->require_subcommand(1);
   CLI::App* lister = verb->add_subcommand("list", "List all records, oldest first");
-  lister->callback([=] { *action = list; });
+  const auto inJson = std::make_shared<bool>(false);
+  lister->add_flag("--json", *inJson, "Print JSON, one object a line");
+  lister->callback([=] { *action = [=] { return list(*inJson); }; });
 
   CLI::App* pruner = verb->add_subcommand("prune", "Remove records, and the logs of their tasks");
   const auto options = std::make_shared<PruneOptions>();

@@ -9,12 +9,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "adapter_test.h"
 #include "mounts.h"
 #include "programs.h"
 #include "tool/record/digest.h"
 #include "tool/record/store.h"
+#include "tool/text/fields.h"
 #include "tool_run.h"
 
 namespace runlet_test {
@@ -134,6 +136,31 @@ TEST_F(StoredRecords, AreListed) {
   const std::string id = runBatch();
   ASSERT_NE(id, "");
   EXPECT_EQ(list(), line(id));
+}
+
+TEST_F(StoredRecords, AreListedForPrograms) {
+  std::filesystem::copy_file(folder_.file("shot.xml"), folder_.file("shot\xff.xml"));
+  ASSERT_EQ(chmod(folder_.file("shot\xff.xml").c_str(), 0644), 0);
+  const std::string id = runBatch();
+  const std::string other = batchOf(run({"run", folder_.file("shot\xff.xml")}).error);
+  const ProcessResult result = run({"records", "list", "--json"});
+  const std::string begin = "\"begin\":";
+  std::string output;
+  for (const std::string_view line : runlet_tool::split('\n', result.output)) {
+    const std::size_t time = line.find(begin) + begin.size();
+    if (line.empty()) continue;
+    EXPECT_GT(std::stod(std::string(line.substr(time))), 1.7e9);
+    output.append(line.substr(0, time)).append(line.substr(line.find(',', time))).append("\n");
+  }
+  const auto expected = [&](const std::string& batch, const char* job, const char* inBytes) {
+    return "{\"id\":\"" + batch +
+           R"(","begin":,"state":"finished","tasks":2,"succeeded":1,"job":")" + folder_.file(job) +
+           R"(","path":")" + folder_.file("state/runlet-job/") + batch + R"(.jsonl","bytes":)" +
+           inBytes + "}\n";
+  };
+  EXPECT_EQ(output,
+            expected(id, "shot.xml", "false") + expected(other, R"(shot\u00ff.xml)", "true"));
+  EXPECT_EQ(describeStatus(result.waitStatus), "exit 0");
 }
 
 TEST_F(StoredRecords, AreRemovedWithTheirLogs) {
