@@ -161,7 +161,7 @@ const Row rows[] = {
     {{"run", "--expect", ""}, ""},
     {{"records", ""}, "list\nprune\n"},
     {{"records", "-"}, "--help\n"},
-    {{"records", "list", "-"}, "--help\n"},
+    {{"records", "list", "-"}, "--help\n--json\n"},
     {{"records", "list", ""}, ""},
     {{"records", "prune", ""}, "20261122-211530-3f2a\n"},
     {{"records", "prune", "-"}, "--dry-run\n--help\n--older-than\n"},
