@@ -424,11 +424,6 @@ std::string jobOfRecord(const std::string& path) {
   return job;
 }
 
-bool hasWholeLine(const std::string& path) {
-  std::string text;
-  return !readRegularFile(path, &text) || text.find('\n') != std::string::npos;
-}
-
 std::string distrustOfFile(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? distrustOf(status) : std::strerror(errno);

@@ -21,10 +21,6 @@ std::string readRecord(const std::string& path, Record* record);
 // is no record. Looks only at the lines of sessions.
 std::string jobOfRecord(const std::string& path);
 
-// Whether the file has a whole line. Nothing has run of a record without one, which a killed writer
-// or a power failure leaves. True if the file cannot be read.
-bool hasWholeLine(const std::string& path);
-
 // As Record::distrust, also for a file that is no record, or why nothing is known about it.
 std::string distrustOfFile(const std::string& path);
 

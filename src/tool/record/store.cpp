@@ -18,7 +18,6 @@
 #include <thread>
 
 #include "tool/record/digest.h"
-#include "tool/record/read.h"
 #include "tool/system/files.h"
 #include "tool/text/characters.h"
 #include "tool/text/fields.h"
@@ -302,6 +301,11 @@ std::vector<std::string> recordIds(const std::string& stateFolder) {
     if (isRecordId(id) && name == id + extension) ids.push_back(id);
   }
   return ids;
+}
+
+bool hasWholeLine(const std::string& path) {
+  std::string text;
+  return !readRegularFile(path, &text) || text.find('\n') != std::string::npos;
 }
 
 std::string findRecord(const std::string& meant, std::string* path) {

@@ -59,6 +59,10 @@ RecordTime timeOfId(const std::string& id);
 // The path of the record with that id in the state folder, whether it exists or not.
 std::string recordPath(const std::string& stateFolder, const std::string& id);
 
+// Whether the file has a whole line. Nothing has run of a record without one, which a killed writer
+// or a power failure leaves. True if the file cannot be read.
+bool hasWholeLine(const std::string& path);
+
 // Finds the record that a user means: by its id, by "last" for the latest one that has a line, or
 // by the path of a file, which contains a slash or ends in ".jsonl". Returns why there is none, for
 // a message; empty on success.
