@@ -173,7 +173,8 @@ std::string pruneOne(const std::string& id, const std::string& folder,
   // On a full disk there must be a way to remove something.
   const bool isClaimed = claim != nullptr && !claim->isDiskFull();
   std::string claimed = isClaimed ? claim->complaint() : complaintAboutClaims(folder, what);
-  if (!claimed.empty()) return options.areNamed() ? claimed : "";
+  const bool isRunning = !isClaimed || claim->isTaken();
+  if (!claimed.empty()) return isRunning && !options.areNamed() ? "" : claimed;
   // Until it was claimed, another process may have continued or removed it.
   if (!isToRemove(id, path, options, &stored, &reason)) return reason;
   std::string failure = options.isDry ? "" : removeStored(id, path, stored);

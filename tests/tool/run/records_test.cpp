@@ -342,8 +342,9 @@ TEST_F(StoredRecords, AreClaimedWhileTheyAreRemoved) {
   ASSERT_EQ(chmod(claims.c_str(), 0500), 0);
   EXPECT_EQ(withoutTimes(run({"records", "prune", id, "--dry-run"}).output),
             "would remove " + line(id));
-  expectTool(run({"records", "prune", id}), "",
-             "runlet-job: records: " + id + ": " + claims + ": Permission denied\n", "exit 2");
+  const std::string error = "runlet-job: records: " + id + ": " + claims + ": Permission denied\n";
+  expectTool(run({"records", "prune", id}), "", error, "exit 2");
+  expectTool(run({"records", "prune", "--older-than", "0d"}), "", error, "exit 2");
   EXPECT_EQ(list(), line(id));
   ASSERT_EQ(chmod(claims.c_str(), 0700), 0);
   EXPECT_EQ(withoutTimes(run({"records", "prune", id}).output), "removed " + line(id));
