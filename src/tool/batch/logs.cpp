@@ -134,10 +134,10 @@ bool isDiskFull(const Batch& batch) {
     OwnDescriptor folder(openFolder(batch));
     struct statvfs disk {};
     constexpr std::uint64_t little = 64 << 10;  // some systems refuse writes before all is used up
-    const bool isKnown = fstatvfs(folder.number(), &disk) == 0 && disk.f_blocks > 0;
-    const bool isFull = isKnown && std::uint64_t{disk.f_bavail} * disk.f_frsize < little;
-    if (isFull) errno = ENOSPC;
-    return isFull ? -1 : folder.release();
+    if (fstatvfs(folder.number(), &disk) != 0) return -1;
+    const std::uint64_t left = std::uint64_t{disk.f_bavail} * disk.f_frsize;
+    errno = ENOSPC;
+    return disk.f_blocks > 0 && left < little ? -1 : folder.release();
   }));
   return notFull.number() == -1 && errno == ENOSPC;
 }

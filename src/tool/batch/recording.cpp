@@ -314,7 +314,7 @@ std::string Recording::claim(const std::string& what) {
   }
   claim.removeAbandoned();
   // Nobody may ever resume these batches, and so come across the claims on them.
-  for (const std::string& id : ids) removeAbandonedClaims(stateFolder_, id);
+  for (const std::string& batch : ids) removeAbandonedClaims(stateFolder_, batch);
   return "";
 }
 

@@ -355,14 +355,16 @@ std::string openRecord(const std::string& path, Record* record, RecordFile* file
   record->distrust = distrustOf(status);
   record->file = {status.st_dev, status.st_ino};
   file->size = static_cast<std::size_t>(status.st_size);
-  std::string& text = file->text;
+  const std::string& text = file->text;
   constexpr std::size_t firstPart = 1 << 16;
   const std::size_t limit = std::min(file->size, longestFirstLine);
-  while (text.find('\n') == std::string::npos && text.size() < limit) {
-    const std::size_t before = text.size();
-    const int error = readUpTo(std::min(limit, 2 * before + firstPart), file);
+  // The file may have been cut since.
+  std::size_t wanted = std::min(limit, firstPart);
+  for (bool isThere = true; isThere && text.find('\n') == std::string::npos;) {
+    const int error = readUpTo(wanted, file);
     if (error != 0) return std::strerror(error);
-    if (text.size() == before) break;
+    isThere = text.size() == wanted && wanted < limit;
+    wanted = std::min(limit, 2 * wanted);
   }
   // A line without an end is incomplete.
   const Event event = Event::parse(text.substr(0, text.find('\n') + 1), nullptr, false);
