@@ -57,6 +57,7 @@ std::string stateHome() {
 
 // What is wrong with the status of a folder of the caller's; empty if nothing is.
 std::string complaintAbout(const std::string& folder, const struct stat& status) {
+  if (S_ISLNK(status.st_mode)) return shortShellWord(folder) + " is a link, not a folder";
   if (!S_ISDIR(status.st_mode)) return shortShellWord(folder) + " is not a folder";
   if (status.st_uid != geteuid()) {
     return shortShellWord(folder) + " does not belong to " + (geteuid() == 0 ? "root" : "you");
@@ -75,6 +76,12 @@ std::string complaintAboutRoots(const std::string& folder) {
 // What is wrong with the folder of other callers' records, to which their own links may lead.
 std::string complaintAboutOwn(const std::string& folder) {
   struct stat status {};
+  if (lstat(folder.c_str(), &status) != 0) return reasonFor(folder, errno);
+  // Whoever may write to the folder above could choose the records by a link.
+  const bool isOfOther = status.st_uid != 0 && status.st_uid != geteuid();
+  if (S_ISLNK(status.st_mode) && isOfOther) {
+    return shortShellWord(folder) + " is a link of user " + std::to_string(status.st_uid);
+  }
   if (stat(folder.c_str(), &status) != 0) return reasonFor(folder, errno);
   return complaintAbout(folder, status);
 }

@@ -17,7 +17,8 @@ namespace runlet_tool {
 // Creates what is missing, for the caller alone.
 //
 // Returns why there is none, for a message; empty on success. It is refused if it belongs to
-// anybody else or others may write to it; root's, also if that applies to a folder above it.
+// anybody else or others may write to it, or if a link of anybody else but root leads to it;
+// root's, also if that applies to a folder above it.
 std::string findStateFolder(std::string* folder);
 
 // Creates the folder and those above it, for the caller alone. Returns why that fails, for a

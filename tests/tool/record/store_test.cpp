@@ -103,6 +103,24 @@ TEST(StateFolder, MustBelongToTheCallerAndBeClosedToOthers) {
             "!" + state + " does not belong to you");
 }
 
+TEST(StateFolder, IsNotReachedByALinkOfAnotherUser) {
+  const TempFolder folder;
+  ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
+  const std::string link = folder.path() + "/runlet-job";
+  const auto makeLink = [&] {
+    const bool isMade =
+        mkdir(folder.file("own").c_str(), 0700) == 0 && symlink("own", link.c_str()) == 0;
+    return isMade ? stateFolder() : "";
+  };
+  EXPECT_EQ(inChild(folder.path().c_str(), nullptr, makeLink), link);
+  REQUIRE_ROOT();
+  ASSERT_EQ(lchown(link.c_str(), 62001, 62001), 0);
+  EXPECT_EQ(inChild(folder.path().c_str(), nullptr, stateFolder),
+            "!" + link + " is a link of user 62001");
+  ASSERT_EQ(lchown(link.c_str(), 0, 0), 0);
+  EXPECT_EQ(inChild(folder.path().c_str(), nullptr, stateFolder), link);
+}
+
 TEST(StateFolder, OfRootIgnoresTheEnvironment) {
   REQUIRE_ROOT();
   const TempFolder folder;
@@ -125,7 +143,8 @@ TEST(StateFolder, OfRootMustBeClosedToOthers) {
   ASSERT_EQ(chown(place.c_str(), runlet_test::otherId, 0), 0);
   EXPECT_EQ(makeStateFolder(place + "/a/b"), place + " does not belong to root");
   ASSERT_EQ(symlink(place.c_str(), folder.file("link").c_str()), 0);
-  EXPECT_EQ(makeStateFolder(folder.file("link") + "/a"), folder.file("link") + " is not a folder");
+  EXPECT_EQ(makeStateFolder(folder.file("link") + "/a"),
+            folder.file("link") + " is a link, not a folder");
 }
 
 TEST(RecordId, IsADateAndDigits) {
