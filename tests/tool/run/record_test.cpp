@@ -327,9 +327,9 @@ TEST_F(RecordedRun, SaysWhatFailedAndIsNoLongerInTheJob) {
       "--failed-of: nothing to do: the job no longer has any task that failed in batch " + id,
       "exit 0");
   run();
+  const std::string last = record().id;
   expectRefused(run({"--failed-of", recordFile_}),
-                "--failed-of: nothing to do: no task of batch " + record().id + " has failed",
-                "exit 0");
+                "--failed-of: nothing to do: no task of batch " + last + " has failed", "exit 0");
 }
 
 // Also after the job has changed: tasks are known by what they run.
