@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -39,10 +38,6 @@ struct PruneOptions {
     return !ids.empty();
   }
 };
-
-RecordTime presentTime() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
 
 int complain(const std::string& reason) {
   std::fprintf(stderr, "runlet-job: records: %s\n", reason.c_str());
