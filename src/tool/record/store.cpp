@@ -325,8 +325,9 @@ std::string findRecord(const std::string& meant, std::string* path) {
   if (!complaint.empty()) return "no state folder: " + complaint;
   const std::vector<std::string> ids = recordIds(folder);
   const bool isLast = meant == "last";
+  // Reads a record only if it may be meant.
   const auto last = std::find_if(ids.rbegin(), ids.rend(), [&](const std::string& candidate) {
-    return hasWholeLine(recordPath(folder, candidate));
+    return !isLast || hasWholeLine(recordPath(folder, candidate));
   });
   if (isLast && last == ids.rend()) return "there are no records in " + shortShellWord(folder);
   const std::string id = isLast ? *last : meant;
